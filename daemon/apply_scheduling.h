@@ -1,0 +1,10 @@
+// When a reconciliation pass runs.
+#pragma once
+
+namespace vorlatch {
+
+// Asks for a pass 150 ms from now; asked again before that, the wait starts anew, so that a burst
+// of requests gives one pass. Returns at once. On the main thread.
+void applyMemoryLimits();
+
+}  // namespace vorlatch

@@ -1,0 +1,5 @@
+#include "daemon/startup.h"
+
+int main() {
+  return vorlatch::runDaemon();
+}

@@ -1,0 +1,66 @@
+#include "daemon/patrol.h"
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "config/log_line.h"
+#include "config/preferences.h"
+#include "config/status_file.h"
+#include "kernel/apply_limits.h"
+#include "platform/queues.h"
+#include "proc/process_lookup.h"
+#include "reconcile/pass_state.h"
+#include "reconcile/work_queues.h"
+
+namespace vorlatch {
+namespace {
+
+constexpr std::uint64_t kPatrolIntervalNs = 1'800'000'000'000;
+constexpr std::uint64_t kLeewayNs = 5'000'000'000;
+
+// Tells the pass and the watch timers which process the patrol saw.
+void recordPatrolPID(const std::string& key, std::int32_t pid) {
+  platform::async(debounceQueue(), [key, pid] { passState().lastKnownPIDs[key] = pid; });
+}
+
+// On the worker queue. It restores nothing and leaves the watch timers alone.
+void patrolSweep(const Targets& targets) {
+  const RunningProcessMap running = getRunningProcessMap();
+  for (const auto& [key, settings] : targets) {
+    if (checkInterval(settings) > 0) continue;  // its own watch timer looks after it
+    const std::int32_t pid = runningPID(running, key);
+    if (pid != 0) {
+      applyLimitsForApp(key, settings, pid);
+    } else {
+      updateStatusFile(key, 0, 0, 0);
+    }
+    recordPatrolPID(key, pid);
+  }
+  writeLogLine("[%s] [全局守护] 1800s 周期巡检完成。\n");
+  writeChapterSeparator();
+}
+
+void patrolTick() {
+  plist::Dictionary preferences = loadPreferences();
+  if (!isEnabled(preferences)) return;
+  Targets targets = appConfigs(std::move(preferences));
+  if (targets.empty()) return;
+  writeChapterSeparator();
+  writeLogLine("[%s] [守护] 开始执行 1800s \n");
+  platform::async(workerQueue(), [targets = std::move(targets)] { patrolSweep(targets); });
+}
+
+}  // namespace
+
+void setupGlobal1800sTimer() {
+  makeWorkQueues();
+  // Made once, and kept for the life of the process.
+  static platform::Timer& timer = *new platform::Timer(platform::startTimer(
+      debounceQueue(),
+      {.start_ns = kPatrolIntervalNs, .interval_ns = kPatrolIntervalNs, .leeway_ns = kLeewayNs},
+      patrolTick));
+  static_cast<void>(timer);
+}
+
+}  // namespace vorlatch

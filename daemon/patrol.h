@@ -1,0 +1,11 @@
+// The patrol: every 1800 seconds it applies the settings of the targets without a watch timer
+// again.
+#pragma once
+
+namespace vorlatch {
+
+// Starts the patrol, once; its first tick comes 1800 s from now. It is never stopped: each tick
+// reads the preferences and does nothing when they are switched off. On the main thread.
+void setupGlobal1800sTimer();
+
+}  // namespace vorlatch

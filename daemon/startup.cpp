@@ -1,0 +1,28 @@
+#include "daemon/startup.h"
+
+#include "config/default_preset.h"
+#include "config/log_file.h"
+#include "config/log_line.h"
+#include "config/preferences.h"
+#include "daemon/apply_scheduling.h"
+#include "daemon/patrol.h"
+#include "kernel/self_protection.h"
+#include "platform/notifications.h"
+#include "platform/queues.h"
+
+namespace vorlatch {
+
+int runDaemon() {
+  openLog();
+  writeChapterSeparator();
+  checkAndGenerateDefaultConfig();
+  protect_daemon_itself();
+  // The first pass is asked for like any other.
+  applyMemoryLimits();
+  setupGlobal1800sTimer();
+  platform::observeNotification(kApplyNotificationName, applyMemoryLimits);
+  platform::runMainLoop();
+  return 0;
+}
+
+}  // namespace vorlatch

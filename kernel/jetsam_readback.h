@@ -1,0 +1,21 @@
+// Reading a jetsam band back from the kernel: a set call's own result is not trusted.
+#pragma once
+
+#include <cstdint>
+
+namespace vorlatch {
+
+// Stands for no value: a process that is not in the kernel's list, and a request for no particular
+// band.
+inline constexpr std::int32_t kNoJetsamPriority = -999;
+
+// The band that the kernel holds the process at; kNoJetsamPriority when its list cannot be read or
+// does not hold the process. Fetches the list once, never again. Safe to call from any queue.
+std::int32_t getActualJetsam(std::int32_t pid);
+
+// Logs the band read back and whether it is the requested one, or, when `requested` is
+// kNoJetsamPriority, the band that the system chose. `set_result` is the set call's result; it
+// decides only what is said of a process missing from the list.
+void verifyJetsamPriority(std::int32_t pid, int set_result, std::int32_t requested);
+
+}  // namespace vorlatch

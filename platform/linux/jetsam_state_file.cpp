@@ -1,0 +1,281 @@
+#include "platform/linux/jetsam_state_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+namespace vorlatch::platform {
+namespace {
+
+constexpr std::array<char, 8> kMagic = {'v', 'o', 'r', 'j', 'e', 't', '0', '1'};
+constexpr off_t kFileSizeMax = 1 << 24;  // bytes; room for 290000 records
+// Everybody's services stand in the runtime directory; nobody takes away another's.
+constexpr mode_t kRuntimeDirectoryMode = 01777;
+constexpr mode_t kParentDirectoryMode = 0755;
+constexpr mode_t kStateMode = 0600;
+
+// Layouts of the file. No padding, so that the checksum covers nothing undefined.
+struct FileHeader {
+  std::array<char, 8> magic;
+  std::array<char, 40> boot_id;
+  std::int64_t next_arrival;
+  std::uint64_t checksum;  // of the whole file with 0 here
+};
+static_assert(sizeof(FileHeader) == 64);
+
+struct FileRecord {
+  std::uint64_t start_time;
+  std::int64_t arrival;
+  std::uint64_t user_data;
+  std::int32_t pid;
+  std::int32_t requested_band;
+  std::int32_t effective_band;
+  std::int32_t darwin_role;
+  std::int32_t active_limit_mb;
+  std::int32_t inactive_limit_mb;
+  std::uint32_t bits;
+  std::uint32_t reserved;
+};
+static_assert(sizeof(FileRecord) == 56);
+
+constexpr std::uint32_t kActiveFatal = 0x01;
+constexpr std::uint32_t kInactiveFatal = 0x02;
+constexpr std::uint32_t kAssertion = 0x04;
+constexpr std::uint32_t kManaged = 0x08;
+constexpr std::uint32_t kFreezable = 0x10;
+constexpr std::uint32_t kElevated = 0x20;
+
+FileRecord packRecord(std::int32_t pid, const model::JetsamRecord& record) {
+  const auto bit = [](bool set, std::uint32_t value) { return set ? value : 0U; };
+  return {.start_time = record.start_time,
+          .arrival = record.arrival,
+          .user_data = record.user_data,
+          .pid = pid,
+          .requested_band = record.requested_band,
+          .effective_band = record.effective_band,
+          .darwin_role = record.darwin_role,
+          .active_limit_mb = record.active.limit_mb,
+          .inactive_limit_mb = record.inactive.limit_mb,
+          .bits = bit(record.active.fatal, kActiveFatal) |
+                  bit(record.inactive.fatal, kInactiveFatal) | bit(record.assertion, kAssertion) |
+                  bit(record.managed, kManaged) | bit(record.freezable, kFreezable) |
+                  bit(record.elevated, kElevated),
+          .reserved = 0};
+}
+
+model::JetsamRecord unpackRecord(const FileRecord& record) {
+  const auto has = [&record](std::uint32_t bit) { return (record.bits & bit) != 0; };
+  return {.start_time = record.start_time,
+          .arrival = record.arrival,
+          .requested_band = record.requested_band,
+          .effective_band = record.effective_band,
+          .user_data = record.user_data,
+          .active = {.limit_mb = record.active_limit_mb, .fatal = has(kActiveFatal)},
+          .inactive = {.limit_mb = record.inactive_limit_mb, .fatal = has(kInactiveFatal)},
+          .darwin_role = record.darwin_role,
+          .assertion = has(kAssertion),
+          .managed = has(kManaged),
+          .freezable = has(kFreezable),
+          .elevated = has(kElevated)};
+}
+
+// FNV-1a: tells a damaged file from a whole one; nobody is kept out by it.
+std::uint64_t checksumOf(std::string_view bytes) {
+  std::uint64_t hash = 14695981039346656037U;
+  for (const char c : bytes) hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
+  return hash;
+}
+
+class UniqueFile {
+ public:
+  explicit UniqueFile(int descriptor) : descriptor_(descriptor) {}
+  UniqueFile(const UniqueFile&) = delete;
+  UniqueFile& operator=(const UniqueFile&) = delete;
+  ~UniqueFile() {
+    if (descriptor_ >= 0) close(descriptor_);
+  }
+  [[nodiscard]] int get() const { return descriptor_; }
+  [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
+
+ private:
+  int descriptor_;
+};
+
+// In a directory open to everybody, a file is ours only when it says so itself.
+bool isOwnRegularFile(int descriptor, off_t& size) {
+  struct stat status {};
+  if (fstat(descriptor, &status) != 0) return false;
+  size = status.st_size;
+  return S_ISREG(status.st_mode) && status.st_uid == geteuid();
+}
+
+bool makeDirectory(const std::string& path, mode_t mode) {
+  if (mkdir(path.c_str(), mode) == 0) return chmod(path.c_str(), mode) == 0;  // past the umask
+  if (errno == EEXIST) return true;
+  if (errno != ENOENT) return false;
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos || slash == 0) return false;
+  return makeDirectory(path.substr(0, slash), kParentDirectoryMode) && makeDirectory(path, mode);
+}
+
+// The lock that this process then holds until the file is closed; its death closes it too.
+UniqueFile openLocked(const std::string& path) {
+  const auto open_once = [&path] {
+    return open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, kStateMode);
+  };
+  int descriptor = open_once();
+  if (descriptor < 0 && errno == ENOENT &&
+      makeDirectory(path.substr(0, path.rfind('/')), kRuntimeDirectoryMode)) {
+    descriptor = open_once();
+  }
+  off_t size = 0;
+  bool locked = descriptor >= 0 && isOwnRegularFile(descriptor, size);
+  if (locked) {
+    int result = flock(descriptor, LOCK_EX);
+    while (result != 0 && errno == EINTR) result = flock(descriptor, LOCK_EX);
+    locked = result == 0;
+  }
+  if (!locked && descriptor >= 0) {
+    close(descriptor);
+    descriptor = -1;
+  }
+  return UniqueFile(descriptor);
+}
+
+std::string readWhole(int descriptor, std::size_t size) {
+  std::string bytes(size, '\0');
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t count = read(descriptor, bytes.data() + done, size - done);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    done += static_cast<std::size_t>(count);
+  }
+  bytes.resize(done);
+  return bytes;
+}
+
+// Nothing only when the name is taken by what is not ours; no file and no sense are an empty table.
+std::optional<model::JetsamTable> load(const std::string& path, std::string_view boot_id) {
+  const UniqueFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!file.isOpen()) {
+    if (errno == ENOENT) return model::JetsamTable{};
+    return std::nullopt;
+  }
+  off_t size = 0;
+  if (!isOwnRegularFile(file.get(), size)) return std::nullopt;
+  if (size > kFileSizeMax) return model::JetsamTable{};
+  const std::string bytes = readWhole(file.get(), static_cast<std::size_t>(size));
+  return decodeJetsamTable(bytes, boot_id).value_or(model::JetsamTable{});
+}
+
+bool writeWhole(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+// Gives the new file the name of the state in one step. Where there is a state the two change
+// places first: a rename over a file makes ext4 write the new one out to the disk, which takes many
+// times longer than the rest of the call.
+bool putInPlace(const std::string& fresh, const std::string& path) {
+  if (renameat2(AT_FDCWD, fresh.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) == 0) {
+    unlink(fresh.c_str());
+    return true;
+  }
+  return std::rename(fresh.c_str(), path.c_str()) == 0;
+}
+
+// The old state stands until the new one is whole. Nothing is flushed to the disk: the state means
+// nothing after the machine has gone down.
+bool save(const std::string& path, std::string_view bytes) {
+  const std::string fresh = path + ".new";
+  if (unlink(fresh.c_str()) != 0 && errno != ENOENT) return false;
+  {
+    const UniqueFile file(
+        open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kStateMode));
+    if (!file.isOpen() || !writeWhole(file.get(), bytes)) return false;
+  }
+  return putInPlace(fresh, path);
+}
+
+std::string readBootId() {
+  const UniqueFile file(open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
+  return file.isOpen() ? readWhole(file.get(), 36) : std::string();
+}
+
+const std::string& bootId() {
+  static const std::string& boot_id = *new std::string(readBootId());
+  return boot_id;
+}
+
+}  // namespace
+
+std::string encodeJetsamTable(const model::JetsamTable& table, std::string_view boot_id) {
+  FileHeader header{
+      .magic = kMagic, .boot_id = {}, .next_arrival = table.next_arrival, .checksum = 0};
+  std::memcpy(header.boot_id.data(), boot_id.data(),
+              std::min(boot_id.size(), header.boot_id.size()));
+  std::string bytes(sizeof(header) + table.records.size() * sizeof(FileRecord), '\0');
+  std::memcpy(bytes.data(), &header, sizeof(header));
+  char* out = bytes.data() + sizeof(header);
+  for (const auto& [pid, record] : table.records) {
+    const FileRecord packed = packRecord(pid, record);
+    std::memcpy(out, &packed, sizeof(packed));
+    out += sizeof(packed);
+  }
+  header.checksum = checksumOf(bytes);
+  std::memcpy(bytes.data(), &header, sizeof(header));
+  return bytes;
+}
+
+std::optional<model::JetsamTable> decodeJetsamTable(std::string_view bytes,
+                                                    std::string_view boot_id) {
+  FileHeader header{};
+  if (bytes.size() < sizeof(header)) return std::nullopt;
+  if ((bytes.size() - sizeof(header)) % sizeof(FileRecord) != 0) return std::nullopt;
+  std::memcpy(&header, bytes.data(), sizeof(header));
+  model::JetsamTable table;
+  table.next_arrival = header.next_arrival;
+  for (std::size_t at = sizeof(header); at < bytes.size(); at += sizeof(FileRecord)) {
+    FileRecord record{};
+    std::memcpy(&record, bytes.data() + at, sizeof(record));
+    table.records[record.pid] = unpackRecord(record);
+  }
+  // Whatever this program would not have written itself is refused: another layout, another boot,
+  // a changed byte, a pid that stands twice.
+  if (encodeJetsamTable(table, boot_id) != bytes) return std::nullopt;
+  return table;
+}
+
+void JetsamStateFile::update(const model::ProcessList& processes,
+                             const std::function<void(model::JetsamTable&)>& use) {
+  const std::lock_guard guard(mutex_);
+  if (in_memory_) {
+    use(*in_memory_);
+    return;
+  }
+  const UniqueFile lock = openLocked(path_ + ".lock");
+  std::optional<model::JetsamTable> stored;
+  if (lock.isOpen()) stored = load(path_, bootId());
+  model::JetsamTable table = stored.value_or(model::JetsamTable{});
+  use(table);
+  if (stored && table == *stored) return;
+  model::forgetDeadProcesses(table, processes);
+  if (stored && save(path_, encodeJetsamTable(table, bootId()))) return;
+  in_memory_ = std::move(table);
+}
+
+}  // namespace vorlatch::platform

@@ -1,0 +1,222 @@
+#include "platform/property_list.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <type_traits>
+#include <utility>
+#include <variant>
+
+#include <plist/plist.h>
+
+#include "platform/binary_property_list.h"
+#include "platform/utf8.h"
+#include "platform/xml_scanner.h"
+
+namespace vorlatch::platform {
+namespace {
+
+using plist::Array;
+using plist::Data;
+using plist::Date;
+using plist::Dictionary;
+using plist::Value;
+
+struct FreeNode {
+  void operator()(plist_t node) const { plist_free(node); }
+};
+using Node = std::unique_ptr<std::remove_pointer_t<plist_t>, FreeNode>;
+
+struct FreeMemory {
+  void operator()(void* memory) const { std::free(memory); }
+};
+template <typename T>
+using Owned = std::unique_ptr<T, FreeMemory>;
+
+constexpr std::uint64_t kTopBit = std::uint64_t{1} << 63U;
+constexpr double kMicrosecond = 1e-6;
+
+// The library's XML, whole: a document with one root.
+std::string xmlOf(plist_t node) {
+  char* text = nullptr;
+  std::uint32_t length = 0;
+  plist_to_xml(node, &text, &length);
+  const Owned<char> owned(text);
+  return owned != nullptr ? std::string(owned.get(), length) : std::string();
+}
+
+// libplist 2.2.0 moves the rest of a text forward at each entity in it. This many bytes take it a
+// fraction of a second; no list for people comes near.
+constexpr std::uint64_t kMaxBytesMovedForEntities = std::uint64_t{1} << 35U;
+
+bool hasFewEntities(std::string_view bytes) {
+  using Kind = plist::XmlToken::Kind;
+  plist::XmlScanner scanner(bytes);
+  std::uint64_t moved_bytes = 0;
+  for (auto token = scanner.next(); token.kind != Kind::End; token = scanner.next()) {
+    if (token.kind == Kind::Malformed) return false;
+    if (token.kind != Kind::Text) continue;
+    const auto entities = std::count(token.content.begin(), token.content.end(), '&');
+    moved_bytes += static_cast<std::uint64_t>(entities) * token.content.size();
+    if (moved_bytes > kMaxBytesMovedForEntities) return false;
+  }
+  return true;
+}
+
+Node parsed(std::string_view bytes) {
+  plist_t node = nullptr;
+  if (bytes.size() <= std::numeric_limits<std::uint32_t>::max()) {
+    plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &node);
+  }
+  return Node(node);
+}
+
+// libplist 2.2.0 knows whether an integer is above the signed range, but tells it only in its XML.
+Value integerOf(plist_t node) {
+  std::uint64_t bits = 0;
+  plist_get_uint_val(node, &bits);
+  if (bits >= kTopBit && xmlOf(node).find("<integer>-") == std::string::npos) return Value(bits);
+  return Value(static_cast<std::int64_t>(bits));
+}
+
+// ... and takes one from there alone.
+Node nodeOf(std::uint64_t above_int64) {
+  return parsed("<plist version=\"1.0\"><integer>" + std::to_string(above_int64) +
+                "</integer></plist>");
+}
+
+std::optional<Value> valueOf(plist_t node);
+
+std::optional<Value> arrayOf(plist_t node) {
+  Array array;
+  plist_array_iter iterator = nullptr;
+  plist_array_new_iter(node, &iterator);
+  const Owned<void> owned_iterator(iterator);
+  for (plist_t item = nullptr; plist_array_next_item(node, iterator, &item), item != nullptr;) {
+    std::optional<Value> value = valueOf(item);
+    if (!value) return std::nullopt;
+    array.push_back(*std::move(value));
+  }
+  return Value(std::move(array));
+}
+
+std::optional<Value> dictionaryOf(plist_t node) {
+  Dictionary dictionary;
+  plist_dict_iter iterator = nullptr;
+  plist_dict_new_iter(node, &iterator);
+  const Owned<void> owned_iterator(iterator);
+  while (true) {
+    char* key = nullptr;
+    plist_t item = nullptr;
+    plist_dict_next_item(node, iterator, &key, &item);
+    const Owned<char> owned_key(key);
+    if (item == nullptr) return Value(std::move(dictionary));
+    std::optional<Value> value = valueOf(item);
+    if (!value || key == nullptr || !isValidUtf8(key)) return std::nullopt;
+    dictionary.insert_or_assign(key, *std::move(value));
+  }
+}
+
+std::optional<Value> stringOf(plist_t node) {
+  std::uint64_t length = 0;
+  const char* text = plist_get_string_ptr(node, &length);
+  if (text == nullptr) return Value(std::string());
+  const std::string_view view(text, length);
+  if (!isValidUtf8(view)) return std::nullopt;
+  return Value(std::string(view));
+}
+
+std::optional<Value> valueOf(plist_t node) {
+  switch (plist_get_node_type(node)) {
+    case PLIST_BOOLEAN: {
+      std::uint8_t value = 0;
+      plist_get_bool_val(node, &value);
+      return Value(value != 0);
+    }
+    case PLIST_UINT:
+      return integerOf(node);
+    case PLIST_REAL: {
+      double value = 0;
+      plist_get_real_val(node, &value);
+      return Value(value);
+    }
+    case PLIST_STRING:
+      return stringOf(node);
+    case PLIST_DATE: {
+      std::int32_t seconds = 0;
+      std::int32_t microseconds = 0;
+      plist_get_date_val(node, &seconds, &microseconds);
+      return Value(Date{seconds + microseconds * kMicrosecond});
+    }
+    case PLIST_DATA: {
+      std::uint64_t length = 0;
+      const char* bytes = plist_get_data_ptr(node, &length);
+      return Value(Data{bytes != nullptr ? std::string(bytes, length) : std::string()});
+    }
+    case PLIST_UID: {
+      // A keyed archive's reference, in the form that it has in XML.
+      std::uint64_t uid = 0;
+      plist_get_uid_val(node, &uid);
+      return Value(Dictionary{{"CF$UID", Value(uid)}});
+    }
+    case PLIST_ARRAY:
+      return arrayOf(node);
+    case PLIST_DICT:
+      return dictionaryOf(node);
+    default:
+      return std::nullopt;
+  }
+}
+
+Node nodeOf(const Value& value);
+
+struct MakeNode {
+  Node operator()(bool value) const { return Node(plist_new_bool(value ? 1 : 0)); }
+  Node operator()(std::int64_t value) const {
+    return Node(plist_new_uint(static_cast<std::uint64_t>(value)));
+  }
+  Node operator()(std::uint64_t value) const { return nodeOf(value); }
+  Node operator()(double value) const { return Node(plist_new_real(value)); }
+  Node operator()(const std::string& value) const { return Node(plist_new_string(value.c_str())); }
+  Node operator()(const Date& value) const {
+    const auto seconds = static_cast<std::int32_t>(plist::int32Value(value.seconds_since_2001));
+    return Node(plist_new_date(seconds, 0));
+  }
+  Node operator()(const Data& value) const {
+    return Node(plist_new_data(value.bytes.data(), value.bytes.size()));
+  }
+  Node operator()(const Array& value) const {
+    Node array(plist_new_array());
+    for (const Value& item : value) plist_array_append_item(array.get(), nodeOf(item).release());
+    return array;
+  }
+  Node operator()(const Dictionary& value) const {
+    Node dictionary(plist_new_dict());
+    for (const auto& [key, item] : value) {
+      plist_dict_set_item(dictionary.get(), key.c_str(), nodeOf(item).release());
+    }
+    return dictionary;
+  }
+};
+
+Node nodeOf(const Value& value) {
+  return std::visit(MakeNode{}, value.storage());
+}
+
+}  // namespace
+
+std::optional<Value> parsePropertyList(std::string_view bytes) {
+  if (!plist::isBinaryPropertyList(bytes) && !hasFewEntities(bytes)) return std::nullopt;
+  const Node root = parsed(bytes);
+  if (root == nullptr) return std::nullopt;
+  return valueOf(root.get());
+}
+
+std::string writeXmlPropertyList(const Value& value) {
+  std::string xml = xmlOf(nodeOf(value).get());
+  return isValidUtf8(xml) ? xml : std::string();
+}
+
+}  // namespace vorlatch::platform

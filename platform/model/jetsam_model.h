@@ -1,0 +1,111 @@
+// The jetsam side of the kernel, for platforms that have none: what memorystatus_control and the
+// Darwin role calls would answer for the processes of a host. Facts are from xnu-11417.101.15,
+// bsd/kern/kern_memorystatus.c and kern_memorystatus_freeze.c, unless a comment says otherwise.
+// Holds no lock and does no input or output: the host gives it the table and the live processes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <vector>
+
+namespace vorlatch::model {
+
+// The kernels differ in their band numbers and in a few refusals.
+enum class KernelGeneration : std::uint8_t {
+  Xnu4903To8020,    // up to iOS 15: bands 0 to 21
+  Xnu8792To10063,   // iOS 16 and 17: the same bands times ten, 0 to 210
+  Xnu11215To11417,  // iOS 18: an assertion on an unmanaged process is refused
+};
+
+// Where commands 16 and 18 take the new state from. xnu reads the flags; the reading that honours
+// the four-byte buffer lets every state be seen to change.
+enum class StateArgument : std::uint8_t { Buffer, Flags };
+
+struct Kernel {
+  KernelGeneration generation = KernelGeneration::Xnu8792To10063;
+  StateArgument state_argument = StateArgument::Buffer;
+  // The limit that a process without one of its own is reported to have, in MB; -1: none.
+  std::int32_t default_task_limit_mb = -1;
+  // Whether the caller is root or holds com.apple.private.memorystatus.
+  bool caller_is_privileged = true;
+};
+
+std::int32_t highestBand(KernelGeneration generation);
+std::int32_t defaultBand(KernelGeneration generation);
+
+// A process as the host lists it. A pid with another start time is another process.
+struct LiveProcess {
+  std::int32_t pid = 0;
+  std::uint64_t start_time = 0;
+  bool is_app = false;  // runs from an app bundle: Darwin roles apply to apps alone
+};
+
+// The processes that run now, zombies left out.
+class ProcessList {
+ public:
+  ProcessList() = default;
+  ProcessList(const ProcessList&) = delete;
+  ProcessList& operator=(const ProcessList&) = delete;
+  virtual ~ProcessList() = default;
+  [[nodiscard]] virtual std::vector<LiveProcess> all() const = 0;
+  [[nodiscard]] virtual std::optional<LiveProcess> find(std::int32_t pid) const = 0;
+};
+
+struct MemoryLimit {
+  std::int32_t limit_mb = -1;  // -1: the system's default
+  bool fatal = true;
+  friend bool operator==(const MemoryLimit&, const MemoryLimit&) = default;
+};
+
+// What the kernel keeps for one process. A process without a record has the defaults.
+struct JetsamRecord {
+  std::uint64_t start_time = 0;
+  // Order within a band. A set moves the process to its band's tail (a positive number, counting
+  // up) or, from -2, to its head (a negative one, counting down); 0 was never moved.
+  std::int64_t arrival = 0;
+  std::int32_t requested_band = 0;
+  std::int32_t effective_band = 0;
+  std::uint64_t user_data = 0;
+  MemoryLimit active;
+  MemoryLimit inactive;
+  std::int32_t darwin_role = 0;
+  bool assertion = false;
+  bool managed = false;
+  bool freezable = false;
+  bool elevated = false;
+  friend bool operator==(const JetsamRecord&, const JetsamRecord&) = default;
+};
+
+struct JetsamTable {
+  std::map<std::int32_t, JetsamRecord> records;  // by pid
+  std::int64_t next_arrival = 1;
+  friend bool operator==(const JetsamTable&, const JetsamTable&) = default;
+};
+
+// A record of the table as it stands for a live process: the defaults where the table has none, or
+// one of an earlier process with the same pid.
+JetsamRecord recordOf(const Kernel& kernel, const JetsamTable& table, const LiveProcess& process);
+
+// Takes out what belongs to no live process.
+void forgetDeadProcesses(JetsamTable& table, const ProcessList& processes);
+
+// As the system call returns: the result, and the errno that goes with -1 (0 otherwise).
+struct CallResult {
+  int result = 0;
+  int error = 0;
+  friend bool operator==(const CallResult&, const CallResult&) = default;
+};
+
+CallResult memorystatusControl(const Kernel& kernel, JetsamTable& table,
+                               const ProcessList& processes, std::uint32_t command,
+                               std::int32_t pid, std::uint32_t flags, void* buffer,
+                               std::size_t buffersize);
+
+// setpriority with PRIO_DARWIN_ROLE: refused with ENOTSUP unless the process is an app
+// (xnu-11417.101.15, bsd/kern/kern_resource.c, proc_set_darwin_role).
+CallResult setDarwinRole(const Kernel& kernel, JetsamTable& table, const ProcessList& processes,
+                         std::int32_t pid, std::int32_t role);
+
+}  // namespace vorlatch::model

@@ -1,0 +1,23 @@
+// The seam for property lists: bytes to value and back. CoreFoundation's on the device, libplist's
+// on Linux; neither library's types pass through here.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/plist_value.h"
+
+namespace vorlatch::platform {
+
+// The value that the bytes of an XML or binary property list stand for; nothing when they do not
+// parse. The caller has bounded size, nesting and expansion beforehand (config/property_list_file.h
+// does), so that no parser has to be trusted with that. Strings that are not UTF-8 do not parse.
+// Safe to call from any thread.
+std::optional<plist::Value> parsePropertyList(std::string_view bytes);
+
+// The XML form of a value, ready to be written to a file; empty when the platform cannot write it.
+// Integers are written as integers. Safe to call from any thread.
+std::string writeXmlPropertyList(const plist::Value& value);
+
+}  // namespace vorlatch::platform

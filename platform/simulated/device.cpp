@@ -1,0 +1,137 @@
+#include "platform/simulated/device.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "platform/simulated/process_list.h"
+#include "platform/simulated/trace_text.h"
+
+namespace vorlatch::simulated {
+namespace {
+
+constexpr std::int64_t kStoriesBegin = 1772600767;  // 2026-03-04 05:06:07
+constexpr std::int64_t kNsPerSecond = 1'000'000'000;
+
+}  // namespace
+
+Device::Device() : main_queue_(scheduler.makeQueue("main")) {
+  kernel.default_task_limit_mb = 1450;
+  launch(
+      {.name = "vorlatchd", .executable_path = "/var/jb/usr/libexec/vorlatchd", .pid = getpid()});
+}
+
+Device& Device::get() {
+  static Device& device = *new Device;
+  return device;
+}
+
+std::int32_t Device::launch(const Launch& launch) {
+  const std::int32_t pid = launch.pid != 0 ? launch.pid : next_pid_++;
+  processes_.push_front({.name = launch.name,
+                         .executable_path = launch.executable_path,
+                         .pid = pid,
+                         .nice_value = launch.nice_value,
+                         .start_time = next_start_time_++});
+  by_pid_[pid] = processes_.begin();
+  return pid;
+}
+
+void Device::exit(std::int32_t pid) {
+  const auto entry = by_pid_.find(pid);
+  if (entry == by_pid_.end()) return;
+  processes_.erase(entry->second);
+  by_pid_.erase(entry);
+  jetsam_table.records.erase(pid);
+}
+
+void Device::becomeZombie(std::int32_t pid) {
+  const auto entry = by_pid_.find(pid);
+  if (entry == by_pid_.end()) return;
+  entry->second->is_zombie = true;
+  processes_.splice(processes_.end(), processes_, entry->second);
+  jetsam_table.records.erase(pid);
+}
+
+Process* Device::find(std::int32_t pid) {
+  const auto entry = by_pid_.find(pid);
+  if (entry == by_pid_.end() || entry->second->is_zombie) return nullptr;
+  return &*entry->second;
+}
+
+model::JetsamRecord Device::jetsam(std::int32_t pid) {
+  const auto process = LiveProcesses(*this).find(pid);
+  return process ? model::recordOf(kernel, jetsam_table, *process) : model::JetsamRecord{};
+}
+
+void Device::post(const std::string& name) {
+  const auto [first, last] = observers_.equal_range(name);
+  for (auto observer = first; observer != last; ++observer) {
+    scheduler.send(main_queue_, observer->second);
+  }
+}
+
+void Device::observe(const std::string& name, platform::Work handler) {
+  observers_.emplace(name, std::move(handler));
+}
+
+std::int64_t Device::wallSeconds() const {
+  return kStoriesBegin + wall_step_s_ + static_cast<std::int64_t>(scheduler.nowNs()) / kNsPerSecond;
+}
+
+std::vector<std::string> Device::takeTrace(const std::vector<std::string>& functions) {
+  std::vector<std::string> taken;
+  for (const Call& call : std::exchange(trace_, {})) {
+    const bool wanted = functions.empty() || std::find(functions.begin(), functions.end(),
+                                                       call.function) != functions.end();
+    if (wanted) taken.push_back(call.text);
+  }
+  return taken;
+}
+
+void Device::trace(std::string_view function, const std::string& text) {
+  if (is_tracing) trace_.push_back({.function = std::string(function), .text = text});
+}
+
+Script* Device::matchingScript(std::string_view function, int command, std::int32_t pid) {
+  Script* matching = nullptr;
+  for (Script& script : scripts_) {
+    if (script.function != function || script.command.value_or(command) != command ||
+        script.pid.value_or(pid) != pid) {
+      continue;
+    }
+    ++script.seen;
+    const bool applies = script.seen >= script.first && script.seen - script.first < script.count;
+    if (applies && matching == nullptr) matching = &script;
+  }
+  return matching;
+}
+
+int Device::call(std::string_view function, int command, std::int32_t pid,
+                 std::string_view arguments, void* buffer, std::size_t buffer_bytes,
+                 const std::function<Answer()>& act) {
+  const int errno_before = errno;
+  const std::string before = is_tracing ? bytesOf(buffer, buffer_bytes) : std::string();
+  const Script* script = matchingScript(function, command, pid);
+  Answer answer;
+  if (script == nullptr || !script->result || script->acts) answer = act();
+  if (script != nullptr) {
+    if (script->result) answer = {.result = *script->result, .error = script->error};
+    if (script->buffer && buffer != nullptr) {
+      std::memcpy(buffer, script->buffer->data(), std::min(buffer_bytes, script->buffer->size()));
+    }
+    scheduler.spend(script->takes_ns);
+    // A copy, since what happens meanwhile may script more.
+    if (const auto meanwhile = script->meanwhile) meanwhile();
+  }
+  if (is_tracing) {
+    trace(function, callText(function, arguments, before, bytesOf(buffer, buffer_bytes), answer));
+  }
+  errno = answer.error != 0 ? answer.error : errno_before;
+  return answer.result;
+}
+
+}  // namespace vorlatch::simulated

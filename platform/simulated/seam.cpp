@@ -1,0 +1,239 @@
+// The seam's functions, each one call on the simulated device.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "platform/local_time.h"
+#include "platform/memorystatus.h"
+#include "platform/notifications.h"
+#include "platform/process_table.h"
+#include "platform/queues.h"
+#include "platform/root_prefix_library.h"
+#include "platform/simulated/device.h"
+#include "platform/simulated/process_list.h"
+
+namespace vorlatch::platform {
+namespace {
+
+using simulated::Device;
+using simulated::LiveProcesses;
+using simulated::Process;
+using Answer = Device::Answer;
+
+constexpr std::size_t kLongestProcessName = 31;
+constexpr int kSpareProcesses = 20;  // proc_listpids leaves room for newcomers
+constexpr std::uint32_t kSmallestNameBuffer = 32;
+constexpr std::uint32_t kSmallestPathBuffer = 1024;
+constexpr std::uint32_t kLargestPathBuffer = 4096;
+
+template <typename... Parts>
+std::string list(const Parts&... parts) {
+  std::string text;
+  ((text += (text.empty() ? "" : ", ") + parts), ...);
+  return text;
+}
+
+std::string number(std::int64_t value) {
+  return std::to_string(value);
+}
+std::string pidText(std::int64_t pid) {
+  return pid == getpid() ? "self" : number(pid);
+}
+std::string bufferText(const void* buffer) {
+  return buffer == nullptr ? "null" : "&";
+}
+// A scratch buffer is told by whether its caller zeroed it.
+std::string scratchText(const void* buffer, std::size_t length) {
+  const std::string_view bytes(static_cast<const char*>(buffer), length);
+  return bytes.find_first_not_of('\0') == bytes.npos ? "zeros" : "leftovers";
+}
+
+std::string timeText(std::uint64_t ns) {
+  return ns == kNever ? "never" : std::to_string(ns);
+}
+
+void override(const Process& process, model::JetsamTable& table) {
+  const auto record = table.records.find(process.pid);
+  if (process.overriding_band && record != table.records.end()) {
+    record->second.effective_band = *process.overriding_band;
+  }
+}
+
+Answer priorityOf(int which, std::int32_t pid) {
+  if (which != PRIO_PROCESS || pid < 0) return {.result = -1, .error = EINVAL};
+  const Process* process = Device::get().find(pid == 0 ? getpid() : pid);
+  if (process == nullptr) return {.result = -1, .error = ESRCH};
+  return {.result = process->nice_value};
+}
+
+Answer setPriorityOf(int which, std::int32_t pid, int value) {
+  Device& device = Device::get();
+  if (pid < 0) return {.result = -1, .error = EINVAL};  // an id above the largest pid
+  if (which == PRIO_DARWIN_ROLE) {
+    return model::setDarwinRole(device.kernel, device.jetsam_table, LiveProcesses(device), pid,
+                                value);
+  }
+  if (which != PRIO_PROCESS) return {.result = -1, .error = EINVAL};
+  Process* process = device.find(pid == 0 ? getpid() : pid);
+  if (process == nullptr) return {.result = -1, .error = ESRCH};
+  process->nice_value = process->overriding_nice.value_or(std::clamp(value, -20, 20));
+  return {};
+}
+
+Answer listProcesses(std::uint32_t type, void* buffer, int buffersize) {
+  if (type != PROC_ALL_PIDS) return {.result = 0, .error = EINVAL};
+  const auto& processes = Device::get().processes();
+  const int count = static_cast<int>(processes.size());
+  constexpr int kBytesPerPid = sizeof(std::int32_t);
+  if (buffer == nullptr) return {.result = (count + kSpareProcesses) * kBytesPerPid};
+  if (buffersize < kBytesPerPid) return {.result = 0, .error = ENOMEM};
+  const int fitting = std::min(count, buffersize / kBytesPerPid);
+  auto* next = static_cast<char*>(buffer);
+  auto process = processes.begin();
+  for (int i = 0; i < fitting; ++i, ++process, next += kBytesPerPid) {
+    std::memcpy(next, &process->pid, kBytesPerPid);
+  }
+  return {.result = fitting * kBytesPerPid};
+}
+
+Answer copyText(std::string_view text, void* buffer) {
+  std::memcpy(buffer, text.data(), text.size());
+  static_cast<char*>(buffer)[text.size()] = '\0';
+  return {.result = static_cast<int>(text.size())};
+}
+
+}  // namespace
+
+int memorystatus_control(std::uint32_t command, std::int32_t pid, std::uint32_t flags, void* buffer,
+                         std::size_t buffersize) {
+  Device& device = Device::get();
+  const std::string arguments =
+      device.is_tracing ? list(number(command), pidText(pid), number(flags), bufferText(buffer),
+                               number(static_cast<std::int64_t>(buffersize)))
+                        : std::string();
+  return device.call(
+      "memorystatus_control", static_cast<int>(command), pid, arguments, buffer, buffersize, [&] {
+        const Answer answer =
+            model::memorystatusControl(device.kernel, device.jetsam_table, LiveProcesses(device),
+                                       command, pid, flags, buffer, buffersize);
+        if (const Process* process = device.find(pid)) {
+          override(*process, device.jetsam_table);
+        }
+        return answer;
+      });
+}
+
+int getpriority(int which, std::uint32_t who) {
+  const auto pid = static_cast<std::int32_t>(who);
+  return Device::get().call("getpriority", which, pid, list(number(which), pidText(pid)), nullptr,
+                            0, [&] { return priorityOf(which, pid); });
+}
+
+int setpriority(int which, std::uint32_t who, int value) {
+  const auto pid = static_cast<std::int32_t>(who);
+  return Device::get().call("setpriority", which, pid,
+                            list(number(which), pidText(pid), number(value)), nullptr, 0,
+                            [&] { return setPriorityOf(which, pid, value); });
+}
+
+int proc_listpids(std::uint32_t type, std::uint32_t typeinfo, void* buffer, int buffersize) {
+  return Device::get().call(
+      "proc_listpids", 0, 0,
+      list(number(type), number(typeinfo), bufferText(buffer), number(buffersize)), buffer,
+      static_cast<std::size_t>(buffersize),
+      [&] { return listProcesses(type, buffer, buffersize); });
+}
+
+int proc_name(int pid, void* buffer, std::uint32_t buffersize) {
+  Device& device = Device::get();
+  const std::string arguments =
+      device.is_tracing ? list(pidText(pid), scratchText(buffer, buffersize), number(buffersize))
+                        : std::string();
+  return device.call("proc_name", 0, pid, arguments, buffer, buffersize, [&]() -> Answer {
+    if (buffersize < kSmallestNameBuffer) return {.result = 0, .error = ENOMEM};
+    const Process* process = device.find(pid);
+    if (process == nullptr) return {.result = 0, .error = ESRCH};
+    return copyText(std::string_view(process->name).substr(0, kLongestProcessName), buffer);
+  });
+}
+
+int proc_pidpath(int pid, void* buffer, std::uint32_t buffersize) {
+  Device& device = Device::get();
+  const std::string arguments =
+      device.is_tracing ? list(pidText(pid), scratchText(buffer, buffersize), number(buffersize))
+                        : std::string();
+  return device.call("proc_pidpath", 0, pid, arguments, buffer, buffersize, [&]() -> Answer {
+    const Process* process = device.find(pid);
+    if (buffersize < kSmallestPathBuffer) return {.result = 0, .error = ENOMEM};
+    if (buffersize > kLargestPathBuffer) return {.result = 0, .error = EOVERFLOW};
+    if (process == nullptr || process->executable_path.empty())
+      return {.result = 0, .error = ESRCH};
+    if (process->executable_path.size() >= buffersize) return {.result = 0, .error = ENOSPC};
+    return copyText(process->executable_path, buffer);
+  });
+}
+
+SerialQueue& makeSerialQueue(const char* label) {
+  Device& device = Device::get();
+  device.trace("makeSerialQueue", list(std::string("makeSerialQueue(\"") + label + "\")"));
+  return device.scheduler.makeQueue(label);
+}
+
+void async(SerialQueue& queue, Work work) {
+  Device::get().scheduler.send(queue, std::move(work));
+}
+
+Timer startTimer(SerialQueue& queue, const TimerSchedule& schedule, Work handler) {
+  Device& device = Device::get();
+  Timer timer(device.scheduler.start(queue, schedule, std::move(handler)));
+  device.trace("startTimer",
+               "startTimer(" +
+                   list(queue.label(), timeText(schedule.start_ns), timeText(schedule.interval_ns),
+                        timeText(schedule.leeway_ns)) +
+                   ") = timer " + number(timer->id));
+  return timer;
+}
+
+void CancelTimer::operator()(TimerSource* source) const {
+  Device& device = Device::get();
+  device.trace("cancelTimer", "cancelTimer(timer " + number(source->id) + ")");
+  device.scheduler.cancel(source);
+}
+
+// Time is the test's: it goes on when the test says so.
+void runMainLoop() {}
+
+void observeNotification(const char* name, Work handler) {
+  Device& device = Device::get();
+  device.trace("observeNotification", std::string("observeNotification(\"") + name + "\")");
+  device.observe(name, std::move(handler));
+}
+
+bool postNotification(const char* name) {
+  Device::get().post(name);
+  return true;
+}
+
+std::string localTimeStamp() {
+  const std::chrono::sys_seconds now{std::chrono::seconds(Device::get().wallSeconds())};
+  const auto midnight = std::chrono::floor<std::chrono::days>(now);
+  const std::chrono::year_month_day date(midnight);
+  const std::chrono::hh_mm_ss time(now - midnight);
+  char stamp[32];
+  std::snprintf(stamp, sizeof(stamp), "%02u-%02u %02d:%02d:%02d", unsigned{date.month()},
+                unsigned{date.day()}, static_cast<int>(time.hours().count()),
+                static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()));
+  return stamp;
+}
+
+const char* rootPrefixLibraryName() {
+  return Device::get().root_prefix_library.c_str();
+}
+
+}  // namespace vorlatch::platform

@@ -1,0 +1,67 @@
+#include "proc/bundle_identifier.h"
+
+#include <array>
+#include <mutex>
+#include <string_view>
+#include <unordered_map>
+
+#include "config/property_list_file.h"
+#include "platform/process_table.h"
+#include "platform/utf8.h"
+
+namespace vorlatch {
+namespace {
+
+constexpr std::uint32_t kPathBufferBytes = 4096;
+
+struct BundleIdentifierCache {
+  // Held around a look-up or an insertion, never while a file is read.
+  std::mutex mutex;
+  std::unordered_map<std::string, std::string> bundleIdentifierCache;  // by bundle directory
+};
+
+BundleIdentifierCache& cache() {
+  static BundleIdentifierCache& kept = *new BundleIdentifierCache;
+  return kept;
+}
+
+std::optional<std::string> cachedIdentifier(const std::string& bundle_directory) {
+  BundleIdentifierCache& kept = cache();
+  const std::scoped_lock lock(kept.mutex);
+  const auto entry = kept.bundleIdentifierCache.find(bundle_directory);
+  if (entry == kept.bundleIdentifierCache.end()) return std::nullopt;
+  return entry->second;
+}
+
+void rememberIdentifier(const std::string& bundle_directory, const std::string& identifier) {
+  BundleIdentifierCache& kept = cache();
+  const std::scoped_lock lock(kept.mutex);
+  kept.bundleIdentifierCache.insert_or_assign(bundle_directory, identifier);
+}
+
+std::optional<std::string> identifierInInfoPlist(const std::string& bundle_directory) {
+  const plist::Dictionary info = readDictionary(bundle_directory + "/Info.plist");
+  const plist::Value* identifier = plist::find(info, "CFBundleIdentifier");
+  const auto* text = identifier != nullptr ? identifier->as<std::string>() : nullptr;
+  if (text == nullptr) return std::nullopt;
+  return *text;
+}
+
+}  // namespace
+
+std::optional<std::string> bundleIdentifierOfProcess(std::int32_t pid) {
+  std::array<char, kPathBufferBytes> buffer{};
+  if (platform::proc_pidpath(pid, buffer.data(), kPathBufferBytes) < 1) return std::nullopt;
+  const std::string_view executable(buffer.data());
+  const std::string_view directory = executable.substr(0, executable.rfind('/'));
+  if (!directory.ends_with(".app") && !directory.ends_with(".appex")) return std::nullopt;
+  if (!isValidUtf8(executable)) return std::nullopt;
+
+  const std::string bundle_directory(directory);
+  if (auto known = cachedIdentifier(bundle_directory)) return known;
+  std::optional<std::string> identifier = identifierInInfoPlist(bundle_directory);
+  if (identifier && !identifier->empty()) rememberIdentifier(bundle_directory, *identifier);
+  return identifier;
+}
+
+}  // namespace vorlatch

@@ -1,0 +1,82 @@
+#include "proc/process_lookup.h"
+
+#include <array>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string_view>
+
+#include "platform/process_table.h"
+#include "platform/utf8.h"
+#include "proc/bundle_identifier.h"
+
+namespace vorlatch {
+namespace {
+
+constexpr std::uint32_t kNameBufferBytes = 256;
+using NameBuffer = std::array<char, kNameBufferBytes>;
+
+// Zeroed before the call, so that a failed one leaves the empty string.
+int readName(std::int32_t pid, NameBuffer& name) {
+  name.fill('\0');
+  return platform::proc_name(pid, name.data(), kNameBufferBytes);
+}
+
+// Calls `visit` with each process id in the kernel's order until it returns false.
+template <typename Visit>
+void walkProcesses(Visit visit) {
+  const int needed = platform::proc_listpids(platform::PROC_ALL_PIDS, 0, nullptr, 0);
+  if (needed < 1) return;
+  // Room for as many ids as the kernel asked for bytes: four times its own slack for processes that
+  // appear between the two calls.
+  const std::size_t capacity = static_cast<std::uint32_t>(needed);
+  const std::size_t capacity_bytes = capacity * sizeof(std::int32_t);
+  if (capacity_bytes > INT_MAX) return;
+  const std::unique_ptr<std::int32_t[]> pids(new (std::nothrow) std::int32_t[capacity]);
+  if (pids == nullptr) return;
+  const int filled_bytes = platform::proc_listpids(platform::PROC_ALL_PIDS, 0, pids.get(),
+                                                   static_cast<int>(capacity_bytes));
+  if (filled_bytes < static_cast<int>(sizeof(std::int32_t))) return;
+  const std::size_t count = static_cast<std::size_t>(filled_bytes) / sizeof(std::int32_t);
+  for (std::size_t i = 0; i < count; ++i) {
+    if (pids[i] >= 1 && !visit(pids[i])) return;
+  }
+}
+
+}  // namespace
+
+std::int32_t runningPID(const RunningProcessMap& running, const std::string& key) {
+  const auto entry = running.find(key);
+  return entry == running.end() ? 0 : entry->second;
+}
+
+std::int32_t getPIDForBundleID(const std::string& key) {
+  std::int32_t found = 0;
+  NameBuffer name;
+  walkProcesses([&](std::int32_t pid) {
+    readName(pid, name);
+    if (std::strcmp(name.data(), key.c_str()) == 0 || bundleIdentifierOfProcess(pid) == key) {
+      found = pid;
+    }
+    return found == 0;
+  });
+  return found;
+}
+
+RunningProcessMap getRunningProcessMap() {
+  RunningProcessMap running;
+  NameBuffer name;
+  walkProcesses([&](std::int32_t pid) {
+    if (readName(pid, name) >= 1 && name[0] != '\0' && isValidUtf8(name.data())) {
+      running.try_emplace(name.data(), pid);
+    }
+    std::optional<std::string> identifier = bundleIdentifierOfProcess(pid);
+    if (identifier && !identifier->empty()) running.insert_or_assign(*std::move(identifier), pid);
+    return true;
+  });
+  return running;
+}
+
+}  // namespace vorlatch

@@ -1,0 +1,102 @@
+#include "reconcile/reconciliation_pass.h"
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "config/log_file.h"
+#include "config/log_line.h"
+#include "config/preferences.h"
+#include "kernel/apply_limits.h"
+#include "proc/process_lookup.h"
+#include "reconcile/pass_state.h"
+#include "reconcile/restore_targets.h"
+#include "reconcile/target_events.h"
+#include "reconcile/watch_timer.h"
+
+namespace vorlatch {
+namespace {
+
+// Switched off: everything is forgotten, and what was held is handed back.
+void releaseEverything(PassState& state) {
+  state.targetTimers.clear();
+  state.lastAppliedConfigs.clear();
+  const auto known_targets = std::exchange(state.knownTargets, {});
+  const auto last_known_pids = std::exchange(state.lastKnownPIDs, {});
+  if (known_targets.empty()) return;
+  writeTargetSeparator();
+  writeLogLine("[%s] [配置] 生效开关已关闭，已挂起守护进程并还原默认状态\n");
+  std::vector<RestoreTarget> released;
+  for (const std::string& key : known_targets) {
+    released.push_back({.key = key, .pid = pidIn(last_known_pids, key)});
+  }
+  restoreTargets(std::move(released));
+}
+
+void releaseRemovedTargets(PassState& state, const Targets& targets) {
+  std::vector<RestoreTarget> removed;
+  for (const std::string& key : state.knownTargets) {
+    if (!targets.contains(key)) {
+      removed.push_back({.key = key, .pid = pidIn(state.lastKnownPIDs, key)});
+    }
+  }
+  if (removed.empty()) return;
+  for (const RestoreTarget& target : removed) {
+    state.targetTimers.erase(target.key);
+    state.lastAppliedConfigs.erase(target.key);
+    state.knownTargets.erase(target.key);
+    state.lastKnownPIDs.erase(target.key);
+  }
+  writeTargetSeparator();
+  writeLogLine("[%s] [配置] 已有进程从列表移除，已恢复默认\n");
+  restoreTargets(std::move(removed));
+}
+
+void reconcileTarget(PassState& state, const std::string& key, const TargetSettings& settings,
+                     std::int32_t pid) {
+  const auto last_applied = state.lastAppliedConfigs.find(key);
+  const bool changed =
+      last_applied == state.lastAppliedConfigs.end() || settings != last_applied->second;
+  const bool same_pid = pid == pidIn(state.lastKnownPIDs, key);
+  if (!changed && same_pid) return;
+
+  // Before anything is applied, so that no failure on the way makes the next pass repeat it.
+  state.lastAppliedConfigs.insert_or_assign(key, settings);
+  state.lastKnownPIDs[key] = pid;
+  state.knownTargets.insert(key);
+
+  if (!same_pid) {
+    handleChangedPID(key, settings, pid);
+  } else if (pid != 0) {
+    writeTargetSeparator();
+    writeLogLine("[%s] [配置] 目标: %s PID: %d\n", key.c_str(), pid);
+    applyLimitsForApp(key, settings, pid);
+  }
+
+  state.targetTimers.erase(key);
+  if (const std::int32_t interval_s = checkInterval(settings); interval_s > 0) {
+    state.targetTimers.emplace(key, startWatchTimer(key, settings, interval_s));
+  }
+}
+
+}  // namespace
+
+void executeMemoryLimits() {
+  checkLogSizeAndClearIfNeeded();
+  PassState& state = passState();
+  plist::Dictionary preferences = loadPreferences();
+  if (!isEnabled(preferences)) {
+    releaseEverything(state);
+    return;
+  }
+  const Targets targets = appConfigs(std::move(preferences));
+  releaseRemovedTargets(state, targets);
+  if (targets.empty()) return;
+  const RunningProcessMap running = getRunningProcessMap();
+  for (const auto& [key, settings] : targets) {
+    reconcileTarget(state, key, settings, runningPID(running, key));
+  }
+}
+
+}  // namespace vorlatch

@@ -1,0 +1,15 @@
+// What the pass and the watch timers do alike when a target's process has come or gone.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "config/preferences.h"
+
+namespace vorlatch {
+
+// Logs the start and applies the settings; with pid 0, logs the exit and removes the status entry.
+// On the debounce queue.
+void handleChangedPID(const std::string& key, const TargetSettings& settings, std::int32_t pid);
+
+}  // namespace vorlatch

@@ -1,0 +1,18 @@
+// The timer of a target that has a check interval: between passes it sees the target's process
+// start and exit, and applies the settings again at every tick while it runs.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "config/preferences.h"
+#include "platform/queues.h"
+
+namespace vorlatch {
+
+// Starts a timer whose first tick comes one interval from now. It keeps these settings: an edit
+// makes the pass replace it. On the debounce queue, as are its ticks.
+platform::Timer startWatchTimer(const std::string& key, const TargetSettings& settings,
+                                std::int32_t interval_s);
+
+}  // namespace vorlatch

@@ -1,0 +1,19 @@
+// The two serial queues on which all work after start-up runs.
+#pragma once
+
+#include "platform/queues.h"
+
+namespace vorlatch {
+
+// Makes both queues when they do not exist yet, the debounce queue first. Called on the main thread
+// before anything is sent to them.
+void makeWorkQueues();
+
+// Passes, watch timer ticks, patrol ticks and the debounce timer run here, so none of them overlaps
+// another; the pass state is confined to it.
+platform::SerialQueue& debounceQueue();
+
+// Restores and the patrol's sweep run here, on snapshots of their own.
+platform::SerialQueue& workerQueue();
+
+}  // namespace vorlatch

@@ -1,0 +1,44 @@
+// What a platform lends the conformance suite: time, its main loop, and processes to look at. The
+// suite is built once for each platform, with that platform's driver, and each case runs in a
+// process of its own.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace vorlatch::conformance {
+
+// The uptime by which the platform's timers go.
+std::uint64_t nowNs();
+
+// Lets the platform's queues, timers and main loop run until `done` is true, at most for the time
+// given, and gives what `done` says then. Called on the test's own thread. `done` reads what
+// handlers write: it is called with the driver's lock held, and asked again after each changed().
+// Where time is virtual it is asked after each piece of work too, and time goes on to what is due
+// next, never beyond the end of the time given.
+bool runUntil(const std::function<bool()>& done, std::uint64_t at_most_ns);
+
+// Makes a change that a `done` may be waiting for, with the driver's lock held. Called by handlers,
+// on whatever thread they run.
+void changed(const std::function<void()>& change);
+
+// Lets time pass inside a piece of work, as slow work would: its queue runs nothing else meanwhile.
+// Called inside work and handlers only.
+void spendInside(std::uint64_t duration_ns);
+
+// Runs the platform's runMainLoop(), so that notifications observed before are delivered while
+// runUntil() runs: on a thread of its own where the loop does not return. Called at most once.
+void startMainLoop();
+
+// A path, unlike every path given before, whose last component is the name, for startProcess().
+std::string executablePath(const std::string& name);
+
+// Starts a process of this executable, which idles, and gives its id, or 0 on failure. It is the
+// newest process, and its name and path are in the process table when this returns.
+int startProcess(const std::string& executable_path);
+
+// Ends it. It is not in the process table any more when this returns, not as a zombie either.
+void endProcess(int pid);
+
+}  // namespace vorlatch::conformance

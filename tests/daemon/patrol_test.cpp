@@ -1,0 +1,172 @@
+#include "daemon/patrol.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/story.h"
+
+namespace vorlatch {
+namespace {
+
+using plist::Dictionary;
+using tests::kChapterRule;
+using tests::kTargetRule;
+using tests::Lines;
+using tests::Story;
+using namespace std::chrono_literals;
+
+const Dictionary kSettings{{"JetsamPriority", -1}};
+const Lines kBegun{kChapterRule, "[守护] 开始执行 1800s "};
+const Lines kEnded{"[全局守护] 1800s 周期巡检完成。", kChapterRule};
+
+Lines operator+(Lines first, const Lines& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+Lines applied(const std::string& key, std::int32_t pid) {
+  return {"[内存限制] 目标 Act:0 Inact:0 | 最终 Act:1450 Inact:1450 -> [成功]", "[内核] ：成功",
+          "[进程优先级] 目标已是 0", "[内存优先级] 目标:-1 -> 未设置, 跳过",
+          "[守护] " + key + " PID:" + std::to_string(pid) + " 完成"};
+}
+
+TEST(Patrol, TicksAt1800SecondsAndAgainAt3600) {
+  Story story;
+  const auto pid = story.device.launch({.name = "alpha"});
+  story.writeTargets({{"alpha", kSettings}});
+  story.start();
+  story.run(1800s - 1ns);
+  story.takeLog();
+  story.run(1ns);
+  EXPECT_EQ(story.takeLog(), kBegun + applied("alpha", pid) + kEnded);
+  story.run(1800s - 1ns);
+  EXPECT_EQ(story.takeLog(), Lines{});
+  story.run(1ns);
+  EXPECT_EQ(story.takeLog(), kBegun + applied("alpha", pid) + kEnded);
+}
+
+TEST(Patrol, HoldsWhatTheSystemChangedMeanwhile) {
+  Story story;
+  const auto pid = story.device.launch({.name = "alpha"});
+  story.writeTargets({{"alpha", Dictionary{{"NiceValue", -7}, {"JetsamPriority", 100}}}});
+  story.startAndSettle();
+  story.device.find(pid)->nice_value = 3;
+  story.device.jetsam_table.records[pid].effective_band = 30;
+  story.run(1800s);
+  EXPECT_EQ(story.device.find(pid)->nice_value, -7);
+  EXPECT_EQ(story.device.jetsam(pid).effective_band, 100);
+}
+
+TEST(Patrol, IsSilentWhenSwitchedOffOrWithoutTargets) {
+  Story story;
+  story.writePreferences({{"Enabled", false}, {"AppConfigs", Dictionary{{"alpha", kSettings}}}});
+  story.startAndSettle();
+  story.run(1800s);
+  EXPECT_EQ(story.takeLog(), Lines{});
+  story.writePreferences({{"Enabled", true}});
+  story.run(1800s);
+  EXPECT_EQ(story.takeLog(), Lines{});
+  story.writeTargets({});
+  story.run(1800s);
+  EXPECT_EQ(story.takeLog(), Lines{});
+  story.writePreferences({{"AppConfigs", Dictionary{{"alpha", kSettings}}}});
+  story.run(1800s);
+  EXPECT_EQ(story.takeLog(), Lines{});
+  EXPECT_EQ(story.device.takeTrace({"proc_listpids"}), Lines{});
+}
+
+TEST(Patrol, LeavesATargetWithACheckIntervalToItsTimer) {
+  Story story;
+  const auto covered = story.device.launch({.name = "covered"});
+  story.device.launch({.name = "watched"});
+  Dictionary watched = kSettings;
+  watched.insert_or_assign("CheckInterval", 30);
+  Dictionary zero = kSettings;
+  zero.insert_or_assign("CheckInterval", 0);
+  story.startAndSettle();
+  // Nobody posts, so that no timer speaks between.
+  story.writeTargets({{"covered", zero}, {"watched", watched}});
+  story.run(1800s);
+  EXPECT_EQ(story.takeLog(), kBegun + applied("covered", covered) + kEnded);
+}
+
+TEST(Patrol, OfATargetThatDoesNotRunTheEntryIsRemovedAndPidZeroRecorded) {
+  Story story;
+  const auto pid = story.device.launch({.name = "alpha"});
+  story.writeTargets({{"alpha", kSettings}});
+  story.startAndSettle();
+  story.device.exit(pid);
+  story.run(1800s);
+  EXPECT_EQ(story.takeLog(), kBegun + kEnded);
+  EXPECT_EQ(story.status(), Dictionary{});
+  story.postAndRun();
+  EXPECT_EQ(story.takeLog(), Lines{});  // the pass sees no change any more
+}
+
+TEST(Patrol, WhatItAppliedThePassSkips) {
+  Story story;
+  story.writeTargets({{"alpha", kSettings}});
+  story.startAndSettle();
+  const auto pid = story.device.launch({.name = "alpha"});
+  story.run(1800s);
+  EXPECT_EQ(story.takeLog(), kBegun + applied("alpha", pid) + kEnded);
+  story.postAndRun();
+  EXPECT_EQ(story.takeLog(), Lines{});
+}
+
+TEST(Patrol, ReadsThePreferencesAfreshAtEachTick) {
+  Story story;
+  const auto pid = story.device.launch({.name = "alpha"});
+  story.writeTargets({{"beta", kSettings}});
+  story.startAndSettle();
+  story.writeTargets({{"alpha", kSettings}});
+  story.run(1800s);
+  EXPECT_EQ(story.takeLog(), kBegun + applied("alpha", pid) + kEnded);
+}
+
+TEST(Patrol, ScansTheProcessesOnce) {
+  Story story;
+  story.writeTargets({{"alpha", kSettings}, {"beta", kSettings}, {"gamma", kSettings}});
+  story.startAndSettle();
+  story.run(1800s);
+  EXPECT_EQ(story.device.takeTrace({"proc_listpids"}).size(), 2U);
+}
+
+TEST(Patrol, DoesNotClearAnOversizedLog) {
+  Story story;
+  story.startAndSettle();
+  story.writePreferences(
+      {{"Enabled", true}, {"LogSizeLimit", 10}, {"AppConfigs", Dictionary{{"alpha", kSettings}}}});
+  story.run(1800s);
+  EXPECT_EQ(story.takeLog(), kBegun + kEnded);
+}
+
+TEST(Patrol, MeetsAWatchTimerAndAPassAtOneInstant) {
+  Story story;
+  const auto alpha = story.device.launch({.name = "alpha"});
+  const auto beta = story.device.launch({.name = "beta"});
+  Dictionary watched = kSettings;
+  watched.insert_or_assign("CheckInterval", 1799);
+  story.writeTargets({{"alpha", watched}, {"beta", kSettings}});
+  story.start();
+  story.run(850ms);
+  story.post();  // the pass moves no timer: nothing changed
+  story.run(0ms);
+  story.takeLog();
+  // The patrol is due at 1800 s, the timer, made at 0.15 s, at 1799.15 s; an edit at 1799.85 s
+  // makes a pass due with the patrol.
+  story.run(1799s - 850ms + 850ms);
+  story.takeLog();
+  watched.insert_or_assign("Remark", "edited");
+  story.writeTargets({{"alpha", watched}, {"beta", kSettings}});
+  story.post();
+  story.run(150ms);
+  const Lines log = story.takeLog();
+  const Lines edited = Lines{kTargetRule, "[配置] 目标: alpha PID: " + std::to_string(alpha)} +
+                       applied("alpha", alpha);
+  // The pass was asked for after the patrol was armed, so the patrol's tick comes first; its sweep
+  // is the worker's and may come before or after the pass.
+  EXPECT_EQ(log, kBegun + edited + applied("beta", beta) + kEnded);
+}
+
+}  // namespace
+}  // namespace vorlatch

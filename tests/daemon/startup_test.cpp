@@ -1,0 +1,113 @@
+#include "daemon/startup.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "config/default_preset.h"
+#include "config/preferences.h"
+#include "tests/support/story.h"
+
+namespace vorlatch {
+namespace {
+
+using tests::kChapterRule;
+using tests::Lines;
+using tests::Story;
+using namespace std::chrono_literals;
+
+Lines banner() {
+  return {"[守护] PID:" + std::to_string(getpid()),
+          "[系统] 设定进程优先级 -> [内核: 成功]",
+          "[内核] ：成功",
+          "[系统] 设定内存优先级(210) -> [内核] 成功",
+          "[内存优先级] 为:210",
+          "[内核] ：成功",
+          "[守护] Vorlatch 后台守护进程初始化完成",
+          kChapterRule};
+}
+
+Lines operator+(Lines first, const Lines& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+TEST(Startup, FromNothingMakesTheLogAndThePreset) {
+  Story story;
+  story.start();
+  EXPECT_EQ(story.takeLog(), Lines{kChapterRule} + Lines{"[配置] 已生成默认预设参数"} + banner());
+  EXPECT_EQ(tests::modeOf(story.logFile()), 0666U);
+  EXPECT_EQ(tests::modeOf(story.preferencesFile()), 0666U);
+  EXPECT_EQ(loadPreferences(), defaultPreset());
+}
+
+TEST(Startup, AnExistingLogOfAnySizeIsKeptAndAppendedTo) {
+  Story story;
+  const std::string old_log(3 * 1024 * 1024, 'x');
+  tests::writeAll(story.logFile(), old_log + "\n");
+  std::filesystem::permissions(story.logFile(), std::filesystem::perms(0600));
+  story.writePreferences({});
+  story.start();
+  const std::string log = tests::readAll(story.logFile());
+  EXPECT_EQ(log.substr(0, old_log.size()), old_log);
+  EXPECT_EQ(log.substr(old_log.size() + 1, 58), "[03-04 05:06:07] " + kChapterRule + "\n");
+  EXPECT_EQ(tests::modeOf(story.logFile()), 0666U);
+}
+
+TEST(Startup, MakesQueuesTimersAndTheObserverInThisOrder) {
+  Story story;
+  story.writePreferences({});
+  story.start();
+  EXPECT_EQ(story.device.takeTrace(
+                {"makeSerialQueue", "startTimer", "cancelTimer", "observeNotification"}),
+            (Lines{"makeSerialQueue(\"com.zel.vorlatch.debounce\")",
+                   "makeSerialQueue(\"com.zel.vorlatch.worker\")",
+                   "startTimer(com.zel.vorlatch.debounce, 1800000000000, 1800000000000, 5000000000)"
+                   " = timer 1",
+                   "observeNotification(\"com.zel.vorlatch/ApplyLimits\")",
+                   "startTimer(com.zel.vorlatch.debounce, 150000000, never, 0) = timer 2"}));
+}
+
+TEST(Startup, TheFirstPassComesThroughTheDebounceTimer) {
+  Story story;
+  const auto pid = story.device.launch({.name = "backboardd"});
+  story.start();
+  story.takeLog();
+  story.run(150ms - 1ns);
+  EXPECT_EQ(story.takeLog(), Lines{});
+  story.run(1ns);
+  EXPECT_EQ(story.takeLog()[1], "[进程] 目标: backboardd 已启动 PID: " + std::to_string(pid) + " ");
+}
+
+TEST(Startup, ThePatrolDoesNotTickAtStart) {
+  Story story;
+  story.startAndSettle();
+  story.run(1799s);
+  EXPECT_EQ(story.takeLog(), Lines{});
+}
+
+TEST(Startup, WithoutThePreferencesDirectoryTheDaemonRunsSwitchedOff) {
+  Story story;
+  std::filesystem::remove_all(story.rootPath("/var"));
+  story.device.launch({.name = "backboardd", .nice_value = 5});
+  story.startAndSettle();
+  story.run(2h);
+  EXPECT_EQ(story.takeCalls(), Lines{});
+  EXPECT_FALSE(std::filesystem::exists(story.rootPath("/var")));
+}
+
+TEST(Startup, UnparsablePreferencesAreLeftAloneAndTheDaemonRunsSwitchedOff) {
+  Story story;
+  tests::writeAll(story.preferencesFile(), "no property list");
+  story.device.launch({.name = "backboardd", .nice_value = 5});
+  story.startAndSettle();
+  story.run(2h);
+  EXPECT_EQ(story.takeLog(), Lines{});
+  EXPECT_EQ(story.takeCalls(), Lines{});
+  EXPECT_EQ(tests::readAll(story.preferencesFile()), "no property list");
+}
+
+}  // namespace
+}  // namespace vorlatch

@@ -1,0 +1,139 @@
+#include "kernel/jetsam_readback.h"
+
+#include <cerrno>
+
+#include <gtest/gtest.h>
+
+#include "platform/memorystatus.h"
+#include "tests/support/story.h"
+
+namespace vorlatch {
+namespace {
+
+using tests::Lines;
+using tests::Story;
+
+constexpr int kGetPriorityList = 1;
+
+struct Kernel : Story {
+  Kernel() {
+    openLog();
+    pid = device.launch({.name = "backboardd"});
+    device.takeTrace();
+  }
+  // What the log says of the band read back when the process is at `band`.
+  Lines verify(std::int32_t band, int set_result, std::int32_t requested) {
+    auto record = device.jetsam(pid);
+    record.effective_band = band;
+    device.jetsam_table.records[pid] = record;
+    verifyJetsamPriority(pid, set_result, requested);
+    return takeLog();
+  }
+  std::int32_t pid;
+};
+
+TEST(JetsamReadBack, FetchesTheListOnceWithRoomForTenMore) {
+  Kernel kernel;
+  EXPECT_EQ(getActualJetsam(kernel.pid), 180);
+  EXPECT_EQ(kernel.takeCalls(), (Lines{"memorystatus_control(1, 0, 0, null, 0) = 48",
+                                       "memorystatus_control(1, 0, 0, buffer, 288) = 48"}));
+}
+
+TEST(JetsamReadBack, AProcessThatIsNotListedHasNone) {
+  Kernel kernel;
+  EXPECT_EQ(getActualJetsam(4711), -999);
+}
+
+TEST(JetsamReadBack, PidZeroIsLookedForLikeAnyOther) {
+  Kernel kernel;
+  EXPECT_EQ(getActualJetsam(0), -999);
+  const platform::memorystatus_priority_entry entries[] = {
+      {.pid = 7, .priority = 3, .user_data = 0, .limit = -1, .state = 0},
+      {.pid = 0, .priority = 9, .user_data = 0, .limit = -1, .state = 0}};
+  kernel.device.script(
+      {.function = "memorystatus_control",
+       .command = kGetPriorityList,
+       .first = 2,
+       .result = sizeof(entries),
+       .buffer = std::string(reinterpret_cast<const char*>(entries), sizeof(entries))});
+  EXPECT_EQ(getActualJetsam(0), 9);
+}
+
+TEST(JetsamReadBack, OnlyTheFilledPartOfTheListIsLookedAt) {
+  Kernel kernel;
+  const platform::memorystatus_priority_entry entries[] = {
+      {.pid = 7, .priority = 3, .user_data = 0, .limit = -1, .state = 0},
+      {.pid = 8, .priority = 9, .user_data = 0, .limit = -1, .state = 0}};
+  kernel.device.script(
+      {.function = "memorystatus_control",
+       .command = kGetPriorityList,
+       .result = sizeof(entries) - 1,  // the second entry is cut off
+       .buffer = std::string(reinterpret_cast<const char*>(entries), sizeof(entries))});
+  EXPECT_EQ(getActualJetsam(7), 3);
+  EXPECT_EQ(getActualJetsam(8), -999);
+}
+
+TEST(JetsamReadBack, AShortOrRefusedListGivesNone) {
+  Kernel kernel;
+  struct Refusal {
+    int call;
+    int result;
+  };
+  for (const auto& [call, result] :
+       {Refusal{1, -1}, Refusal{1, 0}, Refusal{2, -1}, Refusal{2, 0}, Refusal{2, 23}}) {
+    kernel.device.clearScripts();
+    kernel.device.script({.function = "memorystatus_control",
+                          .command = kGetPriorityList,
+                          .first = call,
+                          .count = 1,
+                          .result = result,
+                          .error = EPERM});
+    EXPECT_EQ(getActualJetsam(kernel.pid), -999) << call << ' ' << result;
+  }
+  EXPECT_EQ(kernel.takeLog(), Lines{});
+}
+
+TEST(JetsamReadBack, ARequestedBandThatHolds) {
+  Kernel kernel;
+  EXPECT_EQ(kernel.verify(10, 0, 10), (Lines{"[内存优先级] 为:10", "[内核] ：成功"}));
+}
+
+TEST(JetsamReadBack, ABandThatTheSystemOverrode) {
+  Kernel kernel;
+  EXPECT_EQ(kernel.verify(3, 0, 10),
+            (Lines{"[内存优先级] 为:3", "[内核] ：已被系统覆盖 (设置:10 实际:3)"}));
+}
+
+TEST(JetsamReadBack, ARefusedCallThatLeftTheRequestedBandCountsAsSuccess) {
+  Kernel kernel;
+  EXPECT_EQ(kernel.verify(10, -1, 10), (Lines{"[内存优先级] 为:10", "[内核] ：成功"}));
+}
+
+TEST(JetsamReadBack, WithoutARequestTheSystemsBandIsReported) {
+  Kernel kernel;
+  EXPECT_EQ(kernel.verify(0, 0, -999),
+            (Lines{"[内存优先级] 为:0", "[内核] ：系统接管并分配真实优先级为 0"}));
+}
+
+TEST(JetsamReadBack, AProcessThatExitedAfterASuccessfulCallHasLostItsState) {
+  Kernel kernel;
+  kernel.device.exit(kernel.pid);
+  verifyJetsamPriority(kernel.pid, 0, 10);
+  EXPECT_EQ(kernel.takeLog(),
+            (Lines{"[内存优先级] 未在内核优先级列表中找到 PID:" + std::to_string(kernel.pid),
+                   "[内核] ：调用成功但状态丢失"}));
+}
+
+TEST(JetsamReadBack, AProcessThatExitedAfterAnyOtherResultHasFailed) {
+  Kernel kernel;
+  kernel.device.exit(kernel.pid);
+  for (const int set_result : {-1, 1}) {
+    verifyJetsamPriority(kernel.pid, set_result, 10);
+    EXPECT_EQ(kernel.takeLog(),
+              (Lines{"[内存优先级] 未在内核优先级列表中找到 PID:" + std::to_string(kernel.pid),
+                     "[内核] ：失败"}));
+  }
+}
+
+}  // namespace
+}  // namespace vorlatch

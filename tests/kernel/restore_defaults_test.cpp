@@ -1,0 +1,95 @@
+#include "kernel/restore_defaults.h"
+
+#include <cerrno>
+
+#include <gtest/gtest.h>
+
+#include "config/status_file.h"
+#include "kernel/apply_limits.h"
+#include "tests/support/story.h"
+
+namespace vorlatch {
+namespace {
+
+using plist::Dictionary;
+using tests::kTargetRule;
+using tests::Lines;
+using tests::Story;
+
+const Lines kRestored{kTargetRule, "[恢复] 目标: backboardd PID: 100", "[守护] backboardd PID:100"};
+const Lines kRestoringCalls{
+    "setpriority(0, 100, 0) = 0",
+    "memorystatus_control(7, 100, 0, {00000000 00000000 00000000 00000000}, 16) = 0",
+    "memorystatus_control(16, 100, 0, {01000000}, 4) = 0",
+    "memorystatus_control(2, 100, 0, {00000000 00000000 00000000 00000000}, 16) = 0"};
+
+struct Held : Story {
+  Held() {
+    openLog();
+    device.launch({.name = "backboardd", .pid = 100});
+    applyLimitsForApp("backboardd",
+                      {{"NiceValue", -5}, {"JetsamPriority", 100}, {"MemLimitActive", 300}}, 100);
+    takeLog();
+    device.takeTrace();
+  }
+};
+
+TEST(RestoreDefaults, HandsTheProcessBackAndClearsItsEntry) {
+  Held held;
+  restoreDefaultsForProcess("backboardd", 100);
+  EXPECT_EQ(held.takeLog(), kRestored);
+  EXPECT_EQ(held.takeCalls(), kRestoringCalls);
+  EXPECT_EQ(held.status(), Dictionary{});
+  EXPECT_EQ(held.device.find(100)->nice_value, 0);
+  const auto state = held.device.jetsam(100);
+  EXPECT_EQ(state.effective_band, 0);
+  EXPECT_TRUE(state.managed);
+  EXPECT_EQ(state.active, model::MemoryLimit{});
+}
+
+TEST(RestoreDefaults, PidZeroClearsTheEntryAndNothingElse) {
+  Held held;
+  restoreDefaultsForProcess("backboardd", 0);
+  EXPECT_EQ(held.takeLog(), Lines{});
+  EXPECT_EQ(held.takeCalls(), Lines{});
+  EXPECT_EQ(held.status(), Dictionary{});
+}
+
+TEST(RestoreDefaults, AnExitedProcessIsLoggedAlike) {
+  Held held;
+  held.device.exit(100);
+  restoreDefaultsForProcess("backboardd", 100);
+  EXPECT_EQ(held.takeLog(), kRestored);
+  EXPECT_EQ(held.takeCalls().size(), 4U);
+}
+
+TEST(RestoreDefaults, RefusalsChangeNothing) {
+  Held held;
+  held.device.script({.function = "setpriority", .result = -1, .error = EPERM});
+  held.device.script({.function = "memorystatus_control", .result = -1, .error = EPERM});
+  restoreDefaultsForProcess("backboardd", 100);
+  EXPECT_EQ(held.takeLog(), kRestored);
+  EXPECT_EQ(held.takeCalls().size(), 4U);
+}
+
+TEST(RestoreDefaults, TheEntryIsClearedBeforeTheFirstKernelCall) {
+  Held held;
+  Dictionary status_at_first_call{{"not", "called"}};
+  held.device.script(
+      {.function = "setpriority", .meanwhile = [&] { status_at_first_call = held.status(); }});
+  restoreDefaultsForProcess("backboardd", 100);
+  EXPECT_EQ(status_at_first_call, Dictionary{});
+}
+
+TEST(RestoreDefaults, ASecondTimeMakesTheSameCalls) {
+  Held held;
+  restoreDefaultsForProcess("backboardd", 100);
+  held.takeLog();
+  held.device.takeTrace();
+  restoreDefaultsForProcess("backboardd", 100);
+  EXPECT_EQ(held.takeLog(), kRestored);
+  EXPECT_EQ(held.takeCalls(), kRestoringCalls);
+}
+
+}  // namespace
+}  // namespace vorlatch

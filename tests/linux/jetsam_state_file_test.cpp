@@ -1,0 +1,275 @@
+#include "platform/linux/jetsam_state_file.h"
+
+#include <algorithm>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/linux/machine.h"
+
+namespace vorlatch::platform {
+namespace {
+
+using model::JetsamRecord;
+using model::JetsamTable;
+
+// Holds every pid up to 1000 to be alive since tick 0, and no other.
+class ThousandProcesses final : public model::ProcessList {
+ public:
+  [[nodiscard]] std::vector<model::LiveProcess> all() const override { return {}; }
+  [[nodiscard]] std::optional<model::LiveProcess> find(std::int32_t pid) const override {
+    if (pid > 1000) return std::nullopt;
+    return model::LiveProcess{.pid = pid};
+  }
+};
+
+const ThousandProcesses thousand_processes;
+
+std::string bootId() {
+  std::string text = readFile("/proc/sys/kernel/random/boot_id");
+  text.resize(36);
+  return text;
+}
+
+JetsamTable sampleTable() {
+  JetsamTable table;
+  JetsamRecord& everything = table.records[7];
+  everything = {.start_time = UINT64_MAX,
+                .arrival = INT64_MIN,
+                .requested_band = -1,
+                .effective_band = 210,
+                .user_data = 0x0102030405060708U,
+                .active = {.limit_mb = 300, .fatal = false},
+                .inactive = {.limit_mb = INT32_MIN, .fatal = true},
+                .darwin_role = 6,
+                .assertion = true,
+                .managed = false,
+                .freezable = true,
+                .elevated = false};
+  JetsamRecord& opposite = table.records[INT32_MAX];
+  opposite.active.fatal = true;
+  opposite.inactive.fatal = false;
+  opposite.managed = true;
+  opposite.elevated = true;
+  table.next_arrival = 77;
+  return table;
+}
+
+JetsamTable read(JetsamStateFile& file) {
+  JetsamTable copy;
+  file.update(thousand_processes, [&copy](JetsamTable& table) { copy = table; });
+  return copy;
+}
+
+void addRecord(JetsamStateFile& file, std::int32_t pid) {
+  file.update(thousand_processes, [pid](JetsamTable& table) {
+    table.records[pid].user_data = static_cast<std::uint64_t>(table.next_arrival++);
+  });
+}
+
+std::vector<std::int32_t> pidsIn(const std::string& path) {
+  std::vector<std::int32_t> pids;
+  const auto table = decodeJetsamTable(readFile(path), bootId());
+  if (!table) return {-1};
+  for (const auto& entry : table->records) pids.push_back(entry.first);
+  return pids;
+}
+
+using Pids = std::vector<std::int32_t>;
+
+TEST(JetsamStateFile, ReadsBackEveryFieldThatItWrote) {
+  EXPECT_EQ(decodeJetsamTable(encodeJetsamTable(sampleTable(), "a boot"), "a boot"), sampleTable());
+  EXPECT_EQ(decodeJetsamTable(encodeJetsamTable({}, ""), ""), JetsamTable{});
+}
+
+TEST(JetsamStateFile, ReadsNothingFromAnotherBoot) {
+  const std::string bytes = encodeJetsamTable(sampleTable(), "a boot");
+  EXPECT_EQ(decodeJetsamTable(bytes, "b boot"), std::nullopt);
+  EXPECT_EQ(decodeJetsamTable(bytes, ""), std::nullopt);
+}
+
+TEST(JetsamStateFile, ReadsNothingFromBytesCutShortOrChanged) {
+  const std::string bytes = encodeJetsamTable(sampleTable(), "a boot");
+  for (std::size_t length = 0; length < bytes.size(); ++length) {
+    EXPECT_EQ(decodeJetsamTable(bytes.substr(0, length), "a boot"), std::nullopt) << length;
+  }
+  for (std::size_t at = 0; at < bytes.size(); ++at) {
+    std::string changed = bytes;
+    changed[at] = static_cast<char>(changed[at] ^ 1);
+    EXPECT_EQ(decodeJetsamTable(changed, "a boot"), std::nullopt) << at;
+  }
+  EXPECT_EQ(decodeJetsamTable(bytes + '\0', "a boot"), std::nullopt);
+}
+
+TEST(JetsamStateFile, MakesItsDirectoriesAndLetsNobodyElseReadTheState) {
+  const TemporaryDirectory root;
+  JetsamStateFile file(root / "var/run/vorlatch/jetsam.state");
+  const mode_t before = umask(077);
+  addRecord(file, 5);
+  umask(before);
+  EXPECT_EQ(modeOf(root / "var"), 0755U);
+  EXPECT_EQ(modeOf(root / "var/run"), 0755U);
+  EXPECT_EQ(modeOf(root / "var/run/vorlatch"), 01777U);
+  EXPECT_EQ(modeOf(root / "var/run/vorlatch/jetsam.state"), 0600U);
+  EXPECT_EQ(modeOf(root / "var/run/vorlatch/jetsam.state.lock"), 0600U);
+  EXPECT_EQ(pidsIn(root / "var/run/vorlatch/jetsam.state"), (Pids{5}));
+}
+
+TEST(JetsamStateFile, WritesOnlyWhatChanged) {
+  const TemporaryDirectory root;
+  JetsamStateFile file(root / "state");
+  EXPECT_EQ(read(file), JetsamTable{});
+  EXPECT_FALSE(std::filesystem::exists(root / "state"));
+  addRecord(file, 5);
+  const auto written = std::filesystem::last_write_time(root / "state");
+  EXPECT_EQ(read(file).records.size(), 1U);
+  EXPECT_EQ(std::filesystem::last_write_time(root / "state"), written);
+}
+
+TEST(JetsamStateFile, ForgetsTheDeadWhenItWrites) {
+  const TemporaryDirectory root;
+  JetsamStateFile file(root / "state");
+  file.update(thousand_processes, [](JetsamTable& table) {
+    table.records[1001].managed = true;  // no such process
+    table.records[6].start_time = 99;    // another process by now
+    table.records[7].managed = true;
+  });
+  EXPECT_EQ(pidsIn(root / "state"), (Pids{7}));
+}
+
+TEST(JetsamStateFile, StartsAnewOverADamagedFileAndALeftTemporaryOne) {
+  const TemporaryDirectory root;
+  for (const std::string& damaged :
+       {std::string(), std::string("rubbish"), std::string(300, 'x')}) {
+    writeFile(root / "state", damaged);
+    writeFile(root / "state.new", "left by a killed process");
+    JetsamStateFile file(root / "state");
+    EXPECT_EQ(read(file), JetsamTable{});
+    addRecord(file, 8);
+    EXPECT_EQ(pidsIn(root / "state"), (Pids{8}));
+    EXPECT_FALSE(std::filesystem::exists(root / "state.new"));
+  }
+}
+
+TEST(JetsamStateFile, FollowsNoLink) {
+  for (const char* name : {"state", "state.lock", "state.new"}) {
+    const TemporaryDirectory root;
+    const std::string target = root / "elsewhere";
+    writeFile(target, "not ours to touch");
+    std::filesystem::create_symlink(target, root / name);
+    JetsamStateFile file(root / "state");
+    addRecord(file, 5);
+    addRecord(file, 6);
+    EXPECT_EQ(readFile(target), "not ours to touch") << name;
+    EXPECT_EQ(read(file).records.size(), 2U) << name;
+  }
+}
+
+TEST(JetsamStateFile, TakesNoStateThroughALink) {
+  const TemporaryDirectory root;
+  writeFile(root / "elsewhere", encodeJetsamTable(sampleTable(), bootId()));
+  std::filesystem::create_symlink(root / "elsewhere", root / "state");
+  JetsamStateFile file(root / "state");
+  EXPECT_EQ(read(file), JetsamTable{});
+}
+
+TEST(JetsamStateFile, KeepsNoStateUnderALockThatIsALink) {
+  const TemporaryDirectory root;
+  writeFile(root / "elsewhere", "");
+  std::filesystem::create_symlink(root / "elsewhere", root / "state.lock");
+  JetsamStateFile file(root / "state");
+  addRecord(file, 5);
+  EXPECT_EQ(read(file).records.size(), 1U);
+  EXPECT_FALSE(std::filesystem::exists(root / "state"));
+}
+
+TEST(JetsamStateFile, KeepsTheStateInMemoryWhereThereIsNoPlaceForIt) {
+  const TemporaryDirectory root;
+  writeFile(root / "var", "a file where a directory should be");
+  JetsamStateFile file(root / "var/run/vorlatch/jetsam.state");
+  addRecord(file, 5);
+  addRecord(file, 1001);
+  EXPECT_EQ(read(file).records.size(), 2U);
+  EXPECT_EQ(read(file).records[5].user_data, 1U);
+}
+
+TEST(PrivilegedJetsamStateFile, TrustsNoFileOfAnotherUser) {
+  for (const char* name : {"state", "state.lock"}) {
+    const TemporaryDirectory root;
+    const std::string bytes = encodeJetsamTable(sampleTable(), bootId());
+    writeFile(root / name, bytes);
+    ASSERT_EQ(chown((root / name).c_str(), 65534, 65534), 0);
+    JetsamStateFile file(root / "state");
+    EXPECT_EQ(read(file), JetsamTable{}) << name;
+    addRecord(file, 5);
+    EXPECT_EQ(read(file).records.size(), 1U) << name;
+    EXPECT_EQ(readFile(root / name), bytes) << name;
+  }
+}
+
+TEST(JetsamStateFile, LosesNothingBetweenThreadsAndProcesses) {
+  constexpr std::int32_t kRounds = 50;
+  const TemporaryDirectory root;
+  const auto add_many = [&root](std::int32_t first) {
+    JetsamStateFile file(root / "state");
+    std::thread other([&file, first] {
+      for (std::int32_t pid = first + kRounds; pid < first + 2 * kRounds; ++pid)
+        addRecord(file, pid);
+    });
+    for (std::int32_t pid = first; pid < first + kRounds; ++pid) addRecord(file, pid);
+    other.join();
+  };
+  Pipe start;
+  const auto wait_and_add = [&](std::int32_t first) {
+    start.closeWriting();
+    EXPECT_FALSE(start.hear());
+    add_many(first);
+    _exit(0);
+  };
+  std::vector<pid_t> children;
+  for (const std::int32_t first : {100, 200, 300}) {
+    const pid_t pid = fork();
+    if (pid == 0) wait_and_add(first);
+    children.push_back(pid);
+  }
+  start.closeWriting();  // the last writing end: all begin
+  add_many(400);
+  for (const pid_t pid : children) {
+    int status = -1;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(status, 0);
+  }
+  const auto table = decodeJetsamTable(readFile(root / "state"), bootId());
+  ASSERT_TRUE(table);
+  EXPECT_EQ(table->records.size(), 400U);
+  EXPECT_EQ(table->next_arrival, 401);
+}
+
+TEST(JetsamStateFile, IsWholeWheneverItsWriterIsKilled) {
+  const TemporaryDirectory root;
+  JetsamStateFile file(root / "state");
+  std::int64_t last = 1;
+  for (int round = 0; round < 25; ++round) {
+    const Pipe progress;
+    const pid_t writer = fork();
+    if (writer == 0) {
+      JetsamStateFile mine(root / "state");
+      while (true) {
+        addRecord(mine, 5);
+        progress.say();
+      }
+    }
+    for (int seen = 0; seen <= round; ++seen) EXPECT_TRUE(progress.hear());
+    ::kill(writer, SIGKILL);
+    EXPECT_EQ(waitpid(writer, nullptr, 0), writer);
+    EXPECT_EQ(pidsIn(root / "state"), (Pids{5}));
+    const std::int64_t now = read(file).next_arrival;
+    EXPECT_GT(now, last + round);
+    last = now;
+  }
+}
+
+}  // namespace
+}  // namespace vorlatch::platform

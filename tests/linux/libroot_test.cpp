@@ -1,0 +1,184 @@
+// The root-prefix library of an installed tree, loaded from copies in trees of its own.
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/root_prefix_library.h"
+#include "tests/linux/machine.h"
+
+namespace vorlatch {
+namespace {
+
+class Library {
+ public:
+  // Loads by the name given, which may be relative; the copy stands at the path.
+  Library(const std::string& path, const std::string& name) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::filesystem::copy_file(VORLATCH_LIBROOT, path);
+    handle_ = dlopen(name.c_str(), RTLD_NOW);
+    EXPECT_NE(handle_, nullptr) << dlerror();
+  }
+  explicit Library(const std::string& path) : Library(path, path) {}
+  Library(const Library&) = delete;
+  Library& operator=(const Library&) = delete;
+  ~Library() {
+    if (handle_ != nullptr) dlclose(handle_);
+  }
+
+  [[nodiscard]] const char* get(const char* name) const {
+    return symbol<const char* (*)()>(name)();
+  }
+  [[nodiscard]] std::string resolve(const char* name, const char* path) const {
+    std::array<char, 1026> buffer{};
+    buffer.fill('#');
+    char* const result = symbol<char* (*)(const char*, char*)>(name)(path, buffer.data());
+    EXPECT_EQ(result, buffer.data());
+    EXPECT_EQ(buffer[1024], '#');
+    return buffer.data();
+  }
+  [[nodiscard]] char* resolveNew(const char* name, const char* path) const {
+    return symbol<char* (*)(const char*, char*)>(name)(path, nullptr);
+  }
+
+ private:
+  template <typename Function>
+  Function symbol(const char* name) const {
+    const auto function = reinterpret_cast<Function>(dlsym(handle_, name));
+    EXPECT_NE(function, nullptr) << name;
+    return function;
+  }
+  void* handle_ = nullptr;
+};
+
+constexpr const char* kJbroot = "libroot_jbrootpath";
+constexpr const char* kRootfs = "libroot_rootfspath";
+
+TEST(Libroot, FindsTheTreeThatItIsInstalledIn) {
+  const TemporaryDirectory directory;
+  const Library library(directory / "jb/usr/lib/libroot.so");
+  EXPECT_EQ(library.get("libroot_get_jbroot_prefix"), directory / "jb");
+  EXPECT_STREQ(library.get("libroot_get_root_prefix"), "");
+}
+
+TEST(Libroot, TakesItsOwnDirectoryOutsideATree) {
+  const TemporaryDirectory directory;
+  const Library library(directory / "lib/libroot.so");
+  EXPECT_EQ(library.get("libroot_get_jbroot_prefix"), directory / "lib");
+}
+
+TEST(Libroot, FindsItsTreeThroughALink) {
+  const TemporaryDirectory directory;
+  std::filesystem::create_directory_symlink("real", directory / "link");
+  const Library library(directory / "real/usr/lib/libroot.so",
+                        directory / "link/usr/lib/libroot.so");
+  EXPECT_EQ(library.get("libroot_get_jbroot_prefix"), directory / "real");
+}
+
+TEST(Libroot, KnowsItsTreeWhenTheProgramHasChangedItsDirectory) {
+  const TemporaryDirectory directory;
+  const auto before = std::filesystem::current_path();
+  std::filesystem::create_directories(directory / "jb/usr/lib");
+  std::filesystem::current_path(directory / "jb/usr");
+  const Library library(directory / "jb/usr/lib/libroot.so", "./lib/libroot.so");
+  std::filesystem::current_path(before);
+  EXPECT_EQ(library.get("libroot_get_jbroot_prefix"), directory / "jb");
+}
+
+TEST(Libroot, GivesTheSameTextEachTime) {
+  const TemporaryDirectory directory;
+  const Library library(directory / "jb/usr/lib/libroot.so");
+  for (const char* name :
+       {"libroot_get_root_prefix", "libroot_get_jbroot_prefix", "libroot_get_boot_uuid"}) {
+    EXPECT_EQ(library.get(name), library.get(name)) << name;
+  }
+}
+
+TEST(Libroot, GivesTheMachinesBootIdentifier) {
+  const TemporaryDirectory directory;
+  const Library library(directory / "jb/usr/lib/libroot.so");
+  std::string expected = readFile("/proc/sys/kernel/random/boot_id");
+  expected.resize(36);
+  for (char& c : expected) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  EXPECT_EQ(library.get("libroot_get_boot_uuid"), expected);
+}
+
+TEST(Libroot, MapsPathsIntoItsTreeAndBack) {
+  const TemporaryDirectory directory;
+  const std::string jb = directory / "jb";
+  const Library library(jb + "/usr/lib/libroot.so");
+  struct Case {
+    const char* function;
+    std::string path;
+    std::string resolved;
+  };
+  const std::vector<Case> cases = {
+      {kJbroot, "/", jb + "/"},
+      {kJbroot, "/var/mobile/x", jb + "/var/mobile/x"},
+      {kJbroot, "//twice", jb + "//twice"},
+      {kJbroot, "relative/x", "relative/x"},
+      {kJbroot, "", ""},
+      {kRootfs, jb + "/usr/lib", "/usr/lib"},
+      {kRootfs, jb + "/", "/"},
+      {kRootfs, jb, "/"},
+      {kRootfs, jb + "x/y", jb + "x/y"},
+      {kRootfs, "/etc/hosts", "/etc/hosts"},
+      {kRootfs, "relative/x", "relative/x"},
+      {kRootfs, "", ""},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(library.resolve(c.function, c.path.c_str()), c.resolved) << c.path;
+    const std::unique_ptr<char, decltype(&std::free)> fresh(
+        library.resolveNew(c.function, c.path.c_str()), &std::free);
+    EXPECT_STREQ(fresh.get(), c.resolved.c_str());
+  }
+}
+
+TEST(Libroot, CutsPathsAtTheBuffersEnd) {
+  const TemporaryDirectory directory;
+  const std::string jb = directory / "jb";
+  const Library library(jb + "/usr/lib/libroot.so");
+  const std::string path = "/" + std::string(2000, 'p');
+  EXPECT_EQ(library.resolve(kJbroot, path.c_str()), (jb + path).substr(0, 1023));
+  EXPECT_EQ(library.resolve(kRootfs, path.c_str()), path.substr(0, 1023));
+}
+
+TEST(Libroot, GivesNothingForNoPath) {
+  const TemporaryDirectory directory;
+  const Library library(directory / "jb/usr/lib/libroot.so");
+  for (const char* name : {kJbroot, kRootfs}) {
+    EXPECT_EQ(library.resolveNew(name, nullptr), nullptr) << name;
+  }
+}
+
+TEST(Libroot, ExportsItsFiveFunctionsAlone) {
+  const std::unique_ptr<FILE, decltype(&pclose)> nm(
+      popen(VORLATCH_NM " -D --defined-only --format=posix " VORLATCH_LIBROOT, "r"), &pclose);
+  ASSERT_TRUE(nm);
+  std::vector<std::string> names;
+  std::array<char, 512> line{};
+  while (fgets(line.data(), line.size(), nm.get()) != nullptr) {
+    const std::string text = line.data();
+    names.push_back(text.substr(0, text.find(' ')));
+  }
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"libroot_get_boot_uuid", "libroot_get_jbroot_prefix",
+                                             "libroot_get_root_prefix", "libroot_jbrootpath",
+                                             "libroot_rootfspath"}));
+}
+
+TEST(Libroot, HasTheNameThatTheDaemonLoadsItBy) {
+  EXPECT_EQ(std::filesystem::path(VORLATCH_LIBROOT).filename(), platform::rootPrefixLibraryName());
+}
+
+}  // namespace
+}  // namespace vorlatch

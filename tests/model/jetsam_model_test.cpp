@@ -1,0 +1,343 @@
+#include "platform/model/jetsam_model.h"
+
+#include <array>
+#include <cstring>
+#include <tuple>
+
+#include <gtest/gtest.h>
+
+#include "tests/model/machine.h"
+
+namespace vorlatch::model {
+namespace {
+
+using platform::memorystatus_memlimit_properties;
+using platform::memorystatus_priority_properties;
+
+constexpr std::uint32_t kSetPriority = platform::MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES;
+constexpr std::uint32_t kGetLimits = platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES;
+constexpr std::uint32_t kSetManaged = platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_MANAGED;
+constexpr std::uint32_t kGetManaged = platform::MEMORYSTATUS_CMD_GET_PROCESS_IS_MANAGED;
+constexpr std::uint32_t kSetFreezable = platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_FREEZABLE;
+constexpr std::uint32_t kAssertion = platform::MEMORYSTATUS_SET_PRIORITY_ASSERTION;
+
+TEST(JetsamModel, TurnsReservedBandsAndAliasesIntoTheBandsTheyMean) {
+  const std::array<std::tuple<KernelGeneration, std::int32_t, std::int32_t>, 16> bands = {{
+      {KernelGeneration::Xnu4903To8020, -2, 0},
+      {KernelGeneration::Xnu4903To8020, -1, 18},
+      {KernelGeneration::Xnu4903To8020, 0, 0},
+      {KernelGeneration::Xnu4903To8020, 1, 0},
+      {KernelGeneration::Xnu4903To8020, 2, 0},
+      {KernelGeneration::Xnu4903To8020, 3, 3},
+      {KernelGeneration::Xnu4903To8020, 21, 21},
+      {KernelGeneration::Xnu8792To10063, -1, 180},
+      {KernelGeneration::Xnu8792To10063, 1, 0},
+      {KernelGeneration::Xnu8792To10063, 20, 0},
+      {KernelGeneration::Xnu8792To10063, 21, 21},
+      {KernelGeneration::Xnu8792To10063, 210, 210},
+      {KernelGeneration::Xnu11215To11417, -1, 180},
+      {KernelGeneration::Xnu11215To11417, 15, 0},
+      {KernelGeneration::Xnu11215To11417, 20, 0},
+      {KernelGeneration::Xnu11215To11417, 21, 21},
+  }};
+  for (const auto& [generation, asked, given] : bands) {
+    Machine machine(generation);
+    EXPECT_EQ(machine.setPriority(kDaemonPid, 0, asked, 7), kSuccess) << asked;
+    JetsamRecord expected;
+    expected.start_time = 10;
+    expected.arrival = asked == -2 ? -1 : 1;
+    expected.requested_band = given;
+    expected.effective_band = given;
+    expected.user_data = 7;
+    EXPECT_EQ(machine.record(kDaemonPid), expected) << asked;
+  }
+}
+
+TEST(JetsamModel, LeavesTheRequestedBandUnderAnAssertion) {
+  Machine machine;
+  ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 30), kSuccess);
+  ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 160, 5), kSuccess);
+  JetsamRecord expected;
+  expected.start_time = 10;
+  expected.arrival = 2;
+  expected.requested_band = 30;
+  expected.effective_band = 160;
+  expected.user_data = 5;
+  expected.assertion = true;
+  EXPECT_EQ(machine.record(kDaemonPid), expected);
+
+  ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 0), kSuccess);
+  expected.arrival = 3;
+  expected.effective_band = 0;
+  expected.user_data = 0;
+  expected.assertion = false;
+  EXPECT_EQ(machine.record(kDaemonPid), expected);
+}
+
+TEST(JetsamModel, ASetWithoutAssertionKeepsTheAssertionBit) {
+  Machine machine;
+  ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 160), kSuccess);
+  ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 0), kSuccess);
+  EXPECT_EQ(machine.band(kDaemonPid), 0);
+  EXPECT_TRUE(machine.record(kDaemonPid).assertion);
+}
+
+TEST(JetsamModel, IgnoresAnIdleAssertionWhereNoneHeldUpToIos17) {
+  for (const KernelGeneration generation :
+       {KernelGeneration::Xnu4903To8020, KernelGeneration::Xnu8792To10063}) {
+    Machine machine(generation);
+    EXPECT_EQ(machine.setPriority(kDaemonPid, kAssertion, 0, 9), kSuccess);
+    JetsamRecord expected = Machine(generation).record(kDaemonPid);
+    expected.user_data = 9;
+    EXPECT_EQ(machine.record(kDaemonPid), expected);
+  }
+}
+
+TEST(JetsamModel, RefusesAnAssertionOnAnUnmanagedProcessOnIos18Alone) {
+  for (const KernelGeneration generation : kGenerations) {
+    const bool refused = generation == KernelGeneration::Xnu11215To11417;
+    Machine machine(generation);
+    // Ahead of the refusal of the band, behind that of launchd.
+    EXPECT_EQ(machine.setPriority(kDaemonPid, kAssertion, 999), refusal(refused ? EPERM : EINVAL));
+    EXPECT_EQ(machine.setPriority(kDaemonPid, kAssertion, 10), refused ? refusal(EPERM) : kSuccess);
+    EXPECT_EQ(machine.setManaged(kAppPid, 1), kSuccess);
+    EXPECT_EQ(machine.setPriority(kAppPid, kAssertion, 21), kSuccess);
+    EXPECT_EQ(machine.band(kAppPid), 21);
+    EXPECT_EQ(machine.setPriority(kAppPid, kAssertion, 0), kSuccess);
+    EXPECT_EQ(machine.band(kAppPid), 0);
+  }
+}
+
+TEST(JetsamModel, StoresLimitsAndReportsTheDefaultWhereNoneIsOfItsOwn) {
+  struct Case {
+    std::int32_t default_mb;
+    memorystatus_memlimit_properties set;
+    memorystatus_memlimit_properties read;
+  };
+  const std::array<Case, 6> cases = {{
+      {2048, {300, 1, 200, 0}, {300, 1, 200, 0}},
+      {2048, {0, 0, 0, 0}, {2048, 1, 2048, 1}},
+      {2048, {-1, 0, INT32_MIN, 0}, {2048, 1, 2048, 1}},
+      {-1, {0, 0, 50, 1}, {-1, 1, 50, 1}},
+      {2048, {2048, 0, 2048, 1}, {2048, 0, 2048, 1}},
+      {2048, {INT32_MAX, 0, 1, 1}, {INT32_MAX, 0, 1, 1}},
+  }};
+  for (const Case& c : cases) {
+    Machine machine;
+    machine.kernel.default_task_limit_mb = c.default_mb;
+    EXPECT_EQ(machine.setLimits(kDaemonPid, c.set), kSuccess);
+    EXPECT_EQ(machine.limits(kDaemonPid), c.read);
+    EXPECT_EQ(machine.limits(kAppPid),
+              (memorystatus_memlimit_properties{c.default_mb, 1, c.default_mb, 1}));
+  }
+}
+
+TEST(JetsamModel, MakesTheDefaultLimitFatalByItsValueOnIos18) {
+  Machine machine(KernelGeneration::Xnu11215To11417);
+  machine.kernel.default_task_limit_mb = 2048;
+  EXPECT_EQ(machine.setLimits(kDaemonPid, {2048, 0, 0, 0}), kSuccess);
+  EXPECT_EQ(machine.limits(kDaemonPid), (memorystatus_memlimit_properties{2048, 1, 2048, 1}));
+  machine.kernel.default_task_limit_mb = -1;
+  EXPECT_EQ(machine.setLimits(kAppPid, {0, 0, -1, 1}), kSuccess);
+  EXPECT_EQ(machine.limits(kAppPid), (memorystatus_memlimit_properties{-1, 0, -1, 1}));
+}
+
+TEST(JetsamModel, RefusesUnknownLimitAttributes) {
+  Machine machine;
+  EXPECT_EQ(machine.setLimits(kDaemonPid, {1, 2, 1, 0}), refusal(EINVAL));
+  EXPECT_EQ(machine.setLimits(kDaemonPid, {1, 0, 1, 3}), refusal(EINVAL));
+  EXPECT_EQ(machine.setLimits(kGonePid, {1, 2, 1, 0}), refusal(ESRCH));
+  EXPECT_EQ(machine.table, JetsamTable{});
+}
+
+TEST(JetsamModel, FillsTheLongerLimitRecordWithZerosBehindTheLimits) {
+  Machine machine;
+  ASSERT_EQ(machine.setLimits(kDaemonPid, {7, 1, 8, 0}), kSuccess);
+  std::array<std::int32_t, 6> record{};
+  record.fill(-1);
+  EXPECT_EQ(machine.control(kGetLimits, kDaemonPid, 0, record.data(), 24), kSuccess);
+  EXPECT_EQ(record, (std::array<std::int32_t, 6>{7, 1, 8, 0, 0, 0}));
+}
+
+TEST(JetsamModel, RaisesLaterBandsOfAnElevatedProcess) {
+  struct Case {
+    KernelGeneration generation;
+    std::int32_t asked;
+    std::int32_t given;
+  };
+  const std::array<Case, 10> cases = {{
+      {KernelGeneration::Xnu4903To8020, 0, 4},
+      {KernelGeneration::Xnu4903To8020, 1, 4},
+      {KernelGeneration::Xnu4903To8020, 4, 4},
+      {KernelGeneration::Xnu4903To8020, 5, 5},
+      {KernelGeneration::Xnu8792To10063, 20, 40},
+      {KernelGeneration::Xnu8792To10063, 30, 40},
+      {KernelGeneration::Xnu8792To10063, 41, 41},
+      {KernelGeneration::Xnu11215To11417, 0, 40},
+      {KernelGeneration::Xnu11215To11417, 20, 0},
+      {KernelGeneration::Xnu11215To11417, -2, 40},
+  }};
+  for (const Case& c : cases) {
+    Machine machine(c.generation);
+    const std::int32_t before = machine.band(kDaemonPid);
+    ASSERT_EQ(machine.elevate(kDaemonPid, true, 0), kSuccess);
+    EXPECT_EQ(machine.band(kDaemonPid), before);
+    ASSERT_EQ(machine.setPriority(kDaemonPid, 0, c.asked), kSuccess);
+    EXPECT_EQ(machine.band(kDaemonPid), c.given) << c.asked;
+    ASSERT_EQ(machine.elevate(kDaemonPid, false, 0), kSuccess);
+    ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 0), kSuccess);
+    EXPECT_EQ(machine.band(kDaemonPid), 0);
+  }
+}
+
+TEST(JetsamModel, ElevatesAtOnceWhenFlagsSaySo) {
+  for (const KernelGeneration generation : kGenerations) {
+    const std::int32_t elevated = generation == KernelGeneration::Xnu4903To8020 ? 4 : 40;
+    Machine machine(generation);
+    ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 0), kSuccess);
+    ASSERT_EQ(machine.elevate(kDaemonPid, true, 1), kSuccess);
+    EXPECT_EQ(machine.band(kDaemonPid), elevated);
+    EXPECT_EQ(machine.elevate(kDaemonPid, true, 1), kSuccess);
+    EXPECT_EQ(machine.record(kDaemonPid).arrival, 2);
+    ASSERT_EQ(machine.elevate(kDaemonPid, false, 1), kSuccess);
+    EXPECT_EQ(machine.band(kDaemonPid), 0);
+
+    const std::int32_t untouched = machine.band(kAppPid);
+    ASSERT_EQ(machine.elevate(kAppPid, true, 1), kSuccess);
+    EXPECT_EQ(machine.band(kAppPid), untouched);
+    ASSERT_EQ(machine.elevate(kAppPid, false, 1), kSuccess);
+    EXPECT_EQ(machine.band(kAppPid), untouched);
+  }
+}
+
+TEST(JetsamModel, LowersNothingThatWasNotElevated) {
+  Machine machine;
+  ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 40), kSuccess);
+  const JetsamTable before = machine.table;
+  EXPECT_EQ(machine.elevate(kDaemonPid, false, 1), kSuccess);
+  EXPECT_EQ(machine.table, before);
+}
+
+TEST(JetsamModel, RefusesToElevateLaunchdOnIos18) {
+  EXPECT_EQ(Machine(KernelGeneration::Xnu11215To11417).elevate(1, true, 0), refusal(EINVAL));
+  EXPECT_EQ(Machine(KernelGeneration::Xnu8792To10063).elevate(1, true, 0), kSuccess);
+}
+
+TEST(JetsamModel, TakesTheManagedStateFromTheBufferOrFromTheFlags) {
+  std::uint32_t in_buffer = 1;
+  for (const auto& [argument, managed] :
+       {std::pair(StateArgument::Buffer, 1), std::pair(StateArgument::Flags, 0)}) {
+    Machine machine(KernelGeneration::Xnu8792To10063, argument);
+    EXPECT_EQ(machine.control(kGetManaged, kDaemonPid, 0, nullptr, 0), kSuccess);
+    EXPECT_EQ(machine.control(kSetManaged, kDaemonPid, 0, &in_buffer, 4), kSuccess);
+    EXPECT_EQ(machine.control(kGetManaged, kDaemonPid, 0, nullptr, 0),
+              (CallResult{.result = managed}));
+    EXPECT_EQ(machine.record(kDaemonPid).freezable, managed == 1);
+  }
+  Machine machine(KernelGeneration::Xnu8792To10063, StateArgument::Flags);
+  EXPECT_EQ(machine.control(kSetManaged, kDaemonPid, 1, nullptr, 0), kSuccess);
+  EXPECT_TRUE(machine.record(kDaemonPid).managed);
+}
+
+TEST(JetsamModel, CountsOnlyTheStateOneAsManaged) {
+  for (const StateArgument argument : {StateArgument::Buffer, StateArgument::Flags}) {
+    for (const std::uint32_t state : {0U, 2U, 0xffffffffU}) {
+      Machine machine(KernelGeneration::Xnu8792To10063, argument);
+      ASSERT_EQ(machine.setManaged(kDaemonPid, 1), kSuccess);
+      EXPECT_EQ(machine.setManaged(kDaemonPid, state), kSuccess);
+      EXPECT_FALSE(machine.record(kDaemonPid).managed) << state;
+      EXPECT_TRUE(machine.record(kDaemonPid).freezable) << state;
+    }
+  }
+}
+
+TEST(JetsamModel, TakesTheFreezableStateFromTheBufferOrFromTheFlags) {
+  std::uint32_t in_buffer = 2;
+  Machine by_buffer(KernelGeneration::Xnu4903To8020, StateArgument::Buffer);
+  EXPECT_EQ(by_buffer.control(kSetFreezable, kDaemonPid, 0, &in_buffer, 4), kSuccess);
+  EXPECT_TRUE(by_buffer.record(kDaemonPid).freezable);
+  Machine by_flags(KernelGeneration::Xnu8792To10063, StateArgument::Flags);
+  EXPECT_EQ(by_flags.control(kSetFreezable, kDaemonPid, 0, &in_buffer, 4), kSuccess);
+  EXPECT_FALSE(by_flags.record(kDaemonPid).freezable);
+  EXPECT_EQ(by_flags.control(kSetFreezable, kDaemonPid, 2, nullptr, 0), kSuccess);
+  EXPECT_TRUE(by_flags.record(kDaemonPid).freezable);
+}
+
+TEST(JetsamModel, RefusesAForeignProcesssFreezableStateOnIos15WithTheKernelsOwnReading) {
+  Machine machine(KernelGeneration::Xnu4903To8020, StateArgument::Flags);
+  EXPECT_EQ(machine.control(kSetFreezable, kDaemonPid, 1, nullptr, 0), refusal(EPERM));
+  EXPECT_EQ(machine.control(kSetFreezable, kDaemonPid, 0, nullptr, 0), refusal(EPERM));
+  EXPECT_EQ(machine.control(kSetFreezable, kGonePid, 0, nullptr, 0), refusal(ESRCH));
+}
+
+TEST(JetsamModel, RefusesTheFreezableStateToACallerWithoutPrivilege) {
+  Machine machine;
+  machine.kernel.caller_is_privileged = false;
+  EXPECT_EQ(machine.setState(kSetFreezable, kGonePid, 1), refusal(EPERM));
+  EXPECT_EQ(machine.setState(kSetFreezable, kGonePid, 0), refusal(ESRCH));
+  EXPECT_EQ(machine.setState(kSetFreezable, kDaemonPid, 0), refusal(EPERM));
+  EXPECT_EQ(machine.table, JetsamTable{});
+}
+
+TEST(JetsamModel, GivesDarwinRolesToAppsAlone) {
+  struct Case {
+    std::int32_t pid;
+    std::int32_t role;
+    bool privileged;
+    CallResult result;
+  };
+  const std::array<Case, 7> cases = {{
+      {kAppPid, 1, true, kSuccess},
+      {kAppPid, 6, true, kSuccess},
+      {kAppPid, 7, true, refusal(EINVAL)},
+      {kAppPid, -1, true, refusal(EINVAL)},
+      {kDaemonPid, 99, true, refusal(ENOTSUP)},
+      {kGonePid, 1, true, refusal(ESRCH)},
+      {kAppPid, 1, false, refusal(EPERM)},
+  }};
+  for (const Case& c : cases) {
+    Machine machine;
+    machine.kernel.caller_is_privileged = c.privileged;
+    EXPECT_EQ(setDarwinRole(machine.kernel, machine.table, machine.processes, c.pid, c.role),
+              c.result)
+        << c.pid << ' ' << c.role;
+    const std::int32_t expected_role = c.result == kSuccess ? c.role : 0;
+    EXPECT_EQ(machine.record(c.pid).darwin_role, expected_role);
+  }
+}
+
+TEST(JetsamModel, StartsANewProcessWithDefaultsAtAnOldPid) {
+  Machine machine;
+  ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 210), kSuccess);
+  ASSERT_EQ(machine.setManaged(kDaemonPid, 1), kSuccess);
+  const LiveProcess reborn{.pid = kDaemonPid, .start_time = 11};
+  JetsamRecord expected;
+  expected.start_time = 11;
+  expected.requested_band = 180;
+  expected.effective_band = 180;
+  EXPECT_EQ(recordOf(machine.kernel, machine.table, reborn), expected);
+}
+
+TEST(JetsamModel, ForgetsTheDeadAndThoseWhosePidIsAnothers) {
+  Machine machine;
+  for (const std::int32_t pid : {kDaemonPid, kAppPid, kOtherPid}) {
+    ASSERT_EQ(machine.setPriority(pid, 0, 30), kSuccess);
+  }
+  const JetsamRecord kept = machine.record(kOtherPid);
+  forgetDeadProcesses(machine.table,
+                      FixedProcesses({{.pid = kAppPid, .start_time = 21},
+                                      {.pid = kOtherPid, .start_time = kept.start_time}}));
+  EXPECT_EQ(machine.table, (JetsamTable{.records = {{kOtherPid, kept}}, .next_arrival = 4}));
+}
+
+TEST(JetsamModel, ReadsRecordsFromUnalignedBuffers) {
+  Machine machine;
+  const memorystatus_priority_properties properties{170, 0, 3};
+  std::array<char, 17> bytes{};
+  std::memcpy(bytes.data() + 1, &properties, sizeof(properties));
+  EXPECT_EQ(machine.control(kSetPriority, kDaemonPid, 0, bytes.data() + 1, 16), kSuccess);
+  EXPECT_EQ(machine.band(kDaemonPid), 170);
+}
+
+}  // namespace
+}  // namespace vorlatch::model

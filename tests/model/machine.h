@@ -1,0 +1,148 @@
+// A machine of a few processes, and short forms of the model's commands, for its tests.
+#pragma once
+
+#include <cerrno>
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <utility>
+#include <vector>
+
+#include "platform/memorystatus.h"
+#include "platform/model/jetsam_model.h"
+
+namespace vorlatch::platform {
+
+inline bool operator==(const memorystatus_priority_entry& a, const memorystatus_priority_entry& b) {
+  return a.pid == b.pid && a.priority == b.priority && a.user_data == b.user_data &&
+         a.limit == b.limit && a.state == b.state;
+}
+
+inline std::ostream& operator<<(std::ostream& out, const memorystatus_priority_entry& entry) {
+  return out << "{pid " << entry.pid << ", priority " << entry.priority << ", user_data "
+             << entry.user_data << ", limit " << entry.limit << ", state " << entry.state << '}';
+}
+
+inline bool operator==(const memorystatus_memlimit_properties& a,
+                       const memorystatus_memlimit_properties& b) {
+  return a.memlimit_active == b.memlimit_active &&
+         a.memlimit_active_attr == b.memlimit_active_attr &&
+         a.memlimit_inactive == b.memlimit_inactive &&
+         a.memlimit_inactive_attr == b.memlimit_inactive_attr;
+}
+
+inline std::ostream& operator<<(std::ostream& out, const memorystatus_memlimit_properties& limits) {
+  return out << '{' << limits.memlimit_active << ", " << limits.memlimit_active_attr << ", "
+             << limits.memlimit_inactive << ", " << limits.memlimit_inactive_attr << '}';
+}
+
+}  // namespace vorlatch::platform
+
+namespace vorlatch::model {
+
+inline std::ostream& operator<<(std::ostream& out, const CallResult& result) {
+  return out << '{' << result.result << ", errno " << result.error << '}';
+}
+
+inline constexpr CallResult kSuccess{};
+
+inline CallResult refusal(int error) {
+  return {.result = -1, .error = error};
+}
+
+class FixedProcesses final : public ProcessList {
+ public:
+  explicit FixedProcesses(std::vector<LiveProcess> processes) : processes_(std::move(processes)) {}
+  [[nodiscard]] std::vector<LiveProcess> all() const override { return processes_; }
+  [[nodiscard]] std::optional<LiveProcess> find(std::int32_t pid) const override {
+    for (const LiveProcess& process : processes_) {
+      if (process.pid == pid) return process;
+    }
+    return std::nullopt;
+  }
+
+ private:
+  std::vector<LiveProcess> processes_;
+};
+
+inline constexpr std::int32_t kDaemonPid = 100;
+inline constexpr std::int32_t kAppPid = 200;
+inline constexpr std::int32_t kOtherPid = 300;
+inline constexpr std::int32_t kGonePid = 999;
+
+class Machine {
+ public:
+  explicit Machine(KernelGeneration generation, StateArgument argument = StateArgument::Buffer) {
+    kernel.generation = generation;
+    kernel.state_argument = argument;
+  }
+  Machine() = default;
+
+  CallResult control(std::uint32_t command, std::int32_t pid, std::uint32_t flags, void* buffer,
+                     std::size_t size) {
+    return memorystatusControl(kernel, table, processes, command, pid, flags, buffer, size);
+  }
+
+  CallResult setPriority(std::int32_t pid, std::uint32_t flags, std::int32_t priority,
+                         std::uint64_t user_data = 0) {
+    platform::memorystatus_priority_properties properties{priority, 0, user_data};
+    return control(platform::MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES, pid, flags, &properties,
+                   sizeof(properties));
+  }
+
+  CallResult setLimits(std::int32_t pid, platform::memorystatus_memlimit_properties limits) {
+    return control(platform::MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES, pid, 0, &limits,
+                   sizeof(limits));
+  }
+
+  platform::memorystatus_memlimit_properties limits(std::int32_t pid) {
+    platform::memorystatus_memlimit_properties limits{};
+    const CallResult result = control(platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES, pid, 0,
+                                      &limits, sizeof(limits));
+    return result == kSuccess ? limits : platform::memorystatus_memlimit_properties{-9, 9, -9, 9};
+  }
+
+  // The command with its state both in the buffer and in the flags: every reading hears it.
+  CallResult setState(std::uint32_t command, std::int32_t pid, std::uint32_t state) {
+    return control(command, pid, state, &state, sizeof(state));
+  }
+
+  CallResult setManaged(std::int32_t pid, std::uint32_t state) {
+    return setState(platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_MANAGED, pid, state);
+  }
+
+  CallResult elevate(std::int32_t pid, bool enable, std::uint32_t at_once) {
+    return control(enable ? platform::MEMORYSTATUS_CMD_ELEVATED_INACTIVEJETSAMPRIORITY_ENABLE
+                          : platform::MEMORYSTATUS_CMD_ELEVATED_INACTIVEJETSAMPRIORITY_DISABLE,
+                   pid, at_once, nullptr, 0);
+  }
+
+  std::vector<platform::memorystatus_priority_entry> list() {
+    std::vector<platform::memorystatus_priority_entry> entries(16);
+    const CallResult result =
+        control(platform::MEMORYSTATUS_CMD_GET_PRIORITY_LIST, 0, 0, entries.data(),
+                entries.size() * sizeof(platform::memorystatus_priority_entry));
+    entries.resize(result.result < 0 ? 0 : static_cast<std::size_t>(result.result) / 24);
+    return entries;
+  }
+
+  [[nodiscard]] JetsamRecord record(std::int32_t pid) const {
+    return recordOf(kernel, table, processes.find(pid).value_or(LiveProcess{}));
+  }
+
+  [[nodiscard]] std::int32_t band(std::int32_t pid) const { return record(pid).effective_band; }
+
+  Kernel kernel;
+  JetsamTable table;
+  FixedProcesses processes{{{.pid = kOtherPid, .start_time = 30},
+                            {.pid = kAppPid, .start_time = 20, .is_app = true},
+                            {.pid = kDaemonPid, .start_time = 10},
+                            {.pid = 1, .start_time = 1},
+                            {.pid = 0, .start_time = 0}}};
+};
+
+inline constexpr KernelGeneration kGenerations[] = {KernelGeneration::Xnu4903To8020,
+                                                    KernelGeneration::Xnu8792To10063,
+                                                    KernelGeneration::Xnu11215To11417};
+
+}  // namespace vorlatch::model

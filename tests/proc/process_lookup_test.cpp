@@ -1,0 +1,234 @@
+#include "proc/process_lookup.h"
+
+#include <climits>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/story.h"
+
+namespace vorlatch {
+namespace {
+
+using plist::Dictionary;
+using tests::Lines;
+using tests::Story;
+
+// Daemons here have a process list that begins with their own processes alone.
+struct Processes : Story {
+  Processes() { device.exit(getpid()); }
+
+  std::int32_t launch(const std::string& name, const std::string& path = "/usr/libexec/x") const {
+    return device.launch({.name = name, .executable_path = path});
+  }
+  std::int32_t launchApp(const std::string& bundle, const std::string& identifier,
+                         const std::string& name = "Executable") const {
+    return launch(name, installApp(bundle, Dictionary{{"CFBundleIdentifier", identifier}}));
+  }
+};
+
+TEST(ProcessLookup, FindsADaemonByItsName) {
+  Processes device;
+  const auto pid = device.launch("backboardd");
+  EXPECT_EQ(getPIDForBundleID("backboardd"), pid);
+  EXPECT_EQ(getPIDForBundleID("backboard"), 0);
+  EXPECT_EQ(getPIDForBundleID("Backboardd"), 0);
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"backboardd", pid}}));
+}
+
+TEST(ProcessLookup, FindsAnAppByItsBundleIdentifier) {
+  Processes device;
+  const auto pid = device.launchApp("WeChat.app", "com.tencent.xin", "WeChat");
+  EXPECT_EQ(getPIDForBundleID("com.tencent.xin"), pid);
+  EXPECT_EQ(getPIDForBundleID("com.tencent.XIN"), 0);
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"WeChat", pid}, {"com.tencent.xin", pid}}));
+}
+
+TEST(ProcessLookup, AnExtensionHasItsOwnIdentifier) {
+  Processes device;
+  const auto pid = device.launchApp("WeChat.app/PlugIns/Share.appex", "com.tencent.xin.share");
+  EXPECT_EQ(getPIDForBundleID("com.tencent.xin.share"), pid);
+}
+
+TEST(ProcessLookup, AnExecutableDeeperInABundleIsFoundByNameOnly) {
+  Processes device;
+  const auto info = Dictionary{{"CFBundleIdentifier", "com.tencent.xin"}};
+  const std::string directory =
+      std::filesystem::path(device.installApp("WeChat.app", info)).parent_path();
+  const auto pid = device.launch("helper", directory + "/bin/helper");
+  EXPECT_EQ(getPIDForBundleID("com.tencent.xin"), 0);
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"helper", pid}}));
+}
+
+TEST(ProcessLookup, ADirectoryCountsAsABundleByItsExactEndingOnly) {
+  Processes device;
+  device.launchApp("A.APP", "a");
+  device.launchApp("B.apps", "b");
+  device.launchApp("Capp", "c");
+  for (const char* key : {"a", "b", "c"}) EXPECT_EQ(getPIDForBundleID(key), 0) << key;
+}
+
+TEST(ProcessLookup, AKeyThatIsANameAndAnIdentifierFindsWhoeverIsListedFirst) {
+  Processes device;
+  const auto app = device.launchApp("X.app", "twin", "X");
+  EXPECT_EQ(getPIDForBundleID("twin"), app);
+  const auto daemon = device.launch("twin");
+  EXPECT_EQ(getPIDForBundleID("twin"), daemon);  // newest first
+  EXPECT_EQ(runningPID(getRunningProcessMap(), "twin"), app);
+}
+
+TEST(ProcessLookup, AnIdentifierReplacesANameListedBeforeOrAfterIt) {
+  Processes device;
+  device.launch("twin");
+  const auto app = device.launchApp("X.app", "twin", "X");
+  EXPECT_EQ(getPIDForBundleID("twin"), app);
+  EXPECT_EQ(runningPID(getRunningProcessMap(), "twin"), app);
+}
+
+TEST(ProcessLookup, OfTwoProcessesInOneBundleTheLookUpTakesTheFirstAndTheMapTheLast) {
+  Processes device;
+  const auto older = device.launchApp("X.app", "twice", "Older");
+  const auto newer = device.launchApp("X.app", "twice", "Newer");
+  EXPECT_EQ(getPIDForBundleID("twice"), newer);
+  EXPECT_EQ(runningPID(getRunningProcessMap(), "twice"), older);
+}
+
+TEST(ProcessLookup, OfTwoProcessesWithOneNameBothTakeTheFirst) {
+  Processes device;
+  device.launch("twice");
+  const auto newer = device.launch("twice");
+  EXPECT_EQ(getPIDForBundleID("twice"), newer);
+  EXPECT_EQ(runningPID(getRunningProcessMap(), "twice"), newer);
+}
+
+TEST(ProcessLookup, AnEmptyKeyFindsAProcessWhoseNameCannotBeRead) {
+  Processes device;
+  const auto unreadable = device.launch("unreadable");
+  device.launch("readable");
+  EXPECT_EQ(getPIDForBundleID(""), 0);
+  device.device.script({.function = "proc_name", .pid = unreadable, .result = 0, .error = ESRCH});
+  EXPECT_EQ(getPIDForBundleID(""), unreadable);
+  EXPECT_EQ(getRunningProcessMap().count(""), 0U);
+  EXPECT_EQ(getRunningProcessMap().size(), 1U);
+}
+
+TEST(ProcessLookup, AnEmptyIdentifierIsMatchedByAnEmptyKeyOnly) {
+  Processes device;
+  const auto pid = device.launchApp("X.app", "", "X");
+  EXPECT_EQ(getPIDForBundleID(""), pid);
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"X", pid}}));
+}
+
+TEST(ProcessLookup, ABundleWithoutIdentifierIsReadAgainAndOneWithItIsNot) {
+  Processes device;
+  const auto pid = device.launchApp("X.app", "", "X");
+  EXPECT_EQ(getPIDForBundleID("late"), 0);
+  device.launchApp("X.app", "late", "Y");
+  EXPECT_NE(getPIDForBundleID("late"), 0);
+  device.device.exit(pid + 1);
+  EXPECT_EQ(getPIDForBundleID("late"), pid);
+  // From here on the bundle is known, whatever its file says.
+  device.installApp("X.app", Dictionary{{"CFBundleIdentifier", "changed"}}).size();
+  EXPECT_EQ(getPIDForBundleID("changed"), 0);
+  EXPECT_EQ(getPIDForBundleID("late"), pid);
+}
+
+TEST(ProcessLookup, ABundleThatNamesNoStringHasNoIdentifier) {
+  Processes device;
+  for (const plist::Value& identifier :
+       {plist::Value(5), plist::Value(plist::Array{"x"}), plist::Value(Dictionary{})}) {
+    const auto pid = device.launch(
+        "X", device.installApp("X.app", Dictionary{{"CFBundleIdentifier", identifier}}));
+    EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"X", pid}}));
+    device.device.exit(pid);
+  }
+}
+
+TEST(ProcessLookup, ANameThatIsNotUtf8IsNotInTheMapButStillComparesByItsBytes) {
+  Processes device;
+  const auto pid = device.launch("bad\xff");
+  EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{});
+  EXPECT_EQ(getPIDForBundleID("bad\xff"), pid);
+}
+
+TEST(ProcessLookup, APathThatIsNotUtf8HasNoIdentifier) {
+  Processes device;
+  const auto path = device.installApp("X\xff.app", Dictionary{{"CFBundleIdentifier", "x"}});
+  device.launch("X", path);
+  EXPECT_EQ(getPIDForBundleID("x"), 0);
+}
+
+TEST(ProcessLookup, AProcessWithoutAPathIsFoundByName) {
+  Processes device;
+  const auto pid = device.launch("kernel_task", "");
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"kernel_task", pid}}));
+}
+
+TEST(ProcessLookup, AZombieIsNotFound) {
+  Processes device;
+  device.device.becomeZombie(device.launch("backboardd"));
+  EXPECT_EQ(getPIDForBundleID("backboardd"), 0);
+  EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{});
+}
+
+TEST(ProcessLookup, AProcessThatExitsDuringTheWalkIsNotFound) {
+  Processes device;
+  const auto leaving = device.launch("leaving");
+  const auto staying = device.launch("staying");
+  device.device.script({.function = "proc_listpids", .first = 2, .count = 1, .meanwhile = [&] {
+                          device.device.exit(leaving);
+                        }});
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"staying", staying}}));
+}
+
+TEST(ProcessLookup, PidsBelowOneAreSkippedWithoutACall) {
+  Processes device;
+  const std::int32_t pids[] = {0, -5, device.launch("backboardd")};
+  device.device.script({.function = "proc_listpids",
+                        .first = 2,
+                        .result = sizeof(pids),
+                        .buffer = std::string(reinterpret_cast<const char*>(pids), sizeof(pids))});
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"backboardd", pids[2]}}));
+  EXPECT_EQ(device.device.takeTrace({"proc_name"}),
+            Lines{"proc_name(" + std::to_string(pids[2]) + ", zeros, 256) = 10"});
+}
+
+TEST(ProcessLookup, AListThatCannotBeReadGivesNothing) {
+  Processes device;
+  device.launch("backboardd");
+  struct Refusal {
+    int call;
+    int result;
+  };
+  for (const auto& [call, result] : {Refusal{1, 0}, Refusal{1, -1}, Refusal{2, 0}, Refusal{2, 3},
+                                     Refusal{2, -1}, Refusal{1, INT_MAX}}) {
+    device.device.clearScripts();
+    device.device.script(
+        {.function = "proc_listpids", .first = call, .count = 1, .result = result});
+    EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{}) << call << ' ' << result;
+    device.device.clearScripts();
+    device.device.script(
+        {.function = "proc_listpids", .first = call, .count = 1, .result = result});
+    EXPECT_EQ(getPIDForBundleID("backboardd"), 0) << call << ' ' << result;
+  }
+}
+
+TEST(ProcessLookup, TheWholeWalkMakesTheseCalls) {
+  Processes device;
+  const std::string older = std::to_string(device.launch("older", "/sbin/older"));
+  const std::string newer = std::to_string(device.launch("newer", "/sbin/newer"));
+  getRunningProcessMap();
+  EXPECT_EQ(device.device.takeTrace(),
+            (Lines{"proc_listpids(1, 0, null, 0) = 88", "proc_listpids(1, 0, buffer, 352) = 8",
+                   "proc_name(" + newer + ", zeros, 256) = 5",
+                   "proc_pidpath(" + newer + ", zeros, 4096) = 11",
+                   "proc_name(" + older + ", zeros, 256) = 5",
+                   "proc_pidpath(" + older + ", zeros, 4096) = 11"}));
+  EXPECT_EQ(getPIDForBundleID("newer"), std::stoi(newer));
+  EXPECT_EQ(device.device.takeTrace(),
+            (Lines{"proc_listpids(1, 0, null, 0) = 88", "proc_listpids(1, 0, buffer, 352) = 8",
+                   "proc_name(" + newer + ", zeros, 256) = 5"}));
+}
+
+}  // namespace
+}  // namespace vorlatch

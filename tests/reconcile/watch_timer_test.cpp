@@ -1,0 +1,186 @@
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/story.h"
+
+namespace vorlatch {
+namespace {
+
+using plist::Dictionary;
+using tests::kTargetRule;
+using tests::Lines;
+using tests::Story;
+using namespace std::chrono_literals;
+
+// A target named alpha with a check interval, and the daemon past its first pass.
+struct Watched : Story {
+  explicit Watched(std::int32_t interval_s, bool runs = true) {
+    if (runs) pid = launch();
+    configure(interval_s);
+    startAndSettle();
+  }
+  void configure(std::int32_t interval_s) const {
+    writeTargets({{"alpha", Dictionary{{"JetsamPriority", -1}, {"CheckInterval", interval_s}}}});
+  }
+  std::int32_t launch() const { return device.launch({.name = "alpha"}); }
+  // How often the target was reported during a time.
+  std::size_t reportsWithin(std::chrono::nanoseconds duration) {
+    run(duration);
+    const Lines log = takeLog();
+    return static_cast<std::size_t>(std::count(log.begin(), log.end(), kTargetRule));
+  }
+  std::int32_t pid = 0;
+};
+
+Lines block(const std::string& header, std::int32_t pid) {
+  return {kTargetRule,
+          header,
+          "[内存限制] 目标 Act:0 Inact:0 | 最终 Act:1450 Inact:1450 -> [成功]",
+          "[内核] ：成功",
+          "[进程优先级] 目标已是 0",
+          "[内存优先级] 目标:-1 -> 未设置, 跳过",
+          "[守护] alpha PID:" + std::to_string(pid) + " 完成"};
+}
+
+Lines ticked(std::int32_t interval_s, std::int32_t pid) {
+  return block("[守护] 目标: alpha | 检测: " + std::to_string(interval_s) +
+                   "s | PID: " + std::to_string(pid),
+               pid);
+}
+
+Lines started(std::int32_t pid) {
+  return block("[进程] 目标: alpha 已启动 PID: " + std::to_string(pid) + " ", pid);
+}
+
+const Lines kExited{kTargetRule, "[进程] 目标: alpha 已退出"};
+
+TEST(WatchTimer, ATargetThatNeverRunsIsSilent) {
+  Watched watched(5, false);
+  watched.run(1h);
+  EXPECT_EQ(watched.takeLog().size(), 8U);  // the patrol's own four, twice
+  EXPECT_EQ(watched.takeCalls(), Lines{});
+}
+
+TEST(WatchTimer, TicksOneIntervalAfterThePassAndThenEachInterval) {
+  Watched watched(5);
+  watched.run(5s - 1ns);
+  EXPECT_EQ(watched.takeLog(), Lines{});
+  watched.run(1ns);
+  EXPECT_EQ(watched.takeLog(), ticked(5, watched.pid));
+  watched.run(5s - 1ns);
+  EXPECT_EQ(watched.takeLog(), Lines{});
+  watched.run(1ns);
+  EXPECT_EQ(watched.takeLog(), ticked(5, watched.pid));
+}
+
+TEST(WatchTimer, AStartIsSeenAtTheNextTickAndAppliedAgainAtLaterOnes) {
+  Watched watched(5, false);
+  watched.run(7s);
+  const auto pid = watched.launch();
+  watched.run(3s);
+  EXPECT_EQ(watched.takeLog(), started(pid));
+  EXPECT_EQ(watched.status(),
+            (Dictionary{{"alpha", Dictionary{{"pid", pid}, {"n", 0}, {"p", 180}}}}));
+  watched.run(5s);
+  EXPECT_EQ(watched.takeLog(), ticked(5, pid));
+}
+
+TEST(WatchTimer, AnExitIsSeenOnceAndTheEntryRemoved) {
+  Watched watched(5);
+  watched.device.exit(watched.pid);
+  watched.run(5s);
+  EXPECT_EQ(watched.takeLog(), kExited);
+  EXPECT_EQ(watched.status(), Dictionary{});
+  watched.run(20s);
+  EXPECT_EQ(watched.takeLog(), Lines{});
+}
+
+TEST(WatchTimer, ARestartBetweenTwoTicksIsAStartWithoutAnExit) {
+  Watched watched(5);
+  watched.device.exit(watched.pid);
+  const auto pid = watched.launch();
+  watched.run(5s);
+  EXPECT_EQ(watched.takeLog(), started(pid));
+}
+
+TEST(WatchTimer, WhatATickSawThePassDoesNotApplyAgain) {
+  Watched watched(5, false);
+  const auto pid = watched.launch();
+  watched.run(5s);
+  EXPECT_EQ(watched.takeLog(), started(pid));
+  watched.postAndRun();
+  EXPECT_EQ(watched.takeLog(), Lines{});
+  watched.device.exit(pid);
+  watched.run(5s);
+  EXPECT_EQ(watched.takeLog(), kExited);
+  watched.postAndRun();
+  EXPECT_EQ(watched.takeLog(), Lines{});
+}
+
+TEST(WatchTimer, AnEditedIntervalTakesEffectWithThePass) {
+  Watched watched(5);
+  watched.run(2s);
+  watched.configure(10);
+  watched.postAndRun();
+  EXPECT_EQ(watched.takeLog(),
+            block("[配置] 目标: alpha PID: " + std::to_string(watched.pid), watched.pid));
+  watched.run(10s - 1ns);
+  EXPECT_EQ(watched.takeLog(), Lines{});
+  watched.run(1ns);
+  EXPECT_EQ(watched.takeLog(), ticked(10, watched.pid));
+}
+
+TEST(WatchTimer, KeepsTheSettingsOfThePassThatMadeIt) {
+  Watched watched(5);
+  watched.configure(10);
+  watched.run(5s);  // edited, but nobody posted
+  EXPECT_EQ(watched.takeLog(), ticked(5, watched.pid));
+}
+
+TEST(WatchTimer, LooksUpItsOwnTargetAlone) {
+  Watched watched(5);
+  watched.device.launch({.name = "older", .pid = 90});
+  watched.device.exit(watched.pid);
+  const auto pid = watched.launch();
+  watched.device.takeTrace();
+  watched.run(5s);
+  EXPECT_EQ(watched.device.takeTrace({"proc_name"}),
+            Lines{"proc_name(" + std::to_string(pid) + ", zeros, 256) = 5"});
+}
+
+TEST(WatchTimer, TheLongestIntervalNeverTicksInALifetime) {
+  Watched watched(INT32_MAX);
+  EXPECT_EQ(watched.device.scheduler.timerCount(), 3U);
+  EXPECT_EQ(watched.reportsWithin(std::chrono::hours(24 * 365)), 0U);
+}
+
+TEST(WatchTimer, TakesTheFirstOfTwoInstancesWhereThePassTakesTheLast) {
+  Story story;
+  const std::string path = story.installApp("X.app", Dictionary{{"CFBundleIdentifier", "alpha"}});
+  const auto older = story.device.launch({.name = "Older", .executable_path = path});
+  const auto newer = story.device.launch({.name = "Newer", .executable_path = path});
+  story.writeTargets({{"alpha", Dictionary{{"JetsamPriority", -1}, {"CheckInterval", 5}}}});
+  story.start();
+  story.takeLog();
+  story.run(150ms);
+  EXPECT_EQ(story.takeLog(), started(older));
+  story.run(5s);
+  EXPECT_EQ(story.takeLog(), started(newer));
+  story.run(5s);
+  EXPECT_EQ(story.takeLog(), ticked(5, newer));
+  story.postAndRun();
+  EXPECT_EQ(story.takeLog(), started(older));
+}
+
+TEST(WatchTimer, TicksMissedWhileAPassWasBusyComeAsOne) {
+  Watched watched(5);
+  watched.device.script(
+      {.function = "proc_listpids", .first = 1, .count = 1, .takes_ns = 17000000000});
+  watched.post();
+  EXPECT_EQ(watched.reportsWithin(17s), 1U);  // due at 5, 10 and 15 s
+  EXPECT_EQ(watched.reportsWithin(3s), 1U);   // the grid is kept: 20 s
+}
+
+}  // namespace
+}  // namespace vorlatch

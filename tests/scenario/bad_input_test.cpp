@@ -1,0 +1,301 @@
+// Whatever stands in the preferences file or in an Info.plist, the daemon goes on, and does to a
+// process only what can be read from it.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "config/preferences.h"
+#include "platform/property_list.h"
+#include "proc/process_lookup.h"
+#include "tests/support/story.h"
+
+namespace vorlatch {
+namespace {
+
+using plist::Array;
+using plist::Data;
+using plist::Date;
+using plist::Dictionary;
+using plist::Value;
+using tests::Lines;
+using tests::Story;
+using namespace std::chrono_literals;
+
+const std::vector<Value>& oneOfEachType() {
+  static const std::vector<Value> values{true,
+                                         false,
+                                         7,
+                                         std::int64_t{1} << 40,
+                                         UINT64_MAX,
+                                         INT64_MIN,
+                                         2.5,
+                                         1e300,
+                                         std::nan(""),
+                                         "",
+                                         "7",
+                                         "7 and a half",
+                                         "seven",
+                                         "99999999999999999999",
+                                         "%s%n",
+                                         Date{1e9},
+                                         Data{"\x01\x02"},
+                                         Array{7},
+                                         Dictionary{{"a", 7}}};
+  return values;
+}
+
+std::string nested(int depth) {
+  std::string text = "<plist version=\"1.0\">";
+  for (int i = 0; i < depth; ++i) text += "<array>";
+  for (int i = 0; i < depth; ++i) text += "</array>";
+  return text + "</plist>";
+}
+
+// Preferences that hold a target at nice value 5, whatever stands beside it.
+std::string preferencesWith(const std::string& xml) {
+  return "<plist version=\"1.0\"><dict><key>Enabled</key><true/>" + xml +
+         "<key>AppConfigs</key><dict><key>alpha</key>"
+         "<dict><key>NiceValue</key><integer>5</integer></dict></dict></dict></plist>";
+}
+
+struct Daemon : Story {
+  Daemon() {
+    pid = device.launch({.name = "alpha", .nice_value = 1});
+    writePreferences({});
+    startAndSettle();
+  }
+  // The nice value of the target after a pass over this file.
+  int niceAfter(std::string_view bytes) const {
+    device.find(pid)->nice_value = 1;
+    tests::writeAll(preferencesFile(), bytes);
+    postAndRun();
+    return device.find(pid)->nice_value;
+  }
+  std::int32_t pid;
+};
+
+TEST(BadPreferences, WhatIsNoDictionaryReadsAsSwitchedOff) {
+  Daemon daemon;
+  const std::string whole = preferencesWith("");
+  EXPECT_EQ(daemon.niceAfter(whole), 5);
+  // What was held is handed back by the first pass that cannot read the file.
+  EXPECT_EQ(daemon.niceAfter(""), 0);
+  for (const std::string& bytes :
+       {whole.substr(0, whole.size() / 2), std::string("no property list"), std::string(1, '\0'),
+        std::string("<plist><array><true/></array></plist>"),
+        std::string("<plist><string>x</string></plist>"), std::string("bplist00"),
+        std::string("bplist00\xd1\x01\x02"), std::string("\xff\xfe<\0p\0"), nested(513),
+        nested(1'000'000), std::string(1'000'000, '<')}) {
+    EXPECT_EQ(daemon.niceAfter(bytes), 1) << bytes.substr(0, 40);
+  }
+  EXPECT_EQ(daemon.niceAfter(whole), 5);
+}
+
+TEST(BadPreferences, ALargeFileIsUsedAsLongAsItParses) {
+  Daemon daemon;
+  constexpr std::size_t kSize = std::size_t{50} * 1024 * 1024;
+  EXPECT_EQ(daemon.niceAfter(preferencesWith("<key>Padding</key><string>" +
+                                             std::string(kSize, 'x') + "</string>")),
+            5);
+}
+
+TEST(BadPreferences, NestingUpToTheLimitIsUsed) {
+  Daemon daemon;
+  std::string deep;
+  for (int i = 0; i < 500; ++i) deep += "<array>";
+  for (int i = 0; i < 500; ++i) deep += "</array>";
+  EXPECT_EQ(daemon.niceAfter(preferencesWith("<key>Deep</key>" + deep)), 5);
+}
+
+TEST(BadPreferences, StringsThatAreNotUtf8MakeTheFileUnreadable) {
+  Daemon daemon;
+  EXPECT_EQ(daemon.niceAfter(preferencesWith("<key>Other</key><string>\xff</string>")), 1);
+  EXPECT_EQ(daemon.niceAfter(preferencesWith("<key>\xff</key><true/>")), 1);
+}
+
+TEST(BadPreferences, ADirectoryInTheFilesPlaceReadsAsSwitchedOff) {
+  Daemon daemon;
+  std::filesystem::remove(daemon.preferencesFile());
+  std::filesystem::create_directory(daemon.preferencesFile());
+  daemon.postAndRun();
+  EXPECT_EQ(daemon.takeLog(), Lines{});
+  EXPECT_EQ(daemon.device.find(daemon.pid)->nice_value, 1);
+}
+
+TEST(BadPreferences, AFifoInTheFilesPlaceHoldsNothingUp) {
+  Daemon daemon;
+  std::filesystem::remove(daemon.preferencesFile());
+  ASSERT_EQ(mkfifo(daemon.preferencesFile().c_str(), 0666), 0);
+  daemon.postAndRun();
+  EXPECT_EQ(daemon.takeLog(), Lines{});
+}
+
+TEST(BadPreferences, TargetsOfEveryOtherTypeReadAsNone) {
+  Daemon daemon;
+  for (const Value& value : oneOfEachType()) {
+    if (value.as<Dictionary>() != nullptr) continue;
+    daemon.writePreferences({{"Enabled", true}, {"AppConfigs", value}});
+    daemon.postAndRun();
+    daemon.run(1800s);
+  }
+  EXPECT_EQ(daemon.takeLog(), Lines{});
+  EXPECT_EQ(daemon.takeCalls(), Lines{});
+}
+
+TEST(BadPreferences, ATargetOfEveryOtherTypeIsPassedOver) {
+  Daemon daemon;
+  for (const Value& value : oneOfEachType()) {
+    if (value.as<Dictionary>() != nullptr) continue;
+    daemon.writeTargets({{"alpha", value}});
+    daemon.postAndRun();
+  }
+  EXPECT_EQ(daemon.takeLog(), Lines{});
+  EXPECT_EQ(daemon.takeCalls(), Lines{});
+}
+
+TEST(BadPreferences, ATargetThatTurnsIntoAnotherTypeCountsAsRemoved) {
+  Daemon daemon;
+  daemon.writeTargets({{"alpha", Dictionary{}}});
+  daemon.postAndRun();
+  daemon.takeLog();
+  daemon.writeTargets({{"alpha", 7}});
+  daemon.postAndRun();
+  EXPECT_EQ(daemon.takeLog()[1], "[配置] 已有进程从列表移除，已恢复默认");
+}
+
+// What each of the four numbers and StripManaged was read as, in the order of the log.
+TEST(BadPreferences, EveryKeyReadsEveryTypeByOneRule) {
+  Daemon daemon;
+  // In the order of oneOfEachType(), as a number of 32 bits.
+  const std::vector<std::int32_t> numbers{1, 0, 7, INT32_MAX, INT32_MAX, INT32_MIN, 2, INT32_MAX,
+                                          0, 0, 7, 7,         0,         INT32_MAX, 0, 0,
+                                          0, 0, 0};
+  ASSERT_EQ(numbers.size(), oneOfEachType().size());
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    const Value& value = oneOfEachType()[i];
+    daemon.writeTargets({{"alpha", Dictionary{{"Remark", std::to_string(i)},
+                                              {"MemLimitActive", value},
+                                              {"MemLimitInactive", value},
+                                              {"NiceValue", value},
+                                              {"CheckInterval", value},
+                                              {"JetsamPriority", -1}}}});
+    daemon.postAndRun();
+    const std::string number = std::to_string(numbers[i]);
+    const Lines log = daemon.takeLog();
+    ASSERT_GT(log.size(), 2U) << i;
+    EXPECT_EQ(log[2].rfind("[内存限制] 目标 Act:" + number + " Inact:" + number + " |", 0), 0U)
+        << i << ' ' << log[2];
+    EXPECT_EQ(daemon.device.find(daemon.pid)->nice_value, std::clamp(numbers[i], -20, 20)) << i;
+    const bool has_timer = daemon.device.scheduler.timerCount() == 3;
+    EXPECT_EQ(has_timer, numbers[i] > 0) << i;
+  }
+}
+
+TEST(BadPreferences, BandsOfEveryTypeAreNeverMoreThanRefused) {
+  Daemon daemon;
+  int remark = 0;
+  for (const Value& value : oneOfEachType()) {
+    daemon.writeTargets(
+        {{"alpha",
+          Dictionary{{"Remark", ++remark}, {"JetsamPriority", value}, {"StripManaged", value}}}});
+    daemon.postAndRun();
+    EXPECT_EQ(daemon.takeLog().back(), "[守护] alpha PID:" + std::to_string(daemon.pid) + " 完成");
+  }
+}
+
+TEST(BadPreferences, UnusualKeysAreTargetsLikeAnyOther) {
+  Daemon daemon;
+  const std::string long_key(10000, 'k');
+  const std::vector<std::string> keys{"%s%n%d",           "line\nfeed\n[00-00 00:00:00] forged",
+                                      "../../etc/passwd", "\x1b[31m",
+                                      long_key,           "微信"};
+  Dictionary targets;
+  for (const std::string& key : keys) {
+    targets.insert_or_assign(key, Dictionary{{"JetsamPriority", -1}, {"CheckInterval", 5}});
+    daemon.device.launch({.name = key});
+  }
+  targets.insert_or_assign("", Dictionary{{"CheckInterval", 5}});
+  daemon.writeTargets(targets);
+  daemon.postAndRun();
+  const std::string log = tests::readAll(daemon.logFile());
+  // A process name has at most 31 characters, so the long key finds nothing.
+  EXPECT_NE(log.find("[守护] %s%n%d PID:"), log.npos);
+  EXPECT_NE(log.find("[守护] ../../etc/passwd PID:"), log.npos);
+  EXPECT_NE(log.find("[守护] 微信 PID:"), log.npos);
+  EXPECT_EQ(log.find("kkkk"), log.npos);
+  daemon.run(5s);
+  EXPECT_EQ(daemon.device.scheduler.timerCount(), 2U + keys.size() + 1);
+}
+
+TEST(BadPreferences, ReplacedWhileTheyAreReadTheOldOrTheNewFileCounts) {
+  Daemon daemon;
+  daemon.writeTargets({{"alpha", Dictionary{{"NiceValue", 5}, {"JetsamPriority", -1}}}});
+  // The file changes in the middle of the pass, which has read it already.
+  daemon.device.script({.function = "proc_listpids", .count = 1, .meanwhile = [&] {
+                          daemon.writeTargets({{"alpha", Dictionary{{"NiceValue", 9}}}});
+                        }});
+  daemon.postAndRun();
+  EXPECT_EQ(daemon.device.find(daemon.pid)->nice_value, 5);
+  daemon.postAndRun();
+  EXPECT_EQ(daemon.device.find(daemon.pid)->nice_value, 9);
+}
+
+TEST(BadInfoPlist, GivesNoIdentifierAndDoesNoHarm) {
+  Story story;
+  const std::string executable = story.installApp("X.app", Dictionary{});
+  const std::string info = std::filesystem::path(executable).parent_path() / "Info.plist";
+  const auto pid = story.device.launch({.name = "X", .executable_path = executable});
+  story.device.exit(getpid());
+  const RunningProcessMap by_name_alone{{"X", pid}};
+  std::vector<std::string> contents{"",
+                                    "no property list",
+                                    "bplist00",
+                                    nested(513),
+                                    nested(1'000'000),
+                                    "<plist><array/></plist>",
+                                    "<plist><dict><key>CFBundleIdentifier</key></dict></plist>",
+                                    "<plist><dict><key>CFBundleIdentifier</key>"
+                                    "<string>\xff</string></dict></plist>"};
+  for (const Value& value : oneOfEachType()) {
+    if (value.as<std::string>() != nullptr) continue;
+    contents.push_back(platform::writeXmlPropertyList(Dictionary{{"CFBundleIdentifier", value}}));
+  }
+  for (const std::string& bytes : contents) {
+    tests::writeAll(info, bytes);
+    EXPECT_EQ(getRunningProcessMap(), by_name_alone) << bytes.substr(0, 60);
+    EXPECT_EQ(getPIDForBundleID("com.example"), 0);
+  }
+  std::filesystem::remove(info);
+  EXPECT_EQ(getRunningProcessMap(), by_name_alone);
+  std::filesystem::create_directory(info);
+  EXPECT_EQ(getRunningProcessMap(), by_name_alone);
+}
+
+TEST(BadInfoPlist, ALargeOneIsUsed) {
+  Story story;
+  const std::string executable = story.installApp(
+      "X.app", Dictionary{{"Padding", std::string(std::size_t{50} * 1024 * 1024, 'x')},
+                          {"CFBundleIdentifier", "com.example"}});
+  const auto pid = story.device.launch({.name = "X", .executable_path = executable});
+  EXPECT_EQ(getPIDForBundleID("com.example"), pid);
+}
+
+TEST(BadInfoPlist, AnUnusualIdentifierIsAKeyLikeAnyOther) {
+  Story story;
+  const std::string identifier = "%s%n\n" + std::string(10000, 'k');
+  const auto pid =
+      story.device.launch({.name = "X",
+                           .executable_path = story.installApp(
+                               "X.app", Dictionary{{"CFBundleIdentifier", identifier}})});
+  EXPECT_EQ(getPIDForBundleID(identifier), pid);
+  EXPECT_EQ(runningPID(getRunningProcessMap(), identifier), pid);
+}
+
+}  // namespace
+}  // namespace vorlatch

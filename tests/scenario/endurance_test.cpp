@@ -1,0 +1,67 @@
+// The daemon runs for months: what it does a thousand times leaves nothing behind.
+#include <malloc.h>
+
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/story.h"
+
+namespace vorlatch {
+namespace {
+
+using plist::Dictionary;
+using tests::Story;
+using namespace std::chrono_literals;
+
+constexpr std::size_t kAllowedGrowthBytes = std::size_t{64} * 1024;
+
+std::size_t openFiles() {
+  const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
+
+struct Busy : Story {
+  Busy() {
+    device.is_tracing = false;
+    startAndSettle();
+  }
+  // A pass over an edit, a start, an exit and a removal; every fourth finds the switch off.
+  void pass(int number) {
+    const auto pid = device.launch({.name = "alpha"});
+    writePreferences(
+        {{"Enabled", number % 4 != 0},
+         {"LogSizeLimit", 4096},
+         {"AppConfigs",
+          Dictionary{{"alpha", Dictionary{{"NiceValue", number % 20}, {"CheckInterval", 60}}},
+                     {"beta-" + std::to_string(number % 7), Dictionary{{"StripManaged", true}}}}}});
+    postAndRun();
+    device.exit(pid);
+  }
+};
+
+TEST(Endurance, AThousandPassesTakeNoMoreMemoryOrFilesThanTen) {
+  Busy busy;
+  for (int i = 0; i < 10; ++i) busy.pass(i);
+  const std::size_t bytes_after_ten = mallinfo2().uordblks;
+  const std::size_t files_after_ten = openFiles();
+  for (int i = 10; i < 1000; ++i) busy.pass(i);
+  EXPECT_LE(mallinfo2().uordblks, bytes_after_ten + kAllowedGrowthBytes);
+  EXPECT_EQ(openFiles(), files_after_ten);
+}
+
+TEST(Endurance, SixtyDaysOfPatrolsAndTicksTakeNoMoreMemoryThanOne) {
+  Story story;
+  story.device.is_tracing = false;
+  story.device.launch({.name = "alpha"});
+  story.device.launch({.name = "beta"});
+  story.writeTargets({{"alpha", Dictionary{{"CheckInterval", 3600}}}, {"beta", Dictionary{}}});
+  story.startAndSettle();
+  story.run(24h);
+  const std::size_t bytes_after_a_day = mallinfo2().uordblks;
+  for (int day = 1; day < 60; ++day) story.run(24h);
+  EXPECT_LE(mallinfo2().uordblks, bytes_after_a_day + kAllowedGrowthBytes);
+}
+
+}  // namespace
+}  // namespace vorlatch

@@ -1,0 +1,54 @@
+// The main of tests in which the daemon reopens the standard streams on its log: results go to the
+// error stream as it was when the test began.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include <gtest/gtest-spi.h>
+#include <gtest/gtest.h>
+
+extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* descriptor);
+
+namespace {
+
+class ToTheFirstErrorStream : public testing::EmptyTestEventListener {
+ public:
+  explicit ToTheFirstErrorStream(int descriptor) : descriptor_(descriptor) {}
+
+  void OnTestIterationStart(const testing::UnitTest& tests, int /*iteration*/) override {
+    if (tests.test_to_run_count() <= 1) return;
+    dprintf(descriptor_, "Each case needs a process of its own: run them with ctest.\n");
+    std::_Exit(2);
+  }
+  void OnTestPartResult(const testing::TestPartResult& result) override {
+    if (!result.failed()) return;
+    dprintf(descriptor_, "%s:%d: failure\n%s\n",
+            result.file_name() != nullptr ? result.file_name() : "?", result.line_number(),
+            result.message());
+  }
+  void OnTestEnd(const testing::TestInfo& test) override {
+    dprintf(descriptor_, "%s.%s %s\n", test.test_suite_name(), test.name(),
+            test.result()->Passed() ? "passed" : "FAILED");
+  }
+
+ private:
+  int descriptor_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  const int first_error_stream = dup(STDERR_FILENO);
+  if (__sanitizer_set_report_fd != nullptr) {
+    __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<long>(first_error_stream)));
+  }
+  auto& listeners = testing::UnitTest::GetInstance()->listeners();
+  if (!testing::GTEST_FLAG(list_tests)) {
+    delete listeners.Release(listeners.default_result_printer());
+    listeners.Append(new ToTheFirstErrorStream(first_error_stream));
+  }
+  return RUN_ALL_TESTS();
+}

@@ -1,0 +1,150 @@
+#include "tests/support/story.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "config/log_file.h"
+#include "config/property_list_file.h"
+#include "daemon/startup.h"
+#include "platform/property_list.h"
+
+namespace vorlatch::tests {
+namespace {
+
+constexpr std::size_t kStampLength = 14;
+constexpr const char* kApplyNotification = "com.zel.vorlatch/ApplyLimits";
+
+std::string makeTemporaryRoot() {
+  std::string path = (std::filesystem::temp_directory_path() / "vorlatch.XXXXXX").string();
+  EXPECT_NE(mkdtemp(path.data()), nullptr);
+  return path;
+}
+
+bool isStamped(const std::string& line) {
+  static constexpr std::string_view kForm = "[00-00 00:00:00] ";
+  if (line.size() < kForm.size()) return false;
+  for (std::size_t i = 0; i < kForm.size(); ++i) {
+    const bool digit = line[i] >= '0' && line[i] <= '9';
+    if (kForm[i] == '0' ? !digit : line[i] != kForm[i]) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+Story::Story() : device(simulated::Device::get()), root_(makeTemporaryRoot()) {
+  std::filesystem::create_directories(rootPath("/usr/lib"));
+  std::filesystem::create_directories(rootPath("/var/mobile/Library/Preferences"));
+  // The root-prefix library takes its prefix from where it is installed.
+  std::filesystem::copy_file(VORLATCH_LIBROOT, rootPath("/usr/lib/libroot.so"));
+  device.root_prefix_library = rootPath("/usr/lib/libroot.so");
+}
+
+Story::~Story() {
+  std::error_code ignored;
+  std::filesystem::remove_all(root_, ignored);
+}
+
+std::string Story::rootPath(std::string_view path) const {
+  return root_ + std::string(path);
+}
+
+std::string Story::file(std::string_view name) const {
+  return rootPath("/var/mobile/Library/Preferences/") + std::string(name);
+}
+
+void Story::writePreferences(const plist::Dictionary& preferences) const {
+  ASSERT_TRUE(writePropertyList(preferencesFile(), preferences));
+}
+
+void Story::writeTargets(const plist::Dictionary& targets) const {
+  writePreferences({{"Enabled", true}, {"AppConfigs", targets}});
+}
+
+std::string Story::installApp(const std::string& bundle, const plist::Value& info) const {
+  const std::string directory = rootPath("/Applications/" + bundle);
+  std::filesystem::create_directories(directory);
+  writeAll(directory + "/Info.plist", platform::writeXmlPropertyList(info));
+  return directory + "/Executable";
+}
+
+void Story::openLog() const {
+  vorlatch::openLog();
+}
+
+void Story::start() {
+  ASSERT_EQ(runDaemon(), 0);
+  run(0ms);
+}
+
+void Story::startAndSettle() {
+  start();
+  run(150ms);
+  takeLog();
+  device.takeTrace();
+}
+
+void Story::run(std::chrono::nanoseconds duration) const {
+  device.runForNs(static_cast<std::uint64_t>(duration.count()));
+}
+
+void Story::post() const {
+  device.post(kApplyNotification);
+}
+
+void Story::postAndRun() const {
+  post();
+  run(150ms);
+}
+
+Lines Story::takeLog() {
+  const std::string log = readAll(logFile());
+  if (log.size() < log_read_) log_read_ = 0;  // it was cleared
+  std::istringstream unread(log.substr(log_read_));
+  log_read_ = log.size();
+  Lines lines;
+  for (std::string line; std::getline(unread, line);) {
+    EXPECT_TRUE(isStamped(line)) << line;
+    lines.push_back(line.size() > kStampLength + 3 ? line.substr(kStampLength + 3) : line);
+  }
+  return lines;
+}
+
+Lines Story::rereadLog() {
+  log_read_ = 0;
+  return takeLog();
+}
+
+Lines Story::takeCalls() const {
+  return device.takeTrace({"memorystatus_control", "getpriority", "setpriority"});
+}
+
+plist::Dictionary Story::status() const {
+  return readDictionary(statusFile());
+}
+
+std::string readAll(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream contents;
+  contents << file.rdbuf();
+  return contents.str();
+}
+
+void writeAll(const std::string& path, std::string_view bytes) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  ASSERT_TRUE(file.good()) << path;
+}
+
+unsigned modeOf(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
+}
+
+}  // namespace vorlatch::tests
