@@ -1,0 +1,79 @@
+// An unchanged pass on the simulated device, beyond its two readings of the preferences file.
+#include <cstdio>
+#include <string>
+
+#include <benchmark/benchmark.h>
+
+#include "benchmarks/paired_timing.h"
+#include "config/preferences.h"
+#include "reconcile/reconciliation_pass.h"
+#include "tests/support/story.h"
+
+namespace vorlatch {
+namespace {
+
+using plist::Dictionary;
+
+// One story a process, so each size replaces the targets and processes of the one before.
+tests::Story& story() {
+  static tests::Story& one = *new tests::Story;
+  return one;
+}
+
+void arrange(std::int64_t targets, std::int64_t processes) {
+  auto& device = story().device;
+  device.is_tracing = false;
+  while (device.processes().size() > 1) device.exit(device.processes().front().pid);
+  Dictionary configs;
+  for (std::int64_t i = 0; i < processes; ++i) {
+    device.launch({.name = "process-" + std::to_string(i)});
+  }
+  for (std::int64_t i = 0; i < targets; ++i) {
+    configs.insert_or_assign("process-" + std::to_string(i),
+                             Dictionary{{"Remark", "target " + std::to_string(i)},
+                                        {"JetsamPriority", -1},
+                                        {"NiceValue", -5},
+                                        {"MemLimitActive", 0},
+                                        {"MemLimitInactive", 0},
+                                        {"CheckInterval", 0}});
+  }
+  story().writeTargets(configs);
+  executeMemoryLimits();
+}
+
+void unchangedPass(benchmark::State& state) {
+  arrange(state.range(0), state.range(1));
+  benchmarks::PairedTiming timing;
+  for (auto _ : state) {
+    timing.time(
+        [] {
+          benchmark::DoNotOptimize(loadPreferences());
+          benchmark::DoNotOptimize(loadPreferences());
+        },
+        executeMemoryLimits);
+  }
+  state.counters["readings_us"] = timing.firstUs();
+  state.counters["pass_us"] = timing.secondUs();
+  state.counters["beyond_us"] = timing.secondUs() - timing.firstUs();
+}
+BENCHMARK(unchangedPass)
+    ->ArgNames({"targets", "processes"})
+    ->Args({1000, 1000})
+    ->Args({2000, 1000})
+    ->Args({4000, 1000})
+    ->Args({1000, 2000})
+    ->Args({1000, 4000})
+    ->Iterations(60)
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace vorlatch
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  // The applies of each arrangement are logged; the table is not to be found among them.
+  static_cast<void>(std::freopen("/dev/null", "w", stderr));
+  benchmark::RunSpecifiedBenchmarks();
+  vorlatch::story().~Story();
+  return 0;
+}

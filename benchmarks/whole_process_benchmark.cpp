@@ -1,0 +1,216 @@
+// The installed daemon as a whole: how soon it is ready, how soon a post is answered, what it costs
+// while idle. Takes the seconds of idleness as its argument, 60 without.
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/inotify.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "config/files.h"
+#include "config/preferences.h"
+#include "config/property_list_file.h"
+#include "platform/linux/installation.h"
+#include "platform/notifications.h"
+
+namespace vorlatch {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+namespace fs = std::filesystem;
+
+constexpr int kRuns = 50;
+
+double millisecondsSince(Clock::time_point begin) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+}
+
+void report(const char* what, std::vector<double> values_ms) {
+  std::sort(values_ms.begin(), values_ms.end());
+  std::printf("%-44s median %8.3f ms   95th percentile %8.3f ms   (%zu runs)\n", what,
+              values_ms[values_ms.size() / 2], values_ms[values_ms.size() * 95 / 100],
+              values_ms.size());
+}
+
+// Posts reach the daemons of the same root, and a program's root is where it is installed: the
+// daemon is installed beside this program.
+class Root {
+ public:
+  Root() {
+    const fs::path root = platform::installationRoot();
+    for (const char* made : {"usr", "var"}) fs::remove_all(root / made);
+    fs::create_directories(root / "usr/libexec");
+    fs::create_directories(root / "usr/lib");
+    fs::create_directories(root / "var/mobile/Library/Preferences");
+    fs::copy_file(VORLATCH_DAEMON, root / "usr/libexec/vorlatchd");
+    fs::copy_file(VORLATCH_LIBROOT, root / "usr/lib/libroot.so");
+  }
+  Root(const Root&) = delete;
+  Root& operator=(const Root&) = delete;
+  ~Root() {
+    for (const char* made : {"usr", "var"})
+      fs::remove_all(fs::path(platform::installationRoot()) / made);
+  }
+  static std::string path(const std::string& below) { return platform::installationRoot() + below; }
+  static std::string file(const std::string& name) {
+    return path("/var/mobile/Library/Preferences/" + name);
+  }
+};
+
+void writeTarget(int remark) {
+  writePropertyList(
+      Root::file(kPreferencesFileName),
+      plist::Dictionary{
+          {"Enabled", true},
+          {"AppConfigs",
+           plist::Dictionary{{"whole_process_b",
+                              plist::Dictionary{{"Remark", remark}, {"JetsamPriority", -1}}}}}});
+}
+
+class Daemon {
+ public:
+  Daemon() {
+    std::string program = Root::path("/usr/libexec/vorlatchd");
+    std::array<char*, 2> arguments{program.data(), nullptr};
+    posix_spawn(&pid_, program.c_str(), nullptr, nullptr, arguments.data(), environ);
+  }
+  Daemon(const Daemon&) = delete;
+  Daemon& operator=(const Daemon&) = delete;
+  ~Daemon() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  // The main thread waits for notifications, the last thing that start-up comes to.
+  [[nodiscard]] bool isServing() const {
+    static const std::string waiting = std::to_string(SYS_read) + " ";
+    return readFile(proc("syscall"), 4096).value_or("").starts_with(waiting);
+  }
+  // The sum over all threads of a number of their status.
+  [[nodiscard]] long perThread(const std::string& field) const {
+    long sum = 0;
+    for (const auto& thread : fs::directory_iterator(proc("task"))) {
+      sum += number(thread.path() / "status", field);
+    }
+    return sum;
+  }
+  [[nodiscard]] long memoryKb(const std::string& field) const {
+    return number(proc("smaps_rollup"), field);
+  }
+  // Nanoseconds on a processor, over all threads.
+  [[nodiscard]] double cpuMs() const {
+    double sum_ns = 0;
+    for (const auto& thread : fs::directory_iterator(proc("task"))) {
+      sum_ns +=
+          std::atof(readFile((thread.path() / "schedstat").string(), 4096).value_or("").c_str());
+    }
+    return sum_ns / 1e6;
+  }
+
+ private:
+  [[nodiscard]] std::string proc(const std::string& name) const {
+    return "/proc/" + std::to_string(pid_) + "/" + name;
+  }
+  static long number(const std::string& file, const std::string& field) {
+    const std::string text = readFile(file, 1 << 20).value_or("");
+    const std::size_t at = text.find(field + ":");
+    return at == text.npos ? -1 : std::atol(text.c_str() + at + field.size() + 1);
+  }
+
+  pid_t pid_ = 0;
+};
+
+// The log as it grows.
+class Log {
+ public:
+  Log() : descriptor_(inotify_init1(IN_CLOEXEC)) {
+    inotify_add_watch(descriptor_, Root::file("Vorlatch.log").c_str(), IN_MODIFY);
+  }
+  Log(const Log&) = delete;
+  Log& operator=(const Log&) = delete;
+  ~Log() { close(descriptor_); }
+  // Waits for a line; false when none came.
+  [[nodiscard]] bool waitForLine(milliseconds at_most) const {
+    pollfd entry{.fd = descriptor_, .events = POLLIN, .revents = 0};
+    if (poll(&entry, 1, static_cast<int>(at_most.count())) != 1) return false;
+    std::array<char, 4096> events{};
+    return read(descriptor_, events.data(), events.size()) > 0;
+  }
+  void waitUntilQuiet() const {
+    while (waitForLine(milliseconds(300))) {
+    }
+  }
+
+ private:
+  int descriptor_;
+};
+
+void measureStart() {
+  std::vector<double> starts_ms;
+  for (int run = 0; run < kRuns; ++run) {
+    const auto begin = Clock::now();
+    const Daemon daemon;
+    while (!daemon.isServing()) {
+    }
+    starts_ms.push_back(millisecondsSince(begin));
+  }
+  report("start to run loop", starts_ms);
+}
+
+void measurePosts() {
+  const Daemon daemon;
+  while (!daemon.isServing()) {
+  }
+  const Log log;
+  std::vector<double> answers_ms;
+  for (int run = 0; run < kRuns; ++run) {
+    log.waitUntilQuiet();
+    writeTarget(run);
+    const auto begin = Clock::now();
+    platform::postNotification(kApplyNotificationName);
+    if (log.waitForLine(milliseconds(2000))) answers_ms.push_back(millisecondsSince(begin));
+  }
+  report("post to the pass's first line", answers_ms);
+}
+
+void measureIdleness(int seconds) {
+  const Daemon daemon;
+  while (!daemon.isServing()) {
+  }
+  const Log log;
+  log.waitUntilQuiet();
+  const long switches_before =
+      daemon.perThread("voluntary_ctxt_switches") + daemon.perThread("nonvoluntary_ctxt_switches");
+  const double cpu_before_ms = daemon.cpuMs();
+  poll(nullptr, 0, seconds * 1000);
+  const long switches = daemon.perThread("voluntary_ctxt_switches") +
+                        daemon.perThread("nonvoluntary_ctxt_switches") - switches_before;
+  std::printf("idle for %d s: %ld context switches, %.3f ms of CPU time\n", seconds, switches,
+              daemon.cpuMs() - cpu_before_ms);
+  std::printf("memory: PSS %ld kB, private dirty %ld kB, resident %ld kB\n", daemon.memoryKb("Pss"),
+              daemon.memoryKb("Private_Dirty"), daemon.memoryKb("Rss"));
+}
+
+}  // namespace
+}  // namespace vorlatch
+
+int main(int argc, char** argv) {
+  constexpr int kIdleSeconds = 60;
+  const vorlatch::Root root;
+  vorlatch::writeTarget(-1);
+  vorlatch::measureStart();
+  vorlatch::measurePosts();
+  vorlatch::measureIdleness(argc > 1 ? std::atoi(argv[1]) : kIdleSeconds);
+  return 0;
+}
