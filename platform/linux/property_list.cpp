@@ -128,39 +128,55 @@ std::optional<Value> stringOf(plist_t node) {
   return Value(std::string(view));
 }
 
+Value booleanOf(plist_t node) {
+  std::uint8_t value = 0;
+  plist_get_bool_val(node, &value);
+  return {value != 0};
+}
+
+Value realOf(plist_t node) {
+  double value = 0;
+  plist_get_real_val(node, &value);
+  return {value};
+}
+
+Value dateOf(plist_t node) {
+  std::int32_t seconds = 0;
+  std::int32_t microseconds = 0;
+  plist_get_date_val(node, &seconds, &microseconds);
+  return {Date{seconds + microseconds * kMicrosecond}};
+}
+
+Value dataOf(plist_t node) {
+  std::uint64_t length = 0;
+  const char* bytes = plist_get_data_ptr(node, &length);
+  return {Data{bytes != nullptr ? std::string(bytes, length) : std::string()}};
+}
+
+// A keyed archive's reference, in the form that it has in XML.
+Value uidOf(plist_t node) {
+  std::uint64_t uid = 0;
+  plist_get_uid_val(node, &uid);
+  return {Dictionary{{"CF$UID", Value(uid)}}};
+}
+
+// Recurses with the nesting, so what its frame holds is kept small.
 std::optional<Value> valueOf(plist_t node) {
   switch (plist_get_node_type(node)) {
-    case PLIST_BOOLEAN: {
-      std::uint8_t value = 0;
-      plist_get_bool_val(node, &value);
-      return Value(value != 0);
-    }
+    case PLIST_BOOLEAN:
+      return booleanOf(node);
     case PLIST_UINT:
       return integerOf(node);
-    case PLIST_REAL: {
-      double value = 0;
-      plist_get_real_val(node, &value);
-      return Value(value);
-    }
+    case PLIST_REAL:
+      return realOf(node);
     case PLIST_STRING:
       return stringOf(node);
-    case PLIST_DATE: {
-      std::int32_t seconds = 0;
-      std::int32_t microseconds = 0;
-      plist_get_date_val(node, &seconds, &microseconds);
-      return Value(Date{seconds + microseconds * kMicrosecond});
-    }
-    case PLIST_DATA: {
-      std::uint64_t length = 0;
-      const char* bytes = plist_get_data_ptr(node, &length);
-      return Value(Data{bytes != nullptr ? std::string(bytes, length) : std::string()});
-    }
-    case PLIST_UID: {
-      // A keyed archive's reference, in the form that it has in XML.
-      std::uint64_t uid = 0;
-      plist_get_uid_val(node, &uid);
-      return Value(Dictionary{{"CF$UID", Value(uid)}});
-    }
+    case PLIST_DATE:
+      return dateOf(node);
+    case PLIST_DATA:
+      return dataOf(node);
+    case PLIST_UID:
+      return uidOf(node);
     case PLIST_ARRAY:
       return arrayOf(node);
     case PLIST_DICT:

@@ -160,6 +160,13 @@ TEST(PropertyListGuard, MalformedBinaryListsAreRefusedAndReadInBounds) {
 }
 
 // What the guard lets through must fit the stack of a queue's thread.
+// Sanitizers put room around every variable.
+#ifdef VORLATCH_SANITIZED
+constexpr std::size_t kSmallStackBytes = 8 * kMegabyte;
+#else
+constexpr std::size_t kSmallStackBytes = kMegabyte / 2;
+#endif
+
 TEST(PropertyListGuard, TheDeepestListIsParsedAndLetGoOfOnASmallStack) {
   const auto parse_and_write = [](void* bytes) -> void* {
     auto value = vorlatch::platform::parsePropertyList(*static_cast<std::string*>(bytes));
@@ -170,7 +177,7 @@ TEST(PropertyListGuard, TheDeepestListIsParsedAndLetGoOfOnASmallStack) {
   };
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, kMegabyte);
+  pthread_attr_setstacksize(&attributes, kSmallStackBytes);
   std::string xml = nestedXml("<dict><key>a</key>", "<true/>", "</dict>", kMaxPropertyListDepth);
   std::string binary = nestedBinary(kMaxPropertyListDepth);
   for (std::string* bytes : {&xml, &binary}) {
