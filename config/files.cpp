@@ -7,35 +7,12 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "platform/descriptor.h"
+
 namespace vorlatch {
 namespace {
 
 constexpr mode_t kEveryoneReadsAndWrites = 0666;
-
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (isOpen()) ::close(descriptor_);
-  }
-  [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
-  [[nodiscard]] int get() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
-
-bool writeAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -95,8 +72,7 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes) {
   if (!file.isOpen()) return false;
   // The mode before the move, so that there is no moment at which readers are shut out.
   const bool written = ::fchmod(file.get(), kEveryoneReadsAndWrites) == 0 &&
-                       writeAll(file.get(), bytes) &&
-                       ::rename(temporary.c_str(), path.c_str()) == 0;
+                       writeWhole(file, bytes) && ::rename(temporary.c_str(), path.c_str()) == 0;
   if (!written) ::unlink(temporary.c_str());
   return written;
 }

@@ -1,8 +1,10 @@
 #include "platform/linux/installation.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <string_view>
 
@@ -28,8 +30,21 @@ const std::string& installationRoot() {
   return root;
 }
 
+std::string runtimeDirectory() {
+  return installationRoot() + "/var/run/vorlatch";
+}
+
 std::string runtimePath(const std::string& name) {
-  return installationRoot() + "/var/run/vorlatch/" + name;
+  return runtimeDirectory() + "/" + name;
+}
+
+bool makeDirectory(const std::string& path, mode_t mode) {
+  constexpr mode_t kParentMode = 0755;
+  if (mkdir(path.c_str(), mode) == 0) return chmod(path.c_str(), mode) == 0;  // past the umask
+  if (errno == EEXIST) return true;
+  const std::size_t slash = path.rfind('/');
+  if (errno != ENOENT || slash == path.npos || slash == 0) return false;
+  return makeDirectory(path.substr(0, slash), kParentMode) && makeDirectory(path, mode);
 }
 
 }  // namespace vorlatch::platform

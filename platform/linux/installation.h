@@ -1,6 +1,8 @@
 // Where this program is installed, for what the Linux platform keeps per jailbreak root.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 
 namespace vorlatch::platform {
@@ -10,8 +12,17 @@ namespace vorlatch::platform {
 // own directory. Without a slash at the end. Found once; the same for the life of the process.
 const std::string& installationRoot();
 
-// A path below the directory under the root in which the platform keeps what is lost at a reboot:
-// root + "/var/run/vorlatch/" + name.
+// The directory under the root in which the platform keeps what is lost at a reboot, and the path
+// of something in it.
+std::string runtimeDirectory();
 std::string runtimePath(const std::string& name);
+
+// Mode of that directory: every user's daemons and tools of the root meet there, and the sticky bit
+// keeps one from taking away another's files.
+inline constexpr mode_t kRuntimeDirectoryMode = 01777;
+
+// Makes a directory with this mode, whatever the umask, and those above it with mode 0755; an
+// existing one is left as it is. False when there is none afterwards.
+bool makeDirectory(const std::string& path, mode_t mode);
 
 }  // namespace vorlatch::platform

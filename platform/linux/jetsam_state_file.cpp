@@ -12,14 +12,14 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/descriptor.h"
+#include "platform/linux/installation.h"
+
 namespace vorlatch::platform {
 namespace {
 
 constexpr std::array<char, 8> kMagic = {'v', 'o', 'r', 'j', 'e', 't', '0', '1'};
 constexpr off_t kFileSizeMax = 1 << 24;  // bytes; room for 290000 records
-// Everybody's services stand in the runtime directory; nobody takes away another's.
-constexpr mode_t kRuntimeDirectoryMode = 01777;
-constexpr mode_t kParentDirectoryMode = 0755;
 constexpr mode_t kStateMode = 0600;
 
 // Layouts of the file. No padding, so that the checksum covers nothing undefined.
@@ -94,21 +94,6 @@ std::uint64_t checksumOf(std::string_view bytes) {
   return hash;
 }
 
-class UniqueFile {
- public:
-  explicit UniqueFile(int descriptor) : descriptor_(descriptor) {}
-  UniqueFile(const UniqueFile&) = delete;
-  UniqueFile& operator=(const UniqueFile&) = delete;
-  ~UniqueFile() {
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  [[nodiscard]] int get() const { return descriptor_; }
-  [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
-
- private:
-  int descriptor_;
-};
-
 // In a directory open to everybody, a file is ours only when it says so itself.
 bool isOwnRegularFile(int descriptor, off_t& size) {
   struct stat status {};
@@ -117,17 +102,8 @@ bool isOwnRegularFile(int descriptor, off_t& size) {
   return S_ISREG(status.st_mode) && status.st_uid == geteuid();
 }
 
-bool makeDirectory(const std::string& path, mode_t mode) {
-  if (mkdir(path.c_str(), mode) == 0) return chmod(path.c_str(), mode) == 0;  // past the umask
-  if (errno == EEXIST) return true;
-  if (errno != ENOENT) return false;
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos || slash == 0) return false;
-  return makeDirectory(path.substr(0, slash), kParentDirectoryMode) && makeDirectory(path, mode);
-}
-
 // The lock that this process then holds until the file is closed; its death closes it too.
-UniqueFile openLocked(const std::string& path) {
+Descriptor openLocked(const std::string& path) {
   const auto open_once = [&path] {
     return open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, kStateMode);
   };
@@ -147,7 +123,7 @@ UniqueFile openLocked(const std::string& path) {
     close(descriptor);
     descriptor = -1;
   }
-  return UniqueFile(descriptor);
+  return Descriptor(descriptor);
 }
 
 std::string readWhole(int descriptor, std::size_t size) {
@@ -165,7 +141,7 @@ std::string readWhole(int descriptor, std::size_t size) {
 
 // Nothing only when the name is taken by what is not ours; no file and no sense are an empty table.
 std::optional<model::JetsamTable> load(const std::string& path, std::string_view boot_id) {
-  const UniqueFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   if (!file.isOpen()) {
     if (errno == ENOENT) return model::JetsamTable{};
     return std::nullopt;
@@ -175,16 +151,6 @@ std::optional<model::JetsamTable> load(const std::string& path, std::string_view
   if (size > kFileSizeMax) return model::JetsamTable{};
   const std::string bytes = readWhole(file.get(), static_cast<std::size_t>(size));
   return decodeJetsamTable(bytes, boot_id).value_or(model::JetsamTable{});
-}
-
-bool writeWhole(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = write(descriptor, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
 }
 
 // Gives the new file the name of the state in one step. Where there is a state the two change
@@ -204,15 +170,15 @@ bool save(const std::string& path, std::string_view bytes) {
   const std::string fresh = path + ".new";
   if (unlink(fresh.c_str()) != 0 && errno != ENOENT) return false;
   {
-    const UniqueFile file(
+    const Descriptor file(
         open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kStateMode));
-    if (!file.isOpen() || !writeWhole(file.get(), bytes)) return false;
+    if (!file.isOpen() || !writeWhole(file, bytes)) return false;
   }
   return putInPlace(fresh, path);
 }
 
 std::string readBootId() {
-  const UniqueFile file(open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
+  const Descriptor file(open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
   return file.isOpen() ? readWhole(file.get(), 36) : std::string();
 }
 
@@ -267,7 +233,7 @@ void JetsamStateFile::update(const model::ProcessList& processes,
     use(*in_memory_);
     return;
   }
-  const UniqueFile lock = openLocked(path_ + ".lock");
+  const Descriptor lock = openLocked(path_ + ".lock");
   std::optional<model::JetsamTable> stored;
   if (lock.isOpen()) stored = load(path_, bootId());
   model::JetsamTable table = stored.value_or(model::JetsamTable{});

@@ -16,6 +16,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/descriptor.h"
 #include "platform/linux/installation.h"
 
 // A post opens and closes the name's file in a directory that every process of the root shares; an
@@ -24,9 +25,6 @@
 namespace vorlatch::platform {
 namespace {
 
-// Any process may post: whoever comes first makes the directory for all, and the sticky bit keeps
-// one user from taking away another's files.
-constexpr mode_t kSharedDirectoryMode = 01777;
 constexpr mode_t kSharedFileMode = 0666;
 
 std::string directoryPath() {
@@ -50,42 +48,14 @@ std::string fileName(std::string_view name) {
   return file;
 }
 
-// Closes what it holds; below zero it holds nothing.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-  [[nodiscard]] int number() const { return number_; }
-
- private:
-  const int number_;
-};
-
 int openDirectory(const std::string& path) {
   return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
-// The mode given to mkdir is cut by the process's mask, so the directory's maker sets it again.
-void makeDirectory(const std::string& path, mode_t mode) {
-  if (mkdir(path.c_str(), mode) != 0) return;
-  const Descriptor directory(openDirectory(path));
-  if (directory.number() >= 0) fchmod(directory.number(), mode);
-}
-
-void makeSharedDirectory() {
-  const std::string path = directoryPath();
-  const std::size_t runtime_end = path.rfind('/');
-  constexpr mode_t kParentMode = 0755;
-  for (std::size_t end = path.find('/', installationRoot().size() + 1); end < runtime_end;
-       end = path.find('/', end + 1)) {
-    makeDirectory(path.substr(0, end), kParentMode);
-  }
-  makeDirectory(path.substr(0, runtime_end), kSharedDirectoryMode);
-  makeDirectory(path, kSharedDirectoryMode);
+// Whoever comes first, to observe or to post, makes it for all.
+bool makeSharedDirectory() {
+  return makeDirectory(runtimeDirectory(), kRuntimeDirectoryMode) &&
+         makeDirectory(directoryPath(), kRuntimeDirectoryMode);
 }
 
 int openSharedDirectory() {
@@ -200,9 +170,9 @@ void observeNotification(const char* name, Work handler) {
 
 bool postNotification(const char* name) {
   const Descriptor directory(openSharedDirectory());
-  if (directory.number() < 0) return false;
+  if (directory.get() < 0) return false;
   // Closing is the post.
-  return Descriptor(openForPosting(directory.number(), fileName(name))).number() >= 0;
+  return Descriptor(openForPosting(directory.get(), fileName(name))).get() >= 0;
 }
 
 // Nothing is delivered to the main thread of Linux but notifications.

@@ -50,10 +50,6 @@ struct RunningTimer {
   // Moves on to the first point of the grid that is yet to come, which merges the fires missed so
   // far into the present one; kNever when there is none.
   void advance(std::uint64_t uptime_ns) {
-    if (interval_ns == kNever) {
-      due_ns = kNever;
-      return;
-    }
     const std::uint64_t step = std::max<std::uint64_t>(interval_ns, 1);
     const std::uint64_t missed = (uptime_ns - due_ns) / step;
     due_ns = saturatingSum(due_ns + missed * step, step);

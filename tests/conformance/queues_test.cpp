@@ -280,17 +280,17 @@ TEST(Timers, NeitherTimersNorWorkStarveTheOther) {
     SerialQueue& queue;
     std::shared_ptr<Seen> seen;
     int length = 0;
+    int fires = 0;
     static void next(const std::shared_ptr<Chain>& chain) {
       spendInside(kMillisecond);
-      if (++chain->length == 50) return chain->seen->add("work");
+      if (++chain->length >= 50 && chain->fires >= 10) return chain->seen->add("work");
       async(chain->queue, [chain] { next(chain); });
     }
   };
   auto chain = std::make_shared<Chain>(Chain{queue, seen});
-  auto fires = std::make_shared<int>(0);
-  const Timer timer = startTimer(queue, {0, 1, 0}, [seen, fires] {
+  const Timer timer = startTimer(queue, {0, 1, 0}, [seen, chain] {
     spendInside(kMillisecond);
-    if (++*fires == 10) seen->add("timer");
+    if (++chain->fires == 10) seen->add("timer");
   });
   async(queue, [chain] { Chain::next(chain); });
   EXPECT_TRUE(runUntil([&] { return seen->count() == 2; }, kLong));

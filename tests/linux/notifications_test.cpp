@@ -88,9 +88,11 @@ TEST(LinuxNotifications, NoLinkIsFollowed) {
   ASSERT_TRUE(postNotification("linux.link"));
   const std::string target = runtimePath("target");
   const std::string link = directory() + "/linux.link";
-  std::filesystem::remove(target);
+  ASSERT_GE(creat(target.c_str(), 0600), 0);
   std::filesystem::remove(link);
   std::filesystem::create_symlink(target, link);
+  EXPECT_FALSE(postNotification("linux.link"));
+  std::filesystem::remove(target);
   EXPECT_FALSE(postNotification("linux.link"));
   EXPECT_FALSE(std::filesystem::exists(target));
   std::filesystem::remove(link);
