@@ -40,6 +40,7 @@ class BinaryPropertyList {
   // one of "0x". The bytes must outlive the result and its objects.
   static std::optional<BinaryPropertyList> open(std::string_view bytes);
 
+  [[nodiscard]] std::uint64_t objectCount() const { return object_count_; }
   [[nodiscard]] std::uint64_t rootIndex() const { return root_index_; }
 
   // Nothing when the index, the object's place or its extent is out of bounds, or it is of a type

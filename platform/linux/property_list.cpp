@@ -1,6 +1,5 @@
 #include "platform/property_list.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -11,9 +10,8 @@
 
 #include <plist/plist.h>
 
-#include "platform/binary_property_list.h"
+#include "platform/linux/libplist_guard.h"
 #include "platform/utf8.h"
-#include "platform/xml_scanner.h"
 
 namespace vorlatch::platform {
 namespace {
@@ -45,24 +43,6 @@ std::string xmlOf(plist_t node) {
   plist_to_xml(node, &text, &length);
   const Owned<char> owned(text);
   return owned != nullptr ? std::string(owned.get(), length) : std::string();
-}
-
-// libplist 2.2.0 moves the rest of a text forward at each entity in it. This many bytes take it a
-// fraction of a second; no list for people comes near.
-constexpr std::uint64_t kMaxBytesMovedForEntities = std::uint64_t{1} << 35U;
-
-bool hasFewEntities(std::string_view bytes) {
-  using Kind = plist::XmlToken::Kind;
-  plist::XmlScanner scanner(bytes);
-  std::uint64_t moved_bytes = 0;
-  for (auto token = scanner.next(); token.kind != Kind::End; token = scanner.next()) {
-    if (token.kind == Kind::Malformed) return false;
-    if (token.kind != Kind::Text) continue;
-    const auto entities = std::count(token.content.begin(), token.content.end(), '&');
-    moved_bytes += static_cast<std::uint64_t>(entities) * token.content.size();
-    if (moved_bytes > kMaxBytesMovedForEntities) return false;
-  }
-  return true;
 }
 
 Node parsed(std::string_view bytes) {
@@ -224,7 +204,7 @@ Node nodeOf(const Value& value) {
 }  // namespace
 
 std::optional<Value> parsePropertyList(std::string_view bytes) {
-  if (!plist::isBinaryPropertyList(bytes) && !hasFewEntities(bytes)) return std::nullopt;
+  if (!isEasyForLibplist(bytes)) return std::nullopt;
   const Node root = parsed(bytes);
   if (root == nullptr) return std::nullopt;
   return valueOf(root.get());

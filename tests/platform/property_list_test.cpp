@@ -5,6 +5,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -79,6 +80,39 @@ TEST(PropertyListXml, SoManyEntitiesThatTheLibraryWouldHangDoNotParse) {
   EXPECT_EQ(parsedXml("<string>" + text + "</string>"), "does not parse");
   EXPECT_EQ(parsedXml("<string>" + text.substr(0, 50'000) + "</string>"),
             "string " + std::string(10'000, '&'));
+}
+
+// A key of 18 characters, each of whose halves is one of two with the same hash.
+std::string keyWithTheCommonHash(int number) {
+  std::string key;
+  for (int bit = 0; bit < 18; ++bit) key += (number >> bit & 1) != 0 ? "ab" : "bA";
+  return key;
+}
+
+TEST(PropertyListXml, SoManyKeysThatTheLibraryWouldHangDoNotParse) {
+  const auto dictionary = [](int keys) {
+    std::string text = "<dict>";
+    for (int i = 0; i < keys; ++i) text += "<key>" + keyWithTheCommonHash(i) + "</key><true/>";
+    return text + "</dict>";
+  };
+  EXPECT_EQ(parsedXml(dictionary(150'000)), "does not parse");
+  EXPECT_NE(parsedXml(dictionary(2'000)), "does not parse");
+}
+
+TEST(PropertyListXml, AsManyKeysInSmallDictionariesParse) {
+  std::string text = "<array>";
+  for (int i = 0; i < 30'000; ++i) {
+    text += "<dict><key>a</key><true/><key>b</key><true/><key>c</key><true/></dict>";
+  }
+  EXPECT_NE(parsedXml(text + "</array>"), "does not parse");
+}
+
+TEST(PropertyListBinary, SoManyKeysThatTheLibraryWouldHangDoNotParse) {
+  BinaryBuilder builder{.objects = {"", "\x51"s + "a", "\x09"s}, .reference_size = 4};
+  const std::size_t keys = 150'000;
+  builder.objects[0] =
+      builder.dictionary(std::vector<std::uint64_t>(keys, 1), std::vector<std::uint64_t>(keys, 2));
+  EXPECT_EQ(parsed(builder.build()), "does not parse");
 }
 
 TEST(PropertyListBinary, EveryTypeIsReadAsItself) {
