@@ -28,6 +28,7 @@ void releaseEverything(PassState& state) {
   writeTargetSeparator();
   writeLogLine("[%s] [配置] 生效开关已关闭，已挂起守护进程并还原默认状态\n");
   std::vector<RestoreTarget> released;
+  released.reserve(known_targets.size());
   for (const std::string& key : known_targets) {
     released.push_back({.key = key, .pid = pidIn(last_known_pids, key)});
   }

@@ -1,0 +1,72 @@
+#include <algorithm>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "tests/blackbox/expected_log.h"
+#include "tests/blackbox/installation.h"
+#include "tests/blackbox/target.h"
+
+namespace vorlatch {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Makes the daemon hand back a target that does not run: it writes the status file.
+void makeItWriteTheStatusFile(Installation& installation) {
+  const int passes_before = installation.passes();
+  fs::remove(installation.statusPath());
+  installation.writePreferences(preferencesWith({{ownName("absent"), plist::Dictionary{}}}));
+  installation.post();
+  ASSERT_TRUE(installation.waitForPasses(passes_before + 1));
+  installation.writePreferences(preferencesWith({}));
+  installation.post();
+  EXPECT_EQ(installation.statusOnce("{}"), "{}");
+}
+
+TEST(Files, GoOnWithoutALogThatWasDeletedUntilTheNextStart) {
+  Installation installation;
+  installation.start();
+  fs::remove(installation.logPath());
+  makeItWriteTheStatusFile(installation);
+  EXPECT_FALSE(fs::exists(installation.logPath()));
+
+  installation.stop();
+  installation.start();
+  EXPECT_EQ(installation.log(), startLines(installation.daemon()));
+  EXPECT_EQ(modeOf(installation.logPath()), 0666U);
+}
+
+TEST(Files, GoOnWithoutALogThatBecameADirectory) {
+  Installation installation;
+  installation.start();
+  const std::vector<std::string> open_before = openFiles(installation.daemon());
+  fs::remove(installation.logPath());
+  fs::create_directory(installation.logPath());
+
+  // Over the cap, as every directory is: the daemon tries to empty it.
+  installation.writePreferences(plist::Dictionary{{"Enabled", false}, {"LogSizeLimit", 1}});
+  const int passes_before = installation.passes();
+  installation.post();
+  ASSERT_TRUE(installation.waitForPasses(passes_before + 1));
+  makeItWriteTheStatusFile(installation);
+
+  EXPECT_EQ(filesIn(installation.logPath()), Lines{});
+  const std::vector<std::string> open_after = openFiles(installation.daemon());
+  EXPECT_EQ(open_after.size(), open_before.size());
+  EXPECT_EQ(std::count(open_after.begin(), open_after.end(), "/dev/null"), 3);
+}
+
+TEST(Files, KeepTheEndOfALogThatIsAppendedToAcrossStarts) {
+  Installation installation;
+  Lines expected;
+  for (int start = 0; start < 3; ++start) {
+    installation.start();
+    expected = expected + startLines(installation.daemon());
+    EXPECT_EQ(installation.log(), expected);
+    installation.stop();
+  }
+}
+
+}  // namespace
+}  // namespace vorlatch

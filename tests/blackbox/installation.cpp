@@ -1,0 +1,297 @@
+#include "tests/blackbox/installation.h"
+
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <type_traits>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "config/log_file.h"
+#include "config/preferences.h"
+#include "config/status_file.h"
+#include "platform/property_list.h"
+
+namespace vorlatch {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kDaemon = "usr/libexec/vorlatchd";
+constexpr const char* kControl = "usr/bin/vorlatchctl";
+constexpr const char* kFiles = "var/mobile/Library/Preferences";
+constexpr const char* kSanitizerReport = "sanitizer-report";
+
+// Once for the size cap and once for the targets.
+constexpr int kReadsOfAPass = 2;
+
+std::string makeRoot() {
+  std::string pattern = fs::temp_directory_path() / "vorlatch-XXXXXX";
+  EXPECT_NE(mkdtemp(pattern.data()), nullptr);
+  fs::permissions(pattern, fs::perms(0755));  // a daemon of another user has to get in
+  return fs::canonical(pattern);
+}
+
+void installFile(const std::string& from, const std::string& to) {
+  fs::create_directories(fs::path(to).parent_path());
+  fs::copy_file(from, to);
+}
+
+// A sanitizer would write to standard error, and so into the log.
+Launch withReportsBeside(Launch launch, const std::string& path) {
+  for (const char* name : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+    const char* options = std::getenv(name);
+    launch.environment[name] =
+        (options != nullptr ? std::string(options) + ":" : "") + "log_path=" + path;
+  }
+  return launch;
+}
+
+// "[MM-dd HH:mm:ss] "
+std::string withoutStamp(const std::string& line) {
+  constexpr std::string_view kForm = "[dd-dd dd:dd:dd] ";
+  const auto fits = [](char c, char form) {
+    return form == 'd' ? c >= '0' && c <= '9' : c == form;
+  };
+  if (line.size() < kForm.size() || !std::equal(kForm.begin(), kForm.end(), line.begin(),
+                                                [&](char form, char c) { return fits(c, form); })) {
+    return "(no stamp) " + line;
+  }
+  return line.substr(kForm.size());
+}
+
+}  // namespace
+
+Installation::Installation() : root_(makeRoot()), files_(path(kFiles)) {
+  installFile(VORLATCH_DAEMON, path(kDaemon));
+  installFile(VORLATCH_CONTROL, path(kControl));
+  installFile(VORLATCH_LIBROOT, path("usr/lib/libroot.so"));
+  fs::create_directories(files_);
+  watchFiles();
+  writePreferences(plist::Dictionary{{"Enabled", true}, {"AppConfigs", plist::Dictionary{}}});
+}
+
+Installation::~Installation() {
+  EXPECT_TRUE(daemon_ == nullptr || isRunning()) << "the daemon died by itself";
+  daemon_.reset();
+  for (const std::string& name : filesIn(root_)) {
+    if (name.starts_with(kSanitizerReport)) ADD_FAILURE() << readFile(path(name));
+  }
+  std::error_code ignored;
+  fs::remove_all(root_, ignored);
+}
+
+std::string Installation::preferencesDirectory() const {
+  return files_;
+}
+std::string Installation::preferencesPath() const {
+  return files_ + "/" + kPreferencesFileName;
+}
+std::string Installation::statusPath() const {
+  return files_ + "/" + kStatusFileName;
+}
+std::string Installation::logPath() const {
+  return files_ + "/" + kLogFileName;
+}
+
+void Installation::useFilesIn(const std::string& directory) {
+  files_ = directory;
+  watchFiles();
+}
+
+void Installation::watchFiles() {
+  watch_ = std::make_unique<DirectoryWatch>(files_);
+}
+
+void Installation::start(const Launch& launch) {
+  const int passes_before = passes();
+  startWithoutWaiting(launch);
+  EXPECT_TRUE(waitForPasses(passes_before + 1)) << "no first pass";
+  waitUntilPostsAreHeard();
+}
+
+void Installation::startWithoutWaiting(const Launch& launch) {
+  daemon_ = std::make_unique<ChildProcess>(path(kDaemon),
+                                           withReportsBeside(launch, path(kSanitizerReport)));
+}
+
+void Installation::stop() {
+  EXPECT_TRUE(isRunning()) << "the daemon died by itself";
+  daemon_.reset();
+}
+
+pid_t Installation::daemon() const {
+  EXPECT_NE(daemon_, nullptr);
+  return daemon_ ? daemon_->pid() : -1;
+}
+
+void Installation::post() const {
+  Launch launch;
+  launch.arguments = {"apply"};
+  ChildProcess control(path(kControl), withReportsBeside(launch, path(kSanitizerReport)));
+  EXPECT_EQ(control.exitCode(), 0);
+}
+
+void Installation::writePreferences(const plist::Value& value) const {
+  writePreferencesBytes(platform::writeXmlPropertyList(value));
+}
+
+void Installation::writePreferencesBytes(const std::string& bytes) const {
+  const std::string beside = path("edited.plist");
+  writeFile(beside, bytes);
+  // Between two file systems a file cannot be moved into place.
+  std::error_code error;
+  fs::rename(beside, preferencesPath(), error);
+  if (!error) return;
+  const std::string temporary = preferencesPath() + ".edited";
+  writeFile(temporary, bytes);
+  fs::rename(temporary, preferencesPath());
+}
+
+Lines Installation::log() const {
+  const std::string text = readFile(logPath());
+  Lines lines;
+  std::size_t start = 0;
+  for (std::size_t end = text.find('\n'); end != text.npos; end = text.find('\n', start)) {
+    lines.push_back(withoutStamp(text.substr(start, end - start)));
+    start = end + 1;
+  }
+  return lines;
+}
+
+Lines Installation::logBehind(std::size_t count, std::size_t expected) {
+  Lines lines;
+  waitUntil([&] {
+    lines = log();
+    return lines.size() >= count + expected;
+  });
+  const auto behind = lines.begin() + static_cast<std::ptrdiff_t>(std::min(count, lines.size()));
+  return {behind, lines.end()};
+}
+
+bool Installation::waitForLog(std::size_t count, std::string_view text) {
+  return waitUntil([&] {
+    const Lines lines = log();
+    return std::any_of(lines.begin() + static_cast<std::ptrdiff_t>(std::min(count, lines.size())),
+                       lines.end(),
+                       [&](const std::string& line) { return line.find(text) != line.npos; });
+  });
+}
+
+std::string Installation::status() const {
+  if (!fs::exists(statusPath())) return "missing";
+  const std::optional<plist::Value> value = platform::parsePropertyList(readFile(statusPath()));
+  return value ? textOf(*value) : "unparsable";
+}
+
+std::string Installation::statusOnce(const std::string& expected) {
+  std::string seen;
+  waitUntil([&] {
+    seen = status();
+    return seen == expected;
+  });
+  return seen;
+}
+
+int Installation::passes() {
+  return watch_->readsOf(kPreferencesFileName) / kReadsOfAPass;
+}
+
+bool Installation::waitForPasses(int count) {
+  const auto deadline = Clock::now() + kPatience;
+  while (passes() < count) {
+    if (!watch_->waitForRead(deadline, daemonEnd())) return passes() >= count;
+  }
+  return true;
+}
+
+bool Installation::waitForRemoval(const std::string& prefix) {
+  return waitUntil([&] { return watch_->removalsOf(prefix) > 0; });
+}
+
+bool Installation::waitForQuiet() {
+  const auto deadline = Clock::now() + kPatience;
+  while (Clock::now() < deadline) {
+    if (watch_->staysQuietFor(kQuiet)) return true;
+  }
+  return false;
+}
+
+bool Installation::waitUntil(const std::function<bool()>& happened) {
+  const auto deadline = Clock::now() + kPatience;
+  while (!happened()) {
+    if (!watch_->waitForChange(deadline, daemonEnd())) return happened();
+  }
+  return true;
+}
+
+// No event tells of it: between two looks only the daemon's end is waited for.
+void Installation::waitUntilPostsAreHeard() const {
+  constexpr int kBetweenLooksMs = 5;
+  const auto deadline = Clock::now() + kPatience;
+  while (!watchesSomething(daemon())) {
+    pollfd end{.fd = daemonEnd(), .events = POLLIN, .revents = 0};
+    ASSERT_EQ(poll(&end, 1, kBetweenLooksMs), 0) << "the daemon died by itself";
+    ASSERT_LT(Clock::now(), deadline) << "the daemon does not listen";
+  }
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void writeFile(const std::string& path, std::string_view bytes) {
+  std::ofstream file(path, std::ios::binary);
+  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  EXPECT_TRUE(file.flush()) << path;
+}
+
+mode_t modeOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+  return status.st_mode & 07777U;
+}
+
+Lines filesIn(const std::string& directory) {
+  Lines names;
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(directory, error)) {
+    names.push_back(entry.path().filename());
+  }
+  EXPECT_FALSE(error) << directory << ": " << error.message();
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string textOf(const plist::Value& value) {
+  return std::visit(
+      [](const auto& held) -> std::string {
+        using Held = std::decay_t<decltype(held)>;
+        if constexpr (std::is_same_v<Held, bool>) {
+          return held ? "true" : "false";
+        } else if constexpr (std::is_integral_v<Held>) {
+          return std::to_string(held);
+        } else if constexpr (std::is_same_v<Held, std::string>) {
+          return '"' + held + '"';
+        } else if constexpr (std::is_same_v<Held, plist::Dictionary>) {
+          std::string text;
+          for (const auto& [key, member] : held) {
+            text += (text.empty() ? "\"" : ", \"") + key + "\": " + textOf(member);
+          }
+          return '{' + text + '}';
+        } else {
+          return "(another type)";
+        }
+      },
+      value.storage());
+}
+
+}  // namespace vorlatch

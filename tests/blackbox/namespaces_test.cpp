@@ -1,0 +1,152 @@
+// The daemon among file systems and processes of the test's own, apart from the machine's.
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "config/default_preset.h"
+#include "platform/property_list.h"
+#include "tests/blackbox/expected_log.h"
+#include "tests/blackbox/installation.h"
+#include "tests/blackbox/target.h"
+
+namespace vorlatch {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Leaves the machine's mounts for a copy of them.
+class PrivilegedFileSystems : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(unshare(CLONE_NEWNS), 0) << std::strerror(errno);
+    ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0)
+        << std::strerror(errno);
+  }
+};
+
+// A file system in memory, there until the object goes.
+class MemoryFileSystem {
+ public:
+  MemoryFileSystem(std::string directory, const char* options) : directory_(std::move(directory)) {
+    EXPECT_EQ(mount("tmpfs", directory_.c_str(), "tmpfs", 0, options), 0) << std::strerror(errno);
+  }
+  MemoryFileSystem(const MemoryFileSystem&) = delete;
+  MemoryFileSystem& operator=(const MemoryFileSystem&) = delete;
+  ~MemoryFileSystem() { EXPECT_EQ(umount2(directory_.c_str(), MNT_DETACH), 0); }
+
+ private:
+  const std::string directory_;
+};
+
+// Writes until nothing more goes in.
+void fillUp(const std::string& path) {
+  const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+  const std::string block(1024, 'x');
+  while (write(file.number(), block.data(), block.size()) > 0) {
+  }
+  EXPECT_EQ(errno, ENOSPC);
+}
+
+TEST_F(PrivilegedFileSystems, TakeTheUsualPlaceWithoutTheRootPrefixLibrary) {
+  const MemoryFileSystem var("/var", "mode=755");
+  const std::string usual_place = "/var/jb/var/mobile/Library/Preferences";
+  fs::create_directories(usual_place);
+  Installation installation;
+  fs::remove(installation.path("usr/lib/libroot.so"));
+  const std::string installed_place = installation.preferencesDirectory();
+  installation.useFilesIn(usual_place);
+  installation.writePreferences(preferencesWith({{ownName("absent"), plist::Dictionary{}}}));
+  installation.start();
+  EXPECT_EQ(installation.log(), startLines(installation.daemon()));
+  EXPECT_EQ(filesIn(usual_place), (Lines{"Vorlatch.log", "com.zel.vorlatch.plist"}));
+
+  installation.writePreferences(preferencesWith({}));
+  installation.post();
+  EXPECT_EQ(installation.statusOnce("{}"), "{}");
+  EXPECT_EQ(filesIn(installed_place), Lines{"com.zel.vorlatch.plist"});
+}
+
+TEST_F(PrivilegedFileSystems, KeepTheOldStatusWholeWhileTheyAreFull) {
+  Installation installation;
+  const MemoryFileSystem small(installation.preferencesDirectory(), "size=256k");
+  installation.watchFiles();
+  const Program first = programNamed(installation, ownName("first"));
+  const Program second = programNamed(installation, ownName("second"));
+  const auto entry = [](const Program& program, const Target& target) {
+    return "\"" + program.key +
+           "\": {\"n\": 3, \"p\": 180, \"pid\": " + std::to_string(target.pid()) + "}";
+  };
+  plist::Dictionary settings{{"JetsamPriority", -1}, {"NiceValue", 3}};
+  const Target a(first);
+  installation.writePreferences(preferencesWith({{first.key, settings}, {second.key, settings}}));
+  installation.start();
+  const std::string old_status = "{" + entry(first, a) + "}";
+  ASSERT_EQ(installation.statusOnce(old_status), old_status);
+  const std::string old_bytes = readFile(installation.statusPath());
+
+  const Target b(second);
+  const std::string filler = installation.preferencesDirectory() + "/filler";
+  fillUp(filler);
+  installation.post();
+  ASSERT_TRUE(installation.waitForRemoval("com.zel.vorlatch.status.plist."));
+  EXPECT_EQ(readFile(installation.statusPath()), old_bytes);
+  EXPECT_EQ(b.nice(), 3);
+
+  fs::remove(filler);
+  EXPECT_EQ(filesIn(installation.preferencesDirectory()),
+            (Lines{"Vorlatch.log", "com.zel.vorlatch.plist", "com.zel.vorlatch.status.plist"}));
+  settings.insert_or_assign("Remark", "edited");
+  installation.writePreferences(
+      preferencesWith({{first.key, settings},
+                       {second.key, plist::Dictionary{{"JetsamPriority", -1}, {"NiceValue", 3}}}}));
+  installation.post();
+  const std::string new_status = "{" + entry(first, a) + ", " + entry(second, b) + "}";
+  EXPECT_EQ(installation.statusOnce(new_status), new_status);
+}
+
+// The preset names processes that the machine may have, and moves them.
+TEST(PrivilegedProcessTable, OfAFreshInstallationLetsThePresetBeMadeAndUsed) {
+  Installation installation;
+  fs::remove(installation.preferencesPath());
+  const std::string preset_program = programNamed(installation, "kbd").executable;
+  ASSERT_EQ(unshare(CLONE_NEWPID), 0) << std::strerror(errno);
+  const ChildProcess first_of_the_table(VORLATCH_IDLER);
+  constexpr pid_t kDaemonInTheTable = 2;
+  constexpr pid_t kKeyboardInTheTable = 3;
+  Launch launch;
+  launch.umask = 077;
+  launch.sees_own_process_table = true;
+  installation.start(launch);
+
+  Lines log = startLines(kDaemonInTheTable);
+  log.insert(log.begin() + 1, "[配置] 已生成默认预设参数");
+  EXPECT_EQ(installation.log(), log);
+  EXPECT_EQ(installation.passes(), 1);
+  const auto preset = platform::parsePropertyList(readFile(installation.preferencesPath()));
+  EXPECT_TRUE(preset && *preset == plist::Value(defaultPreset()));
+  EXPECT_EQ(filesIn(installation.preferencesDirectory()),
+            (Lines{"Vorlatch.log", "com.zel.vorlatch.plist"}));
+
+  const Target keyboard({.executable = preset_program, .key = "kbd"});
+  installation.post();
+  log = log + startedLines("kbd", kKeyboardInTheTable + 1) +
+        appliedLines("kbd", kKeyboardInTheTable + 1, {.nice = -18});
+  EXPECT_EQ(installation.logBehind(0, log.size()), log);
+  EXPECT_EQ(keyboard.nice(), -18);
+  EXPECT_EQ(filesIn(installation.preferencesDirectory()),
+            (Lines{"Vorlatch.log", "com.zel.vorlatch.plist", "com.zel.vorlatch.status.plist"}));
+  for (const std::string& path :
+       {installation.preferencesPath(), installation.logPath(), installation.statusPath()}) {
+    EXPECT_EQ(modeOf(path), 0666U) << path;
+  }
+}
+
+}  // namespace
+}  // namespace vorlatch

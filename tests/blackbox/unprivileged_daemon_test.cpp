@@ -1,0 +1,105 @@
+#include <unistd.h>
+
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "tests/blackbox/expected_log.h"
+#include "tests/blackbox/installation.h"
+#include "tests/blackbox/target.h"
+
+namespace vorlatch {
+namespace {
+
+namespace fs = std::filesystem;
+
+const Launch kAsNobody{.arguments = {}, .environment = {}, .user = kNobody, .umask = {}};
+
+void giveToNobody(const std::string& path) {
+  EXPECT_EQ(chown(path.c_str(), kNobody, kNobody), 0);
+}
+
+// The daemon's root is its own, as it is on a device; only what it asks of the kernel is refused.
+void giveTreeToNobody(const Installation& installation) {
+  giveToNobody(installation.path(""));
+  for (const auto& entry : fs::recursive_directory_iterator(installation.path("var"))) {
+    giveToNobody(entry.path());
+  }
+  giveToNobody(installation.path("var"));
+}
+
+TEST(PrivilegedUnprivilegedDaemon, LogsEachRefusalAndGoesOn) {
+  Installation installation;
+  const Program program = programNamed(installation, ownName("others"));
+  const Target target(program);
+  installation.writePreferences(preferencesWith(
+      {{program.key, plist::Dictionary{{"JetsamPriority", 160}, {"NiceValue", 5}}}}));
+  giveTreeToNobody(installation);
+  installation.start(kAsNobody);
+
+  const std::string pid = std::to_string(target.pid());
+  const Lines expected = startLines(installation.daemon(), false) +
+                         startedLines(program.key, target.pid()) +
+                         Lines{"[内存限制] 目标 Act:0 Inact:0 -> [失败] err:1",
+                               "[内核] ：失败",
+                               "[进程优先级] 当前:0 目标:5 -> [失败] err:1",
+                               "[内核] ：失败",
+                               "[环境适配] 目标 160 -> 实际 16",
+                               "[系统] 内存优先级:16 -> [内核: 失败]",
+                               "[内存优先级] 未在内核优先级列表中找到 PID:" + pid,
+                               "[内核] ：失败",
+                               "[守护] " + program.key + " PID:" + pid + " 完成"};
+  EXPECT_EQ(installation.logBehind(0, expected.size()), expected);
+  EXPECT_EQ(target.nice(), 0);
+  const std::string status =
+      "{\"" + program.key + "\": {\"n\": 0, \"p\": -999, \"pid\": " + pid + "}}";
+  EXPECT_EQ(installation.statusOnce(status), status);
+}
+
+TEST(PrivilegedUnprivilegedDaemon, IsSwitchedOffByPreferencesThatItMayNotRead) {
+  Installation installation;
+  const Program program = programNamed(installation, ownName("hidden"));
+  const Target target(program);
+  installation.writePreferences(preferencesWith({{program.key, plist::Dictionary{}}}));
+  giveTreeToNobody(installation);
+  installation.start(kAsNobody);
+  const std::string done = "[守护] " + program.key + " PID:";
+  ASSERT_TRUE(installation.waitForLog(0, " 完成"));
+  const std::size_t seen = installation.log().size();
+
+  EXPECT_EQ(chown(installation.preferencesPath().c_str(), 0, 0), 0);
+  fs::permissions(installation.preferencesPath(), fs::perms(0600));
+  installation.post();
+  const Lines handed_back = switchedOffLines() + restoredLines(program.key, target.pid());
+  EXPECT_EQ(installation.logBehind(seen, handed_back.size()), handed_back);
+  EXPECT_EQ(installation.status(), "{}");
+}
+
+TEST(PrivilegedUnprivilegedDaemon, ChangesNoFileThatItMayNotChange) {
+  Installation installation;
+  const Program program = programNamed(installation, ownName("sealed"));
+  Target target(program);
+  installation.writePreferences(preferencesWith({{program.key, plist::Dictionary{}}}));
+  writeFile(installation.logPath(), "[06-01 12:00:00] [守护] an earlier line\n");
+  writeFile(installation.statusPath(), "an earlier status");
+  for (const std::string& path : {installation.logPath(), installation.statusPath()}) {
+    fs::permissions(path, fs::perms(0644));
+  }
+  giveToNobody(installation.path("var"));  // where posts are made
+  installation.start(kAsNobody);
+  installation.post();
+  EXPECT_TRUE(installation.waitForPasses(2));
+  EXPECT_TRUE(installation.watch().staysQuietFor(std::chrono::milliseconds(300)));
+
+  EXPECT_EQ(installation.log(), Lines{"[守护] an earlier line"});
+  EXPECT_EQ(readFile(installation.statusPath()), "an earlier status");
+  for (const std::string& path : {installation.logPath(), installation.statusPath()}) {
+    EXPECT_EQ(modeOf(path), 0644U);
+  }
+  EXPECT_EQ(filesIn(installation.preferencesDirectory()),
+            (Lines{"Vorlatch.log", "com.zel.vorlatch.plist", "com.zel.vorlatch.status.plist"}));
+  EXPECT_EQ(target.nice(), 0);
+}
+
+}  // namespace
+}  // namespace vorlatch
