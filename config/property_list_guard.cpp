@@ -54,7 +54,7 @@ class BinaryExpansion {
   };
 
   // Only a string is one. Libraries written in C stop at a NUL in it, or stop the program.
-  bool isKey(std::uint64_t index) const {
+  [[nodiscard]] bool isKey(std::uint64_t index) const {
     const std::optional<BinaryObject> object = list_.object(index);
     if (!object) return false;
     if (object->kind == BinaryObject::Kind::AsciiString) {

@@ -57,8 +57,8 @@ Node parsed(std::string_view bytes) {
 Value integerOf(plist_t node) {
   std::uint64_t bits = 0;
   plist_get_uint_val(node, &bits);
-  if (bits >= kTopBit && xmlOf(node).find("<integer>-") == std::string::npos) return Value(bits);
-  return Value(static_cast<std::int64_t>(bits));
+  if (bits >= kTopBit && xmlOf(node).find("<integer>-") == std::string::npos) return {bits};
+  return {static_cast<std::int64_t>(bits)};
 }
 
 // ... and takes one from there alone.

@@ -75,7 +75,7 @@ class Scheduler {
     SerialQueue* queue;  // whose first piece of work it is, or null
     TimerSource* timer;
   };
-  std::vector<Ready> readyNow() const;
+  [[nodiscard]] std::vector<Ready> readyNow() const;
   const Ready& choose(const std::vector<Ready>& ready);
   void run(const Ready& chosen);
   [[nodiscard]] std::uint64_t nextDueNs() const;
