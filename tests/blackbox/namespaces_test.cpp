@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 
 #include <gtest/gtest.h>
 
@@ -111,21 +112,37 @@ TEST_F(PrivilegedFileSystems, KeepTheOldStatusWholeWhileTheyAreFull) {
   EXPECT_EQ(installation.statusOnce(new_status), new_status);
 }
 
+// What is started while the object is there runs apart from the machine's processes. The table goes
+// with its first process, which therefore has to outlive the others.
+class OwnProcessTable {
+ public:
+  OwnProcessTable() : machines_(open("/proc/self/ns/pid", O_RDONLY | O_CLOEXEC)) {
+    EXPECT_EQ(unshare(CLONE_NEWPID), 0) << std::strerror(errno);
+    first_process_ = std::make_unique<ChildProcess>(VORLATCH_IDLER);
+  }
+  OwnProcessTable(const OwnProcessTable&) = delete;
+  OwnProcessTable& operator=(const OwnProcessTable&) = delete;
+  ~OwnProcessTable() {
+    first_process_.reset();
+    EXPECT_EQ(setns(machines_.number(), CLONE_NEWPID), 0) << std::strerror(errno);
+  }
+
+ private:
+  const Descriptor machines_;
+  std::unique_ptr<ChildProcess> first_process_;
+};
+
 // The preset names processes that the machine may have, and moves them.
 TEST(PrivilegedProcessTable, OfAFreshInstallationLetsThePresetBeMadeAndUsed) {
+  const OwnProcessTable table;
   Installation installation;
   fs::remove(installation.preferencesPath());
-  const std::string preset_program = programNamed(installation, "kbd").executable;
-  ASSERT_EQ(unshare(CLONE_NEWPID), 0) << std::strerror(errno);
-  const ChildProcess first_of_the_table(VORLATCH_IDLER);
-  constexpr pid_t kDaemonInTheTable = 2;
-  constexpr pid_t kKeyboardInTheTable = 3;
   Launch launch;
   launch.umask = 077;
   launch.sees_own_process_table = true;
   installation.start(launch);
 
-  Lines log = startLines(kDaemonInTheTable);
+  Lines log = startLines(pidInItsTable(installation.daemon()));
   log.insert(log.begin() + 1, "[配置] 已生成默认预设参数");
   EXPECT_EQ(installation.log(), log);
   EXPECT_EQ(installation.passes(), 1);
@@ -134,10 +151,10 @@ TEST(PrivilegedProcessTable, OfAFreshInstallationLetsThePresetBeMadeAndUsed) {
   EXPECT_EQ(filesIn(installation.preferencesDirectory()),
             (Lines{"Vorlatch.log", "com.zel.vorlatch.plist"}));
 
-  const Target keyboard({.executable = preset_program, .key = "kbd"});
+  const Target keyboard(programNamed(installation, "kbd"));
+  const pid_t pid = pidInItsTable(keyboard.pid());
   installation.post();
-  log = log + startedLines("kbd", kKeyboardInTheTable + 1) +
-        appliedLines("kbd", kKeyboardInTheTable + 1, {.nice = -18});
+  log = log + startedLines("kbd", pid) + appliedLines("kbd", pid, {.nice = -18});
   EXPECT_EQ(installation.logBehind(0, log.size()), log);
   EXPECT_EQ(keyboard.nice(), -18);
   EXPECT_EQ(filesIn(installation.preferencesDirectory()),

@@ -172,6 +172,14 @@ std::int64_t procNumber(pid_t pid, const std::string& file, const std::string& l
   return -1;
 }
 
+pid_t pidInItsTable(pid_t pid) {
+  std::ifstream lines("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("NSpid:")) return std::atoi(line.c_str() + line.rfind('\t'));
+  }
+  return -1;
+}
+
 std::int64_t voluntarySwitches(pid_t pid) {
   std::int64_t switches = 0;
   for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {

@@ -84,6 +84,9 @@ bool watchesSomething(pid_t pid);
 // "Threads:" of "status"; -1 when there is none.
 std::int64_t procNumber(pid_t pid, const std::string& file, const std::string& label);
 
+// The id by which the processes of its own namespace know the process.
+pid_t pidInItsTable(pid_t pid);
+
 // How often the threads of the process gave up the processor by themselves, all together.
 std::int64_t voluntarySwitches(pid_t pid);
 

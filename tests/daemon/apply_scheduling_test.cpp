@@ -20,7 +20,7 @@ struct Daemon : Story {
     writeTargets({{"absent", Dictionary{}}});
     startAndSettle();
   }
-  std::size_t passesWithin(std::chrono::nanoseconds duration) const {
+  [[nodiscard]] std::size_t passesWithin(std::chrono::nanoseconds duration) const {
     run(duration);
     return device.takeTrace({"proc_listpids"}).size() / 2;
   }

@@ -45,7 +45,7 @@ TEST(Startup, FromNothingMakesTheLogAndThePreset) {
 
 TEST(Startup, AnExistingLogOfAnySizeIsKeptAndAppendedTo) {
   Story story;
-  const std::string old_log(3 * 1024 * 1024, 'x');
+  const std::string old_log(std::size_t{3} * 1024 * 1024, 'x');
   tests::writeAll(story.logFile(), old_log + "\n");
   std::filesystem::permissions(story.logFile(), std::filesystem::perms(0600));
   story.writePreferences({});
