@@ -2,15 +2,21 @@
 
 #include <array>
 #include <ctime>
+#include <mutex>
 
 namespace vorlatch::platform {
 
 std::string localTimeStamp() {
-  // localtime_r, unlike localtime, does not look at the time zone anew by itself.
-  tzset();
   const std::time_t now = std::time(nullptr);
   std::tm local{};
-  localtime_r(&now, &local);
+  {
+    // localtime_r, unlike localtime, does not look at the time zone anew by itself. The C library
+    // has a lock of its own for this, which the thread sanitizer cannot see.
+    static std::mutex& time_zone = *new std::mutex;
+    const std::scoped_lock lock(time_zone);
+    tzset();
+    localtime_r(&now, &local);
+  }
   std::array<char, 32> text{};
   const std::size_t length = std::strftime(text.data(), text.size(), "%m-%d %H:%M:%S", &local);
   return {text.data(), length};

@@ -40,6 +40,7 @@ TEST(Files, GoOnWithoutALogThatWasDeletedUntilTheNextStart) {
 TEST(Files, GoOnWithoutALogThatBecameADirectory) {
   Installation installation;
   installation.start();
+  EXPECT_TRUE(installation.waitForQuiet());
   const std::vector<std::string> open_before = openFiles(installation.daemon());
   fs::remove(installation.logPath());
   fs::create_directory(installation.logPath());
@@ -52,6 +53,7 @@ TEST(Files, GoOnWithoutALogThatBecameADirectory) {
   makeItWriteTheStatusFile(installation);
 
   EXPECT_EQ(filesIn(installation.logPath()), Lines{});
+  EXPECT_TRUE(installation.waitForQuiet());
   const std::vector<std::string> open_after = openFiles(installation.daemon());
   EXPECT_EQ(open_after.size(), open_before.size());
   EXPECT_EQ(std::count(open_after.begin(), open_after.end(), "/dev/null"), 3);

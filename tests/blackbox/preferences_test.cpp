@@ -41,6 +41,7 @@ TEST(PrivilegedPreferences, AreTakenInXmlAndInBinaryForm) {
 
   installation.writePreferencesBytes(
       binaryPropertyList(preferencesWith({{program.key, limited(200)}})));
+  ASSERT_TRUE(installation.waitForQuiet());
   EXPECT_TRUE(installation.watch().staysQuietFor(std::chrono::milliseconds(400)));
   installation.post();
   expected = expected + editedLines(program.key, target.pid()) +

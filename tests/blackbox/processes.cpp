@@ -51,6 +51,8 @@ bool seeOwnProcessTable() {
 // In the child, up to the program; comes back only when it cannot be run.
 void become(const std::string& executable, const Launch& launch) {
   if (launch.umask) ::umask(*launch.umask);
+  // Whatever nice value the test itself was started with.
+  setpriority(PRIO_PROCESS, 0, 0);
   if (launch.sees_own_process_table && !seeOwnProcessTable()) return;
   if (launch.user && !becomeUser(*launch.user)) return;
   // After the change of the user, which would undo it.

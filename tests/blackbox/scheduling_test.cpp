@@ -21,11 +21,14 @@ TEST(Scheduling, MakesOnePassOfFivePostsAndWaitsForTheLast) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     ASSERT_TRUE(installation.waitForQuiet());
     const int passes_before = installation.passes();
-    const auto first_post = Clock::now();
-    for (int i = 0; i < 4; ++i) installation.post();
-    const auto last_post = Clock::now();
-    installation.post();
-    const bool in_time = Clock::now() - first_post < kDebounce;
+    bool in_time = true;
+    auto last_post = Clock::now();
+    for (int i = 0; i < 5; ++i) {
+      const auto begin = Clock::now();
+      installation.post();
+      in_time = in_time && (i == 0 || Clock::now() - last_post < kDebounce);
+      last_post = begin;
+    }
     ASSERT_TRUE(installation.waitForPasses(passes_before + 1));
     const auto waited = Clock::now() - last_post;
     if (!in_time) continue;
@@ -35,7 +38,7 @@ TEST(Scheduling, MakesOnePassOfFivePostsAndWaitsForTheLast) {
     EXPECT_LT(waited, std::chrono::seconds(5));
     return;
   }
-  FAIL() << "the machine is too slow to post five times within the wait";
+  FAIL() << "the machine is too slow to post again within the wait";
 }
 
 TEST(Scheduling, MakesAPassOfEachPostThatComesAfterTheLastPass) {

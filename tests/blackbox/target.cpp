@@ -43,8 +43,6 @@ Program appIdentified(const Installation& installation, const std::string& ident
   return app;
 }
 
-Target::Target(const Program& program) : process_(program.executable) {
-  setNice(pid(), 0);
-}
+Target::Target(const Program& program) : process_(program.executable) {}
 
 }  // namespace vorlatch
