@@ -62,6 +62,8 @@ class Root {
     fs::create_directories(root / "var/mobile/Library/Preferences");
     fs::copy_file(VORLATCH_DAEMON, root / "usr/libexec/vorlatchd");
     fs::copy_file(VORLATCH_LIBROOT, root / "usr/lib/libroot.so");
+    // A program's pages that are not on the disk yet would be counted as its private dirty memory.
+    sync();
   }
   Root(const Root&) = delete;
   Root& operator=(const Root&) = delete;
