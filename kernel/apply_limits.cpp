@@ -88,6 +88,7 @@ constexpr std::int32_t kBandScale = 10;
 void holdJetsamBand(std::int32_t pid, std::int32_t wanted_band) {
   std::int32_t band = wanted_band;
   setManaged(pid, false);
+  errno = 0;
   int set_result = setJetsamPriority(pid, band, platform::MEMORYSTATUS_SET_PRIORITY_ASSERTION);
   if (set_result == -1 && band >= 1 && band != kBandNeverAdapted) {
     band = wanted_band / kBandScale;
@@ -113,6 +114,7 @@ void holdJetsamPriority(const TargetSettings& settings, std::int32_t pid) {
 // The strong lock: unmanaged, never frozen, kept elevated while inactive, scheduled like the app in
 // front. Releasing it leaves the role, which the system sets anew by itself.
 void setManagedState(bool strip, std::int32_t pid) {
+  errno = 0;
   const int set_result = setManaged(pid, !strip);
   const int managed =
       memorystatus_control(platform::MEMORYSTATUS_CMD_GET_PROCESS_IS_MANAGED, pid, 0, nullptr, 0);

@@ -1,5 +1,6 @@
 #include "kernel/jetsam_readback.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <memory>
 #include <new>
@@ -32,6 +33,7 @@ std::int32_t getActualJetsam(std::int32_t pid) {
   const std::unique_ptr<Entry[]> entries(new (std::nothrow)
                                              Entry[buffer_bytes / sizeof(Entry) + 1]);
   if (entries == nullptr) return kNoJetsamPriority;
+  errno = 0;
   const int filled_bytes = fetchPriorityList(entries.get(), buffer_bytes);
   if (filled_bytes < static_cast<int>(sizeof(Entry))) return kNoJetsamPriority;
   const std::size_t count = static_cast<std::size_t>(filled_bytes) / sizeof(Entry);

@@ -1,6 +1,7 @@
 #include "proc/bundle_identifier.h"
 
 #include <array>
+#include <cstring>
 #include <mutex>
 #include <string_view>
 #include <unordered_map>
@@ -52,8 +53,10 @@ std::optional<std::string> identifierInInfoPlist(const std::string& bundle_direc
 std::optional<std::string> bundleIdentifierOfProcess(std::int32_t pid) {
   std::array<char, kPathBufferBytes> buffer{};
   if (platform::proc_pidpath(pid, buffer.data(), kPathBufferBytes) < 1) return std::nullopt;
-  const std::string_view executable(buffer.data());
-  const std::string_view directory = executable.substr(0, executable.rfind('/'));
+  const std::string_view executable(buffer.data(), strnlen(buffer.data(), buffer.size()));
+  const std::size_t slash = executable.rfind('/');
+  if (slash == executable.npos) return std::nullopt;
+  const std::string_view directory = executable.substr(0, slash);
   if (!directory.ends_with(".app") && !directory.ends_with(".appex")) return std::nullopt;
   if (!isValidUtf8(executable)) return std::nullopt;
 

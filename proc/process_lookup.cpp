@@ -29,8 +29,8 @@ template <typename Visit>
 void walkProcesses(Visit visit) {
   const int needed = platform::proc_listpids(platform::PROC_ALL_PIDS, 0, nullptr, 0);
   if (needed < 1) return;
-  // Room for as many ids as the kernel asked for bytes: four times its own slack for processes that
-  // appear between the two calls.
+  // Room for as many ids as the kernel asked for bytes: plenty for processes that appear between
+  // the two calls.
   const std::size_t capacity = static_cast<std::uint32_t>(needed);
   const std::size_t capacity_bytes = capacity * sizeof(std::int32_t);
   if (capacity_bytes > INT_MAX) return;

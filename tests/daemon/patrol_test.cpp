@@ -97,6 +97,7 @@ TEST(Patrol, OfATargetThatDoesNotRunTheEntryIsRemovedAndPidZeroRecorded) {
   story.device.exit(pid);
   story.run(1800s);
   EXPECT_EQ(story.takeLog(), kBegun + kEnded);
+  EXPECT_EQ(story.takeCalls(), Lines{});  // nothing is restored
   EXPECT_EQ(story.status(), Dictionary{});
   story.postAndRun();
   EXPECT_EQ(story.takeLog(), Lines{});  // the pass sees no change any more
@@ -111,6 +112,16 @@ TEST(Patrol, WhatItAppliedThePassSkips) {
   EXPECT_EQ(story.takeLog(), kBegun + applied("alpha", pid) + kEnded);
   story.postAndRun();
   EXPECT_EQ(story.takeLog(), Lines{});
+}
+
+TEST(Patrol, ItsLastLinesFollowThoseOfAllTargets) {
+  Story story;
+  const auto alpha = story.device.launch({.name = "alpha"});
+  const auto beta = story.device.launch({.name = "beta"});
+  story.writeTargets({{"alpha", kSettings}, {"beta", kSettings}});
+  story.startAndSettle();
+  story.run(1800s);
+  EXPECT_EQ(story.takeLog(), kBegun + applied("alpha", alpha) + applied("beta", beta) + kEnded);
 }
 
 TEST(Patrol, ReadsThePreferencesAfreshAtEachTick) {

@@ -101,6 +101,20 @@ TEST(BandStage, NineHundredNinetyNineIsNeverDivided) {
                                      "[内核] ：已被系统覆盖 (设置:999 实际:180)"}));
 }
 
+TEST(BandStage, ABandDividedToNineHundredNinetyNineIsNotDividedAgain) {
+  tests::RunningTarget target;
+  EXPECT_EQ(target.band(9990),
+            (Lines{"[环境适配] 目标 9990 -> 实际 999", "[系统] 内存优先级:999 -> [内核: 失败]",
+                   "[内存优先级] 为:180", "[内核] ：已被系统覆盖 (设置:999 实际:180)"}));
+}
+
+TEST(BandStage, TheMarkerOfNoBandIsAskedForAndJudgedAsNone) {
+  tests::RunningTarget target;
+  EXPECT_EQ(target.band(-999),
+            (Lines{"[系统] 内存优先级:-999 -> [内核: 失败]", "[内存优先级] 为:180",
+                   "[内核] ：系统接管并分配真实优先级为 180"}));
+}
+
 TEST(BandStage, ANegativeBandIsNeverDivided) {
   tests::RunningTarget target;
   EXPECT_EQ(target.band(-20).front(), "[系统] 内存优先级:-20 -> [内核: 失败]");

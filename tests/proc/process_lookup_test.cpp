@@ -164,6 +164,22 @@ TEST(ProcessLookup, AProcessWithoutAPathIsFoundByName) {
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"kernel_task", pid}}));
 }
 
+TEST(ProcessLookup, APathWithoutADirectoryHasNoIdentifier) {
+  Processes device;
+  const auto pid = device.launch("X", "X.app");
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"X", pid}}));
+}
+
+TEST(ProcessLookup, AProcessThatExitsBetweenTheTwoListCallsIsNotFound) {
+  Processes device;
+  const auto leaving = device.launch("leaving");
+  const auto staying = device.launch("staying");
+  device.device.script({.function = "proc_listpids", .first = 1, .count = 1, .meanwhile = [&] {
+                          device.device.exit(leaving);
+                        }});
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"staying", staying}}));
+}
+
 TEST(ProcessLookup, AZombieIsNotFound) {
   Processes device;
   device.device.becomeZombie(device.launch("backboardd"));

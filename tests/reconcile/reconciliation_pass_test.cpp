@@ -189,6 +189,23 @@ TEST(Pass, TwoRemovedTargetsGiveOneLineAndAreRestoredOnTheWorker) {
   EXPECT_EQ(daemon.status(), (Dictionary{{"gamma", entry(gamma)}}));
 }
 
+TEST(Pass, OfARemovedTargetThatDoesNotRunOnlyTheEntryGoes) {
+  Daemon daemon;
+  const auto pid = daemon.launch("alpha");
+  daemon.writeTargets({{"alpha", kSettings}});
+  daemon.startAndSettle();
+  daemon.device.exit(pid);
+  // A foreign program made the status say otherwise; the removal writes it anew.
+  daemon.pass();
+  tests::writeAll(daemon.statusFile(), "stale");
+  daemon.device.takeTrace();
+  daemon.writeTargets({});
+  EXPECT_EQ(daemon.pass(), kRemoved);
+  EXPECT_EQ(daemon.takeCalls(), Lines{});
+  EXPECT_EQ(daemon.status(), Dictionary{});
+  EXPECT_NE(tests::readAll(daemon.statusFile()), "stale");
+}
+
 TEST(Pass, ARemovedTargetLosesItsTimer) {
   Daemon daemon;
   daemon.launch("alpha");

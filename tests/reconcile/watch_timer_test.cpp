@@ -149,6 +149,13 @@ TEST(WatchTimer, LooksUpItsOwnTargetAlone) {
             Lines{"proc_name(" + std::to_string(pid) + ", zeros, 256) = 5"});
 }
 
+TEST(WatchTimer, ATickDoesNotClearAnOversizedLog) {
+  Watched watched(5);
+  watched.writePreferences({{"Enabled", true}, {"LogSizeLimit", 10}});
+  watched.run(5s);
+  EXPECT_EQ(watched.takeLog(), ticked(5, watched.pid));
+}
+
 TEST(WatchTimer, TheLongestIntervalNeverTicksInALifetime) {
   Watched watched(INT32_MAX);
   EXPECT_EQ(watched.device.scheduler.timerCount(), 3U);

@@ -56,6 +56,10 @@ TEST(RootPrefixWithoutLibrary, TheRootBuilderCutsThePrefixOffWithoutLookingAtWha
 TEST(RootPrefixWithoutLibrary, ANullPathGivesANullResult) {
   EXPECT_EQ(libroot_jbrootpath(nullptr, nullptr), nullptr);
   EXPECT_EQ(libroot_rootfspath(nullptr, nullptr), nullptr);
+  InBuffer buffer{"untouched"};
+  EXPECT_EQ(libroot_jbrootpath(nullptr, buffer.bytes), nullptr);
+  EXPECT_EQ(libroot_rootfspath(nullptr, buffer.bytes), nullptr);
+  EXPECT_STREQ(buffer.bytes, "untouched");
 }
 
 TEST(RootPrefixWithoutLibrary, ALongPathIsCutShort) {
