@@ -44,7 +44,7 @@ void arrange(std::int64_t targets, std::int64_t processes) {
 void unchangedPass(benchmark::State& state) {
   arrange(state.range(0), state.range(1));
   benchmarks::PairedTiming timing;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     timing.time(
         [] {
           benchmark::DoNotOptimize(loadPreferences());

@@ -56,7 +56,7 @@ void floorOfTheMap() {
 void runningProcessMap(benchmark::State& state) {
   const Crowd crowd(state.range(0));
   benchmarks::PairedTiming timing;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     timing.time(floorOfTheMap, [] { benchmark::DoNotOptimize(getRunningProcessMap()); });
   }
   state.counters["floor_us"] = timing.firstUs();

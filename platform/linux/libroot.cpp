@@ -60,7 +60,7 @@ Text<kUuidLength + 1> readBootUuid() {
 
 // Found while the library is being loaded: a relative path that it was loaded by means nothing
 // after the program has changed its directory.
-const Text<PATH_MAX> jbroot = findJbroot();
+const Text<PATH_MAX> kJbroot = findJbroot();
 
 // Appends as much of the text as the block holds; gives the new length.
 std::size_t append(char* block, std::size_t length, std::string_view text) {
@@ -86,7 +86,7 @@ const char* libroot_get_root_prefix() {
 }
 
 const char* libroot_get_jbroot_prefix() {
-  return jbroot.characters;
+  return kJbroot.characters;
 }
 
 const char* libroot_get_boot_uuid() {
@@ -96,12 +96,12 @@ const char* libroot_get_boot_uuid() {
 
 char* libroot_jbrootpath(const char* path, char* resolved_path) {
   if (path == nullptr) return nullptr;
-  return resolve(*path == '/' ? jbroot.characters : "", path, resolved_path);
+  return resolve(*path == '/' ? kJbroot.characters : "", path, resolved_path);
 }
 
 char* libroot_rootfspath(const char* path, char* resolved_path) {
   if (path == nullptr) return nullptr;
-  const std::string_view root = jbroot.characters;
+  const std::string_view root = kJbroot.characters;
   std::string_view rest = path;
   if (rest.starts_with(root)) {
     rest.remove_prefix(root.size());

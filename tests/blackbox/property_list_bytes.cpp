@@ -25,7 +25,7 @@ std::string binaryPropertyList(const plist::Value& value) {
   char* bytes = nullptr;
   std::uint32_t length = 0;
   plist_to_bin(node, &bytes, &length);
-  const std::string binary(bytes, length);
+  std::string binary(bytes, length);
   plist_to_bin_free(bytes);
   plist_free(node);
   EXPECT_TRUE(binary.starts_with("bplist00"));
