@@ -25,7 +25,7 @@ class ThousandProcesses final : public model::ProcessList {
   }
 };
 
-const ThousandProcesses thousand_processes;
+const ThousandProcesses kThousandProcesses;
 
 std::string bootId() {
   std::string text = readFile("/proc/sys/kernel/random/boot_id");
@@ -59,12 +59,12 @@ JetsamTable sampleTable() {
 
 JetsamTable read(JetsamStateFile& file) {
   JetsamTable copy;
-  file.update(thousand_processes, [&copy](JetsamTable& table) { copy = table; });
+  file.update(kThousandProcesses, [&copy](JetsamTable& table) { copy = table; });
   return copy;
 }
 
 void addRecord(JetsamStateFile& file, std::int32_t pid) {
-  file.update(thousand_processes, [pid](JetsamTable& table) {
+  file.update(kThousandProcesses, [pid](JetsamTable& table) {
     table.records[pid].user_data = static_cast<std::uint64_t>(table.next_arrival++);
   });
 }
@@ -131,7 +131,7 @@ TEST(JetsamStateFile, WritesOnlyWhatChanged) {
 TEST(JetsamStateFile, ForgetsTheDeadWhenItWrites) {
   const TemporaryDirectory root;
   JetsamStateFile file(root / "state");
-  file.update(thousand_processes, [](JetsamTable& table) {
+  file.update(kThousandProcesses, [](JetsamTable& table) {
     table.records[1001].managed = true;  // no such process
     table.records[6].start_time = 99;    // another process by now
     table.records[7].managed = true;
