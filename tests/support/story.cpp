@@ -74,11 +74,11 @@ std::string Story::installApp(const std::string& bundle, const plist::Value& inf
   return directory + "/Executable";
 }
 
-void Story::openLog() const {
+void Story::openLog() {
   vorlatch::openLog();
 }
 
-void Story::start() {
+void Story::start() const {
   ASSERT_EQ(runDaemon(), 0);
   run(0ms);
 }

@@ -42,9 +42,9 @@ class Story {
   [[nodiscard]] std::string installApp(const std::string& bundle, const plist::Value& info) const;
 
   // Points the log at its file without starting the daemon.
-  void openLog() const;
+  static void openLog();
   // Starts the daemon as its main does and lets 0 ms pass.
-  void start();
+  void start() const;
   // Starts it, lets the first pass run, and forgets the log and the calls up to then.
   void startAndSettle();
   void run(std::chrono::nanoseconds duration) const;
