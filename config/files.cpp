@@ -73,7 +73,11 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes) {
   // The mode before the move, so that there is no moment at which readers are shut out.
   const bool written = ::fchmod(file.get(), kEveryoneReadsAndWrites) == 0 &&
                        writeWhole(file, bytes) && ::rename(temporary.c_str(), path.c_str()) == 0;
-  if (!written) ::unlink(temporary.c_str());
+  if (!written) {
+    const int error = errno;
+    ::unlink(temporary.c_str());
+    errno = error;
+  }
   return written;
 }
 

@@ -32,7 +32,8 @@ void reopenStream(std::FILE* stream, const std::string& path, const char* mode);
 std::optional<std::string> readFile(const std::string& path, std::size_t limit_bytes);
 
 // Writes a temporary file beside `path` and moves it into place, so that a reader sees the old
-// contents or the new, never a part. False when that failed; the old file is then as it was.
+// contents or the new, never a part. False and errno when that failed; the old file is then as it
+// was.
 bool writeFileAtomically(const std::string& path, std::string_view bytes);
 
 }  // namespace vorlatch

@@ -1,5 +1,6 @@
 #include "config/property_list_file.h"
 
+#include <new>
 #include <utility>
 
 #include "config/files.h"
@@ -9,9 +10,18 @@
 namespace vorlatch {
 
 std::optional<plist::Value> readPropertyList(const std::string& path) {
-  const std::optional<std::string> bytes = readFile(path, kMaxPropertyListBytes);
-  if (!bytes || !isBoundedPropertyList(*bytes)) return std::nullopt;
-  return platform::parsePropertyList(*bytes);
+  try {
+    const std::optional<std::string> bytes = readFile(path, kMaxPropertyListBytes);
+    return bytes ? propertyListIn(*bytes) : std::nullopt;
+  } catch (const std::bad_alloc&) {
+    // The one allocation that somebody else can make as large as the bound.
+    return std::nullopt;
+  }
+}
+
+std::optional<plist::Value> propertyListIn(std::string_view bytes) {
+  if (!isBoundedPropertyList(bytes)) return std::nullopt;
+  return platform::parsePropertyList(bytes);
 }
 
 plist::Dictionary readDictionary(const std::string& path) {

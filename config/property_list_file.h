@@ -3,14 +3,18 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/plist_value.h"
 
 namespace vorlatch {
 
 // The value that the file holds; nothing when it is missing, unreadable, not a property list, or
-// one beyond the bounds of size and nesting. Safe to call from any thread.
+// one beyond the bounds of size and nesting or the memory there is. Safe to call from any thread.
 std::optional<plist::Value> readPropertyList(const std::string& path);
+
+// Likewise for the bytes of such a file.
+std::optional<plist::Value> propertyListIn(std::string_view bytes);
 
 // Likewise for a list whose root is a dictionary; empty otherwise.
 plist::Dictionary readDictionary(const std::string& path);

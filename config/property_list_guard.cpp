@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <optional>
 
 #include "platform/binary_property_list.h"
@@ -115,11 +116,62 @@ bool isBoundedXml(std::string_view bytes) {
   return true;
 }
 
+bool isBareWord(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) != 0 ||
+         std::string_view("_$/:.-").find(c) != std::string_view::npos;
+}
+
+// The length of a quoted text with both its quotes; of the rest where the second one is missing.
+std::size_t quotedLength(std::string_view text) {
+  for (std::size_t i = 1; i < text.size(); ++i) {
+    if (text[i] == text[0]) return i + 1;
+    if (text[i] == '\\') ++i;
+  }
+  return text.size();
+}
+
+// The length of what stands first in a text list: a comment, a text, or one character. Brackets in
+// the first two are none, and a comment's slashes inside a bare word are part of the word.
+std::size_t firstLength(std::string_view text) {
+  if (text.starts_with("//")) return std::min(text.find_first_of("\r\n"), text.size());
+  if (text.starts_with("/*")) {
+    const std::size_t end = text.find("*/", 2);
+    return end == text.npos ? text.size() : end + 2;
+  }
+  if (text[0] == '"' || text[0] == '\'') return quotedLength(text);
+  const auto* const word_end = std::find_if_not(text.begin(), text.end(), isBareWord);
+  return std::max<std::size_t>(1, static_cast<std::size_t>(word_end - text.begin()));
+}
+
+// A list in the text form of old, ( a, { b = c; } ), which the device's parser takes too. Wider
+// encodings, in which a bracket has a NUL beside it, are not looked into.
+bool isBoundedText(std::string_view bytes) {
+  if (bytes.find('\0') != bytes.npos) return false;
+  std::size_t depth = 0;
+  while (!bytes.empty()) {
+    if (bytes[0] == '(' || bytes[0] == '{') {
+      if (++depth > kMaxPropertyListDepth) return false;
+    } else if ((bytes[0] == ')' || bytes[0] == '}') && depth > 0) {
+      --depth;
+    }
+    bytes.remove_prefix(firstLength(bytes));
+  }
+  return true;
+}
+
+// Parsers differ in what they take for blanks in front; no text list begins with any of it.
+bool looksLikeXml(std::string_view bytes) {
+  const auto* const first =
+      std::find_if(bytes.begin(), bytes.end(), [](char c) { return c > ' ' && c <= '~'; });
+  return first != bytes.end() && *first == '<';
+}
+
 }  // namespace
 
 bool isBoundedPropertyList(std::string_view bytes) {
   if (bytes.size() > kMaxPropertyListBytes) return false;
-  return plist::isBinaryPropertyList(bytes) ? isBoundedBinary(bytes) : isBoundedXml(bytes);
+  if (plist::isBinaryPropertyList(bytes)) return isBoundedBinary(bytes);
+  return looksLikeXml(bytes) ? isBoundedXml(bytes) : isBoundedText(bytes);
 }
 
 }  // namespace vorlatch

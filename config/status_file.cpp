@@ -30,7 +30,9 @@ void updateStatusFile(const std::string& key, std::int32_t pid, std::int32_t nic
   const std::scoped_lock lock(current.mutex);
   if (pid != 0) {
     current.entries.insert_or_assign(
-        key, plist::Dictionary{{"pid", pid}, {"n", nice_value}, {"p", jetsam_priority}});
+        key, plist::Dictionary{{status_keys::kPid, pid},
+                               {status_keys::kNiceValue, nice_value},
+                               {status_keys::kJetsamPriority, jetsam_priority}});
   } else {
     current.entries.erase(key);
   }

@@ -8,6 +8,13 @@ namespace vorlatch {
 
 inline constexpr const char* kStatusFileName = "com.zel.vorlatch.status.plist";
 
+// The three numbers of an entry.
+namespace status_keys {
+inline constexpr const char* kPid = "pid";
+inline constexpr const char* kNiceValue = "n";
+inline constexpr const char* kJetsamPriority = "p";
+}  // namespace status_keys
+
 // Sets the target's entry to the process id its settings were applied to and to the nice value and
 // jetsam band read back from the kernel; with pid 0, removes the entry. Every call writes the file
 // whole, with mode 0666, even when nothing changed. The first call of the daemon's life starts from

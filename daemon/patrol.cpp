@@ -29,7 +29,7 @@ void patrolSweep(const Targets& targets) {
   const RunningProcessMap running = getRunningProcessMap();
   for (const auto& [key, settings] : targets) {
     if (checkInterval(settings) > 0) continue;  // its own watch timer looks after it
-    const std::int32_t pid = runningPID(running, key);
+    const std::int32_t pid = pidIn(running, key);
     if (pid != 0) {
       applyLimitsForApp(key, settings, pid);
     } else {

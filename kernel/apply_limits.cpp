@@ -6,6 +6,7 @@
 #include "config/log_line.h"
 #include "config/status_file.h"
 #include "kernel/jetsam_readback.h"
+#include "kernel/judgement.h"
 #include "kernel/process_settings.h"
 #include "platform/memorystatus.h"
 
@@ -13,13 +14,6 @@ namespace vorlatch {
 namespace {
 
 using platform::memorystatus_control;
-
-// Asking for the default (0 or -1) holds when the kernel answers with the positive limit that it
-// chose. Any other pair has to be equal: a 0 read back as -1 counts as overridden.
-bool memoryLimitHolds(std::int32_t wanted_mb, std::int32_t actual_mb) {
-  if ((wanted_mb == 0 || wanted_mb == -1) && actual_mb >= 1) return true;
-  return actual_mb == wanted_mb;
-}
 
 void holdMemoryLimits(const TargetSettings& settings, std::int32_t pid) {
   const std::int32_t active_mb = integerSetting(settings, keys::kMemLimitActive);
@@ -80,18 +74,14 @@ void returnJetsamBandToSystem(std::int32_t pid) {
   verifyJetsamPriority(pid, set_result, kNoJetsamPriority);
 }
 
-// A band above every kernel's: whoever asks for it wants it refused as it is, not made smaller.
-constexpr std::int32_t kBandNeverAdapted = 999;
-// Bands of xnu-8792 and later are those of earlier kernels times ten.
-constexpr std::int32_t kBandScale = 10;
-
 void holdJetsamBand(std::int32_t pid, std::int32_t wanted_band) {
   std::int32_t band = wanted_band;
   setManaged(pid, false);
   errno = 0;
   int set_result = setJetsamPriority(pid, band, platform::MEMORYSTATUS_SET_PRIORITY_ASSERTION);
-  if (set_result == -1 && band >= 1 && band != kBandNeverAdapted) {
-    band = wanted_band / kBandScale;
+  const std::optional<std::int32_t> adapted = adaptedBand(wanted_band);
+  if (set_result == -1 && adapted) {
+    band = *adapted;
     set_result = setJetsamPriority(pid, band, platform::MEMORYSTATUS_SET_PRIORITY_ASSERTION);
     writeLogLine("[%s] [环境适配] 目标 %d -> 实际 %d\n", wanted_band, band);
   }

@@ -1,8 +1,8 @@
 #include "kernel/jetsam_readback.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
-#include <memory>
 #include <new>
 
 #include "config/log_line.h"
@@ -25,22 +25,27 @@ int fetchPriorityList(void* buffer, std::size_t buffer_bytes) {
 
 }  // namespace
 
-std::int32_t getActualJetsam(std::int32_t pid) {
+JetsamPriorityList fetchJetsamPriorityList() {
   const int needed_bytes = fetchPriorityList(nullptr, 0);
-  if (needed_bytes < 1) return kNoJetsamPriority;
+  if (needed_bytes < 1) return {};
   const std::size_t buffer_bytes =
       static_cast<std::size_t>(needed_bytes) + kSpareEntries * sizeof(Entry);
-  const std::unique_ptr<Entry[]> entries(new (std::nothrow)
-                                             Entry[buffer_bytes / sizeof(Entry) + 1]);
-  if (entries == nullptr) return kNoJetsamPriority;
+  const std::size_t capacity = buffer_bytes / sizeof(Entry) + 1;
+  JetsamPriorityList list;
+  list.entries.reset(new (std::nothrow) Entry[capacity]);
+  if (list.entries == nullptr) return {};
   errno = 0;
-  const int filled_bytes = fetchPriorityList(entries.get(), buffer_bytes);
-  if (filled_bytes < static_cast<int>(sizeof(Entry))) return kNoJetsamPriority;
-  const std::size_t count = static_cast<std::size_t>(filled_bytes) / sizeof(Entry);
-  for (std::size_t i = 0; i < count; ++i) {
-    if (entries[i].pid == pid) return entries[i].priority;
-  }
-  return kNoJetsamPriority;
+  const int filled_bytes = fetchPriorityList(list.entries.get(), buffer_bytes);
+  if (filled_bytes < static_cast<int>(sizeof(Entry))) return {};
+  list.count = std::min(static_cast<std::size_t>(filled_bytes) / sizeof(Entry), capacity);
+  return list;
+}
+
+std::int32_t getActualJetsam(std::int32_t pid) {
+  const JetsamPriorityList list = fetchJetsamPriorityList();
+  const auto* const entry = std::find_if(
+      list.begin(), list.end(), [pid](const Entry& candidate) { return candidate.pid == pid; });
+  return entry == list.end() ? kNoJetsamPriority : entry->priority;
 }
 
 void verifyJetsamPriority(std::int32_t pid, int set_result, std::int32_t requested) {

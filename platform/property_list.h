@@ -20,4 +20,7 @@ std::optional<plist::Value> parsePropertyList(std::string_view bytes);
 // Integers are written as integers. Safe to call from any thread.
 std::string writeXmlPropertyList(const plist::Value& value);
 
+// Likewise the binary form.
+std::string writeBinaryPropertyList(const plist::Value& value);
+
 }  // namespace vorlatch::platform

@@ -1,5 +1,6 @@
 #include "proc/process_lookup.h"
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstring>
@@ -39,17 +40,32 @@ void walkProcesses(Visit visit) {
   const int filled_bytes = platform::proc_listpids(platform::PROC_ALL_PIDS, 0, pids.get(),
                                                    static_cast<int>(capacity_bytes));
   if (filled_bytes < static_cast<int>(sizeof(std::int32_t))) return;
-  const std::size_t count = static_cast<std::size_t>(filled_bytes) / sizeof(std::int32_t);
+  const std::size_t count =
+      std::min(static_cast<std::size_t>(filled_bytes) / sizeof(std::int32_t), capacity);
   for (std::size_t i = 0; i < count; ++i) {
     if (pids[i] >= 1 && !visit(pids[i])) return;
   }
 }
 
+bool isNamed(const char* name, const std::string& key) {
+  return std::strcmp(name, key.c_str()) == 0;
+}
+
+// A name is kept from the first process that has it, an identifier from the last.
+void addName(RunningProcessMap& running, const char* name, std::int32_t pid) {
+  if (name[0] != '\0' && isValidUtf8(name)) running.try_emplace(name, pid);
+}
+
+void addIdentifier(RunningProcessMap& running, std::optional<std::string> identifier,
+                   std::int32_t pid) {
+  if (identifier && !identifier->empty()) running.insert_or_assign(*std::move(identifier), pid);
+}
+
 }  // namespace
 
-std::int32_t runningPID(const RunningProcessMap& running, const std::string& key) {
-  const auto entry = running.find(key);
-  return entry == running.end() ? 0 : entry->second;
+std::int32_t pidIn(const PIDMap& pids, const std::string& key) {
+  const auto entry = pids.find(key);
+  return entry == pids.end() ? 0 : entry->second;
 }
 
 std::int32_t getPIDForBundleID(const std::string& key) {
@@ -57,9 +73,7 @@ std::int32_t getPIDForBundleID(const std::string& key) {
   NameBuffer name;
   walkProcesses([&](std::int32_t pid) {
     readName(pid, name);
-    if (std::strcmp(name.data(), key.c_str()) == 0 || bundleIdentifierOfProcess(pid) == key) {
-      found = pid;
-    }
+    if (isNamed(name.data(), key) || bundleIdentifierOfProcess(pid) == key) found = pid;
     return found == 0;
   });
   return found;
@@ -69,13 +83,40 @@ RunningProcessMap getRunningProcessMap() {
   RunningProcessMap running;
   NameBuffer name;
   walkProcesses([&](std::int32_t pid) {
-    if (readName(pid, name) >= 1 && name[0] != '\0' && isValidUtf8(name.data())) {
-      running.try_emplace(name.data(), pid);
-    }
-    std::optional<std::string> identifier = bundleIdentifierOfProcess(pid);
-    if (identifier && !identifier->empty()) running.insert_or_assign(*std::move(identifier), pid);
+    if (readName(pid, name) >= 1) addName(running, name.data(), pid);
+    addIdentifier(running, bundleIdentifierOfProcess(pid), pid);
     return true;
   });
+  return running;
+}
+
+std::vector<RunningProcess> listRunningProcesses() {
+  std::vector<RunningProcess> processes;
+  NameBuffer name;
+  walkProcesses([&](std::int32_t pid) {
+    readName(pid, name);
+    processes.push_back(
+        {.pid = pid, .name = name.data(), .bundle_identifier = bundleIdentifierOfProcess(pid)});
+    return true;
+  });
+  return processes;
+}
+
+std::int32_t pidForBundleIDIn(const std::vector<RunningProcess>& processes,
+                              const std::string& key) {
+  const auto found =
+      std::find_if(processes.begin(), processes.end(), [&key](const RunningProcess& process) {
+        return isNamed(process.name.c_str(), key) || process.bundle_identifier == key;
+      });
+  return found == processes.end() ? 0 : found->pid;
+}
+
+RunningProcessMap runningProcessMapOf(const std::vector<RunningProcess>& processes) {
+  RunningProcessMap running;
+  for (const RunningProcess& process : processes) {
+    addName(running, process.name.c_str(), process.pid);
+    addIdentifier(running, process.bundle_identifier, process.pid);
+  }
   return running;
 }
 

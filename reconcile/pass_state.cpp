@@ -7,10 +7,4 @@ PassState& passState() {
   return state;
 }
 
-std::int32_t pidIn(const std::map<std::string, std::int32_t, std::less<>>& pids,
-                   const std::string& key) {
-  const auto entry = pids.find(key);
-  return entry == pids.end() ? 0 : entry->second;
-}
-
 }  // namespace vorlatch

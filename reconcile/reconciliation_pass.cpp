@@ -37,10 +37,11 @@ void releaseEverything(PassState& state) {
 
 void releaseRemovedTargets(PassState& state, const Targets& targets) {
   std::vector<RestoreTarget> removed;
-  for (const std::string& key : state.knownTargets) {
-    if (!targets.contains(key)) {
-      removed.push_back({.key = key, .pid = pidIn(state.lastKnownPIDs, key)});
-    }
+  auto configured = targets.begin();
+  for (const std::string& key : state.knownTargets) {  // both are in order of their keys
+    while (configured != targets.end() && configured->first < key) ++configured;
+    if (configured != targets.end() && configured->first == key) continue;
+    removed.push_back({.key = key, .pid = pidIn(state.lastKnownPIDs, key)});
   }
   if (removed.empty()) return;
   for (const RestoreTarget& target : removed) {
@@ -96,7 +97,7 @@ void executeMemoryLimits() {
   if (targets.empty()) return;
   const RunningProcessMap running = getRunningProcessMap();
   for (const auto& [key, settings] : targets) {
-    reconcileTarget(state, key, settings, runningPID(running, key));
+    reconcileTarget(state, key, settings, pidIn(running, key));
   }
 }
 

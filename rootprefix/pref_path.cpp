@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "platform/utf8.h"
 #include "rootprefix/libroot.h"
 
 namespace vorlatch {
@@ -11,7 +12,7 @@ std::optional<std::string> getPrefPath(std::string_view name) {
   path += name;
   std::array<char, kPathBufferBytes> buffer{};
   const char* resolved = libroot_jbrootpath(path.c_str(), buffer.data());
-  if (resolved == nullptr) return std::nullopt;
+  if (resolved == nullptr || !isValidUtf8(resolved)) return std::nullopt;
   return std::string(resolved);
 }
 

@@ -1,5 +1,6 @@
 #include "platform/property_list.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -134,10 +135,19 @@ Value dataOf(plist_t node) {
 }
 
 // A keyed archive's reference, in the form that it has in XML.
+constexpr const char* kUidKey = "CF$UID";
+
 Value uidOf(plist_t node) {
   std::uint64_t uid = 0;
   plist_get_uid_val(node, &uid);
-  return {Dictionary{{"CF$UID", Value(uid)}}};
+  return {Dictionary{{kUidKey, Value(uid)}}};
+}
+
+std::optional<std::uint64_t> uidIn(const Dictionary& dictionary) {
+  const Value* value = dictionary.size() == 1 ? plist::find(dictionary, kUidKey) : nullptr;
+  const auto* uid = value != nullptr ? value->as<std::int64_t>() : nullptr;
+  if (uid == nullptr || *uid < 0) return std::nullopt;
+  return static_cast<std::uint64_t>(*uid);
 }
 
 // Recurses with the nesting, so what its frame holds is kept small.
@@ -177,8 +187,9 @@ struct MakeNode {
   Node operator()(double value) const { return Node(plist_new_real(value)); }
   Node operator()(const std::string& value) const { return Node(plist_new_string(value.c_str())); }
   Node operator()(const Date& value) const {
-    const auto seconds = static_cast<std::int32_t>(plist::int32Value(value.seconds_since_2001));
-    return Node(plist_new_date(seconds, 0));
+    const double seconds = std::floor(value.seconds_since_2001);
+    const double microseconds = std::round((value.seconds_since_2001 - seconds) / kMicrosecond);
+    return Node(plist_new_date(plist::int32Value(seconds), plist::int32Value(microseconds)));
   }
   Node operator()(const Data& value) const {
     return Node(plist_new_data(value.bytes.data(), value.bytes.size()));
@@ -189,6 +200,7 @@ struct MakeNode {
     return array;
   }
   Node operator()(const Dictionary& value) const {
+    if (const std::optional<std::uint64_t> uid = uidIn(value)) return Node(plist_new_uid(*uid));
     Node dictionary(plist_new_dict());
     for (const auto& [key, item] : value) {
       plist_dict_set_item(dictionary.get(), key.c_str(), nodeOf(item).release());
@@ -213,6 +225,14 @@ std::optional<Value> parsePropertyList(std::string_view bytes) {
 std::string writeXmlPropertyList(const Value& value) {
   std::string xml = xmlOf(nodeOf(value).get());
   return isValidUtf8(xml) ? xml : std::string();
+}
+
+std::string writeBinaryPropertyList(const Value& value) {
+  char* bytes = nullptr;
+  std::uint32_t length = 0;
+  plist_to_bin(nodeOf(value).get(), &bytes, &length);
+  const Owned<char> owned(bytes);
+  return owned != nullptr ? std::string(owned.get(), length) : std::string();
 }
 
 }  // namespace vorlatch::platform

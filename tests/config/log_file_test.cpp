@@ -87,6 +87,18 @@ TEST(LogSizeCap, LaterLinesFollowTheClearingLine) {
   EXPECT_EQ(story.takeLog(), (Lines{cleared("0.0"), tests::kTargetRule}));
 }
 
+TEST(LogSizeCap, AClearedLogIsNotAppendedToButWrittenWhereEachStreamStands) {
+  GrownLog story(11, {{"LogSizeLimit", 10}});
+  const std::string line = "[03-04 05:06:07] " + cleared("0.0") + "\n";
+  std::fputs("out", stdout);  // which was opened anew too, and stands at the beginning
+  std::fflush(stdout);
+  EXPECT_EQ(tests::readAll(story.logFile()), "out" + line.substr(3));
+  tests::writeAll(story.logFile(), "");  // emptied by another program
+  writeTargetSeparator();
+  EXPECT_EQ(tests::readAll(story.logFile()),
+            std::string(line.size(), '\0') + "[03-04 05:06:07] " + tests::kTargetRule + "\n");
+}
+
 TEST(LogSizeCap, ADeletedLogIsNotMadeAgain) {
   Story story;
   story.openLog();

@@ -191,4 +191,32 @@ TEST(PropertyListGuard, TheDeepestListIsParsedAndLetGoOfOnASmallStack) {
   pthread_attr_destroy(&attributes);
 }
 
+TEST(PropertyListGuard, TextListsNestUpToTheLimit) {
+  const std::string open = repeated("(", kMaxPropertyListDepth);
+  EXPECT_TRUE(isBoundedPropertyList(open + repeated(")", kMaxPropertyListDepth)));
+  EXPECT_FALSE(isBoundedPropertyList(open + "("));
+  EXPECT_FALSE(isBoundedPropertyList(repeated("{a=", 1'000'000)));
+  EXPECT_TRUE(isBoundedPropertyList("(" + repeated("(a), {b = c;}, ", 10'000) + ")"));
+  EXPECT_TRUE(isBoundedPropertyList("{ data = (" + repeated("<0fbd77>, ", 10'000) + "); }"));
+}
+
+TEST(PropertyListGuard, BracketsInTextsAndCommentsDoNotNest) {
+  const std::string flood = repeated("(", 1'000'000);
+  EXPECT_TRUE(isBoundedPropertyList("( \"" + flood + "\", '" + flood + "' )"));
+  EXPECT_TRUE(isBoundedPropertyList("// " + flood + "\n ( /* " + flood + " */ )"));
+  EXPECT_TRUE(isBoundedPropertyList("( \"\\\"" + flood + "\" )"));
+}
+
+TEST(PropertyListGuard, NoTextHidesBracketsThatAParserSees) {
+  const std::string flood = repeated("(", 1'000'000);
+  EXPECT_FALSE(isBoundedPropertyList("(a//b\"c\"," + flood));
+  EXPECT_FALSE(isBoundedPropertyList("(\"a\"" + flood));
+  EXPECT_FALSE(isBoundedPropertyList("(\"a\\\\\"" + flood));
+  EXPECT_FALSE(isBoundedPropertyList("// a\r" + flood));
+  EXPECT_FALSE(isBoundedPropertyList("/*/ a */" + flood));
+  EXPECT_FALSE(isBoundedPropertyList("(" + repeated(")", 1000) + flood));
+  EXPECT_FALSE(isBoundedPropertyList("\xFF\xFE(\0(\0"s));
+  EXPECT_FALSE(isBoundedPropertyList("\xE2\x80\xA8 <plist>" + repeated("<array>", 1'000'000)));
+}
+
 }  // namespace

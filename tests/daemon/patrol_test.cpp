@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "daemon/apply_scheduling.h"
 #include "tests/support/story.h"
 
 namespace vorlatch {
@@ -149,6 +150,23 @@ TEST(Patrol, DoesNotClearAnOversizedLog) {
       {{"Enabled", true}, {"LogSizeLimit", 10}, {"AppConfigs", Dictionary{{"alpha", kSettings}}}});
   story.run(1800s);
   EXPECT_EQ(story.takeLog(), kBegun + kEnded);
+}
+
+TEST(Patrol, IsMadeOnceHoweverOftenItIsAskedFor) {
+  Story story;
+  const auto pid = story.device.launch({.name = "alpha"});
+  story.writeTargets({{"alpha", kSettings}});
+  story.startAndSettle();
+  setupGlobal1800sTimer();
+  applyMemoryLimits();
+  setupGlobal1800sTimer();
+  story.run(150ms);
+  EXPECT_EQ(story.device.takeTrace({"makeSerialQueue", "startTimer"}),
+            Lines{"startTimer(com.zel.vorlatch.debounce, 150000000, never, 0) = timer 3"});
+  story.run(1800s);
+  EXPECT_EQ(story.takeLog(), kBegun + applied("alpha", pid) + kEnded);
+  story.run(1800s);
+  EXPECT_EQ(story.takeLog(), kBegun + applied("alpha", pid) + kEnded);
 }
 
 TEST(Patrol, MeetsAWatchTimerAndAPassAtOneInstant) {

@@ -177,6 +177,43 @@ TEST(ManagedStage, NotStrippingGivesItBack) {
   EXPECT_FALSE(state.elevated);
 }
 
+// The calls of the stage alone: those of the limits and the nice value come before it, three that
+// read the outcome after it.
+Lines managedCalls(const tests::RunningTarget& target) {
+  const Lines calls = target.takeCalls();
+  return {calls.begin() + 3, calls.end() - 3};
+}
+
+TEST(ManagedStage, AValueThatReadsAsTrueStrips) {
+  tests::RunningTarget target;
+  for (const plist::Value& value : {plist::Value(1), plist::Value("yes")}) {
+    target.strip(false);
+    target.device.takeTrace();
+    EXPECT_EQ(target.strip(value),
+              Lines{"[状态剥离] 目标: 剥离系统托管并开启强锁 -> [操作: 成功] [内核]: 0)"});
+    EXPECT_EQ(managedCalls(target),
+              (Lines{"memorystatus_control(16, 100, 0, {00000000}, 4) = 0",
+                     "memorystatus_control(17, 100, 0, null, 0) = 0",
+                     "memorystatus_control(18, 100, 0, {00000000}, 4) = 0",
+                     "memorystatus_control(14, 100, 0, null, 0) = 0",
+                     "setpriority(6, 100, 1) = -1 errno " + std::to_string(ENOTSUP)}));
+  }
+}
+
+TEST(ManagedStage, AValueThatReadsAsFalseGivesBack) {
+  tests::RunningTarget target;
+  for (const plist::Value& value : {plist::Value("0"), plist::Value(plist::Array{1})}) {
+    target.strip(true);
+    target.device.takeTrace();
+    EXPECT_EQ(target.strip(value),
+              Lines{"[状态剥离] 目标: 恢复系统托管 -> [操作: 成功] [内核]: 1)"});
+    EXPECT_EQ(managedCalls(target), (Lines{"memorystatus_control(16, 100, 0, {01000000}, 4) = 0",
+                                           "memorystatus_control(17, 100, 0, null, 0) = 1",
+                                           "memorystatus_control(18, 100, 0, {01000000}, 4) = 0",
+                                           "memorystatus_control(15, 100, 0, null, 0) = 0"}));
+  }
+}
+
 TEST(ManagedStage, TheRoleOfAnAppInFrontIsSetWhenStripping) {
   tests::RunningTarget target;
   target.device.launch(

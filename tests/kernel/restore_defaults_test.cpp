@@ -49,6 +49,8 @@ TEST(RestoreDefaults, HandsTheProcessBackAndClearsItsEntry) {
 
 TEST(RestoreDefaults, PidZeroClearsTheEntryAndNothingElse) {
   Held held;
+  ASSERT_EQ(held.status(),
+            (Dictionary{{"backboardd", Dictionary{{"pid", 100}, {"n", -5}, {"p", 100}}}}));
   restoreDefaultsForProcess("backboardd", 0);
   EXPECT_EQ(held.takeLog(), Lines{});
   EXPECT_EQ(held.takeCalls(), Lines{});

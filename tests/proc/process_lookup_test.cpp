@@ -74,7 +74,7 @@ TEST(ProcessLookup, AKeyThatIsANameAndAnIdentifierFindsWhoeverIsListedFirst) {
   EXPECT_EQ(getPIDForBundleID("twin"), app);
   const auto daemon = device.launch("twin");
   EXPECT_EQ(getPIDForBundleID("twin"), daemon);  // newest first
-  EXPECT_EQ(runningPID(getRunningProcessMap(), "twin"), app);
+  EXPECT_EQ(pidIn(getRunningProcessMap(), "twin"), app);
 }
 
 TEST(ProcessLookup, AnIdentifierReplacesANameListedBeforeOrAfterIt) {
@@ -82,7 +82,7 @@ TEST(ProcessLookup, AnIdentifierReplacesANameListedBeforeOrAfterIt) {
   device.launch("twin");
   const auto app = device.launchApp("X.app", "twin", "X");
   EXPECT_EQ(getPIDForBundleID("twin"), app);
-  EXPECT_EQ(runningPID(getRunningProcessMap(), "twin"), app);
+  EXPECT_EQ(pidIn(getRunningProcessMap(), "twin"), app);
 }
 
 TEST(ProcessLookup, OfTwoProcessesInOneBundleTheLookUpTakesTheFirstAndTheMapTheLast) {
@@ -90,7 +90,7 @@ TEST(ProcessLookup, OfTwoProcessesInOneBundleTheLookUpTakesTheFirstAndTheMapTheL
   const auto older = device.launchApp("X.app", "twice", "Older");
   const auto newer = device.launchApp("X.app", "twice", "Newer");
   EXPECT_EQ(getPIDForBundleID("twice"), newer);
-  EXPECT_EQ(runningPID(getRunningProcessMap(), "twice"), older);
+  EXPECT_EQ(pidIn(getRunningProcessMap(), "twice"), older);
 }
 
 TEST(ProcessLookup, OfTwoProcessesWithOneNameBothTakeTheFirst) {
@@ -98,7 +98,7 @@ TEST(ProcessLookup, OfTwoProcessesWithOneNameBothTakeTheFirst) {
   device.launch("twice");
   const auto newer = device.launch("twice");
   EXPECT_EQ(getPIDForBundleID("twice"), newer);
-  EXPECT_EQ(runningPID(getRunningProcessMap(), "twice"), newer);
+  EXPECT_EQ(pidIn(getRunningProcessMap(), "twice"), newer);
 }
 
 TEST(ProcessLookup, AnEmptyKeyFindsAProcessWhoseNameCannotBeRead) {
@@ -170,14 +170,23 @@ TEST(ProcessLookup, APathWithoutADirectoryHasNoIdentifier) {
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"X", pid}}));
 }
 
-TEST(ProcessLookup, AProcessThatExitsBetweenTheTwoListCallsIsNotFound) {
+// Of two processes one exits right after a walk's first or second call for the list.
+void oneExitsAfterListCall(int call) {
   Processes device;
   const auto leaving = device.launch("leaving");
   const auto staying = device.launch("staying");
-  device.device.script({.function = "proc_listpids", .first = 1, .count = 1, .meanwhile = [&] {
+  device.device.script({.function = "proc_listpids", .first = call, .count = 1, .meanwhile = [&] {
                           device.device.exit(leaving);
                         }});
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"staying", staying}}));
+}
+
+TEST(ProcessLookup, AProcessThatExitsBetweenTheTwoListCallsIsNotFound) {
+  oneExitsAfterListCall(1);
+}
+
+TEST(ProcessLookup, AProcessThatExitsDuringTheWalkIsNotFound) {
+  oneExitsAfterListCall(2);
 }
 
 TEST(ProcessLookup, AZombieIsNotFound) {
@@ -185,16 +194,6 @@ TEST(ProcessLookup, AZombieIsNotFound) {
   device.device.becomeZombie(device.launch("backboardd"));
   EXPECT_EQ(getPIDForBundleID("backboardd"), 0);
   EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{});
-}
-
-TEST(ProcessLookup, AProcessThatExitsDuringTheWalkIsNotFound) {
-  Processes device;
-  const auto leaving = device.launch("leaving");
-  const auto staying = device.launch("staying");
-  device.device.script({.function = "proc_listpids", .first = 2, .count = 1, .meanwhile = [&] {
-                          device.device.exit(leaving);
-                        }});
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"staying", staying}}));
 }
 
 TEST(ProcessLookup, PidsBelowOneAreSkippedWithoutACall) {

@@ -1,72 +1,32 @@
 #include "reconcile/reconciliation_pass.h"
 
-#include <unistd.h>
+#include <set>
 
 #include <gtest/gtest.h>
 
-#include "tests/support/story.h"
+#include "reconcile/work_queues.h"
+#include "tests/reconcile/pass_story.h"
 
 namespace vorlatch {
 namespace {
 
 using plist::Dictionary;
-using tests::kTargetRule;
+using tests::Daemon;
+using tests::edited;
+using tests::entry;
+using tests::exited;
+using tests::kRemoved;
+using tests::kSettings;
 using tests::Lines;
-using tests::Story;
+using tests::restored;
+using tests::started;
+using tests::with;
 using namespace std::chrono_literals;
-
-// Settings of which an apply says little: see applied().
-const Dictionary kSettings{{"JetsamPriority", -1}};
-
-const Lines kRemoved{kTargetRule, "[配置] 已有进程从列表移除，已恢复默认"};
-const Lines kSwitchedOff{kTargetRule, "[配置] 生效开关已关闭，已挂起守护进程并还原默认状态"};
 
 Lines operator+(Lines first, const Lines& second) {
   first.insert(first.end(), second.begin(), second.end());
   return first;
 }
-
-// The block of one target that was applied with kSettings.
-Lines applied(const std::string& header, const std::string& key, std::int32_t pid) {
-  return {kTargetRule,
-          header,
-          "[内存限制] 目标 Act:0 Inact:0 | 最终 Act:1450 Inact:1450 -> [成功]",
-          "[内核] ：成功",
-          "[进程优先级] 目标已是 0",
-          "[内存优先级] 目标:-1 -> 未设置, 跳过",
-          "[守护] " + key + " PID:" + std::to_string(pid) + " 完成"};
-}
-
-Lines started(const std::string& key, std::int32_t pid) {
-  return applied("[进程] 目标: " + key + " 已启动 PID: " + std::to_string(pid) + " ", key, pid);
-}
-
-Lines edited(const std::string& key, std::int32_t pid) {
-  return applied("[配置] 目标: " + key + " PID: " + std::to_string(pid), key, pid);
-}
-
-Lines restored(const std::string& key, std::int32_t pid) {
-  const std::string number = std::to_string(pid);
-  return {kTargetRule, "[恢复] 目标: " + key + " PID: " + number,
-          "[守护] " + key + " PID:" + number};
-}
-
-Dictionary entry(std::int32_t pid) {
-  return {{"pid", pid}, {"n", 0}, {"p", 180}};
-}
-
-Dictionary with(Dictionary settings, const std::string& key, const plist::Value& value) {
-  settings.insert_or_assign(key, value);
-  return settings;
-}
-
-struct Daemon : Story {
-  std::int32_t launch(const std::string& name) const { return device.launch({.name = name}); }
-  Lines pass() {
-    postAndRun();
-    return takeLog();
-  }
-};
 
 TEST(Pass, TheFirstOneAppliesWhatRunsAndRecordsTheRestSilently) {
   Daemon daemon;
@@ -149,7 +109,7 @@ TEST(Pass, AnExitedProcessIsLoggedAndLeavesTheStatus) {
   daemon.writeTargets({{"alpha", with(kSettings, "CheckInterval", 3600)}});
   daemon.startAndSettle();
   daemon.device.exit(pid);
-  EXPECT_EQ(daemon.pass(), (Lines{kTargetRule, "[进程] 目标: alpha 已退出"}));
+  EXPECT_EQ(daemon.pass(), exited("alpha"));
   EXPECT_EQ(daemon.status(), Dictionary{});
   EXPECT_EQ(daemon.device.takeTrace({"startTimer"}).size(), 2U);  // the watch timer anew
   EXPECT_EQ(daemon.pass(), Lines{});
@@ -206,6 +166,30 @@ TEST(Pass, OfARemovedTargetThatDoesNotRunOnlyTheEntryGoes) {
   EXPECT_NE(tests::readAll(daemon.statusFile()), "stale");
 }
 
+TEST(Pass, OfARemovedTargetThatThePatrolAloneSawTheEntryGoes) {
+  Daemon daemon;
+  daemon.writeTargets({{"alpha", kSettings}});
+  daemon.startAndSettle();
+  const auto pid = daemon.launch("alpha");
+  // The patrol's sweep applies it. Meanwhile a pass becomes due, at 1800.05 s, which comes before
+  // the debounce queue hears of that.
+  daemon.device.script(
+      {.function = "proc_listpids", .count = 1, .takes_ns = 100'000'000, .meanwhile = [&] {
+         daemon.writeTargets({});
+       }});
+  daemon.run(1800s - 250ms);
+  daemon.post();
+  const std::uint64_t end_ns = daemon.device.scheduler.nowNs() + 1'000'000'000;
+  daemon.device.scheduler.runUntil(end_ns, [&] { return !daemon.status().empty(); });
+  EXPECT_EQ(daemon.status(), (Dictionary{{"alpha", entry(pid)}}));
+  daemon.takeLog();
+  daemon.device.takeTrace();
+  daemon.run(0ms);
+  EXPECT_EQ(daemon.takeLog(), kRemoved);
+  EXPECT_EQ(daemon.takeCalls(), Lines{});
+  EXPECT_EQ(daemon.status(), Dictionary{});
+}
+
 TEST(Pass, ARemovedTargetLosesItsTimer) {
   Daemon daemon;
   daemon.launch("alpha");
@@ -216,6 +200,37 @@ TEST(Pass, ARemovedTargetLosesItsTimer) {
   EXPECT_EQ(daemon.device.scheduler.timerCount(), 2U);  // debounce and patrol
   daemon.run(60s);
   EXPECT_EQ(daemon.takeLog(), Lines{});
+}
+
+// Which orders there are tells the queue: work of one queue keeps the order in which it was sent.
+TEST(Pass, ARestoreRunsOnTheWorkerQueueAndTheDebounceQueueDoesNotWaitForIt) {
+  Daemon daemon;
+  const auto pid = daemon.launch("alpha");
+  const Dictionary staying{{"beta", kSettings}};
+  daemon.writeTargets(staying);
+  daemon.startAndSettle();
+  daemon.device.scheduler.shuffleWith(1);
+  Lines order;
+  daemon.device.script(
+      {.function = "setpriority", .pid = pid, .meanwhile = [&] { order.emplace_back("restore"); }});
+  std::set<Lines> orders;
+  for (int round = 0; round < 100; ++round) {
+    daemon.writeTargets({{"alpha", kSettings}, {"beta", kSettings}});
+    daemon.postAndRun();
+    daemon.writeTargets(staying);
+    // The removing pass looks at the processes after it sent the restore.
+    daemon.device.script({.function = "proc_listpids", .count = 1, .meanwhile = [&] {
+                            platform::async(debounceQueue(),
+                                            [&] { order.emplace_back("debounce"); });
+                            platform::async(workerQueue(), [&] { order.emplace_back("worker"); });
+                          }});
+    order.clear();
+    daemon.postAndRun();
+    orders.insert(order);
+  }
+  EXPECT_EQ(orders, (std::set<Lines>{{"debounce", "restore", "worker"},
+                                     {"restore", "debounce", "worker"},
+                                     {"restore", "worker", "debounce"}}));
 }
 
 TEST(Pass, ARestoreGoesToThePidLastKnown) {
@@ -257,79 +272,6 @@ TEST(Pass, ATargetThatComesBackIsAppliedAsNew) {
   daemon.startAndSettle();
   daemon.writeTargets({});
   daemon.pass();
-  daemon.writeTargets({{"alpha", kSettings}});
-  EXPECT_EQ(daemon.pass(), started("alpha", pid));
-}
-
-TEST(SwitchedOff, EverythingKnownIsRestoredOnceAndAllTimersGo) {
-  Daemon daemon;
-  const auto alpha = daemon.launch("alpha");
-  const auto beta = daemon.launch("beta");
-  const Dictionary targets{{"alpha", with(kSettings, "CheckInterval", 5)},
-                           {"beta", kSettings},
-                           {"gamma", with(kSettings, "CheckInterval", 7)}};
-  daemon.writeTargets(targets);
-  daemon.startAndSettle();
-  daemon.writePreferences({{"Enabled", false}, {"AppConfigs", targets}});
-  EXPECT_EQ(daemon.pass(), kSwitchedOff + restored("alpha", alpha) + restored("beta", beta));
-  EXPECT_EQ(daemon.status(), Dictionary{});
-  EXPECT_EQ(daemon.device.scheduler.timerCount(), 2U);  // debounce and patrol stay armed
-  EXPECT_EQ(daemon.pass(), Lines{});
-  daemon.run(2h);
-  EXPECT_EQ(daemon.takeLog(), Lines{});
-}
-
-TEST(SwitchedOff, AMissingSwitchIsOff) {
-  Daemon daemon;
-  const auto pid = daemon.launch("alpha");
-  daemon.writeTargets({{"alpha", kSettings}});
-  daemon.startAndSettle();
-  daemon.writePreferences({{"AppConfigs", Dictionary{{"alpha", kSettings}}}});
-  EXPECT_EQ(daemon.pass(), kSwitchedOff + restored("alpha", pid));
-}
-
-TEST(SwitchedOff, AMissingFileIsOff) {
-  Daemon daemon;
-  const auto pid = daemon.launch("alpha");
-  daemon.writeTargets({{"alpha", kSettings}});
-  daemon.startAndSettle();
-  ASSERT_EQ(unlink(daemon.preferencesFile().c_str()), 0);
-  EXPECT_EQ(daemon.pass(), kSwitchedOff + restored("alpha", pid));
-}
-
-TEST(SwitchedOff, FromTheFirstPassItIsSilent) {
-  Daemon daemon;
-  daemon.launch("alpha");
-  daemon.writePreferences({{"Enabled", false}, {"AppConfigs", Dictionary{{"alpha", kSettings}}}});
-  daemon.start();
-  daemon.takeLog();
-  daemon.run(150ms);
-  EXPECT_EQ(daemon.takeLog(), Lines{});
-  EXPECT_EQ(daemon.pass(), Lines{});
-}
-
-TEST(SwitchedOff, OnAgainEverythingRunningIsAppliedAsOnTheFirstPass) {
-  Daemon daemon;
-  const auto pid = daemon.launch("alpha");
-  daemon.writeTargets({{"alpha", kSettings}});
-  daemon.startAndSettle();
-  daemon.writePreferences({{"Enabled", false}, {"AppConfigs", Dictionary{{"alpha", kSettings}}}});
-  daemon.pass();
-  daemon.writeTargets({{"alpha", kSettings}});
-  EXPECT_EQ(daemon.pass(), started("alpha", pid));
-}
-
-TEST(SwitchedOff, WhatThePatrolSawOfNoTargetIsForgottenToo) {
-  Daemon daemon;
-  daemon.writeTargets({});
-  daemon.startAndSettle();
-  const auto pid = daemon.launch("alpha");
-  // The patrol is the first to see the target; no pass has taken charge of it.
-  daemon.writeTargets({{"alpha", kSettings}});
-  daemon.run(1800s);
-  daemon.writePreferences({{"Enabled", false}});
-  daemon.takeLog();
-  EXPECT_EQ(daemon.pass(), Lines{});
   daemon.writeTargets({{"alpha", kSettings}});
   EXPECT_EQ(daemon.pass(), started("alpha", pid));
 }

@@ -2,15 +2,17 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/story.h"
+#include "tests/reconcile/pass_story.h"
 
 namespace vorlatch {
 namespace {
 
 using plist::Dictionary;
+using tests::kSettings;
 using tests::kTargetRule;
 using tests::Lines;
 using tests::Story;
+using tests::with;
 using namespace std::chrono_literals;
 
 // A target named alpha with a check interval, and the daemon past its first pass.
@@ -21,7 +23,7 @@ struct Watched : Story {
     startAndSettle();
   }
   void configure(std::int32_t interval_s) const {
-    writeTargets({{"alpha", Dictionary{{"JetsamPriority", -1}, {"CheckInterval", interval_s}}}});
+    writeTargets({{"alpha", with(kSettings, "CheckInterval", interval_s)}});
   }
   std::int32_t launch() const { return device.launch({.name = "alpha"}); }
   // How often the target was reported during a time.
@@ -33,27 +35,15 @@ struct Watched : Story {
   std::int32_t pid = 0;
 };
 
-Lines block(const std::string& header, std::int32_t pid) {
-  return {kTargetRule,
-          header,
-          "[内存限制] 目标 Act:0 Inact:0 | 最终 Act:1450 Inact:1450 -> [成功]",
-          "[内核] ：成功",
-          "[进程优先级] 目标已是 0",
-          "[内存优先级] 目标:-1 -> 未设置, 跳过",
-          "[守护] alpha PID:" + std::to_string(pid) + " 完成"};
-}
-
 Lines ticked(std::int32_t interval_s, std::int32_t pid) {
-  return block("[守护] 目标: alpha | 检测: " + std::to_string(interval_s) +
-                   "s | PID: " + std::to_string(pid),
-               pid);
+  return tests::ticked("alpha", interval_s, pid);
 }
 
 Lines started(std::int32_t pid) {
-  return block("[进程] 目标: alpha 已启动 PID: " + std::to_string(pid) + " ", pid);
+  return tests::started("alpha", pid);
 }
 
-const Lines kExited{kTargetRule, "[进程] 目标: alpha 已退出"};
+const Lines kExited = tests::exited("alpha");
 
 TEST(WatchTimer, ATargetThatNeverRunsIsSilent) {
   Watched watched(5, false);
@@ -80,8 +70,7 @@ TEST(WatchTimer, AStartIsSeenAtTheNextTickAndAppliedAgainAtLaterOnes) {
   const auto pid = watched.launch();
   watched.run(3s);
   EXPECT_EQ(watched.takeLog(), started(pid));
-  EXPECT_EQ(watched.status(),
-            (Dictionary{{"alpha", Dictionary{{"pid", pid}, {"n", 0}, {"p", 180}}}}));
+  EXPECT_EQ(watched.status(), (Dictionary{{"alpha", tests::entry(pid)}}));
   watched.run(5s);
   EXPECT_EQ(watched.takeLog(), ticked(5, pid));
 }
@@ -123,12 +112,24 @@ TEST(WatchTimer, AnEditedIntervalTakesEffectWithThePass) {
   watched.run(2s);
   watched.configure(10);
   watched.postAndRun();
-  EXPECT_EQ(watched.takeLog(),
-            block("[配置] 目标: alpha PID: " + std::to_string(watched.pid), watched.pid));
+  EXPECT_EQ(watched.takeLog(), tests::edited("alpha", watched.pid));
   watched.run(10s - 1ns);
   EXPECT_EQ(watched.takeLog(), Lines{});
   watched.run(1ns);
   EXPECT_EQ(watched.takeLog(), ticked(10, watched.pid));
+}
+
+TEST(WatchTimer, ARestartThatAPassSeesBeginsTheIntervalAnew) {
+  Watched watched(10);
+  watched.run(7s);
+  watched.device.exit(watched.pid);
+  const auto pid = watched.launch();
+  watched.postAndRun();
+  EXPECT_EQ(watched.takeLog(), started(pid));
+  watched.run(10s - 1ns);
+  EXPECT_EQ(watched.takeLog(), Lines{});
+  watched.run(1ns);
+  EXPECT_EQ(watched.takeLog(), ticked(10, pid));
 }
 
 TEST(WatchTimer, KeepsTheSettingsOfThePassThatMadeIt) {
@@ -167,7 +168,7 @@ TEST(WatchTimer, TakesTheFirstOfTwoInstancesWhereThePassTakesTheLast) {
   const std::string path = story.installApp("X.app", Dictionary{{"CFBundleIdentifier", "alpha"}});
   const auto older = story.device.launch({.name = "Older", .executable_path = path});
   const auto newer = story.device.launch({.name = "Newer", .executable_path = path});
-  story.writeTargets({{"alpha", Dictionary{{"JetsamPriority", -1}, {"CheckInterval", 5}}}});
+  story.writeTargets({{"alpha", with(kSettings, "CheckInterval", 5)}});
   story.start();
   story.takeLog();
   story.run(150ms);
@@ -178,6 +179,24 @@ TEST(WatchTimer, TakesTheFirstOfTwoInstancesWhereThePassTakesTheLast) {
   EXPECT_EQ(story.takeLog(), ticked(5, newer));
   story.postAndRun();
   EXPECT_EQ(story.takeLog(), started(older));
+}
+
+TEST(WatchTimer, ATickThatComesLateIsLikeOneInTimeAndMovesNoLaterOne) {
+  Watched watched(5);
+  watched.device.scheduler.spend(5'900'000'000);  // within the leeway of one second
+  watched.run(0s);
+  EXPECT_EQ(watched.takeLog(), ticked(5, watched.pid));
+  const auto pid = watched.launch();
+  watched.device.exit(watched.pid);
+  watched.run(4100ms - 1ns);
+  EXPECT_EQ(watched.takeLog(), Lines{});
+  watched.device.scheduler.spend(1'000'000'000);
+  watched.run(0s);
+  EXPECT_EQ(watched.takeLog(), started(pid));
+  watched.device.exit(pid);
+  watched.device.scheduler.spend(4'700'000'000);
+  watched.run(0s);
+  EXPECT_EQ(watched.takeLog(), kExited);
 }
 
 TEST(WatchTimer, TicksMissedWhileAPassWasBusyComeAsOne) {

@@ -1,9 +1,13 @@
-// A root-prefix library for tests, in three makes.
+// A root-prefix library for tests, in four makes.
 #define EXPORT extern "C" __attribute__((visibility("default")))
 
 #ifdef VORLATCH_LIBROOT_REFUSES
 EXPORT const char* libroot_jbrootpath(const char*, char*) {
   return nullptr;
+}
+#elif defined(VORLATCH_LIBROOT_GARBLES)
+EXPORT const char* libroot_jbrootpath(const char*, char*) {
+  return "/jailbreak/\xFF";
 }
 #else
 EXPORT const char* libroot_get_root_prefix() {

@@ -99,5 +99,10 @@ TEST(RootPrefixWithLibrary, APathThatTheLibraryCannotResolveIsNone) {
   EXPECT_EQ(getPrefPath("Vorlatch.log"), std::nullopt);
 }
 
+TEST(RootPrefixWithLibrary, APathThatIsNoTextIsNone) {
+  simulated::Device::get().root_prefix_library = VORLATCH_GARBLING_LIBROOT;
+  EXPECT_EQ(getPrefPath("Vorlatch.log"), std::nullopt);
+}
+
 }  // namespace
 }  // namespace vorlatch

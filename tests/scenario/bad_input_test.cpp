@@ -1,5 +1,6 @@
 // Whatever stands in the preferences file or in an Info.plist, the daemon goes on, and does to a
 // process only what can be read from it.
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -104,6 +105,23 @@ TEST(BadPreferences, ALargeFileIsUsedAsLongAsItParses) {
                                              std::string(kSize, 'x') + "</string>")),
             5);
 }
+
+#ifndef VORLATCH_SANITIZED  // which take terabytes of addresses for themselves
+TEST(BadPreferences, AFileBeyondTheMemoryThereIsReadsAsSwitchedOff) {
+  Story story;
+  story.writeTargets({{"backboardd", Dictionary{{"NiceValue", 5}}}});
+  story.device.launch({.name = "backboardd"});
+  story.startAndSettle();
+  std::filesystem::resize_file(story.preferencesFile(), 100'000'000);
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
+  const rlimit little{.rlim_cur = 64'000'000, .rlim_max = before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_AS, &little), 0);
+  story.postAndRun();
+  ASSERT_EQ(setrlimit(RLIMIT_AS, &before), 0);
+  EXPECT_EQ(story.takeLog()[1], "[配置] 生效开关已关闭，已挂起守护进程并还原默认状态");
+}
+#endif
 
 TEST(BadPreferences, NestingUpToTheLimitIsUsed) {
   Daemon daemon;
@@ -294,7 +312,7 @@ TEST(BadInfoPlist, AnUnusualIdentifierIsAKeyLikeAnyOther) {
                            .executable_path = story.installApp(
                                "X.app", Dictionary{{"CFBundleIdentifier", identifier}})});
   EXPECT_EQ(getPIDForBundleID(identifier), pid);
-  EXPECT_EQ(runningPID(getRunningProcessMap(), identifier), pid);
+  EXPECT_EQ(pidIn(getRunningProcessMap(), identifier), pid);
 }
 
 }  // namespace

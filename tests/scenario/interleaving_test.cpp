@@ -1,8 +1,13 @@
 // The two queues at once: whatever order what is ready runs in, the same is held in the end.
 #include <algorithm>
+#include <barrier>
+#include <map>
+#include <thread>
 
 #include <gtest/gtest.h>
 
+#include "config/status_file.h"
+#include "proc/process_lookup.h"
 #include "tests/support/story.h"
 
 namespace vorlatch {
@@ -42,6 +47,51 @@ TEST_P(Interleaving, PatrolPassTimerAndRestoreMeetAtOneInstant) {
   const Lines log = story.rereadLog();
   EXPECT_EQ(std::count(log.begin(), log.end(), "[全局守护] 1800s 周期巡检完成。"), 1);
   EXPECT_EQ(std::count(log.begin(), log.end(), "[配置] 已有进程从列表移除，已恢复默认"), 1);
+}
+
+// Apps by identifier, each in a bundle of its own; the first is listed last, as the oldest.
+std::map<std::string, std::int32_t> launchApps(const Story& story, int count) {
+  std::map<std::string, std::int32_t> launched;
+  for (int i = 0; i < count; ++i) {
+    const std::string identifier = "app-" + std::to_string(i);
+    const std::string path =
+        story.installApp(identifier + ".app", Dictionary{{"CFBundleIdentifier", identifier}});
+    launched[identifier] = story.device.launch({.name = "App", .executable_path = path});
+  }
+  return launched;
+}
+
+// As a sweep on the worker queue and a tick on the debounce queue do.
+TEST(RealThreads, LookUpAndRecordAtOnceAndLoseNothing) {
+  Story story;
+  const auto apps = launchApps(story, 40);
+  story.device.is_tracing = false;  // the device is only read then, which threads may do at once
+  std::barrier both(2);
+  const auto record = [&](const std::string& name, const auto& pid_of) {
+    std::size_t recorded = 0;
+    both.arrive_and_wait();
+    for (const auto& [identifier, pid] : apps) {
+      const std::int32_t found = pid_of(identifier);
+      both.arrive_and_wait();
+      updateStatusFile(name + identifier, found, 1, 2);
+      both.arrive_and_wait();
+      recorded += 2;
+      EXPECT_EQ(story.status().size(), recorded);
+    }
+  };
+  std::thread sweep([&] {
+    record("sweep-", [](const auto& key) { return pidIn(getRunningProcessMap(), key); });
+  });
+  std::thread tick([&] { record("tick-", getPIDForBundleID); });
+  sweep.join();
+  tick.join();
+  Dictionary expected;
+  for (const auto& [identifier, pid] : apps) {
+    for (const char* name : {"sweep-", "tick-"}) {
+      expected.insert_or_assign(name + identifier, Dictionary{{"pid", pid}, {"n", 1}, {"p", 2}});
+    }
+  }
+  EXPECT_EQ(story.status(), expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(Seed, Interleaving, testing::Range<std::uint64_t>(1, 21));

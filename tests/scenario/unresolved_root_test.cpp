@@ -1,0 +1,108 @@
+// A root-prefix library that cannot resolve a path: no file of the daemon's has a place then.
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "config/default_preset.h"
+#include "config/log_file.h"
+#include "config/status_file.h"
+#include "tests/support/story.h"
+
+namespace vorlatch {
+namespace {
+
+using plist::Dictionary;
+using tests::Lines;
+using tests::Story;
+using namespace std::chrono_literals;
+
+constexpr std::uintmax_t kOversized = 3'000'000;
+const Lines kNothing{"", ""};
+
+// Everything that could be touched lies in the story's root: the daemon's files where they would be
+// with a prefix, the working directory with an oversized log of its own, and what stands in for the
+// standard streams.
+struct Unresolved : Story {
+  Unresolved() {
+    device.root_prefix_library = VORLATCH_REFUSING_LIBROOT;
+    for (const std::string& log : {logFile(), rootPath("/Vorlatch.log")}) {
+      tests::writeAll(log, "");
+      std::filesystem::resize_file(log, kOversized);
+    }
+    writePreferences(
+        {{"Enabled", true}, {"AppConfigs", Dictionary{{"alpha", Dictionary{{"NiceValue", 5}}}}}});
+    std::filesystem::current_path(rootPath(""));
+    EXPECT_NE(std::freopen(out().c_str(), "w", stdout), nullptr);
+    EXPECT_NE(std::freopen(err().c_str(), "w", stderr), nullptr);
+    files_before_ = files();
+  }
+  [[nodiscard]] std::string out() const { return rootPath("/out"); }
+  [[nodiscard]] std::string err() const { return rootPath("/err"); }
+  // Each file under the root, with its contents.
+  [[nodiscard]] std::map<std::string, std::string> files() const {
+    std::map<std::string, std::string> found;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(rootPath(""))) {
+      if (entry.is_regular_file()) found[entry.path()] = tests::readAll(entry.path());
+    }
+    return found;
+  }
+  // What was written to standard output and to standard error, and to nothing else.
+  [[nodiscard]] Lines written() const {
+    std::fflush(stdout);
+    std::fflush(stderr);
+    std::map<std::string, std::string> now = files();
+    Lines streams{std::exchange(now.at(out()), ""), std::exchange(now.at(err()), "")};
+    EXPECT_TRUE(now == files_before_);  // megabytes, not to be printed
+    return streams;
+  }
+
+ private:
+  std::map<std::string, std::string> files_before_;
+};
+
+TEST(UnresolvedRoot, ThePresetHasNoPlaceButItsLineIsWritten) {
+  const Unresolved story;
+  checkAndGenerateDefaultConfig();
+  EXPECT_EQ(story.written(), (Lines{"", "[03-04 05:06:07] [配置] 已生成默认预设参数\n"}));
+}
+
+TEST(UnresolvedRoot, TheStatusIsWrittenNowhere) {
+  const Unresolved story;
+  updateStatusFile("alpha", 100, 5, 180);
+  updateStatusFile("alpha", 0, 0, 0);
+  EXPECT_EQ(story.written(), kNothing);
+}
+
+TEST(UnresolvedRoot, TheStreamsStayWhereTheyWere) {
+  const Unresolved story;
+  Story::openLog();
+  std::fputs("out", stdout);
+  std::fputs("err", stderr);
+  EXPECT_EQ(story.written(), (Lines{"out", "err"}));
+}
+
+TEST(UnresolvedRoot, NoLogIsCleared) {
+  const Unresolved story;
+  checkLogSizeAndClearIfNeeded();
+  EXPECT_EQ(story.written(), kNothing);
+}
+
+TEST(UnresolvedRoot, TheDaemonRunsSwitchedOff) {
+  Unresolved story;
+  story.device.launch({.name = "alpha"});
+  story.start();
+  const Lines startup = story.written();
+  EXPECT_NE(startup[1].find("[守护] Vorlatch 后台守护进程初始化完成"), std::string::npos);
+  story.device.takeTrace();
+  story.run(150ms);
+  story.postAndRun();
+  story.run(1h);
+  EXPECT_EQ(story.takeCalls(), Lines{});
+  EXPECT_EQ(story.written(), startup);
+}
+
+}  // namespace
+}  // namespace vorlatch
