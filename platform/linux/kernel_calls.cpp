@@ -48,6 +48,8 @@ class MachineProcesses final : public model::ProcessList {
     return processes;
   }
 
+  [[nodiscard]] std::vector<std::int32_t> ids() const override { return listProcessIds(); }
+
   [[nodiscard]] std::optional<model::LiveProcess> find(std::int32_t pid) const override {
     const std::optional<ProcessStat> stat = readProcessStat(pid);
     if (!stat || stat->has_exited) return std::nullopt;

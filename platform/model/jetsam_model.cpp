@@ -282,6 +282,12 @@ CallResult dispatch(const Host& host, const Arguments& arguments) {
 
 }  // namespace
 
+std::vector<std::int32_t> ProcessList::ids() const {
+  std::vector<std::int32_t> ids;
+  for (const LiveProcess& process : all()) ids.push_back(process.pid);
+  return ids;
+}
+
 std::int32_t highestBand(KernelGeneration generation) {
   return bandsOf(generation).highest;
 }

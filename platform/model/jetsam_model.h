@@ -51,6 +51,8 @@ class ProcessList {
   virtual ~ProcessList() = default;
   [[nodiscard]] virtual std::vector<LiveProcess> all() const = 0;
   [[nodiscard]] virtual std::optional<LiveProcess> find(std::int32_t pid) const = 0;
+  // Only their ids, for a host on which these are cheaper to have; zombies may be among them.
+  [[nodiscard]] virtual std::vector<std::int32_t> ids() const;
 };
 
 struct MemoryLimit {

@@ -78,10 +78,14 @@ CallResult getPriorityList(const Kernel& kernel, const JetsamTable& table,
                            const ProcessList& processes, std::int32_t pid, void* buffer,
                            std::size_t buffersize) {
   if (pid != 0) return getOneEntry(kernel, table, processes, pid, buffer, buffersize);
+  if (buffer == nullptr) {
+    const std::vector<std::int32_t> ids = processes.ids();
+    const auto listed = std::count_if(ids.begin(), ids.end(),
+                                      [](std::int32_t id) { return id > kLastUnlistedPid; });
+    return {.result = static_cast<int>(static_cast<std::size_t>(listed) * sizeof(Entry))};
+  }
   std::vector<LiveProcess> live = processes.all();
   std::erase_if(live, [](const LiveProcess& p) { return p.pid <= kLastUnlistedPid; });
-  const CallResult size{.result = static_cast<int>(live.size() * sizeof(Entry))};
-  if (buffer == nullptr) return size;
   if (buffersize < live.size() * sizeof(Entry)) return {.result = -1, .error = EINVAL};
   char* out = static_cast<char*>(buffer);
   for (const Listed& listed : inKernelOrder(kernel, table, live)) {
@@ -89,7 +93,7 @@ CallResult getPriorityList(const Kernel& kernel, const JetsamTable& table,
     std::memcpy(out, &entry, sizeof(entry));
     out += sizeof(entry);
   }
-  return size;
+  return {.result = static_cast<int>(live.size() * sizeof(Entry))};
 }
 
 }  // namespace vorlatch::model
