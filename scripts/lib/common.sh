@@ -11,7 +11,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
 # What a build takes; the clang presets take both lists.
 # shellcheck disable=SC2034 # for the scripts
 build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libbenchmark-dev libplist-dev
-  util-linux)
+  libcli11-dev nlohmann-json3-dev lowdown util-linux)
 # shellcheck disable=SC2034
 clang_packages=(clang libclang-rt-14-dev llvm)
 

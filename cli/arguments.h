@@ -1,0 +1,25 @@
+// The commands and options of vorlatchctl, and what each argument stands for.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "cli/commands.h"
+
+namespace vorlatch::cli {
+
+// What the arguments ask for.
+struct Request {
+  bool wants_json = false;
+  std::function<ExitStatus(const Session&)> run;
+};
+
+// A Failure of wrong usage says what would be right. With --help, the request prints the help.
+Request parseArguments(std::vector<std::string> arguments);
+
+std::vector<std::string> commandNames();
+// The options of a command with their dashes, those of every command among them.
+std::vector<std::string> optionNames(const std::string& command);
+
+}  // namespace vorlatch::cli

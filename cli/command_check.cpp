@@ -1,0 +1,181 @@
+// vorlatchctl check
+#include <algorithm>
+#include <cerrno>
+#include <map>
+
+#include "cli/commands.h"
+#include "cli/nearest.h"
+#include "cli/observation.h"
+#include "cli/preferences_edit.h"
+#include "cli/settings_schema.h"
+#include "config/files.h"
+#include "config/property_list_file.h"
+#include "config/property_list_guard.h"
+
+namespace vorlatch::cli {
+namespace {
+
+using plist::Dictionary;
+using plist::Value;
+
+struct Finding {
+  std::vector<std::string> path;  // keys from the root; empty: the file itself
+  std::string kind;
+  std::string message;
+};
+
+using Findings = std::vector<Finding>;
+
+const std::vector<std::string>& topLevelKeys() {
+  static const std::vector<std::string>& names =
+      *new std::vector<std::string>{keys::kEnabled, keys::kAppConfigs, keys::kLogSizeLimit};
+  return names;
+}
+
+void checkLogSizeLimit(const Value& limit, Findings& findings) {
+  if (limit.as<std::int64_t>() != nullptr || limit.as<std::uint64_t>() != nullptr) return;
+  findings.push_back({{keys::kLogSizeLimit},
+                      "wrong-type",
+                      std::string("is ") + kindText(limit) + " (" + settingText(limit) +
+                          ") and not an integer; the daemon reads it as " +
+                          std::to_string(plist::int64Value(limit))});
+}
+
+void checkTopLevel(const Dictionary& preferences, Findings& findings) {
+  for (const auto& [key, value] : preferences) {
+    const auto& known = topLevelKeys();
+    if (std::find(known.begin(), known.end(), key) != known.end()) continue;
+    findings.push_back({{key}, "unknown-key", "is unknown to the daemon" + suggestion(key, known)});
+  }
+  if (const Value* enabled = plist::find(preferences, keys::kEnabled)) {
+    if (const auto fault = booleanFaultOf(*enabled)) {
+      findings.push_back({{keys::kEnabled}, fault->kind, fault->message});
+    }
+  } else {
+    findings.push_back({{keys::kEnabled}, "missing", "is missing: the daemon is switched off"});
+  }
+  if (const Value* limit = plist::find(preferences, keys::kLogSizeLimit)) {
+    checkLogSizeLimit(*limit, findings);
+  }
+  const Value* targets = plist::find(preferences, keys::kAppConfigs);
+  if (targets == nullptr) {
+    findings.push_back({{keys::kAppConfigs}, "missing", "is missing: there are no targets"});
+  } else if (targets->as<Dictionary>() == nullptr) {
+    findings.push_back({{keys::kAppConfigs},
+                        "wrong-type",
+                        std::string("is ") + kindText(*targets) +
+                            " and not a dictionary; the daemon reads it as missing"});
+  }
+}
+
+void checkTarget(const std::string& target, const TargetSettings& settings, Findings& findings) {
+  for (const auto& [key, value] : settings) {
+    const SettingRule* rule = settingRule(key);
+    if (rule == nullptr) {
+      findings.push_back({{keys::kAppConfigs, target, key},
+                          "unknown-key",
+                          "is unknown to the daemon" + suggestion(key, settingKeys())});
+    } else if (const auto fault = faultOf(*rule, value)) {
+      findings.push_back({{keys::kAppConfigs, target, key}, fault->kind, fault->message});
+    }
+  }
+}
+
+void checkTargets(const Dictionary& preferences, Findings& findings) {
+  const Value* stored = plist::find(preferences, keys::kAppConfigs);
+  const auto* targets = stored != nullptr ? stored->as<Dictionary>() : nullptr;
+  if (targets == nullptr) return;
+  for (const auto& [target, value] : *targets) {
+    if (const auto* settings = value.as<Dictionary>()) {
+      checkTarget(target, *settings, findings);
+    } else {
+      findings.push_back({{keys::kAppConfigs, target},
+                          "wrong-type",
+                          std::string("is ") + kindText(value) +
+                              " and not a dictionary; the daemon passes it over"});
+    }
+  }
+}
+
+void checkProcesses(const Dictionary& preferences, Findings& findings) {
+  const Observation observation = Observation::now();
+  std::map<std::int32_t, std::string> target_by_pid;
+  for (const auto& [target, settings] : appConfigs(preferences)) {
+    const std::int32_t pid = observation.pidForPass(target);
+    if (pid == 0) {
+      findings.push_back({{keys::kAppConfigs, target},
+                          "no-match",
+                          "is the name or bundle identifier of no process that runs now"});
+      continue;
+    }
+    const auto [other, is_first] = target_by_pid.emplace(pid, target);
+    if (is_first) continue;
+    findings.push_back({{keys::kAppConfigs, target},
+                        "same-process",
+                        "finds the same process as " + other->second + " (" + std::to_string(pid) +
+                            "): both are applied to it, one after the other"});
+  }
+}
+
+// What keeps the file from being read as preferences at all; nothing, and the dictionary, when
+// nothing does.
+std::optional<std::string> readAt(const std::string& path, Dictionary& preferences) {
+  errno = 0;
+  const std::optional<std::string> bytes = readFile(path, kMaxPropertyListBytes);
+  if (!bytes) {
+    if (errno == ENOENT)
+      return "is missing: the daemon is switched off, and writes its default "
+             "preset when it is started";
+    if (errno != 0) failCouldNot(path + ": " + reasonOf(errno));
+    return "is no regular file of at most 128 MB; the daemon reads it as empty";
+  }
+  if (bytes->empty()) return "is empty: the daemon is switched off";
+  if (!isBoundedPropertyList(*bytes)) {
+    return "is damaged, or nests deeper than 512 levels; the daemon reads it as empty";
+  }
+  std::optional<Value> root = propertyListIn(*bytes);
+  if (!root) return "is no property list; the daemon reads it as empty";
+  auto* dictionary = root->as<Dictionary>();
+  if (dictionary == nullptr) {
+    return std::string("holds ") + kindText(*root) +
+           " and no dictionary; the daemon reads it as empty";
+  }
+  preferences = std::move(*dictionary);
+  return std::nullopt;
+}
+
+void report(const Session& session, const std::string& path, const Findings& findings) {
+  if (session.wants_json) {
+    Json list = Json::array();
+    for (const Finding& each : findings) {
+      list.push_back({{"path", each.path}, {"kind", each.kind}, {"message", each.message}});
+    }
+    print(session, {{"file", path}, {"findings", list}});
+    return;
+  }
+  for (const Finding& each : findings) {
+    std::string where;
+    for (const std::string& key : each.path) where += (where.empty() ? "" : " / ") + key;
+    printLine(session, (where.empty() ? path : where) + ": " + each.message);
+  }
+  if (findings.empty()) printLine(session, path + ": all in order");
+}
+
+}  // namespace
+
+ExitStatus checkCommand(const Session& session, const CheckOptions& options) {
+  const std::string path = options.file.empty() ? daemonFile(kPreferencesFileName) : options.file;
+  Findings findings;
+  Dictionary preferences;
+  if (const std::optional<std::string> obstacle = readAt(path, preferences)) {
+    findings.push_back({{}, "unreadable", *obstacle});
+  } else {
+    checkTopLevel(preferences, findings);
+    checkTargets(preferences, findings);
+    if (options.looks_at_processes) checkProcesses(preferences, findings);
+  }
+  report(session, path, findings);
+  return findings.empty() ? kDone : kFinding;
+}
+
+}  // namespace vorlatch::cli

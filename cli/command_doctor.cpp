@@ -1,0 +1,161 @@
+// vorlatchctl doctor
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <string_view>
+
+#include "cli/bands.h"
+#include "cli/commands.h"
+#include "cli/observation.h"
+#include "config/log_file.h"
+#include "config/status_file.h"
+#include "platform/root_prefix_library.h"
+#include "rootprefix/libroot.h"
+#include "rootprefix/pref_path.h"
+
+namespace vorlatch::cli {
+namespace {
+
+constexpr mode_t kPermissionBits = 07777;
+constexpr mode_t kExpectedMode = 0666;
+
+const char* typeText(mode_t mode) {
+  if (S_ISREG(mode)) return "file";
+  if (S_ISDIR(mode)) return "directory";
+  return S_ISLNK(mode) ? "link" : "special file";
+}
+
+std::string octal(mode_t mode) {
+  std::array<char, 8> text{};
+  std::snprintf(text.data(), text.size(), "%04o", static_cast<unsigned>(mode & kPermissionBits));
+  return text.data();
+}
+
+struct Doctor {
+  Json report = Json::object();
+  std::vector<std::string> lines;
+
+  void say(const std::string& line) { lines.push_back(line); }
+};
+
+void lookAtRoot(Doctor& doctor) {
+  const std::string prefix = libroot_get_jbroot_prefix();  // loads the library, where there is one
+  const char* library = platform::rootPrefixLibraryName();
+  void* loaded = dlopen(library, RTLD_LAZY | RTLD_NOLOAD);
+  if (loaded != nullptr) dlclose(loaded);
+  const std::string found_by = loaded != nullptr ? library : "built-in";
+  doctor.report["root_prefix"] = {{"path", prefix}, {"found_by", found_by}};
+  doctor.say("jailbreak root: " + prefix +
+             (loaded != nullptr ? " (by " + found_by + ")"
+                                : " (built in: there is no " + std::string(library) + ")"));
+}
+
+void lookAtFile(Doctor& doctor, const char* name) {
+  const std::optional<std::string> path = getPrefPath(name);
+  Json file{{"path", jsonOf(path)}, {"exists", false}};
+  struct stat status {};
+  if (!path || ::lstat(path->c_str(), &status) != 0) {
+    doctor.say(path.value_or(name) + ": missing");
+  } else {
+    const bool as_expected =
+        S_ISREG(status.st_mode) && (status.st_mode & kPermissionBits) == kExpectedMode;
+    file["exists"] = true;
+    file["type"] = typeText(status.st_mode);
+    file["mode"] = octal(status.st_mode);
+    file["size_bytes"] = static_cast<std::int64_t>(status.st_size);
+    doctor.say(*path + ": " + typeText(status.st_mode) + ", mode " + octal(status.st_mode) + ", " +
+               std::to_string(status.st_size) + " bytes" +
+               (as_expected ? "" : " (expected: a file of mode 0666)"));
+  }
+  doctor.report["files"].push_back(file);
+}
+
+void lookAtSetAside(Doctor& doctor) {
+  const std::optional<std::string> path = getPrefPath(kPreferencesFileName);
+  struct stat status {};
+  const bool left = path && ::lstat((*path + ".released").c_str(), &status) == 0;
+  doctor.report["release_was_interrupted"] = left;
+  if (left) {
+    doctor.say(*path + ".released: preferences that an interrupted release set aside; " +
+               "vorlatchctl release --keep-preferences puts them back");
+  }
+}
+
+void lookAtDaemon(Doctor& doctor, const Observation& observation) {
+  doctor.report["daemons"] = Json::array();
+  for (const std::int32_t pid : observation.daemon_pids) {
+    const KernelSays now = observation.kernelSays(pid);
+    doctor.report["daemons"].push_back(
+        {{"pid", pid}, {"band", jsonOf(now.band)}, {"nice", jsonOf(now.nice_value)}});
+    doctor.say("daemon: runs as " + std::to_string(pid) + ", jetsam band " +
+               (now.band ? std::to_string(*now.band) : "-") + ", nice " +
+               (now.nice_value ? std::to_string(*now.nice_value) : "-"));
+  }
+  if (observation.daemon_pids.empty()) doctor.say("daemon: does not run");
+  if (observation.daemon_pids.size() > 1) {
+    doctor.say("daemon: more than one runs, and they work against each other; end all but one");
+  }
+}
+
+// Darwin's major version: 21 is iOS 15, each later one the next system's.
+std::optional<int> darwinMajor(const utsname& system) {
+  if (std::string_view(system.sysname) != "Darwin") return std::nullopt;
+  const std::string_view release = system.release;
+  int major = 0;
+  if (std::from_chars(release.data(), release.data() + release.size(), major).ec != std::errc{}) {
+    return std::nullopt;
+  }
+  return major;
+}
+
+void lookAtKernel(Doctor& doctor, const Observation& observation) {
+  constexpr int kDarwinOfIOS16 = 22;
+  utsname system{};
+  ::uname(&system);
+  const std::optional<int> major = darwinMajor(system);
+  std::optional<std::int32_t> by_version;
+  if (major) by_version = *major < kDarwinOfIOS16 ? kHighestBandToIOS15 : kHighestBandSinceIOS16;
+  std::optional<std::int32_t> by_daemon;
+  if (!observation.daemon_pids.empty()) {
+    by_daemon = observation.kernelSays(observation.daemon_pids.front()).band;
+  }
+  const std::string name = std::string(system.sysname) + " " + system.release;
+  doctor.report["kernel"] = {{"system", name},
+                             {"highest_band_by_version", jsonOf(by_version)},
+                             {"band_of_daemon", jsonOf(by_daemon)}};
+  doctor.say("kernel: " + name + ", highest jetsam band " +
+             (by_version ? std::to_string(*by_version) : "unknown") + " by its version, " +
+             (by_daemon ? std::to_string(*by_daemon) : "unknown") + " by the daemon's own");
+  if (by_version && by_daemon && by_version != by_daemon) {
+    doctor.say("kernel: the two differ; the log's first lines show what the daemon was refused");
+  }
+}
+
+}  // namespace
+
+ExitStatus doctorCommand(const Session& session) {
+  Doctor doctor;
+  const Observation observation = Observation::now();
+  lookAtRoot(doctor);
+  for (const char* name : {kPreferencesFileName, kStatusFileName, kLogFileName}) {
+    lookAtFile(doctor, name);
+  }
+  lookAtSetAside(doctor);
+  lookAtDaemon(doctor, observation);
+  lookAtKernel(doctor, observation);
+  doctor.report["is_root"] = ::geteuid() == 0;
+  if (::geteuid() != 0) doctor.say("user: not root, so the kernel answers only in part");
+  if (session.wants_json) {
+    print(session, doctor.report);
+  } else {
+    for (const std::string& line : doctor.lines) printLine(session, line);
+  }
+  return kDone;
+}
+
+}  // namespace vorlatch::cli

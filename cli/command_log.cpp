@@ -1,0 +1,70 @@
+// vorlatchctl log
+#include <deque>
+
+#include "cli/commands.h"
+#include "cli/display_text.h"
+#include "cli/log_reader.h"
+#include "cli/preferences_edit.h"
+#include "config/log_file.h"
+
+namespace vorlatch::cli {
+namespace {
+
+constexpr std::chrono::milliseconds kLookInterval{250};
+
+Colour colourOf(const LogLine& line) {
+  if (line.text.find("失败") != line.text.npos) return Colour::Red;
+  if (line.text.find("覆盖") != line.text.npos) return Colour::Yellow;
+  if (line.text.find("成功") != line.text.npos) return Colour::Green;
+  return line.category.empty() ? Colour::Dim : Colour::Plain;
+}
+
+void show(const Session& session, const LogLine& line) {
+  if (session.wants_json) {
+    const Json json{{"stamp", line.stamp}, {"category", line.category}, {"text", line.text}};
+    session.terminal.out(json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
+    return;
+  }
+  const Terminal& terminal = session.terminal;
+  if (line.stamp.empty()) {
+    terminal.out(visible(line.whole) + "\n");
+    return;
+  }
+  std::string text = terminal.in(Colour::Dim, visible("[" + line.stamp + "]")) + " ";
+  if (!line.category.empty()) {
+    text += terminal.in(Colour::Cyan, visible("[" + line.category + "]")) + " ";
+  }
+  terminal.out(text + terminal.in(colourOf(line), visible(line.text)) + "\n");
+}
+
+std::string withoutBrackets(const std::string& category) {
+  const bool bracketed = category.starts_with('[') && category.ends_with(']');
+  return bracketed ? category.substr(1, category.size() - 2) : category;
+}
+
+}  // namespace
+
+ExitStatus logCommand(const Session& session, const LogOptions& options) {
+  LogReader reader(daemonFile(kLogFileName));
+  LogFilter filter(options.target, withoutBrackets(options.category));
+  std::deque<LogLine> last;
+  const auto keep = [&](const LogLine& line) {
+    last.push_back(line);
+    if (options.lines != 0 && last.size() > options.lines) last.pop_front();
+  };
+  for (LogLine& line : reader.readNew()) filter.take(std::move(line), keep);
+  // What a pass is just writing is shown whole by the next look, when there is one.
+  if (!options.follows) filter.finish(keep);
+  for (const LogLine& line : last) show(session, line);
+
+  const auto pass_on = [&session](const LogLine& line) { show(session, line); };
+  while (options.follows && !session.terminal.interrupted()) {
+    session.terminal.wait(kLookInterval);
+    std::vector<LogLine> lines = reader.readNew();
+    if (lines.empty()) filter.finish(pass_on);
+    for (LogLine& line : lines) filter.take(std::move(line), pass_on);
+  }
+  return kDone;
+}
+
+}  // namespace vorlatch::cli

@@ -1,0 +1,137 @@
+// vorlatchctl release
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "cli/commands.h"
+#include "cli/observation.h"
+#include "cli/preferences_edit.h"
+#include "config/files.h"
+#include "platform/notifications.h"
+
+namespace vorlatch::cli {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kLookInterval{50};
+// Between the last entry's removal from the status file and the end of that target's restoring: the
+// entry goes first.
+constexpr milliseconds kSettling{250};
+
+// The preferences set aside, with a switched-off file in their place; put back when it goes,
+// whatever ends the command. Killed on the spot, it leaves both files, and the next release with
+// --keep-preferences puts them back.
+class SetAside {
+ public:
+  SetAside()
+      : path_(daemonFile(kPreferencesFileName)),
+        aside_(path_ + ".released"),
+        lock_(lockPreferences()) {
+    StoredPreferences off;
+    if (!fileExists(aside_)) {
+      off = readStoredPreferences(path_);
+      if (!off.exists) return;
+      // A second name for the file first, so that at no moment there is none.
+      if (::link(path_.c_str(), aside_.c_str()) != 0) failCouldNot(aside_ + ": " + reasonOf(errno));
+    }
+    is_aside_ = true;
+    off.dictionary.insert_or_assign(keys::kEnabled, false);
+    try {
+      writeStoredPreferences(path_, off);
+    } catch (const Failure&) {
+      static_cast<void>(putBack());
+      throw;
+    }
+  }
+  SetAside(const SetAside&) = delete;
+  SetAside& operator=(const SetAside&) = delete;
+  ~SetAside() { static_cast<void>(putBack()); }
+
+  bool putBack() {
+    if (!is_aside_) return true;
+    is_aside_ = std::rename(aside_.c_str(), path_.c_str()) != 0;
+    return !is_aside_;
+  }
+  [[nodiscard]] const std::string& aside() const { return aside_; }
+
+ private:
+  const std::string path_;
+  const std::string aside_;
+  const Descriptor lock_;  // until they are back: an edit in between would be lost
+  bool is_aside_ = false;
+};
+
+// The targets whose entry in the status file names a process that still runs under their key.
+std::vector<std::string> stillHeld() {
+  const Observation observation = Observation::now();
+  std::vector<std::string> held;
+  for (const auto& [key, written] : observation.status) {
+    if (observation.process(written.pid) != nullptr) held.push_back(key);
+  }
+  return held;
+}
+
+std::string joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
+  return text;
+}
+
+// Gives the targets that were handed back; a Failure when some never were.
+std::vector<std::string> awaitRelease(const Session& session, std::chrono::seconds timeout) {
+  const std::vector<std::string> held = stillHeld();
+  if (held.empty()) return {};
+  if (Observation::now().daemon_pids.empty()) {
+    failCouldNot("the daemon does not run, so " + joined(held) +
+                 " stay as they are until they end; start it and run this again");
+  }
+  if (!platform::postNotification(kApplyNotificationName)) {
+    failCouldNot("the notification could not be posted, and the daemon goes on holding " +
+                 joined(held));
+  }
+  std::vector<std::string> left = held;
+  for (milliseconds waited{0}; waited < timeout && !left.empty(); waited += kLookInterval) {
+    session.terminal.wait(kLookInterval);
+    if (session.terminal.interrupted()) failCouldNot("interrupted");
+    left = stillHeld();
+  }
+  if (!left.empty()) {
+    failCouldNot("after " + std::to_string(timeout.count()) + " s the daemon still reports " +
+                 joined(left) + "; vorlatchctl log shows what it does");
+  }
+  session.terminal.wait(kSettling);
+  return held;
+}
+
+void report(const Session& session, const std::vector<std::string>& released, bool kept) {
+  if (session.wants_json) {
+    print(session, {{"released", released}, {"preferences_kept", kept}});
+    return;
+  }
+  printLine(session, released.empty() ? "nothing was held" : "handed back: " + joined(released));
+}
+
+}  // namespace
+
+ExitStatus releaseCommand(const Session& session, const ReleaseOptions& options) {
+  if (!options.keeps_preferences) {
+    editPreferences(
+        [](plist::Dictionary& preferences) { preferences.insert_or_assign(keys::kEnabled, false); },
+        true);
+    report(session, awaitRelease(session, options.timeout), false);
+    return kDone;
+  }
+  SetAside preferences;
+  const std::vector<std::string> released = awaitRelease(session, options.timeout);
+  if (!preferences.putBack()) {
+    failCouldNot("the preferences stay in " + preferences.aside() + ": " + reasonOf(errno));
+  }
+  report(session, released, true);
+  return kDone;
+}
+
+}  // namespace vorlatch::cli

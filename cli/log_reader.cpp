@@ -1,0 +1,132 @@
+#include "cli/log_reader.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "cli/failure.h"
+#include "platform/descriptor.h"
+
+namespace vorlatch::cli {
+namespace {
+
+constexpr std::size_t kStampLength = 14;  // MM-dd HH:mm:ss
+constexpr std::size_t kRemembered = 64;
+constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
+constexpr std::string_view kTargetLabel = "目标: ";
+constexpr std::string_view kCompleted = " 完成";
+
+bool isRule(std::string_view text) {
+  return !text.empty() &&
+         (text.find_first_not_of('-') == text.npos || text.find_first_not_of('=') == text.npos);
+}
+
+// Whether the text has the target at the place: followed by the end, a blank or what the daemon
+// writes behind it.
+bool hasAt(std::string_view text, std::size_t at, std::string_view target) {
+  if (text.substr(at, target.size()) != target) return false;
+  const std::string_view rest = text.substr(at + target.size());
+  return rest.empty() || rest.front() == ' ';
+}
+
+}  // namespace
+
+LogLine logLineOf(std::string_view line) {
+  LogLine parts;
+  parts.whole = line;
+  std::string_view rest = line;
+  if (rest.size() > kStampLength + 1 && rest[0] == '[' && rest[kStampLength + 1] == ']') {
+    parts.stamp = rest.substr(1, kStampLength);
+    rest.remove_prefix(kStampLength + 2);
+    if (rest.starts_with(' ')) rest.remove_prefix(1);
+  }
+  if (!parts.stamp.empty() && rest.starts_with('[')) {
+    const std::size_t end = rest.find(']');
+    if (end != rest.npos) {
+      parts.category = rest.substr(1, end - 1);
+      rest.remove_prefix(end + 1);
+      if (rest.starts_with(' ')) rest.remove_prefix(1);
+    }
+  }
+  parts.text = rest;
+  return parts;
+}
+
+bool LogReader::isStillTheSame(int file, std::int64_t size_bytes) {
+  if (size_bytes < offset_) return false;
+  std::array<char, kRemembered> bytes{};
+  const auto length = static_cast<std::int64_t>(last_bytes_.size());
+  const ssize_t got = ::pread(file, bytes.data(), last_bytes_.size(), offset_ - length);
+  return got == length && std::equal(last_bytes_.begin(), last_bytes_.end(), bytes.begin());
+}
+
+std::vector<LogLine> LogReader::readNew() {
+  const Descriptor file(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
+    failCouldNot(path_ + ": " + reasonOf(errno));
+  }
+  if (!S_ISREG(status.st_mode)) failCouldNot(path_ + " is no regular file");
+  if (!isStillTheSame(file.get(), status.st_size)) {
+    offset_ = 0;
+    last_bytes_.clear();
+    unfinished_.clear();
+  }
+  std::vector<LogLine> lines;
+  std::string block(kBlockBytes, '\0');
+  while (offset_ < status.st_size) {
+    const auto wanted =
+        std::min<std::int64_t>(static_cast<std::int64_t>(block.size()), status.st_size - offset_);
+    const ssize_t got =
+        ::pread(file.get(), block.data(), static_cast<std::size_t>(wanted), offset_);
+    if (got <= 0) break;
+    offset_ += got;
+    const std::string_view read(block.data(), static_cast<std::size_t>(got));
+    last_bytes_ += read;
+    last_bytes_.erase(0, last_bytes_.size() - std::min(last_bytes_.size(), kRemembered));
+    for (const char c : read) {
+      if (c == '\n') {
+        lines.push_back(logLineOf(std::exchange(unfinished_, {})));
+      } else if (c != '\0') {
+        unfinished_ += c;
+      }
+    }
+  }
+  return lines;
+}
+
+bool LogFilter::names(const LogLine& line) const {
+  const std::size_t label = line.text.find(kTargetLabel);
+  if (label != line.text.npos && hasAt(line.text, label + kTargetLabel.size(), target_))
+    return true;
+  return hasAt(line.text, 0, target_) && line.text.find(" PID:") != line.text.npos;
+}
+
+void LogFilter::take(LogLine line, const std::function<void(const LogLine&)>& pass_on) {
+  if (target_.empty()) {
+    if (category_.empty() || line.category == category_) pass_on(line);
+    return;
+  }
+  const bool ends_block = line.text.ends_with(kCompleted);
+  if (isRule(line.text)) finish(pass_on);
+  block_.push_back(std::move(line));
+  if (ends_block) finish(pass_on);
+}
+
+void LogFilter::finish(const std::function<void(const LogLine&)>& pass_on) {
+  const std::vector<LogLine> block = std::exchange(block_, {});
+  if (std::none_of(block.begin(), block.end(),
+                   [this](const LogLine& line) { return names(line); })) {
+    return;
+  }
+  for (const LogLine& line : block) {
+    if (category_.empty() || line.category == category_) pass_on(line);
+  }
+}
+
+}  // namespace vorlatch::cli

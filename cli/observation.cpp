@@ -1,0 +1,158 @@
+#include "cli/observation.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+#include "cli/bands.h"
+#include "config/property_list_file.h"
+#include "config/status_file.h"
+#include "kernel/jetsam_readback.h"
+#include "kernel/process_settings.h"
+#include "platform/memorystatus.h"
+#include "platform/process_table.h"
+#include "rootprefix/libroot.h"
+#include "rootprefix/pref_path.h"
+
+namespace vorlatch::cli {
+namespace {
+
+constexpr const char* kDaemonName = "vorlatchd";
+constexpr std::uint32_t kPidPathBytes = 4096;
+
+std::string executableOf(std::int32_t pid) {
+  std::array<char, kPidPathBytes> path{};
+  return platform::proc_pidpath(pid, path.data(), kPidPathBytes) > 0 ? path.data() : "";
+}
+
+std::vector<std::int32_t> findDaemons(const std::vector<RunningProcess>& processes) {
+  const std::string program = daemonProgram();
+  std::error_code unresolved;
+  // The kernel names the file behind every link.
+  const std::string resolved = std::filesystem::canonical(program, unresolved).string();
+  std::vector<std::int32_t> found;
+  for (const RunningProcess& process : processes) {
+    if (process.name != kDaemonName) continue;
+    const std::string path = executableOf(process.pid);
+    if (path == program || (!unresolved && path == resolved)) found.push_back(process.pid);
+  }
+  return found;
+}
+
+bool isNewer(const std::optional<std::string>& path, const std::optional<std::string>& other) {
+  if (!path || !other) return false;
+  std::error_code missing;
+  const auto time = std::filesystem::last_write_time(*path, missing);
+  if (missing) return false;
+  const auto other_time = std::filesystem::last_write_time(*other, missing);
+  return missing || time > other_time;
+}
+
+}  // namespace
+
+std::string daemonProgram() {
+  std::array<char, kPathBufferBytes> buffer{};
+  const char* path = libroot_jbrootpath("/usr/libexec/vorlatchd", buffer.data());
+  return path != nullptr ? path : "";
+}
+
+Observation Observation::now() {
+  Observation observed;
+  observed.preferences = loadPreferences();
+  observed.targets = appConfigs(observed.preferences);
+  observed.preferences_are_newer_than_status =
+      isNewer(getPrefPath(kPreferencesFileName), getPrefPath(kStatusFileName));
+  observed.readStatus();
+  observed.processes = listRunningProcesses();
+  observed.running_ = runningProcessMapOf(observed.processes);
+  for (std::size_t i = 0; i < observed.processes.size(); ++i) {
+    observed.index_by_pid_.emplace(observed.processes[i].pid, i);
+  }
+  observed.daemon_pids = findDaemons(observed.processes);
+  observed.readPriorityList();
+  return observed;
+}
+
+void Observation::readStatus() {
+  const std::optional<std::string> path = getPrefPath(kStatusFileName);
+  if (!path) return;
+  for (const auto& [key, value] : readDictionary(*path)) {
+    const auto* entry = value.as<plist::Dictionary>();
+    if (entry == nullptr) continue;
+    const std::int32_t band = integerSetting(*entry, status_keys::kJetsamPriority);
+    status.insert_or_assign(
+        key, DaemonWrote{.pid = integerSetting(*entry, status_keys::kPid),
+                         .nice_value = integerSetting(*entry, status_keys::kNiceValue),
+                         .band = band == kNoJetsamPriority ? std::nullopt : std::optional(band)});
+  }
+}
+
+void Observation::readPriorityList() {
+  for (const auto& entry : fetchJetsamPriorityList()) {
+    list_.emplace(entry.pid, ListEntry{.band = entry.priority, .limit_mb = entry.limit});
+  }
+}
+
+std::int32_t Observation::pidForPass(const std::string& key) const {
+  return pidIn(running_, key);
+}
+
+std::int32_t Observation::pidForWatchTimer(const std::string& key) const {
+  return pidForBundleIDIn(processes, key);
+}
+
+std::int32_t Observation::pidOf(const std::string& key, const TargetSettings& settings) const {
+  const std::int32_t for_pass = pidForPass(key);
+  const DaemonWrote* held = written(key);
+  if (held == nullptr || held->pid == for_pass || checkInterval(settings) == 0) return for_pass;
+  return pidForWatchTimer(key) == held->pid ? held->pid : for_pass;
+}
+
+const RunningProcess* Observation::process(std::int32_t pid) const {
+  const auto entry = index_by_pid_.find(pid);
+  return entry == index_by_pid_.end() ? nullptr : &processes[entry->second];
+}
+
+const DaemonWrote* Observation::written(const std::string& key) const {
+  const auto entry = status.find(key);
+  return entry == status.end() ? nullptr : &entry->second;
+}
+
+KernelSays Observation::kernelSays(std::int32_t pid) const {
+  KernelSays says;
+  errno = 0;
+  const int nice_value = getNiceValue(pid);
+  if (nice_value != -1 || errno == 0) says.nice_value = nice_value;
+  if (const auto entry = list_.find(pid); entry != list_.end()) {
+    says.band = entry->second.band;
+    says.limit_mb = entry->second.limit_mb;
+  }
+  return says;
+}
+
+std::optional<std::int32_t> Observation::highestBand() const {
+  if (list_.empty()) return std::nullopt;
+  const bool is_times_ten = std::any_of(list_.begin(), list_.end(), [](const auto& entry) {
+    return entry.second.band > kHighestBandToIOS15;
+  });
+  return is_times_ten ? kHighestBandSinceIOS16 : kHighestBandToIOS15;
+}
+
+KernelDetails kernelDetails(std::int32_t pid) {
+  KernelDetails details;
+  platform::memorystatus_memlimit_properties limits{};
+  if (platform::memorystatus_control(platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES, pid, 0,
+                                     &limits, sizeof(limits)) == 0) {
+    details.active_limit_mb = limits.memlimit_active;
+    details.inactive_limit_mb = limits.memlimit_inactive;
+  }
+  const int managed = platform::memorystatus_control(
+      platform::MEMORYSTATUS_CMD_GET_PROCESS_IS_MANAGED, pid, 0, nullptr, 0);
+  if (managed >= 0) details.is_managed = managed != 0;
+  return details;
+}
+
+}  // namespace vorlatch::cli

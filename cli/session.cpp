@@ -1,0 +1,54 @@
+#include "cli/session.h"
+
+#include "cli/display_text.h"
+
+namespace vorlatch::cli {
+namespace {
+
+struct MakeJson {
+  Json operator()(bool value) const { return value; }
+  Json operator()(std::int64_t value) const { return value; }
+  Json operator()(std::uint64_t value) const { return value; }
+  Json operator()(double value) const { return value; }
+  Json operator()(const std::string& value) const { return value; }
+  Json operator()(const plist::Date& value) const { return {{"date", value.seconds_since_2001}}; }
+  Json operator()(const plist::Data& value) const {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string hexadecimal;
+    for (const char byte : value.bytes) {
+      hexadecimal += kDigits[static_cast<unsigned char>(byte) >> 4U];
+      hexadecimal += kDigits[static_cast<unsigned char>(byte) & 0xFU];
+    }
+    return {{"data", hexadecimal}};
+  }
+  Json operator()(const plist::Array& value) const {
+    Json list = Json::array();
+    for (const plist::Value& item : value) list.push_back(jsonOf(item));
+    return list;
+  }
+  Json operator()(const plist::Dictionary& value) const {
+    Json object = Json::object();
+    for (const auto& [key, item] : value) object[key] = jsonOf(item);
+    return object;
+  }
+};
+
+}  // namespace
+
+void print(const Session& session, const Json& json) {
+  session.terminal.out(json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+}
+
+void printLine(const Session& session, std::string_view line) {
+  session.terminal.out(visible(line) + "\n");
+}
+
+void printError(const Session& session, std::string_view line) {
+  session.terminal.err("vorlatchctl: " + visible(line) + "\n");
+}
+
+Json jsonOf(const plist::Value& value) {
+  return std::visit(MakeJson{}, value.storage());
+}
+
+}  // namespace vorlatch::cli

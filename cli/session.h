@@ -1,0 +1,33 @@
+// What every command is given, and how it answers.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "cli/terminal.h"
+#include "platform/plist_value.h"
+
+namespace vorlatch::cli {
+
+using Json = nlohmann::ordered_json;
+
+struct Session {
+  Terminal& terminal;
+  bool wants_json = false;
+};
+
+// One JSON value and a line end. Text that is not UTF-8 comes with replacement characters.
+void print(const Session& session, const Json& json);
+// One line that people and logs may see, cleaned of control characters.
+void printLine(const Session& session, std::string_view line);
+void printError(const Session& session, std::string_view line);
+
+// A stored value as JSON; a date as {"date": seconds since 2001}, data as {"data": hexadecimal}.
+Json jsonOf(const plist::Value& value);
+
+// null for nothing.
+template <typename T>
+Json jsonOf(const std::optional<T>& value) {
+  return value ? Json(*value) : Json();
+}
+
+}  // namespace vorlatch::cli

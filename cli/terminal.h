@@ -1,0 +1,34 @@
+// What a command talks to: its two outputs, and what is known of them. Tests put their own in
+// place.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace vorlatch::cli {
+
+enum class Colour { Plain, Bold, Dim, Red, Green, Yellow, Cyan };
+
+struct Terminal {
+  std::function<void(std::string_view)> out;
+  std::function<void(std::string_view)> err;
+  // Lets the time pass; returns early when interrupted.
+  std::function<void(std::chrono::milliseconds)> wait;
+  // Whether the user asked to stop, by Ctrl-C or a signal.
+  std::function<bool()> interrupted = [] { return false; };
+  // Columns of the terminal that `out` is; 0 when it is none. Asked anew for each picture.
+  std::function<std::size_t()> columns = [] { return std::size_t{0}; };
+  std::function<std::size_t()> rows = [] { return std::size_t{0}; };
+  bool has_colour = false;
+
+  // The text in the colour, or as it is where there are none.
+  [[nodiscard]] std::string in(Colour colour, std::string_view text) const;
+};
+
+// The process's own standard streams, with SIGINT, SIGTERM and SIGHUP caught for `interrupted`.
+Terminal processTerminal();
+
+}  // namespace vorlatch::cli

@@ -1,0 +1,77 @@
+#include "cli/verdict.h"
+
+#include <array>
+
+#include "cli/bands.h"
+#include "kernel/judgement.h"
+
+namespace vorlatch::cli {
+namespace {
+
+bool bandHolds(std::int32_t wanted, std::int32_t actual, std::int32_t highest) {
+  if (wanted == 0 || wanted == -1 || actual == wanted) return true;
+  const std::optional<std::int32_t> adapted = wanted > highest ? adaptedBand(wanted) : std::nullopt;
+  return adapted == actual;
+}
+
+bool limitHolds(std::int32_t wanted_mb, const std::optional<std::int32_t>& actual_mb) {
+  return !actual_mb || memoryLimitHolds(wanted_mb, *actual_mb);
+}
+
+bool everythingHolds(const TargetView& target, std::int32_t highest_band) {
+  const std::int32_t nice_value = target.now.nice_value.value_or(target.written->nice_value);
+  const std::optional<std::int32_t> band = target.now.band ? target.now.band : target.written->band;
+  return nice_value == target.wanted.nice_value && band &&
+         bandHolds(target.wanted.band, *band, highest_band) &&
+         limitHolds(target.wanted.active_limit_mb, target.details.active_limit_mb) &&
+         limitHolds(target.wanted.inactive_limit_mb, target.details.inactive_limit_mb);
+}
+
+Verdict judge(const Observation& observation, const TargetView& target) {
+  if (!observation.isSwitchedOn()) return Verdict::SwitchedOff;
+  if (target.pid == 0) {
+    return target.written == nullptr ? Verdict::NotRunning : Verdict::StaleStatus;
+  }
+  if (target.written == nullptr) return Verdict::NotAppliedYet;
+  if (target.written->pid != target.pid || observation.daemon_pids.empty()) {
+    return Verdict::StaleStatus;
+  }
+  // A user to whom the kernel shows no list: every adapted band counts.
+  const std::int32_t highest = observation.highestBand().value_or(kHighestBandToIOS15);
+  if (everythingHolds(target, highest)) return Verdict::Held;
+  return observation.preferences_are_newer_than_status ? Verdict::NotAppliedYet
+                                                       : Verdict::Overridden;
+}
+
+}  // namespace
+
+Wanted::Wanted(const TargetSettings& settings)
+    : band(integerSetting(settings, keys::kJetsamPriority)),
+      nice_value(niceValue(settings)),
+      active_limit_mb(integerSetting(settings, keys::kMemLimitActive)),
+      inactive_limit_mb(integerSetting(settings, keys::kMemLimitInactive)),
+      strips_managed(stripManaged(settings)),
+      interval_s(checkInterval(settings)) {}
+
+TargetView viewOf(const Observation& observation, const std::string& key,
+                  const TargetSettings& settings) {
+  TargetView target{.key = key, .wanted = Wanted(settings), .now = {}, .details = {}};
+  target.pid = observation.pidOf(key, settings);
+  target.process = observation.process(target.pid);
+  target.written = observation.written(key);
+  if (target.pid != 0) {
+    target.now = observation.kernelSays(target.pid);
+    target.details = kernelDetails(target.pid);
+  }
+  target.verdict = judge(observation, target);
+  return target;
+}
+
+const char* verdictText(Verdict verdict) {
+  static constexpr std::array<const char*, 6> kTexts = {"held",         "overridden by the system",
+                                                        "not running",  "not applied yet",
+                                                        "stale status", "switched off"};
+  return kTexts.at(static_cast<std::size_t>(verdict));
+}
+
+}  // namespace vorlatch::cli
