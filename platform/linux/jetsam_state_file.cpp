@@ -139,20 +139,6 @@ std::string readWhole(int descriptor, std::size_t size) {
   return bytes;
 }
 
-// Nothing only when the name is taken by what is not ours; no file and no sense are an empty table.
-std::optional<model::JetsamTable> load(const std::string& path, std::string_view boot_id) {
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  if (!file.isOpen()) {
-    if (errno == ENOENT) return model::JetsamTable{};
-    return std::nullopt;
-  }
-  off_t size = 0;
-  if (!isOwnRegularFile(file.get(), size)) return std::nullopt;
-  if (size > kFileSizeMax) return model::JetsamTable{};
-  const std::string bytes = readWhole(file.get(), static_cast<std::size_t>(size));
-  return decodeJetsamTable(bytes, boot_id).value_or(model::JetsamTable{});
-}
-
 // Gives the new file the name of the state in one step. Where there is a state the two change
 // places first: a rename over a file makes ext4 write the new one out to the disk, which takes many
 // times longer than the rest of the call.
@@ -226,6 +212,30 @@ std::optional<model::JetsamTable> decodeJetsamTable(std::string_view bytes,
   return table;
 }
 
+const model::JetsamTable* JetsamStateFile::load() {
+  const Descriptor file(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  const bool is_missing = !file.isOpen() && errno == ENOENT;
+  off_t size = 0;
+  if (!is_missing && (!file.isOpen() || !isOwnRegularFile(file.get(), size))) return nullptr;
+  std::string bytes;
+  if (!is_missing && size <= kFileSizeMax) bytes = readWhole(file.get(), sizeof(FileHeader));
+  if (bytes.size() < sizeof(FileHeader)) {
+    read_header_.clear();
+    read_table_ = {};
+  } else if (bytes != read_header_) {
+    read_header_ = bytes;
+    bytes += readWhole(file.get(), static_cast<std::size_t>(size) - bytes.size());
+    read_table_ = decodeJetsamTable(bytes, bootId()).value_or(model::JetsamTable{});
+  }
+  return &read_table_;
+}
+
+void JetsamStateFile::look(const std::function<void(const model::JetsamTable&)>& use) {
+  const std::lock_guard guard(mutex_);
+  const model::JetsamTable* table = in_memory_ ? &*in_memory_ : load();
+  use(table != nullptr ? *table : model::JetsamTable{});
+}
+
 void JetsamStateFile::update(const model::ProcessList& processes,
                              const std::function<void(model::JetsamTable&)>& use) {
   const std::lock_guard guard(mutex_);
@@ -234,13 +244,12 @@ void JetsamStateFile::update(const model::ProcessList& processes,
     return;
   }
   const Descriptor lock = openLocked(path_ + ".lock");
-  std::optional<model::JetsamTable> stored;
-  if (lock.isOpen()) stored = load(path_, bootId());
-  model::JetsamTable table = stored.value_or(model::JetsamTable{});
+  const model::JetsamTable* stored = lock.isOpen() ? load() : nullptr;
+  model::JetsamTable table = stored != nullptr ? *stored : model::JetsamTable{};
   use(table);
-  if (stored && table == *stored) return;
+  if (stored != nullptr && table == *stored) return;
   model::forgetDeadProcesses(table, processes);
-  if (stored && save(path_, encodeJetsamTable(table, bootId()))) return;
+  if (stored != nullptr && save(path_, encodeJetsamTable(table, bootId()))) return;
   in_memory_ = std::move(table);
 }
 

@@ -33,10 +33,21 @@ class JetsamStateFile {
   void update(const model::ProcessList& processes,
               const std::function<void(model::JetsamTable&)>& use);
 
+  // Runs `use` on the table as it is, without keeping any other process waiting or waiting for one:
+  // a state is replaced whole.
+  void look(const std::function<void(const model::JetsamTable&)>& use);
+
  private:
+  // Nothing only when the name is taken by what is not ours; no file and no sense are an empty
+  // table. Kept until the next call.
+  const model::JetsamTable* load();
+
   std::mutex mutex_;
   const std::string path_;
   std::optional<model::JetsamTable> in_memory_;
+  // What was read last, by the file's header, whose checksum covers the rest.
+  std::string read_header_;
+  model::JetsamTable read_table_;
 };
 
 }  // namespace vorlatch::platform

@@ -35,8 +35,6 @@ bool runsFromAppBundle(pid_t pid) {
 
 class MachineProcesses final : public model::ProcessList {
  public:
-  // Says of no process that it is an app: nothing asks that of the list, and it would cost a
-  // system call for each.
   [[nodiscard]] std::vector<model::LiveProcess> all() const override {
     std::vector<model::LiveProcess> processes;
     for (const std::int32_t pid : listProcessIds()) {
@@ -53,9 +51,10 @@ class MachineProcesses final : public model::ProcessList {
   [[nodiscard]] std::optional<model::LiveProcess> find(std::int32_t pid) const override {
     const std::optional<ProcessStat> stat = readProcessStat(pid);
     if (!stat || stat->has_exited) return std::nullopt;
-    return model::LiveProcess{
-        .pid = pid, .start_time = stat->start_time_ticks, .is_app = runsFromAppBundle(pid)};
+    return model::LiveProcess{.pid = pid, .start_time = stat->start_time_ticks};
   }
+
+  [[nodiscard]] bool isApp(std::int32_t pid) const override { return runsFromAppBundle(pid); }
 };
 
 model::Kernel thisKernel() {
@@ -65,20 +64,42 @@ model::Kernel thisKernel() {
           .caller_is_privileged = geteuid() == 0};
 }
 
+JetsamStateFile& sharedState() {
+  static JetsamStateFile& state = *new JetsamStateFile(runtimePath("jetsam.state"));
+  return state;
+}
+
 // Asks the model, with the state that all programs of this root share. A caller without privilege
 // gets the model's refusals alone, and the shared state never hears of it.
 template <typename Question>
 model::CallResult askModel(const Question& question) {
   const model::Kernel kernel = thisKernel();
   const MachineProcesses processes;
-  if (!kernel.caller_is_privileged) {
-    model::JetsamTable nothing_known;
-    return question(kernel, nothing_known, processes);
-  }
-  static JetsamStateFile& state = *new JetsamStateFile(runtimePath("jetsam.state"));
   model::CallResult result;
-  state.update(processes,
-               [&](model::JetsamTable& table) { result = question(kernel, table, processes); });
+  const auto ask = [&](model::JetsamTable& table) { result = question(kernel, table, processes); };
+  if (kernel.caller_is_privileged) {
+    sharedState().update(processes, ask);
+  } else {
+    model::JetsamTable nothing_known;
+    ask(nothing_known);
+  }
+  return result;
+}
+
+// Likewise a question that changes nothing.
+template <typename Question>
+model::CallResult consultModel(const Question& question) {
+  const model::Kernel kernel = thisKernel();
+  const MachineProcesses processes;
+  model::CallResult result;
+  const auto ask = [&](const model::JetsamTable& table) {
+    result = question(kernel, table, processes);
+  };
+  if (kernel.caller_is_privileged) {
+    sharedState().look(ask);
+  } else {
+    ask({});
+  }
   return result;
 }
 
@@ -131,6 +152,14 @@ std::int32_t callerOr(std::uint32_t who) {
 int memorystatus_control(std::uint32_t command, std::int32_t pid, std::uint32_t flags, void* buffer,
                          std::size_t buffersize) {
   ErrnoKeeper keeper;
+  if (model::isGetCommand(command)) {
+    return answer(keeper,
+                  consultModel([&](const model::Kernel& kernel, const model::JetsamTable& table,
+                                   const model::ProcessList& processes) {
+                    return model::memorystatusGet(kernel, table, processes, command, pid, flags,
+                                                  buffer, buffersize);
+                  }));
+  }
   return answer(keeper, askModel([&](const model::Kernel& kernel, model::JetsamTable& table,
                                      const model::ProcessList& processes) {
                   return model::memorystatusControl(kernel, table, processes, command, pid, flags,
@@ -148,8 +177,9 @@ int getpriority(int which, std::uint32_t who) {
     return errno == 0 ? value : keeper.fail(errno);
   }
   if (which != PRIO_DARWIN_ROLE) return keeper.fail(EINVAL);
-  return answer(keeper, askModel([pid](const model::Kernel& kernel, const model::JetsamTable& table,
-                                       const model::ProcessList& processes) -> model::CallResult {
+  return answer(keeper,
+                consultModel([pid](const model::Kernel& kernel, const model::JetsamTable& table,
+                                   const model::ProcessList& processes) -> model::CallResult {
                   const std::optional<model::LiveProcess> process = processes.find(pid);
                   if (!process) return {.result = -1, .error = ESRCH};
                   return {.result = model::recordOf(kernel, table, *process).darwin_role};

@@ -19,6 +19,12 @@ constexpr std::int32_t kDefaultBandAlias = -1;
 constexpr std::int32_t kIdleHeadAlias = -2;
 constexpr std::int32_t kLastDarwinRole = 6;
 
+struct View {
+  const Kernel& kernel;
+  const JetsamTable& table;
+  const ProcessList& processes;
+};
+
 struct Host {
   const Kernel& kernel;
   JetsamTable& table;
@@ -171,7 +177,7 @@ struct LongMemoryLimits {
 };
 static_assert(sizeof(LongMemoryLimits) == 24);
 
-CallResult getMemoryLimits(const Host& host, const Arguments& arguments) {
+CallResult getMemoryLimits(const View& host, const Arguments& arguments) {
   const bool size_valid = arguments.buffersize == sizeof(memorystatus_memlimit_properties) ||
                           arguments.buffersize == sizeof(LongMemoryLimits);
   if (arguments.pid == 0 || arguments.buffer == nullptr || !size_valid) return failure(EINVAL);
@@ -227,7 +233,7 @@ CallResult setManaged(const Host& host, const Arguments& arguments) {
   return success();
 }
 
-CallResult getManaged(const Host& host, const Arguments& arguments) {
+CallResult getManaged(const View& host, const Arguments& arguments) {
   if (arguments.pid == 0) return failure(EINVAL);
   const std::optional<LiveProcess> process = host.processes.find(arguments.pid);
   if (!process) return failure(ESRCH);
@@ -254,25 +260,32 @@ CallResult setFreezable(const Host& host, const Arguments& arguments) {
   return success();
 }
 
-CallResult dispatch(const Host& host, const Arguments& arguments) {
+CallResult dispatchGet(const View& host, const Arguments& arguments) {
   switch (arguments.command) {
     case platform::MEMORYSTATUS_CMD_GET_PRIORITY_LIST:
       return getPriorityList(host.kernel, host.table, host.processes, arguments.pid,
                              arguments.buffer, arguments.buffersize);
+    case platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES:
+      return getMemoryLimits(host, arguments);
+    case platform::MEMORYSTATUS_CMD_GET_PROCESS_IS_MANAGED:
+      return getManaged(host, arguments);
+    default:
+      return failure(EINVAL);
+  }
+}
+
+CallResult dispatchSet(const Host& host, const Arguments& arguments) {
+  switch (arguments.command) {
     case platform::MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES:
       return setPriorityProperties(host, arguments);
     case platform::MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES:
       return setMemoryLimits(host, arguments);
-    case platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES:
-      return getMemoryLimits(host, arguments);
     case platform::MEMORYSTATUS_CMD_ELEVATED_INACTIVEJETSAMPRIORITY_ENABLE:
       return setElevated(host, arguments, true);
     case platform::MEMORYSTATUS_CMD_ELEVATED_INACTIVEJETSAMPRIORITY_DISABLE:
       return setElevated(host, arguments, false);
     case platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_MANAGED:
       return setManaged(host, arguments);
-    case platform::MEMORYSTATUS_CMD_GET_PROCESS_IS_MANAGED:
-      return getManaged(host, arguments);
     case platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_FREEZABLE:
       return setFreezable(host, arguments);
     default:
@@ -316,14 +329,31 @@ void forgetDeadProcesses(JetsamTable& table, const ProcessList& processes) {
   });
 }
 
+bool isGetCommand(std::uint32_t command) {
+  return command == platform::MEMORYSTATUS_CMD_GET_PRIORITY_LIST ||
+         command == platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES ||
+         command == platform::MEMORYSTATUS_CMD_GET_PROCESS_IS_MANAGED;
+}
+
 CallResult memorystatusControl(const Kernel& kernel, JetsamTable& table,
                                const ProcessList& processes, std::uint32_t command,
                                std::int32_t pid, std::uint32_t flags, void* buffer,
                                std::size_t buffersize) {
+  if (isGetCommand(command)) {
+    return memorystatusGet(kernel, table, processes, command, pid, flags, buffer, buffersize);
+  }
   const bool open_to_all = command == platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_FREEZABLE;
   if (!kernel.caller_is_privileged && !open_to_all) return failure(EPERM);
   if (buffersize > kBufferSizeMax) return failure(EINVAL);
-  return dispatch({kernel, table, processes}, {command, pid, flags, buffer, buffersize});
+  return dispatchSet({kernel, table, processes}, {command, pid, flags, buffer, buffersize});
+}
+
+CallResult memorystatusGet(const Kernel& kernel, const JetsamTable& table,
+                           const ProcessList& processes, std::uint32_t command, std::int32_t pid,
+                           std::uint32_t flags, void* buffer, std::size_t buffersize) {
+  if (!kernel.caller_is_privileged) return failure(EPERM);
+  if (buffersize > kBufferSizeMax) return failure(EINVAL);
+  return dispatchGet({kernel, table, processes}, {command, pid, flags, buffer, buffersize});
 }
 
 CallResult setDarwinRole(const Kernel& kernel, JetsamTable& table, const ProcessList& processes,
@@ -332,7 +362,7 @@ CallResult setDarwinRole(const Kernel& kernel, JetsamTable& table, const Process
   if (!process) return failure(ESRCH);
   // The kernel lets everyone change processes of their own; the model does not know whose they are.
   if (!kernel.caller_is_privileged) return failure(EPERM);
-  if (!process->is_app) return failure(ENOTSUP);
+  if (!processes.isApp(pid)) return failure(ENOTSUP);
   if (role < 0 || role > kLastDarwinRole) return failure(EINVAL);
   JetsamRecord record = recordOf(kernel, table, *process);
   record.darwin_role = role;

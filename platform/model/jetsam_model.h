@@ -39,7 +39,6 @@ std::int32_t defaultBand(KernelGeneration generation);
 struct LiveProcess {
   std::int32_t pid = 0;
   std::uint64_t start_time = 0;
-  bool is_app = false;  // runs from an app bundle: Darwin roles apply to apps alone
 };
 
 // The processes that run now, zombies left out.
@@ -51,6 +50,8 @@ class ProcessList {
   virtual ~ProcessList() = default;
   [[nodiscard]] virtual std::vector<LiveProcess> all() const = 0;
   [[nodiscard]] virtual std::optional<LiveProcess> find(std::int32_t pid) const = 0;
+  // Whether a live process runs from an app bundle: Darwin roles apply to apps alone.
+  [[nodiscard]] virtual bool isApp(std::int32_t pid) const = 0;
   // Only their ids, for a host on which these are cheaper to have; zombies may be among them.
   [[nodiscard]] virtual std::vector<std::int32_t> ids() const;
 };
@@ -104,6 +105,13 @@ CallResult memorystatusControl(const Kernel& kernel, JetsamTable& table,
                                const ProcessList& processes, std::uint32_t command,
                                std::int32_t pid, std::uint32_t flags, void* buffer,
                                std::size_t buffersize);
+
+// Whether the command is one of those that change nothing, and the answer to such a one alone; the
+// call above answers them too.
+bool isGetCommand(std::uint32_t command);
+CallResult memorystatusGet(const Kernel& kernel, const JetsamTable& table,
+                           const ProcessList& processes, std::uint32_t command, std::int32_t pid,
+                           std::uint32_t flags, void* buffer, std::size_t buffersize);
 
 // setpriority with PRIO_DARWIN_ROLE: refused with ENOTSUP unless the process is an app
 // (xnu-11417.101.15, bsd/kern/kern_resource.c, proc_set_darwin_role).

@@ -27,11 +27,14 @@ class LiveProcesses : public model::ProcessList {
     return asLive(*process);
   }
 
+  [[nodiscard]] bool isApp(std::int32_t pid) const override {
+    const Process* process = device_->find(pid);
+    return process != nullptr && process->executable_path.find(".app/") != std::string::npos;
+  }
+
  private:
   static model::LiveProcess asLive(const Process& process) {
-    return {.pid = process.pid,
-            .start_time = process.start_time,
-            .is_app = process.executable_path.find(".app/") != std::string::npos};
+    return {.pid = process.pid, .start_time = process.start_time};
   }
 
   Device* device_;

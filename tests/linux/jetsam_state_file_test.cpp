@@ -23,6 +23,7 @@ class ThousandProcesses final : public model::ProcessList {
     if (pid > 1000) return std::nullopt;
     return model::LiveProcess{.pid = pid};
   }
+  [[nodiscard]] bool isApp(std::int32_t /*pid*/) const override { return false; }
 };
 
 const ThousandProcesses kThousandProcesses;
@@ -126,6 +127,31 @@ TEST(JetsamStateFile, WritesOnlyWhatChanged) {
   const auto written = std::filesystem::last_write_time(root / "state");
   EXPECT_EQ(read(file).records.size(), 1U);
   EXPECT_EQ(std::filesystem::last_write_time(root / "state"), written);
+}
+
+TEST(JetsamStateFile, ShowsWhatOthersChangeWhileTheyHoldTheLock) {
+  const TemporaryDirectory directory;
+  JetsamStateFile writer(directory / "state");
+  JetsamStateFile reader(directory / "state");
+  const auto band_seen = [&reader] {
+    std::int32_t band = -1;
+    reader.look([&band](const JetsamTable& table) {
+      const auto entry = table.records.find(7);
+      if (entry != table.records.end()) band = entry->second.effective_band;
+    });
+    return band;
+  };
+  EXPECT_EQ(band_seen(), -1);
+  for (const std::int32_t band : {10, 20, 10}) {
+    writer.update(kThousandProcesses,
+                  [band](JetsamTable& table) { table.records[7].effective_band = band; });
+    EXPECT_EQ(band_seen(), band);
+  }
+  writer.update(kThousandProcesses, [&](JetsamTable& table) {
+    table.records[7].effective_band = 30;
+    EXPECT_EQ(band_seen(), 10);
+  });
+  EXPECT_EQ(band_seen(), 30);
 }
 
 TEST(JetsamStateFile, ForgetsTheDeadWhenItWrites) {

@@ -50,6 +50,8 @@ inline CallResult refusal(int error) {
   return {.result = -1, .error = error};
 }
 
+inline constexpr std::int32_t kAppPid = 200;
+
 class FixedProcesses final : public ProcessList {
  public:
   explicit FixedProcesses(std::vector<LiveProcess> processes) : processes_(std::move(processes)) {}
@@ -60,13 +62,13 @@ class FixedProcesses final : public ProcessList {
     }
     return std::nullopt;
   }
+  [[nodiscard]] bool isApp(std::int32_t pid) const override { return pid == kAppPid; }
 
  private:
   std::vector<LiveProcess> processes_;
 };
 
 inline constexpr std::int32_t kDaemonPid = 100;
-inline constexpr std::int32_t kAppPid = 200;
 inline constexpr std::int32_t kOtherPid = 300;
 inline constexpr std::int32_t kGonePid = 999;
 
@@ -135,7 +137,7 @@ class Machine {
   Kernel kernel;
   JetsamTable table;
   FixedProcesses processes{{{.pid = kOtherPid, .start_time = 30},
-                            {.pid = kAppPid, .start_time = 20, .is_app = true},
+                            {.pid = kAppPid, .start_time = 20},
                             {.pid = kDaemonPid, .start_time = 10},
                             {.pid = 1, .start_time = 1},
                             {.pid = 0, .start_time = 0}}};
