@@ -1,44 +1,18 @@
 // The running-process map of this machine's processes, against its floor: the same calls of the
 // platform with nothing around them.
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <array>
-#include <csignal>
 #include <cstdint>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
+#include "benchmarks/crowd.h"
 #include "benchmarks/paired_timing.h"
 #include "platform/process_table.h"
 #include "proc/process_lookup.h"
 
 namespace vorlatch {
 namespace {
-
-// As many idle processes beside those that run anyway.
-class Crowd {
- public:
-  explicit Crowd(std::int64_t count) {
-    for (std::int64_t i = 0; i < count; ++i) {
-      const pid_t pid = fork();
-      if (pid == 0) {
-        while (true) pause();
-      }
-      if (pid > 0) pids_.push_back(pid);
-    }
-  }
-  Crowd(const Crowd&) = delete;
-  Crowd& operator=(const Crowd&) = delete;
-  ~Crowd() {
-    for (const pid_t pid : pids_) kill(pid, SIGKILL);
-    for (const pid_t pid : pids_) waitpid(pid, nullptr, 0);
-  }
-
- private:
-  std::vector<pid_t> pids_;
-};
 
 void floorOfTheMap() {
   const int needed = platform::proc_listpids(platform::PROC_ALL_PIDS, 0, nullptr, 0);
@@ -54,7 +28,7 @@ void floorOfTheMap() {
 }
 
 void runningProcessMap(benchmark::State& state) {
-  const Crowd crowd(state.range(0));
+  const benchmarks::Crowd crowd(state.range(0));
   benchmarks::PairedTiming timing;
   while (state.KeepRunning()) {
     timing.time(floorOfTheMap, [] { benchmark::DoNotOptimize(getRunningProcessMap()); });

@@ -21,6 +21,20 @@ constexpr const char* kFooter = R"(Examples:
 A target is an app's bundle identifier or a system daemon's process name.
 Exit status: 0 done, 1 a finding, 2 wrong usage, 3 could not.)";
 
+// Where several words may stand, the parser takes one in square brackets for a list. Behind this
+// character, which nobody types, a bracket is one like any other.
+constexpr char kNoList = '\x1f';
+
+void protectBrackets(std::vector<std::string>& words) {
+  for (std::string& word : words) {
+    if (word.starts_with('[')) word.insert(word.begin(), kNoList);
+  }
+}
+
+void unprotectBrackets(std::string& word) {
+  if (word.starts_with(kNoList)) word.erase(0, 1);
+}
+
 // The parser with the places that it writes to; they live as long as the request made of them.
 class Arguments {
  public:
@@ -36,6 +50,16 @@ class Arguments {
   }
 
   CLI::App& app() { return app_; }
+  void parse(std::vector<std::string> arguments) {
+    protectBrackets(arguments);
+    std::reverse(arguments.begin(), arguments.end());  // as the parser takes them
+    app_.parse(std::move(arguments));
+    for (std::string& word : words_) unprotectBrackets(word);
+    for (std::string& target : status_.targets) unprotectBrackets(target);
+    for (std::string* word : {&target_, &check_.file, &log_.target, &log_.category}) {
+      unprotectBrackets(*word);
+    }
+  }
   [[nodiscard]] bool wantsJson() const { return wants_json_; }
   [[nodiscard]] const std::function<ExitStatus(const Session&)>& run() const { return run_; }
 
@@ -48,9 +72,16 @@ class Arguments {
     return command;
   }
 
+  // The parser has a form for this, but shows its inner workings in the help.
+  static void addNegation(CLI::App* command, const char* name, bool& value,
+                          const char* description) {
+    command->add_flag_callback(
+        name, [&value] { value = false; }, description);
+  }
+
   void addEditOptions(CLI::App* command) {
     command->add_flag("--dry-run", edit_.is_dry_run, "show the difference and write nothing");
-    command->add_flag("!--no-apply", edit_.applies, "do not tell the daemon");
+    addNegation(command, "--no-apply", edit_.applies, "do not tell the daemon");
   }
 
   void addLooks() {
@@ -131,12 +162,13 @@ class Arguments {
                           "  vorlatchctl check\n  vorlatchctl check edited.plist --no-processes",
                           [this](const Session& session) { return checkCommand(session, check_); });
     check->add_option("FILE", check_.file, "the file; without one, the daemon's");
-    check->add_flag("!--no-processes", check_.looks_at_processes,
-                    "do not ask whether targets match a running process");
+    addNegation(check, "--no-processes", check_.looks_at_processes,
+                "do not ask whether targets match a running process");
     CLI::App* log = add("log", "the daemon's log",
                         "  vorlatchctl log -n 50\n  vorlatchctl log -f --category 内核",
                         [this](const Session& session) { return logCommand(session, log_); });
     log->add_option("-n,--lines", log_.lines, "the last so many lines; 0: all")
+        ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
     log->add_flag("-f,--follow", log_.follows, "go on with what comes, until Ctrl-C");
     log->add_option("--target", log_.target, "only what concerns this target");
@@ -183,6 +215,12 @@ void checkCommandName(const std::vector<std::string>& arguments) {
     if (!known) failWrongUsage("there is no command " + argument + suggestion(argument, names));
     return;
   }
+  const auto asks_for_help = [](const std::string& argument) {
+    return argument == "-h" || argument == "--help";
+  };
+  if (std::none_of(arguments.begin(), arguments.end(), asks_for_help)) {
+    failWrongUsage("a command is needed; vorlatchctl --help names them");
+  }
 }
 
 }  // namespace
@@ -190,9 +228,8 @@ void checkCommandName(const std::vector<std::string>& arguments) {
 Request parseArguments(std::vector<std::string> arguments) {
   checkCommandName(arguments);
   const auto parser = std::make_shared<Arguments>();
-  std::reverse(arguments.begin(), arguments.end());  // as the parser takes them
   try {
-    parser->app().parse(std::move(arguments));
+    parser->parse(std::move(arguments));
   } catch (const CLI::Success&) {  // --help, of the command named or of them all
     return {.wants_json = false, .run = [shown = parser->app().help()](const Session& session) {
               session.terminal.out(shown);
@@ -214,17 +251,20 @@ std::vector<std::string> commandNames() {
   return names;
 }
 
-std::vector<std::string> optionNames(const std::string& command) {
+std::vector<std::string> optionNames(const std::string& command, bool with_value_only) {
   Arguments parser;
   std::vector<std::string> names;
-  const auto addAll = [&names](const CLI::App* app) {
+  const auto add_all = [&](const CLI::App* app) {
     for (const CLI::Option* option : app->get_options()) {
+      if (with_value_only && option->get_expected_max() == 0) continue;
       for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+      if (!with_value_only) continue;
+      for (const std::string& name : option->get_snames()) names.push_back("-" + name);
     }
   };
-  addAll(&parser.app());
+  add_all(&parser.app());
   for (const CLI::App* each : parser.app().get_subcommands({})) {
-    if (each->get_name() == command) addAll(each);
+    if (each->get_name() == command) add_all(each);
   }
   return names;
 }

@@ -19,7 +19,8 @@ struct Request {
 Request parseArguments(std::vector<std::string> arguments);
 
 std::vector<std::string> commandNames();
-// The options of a command with their dashes, those of every command among them.
-std::vector<std::string> optionNames(const std::string& command);
+// The options of a command with their dashes, those of every command among them; or of these only
+// the ones that a value follows, short forms too.
+std::vector<std::string> optionNames(const std::string& command, bool with_value_only = false);
 
 }  // namespace vorlatch::cli

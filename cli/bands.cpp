@@ -38,7 +38,7 @@ std::optional<std::int32_t> bandNumber(std::string_view name) {
   const auto* const band = std::find_if(kBands.begin(), kBands.end(),
                                         [name](const Band& each) { return each.name == name; });
   if (band == kBands.end() || band->is_reserved) return std::nullopt;
-  return band->since_iOS16;
+  return band->since_ios16;
 }
 
 }  // namespace vorlatch::cli

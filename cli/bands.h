@@ -14,8 +14,8 @@ inline constexpr std::int32_t kNoSuchBand = -1;
 // those of earlier kernels times ten.
 struct Band {
   const char* name;
-  std::int32_t to_iOS15;  // kNoSuchBand where those kernels lack it
-  std::int32_t since_iOS16;
+  std::int32_t to_ios15;  // kNoSuchBand where those kernels lack it
+  std::int32_t since_ios16;
   bool is_reserved;  // a kernel that is asked for it makes it idle
 };
 

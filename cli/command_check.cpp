@@ -1,7 +1,9 @@
 // vorlatchctl check
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <map>
+#include <system_error>
 
 #include "cli/commands.h"
 #include "cli/nearest.h"
@@ -117,17 +119,28 @@ void checkProcesses(const Dictionary& preferences, Findings& findings) {
   }
 }
 
+// What stands at a path that gives no contents, though it is there and may be read.
+std::string whyNoFile(const std::string& path) {
+  std::error_code unknown;
+  const std::filesystem::file_status status = std::filesystem::status(path, unknown);
+  if (std::filesystem::is_directory(status)) return "is a directory";
+  return std::filesystem::is_regular_file(status) ? "is larger than 128 MB" : "is no regular file";
+}
+
 // What keeps the file from being read as preferences at all; nothing, and the dictionary, when
 // nothing does.
-std::optional<std::string> readAt(const std::string& path, Dictionary& preferences) {
+std::optional<std::string> readAt(const std::string& path, bool is_the_daemons,
+                                  Dictionary& preferences) {
   errno = 0;
   const std::optional<std::string> bytes = readFile(path, kMaxPropertyListBytes);
   if (!bytes) {
-    if (errno == ENOENT)
+    if (errno == ENOENT && !is_the_daemons) failCouldNot(path + ": there is no such file");
+    if (errno == ENOENT) {
       return "is missing: the daemon is switched off, and writes its default "
              "preset when it is started";
+    }
     if (errno != 0) failCouldNot(path + ": " + reasonOf(errno));
-    return "is no regular file of at most 128 MB; the daemon reads it as empty";
+    return whyNoFile(path) + "; the daemon reads it as empty";
   }
   if (bytes->empty()) return "is empty: the daemon is switched off";
   if (!isBoundedPropertyList(*bytes)) {
@@ -167,7 +180,7 @@ ExitStatus checkCommand(const Session& session, const CheckOptions& options) {
   const std::string path = options.file.empty() ? daemonFile(kPreferencesFileName) : options.file;
   Findings findings;
   Dictionary preferences;
-  if (const std::optional<std::string> obstacle = readAt(path, preferences)) {
+  if (const std::optional<std::string> obstacle = readAt(path, options.file.empty(), preferences)) {
     findings.push_back({{}, "unreadable", *obstacle});
   } else {
     checkTopLevel(preferences, findings);

@@ -5,6 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/nearest.h"
+#include "cli/observation.h"
 #include "cli/preferences_edit.h"
 #include "cli/settings_schema.h"
 #include "config/default_preset.h"
@@ -27,7 +28,7 @@ struct Difference {
 // The places at which the two differ; a dictionary that is new or gone counts by its entries.
 void collect(const Dictionary& before, const Dictionary& after,
              const std::vector<std::string>& above, std::vector<Difference>& differences) {
-  static const Dictionary kNothing;
+  static const Dictionary nothing;
   std::vector<std::string> keys;
   for (const auto& [key, value] : before) keys.push_back(key);
   for (const auto& [key, value] : after) {
@@ -44,8 +45,8 @@ void collect(const Dictionary& before, const Dictionary& after,
                                  (new_entries != nullptr || new_value == nullptr);
     const std::size_t count = differences.size();
     if (both_by_entries) {
-      collect(old_entries != nullptr ? *old_entries : kNothing,
-              new_entries != nullptr ? *new_entries : kNothing, path, differences);
+      collect(old_entries != nullptr ? *old_entries : nothing,
+              new_entries != nullptr ? *new_entries : nothing, path, differences);
     }
     const bool came_or_went = (old_value == nullptr) != (new_value == nullptr);
     const bool changed =
@@ -88,6 +89,9 @@ void report(const Session& session, const EditOptions& options, const Edit& edit
   }
   if (differences.empty()) printLine(session, "nothing to change");
   if (options.is_dry_run) printLine(session, "nothing was written");
+  if (!edit.after.contains(keys::kEnabled)) {
+    printLine(session, "the daemon is switched off; vorlatchctl enable switches it on");
+  }
 }
 
 void postApply() {
@@ -101,6 +105,28 @@ ExitStatus edit(const Session& session, const EditOptions& options,
   const Edit edit = editPreferences(change, !options.is_dry_run);
   const bool posts =
       options.applies && !options.is_dry_run && !isIdentical(edit.before, edit.after);
+  if (posts) postApply();
+  report(session, options, edit, posts);
+  return kDone;
+}
+
+// What cannot be read counts as nothing: it goes in any case.
+Dictionary readableAt(const std::string& path) {
+  try {
+    return readStoredPreferences(path).dictionary;
+  } catch (const Failure&) {
+    return {};
+  }
+}
+
+ExitStatus replaceFile(const Session& session, const EditOptions& options,
+                       const Dictionary& preferences) {
+  const std::string path = daemonFile(kPreferencesFileName);
+  const Descriptor lock = lockPreferences();
+  const Edit edit{.before = readableAt(path), .after = preferences};
+  const bool writes = !options.is_dry_run && !isIdentical(edit.before, edit.after);
+  if (writes) writeStoredPreferences(path, {.dictionary = preferences});
+  const bool posts = options.applies && writes;
   if (posts) postApply();
   report(session, options, edit, posts);
   return kDone;
@@ -147,7 +173,9 @@ ExitStatus setCommand(const Session& session, const EditOptions& options, const 
   Dictionary settings;
   for (const std::string& assignment : assignments) {
     const std::size_t equals = assignment.find('=');
-    if (equals == assignment.npos) failWrongUsage("\"" + assignment + "\" is not KEY=VALUE");
+    if (equals == assignment.npos || equals == 0) {
+      failWrongUsage("\"" + assignment + "\" is not KEY=VALUE");
+    }
     const SettingRule& rule = ruleOf(assignment.substr(0, equals));
     settings.insert_or_assign(rule.key, parseSetting(rule, assignment.substr(equals + 1)));
   }
@@ -193,16 +221,7 @@ ExitStatus switchCommand(const Session& session, const EditOptions& options, boo
 
 ExitStatus presetCommand(const Session& session, const EditOptions& options,
                          const PresetOptions& preset) {
-  if (preset.replaces_file) {
-    if (!options.is_dry_run) {
-      const Descriptor lock = lockPreferences();
-      writeStoredPreferences(daemonFile(kPreferencesFileName), {.dictionary = defaultPreset()});
-      if (options.applies) postApply();
-    }
-    report(session, options, {.before = {}, .after = defaultPreset()},
-           options.applies && !options.is_dry_run);
-    return kDone;
-  }
+  if (preset.replaces_file) return replaceFile(session, options, defaultPreset());
   return edit(session, options, [&](Dictionary& preferences) {
     Dictionary& targets = targetsOf(preferences);
     for (const auto& [key, settings] : appConfigs(defaultPreset())) {
@@ -217,6 +236,11 @@ ExitStatus presetCommand(const Session& session, const EditOptions& options,
 
 ExitStatus applyCommand(const Session& session) {
   postApply();
+  if (Observation::now({}).daemon_pids.empty()) {
+    failCouldNot(
+        "the daemon does not run, so nothing is applied; it applies what the preferences "
+        "say when it is started");
+  }
   if (session.wants_json) print(session, {{"applied", true}});
   return kDone;
 }

@@ -1,4 +1,5 @@
 // vorlatchctl log
+#include <algorithm>
 #include <deque>
 
 #include "cli/commands.h"
@@ -30,23 +31,32 @@ void show(const Session& session, const LogLine& line) {
     terminal.out(visible(line.whole) + "\n");
     return;
   }
-  std::string text = terminal.in(Colour::Dim, visible("[" + line.stamp + "]")) + " ";
+  std::string text = terminal.in(Colour::Dim, visible("[" + line.stamp + "]"));
   if (!line.category.empty()) {
-    text += terminal.in(Colour::Cyan, visible("[" + line.category + "]")) + " ";
+    text += " " + terminal.in(Colour::Cyan, visible("[" + line.category + "]"));
   }
-  terminal.out(text + terminal.in(colourOf(line), visible(line.text)) + "\n");
+  if (!line.text.empty()) text += " " + terminal.in(colourOf(line), visible(line.text));
+  terminal.out(text + "\n");
 }
 
-std::string withoutBrackets(const std::string& category) {
-  const bool bracketed = category.starts_with('[') && category.ends_with(']');
-  return bracketed ? category.substr(1, category.size() - 2) : category;
+// Empty for all of them.
+std::string categoryNamed(const std::string& text) {
+  const bool bracketed = text.starts_with('[') && text.ends_with(']');
+  std::string category = bracketed ? text.substr(1, text.size() - 2) : text;
+  const auto& known = logCategories();
+  if (!category.empty() && std::find(known.begin(), known.end(), category) == known.end()) {
+    std::string names;
+    for (const std::string& name : known) names += " " + name;
+    failWrongUsage("there is no category " + category + "; there are:" + names);
+  }
+  return category;
 }
 
 }  // namespace
 
 ExitStatus logCommand(const Session& session, const LogOptions& options) {
   LogReader reader(daemonFile(kLogFileName));
-  LogFilter filter(options.target, withoutBrackets(options.category));
+  LogFilter filter(options.target, categoryNamed(options.category));
   std::deque<LogLine> last;
   const auto keep = [&](const LogLine& line) {
     last.push_back(line);

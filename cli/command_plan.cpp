@@ -1,6 +1,7 @@
 // vorlatchctl plan
 #include "cli/bands.h"
 #include "cli/commands.h"
+#include "cli/preferences_edit.h"
 #include "cli/settings_schema.h"
 #include "cli/verdict.h"
 #include "kernel/judgement.h"
@@ -69,38 +70,56 @@ constexpr const char* kUnknown =
     "applied before, cannot be known from here: the running daemon passes over a target whose "
     "settings and process have not changed since.";
 
+struct Plan {
+  TargetView target;
+  std::vector<std::string> steps;
+  bool is_held;
+};
+
+Plan planFor(const Observation& observation, const std::string& key,
+             const TargetSettings& settings) {
+  // A freshly started daemon has written nothing: its first pass chooses.
+  Plan plan{.target = viewOf(observation, key, settings), .steps = {}, .is_held = false};
+  TargetView& target = plan.target;
+  const std::int32_t pid = observation.pidForPass(key);
+  plan.is_held = target.written != nullptr && pid != 0 && target.written->pid == pid;
+  if (target.pid != pid) {
+    target.pid = pid;
+    target.process = observation.process(pid);
+    target.now = observation.kernelSays(pid);
+  }
+  if (pid != 0) plan.steps = stepsFor(target, observation);
+  return plan;
+}
+
+Json jsonOfPlan(const Plan& plan) {
+  return {{"target", plan.target.key},
+          {"pid", plan.target.pid},
+          {"reason", reasonFor(plan.target)},
+          {"steps", plan.steps},
+          {"afterwards", afterwards(plan.target)},
+          {"held_already", plan.is_held}};
+}
+
+void show(const Session& session, const Plan& plan) {
+  printLine(session, plan.target.key + ": " + reasonFor(plan.target) +
+                         (plan.is_held ? " (held already)" : ""));
+  for (const std::string& step : plan.steps) printLine(session, "  " + step);
+  printLine(session, "  " + afterwards(plan.target));
+}
+
 }  // namespace
 
 ExitStatus planCommand(const Session& session) {
-  const Observation observation = Observation::now();
-  Json targets = Json::array();
-  std::string text;
+  const Observation observation =
+      Observation::now(readStoredPreferences(daemonFile(kPreferencesFileName)).dictionary);
+  std::vector<Plan> plans;
   for (const auto& [key, settings] : observation.targets) {
-    // A freshly started daemon has written nothing: its first pass chooses.
-    TargetView target = viewOf(observation, key, settings);
-    const std::int32_t pid = observation.pidForPass(key);
-    const bool is_held = target.written != nullptr && pid != 0 && target.written->pid == pid;
-    if (target.pid != pid) {
-      target.pid = pid;
-      target.process = observation.process(pid);
-      target.now = observation.kernelSays(pid);
-    }
-    const std::vector<std::string> steps =
-        pid != 0 ? stepsFor(target, observation) : std::vector<std::string>();
-    if (session.wants_json) {
-      targets.push_back({{"target", key},
-                         {"pid", pid},
-                         {"reason", reasonFor(target)},
-                         {"steps", steps},
-                         {"afterwards", afterwards(target)},
-                         {"held_already", is_held}});
-      continue;
-    }
-    text += key + ": " + reasonFor(target) + (is_held ? " (held already)" : "") + "\n";
-    for (const std::string& step : steps) text += "  " + step + "\n";
-    text += "  " + afterwards(target) + "\n";
+    plans.push_back(planFor(observation, key, settings));
   }
   if (session.wants_json) {
+    Json targets = Json::array();
+    for (const Plan& plan : plans) targets.push_back(jsonOfPlan(plan));
     print(session,
           {{"enabled", observation.isSwitchedOn()}, {"targets", targets}, {"unknown", kUnknown}});
     return kDone;
@@ -108,12 +127,8 @@ ExitStatus planCommand(const Session& session) {
   if (!observation.isSwitchedOn()) {
     printLine(session, "Switched off: the daemon would do nothing. Switched on, it would:");
   }
-  if (observation.targets.empty()) printLine(session, "no targets");
-  std::size_t begin = 0;
-  for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin)) {
-    printLine(session, std::string_view(text).substr(begin, end - begin));
-    begin = end + 1;
-  }
+  if (plans.empty()) printLine(session, "no targets");
+  for (const Plan& plan : plans) show(session, plan);
   printLine(session, kUnknown);
   return kDone;
 }

@@ -18,30 +18,29 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kLookInterval{50};
-// Between the last entry's removal from the status file and the end of that target's restoring: the
-// entry goes first.
-constexpr milliseconds kSettling{250};
+// Between the last entry's removal from the status file and the end of that target's restoring, as
+// the entry goes first; and where there is no entry, until the daemon has looked.
+constexpr milliseconds kSettling{500};
 
 // The preferences set aside, with a switched-off file in their place; put back when it goes,
 // whatever ends the command. Killed on the spot, it leaves both files, and the next release with
-// --keep-preferences puts them back.
+// --keep-preferences puts them back, unless somebody has edited the file in their place.
 class SetAside {
  public:
   SetAside()
       : path_(daemonFile(kPreferencesFileName)),
         aside_(path_ + ".released"),
         lock_(lockPreferences()) {
-    StoredPreferences off;
-    if (!fileExists(aside_)) {
-      off = readStoredPreferences(path_);
-      if (!off.exists) return;
-      // A second name for the file first, so that at no moment there is none.
-      if (::link(path_.c_str(), aside_.c_str()) != 0) failCouldNot(aside_ + ": " + reasonOf(errno));
+    StoredPreferences off = readStoredPreferences(path_);
+    if (fileExists(aside_)) off = leftByKilledRun(off);
+    if (!off.exists) return;
+    // A second name for the file first, so that at no moment there is none.
+    if (!fileExists(aside_) && ::link(path_.c_str(), aside_.c_str()) != 0) {
+      failCouldNot(aside_ + ": " + reasonOf(errno));
     }
     is_aside_ = true;
-    off.dictionary.insert_or_assign(keys::kEnabled, false);
     try {
-      writeStoredPreferences(path_, off);
+      writeStoredPreferences(path_, switchedOff(off));
     } catch (const Failure&) {
       static_cast<void>(putBack());
       throw;
@@ -59,6 +58,21 @@ class SetAside {
   [[nodiscard]] const std::string& aside() const { return aside_; }
 
  private:
+  static StoredPreferences switchedOff(StoredPreferences preferences) {
+    preferences.dictionary.insert_or_assign(keys::kEnabled, false);
+    return preferences;
+  }
+
+  // What stands aside, or, where the file in its place was edited since, what stands there.
+  StoredPreferences leftByKilledRun(const StoredPreferences& in_place) {
+    StoredPreferences left = readStoredPreferences(aside_);
+    const bool is_untouched = !in_place.exists || isIdentical(switchedOff(left).dictionary,
+                                                              switchedOff(in_place).dictionary);
+    if (is_untouched) return left;
+    if (::unlink(aside_.c_str()) != 0) failCouldNot(aside_ + ": " + reasonOf(errno));
+    return in_place;
+  }
+
   const std::string path_;
   const std::string aside_;
   const Descriptor lock_;  // until they are back: an edit in between would be lost
@@ -81,17 +95,17 @@ std::string joined(const std::vector<std::string>& words) {
   return text;
 }
 
-// Gives the targets that were handed back; a Failure when some never were.
+// Gives the targets that were handed back; a Failure when some never were. Though none is held, a
+// daemon that runs is told: it may be watching for one to start.
 std::vector<std::string> awaitRelease(const Session& session, std::chrono::seconds timeout) {
-  const std::vector<std::string> held = stillHeld();
-  if (held.empty()) return {};
+  std::vector<std::string> held = stillHeld();
   if (Observation::now().daemon_pids.empty()) {
+    if (held.empty()) return {};
     failCouldNot("the daemon does not run, so " + joined(held) +
                  " stay as they are until they end; start it and run this again");
   }
   if (!platform::postNotification(kApplyNotificationName)) {
-    failCouldNot("the notification could not be posted, and the daemon goes on holding " +
-                 joined(held));
+    failCouldNot("the notification could not be posted, and the daemon goes on as before");
   }
   std::vector<std::string> left = held;
   for (milliseconds waited{0}; waited < timeout && !left.empty(); waited += kLookInterval) {

@@ -72,8 +72,8 @@ ExitStatus bandsCommand(const Session& session) {
     Json bands = Json::array();
     for (const Band& band : jetsamBands()) {
       bands.push_back({{"name", band.name},
-                       {"to_ios15", number(band.to_iOS15)},
-                       {"since_ios16", band.since_iOS16},
+                       {"to_ios15", number(band.to_ios15)},
+                       {"since_ios16", band.since_ios16},
                        {"reserved", band.is_reserved}});
     }
     print(session, {{"bands", bands}});
@@ -81,8 +81,8 @@ ExitStatus bandsCommand(const Session& session) {
   }
   Table table({"NAME", "TO IOS 15", "SINCE IOS 16", ""});
   for (const Band& band : jetsamBands()) {
-    table.add({band.name, band.to_iOS15 == kNoSuchBand ? "-" : std::to_string(band.to_iOS15),
-               std::to_string(band.since_iOS16),
+    table.add({band.name, band.to_ios15 == kNoSuchBand ? "-" : std::to_string(band.to_ios15),
+               std::to_string(band.since_ios16),
                band.is_reserved ? "reserved: the kernel makes it idle" : ""});
   }
   session.terminal.out(table.text(session.terminal));

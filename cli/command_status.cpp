@@ -1,10 +1,12 @@
 // vorlatchctl status
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "cli/commands.h"
 #include "cli/display_text.h"
 #include "cli/nearest.h"
+#include "cli/preferences_edit.h"
 #include "cli/table.h"
 #include "cli/verdict.h"
 
@@ -50,7 +52,7 @@ std::string writtenText(const DaemonWrote* written) {
 }
 
 std::string managedCell(const TargetView& target) {
-  const std::string now = managedText(target.details.is_managed);
+  std::string now = managedText(target.details.is_managed);
   if (!target.wanted.strips_managed) return now;
   return wantedAndNow(*target.wanted.strips_managed ? "no" : "yes", now);
 }
@@ -146,7 +148,8 @@ struct Picture {
 };
 
 Picture take(const Session& session, const StatusOptions& options) {
-  const Observation observation = Observation::now();
+  const Observation observation =
+      Observation::now(readStoredPreferences(daemonFile(kPreferencesFileName)).dictionary);
   const std::vector<TargetView> views = lookAt(observation, options.targets);
   const bool overridden = std::any_of(views.begin(), views.end(), [](const TargetView& view) {
     return view.verdict == Verdict::Overridden;
@@ -167,16 +170,16 @@ Picture take(const Session& session, const StatusOptions& options) {
 
 // Draws over the last picture in one write, line by line, so that nothing flickers: what is left of
 // a longer line is erased behind it, and what is left of a longer picture below it. No more lines
-// than the terminal has, as it would scroll.
+// than the terminal has, and none that goes on in the next one, as it would scroll.
 std::string drawnOver(const std::string& picture, std::size_t rows) {
-  std::string drawn = "\x1b[H";
+  std::string drawn = "\x1b[?7l\x1b[H";
   std::size_t begin = 0;
   for (std::size_t row = 1; begin < picture.size() && (rows == 0 || row < rows); ++row) {
     const std::size_t end = picture.find('\n', begin);
     drawn += picture.substr(begin, end - begin) + "\x1b[K\n";
     begin = end + 1;
   }
-  return drawn + "\x1b[J";
+  return drawn + "\x1b[J\x1b[?7h";
 }
 
 }  // namespace
@@ -186,10 +189,15 @@ ExitStatus statusCommand(const Session& session, const StatusOptions& options) {
   const bool draws_over = options.watches && terminal.columns() > 0 && !session.wants_json;
   if (draws_over) terminal.out("\x1b[2J");
   while (true) {
+    const auto begin = std::chrono::steady_clock::now();
     const Picture picture = take(session, options);
     terminal.out(draws_over ? drawnOver(picture.text, terminal.rows()) : picture.text);
     if (!options.watches) return picture.status;
-    terminal.wait(std::chrono::seconds(options.interval_s));
+    // Looking takes no more than a hundredth of the time, however much there is to look at.
+    const auto taken = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::steady_clock::now() - begin);
+    terminal.wait(
+        std::max<std::chrono::milliseconds>(std::chrono::seconds(options.interval_s), 100 * taken));
     if (terminal.interrupted()) return picture.status;
   }
 }

@@ -31,7 +31,7 @@ ExitStatus setCommand(const Session& session, const EditOptions& options, const 
 ExitStatus unsetCommand(const Session& session, const EditOptions& options,
                         const std::string& target, const std::vector<std::string>& keys);
 ExitStatus removeCommand(const Session& session, const EditOptions& options,
-                         const std::vector<std::string>& targets);
+                         const std::vector<std::string>& removed);
 ExitStatus switchCommand(const Session& session, const EditOptions& options, bool on);
 struct PresetOptions {
   bool replaces_targets = false;  // also those that are configured already
@@ -49,7 +49,7 @@ struct ReleaseOptions {
 ExitStatus releaseCommand(const Session& session, const ReleaseOptions& options);
 
 ExitStatus planCommand(const Session& session);
-ExitStatus matchCommand(const Session& session, const std::string& text);
+ExitStatus matchCommand(const Session& session, const std::string& key);
 ExitStatus psCommand(const Session& session);
 
 struct CheckOptions {

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 #include "cli/arguments.h"
 #include "cli/bands.h"
+#include "cli/display_text.h"
+#include "cli/log_reader.h"
 #include "cli/settings_schema.h"
 #include "config/preferences.h"
-#include "platform/utf8.h"
 #include "proc/process_lookup.h"
 
 namespace vorlatch::cli {
@@ -32,7 +34,7 @@ Words configuredTargets() {
 Words runningNames() {
   std::set<std::string> names;
   for (const RunningProcess& process : listRunningProcesses()) {
-    if (isValidUtf8(process.name)) names.insert(process.name);
+    names.insert(process.name);
     if (process.bundle_identifier) names.insert(*process.bundle_identifier);
   }
   return {names.begin(), names.end()};
@@ -57,50 +59,62 @@ Words assignments(const std::string& unfinished) {
   return words;
 }
 
-// What may stand at the place of the word, the command being known.
-Words candidates(const std::string& command, std::size_t place, const std::string& unfinished) {
-  if (unfinished.starts_with('-')) return optionNames(command);
-  Words words;
-  const bool first = place == 0;
-  if (isOneOf(command, {"status", "remove"}) || (first && isOneOf(command, {"show", "unset"}))) {
-    words = configuredTargets();
-  } else if (first && command == "set") {
-    words = configuredTargets();
-    add(words, runningNames());
-  } else if (first && command == "match") {
-    words = runningNames();
-  } else if (command == "set") {
-    words = assignments(unfinished);
-  } else if (command == "unset") {
-    words = settingKeys();
+// What stands in front of the word to complete.
+struct Typed {
+  std::string command;
+  std::size_t place = 0;  // how many words of its own the command has
+  std::string option;     // the one whose value the word is
+};
+
+Typed typedBefore(const Words& words) {
+  Typed typed;
+  for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+    if (!std::exchange(typed.option, {}).empty()) continue;  // the value of the option before
+    if (words[i].starts_with('-')) {
+      if (isOneOf(words[i], optionNames(typed.command, true))) typed.option = words[i];
+    } else if (typed.command.empty()) {
+      typed.command = words[i];
+    } else {
+      ++typed.place;
+    }
   }
-  return words;
+  return typed;
+}
+
+Words valuesOf(const std::string& option) {
+  if (option == "--target") return configuredTargets();
+  if (option == "--category") return logCategories();
+  return {};
+}
+
+Words candidates(const Typed& typed, const std::string& unfinished) {
+  const std::string& command = typed.command;
+  const bool first = typed.place == 0;
+  if (!typed.option.empty()) return valuesOf(typed.option);
+  if (unfinished.starts_with('-')) return optionNames(command);
+  if (command.empty()) return commandNames();
+  if (first && command == "match") return runningNames();
+  if (first && command == "set") {
+    Words words = configuredTargets();
+    add(words, runningNames());
+    return words;
+  }
+  const bool takes_targets =
+      isOneOf(command, {"status", "remove"}) || (first && isOneOf(command, {"show", "unset"}));
+  if (takes_targets) return configuredTargets();
+  if (command == "set") return assignments(unfinished);
+  if (command == "unset") return settingKeys();
+  return {};
 }
 
 }  // namespace
 
 ExitStatus completeCommand(const Session& session, const std::vector<std::string>& words) {
   const std::string unfinished = words.empty() ? std::string() : words.back();
-  std::string command;
-  std::size_t place = 0;
-  for (std::size_t i = 0; i + 1 < words.size(); ++i) {
-    if (words[i].starts_with('-')) continue;
-    if (command.empty()) {
-      command = words[i];
-    } else {
-      ++place;
-    }
-  }
-  Words offered;
-  if (command.empty() && !unfinished.starts_with('-')) {
-    offered = commandNames();
-  } else {
-    offered = candidates(command, place, unfinished);
-  }
   std::set<std::string> shown;
-  for (const std::string& word : offered) {
-    // A name that would break the list apart is not offered.
-    const bool fits = word.find_first_of("\n\r") == word.npos;
+  for (const std::string& word : candidates(typedBefore(words), unfinished)) {
+    // A name that would break the list apart or command the terminal is not offered.
+    const bool fits = visible(word) == word;
     if (fits && word.starts_with(unfinished) && shown.insert(word).second) {
       session.terminal.out(word + "\n");
     }

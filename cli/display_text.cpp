@@ -16,12 +16,9 @@ struct Range {
 };
 
 // East Asian Wide and Fullwidth, by block: single unassigned places in them do not matter.
-constexpr std::array<Range, 17> kWide = {{{0x1100, 0x115F},
+constexpr std::array<Range, 14> kWide = {{{0x1100, 0x115F},
                                           {0x2E80, 0x303E},
-                                          {0x3041, 0x33FF},
-                                          {0x3400, 0x4DBF},
-                                          {0x4E00, 0x9FFF},
-                                          {0xA000, 0xA4CF},
+                                          {0x3041, 0xA4CF},
                                           {0xA960, 0xA97C},
                                           {0xAC00, 0xD7A3},
                                           {0xF900, 0xFAFF},
@@ -33,12 +30,22 @@ constexpr std::array<Range, 17> kWide = {{{0x1100, 0x115F},
                                           {0x1F900, 0x1F9FF},
                                           {0x20000, 0x2FFFD},
                                           {0x30000, 0x3FFFD}}};
-constexpr std::array<Range, 6> kWithoutWidth = {{{0x0300, 0x036F},
-                                                 {0x200B, 0x200F},
-                                                 {0x202A, 0x202E},
-                                                 {0x2060, 0x2064},
-                                                 {0xFE00, 0xFE0F},
-                                                 {0xFEFF, 0xFEFF}}};
+// What combines with the character before it: marks, the vowels and finals of Hangul, and formats.
+constexpr std::array<Range, 15> kWithoutWidth = {{{0x0300, 0x036F},
+                                                  {0x0483, 0x0489},
+                                                  {0x1160, 0x11FF},
+                                                  {0x1AB0, 0x1ACE},
+                                                  {0x1DC0, 0x1DFF},
+                                                  {0x200B, 0x200F},
+                                                  {0x202A, 0x202E},
+                                                  {0x2060, 0x2064},
+                                                  {0x20D0, 0x20F0},
+                                                  {0x302A, 0x302D},
+                                                  {0x3099, 0x309A},
+                                                  {0xD7B0, 0xD7FB},
+                                                  {0xFE00, 0xFE0F},
+                                                  {0xFE20, 0xFE2F},
+                                                  {0xFEFF, 0xFEFF}}};
 
 template <std::size_t n>
 bool isIn(const std::array<Range, n>& ranges, std::uint32_t character) {

@@ -26,15 +26,25 @@ bool isRule(std::string_view text) {
          (text.find_first_not_of('-') == text.npos || text.find_first_not_of('=') == text.npos);
 }
 
-// Whether the text has the target at the place: followed by the end, a blank or what the daemon
-// writes behind it.
-bool hasAt(std::string_view text, std::size_t at, std::string_view target) {
-  if (text.substr(at, target.size()) != target) return false;
-  const std::string_view rest = text.substr(at + target.size());
-  return rest.empty() || rest.front() == ' ';
+// Whether the text goes on with the target, and behind it with one of what the daemon writes there:
+// one target's key may begin with another's.
+template <std::size_t n>
+bool beginsWith(std::string_view text, std::string_view target,
+                const std::array<std::string_view, n>& behind) {
+  if (!text.starts_with(target)) return false;
+  const std::string_view rest = text.substr(target.size());
+  return std::any_of(behind.begin(), behind.end(),
+                     [rest](std::string_view words) { return rest.starts_with(words); });
 }
 
 }  // namespace
+
+const std::vector<std::string>& logCategories() {
+  static const std::vector<std::string>& categories = *new std::vector<std::string>{
+      "守护",       "内核", "配置", "进程",     "内存优先级", "内存限制",
+      "进程优先级", "系统", "恢复", "状态剥离", "环境适配",   "全局守护"};
+  return categories;
+}
 
 LogLine logLineOf(std::string_view line) {
   LogLine parts;
@@ -101,10 +111,12 @@ std::vector<LogLine> LogReader::readNew() {
 }
 
 bool LogFilter::names(const LogLine& line) const {
-  const std::size_t label = line.text.find(kTargetLabel);
-  if (label != line.text.npos && hasAt(line.text, label + kTargetLabel.size(), target_))
-    return true;
-  return hasAt(line.text, 0, target_) && line.text.find(" PID:") != line.text.npos;
+  static constexpr std::array<std::string_view, 4> kBehindLabelled = {" 已启动 PID: ", " 已退出",
+                                                                      " PID: ", " | 检测: "};
+  static constexpr std::array<std::string_view, 1> kBehindPlain = {" PID:"};
+  const std::string_view text = line.text;
+  if (!text.starts_with(kTargetLabel)) return beginsWith(text, target_, kBehindPlain);
+  return beginsWith(text.substr(kTargetLabel.size()), target_, kBehindLabelled);
 }
 
 void LogFilter::take(LogLine line, const std::function<void(const LogLine&)>& pass_on) {

@@ -19,6 +19,9 @@ struct LogLine {
 
 LogLine logLineOf(std::string_view line);
 
+// Every category that the daemon writes.
+const std::vector<std::string>& logCategories();
+
 // Follows a file that grows, is emptied in place and grows again.
 class LogReader {
  public:

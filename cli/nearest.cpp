@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstddef>
 #include <numeric>
+#include <utility>
 #include <vector>
 
 namespace vorlatch::cli {
@@ -15,17 +16,23 @@ bool isSameLetter(char a, char b) {
   return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
 }
 
-// Levenshtein's distance, one row of its table at a time.
+// Levenshtein's distance, in which two neighbours that changed places count once; the last three
+// rows of its table.
 std::size_t editsBetween(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> before_last(b.size() + 1);
+  std::vector<std::size_t> last(b.size() + 1);
   std::vector<std::size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
   for (std::size_t i = 1; i <= a.size(); ++i) {
-    std::size_t diagonal = row[0];
+    std::swap(before_last, last);
+    std::swap(last, row);
     row[0] = i;
     for (std::size_t j = 1; j <= b.size(); ++j) {
-      const std::size_t replaced = diagonal + (isSameLetter(a[i - 1], b[j - 1]) ? 0 : 1);
-      diagonal = row[j];
-      row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
+      const std::size_t replaced = last[j - 1] + (isSameLetter(a[i - 1], b[j - 1]) ? 0 : 1);
+      row[j] = std::min({replaced, last[j] + 1, row[j - 1] + 1});
+      const bool swapped =
+          i > 1 && j > 1 && isSameLetter(a[i - 1], b[j - 2]) && isSameLetter(a[i - 2], b[j - 1]);
+      if (swapped) row[j] = std::min(row[j], before_last[j - 2] + 1);
     }
   }
   return row.back();

@@ -8,8 +8,8 @@
 
 namespace vorlatch::cli {
 
-// The nearest of the words by edits of one character (case does not count), unless it takes more
-// than a third of the word.
+// The nearest of the words by edits of one character or swaps of two (case does not count), unless
+// it takes more than a third of the word.
 std::optional<std::string> nearest(std::string_view word, std::span<const std::string> words);
 
 // "; did you mean X?", or nothing when no word is near.

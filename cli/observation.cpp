@@ -1,5 +1,7 @@
 #include "cli/observation.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -28,16 +30,26 @@ std::string executableOf(std::int32_t pid) {
   return platform::proc_pidpath(pid, path.data(), kPidPathBytes) > 0 ? path.data() : "";
 }
 
+// The daemon of a tree that this program was installed with, wherever the tree stands.
+std::string daemonBesideThisProgram() {
+  const std::filesystem::path own = executableOf(getpid());
+  return (own.parent_path().parent_path() / "libexec" / kDaemonName).string();
+}
+
 std::vector<std::int32_t> findDaemons(const std::vector<RunningProcess>& processes) {
-  const std::string program = daemonProgram();
   std::error_code unresolved;
   // The kernel names the file behind every link.
-  const std::string resolved = std::filesystem::canonical(program, unresolved).string();
+  const std::array<std::string, 3> programs = {
+      daemonProgram(), std::filesystem::canonical(daemonProgram(), unresolved).string(),
+      daemonBesideThisProgram()};
   std::vector<std::int32_t> found;
   for (const RunningProcess& process : processes) {
     if (process.name != kDaemonName) continue;
     const std::string path = executableOf(process.pid);
-    if (path == program || (!unresolved && path == resolved)) found.push_back(process.pid);
+    // Where this user may not ask for the path, the name has to do.
+    const bool is_ours =
+        path.empty() || std::find(programs.begin(), programs.end(), path) != programs.end();
+    if (is_ours) found.push_back(process.pid);
   }
   return found;
 }
@@ -60,8 +72,12 @@ std::string daemonProgram() {
 }
 
 Observation Observation::now() {
+  return now(loadPreferences());
+}
+
+Observation Observation::now(plist::Dictionary preferences) {
   Observation observed;
-  observed.preferences = loadPreferences();
+  observed.preferences = std::move(preferences);
   observed.targets = appConfigs(observed.preferences);
   observed.preferences_are_newer_than_status =
       isNewer(getPrefPath(kPreferencesFileName), getPrefPath(kStatusFileName));

@@ -38,7 +38,9 @@ struct KernelDetails {
 
 class Observation {
  public:
-  // Looks, with one scan of the processes and one list from the kernel.
+  // Looks, with one scan of the processes and one list from the kernel. The preferences are those
+  // given, or what the daemon would read: nothing where the file cannot be read.
+  static Observation now(plist::Dictionary preferences);
   static Observation now();
 
   plist::Dictionary preferences;

@@ -5,9 +5,12 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -18,6 +21,7 @@
 #include "config/property_list_guard.h"
 #include "platform/binary_property_list.h"
 #include "platform/property_list.h"
+#include "platform/xml_scanner.h"
 #include "rootprefix/pref_path.h"
 
 namespace vorlatch::cli {
@@ -63,6 +67,73 @@ struct Identical {
   }
 };
 
+using Texts = std::set<std::string>;
+
+// What stands in the date elements of an XML list.
+Texts dateTexts(std::string_view xml) {
+  using Kind = plist::XmlToken::Kind;
+  plist::XmlScanner scanner(xml);
+  Texts texts;
+  bool is_in_date = false;
+  for (auto token = scanner.next(); token.kind != Kind::End && token.kind != Kind::Malformed;
+       token = scanner.next()) {
+    if (is_in_date && token.kind == Kind::Text) texts.emplace(token.content);
+    is_in_date = token.kind == Kind::Open && token.content == "date";
+  }
+  return texts;
+}
+
+void collectDates(const plist::Value& value, std::set<double>& dates) {
+  if (const auto* date = value.as<plist::Date>()) {
+    dates.insert(date->seconds_since_2001);
+  } else if (const auto* array = value.as<plist::Array>()) {
+    for (const plist::Value& item : *array) collectDates(item, dates);
+  } else if (const auto* dictionary = value.as<plist::Dictionary>()) {
+    for (const auto& [key, item] : *dictionary) collectDates(item, dates);
+  }
+}
+
+bool holdsNul(const plist::BinaryObject& text) {
+  const std::size_t unit = text.kind == plist::BinaryObject::Kind::Utf16String ? 2 : 1;
+  for (std::size_t i = 0; i < text.payload.size(); i += unit) {
+    if (plist::bigEndian(text.payload.substr(i, unit)) == 0) return true;
+  }
+  return false;
+}
+
+bool isAllOfBinary(const plist::Value& value, std::string_view bytes) {
+  using Kind = plist::BinaryObject::Kind;
+  const auto list = plist::BinaryPropertyList::open(bytes);
+  if (!list) return false;
+  std::set<double> dates;
+  collectDates(value, dates);
+  for (std::uint64_t i = 0; i < list->objectCount(); ++i) {
+    const auto object = list->object(i);
+    if (!object) continue;
+    const bool is_text = object->kind == Kind::AsciiString || object->kind == Kind::Utf16String;
+    if (is_text && holdsNul(*object)) return false;
+    if (object->kind == Kind::Date &&
+        !dates.contains(std::bit_cast<double>(plist::bigEndian(object->payload)))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Whether the value is all that the bytes say. Libraries written in C end a text at its first NUL,
+// and keep dates in 32 bits of seconds: what they gave cannot tell what they lost.
+bool isAllOf(const plist::Value& value, std::string_view bytes) {
+  if (plist::isBinaryPropertyList(bytes)) return isAllOfBinary(value, bytes);
+  const Texts dates = dateTexts(bytes);
+  if (dates.empty()) return true;
+  const Texts written = dateTexts(platform::writeXmlPropertyList(value));
+  return std::includes(written.begin(), written.end(), dates.begin(), dates.end());
+}
+
+[[noreturn]] void failUnwritable(const std::string& path) {
+  failCouldNot(path + " would hold something that cannot be written as it is; nothing is changed");
+}
+
 }  // namespace
 
 bool isIdentical(const plist::Value& a, const plist::Value& b) {
@@ -95,7 +166,9 @@ StoredPreferences readStoredPreferences(const std::string& path) {
     failCouldNot(path + " is no property list with a dictionary, and is left as it is; " +
                  "vorlatchctl check says more, vorlatchctl preset --replace-file starts afresh");
   }
+  const bool is_whole = isAllOf(*root, *bytes);
   return {.dictionary = std::move(*dictionary),
+          .is_whole = is_whole,
           .is_binary = plist::isBinaryPropertyList(*bytes),
           .exists = true};
 }
@@ -105,10 +178,7 @@ void writeStoredPreferences(const std::string& path, const StoredPreferences& pr
                                 ? platform::writeBinaryPropertyList(preferences.dictionary)
                                 : platform::writeXmlPropertyList(preferences.dictionary);
   const std::optional<plist::Value> back = propertyListIn(bytes);
-  if (!back || !isIdentical(*back, preferences.dictionary)) {
-    failCouldNot(path +
-                 " would hold something that cannot be written as it is; nothing is changed");
-  }
+  if (!back || !isIdentical(*back, preferences.dictionary)) failUnwritable(path);
   if (!writeFileAtomically(path, bytes)) failCouldNot(path + ": " + reasonOf(errno));
 }
 
@@ -122,6 +192,7 @@ Edit editPreferences(const std::function<void(plist::Dictionary&)>& change, bool
     change(preferences.dictionary);
     edit.after = preferences.dictionary;
     if (!writes || isIdentical(edit.before, edit.after)) return edit;
+    if (!preferences.is_whole) failUnwritable(path);
     // Not every editor takes the lock.
     if (FileIdentity(path) != read_one) continue;
     writeStoredPreferences(path, preferences);

@@ -97,12 +97,15 @@ std::optional<Fault> integerFaultOf(const SettingRule& rule, const plist::Value&
   const std::int32_t number = plist::int32Value(value);
   const bool is_integer =
       value.as<std::int64_t>() != nullptr || value.as<std::uint64_t>() != nullptr;
-  const std::string consequence = consequenceOf(rule, number);
+  std::string consequence = consequenceOf(rule, number);
   if (!is_integer) {
     std::string message = std::string("is ") + kindText(value) + " (" + settingText(value) +
                           ") and not an integer; the daemon reads it as " + std::to_string(number);
     if (!consequence.empty()) message += ", and " + consequence;
     return Fault{"wrong-type", message};
+  }
+  if (consequence.empty() && !isInRange(rule, plist::int64Value(value))) {
+    consequence = "the daemon makes it " + std::to_string(number);
   }
   if (consequence.empty()) return std::nullopt;
   return Fault{"out-of-range", "is " + settingText(value) + ", outside " +
@@ -128,7 +131,7 @@ struct SettingText {
   std::string operator()(std::uint64_t value) const { return std::to_string(value); }
   std::string operator()(double value) const {
     std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%g", value);
+    std::snprintf(text.data(), text.size(), "%.15g", value);
     return text.data();
   }
   std::string operator()(const std::string& value) const { return value; }
@@ -158,6 +161,7 @@ const SettingRule* settingRule(std::string_view key) {
 
 std::vector<std::string> settingKeys() {
   std::vector<std::string> keys;
+  keys.reserve(kRules.size());
   for (const SettingRule& rule : kRules) keys.emplace_back(rule.key);
   return keys;
 }

@@ -50,7 +50,7 @@ std::string Table::text(const Terminal& terminal) const {
   for (std::size_t i = 0; i < width.size(); ++i) to_the_right.push_back(isNumeric(i));
 
   std::string all;
-  const auto addLine = [&](const std::vector<Cell>& row) {
+  const auto add_line = [&](const std::vector<Cell>& row) {
     std::string line;
     for (std::size_t i = 0; i < row.size(); ++i) {
       const std::string shown = cutToWidth(visible(row[i].text), width[i]);
@@ -64,8 +64,8 @@ std::string Table::text(const Terminal& terminal) const {
   };
   std::vector<Cell> headings;
   for (const std::string& heading : headings_) headings.emplace_back(heading, Colour::Bold);
-  addLine(headings);
-  for (const auto& row : rows_) addLine(row);
+  add_line(headings);
+  for (const auto& row : rows_) add_line(row);
   return all;
 }
 

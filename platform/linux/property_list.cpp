@@ -1,6 +1,7 @@
 #include "platform/property_list.h"
 
-#include <cmath>
+#include <array>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -11,6 +12,7 @@
 
 #include <plist/plist.h>
 
+#include "platform/binary_property_list.h"
 #include "platform/linux/libplist_guard.h"
 #include "platform/utf8.h"
 
@@ -35,7 +37,6 @@ template <typename T>
 using Owned = std::unique_ptr<T, FreeMemory>;
 
 constexpr std::uint64_t kTopBit = std::uint64_t{1} << 63U;
-constexpr double kMicrosecond = 1e-6;
 
 // The library's XML, whole: a document with one root.
 std::string xmlOf(plist_t node) {
@@ -43,6 +44,14 @@ std::string xmlOf(plist_t node) {
   std::uint32_t length = 0;
   plist_to_xml(node, &text, &length);
   const Owned<char> owned(text);
+  return owned != nullptr ? std::string(owned.get(), length) : std::string();
+}
+
+std::string binaryOf(plist_t node) {
+  char* bytes = nullptr;
+  std::uint32_t length = 0;
+  plist_to_bin(node, &bytes, &length);
+  const Owned<char> owned(bytes);
   return owned != nullptr ? std::string(owned.get(), length) : std::string();
 }
 
@@ -66,6 +75,18 @@ Value integerOf(plist_t node) {
 Node nodeOf(std::uint64_t above_int64) {
   return parsed("<plist version=\"1.0\"><integer>" + std::to_string(above_int64) +
                 "</integer></plist>");
+}
+
+// ... nor makes a date of more, other than from the one object of a binary list.
+Node nodeOf(const Date& date) {
+  std::string bytes = "bplist00\x33";
+  auto bits = std::bit_cast<std::uint64_t>(date.seconds_since_2001);
+  for (int shift = 56; shift >= 0; shift -= 8) bytes += static_cast<char>(bits >> shift & 0xFFU);
+  constexpr std::array<char, 33> kOffsetAndTrailer = {8, 0, 0, 0, 0, 0, 0, 1, 1, 0, 0,
+                                                      0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0,
+                                                      0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 17};
+  bytes.append(kOffsetAndTrailer.data(), kOffsetAndTrailer.size());
+  return parsed(bytes);
 }
 
 std::optional<Value> valueOf(plist_t node);
@@ -121,11 +142,13 @@ Value realOf(plist_t node) {
   return {value};
 }
 
+// ... and tells the seconds of a date in 32 bits, but keeps and writes a real.
 Value dateOf(plist_t node) {
-  std::int32_t seconds = 0;
-  std::int32_t microseconds = 0;
-  plist_get_date_val(node, &seconds, &microseconds);
-  return {Date{seconds + microseconds * kMicrosecond}};
+  const std::string bytes = binaryOf(node);
+  const auto list = plist::BinaryPropertyList::open(bytes);
+  const auto date = list ? list->object(list->rootIndex()) : std::nullopt;
+  if (!date || date->kind != plist::BinaryObject::Kind::Date) return {Date{}};
+  return {Date{std::bit_cast<double>(plist::bigEndian(date->payload))}};
 }
 
 Value dataOf(plist_t node) {
@@ -186,11 +209,7 @@ struct MakeNode {
   Node operator()(std::uint64_t value) const { return nodeOf(value); }
   Node operator()(double value) const { return Node(plist_new_real(value)); }
   Node operator()(const std::string& value) const { return Node(plist_new_string(value.c_str())); }
-  Node operator()(const Date& value) const {
-    const double seconds = std::floor(value.seconds_since_2001);
-    const double microseconds = std::round((value.seconds_since_2001 - seconds) / kMicrosecond);
-    return Node(plist_new_date(plist::int32Value(seconds), plist::int32Value(microseconds)));
-  }
+  Node operator()(const Date& value) const { return nodeOf(value); }
   Node operator()(const Data& value) const {
     return Node(plist_new_data(value.bytes.data(), value.bytes.size()));
   }
@@ -228,11 +247,7 @@ std::string writeXmlPropertyList(const Value& value) {
 }
 
 std::string writeBinaryPropertyList(const Value& value) {
-  char* bytes = nullptr;
-  std::uint32_t length = 0;
-  plist_to_bin(nodeOf(value).get(), &bytes, &length);
-  const Owned<char> owned(bytes);
-  return owned != nullptr ? std::string(owned.get(), length) : std::string();
+  return binaryOf(nodeOf(value).get());
 }
 
 }  // namespace vorlatch::platform

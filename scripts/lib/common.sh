@@ -139,7 +139,7 @@ shellFiles() {
   filesNamed '*' | (
     cd "$root"
     while IFS= read -r file; do
-      if [[ $file == *.sh ]] || head -c 64 "$file" | head -n 1 | grep -aqE '^#!.*\b(ba)?sh$'; then
+      if [[ $file == *.@(sh|bash) ]] || head -c 64 "$file" | head -n 1 | grep -aqE '^#!.*\b(ba)?sh$'; then
         printf '%s\n' "$file"
       fi
     done

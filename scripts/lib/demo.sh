@@ -6,7 +6,7 @@ target_names=(SpringBoard backboardd dasd kbd runningboardd sharingd WeChat)
 # By target name, the process id.
 declare -A target_pids=()
 daemon_pid=0
-log_lines_shown=0
+log_lines_seen=0
 
 # Takes a root that no other run uses at the moment. Beside one in a process namespace of its own
 # another may run, in a second root; in a shared one their targets would be taken for each other.
@@ -24,8 +24,6 @@ takeRoot() {
 
 prepareDemo() {
   takeRoot
-  preferences=$jbroot/var/mobile/Library/Preferences/com.zel.vorlatch.plist
-  status=$jbroot/var/mobile/Library/Preferences/com.zel.vorlatch.status.plist
   log=$jbroot/var/mobile/Library/Preferences/Vorlatch.log
   rm -rf "${jbroot:?}/var" "$jbroot/targets" "$jbroot/Applications"
   quietly "$jbroot.log" cmake --install "$root/build/release" --prefix "$jbroot" ||
@@ -101,7 +99,11 @@ startDaemon() {
   await 5 "the daemon's log" test -s "$log"
 }
 
-apply() { "$jbroot/usr/bin/vorlatchctl" apply; }
+# Runs vorlatchctl, and shows it as a user would type it.
+control() {
+  say "\$ vorlatchctl $*"
+  "$jbroot/usr/bin/vorlatchctl" "$@"
+}
 
 # Ends what this run started, by id; the rest of the script's jobs is the view of the log.
 endDemo() {
@@ -110,17 +112,14 @@ endDemo() {
   for pid in $(jobs -p); do stopProcess "$pid"; done
 }
 
-newLog() { tail -n "+$((log_lines_shown + 1))" "$log"; }
+newLog() { tail -n "+$((log_lines_seen + 1))" "$log"; }
 
 newLogHas() { newLog | grep -E "$1" >/dev/null; }
 
-# Waits for a line of the log not shown before, then shows all that came.
-showLogUntil() {
-  local lines
+# Waits for a line of the log that came since the last time.
+awaitLog() {
   await 10 "the log line \"$1\"" newLogHas "$1"
-  mapfile -t lines < <(newLog)
-  printf '  | %s\n' "${lines[@]}"
-  log_lines_shown=$((log_lines_shown + ${#lines[@]}))
+  log_lines_seen=$(wc -l <"$log")
 }
 
 # Kept running as the system's own launcher would, so that one may be killed to see what happens.
@@ -139,12 +138,29 @@ sayWhatIsRefused() {
     say "Without root's rights nice values below 0 are refused here; the log shows each refusal."
 }
 
+# Writes a script that runs a command where the targets run: seen from elsewhere they have other
+# process ids than the daemon knows.
+writeEnter() {
+  local enter=$jbroot/enter within=()
+  if [[ -n ${VORLATCH_RUN_INSIDE-} ]]; then
+    local namespaces=/proc/$VORLATCH_RUN_INSIDE/ns
+    within=(nsenter "--mount=$namespaces/mnt" "--pid=$namespaces/pid_for_children")
+    ((EUID == 0)) || within+=("--user=$namespaces/user" --preserve-credentials)
+  fi
+  within+=(env -C "$jbroot" "PATH=$jbroot/usr/bin:$PATH")
+  printf '#!/usr/bin/env bash\nexec %s "$@"\n' "${within[*]@Q}" >"$enter"
+  chmod +x "$enter"
+}
+
 stayInView() {
+  writeEnter
   say "The daemon runs until Ctrl-C; this is its log. To try things out, in another terminal:"
-  say "  edit    $preferences"
-  say "  then    $jbroot/usr/bin/vorlatchctl apply"
-  say "  see     ps -o pid,ni,comm -C vorlatchd$(printf ',%s' "${target_names[@]}")"
-  say "  and     cat $status"
+  say "  $jbroot/enter bash"
+  say "and there, for a start:"
+  say "  vorlatchctl status --watch"
+  say "  vorlatchctl set kbd NiceValue=5"
+  say "  vorlatchctl disable"
+  say "  vorlatchctl --help"
   sayWhatIsRefused
   say
   startDaemon

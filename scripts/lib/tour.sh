@@ -14,38 +14,6 @@ showProcesses() {
   ps -o pid,ni,comm -p ${pids// /,} | sed 's/^/  /'
 }
 
-showStatus() {
-  python3 - "$status" <<'PYTHON'
-import plistlib
-import sys
-
-with open(sys.argv[1], "rb") as file:
-    entries = plistlib.load(file)
-for key, entry in entries.items():
-    print(f"  {key:16} pid {entry['pid']:<6} nice {entry['n']:<4} jetsam band {entry['p']}")
-if not entries:
-    print("  (no entry)")
-PYTHON
-}
-
-# editPreferences STATEMENT: changes the list as another program would, and replaces the file whole.
-editPreferences() {
-  python3 - "$preferences" "$1" <<'PYTHON'
-import os
-import plistlib
-import sys
-
-path, statement = sys.argv[1:]
-with open(path, "rb") as file:
-    preferences = plistlib.load(file)
-exec(statement, {"preferences": preferences})
-with open(path + ".edited", "wb") as file:
-    plistlib.dump(preferences, file)
-os.chmod(path + ".edited", 0o666)
-os.replace(path + ".edited", path)
-PYTHON
-}
-
 tourOfStart() {
   heading "1. Before" "Seven small processes stand for the ones that the default preset names."
   showProcesses
@@ -53,42 +21,40 @@ tourOfStart() {
   heading "2. The daemon starts" \
     "It writes the default preset, as there are no preferences yet, and applies it after 150 ms."
   startDaemon
-  showLogUntil '\[守护\] sharingd PID:[0-9]+ 完成$'
+  awaitLog '\[守护\] sharingd PID:[0-9]+ 完成$'
+  control log
   say
   showProcesses
 
-  heading "3. The status file" "Other programs read here what the kernel says of each target."
-  say "  $status"
-  showStatus
+  heading "3. What it holds" "What the daemon wrote of each target, beside what the kernel says now."
+  control status
 }
 
 tourOfChanges() {
-  heading "4. An edit" "Another program sets kbd to nice 5 in the preferences and posts the notification."
-  editPreferences 'preferences["AppConfigs"]["kbd"]["NiceValue"] = 5'
-  apply
-  showLogUntil '\[守护\] kbd PID:[0-9]+ 完成$'
-  say
-  showProcesses
+  heading "4. An edit" "kbd is to have nice 5. The daemon is told, and applies what has changed."
+  control set kbd NiceValue=5
+  awaitLog '\[守护\] kbd PID:[0-9]+ 完成$'
+  control log --target kbd -n 8
+  control status kbd
 
-  heading "5. A restart" "dasd ends and is started again; after each, the notification is posted."
+  heading "5. A restart" "dasd ends and is started again; after each, the daemon is told to look."
   stopTarget dasd
-  apply
-  showLogUntil '\[进程\] 目标: dasd 已退出'
+  control apply
+  awaitLog '\[进程\] 目标: dasd 已退出'
   startTarget dasd
-  apply
-  showLogUntil '\[守护\] dasd PID:[0-9]+ 完成$'
+  control apply
+  awaitLog '\[守护\] dasd PID:[0-9]+ 完成$'
+  control log --target dasd -n 10
 }
 
 tourOfEnd() {
   heading "6. Switched off" "Every target is handed back to the system; the daemon waits on."
-  editPreferences 'preferences["Enabled"] = False'
-  apply
-  showLogUntil '\[守护\] sharingd PID:[0-9]+$'
+  control disable
+  awaitLog '\[守护\] sharingd PID:[0-9]+$'
+  control log --category 恢复
+  control status
   say
   showProcesses
-  say
-  say "  $status"
-  showStatus
 }
 
 showTour() {

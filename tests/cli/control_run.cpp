@@ -5,8 +5,8 @@
 
 namespace vorlatch::tests {
 
-void PrintTo(const Output& output, std::ostream* stream) {
-  *stream << "status " << output.status << "\nout:\n" << output.out << "err:\n" << output.err;
+std::ostream& operator<<(std::ostream& stream, const Output& output) {
+  return stream << "status " << output.status << "\nout:\n" << output.out << "err:\n" << output.err;
 }
 
 ControlStory::ControlStory() {

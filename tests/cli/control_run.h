@@ -20,7 +20,7 @@ struct Output {
   friend bool operator==(const Output&, const Output&) = default;
 };
 
-void PrintTo(const Output& output, std::ostream* stream);
+std::ostream& operator<<(std::ostream& stream, const Output& output);
 
 // A story with a daemon's program in it, and a terminal to type commands at. Waiting lets the
 // story's time pass.
