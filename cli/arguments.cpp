@@ -56,9 +56,8 @@ class Arguments {
     app_.parse(std::move(arguments));
     for (std::string& word : words_) unprotectBrackets(word);
     for (std::string& target : status_.targets) unprotectBrackets(target);
-    for (std::string* word : {&target_, &check_.file, &log_.target, &log_.category}) {
-      unprotectBrackets(*word);
-    }
+    for (std::string* word : {&target_, &log_.target, &log_.category}) unprotectBrackets(*word);
+    if (check_.file) unprotectBrackets(*check_.file);
   }
   [[nodiscard]] bool wantsJson() const { return wants_json_; }
   [[nodiscard]] const std::function<ExitStatus(const Session&)>& run() const { return run_; }
@@ -168,7 +167,7 @@ class Arguments {
                         "  vorlatchctl log -n 50\n  vorlatchctl log -f --category 内核",
                         [this](const Session& session) { return logCommand(session, log_); });
     log->add_option("-n,--lines", log_.lines, "the last so many lines; 0: all")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0, 1'000'000))
         ->capture_default_str();
     log->add_flag("-f,--follow", log_.follows, "go on with what comes, until Ctrl-C");
     log->add_option("--target", log_.target, "only what concerns this target");

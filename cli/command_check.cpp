@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <system_error>
 
 #include "cli/commands.h"
@@ -99,23 +100,34 @@ void checkTargets(const Dictionary& preferences, Findings& findings) {
   }
 }
 
+// The processes that a target's settings may be applied to: a pass's, and its watch timer's.
+std::set<std::int32_t> pidsFor(const Observation& observation, const std::string& target,
+                               const TargetSettings& settings) {
+  std::set<std::int32_t> pids{observation.pidForPass(target)};
+  if (checkInterval(settings) > 0) pids.insert(observation.pidForWatchTimer(target));
+  pids.erase(0);
+  return pids;
+}
+
 void checkProcesses(const Dictionary& preferences, Findings& findings) {
   const Observation observation = Observation::now();
   std::map<std::int32_t, std::string> target_by_pid;
   for (const auto& [target, settings] : appConfigs(preferences)) {
-    const std::int32_t pid = observation.pidForPass(target);
-    if (pid == 0) {
+    const std::set<std::int32_t> pids = pidsFor(observation, target, settings);
+    if (pids.empty()) {
       findings.push_back({{keys::kAppConfigs, target},
                           "no-match",
                           "is the name or bundle identifier of no process that runs now"});
-      continue;
     }
-    const auto [other, is_first] = target_by_pid.emplace(pid, target);
-    if (is_first) continue;
-    findings.push_back({{keys::kAppConfigs, target},
-                        "same-process",
-                        "finds the same process as " + other->second + " (" + std::to_string(pid) +
-                            "): both are applied to it, one after the other"});
+    for (const std::int32_t pid : pids) {
+      const auto [other, is_first] = target_by_pid.emplace(pid, target);
+      if (is_first) continue;
+      findings.push_back({{keys::kAppConfigs, target},
+                          "same-process",
+                          "finds the same process as " + other->second + " (" +
+                              std::to_string(pid) +
+                              "): both are applied to it, one after the other"});
+    }
   }
 }
 
@@ -139,6 +151,7 @@ std::optional<std::string> readAt(const std::string& path, bool is_the_daemons,
       return "is missing: the daemon is switched off, and writes its default "
              "preset when it is started";
     }
+    if (errno == ELOOP) return "is a link to itself; the daemon reads it as empty";
     if (errno != 0) failCouldNot(path + ": " + reasonOf(errno));
     return whyNoFile(path) + "; the daemon reads it as empty";
   }
@@ -177,10 +190,10 @@ void report(const Session& session, const std::string& path, const Findings& fin
 }  // namespace
 
 ExitStatus checkCommand(const Session& session, const CheckOptions& options) {
-  const std::string path = options.file.empty() ? daemonFile(kPreferencesFileName) : options.file;
+  const std::string path = options.file ? *options.file : daemonFile(kPreferencesFileName);
   Findings findings;
   Dictionary preferences;
-  if (const std::optional<std::string> obstacle = readAt(path, options.file.empty(), preferences)) {
+  if (const std::optional<std::string> obstacle = readAt(path, !options.file, preferences)) {
     findings.push_back({{}, "unreadable", *obstacle});
   } else {
     checkTopLevel(preferences, findings);

@@ -120,14 +120,16 @@ void lookAtKernel(Doctor& doctor, const Observation& observation) {
   const std::optional<int> major = darwinMajor(system);
   std::optional<std::int32_t> by_version;
   if (major) by_version = *major < kDarwinOfIOS16 ? kHighestBandToIOS15 : kHighestBandSinceIOS16;
+  // The daemon asks for the highest: another band than that of a generation says nothing of it.
   std::optional<std::int32_t> by_daemon;
   if (!observation.daemon_pids.empty()) {
     by_daemon = observation.kernelSays(observation.daemon_pids.front()).band;
   }
+  if (by_daemon != kHighestBandToIOS15 && by_daemon != kHighestBandSinceIOS16) by_daemon.reset();
   const std::string name = std::string(system.sysname) + " " + system.release;
   doctor.report["kernel"] = {{"system", name},
                              {"highest_band_by_version", jsonOf(by_version)},
-                             {"band_of_daemon", jsonOf(by_daemon)}};
+                             {"highest_band_by_daemon", jsonOf(by_daemon)}};
   doctor.say("kernel: " + name + ", highest jetsam band " +
              (by_version ? std::to_string(*by_version) : "unknown") + " by its version, " +
              (by_daemon ? std::to_string(*by_daemon) : "unknown") + " by the daemon's own");

@@ -89,7 +89,8 @@ void report(const Session& session, const EditOptions& options, const Edit& edit
   }
   if (differences.empty()) printLine(session, "nothing to change");
   if (options.is_dry_run) printLine(session, "nothing was written");
-  if (!edit.after.contains(keys::kEnabled)) {
+  // Whoever switches it off knows that.
+  if (!isEnabled(edit.before) && !isEnabled(edit.after)) {
     printLine(session, "the daemon is switched off; vorlatchctl enable switches it on");
   }
 }

@@ -23,12 +23,12 @@ Colour colourOf(const LogLine& line) {
 void show(const Session& session, const LogLine& line) {
   if (session.wants_json) {
     const Json json{{"stamp", line.stamp}, {"category", line.category}, {"text", line.text}};
-    session.terminal.out(json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
+    session.terminal.out(textOf(json, -1) + "\n");
     return;
   }
   const Terminal& terminal = session.terminal;
   if (line.stamp.empty()) {
-    terminal.out(visible(line.whole) + "\n");
+    terminal.out(visible(line.text) + "\n");
     return;
   }
   std::string text = terminal.in(Colour::Dim, visible("[" + line.stamp + "]"));
@@ -55,24 +55,25 @@ std::string categoryNamed(const std::string& text) {
 }  // namespace
 
 ExitStatus logCommand(const Session& session, const LogOptions& options) {
+  if (options.follows) session.terminal.catch_signals();
   LogReader reader(daemonFile(kLogFileName));
   LogFilter filter(options.target, categoryNamed(options.category));
+  const auto show_it = [&session](const LogLine& line) { show(session, line); };
   std::deque<LogLine> last;
   const auto keep = [&](const LogLine& line) {
+    if (options.lines == 0) return show_it(line);
     last.push_back(line);
-    if (options.lines != 0 && last.size() > options.lines) last.pop_front();
+    if (last.size() > options.lines) last.pop_front();
   };
-  for (LogLine& line : reader.readNew()) filter.take(std::move(line), keep);
+  reader.readNew([&](LogLine line) { filter.take(std::move(line), keep); });
   // What a pass is just writing is shown whole by the next look, when there is one.
   if (!options.follows) filter.finish(keep);
   for (const LogLine& line : last) show(session, line);
 
-  const auto pass_on = [&session](const LogLine& line) { show(session, line); };
   while (options.follows && !session.terminal.interrupted()) {
     session.terminal.wait(kLookInterval);
-    std::vector<LogLine> lines = reader.readNew();
-    if (lines.empty()) filter.finish(pass_on);
-    for (LogLine& line : lines) filter.take(std::move(line), pass_on);
+    const bool any = reader.readNew([&](LogLine line) { filter.take(std::move(line), show_it); });
+    if (!any) filter.finish(show_it);
   }
   return kDone;
 }

@@ -25,8 +25,8 @@ std::vector<Match> matchesOf(const Observation& observation, const std::string& 
   std::vector<Match> matches;
   for (const RunningProcess& process : observation.processes) {
     const Match match{.process = &process,
-                      .by_name = process.name == key,
-                      .by_bundle_identifier = process.bundle_identifier == key};
+                      .by_name = isNamedBy(process, key),
+                      .by_bundle_identifier = isIdentifiedBy(process, key)};
     if (match.by_name || match.by_bundle_identifier) matches.push_back(match);
   }
   return matches;

@@ -24,7 +24,8 @@ constexpr milliseconds kSettling{500};
 
 // The preferences set aside, with a switched-off file in their place; put back when it goes,
 // whatever ends the command. Killed on the spot, it leaves both files, and the next release with
-// --keep-preferences puts them back, unless somebody has edited the file in their place.
+// --keep-preferences puts them back; where somebody has edited the file in their place, the edit
+// stays and only the switch is put back.
 class SetAside {
  public:
   SetAside()
@@ -53,6 +54,8 @@ class SetAside {
   bool putBack() {
     if (!is_aside_) return true;
     is_aside_ = std::rename(aside_.c_str(), path_.c_str()) != 0;
+    // Where the file in place was never replaced the two are one, and moving leaves both names.
+    if (!is_aside_) ::unlink(aside_.c_str());
     return !is_aside_;
   }
   [[nodiscard]] const std::string& aside() const { return aside_; }
@@ -63,14 +66,20 @@ class SetAside {
     return preferences;
   }
 
-  // What stands aside, or, where the file in its place was edited since, what stands there.
+  // What stands aside, or, where the file in its place was edited since, what stands there,
+  // switched as it was.
   StoredPreferences leftByKilledRun(const StoredPreferences& in_place) {
     StoredPreferences left = readStoredPreferences(aside_);
     const bool is_untouched = !in_place.exists || isIdentical(switchedOff(left).dictionary,
                                                               switchedOff(in_place).dictionary);
     if (is_untouched) return left;
+    StoredPreferences edited = in_place;
+    if (!isEnabled(in_place.dictionary) && isEnabled(left.dictionary)) {
+      edited.dictionary.insert_or_assign(keys::kEnabled, true);
+      writeStoredPreferences(path_, edited);
+    }
     if (::unlink(aside_.c_str()) != 0) failCouldNot(aside_ + ": " + reasonOf(errno));
-    return in_place;
+    return edited;
   }
 
   const std::string path_;
@@ -84,7 +93,8 @@ std::vector<std::string> stillHeld() {
   const Observation observation = Observation::now();
   std::vector<std::string> held;
   for (const auto& [key, written] : observation.status) {
-    if (observation.process(written.pid) != nullptr) held.push_back(key);
+    const RunningProcess* process = observation.process(written.pid);
+    if (process != nullptr && isFoundBy(*process, key)) held.push_back(key);
   }
   return held;
 }
@@ -115,9 +125,11 @@ std::vector<std::string> awaitRelease(const Session& session, std::chrono::secon
   }
   if (!left.empty()) {
     failCouldNot("after " + std::to_string(timeout.count()) + " s the daemon still reports " +
-                 joined(left) + "; vorlatchctl log shows what it does");
+                 joined(left) + "; vorlatchctl log shows what it does. A daemon that was started " +
+                 "while it was switched off knows of none: vorlatchctl enable, then this again");
   }
   session.terminal.wait(kSettling);
+  if (session.terminal.interrupted()) failCouldNot("interrupted");
   return held;
 }
 
@@ -132,6 +144,7 @@ void report(const Session& session, const std::vector<std::string>& released, bo
 }  // namespace
 
 ExitStatus releaseCommand(const Session& session, const ReleaseOptions& options) {
+  session.terminal.catch_signals();
   if (!options.keeps_preferences) {
     editPreferences(
         [](plist::Dictionary& preferences) { preferences.insert_or_assign(keys::kEnabled, false); },

@@ -160,7 +160,7 @@ Picture take(const Session& session, const StatusOptions& options) {
               {"daemon_pids", observation.daemon_pids},
               {"targets", Json::array()}};
     for (const TargetView& view : views) json["targets"].push_back(jsonOfTarget(view));
-    text = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    text = textOf(json, 2) + "\n";
   } else {
     text = headLine(observation) + "\n";
     text += views.empty() ? "no targets\n" : tableOf(views).text(session.terminal);
@@ -186,7 +186,8 @@ std::string drawnOver(const std::string& picture, std::size_t rows) {
 
 ExitStatus statusCommand(const Session& session, const StatusOptions& options) {
   const Terminal& terminal = session.terminal;
-  const bool draws_over = options.watches && terminal.columns() > 0 && !session.wants_json;
+  const bool draws_over = options.watches && terminal.is_terminal && !session.wants_json;
+  if (options.watches) terminal.catch_signals();
   if (draws_over) terminal.out("\x1b[2J");
   while (true) {
     const auto begin = std::chrono::steady_clock::now();

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -53,7 +54,7 @@ ExitStatus matchCommand(const Session& session, const std::string& key);
 ExitStatus psCommand(const Session& session);
 
 struct CheckOptions {
-  std::string file;  // empty: the daemon's
+  std::optional<std::string> file;  // nothing: the daemon's
   bool looks_at_processes = true;
 };
 ExitStatus checkCommand(const Session& session, const CheckOptions& options);

@@ -118,6 +118,24 @@ std::string visible(std::string_view text) {
   return shown;
 }
 
+std::string commandsEscaped(std::string_view json) {
+  std::string escaped;
+  while (!json.empty()) {
+    const std::size_t length = std::max<std::size_t>(characterLength(json), 1);
+    const std::string_view character = json.substr(0, length);
+    const std::uint32_t code_point = decode(character);
+    if (code_point == 0x7F || isCommand(code_point)) {
+      std::array<char, 8> text{};
+      std::snprintf(text.data(), text.size(), "\\u%04x", static_cast<unsigned>(code_point));
+      escaped += text.data();
+    } else {
+      escaped += character;
+    }
+    json.remove_prefix(length);
+  }
+  return escaped;
+}
+
 std::size_t displayWidth(std::string_view text) {
   std::size_t width = 0;
   while (!text.empty()) {

@@ -11,7 +11,11 @@ namespace vorlatch::cli {
 // process name, preferences key or log line commands the terminal.
 std::string visible(std::string_view text);
 
-// The columns that visible text takes: 2 for a wide (Chinese) character, 0 for a combining one.
+// JSON text with the same characters as \u escapes; its line ends and blanks are left.
+std::string commandsEscaped(std::string_view json);
+
+// The columns that visible text takes: 2 for a wide (East Asian) character, 0 for a combining mark
+// of Latin, Greek, Cyrillic, kana or Hangul; of rarer scripts each counts 1.
 std::size_t displayWidth(std::string_view text);
 
 // Visible text cut to so many columns, with an ellipsis where something went.

@@ -17,6 +17,8 @@ namespace {
 
 constexpr std::size_t kStampLength = 14;  // MM-dd HH:mm:ss
 constexpr std::size_t kRemembered = 64;
+constexpr std::size_t kLongestBlock = 100;  // lines; the daemon writes no twenty
+constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
 constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
 constexpr std::string_view kTargetLabel = "目标: ";
 constexpr std::string_view kCompleted = " 完成";
@@ -48,7 +50,6 @@ const std::vector<std::string>& logCategories() {
 
 LogLine logLineOf(std::string_view line) {
   LogLine parts;
-  parts.whole = line;
   std::string_view rest = line;
   if (rest.size() > kStampLength + 1 && rest[0] == '[' && rest[kStampLength + 1] == ']') {
     parts.stamp = rest.substr(1, kStampLength);
@@ -75,7 +76,22 @@ bool LogReader::isStillTheSame(int file, std::int64_t size_bytes) {
   return got == length && std::equal(last_bytes_.begin(), last_bytes_.end(), bytes.begin());
 }
 
-std::vector<LogLine> LogReader::readNew() {
+std::string_view LogReader::nextBlock(int file, std::int64_t size_bytes) {
+  // Where the file system cannot tell where a hole ends, its NULs are read.
+  const off_t data = ::lseek(file, offset_, SEEK_DATA);
+  if (data > offset_) {
+    offset_ = data;
+    last_bytes_.clear();
+  }
+  if (offset_ >= size_bytes || (data < 0 && errno == ENXIO)) return {};
+  block_.resize(kBlockBytes);
+  const ssize_t got = ::pread(file, block_.data(), block_.size(), offset_);
+  if (got <= 0) return {};
+  offset_ += got;
+  return {block_.data(), static_cast<std::size_t>(got)};
+}
+
+bool LogReader::readNew(const std::function<void(LogLine)>& pass_on) {
   const Descriptor file(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
   if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
@@ -87,27 +103,21 @@ std::vector<LogLine> LogReader::readNew() {
     last_bytes_.clear();
     unfinished_.clear();
   }
-  std::vector<LogLine> lines;
-  std::string block(kBlockBytes, '\0');
-  while (offset_ < status.st_size) {
-    const auto wanted =
-        std::min<std::int64_t>(static_cast<std::int64_t>(block.size()), status.st_size - offset_);
-    const ssize_t got =
-        ::pread(file.get(), block.data(), static_cast<std::size_t>(wanted), offset_);
-    if (got <= 0) break;
-    offset_ += got;
-    const std::string_view read(block.data(), static_cast<std::size_t>(got));
+  bool any = false;
+  for (std::string_view read = nextBlock(file.get(), status.st_size); !read.empty();
+       read = nextBlock(file.get(), status.st_size)) {
     last_bytes_ += read;
     last_bytes_.erase(0, last_bytes_.size() - std::min(last_bytes_.size(), kRemembered));
     for (const char c : read) {
       if (c == '\n') {
-        lines.push_back(logLineOf(std::exchange(unfinished_, {})));
-      } else if (c != '\0') {
+        any = true;
+        pass_on(logLineOf(std::exchange(unfinished_, {})));
+      } else if (c != '\0' && unfinished_.size() < kLongestLine) {
         unfinished_ += c;
       }
     }
   }
-  return lines;
+  return any;
 }
 
 bool LogFilter::names(const LogLine& line) const {
@@ -127,7 +137,7 @@ void LogFilter::take(LogLine line, const std::function<void(const LogLine&)>& pa
   const bool ends_block = line.text.ends_with(kCompleted);
   if (isRule(line.text)) finish(pass_on);
   block_.push_back(std::move(line));
-  if (ends_block) finish(pass_on);
+  if (ends_block || block_.size() == kLongestBlock) finish(pass_on);
 }
 
 void LogFilter::finish(const std::function<void(const LogLine&)>& pass_on) {

@@ -14,7 +14,6 @@ struct LogLine {
   std::string stamp;
   std::string category;  // without its brackets; empty when it has none
   std::string text;
-  std::string whole;
 };
 
 LogLine logLineOf(std::string_view line);
@@ -27,18 +26,22 @@ class LogReader {
  public:
   explicit LogReader(std::string path) : path_(std::move(path)) {}
 
-  // The complete lines that came since the last time. A file that was emptied or replaced is read
-  // from its beginning; the NULs of a hole are passed over. Throws a Failure when it cannot be
-  // read.
-  std::vector<LogLine> readNew();
+  // Passes on each complete line that came since the last time; false when there was none. A file
+  // that was emptied or replaced is read from its beginning; the NULs of a hole are passed over,
+  // and so is what a line has beyond 64 kB. Throws a Failure when the file cannot be read.
+  bool readNew(const std::function<void(LogLine)>& pass_on);
 
  private:
   bool isStillTheSame(int file, std::int64_t size_bytes);
+  // What stands in the file from the offset on, a block at most, and behind a hole; nothing at its
+  // end.
+  std::string_view nextBlock(int file, std::int64_t size_bytes);
 
   const std::string path_;
   std::int64_t offset_ = 0;
   std::string last_bytes_;  // in front of the offset, to tell a file that was emptied and grew
   std::string unfinished_;  // a line that has no end yet
+  std::string block_;       // read last
 };
 
 // Collects lines until what belongs together is there, and passes on what is wanted of it: the

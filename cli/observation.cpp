@@ -44,7 +44,7 @@ std::vector<std::int32_t> findDaemons(const std::vector<RunningProcess>& process
       daemonBesideThisProgram()};
   std::vector<std::int32_t> found;
   for (const RunningProcess& process : processes) {
-    if (process.name != kDaemonName) continue;
+    if (process.name != kDaemonName || process.pid == getpid()) continue;
     const std::string path = executableOf(process.pid);
     // Where this user may not ask for the path, the name has to do.
     const bool is_ours =

@@ -1,16 +1,15 @@
 #include "cli/preferences_edit.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <bit>
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
-#include <set>
 #include <system_error>
 #include <utility>
 
@@ -21,13 +20,14 @@
 #include "config/property_list_guard.h"
 #include "platform/binary_property_list.h"
 #include "platform/property_list.h"
-#include "platform/xml_scanner.h"
 #include "rootprefix/pref_path.h"
 
 namespace vorlatch::cli {
 namespace {
 
 constexpr int kMostTries = 100;
+constexpr int kLockPatienceMs = 10'000;
+constexpr int kLockLookMs = 10;
 
 // Tells whether a path still names the file that was read: every edit replaces it or moves its
 // time.
@@ -67,32 +67,6 @@ struct Identical {
   }
 };
 
-using Texts = std::set<std::string>;
-
-// What stands in the date elements of an XML list.
-Texts dateTexts(std::string_view xml) {
-  using Kind = plist::XmlToken::Kind;
-  plist::XmlScanner scanner(xml);
-  Texts texts;
-  bool is_in_date = false;
-  for (auto token = scanner.next(); token.kind != Kind::End && token.kind != Kind::Malformed;
-       token = scanner.next()) {
-    if (is_in_date && token.kind == Kind::Text) texts.emplace(token.content);
-    is_in_date = token.kind == Kind::Open && token.content == "date";
-  }
-  return texts;
-}
-
-void collectDates(const plist::Value& value, std::set<double>& dates) {
-  if (const auto* date = value.as<plist::Date>()) {
-    dates.insert(date->seconds_since_2001);
-  } else if (const auto* array = value.as<plist::Array>()) {
-    for (const plist::Value& item : *array) collectDates(item, dates);
-  } else if (const auto* dictionary = value.as<plist::Dictionary>()) {
-    for (const auto& [key, item] : *dictionary) collectDates(item, dates);
-  }
-}
-
 bool holdsNul(const plist::BinaryObject& text) {
   const std::size_t unit = text.kind == plist::BinaryObject::Kind::Utf16String ? 2 : 1;
   for (std::size_t i = 0; i < text.payload.size(); i += unit) {
@@ -101,33 +75,19 @@ bool holdsNul(const plist::BinaryObject& text) {
   return false;
 }
 
-bool isAllOfBinary(const plist::Value& value, std::string_view bytes) {
+// Whether a reader gives all that the bytes say. Libraries written in C end a text at its first
+// NUL, and what they gave cannot tell what they lost; only a binary list can hold one.
+bool isReadWhole(std::string_view bytes) {
   using Kind = plist::BinaryObject::Kind;
+  if (!plist::isBinaryPropertyList(bytes)) return true;
   const auto list = plist::BinaryPropertyList::open(bytes);
-  if (!list) return false;
-  std::set<double> dates;
-  collectDates(value, dates);
-  for (std::uint64_t i = 0; i < list->objectCount(); ++i) {
+  for (std::uint64_t i = 0; list && i < list->objectCount(); ++i) {
     const auto object = list->object(i);
-    if (!object) continue;
-    const bool is_text = object->kind == Kind::AsciiString || object->kind == Kind::Utf16String;
+    const bool is_text =
+        object && (object->kind == Kind::AsciiString || object->kind == Kind::Utf16String);
     if (is_text && holdsNul(*object)) return false;
-    if (object->kind == Kind::Date &&
-        !dates.contains(std::bit_cast<double>(plist::bigEndian(object->payload)))) {
-      return false;
-    }
   }
   return true;
-}
-
-// Whether the value is all that the bytes say. Libraries written in C end a text at its first NUL,
-// and keep dates in 32 bits of seconds: what they gave cannot tell what they lost.
-bool isAllOf(const plist::Value& value, std::string_view bytes) {
-  if (plist::isBinaryPropertyList(bytes)) return isAllOfBinary(value, bytes);
-  const Texts dates = dateTexts(bytes);
-  if (dates.empty()) return true;
-  const Texts written = dateTexts(platform::writeXmlPropertyList(value));
-  return std::includes(written.begin(), written.end(), dates.begin(), dates.end());
 }
 
 [[noreturn]] void failUnwritable(const std::string& path) {
@@ -151,7 +111,14 @@ Descriptor lockPreferences() {
   const std::string directory = path.substr(0, path.rfind('/'));
   Descriptor descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!descriptor.isOpen()) failCouldNot(directory + ": " + reasonOf(errno));
-  if (::flock(descriptor.get(), LOCK_EX) != 0) failCouldNot(directory + ": " + reasonOf(errno));
+  for (int waited_ms = 0; ::flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0;
+       waited_ms += kLockLookMs) {
+    if (errno != EWOULDBLOCK) failCouldNot(directory + ": " + reasonOf(errno));
+    if (waited_ms >= kLockPatienceMs) {
+      failCouldNot("another program keeps " + directory + " locked; nothing is changed");
+    }
+    ::poll(nullptr, 0, kLockLookMs);
+  }
   return descriptor;
 }
 
@@ -166,37 +133,39 @@ StoredPreferences readStoredPreferences(const std::string& path) {
     failCouldNot(path + " is no property list with a dictionary, and is left as it is; " +
                  "vorlatchctl check says more, vorlatchctl preset --replace-file starts afresh");
   }
-  const bool is_whole = isAllOf(*root, *bytes);
+  const bool is_whole = isReadWhole(*bytes);
   return {.dictionary = std::move(*dictionary),
           .is_whole = is_whole,
           .is_binary = plist::isBinaryPropertyList(*bytes),
           .exists = true};
 }
 
-void writeStoredPreferences(const std::string& path, const StoredPreferences& preferences) {
+bool writeStoredPreferences(const std::string& path, const StoredPreferences& preferences,
+                            const std::function<bool()>& may_replace) {
   const std::string bytes = preferences.is_binary
                                 ? platform::writeBinaryPropertyList(preferences.dictionary)
                                 : platform::writeXmlPropertyList(preferences.dictionary);
   const std::optional<plist::Value> back = propertyListIn(bytes);
   if (!back || !isIdentical(*back, preferences.dictionary)) failUnwritable(path);
-  if (!writeFileAtomically(path, bytes)) failCouldNot(path + ": " + reasonOf(errno));
+  if (writeFileAtomically(path, bytes, may_replace)) return true;
+  if (errno == ESTALE && may_replace) return false;
+  failCouldNot(path + ": " + reasonOf(errno));
 }
 
 Edit editPreferences(const std::function<void(plist::Dictionary&)>& change, bool writes) {
   const std::string path = daemonFile(kPreferencesFileName);
-  const Descriptor lock = lockPreferences();
+  const Descriptor lock = writes ? lockPreferences() : Descriptor(-1);
   for (int tries = 0; tries < kMostTries; ++tries) {
     const FileIdentity read_one(path);
     StoredPreferences preferences = readStoredPreferences(path);
     Edit edit{.before = preferences.dictionary, .after = {}};
     change(preferences.dictionary);
     edit.after = preferences.dictionary;
-    if (!writes || isIdentical(edit.before, edit.after)) return edit;
+    if (isIdentical(edit.before, edit.after)) return edit;
     if (!preferences.is_whole) failUnwritable(path);
-    // Not every editor takes the lock.
-    if (FileIdentity(path) != read_one) continue;
-    writeStoredPreferences(path, preferences);
-    return edit;
+    if (!writes) return edit;
+    const auto is_still_there = [&] { return FileIdentity(path) == read_one; };
+    if (writeStoredPreferences(path, preferences, is_still_there)) return edit;
   }
   failCouldNot(path + " is changed by another program all the time; nothing is written");
 }

@@ -15,7 +15,8 @@ namespace vorlatch::cli {
 std::string daemonFile(std::string_view name);
 
 // Holds off every other program's edit that asks for this lock, until it goes. It is on the
-// directory: the file itself is replaced by each edit. A Failure when it cannot be had.
+// directory: the file itself is replaced by each edit. A Failure when it cannot be had within ten
+// seconds.
 Descriptor lockPreferences();
 
 // What stands in a preferences file, and in which form.
@@ -31,8 +32,10 @@ struct StoredPreferences {
 StoredPreferences readStoredPreferences(const std::string& path);
 
 // Writes the dictionary in its form, whole or not at all, and reads it back in memory first: a
-// Failure when something in it would not come back as it was.
-void writeStoredPreferences(const std::string& path, const StoredPreferences& preferences);
+// Failure when something in it would not come back as it was. With `may_replace`, asks it right
+// before the file is replaced, and gives false when it says no.
+bool writeStoredPreferences(const std::string& path, const StoredPreferences& preferences,
+                            const std::function<bool()>& may_replace = nullptr);
 
 struct Edit {
   plist::Dictionary before;

@@ -35,8 +35,12 @@ struct MakeJson {
 
 }  // namespace
 
+std::string textOf(const Json& json, int indent) {
+  return commandsEscaped(json.dump(indent, ' ', false, Json::error_handler_t::replace));
+}
+
 void print(const Session& session, const Json& json) {
-  session.terminal.out(json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+  session.terminal.out(textOf(json, 2) + "\n");
 }
 
 void printLine(const Session& session, std::string_view line) {

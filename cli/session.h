@@ -15,7 +15,10 @@ struct Session {
   bool wants_json = false;
 };
 
-// One JSON value and a line end. Text that is not UTF-8 comes with replacement characters.
+// The value's text, with so many blanks a level or, below zero, in one line. What would command a
+// terminal is written as \u escapes, and what is not UTF-8 as replacement characters.
+std::string textOf(const Json& json, int indent);
+// The same and a line end.
 void print(const Session& session, const Json& json);
 // One line that people and logs may see, cleaned of control characters.
 void printLine(const Session& session, std::string_view line);

@@ -17,9 +17,6 @@
 namespace vorlatch::cli {
 namespace {
 
-// Beside the bands: refused by every kernel, and never adapted.
-constexpr std::int64_t kBandAboveAll = 999;
-
 constexpr std::array<SettingRule, 7> kRules = {{
     {keys::kCheckInterval, SettingKind::Integer, 0, INT32_MAX,
      "seconds between looks of the target's own timer; 0: none, the patrol looks every 1800 s"},
@@ -29,7 +26,8 @@ constexpr std::array<SettingRule, 7> kRules = {{
      "memory limit in MB while active; 0: the system's default"},
     {keys::kMemLimitInactive, SettingKind::Integer, -1, INT32_MAX,
      "memory limit in MB while inactive; 0: the system's default"},
-    {keys::kNiceValue, SettingKind::Integer, -20, 20, "nice value to hold the process at"},
+    {keys::kNiceValue, SettingKind::Integer, kLowestNice, kHighestNice,
+     "nice value to hold the process at"},
     {keys::kStripManaged, SettingKind::Boolean, 0, 1,
      "whether to take the process out of the system's memory management"},
     {keys::kRemark, SettingKind::Text, 0, 0, "a note for yourself; the daemon never reads it"},
@@ -41,7 +39,7 @@ bool isBand(const SettingRule& rule) {
 
 bool isInRange(const SettingRule& rule, std::int64_t number) {
   return (number >= rule.lowest && number <= rule.highest) ||
-         (isBand(rule) && number == kBandAboveAll);
+         (isBand(rule) && number == kBandNeverAdapted);
 }
 
 std::string rangeText(const SettingRule& rule) {
@@ -85,7 +83,7 @@ std::string consequenceOf(const SettingRule& rule, std::int32_t number) {
   if (isInRange(rule, number)) return {};
   const std::string_view key = rule.key;
   if (key == keys::kNiceValue)
-    return "the daemon makes it " + std::to_string(number < 0 ? -20 : 20);
+    return "the daemon makes it " + std::to_string(number < 0 ? kLowestNice : kHighestNice);
   if (key == keys::kCheckInterval) return "it counts as none";
   if (key != keys::kJetsamPriority) return "the kernel takes it for the system's default";
   const std::optional<std::int32_t> adapted = adaptedBand(number);

@@ -30,13 +30,36 @@ void catchSignals() {
   }
 }
 
-void writeTo(int descriptor, std::string_view text) {
+int output_error = 0;
+
+// Waits where the other side is slow and the descriptor does not.
+bool mayTryAgain(int descriptor) {
+  if (errno == EINTR) return true;
+  if (errno != EAGAIN) return false;
+  pollfd writable{.fd = descriptor, .events = POLLOUT, .revents = 0};
+  return ::poll(&writable, 1, -1) > 0 || errno == EINTR;
+}
+
+// False and errno when not all of it could be written.
+bool writeTo(int descriptor, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = ::write(descriptor, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    // Nobody reads any more; there is nobody to tell either.
-    if (written <= 0) return;
-    text.remove_prefix(static_cast<std::size_t>(written));
+    if (written >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (!mayTryAgain(descriptor)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// In pieces: a signal that comes right before one begins is seen when it ends.
+void waitUnlessStopped(std::chrono::milliseconds duration) {
+  constexpr std::chrono::milliseconds kPiece{1000};
+  while (duration.count() > 0 && stop_requested == 0) {
+    const auto piece = std::min(duration, kPiece);
+    ::poll(nullptr, 0, static_cast<int>(piece.count()));
+    duration -= piece;
   }
 }
 
@@ -60,18 +83,23 @@ std::string Terminal::in(Colour colour, std::string_view text) const {
          std::string(text) + "\x1b[0m";
 }
 
+int outputError() {
+  return output_error;
+}
+
 Terminal processTerminal() {
-  catchSignals();
   const bool is_terminal = ::isatty(STDOUT_FILENO) == 1;
   Terminal terminal;
-  terminal.out = [](std::string_view text) { writeTo(STDOUT_FILENO, text); };
-  terminal.err = [](std::string_view text) { writeTo(STDERR_FILENO, text); };
-  terminal.wait = [](std::chrono::milliseconds duration) {
-    if (stop_requested == 0) ::poll(nullptr, 0, static_cast<int>(duration.count()));
+  terminal.out = [](std::string_view text) {
+    if (output_error == 0 && !writeTo(STDOUT_FILENO, text)) output_error = errno;
   };
-  terminal.interrupted = [] { return stop_requested != 0; };
+  terminal.err = [](std::string_view text) { static_cast<void>(writeTo(STDERR_FILENO, text)); };
+  terminal.wait = waitUnlessStopped;
+  terminal.catch_signals = catchSignals;
+  terminal.interrupted = [] { return stop_requested != 0 || output_error != 0; };
+  terminal.is_terminal = is_terminal;
   if (is_terminal) {
-    terminal.columns = [] { return std::max<std::size_t>(windowSize().ws_col, 1); };
+    terminal.columns = [] { return std::size_t{windowSize().ws_col}; };
     terminal.rows = [] { return std::size_t{windowSize().ws_row}; };
   }
   terminal.has_colour = is_terminal && !isSet("NO_COLOR");

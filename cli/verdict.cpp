@@ -18,13 +18,26 @@ bool limitHolds(std::int32_t wanted_mb, const std::optional<std::int32_t>& actua
   return !actual_mb || memoryLimitHolds(wanted_mb, *actual_mb);
 }
 
-bool everythingHolds(const TargetView& target, std::int32_t highest_band) {
-  const std::int32_t nice_value = target.now.nice_value.value_or(target.written->nice_value);
-  const std::optional<std::int32_t> band = target.now.band ? target.now.band : target.written->band;
-  return nice_value == target.wanted.nice_value && band &&
-         bandHolds(target.wanted.band, *band, highest_band) &&
-         limitHolds(target.wanted.active_limit_mb, target.details.active_limit_mb) &&
-         limitHolds(target.wanted.inactive_limit_mb, target.details.inactive_limit_mb);
+bool isWanted(const Wanted& wanted, std::int32_t nice_value, std::optional<std::int32_t> band,
+              std::int32_t highest_band) {
+  return nice_value == wanted.nice_value && band && bandHolds(wanted.band, *band, highest_band);
+}
+
+Verdict judgeApplied(const Observation& observation, const TargetView& target) {
+  // A user to whom the kernel shows no list: every adapted band counts.
+  const std::int32_t highest = observation.highestBand().value_or(kHighestBandToIOS15);
+  const DaemonWrote& written = *target.written;
+  const bool holds_now = isWanted(target.wanted, target.now.nice_value.value_or(written.nice_value),
+                                  target.now.band ? target.now.band : written.band, highest);
+  const bool limits_hold =
+      limitHolds(target.wanted.active_limit_mb, target.details.active_limit_mb) &&
+      limitHolds(target.wanted.inactive_limit_mb, target.details.inactive_limit_mb);
+  if (holds_now && limits_hold) return Verdict::Held;
+  // What the daemon saw in place and what is no longer so was changed since, by no edit.
+  const bool held_once = isWanted(target.wanted, written.nice_value, written.band, highest);
+  if (held_once && !holds_now) return Verdict::Overridden;
+  return observation.preferences_are_newer_than_status ? Verdict::NotAppliedYet
+                                                       : Verdict::Overridden;
 }
 
 Verdict judge(const Observation& observation, const TargetView& target) {
@@ -36,11 +49,7 @@ Verdict judge(const Observation& observation, const TargetView& target) {
   if (target.written->pid != target.pid || observation.daemon_pids.empty()) {
     return Verdict::StaleStatus;
   }
-  // A user to whom the kernel shows no list: every adapted band counts.
-  const std::int32_t highest = observation.highestBand().value_or(kHighestBandToIOS15);
-  if (everythingHolds(target, highest)) return Verdict::Held;
-  return observation.preferences_are_newer_than_status ? Verdict::NotAppliedYet
-                                                       : Verdict::Overridden;
+  return judgeApplied(observation, target);
 }
 
 }  // namespace

@@ -66,13 +66,18 @@ std::optional<std::string> readFile(const std::string& path, std::size_t limit_b
   return contents;
 }
 
-bool writeFileAtomically(const std::string& path, std::string_view bytes) {
+bool writeFileAtomically(const std::string& path, std::string_view bytes,
+                         const std::function<bool()>& may_replace) {
   std::string temporary = path + ".XXXXXX";
   const Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
   if (!file.isOpen()) return false;
   // The mode before the move, so that there is no moment at which readers are shut out.
-  const bool written = ::fchmod(file.get(), kEveryoneReadsAndWrites) == 0 &&
-                       writeWhole(file, bytes) && ::rename(temporary.c_str(), path.c_str()) == 0;
+  bool written = ::fchmod(file.get(), kEveryoneReadsAndWrites) == 0 && writeWhole(file, bytes);
+  if (written && may_replace && !may_replace()) {
+    errno = ESTALE;
+    written = false;
+  }
+  written = written && ::rename(temporary.c_str(), path.c_str()) == 0;
   if (!written) {
     const int error = errno;
     ::unlink(temporary.c_str());

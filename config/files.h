@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -32,8 +33,9 @@ void reopenStream(std::FILE* stream, const std::string& path, const char* mode);
 std::optional<std::string> readFile(const std::string& path, std::size_t limit_bytes);
 
 // Writes a temporary file beside `path` and moves it into place, so that a reader sees the old
-// contents or the new, never a part. False and errno when that failed; the old file is then as it
-// was.
-bool writeFileAtomically(const std::string& path, std::string_view bytes);
+// contents or the new, never a part. With `may_replace`, asks it right before the move. False and
+// errno when that failed, ESTALE when it said no; the old file is then as it was.
+bool writeFileAtomically(const std::string& path, std::string_view bytes,
+                         const std::function<bool()>& may_replace = nullptr);
 
 }  // namespace vorlatch

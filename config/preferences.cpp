@@ -10,8 +10,6 @@ namespace vorlatch {
 namespace {
 
 constexpr std::int64_t kDefaultLogSizeLimitBytes = 2097152;  // 2 MiB
-constexpr std::int32_t kLowestNice = -20;
-constexpr std::int32_t kHighestNice = 20;
 
 }  // namespace
 

@@ -51,7 +51,9 @@ std::int32_t checkInterval(const TargetSettings& settings);
 // A number of the target's; 0 when missing. An empty string counts as missing, and reads as 0.
 std::int32_t integerSetting(const TargetSettings& settings, const char* key);
 
-// The nice value to hold the target at, -20 to 20; 0 when missing.
+// The nice value to hold the target at; 0 when missing.
+inline constexpr std::int32_t kLowestNice = -20;
+inline constexpr std::int32_t kHighestNice = 20;
 std::int32_t niceValue(const TargetSettings& settings);
 
 // Whether the target is to be taken out of the system's memory management; nothing when missing.

@@ -3,7 +3,6 @@
 namespace vorlatch {
 namespace {
 
-constexpr std::int32_t kBandNeverAdapted = 999;
 constexpr std::int32_t kBandScale = 10;
 
 }  // namespace

@@ -90,6 +90,18 @@ RunningProcessMap getRunningProcessMap() {
   return running;
 }
 
+bool isNamedBy(const RunningProcess& process, const std::string& key) {
+  return isNamed(process.name.c_str(), key);
+}
+
+bool isIdentifiedBy(const RunningProcess& process, const std::string& key) {
+  return process.bundle_identifier == key;
+}
+
+bool isFoundBy(const RunningProcess& process, const std::string& key) {
+  return isNamedBy(process, key) || isIdentifiedBy(process, key);
+}
+
 std::vector<RunningProcess> listRunningProcesses() {
   std::vector<RunningProcess> processes;
   NameBuffer name;
@@ -105,9 +117,8 @@ std::vector<RunningProcess> listRunningProcesses() {
 std::int32_t pidForBundleIDIn(const std::vector<RunningProcess>& processes,
                               const std::string& key) {
   const auto found =
-      std::find_if(processes.begin(), processes.end(), [&key](const RunningProcess& process) {
-        return isNamed(process.name.c_str(), key) || process.bundle_identifier == key;
-      });
+      std::find_if(processes.begin(), processes.end(),
+                   [&key](const RunningProcess& process) { return isFoundBy(process, key); });
   return found == processes.end() ? 0 : found->pid;
 }
 

@@ -35,6 +35,11 @@ struct RunningProcess {
   std::optional<std::string> bundle_identifier;
 };
 
+// Whether a key is the process's name or its bundle identifier.
+bool isNamedBy(const RunningProcess& process, const std::string& key);
+bool isIdentifiedBy(const RunningProcess& process, const std::string& key);
+bool isFoundBy(const RunningProcess& process, const std::string& key);
+
 // Every process in the kernel's order; empty when the list cannot be read. The two below answer
 // from such a list what the two above answer from a scan of their own. Safe to call from any queue.
 std::vector<RunningProcess> listRunningProcesses();

@@ -134,5 +134,20 @@ TEST(CheckFile, CannotCheckAGivenFileThatIsNotThere) {
   EXPECT_EQ(story.run({"check", given, "--json"}), could_not);
 }
 
+TEST(CheckFile, SaysThatItIsALinkToItself) {
+  ControlStory story;
+  std::filesystem::create_symlink(story.preferencesFile(), story.preferencesFile());
+  EXPECT_EQ(story.run({"check"}),
+            (Output{1,
+                    story.preferencesFile() + ": is a link to itself; the daemon reads it as "
+                                              "empty\n",
+                    ""}));
+}
+
+TEST(CheckFile, WithAnEmptyNameIsNotThere) {
+  ControlStory story;
+  EXPECT_EQ(story.run({"check", ""}), (Output{3, "", "vorlatchctl: : there is no such file\n"}));
+}
+
 }  // namespace
 }  // namespace vorlatch::tests

@@ -287,5 +287,19 @@ TEST(Check, SpellsControlCharactersOut) {
   EXPECT_NE(json.find("\"\\u001b[31m\\n\""), std::string::npos) << json;
 }
 
+TEST(Check, FindsTwoTargetsOfTheProcessThatAWatchTimerFinds) {
+  ControlStory story;
+  const std::string app =
+      story.installApp("Two.app", Dictionary{{"CFBundleIdentifier", "org.two.app"}});
+  story.device.launch({.name = "one", .executable_path = app, .pid = 201});
+  story.device.launch({.name = "two", .executable_path = app, .pid = 202});
+  story.writeTargets({{"org.two.app", Dictionary{{"CheckInterval", 5}}}, {"two", Dictionary{}}});
+  EXPECT_EQ(story.run({"check"}),
+            (Output{1,
+                    "AppConfigs / two: finds the same process as org.two.app (202): both are "
+                    "applied to it, one after the other\n",
+                    ""}));
+}
+
 }  // namespace
 }  // namespace vorlatch::tests

@@ -25,6 +25,7 @@ Output ControlStory::run(const std::vector<std::string>& arguments) {
     Story::run(duration);
   };
   terminal.interrupted = [this, &waits] { return is_interrupted(waits); };
+  terminal.is_terminal = columns > 0;
   terminal.columns = [this] { return columns; };
   terminal.rows = [this] { return rows; };
   terminal.has_colour = has_colour;

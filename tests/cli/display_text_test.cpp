@@ -227,5 +227,10 @@ TEST(Suggestion, AsksForTheNearest) {
   EXPECT_EQ(suggestion("xyz", kWords), "");
 }
 
+TEST(DisplayText, JsonKeepsItsMeaningWithoutCommands) {
+  EXPECT_EQ(cli::commandsEscaped("{\"a\u009b\u202e\x7f\": \"微信\"}\n"),
+            "{\"a\\u009b\\u202e\\u007f\": \"微信\"}\n");
+}
+
 }  // namespace
 }  // namespace vorlatch::cli

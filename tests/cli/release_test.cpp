@@ -120,7 +120,8 @@ TEST(Release, ADaemonThatHearsNothing) {
   EXPECT_EQ(story.run({"release", "--keep-preferences", "--timeout", "3"}),
             (Output{3, "",
                     "vorlatchctl: after 3 s the daemon still reports alpha; vorlatchctl log shows "
-                    "what it does\n"}));
+                    "what it does. A daemon that was started while it was switched off knows of "
+                    "none: vorlatchctl enable, then this again\n"}));
   EXPECT_EQ(story.device.scheduler.nowNs() - begin_ns, 3'000'000'000U);
   EXPECT_EQ(readAll(story.preferencesFile()), before);
   EXPECT_EQ(std::filesystem::exists(story.preferencesFile() + ".released"), false);
@@ -220,6 +221,34 @@ TEST(Release, ATimeoutOfNothingIsWrongUsage) {
   TwoHeld story;
   EXPECT_EQ(story.run({"release", "--timeout", "0"}).status, 2);
   story.expectPreferencesBack();
+}
+
+TEST(Release, InterruptedBeforeTheDaemonHasLookedItHasNotReleased) {
+  HeldStory story({{"CheckInterval", 5}}, {.name = "other"});
+  story.is_interrupted = [](int) { return true; };
+  const std::string before = readAll(story.preferencesFile());
+  EXPECT_EQ(story.run({"release", "--keep-preferences"}),
+            (Output{3, "", "vorlatchctl: interrupted\n"}));
+  EXPECT_EQ(readAll(story.preferencesFile()), before);
+}
+
+TEST(Release, OfAnEditBesideWhatAKilledRunSetAsideOnlyTheSwitchIsPutBack) {
+  TwoHeld story;
+  std::filesystem::rename(story.preferencesFile(), story.aside());
+  story.writePreferences({{"Enabled", false}, {"AppConfigs", Dictionary{{"gamma", Dictionary{}}}}});
+  EXPECT_EQ(story.run({"release", "--keep-preferences"}).status, 0);
+  EXPECT_EQ(readDictionary(story.preferencesFile()),
+            (Dictionary{{"Enabled", true}, {"AppConfigs", Dictionary{{"gamma", Dictionary{}}}}}));
+  EXPECT_EQ(std::filesystem::exists(story.aside()), false);
+}
+
+TEST(Release, AnotherProcessUnderTheOldIdIsNotWaitedFor) {
+  ControlStory story;
+  story.writeTargets({{"alpha", kAlphaSettings}});
+  const std::int32_t pid = story.device.launch({.name = "somebody else"});
+  ASSERT_TRUE(writePropertyList(
+      story.statusFile(), Dictionary{{"alpha", Dictionary{{"pid", pid}, {"n", 0}, {"p", 0}}}}));
+  EXPECT_EQ(story.run({"release"}), (Output{0, "nothing was held\n", ""}));
 }
 
 }  // namespace

@@ -288,5 +288,14 @@ TEST(Status, TheProcessThatTheWatchTimerChoseIsHeldAsIsThePasses) {
                     ""}));
 }
 
+TEST(Status, AnEditOfAnotherTargetDoesNotHideAnOverride) {
+  HeldStory story;
+  story.device.find(101)->nice_value = 0;
+  story.editLater({{"alpha", kAlphaSettings}, {"absent", Dictionary{{"NiceValue", 1}}}});
+  const Output seen = story.run({"status", "alpha"});
+  EXPECT_EQ(seen.status, 1);
+  EXPECT_NE(seen.out.find("overridden by the system"), std::string::npos) << seen.out;
+}
+
 }  // namespace
 }  // namespace vorlatch::tests

@@ -2,10 +2,12 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
 
 #include <gtest/gtest.h>
 
+#include "config/files.h"
 #include "tests/support/story.h"
 
 namespace vorlatch {
@@ -98,6 +100,21 @@ TEST(StatusFile, KeysAreWrittenAsTheyAre) {
       (Dictionary{{"%s %n <&> \"微信\"\nnext/../path", Dictionary{{"pid", 1}, {"n", 2}, {"p", 3}}},
                   {"", Dictionary{{"pid", 4}, {"n", 5}, {"p", 6}}},
                   {long_key, Dictionary{{"pid", 7}, {"n", 8}, {"p", 9}}}}));
+}
+
+TEST(AtomicWrite, LeavesWhatMayNotBeReplacedAndNothingBesideIt) {
+  const Story story;
+  const std::string path = story.file("some.file");
+  ASSERT_TRUE(writeFileAtomically(path, "old"));
+  errno = 0;
+  EXPECT_FALSE(writeFileAtomically(path, "new", [] { return false; }));
+  EXPECT_EQ(errno, ESTALE);
+  EXPECT_EQ(tests::readAll(path), "old");
+  const std::filesystem::directory_iterator files(
+      story.rootPath("/var/mobile/Library/Preferences"));
+  EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+  EXPECT_TRUE(writeFileAtomically(path, "new", [] { return true; }));
+  EXPECT_EQ(tests::readAll(path), "new");
 }
 
 }  // namespace
