@@ -1,0 +1,12 @@
+# The programs of the device: vorlatchd and vorlatchctl, unsigned.
+set(run_paths /var/jb/usr/lib @loader_path/.jbroot/usr/lib @loader_path/../lib)
+foreach(program vorlatchd vorlatchctl)
+  add_executable(${program})
+  foreach(path ${run_paths})
+    target_link_options(${program} PRIVATE -Wl,-rpath,${path})
+  endforeach()
+endforeach()
+target_sources(vorlatchd PRIVATE daemon/main.cpp)
+target_link_libraries(vorlatchd PRIVATE vorlatch_core vorlatch_platform_darwin)
+target_sources(vorlatchctl PRIVATE cli/main.cpp)
+target_link_libraries(vorlatchctl PRIVATE vorlatch_cli vorlatch_core vorlatch_platform_darwin)

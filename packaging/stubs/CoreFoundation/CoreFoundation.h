@@ -1,0 +1,126 @@
+/* What platform/darwin uses of CoreFoundation, for a build without Apple's SDK. The names and types
+   are the framework's; platform/darwin is also compiled against the SDK, which shows a difference.
+ */
+#pragma once
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef unsigned char Boolean;
+typedef uint8_t UInt8;
+typedef uint32_t UInt32;
+typedef signed long CFIndex;
+typedef unsigned long CFTypeID;
+typedef unsigned long CFOptionFlags;
+typedef double CFTimeInterval;
+typedef CFTimeInterval CFAbsoluteTime;
+
+typedef const void* CFTypeRef;
+typedef const struct __CFAllocator* CFAllocatorRef;
+typedef const struct __CFString* CFStringRef;
+typedef const struct __CFNumber* CFNumberRef;
+typedef const struct __CFBoolean* CFBooleanRef;
+typedef const struct __CFDate* CFDateRef;
+typedef const struct __CFData* CFDataRef;
+typedef const struct __CFArray* CFArrayRef;
+typedef struct __CFArray* CFMutableArrayRef;
+typedef const struct __CFDictionary* CFDictionaryRef;
+typedef struct __CFDictionary* CFMutableDictionaryRef;
+typedef const struct __CFLocale* CFLocaleRef;
+typedef const struct __CFTimeZone* CFTimeZoneRef;
+typedef struct __CFDateFormatter* CFDateFormatterRef;
+typedef struct __CFError* CFErrorRef;
+typedef CFTypeRef CFPropertyListRef;
+
+extern const CFAllocatorRef kCFAllocatorDefault;
+CFTypeID CFGetTypeID(CFTypeRef object);
+CFTypeRef CFRetain(CFTypeRef object);
+void CFRelease(CFTypeRef object);
+CFStringRef CFCopyDescription(CFTypeRef object);
+
+typedef UInt32 CFStringEncoding;
+enum { kCFStringEncodingUTF8 = 0x08000100 };
+CFTypeID CFStringGetTypeID(void);
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length,
+                                    CFStringEncoding encoding, Boolean isExternalRepresentation);
+CFStringRef CFStringCreateWithFormat(CFAllocatorRef allocator, CFDictionaryRef options,
+                                     CFStringRef format, ...);
+CFDataRef CFStringCreateExternalRepresentation(CFAllocatorRef allocator, CFStringRef string,
+                                               CFStringEncoding encoding, UInt8 lossByte);
+
+typedef CFIndex CFNumberType;
+enum { kCFNumberSInt64Type = 4, kCFNumberDoubleType = 13 };
+extern const CFBooleanRef kCFBooleanTrue;
+extern const CFBooleanRef kCFBooleanFalse;
+CFTypeID CFBooleanGetTypeID(void);
+Boolean CFBooleanGetValue(CFBooleanRef boolean);
+CFTypeID CFNumberGetTypeID(void);
+CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
+Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value);
+Boolean CFNumberIsFloatType(CFNumberRef number);
+
+CFTypeID CFDateGetTypeID(void);
+CFDateRef CFDateCreate(CFAllocatorRef allocator, CFAbsoluteTime time);
+CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date);
+CFAbsoluteTime CFAbsoluteTimeGetCurrent(void);
+
+CFTypeID CFDataGetTypeID(void);
+CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
+const UInt8* CFDataGetBytePtr(CFDataRef data);
+CFIndex CFDataGetLength(CFDataRef data);
+
+typedef struct CFArrayCallBacks CFArrayCallBacks;
+extern const CFArrayCallBacks kCFTypeArrayCallBacks;
+CFTypeID CFArrayGetTypeID(void);
+CFIndex CFArrayGetCount(CFArrayRef array);
+const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index);
+CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
+                                       const CFArrayCallBacks* callBacks);
+void CFArrayAppendValue(CFMutableArrayRef array, const void* value);
+
+typedef struct CFDictionaryKeyCallBacks CFDictionaryKeyCallBacks;
+typedef struct CFDictionaryValueCallBacks CFDictionaryValueCallBacks;
+extern const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
+extern const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
+CFTypeID CFDictionaryGetTypeID(void);
+CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
+void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys,
+                                  const void** values);
+CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
+                                                 const CFDictionaryKeyCallBacks* keyCallBacks,
+                                                 const CFDictionaryValueCallBacks* valueCallBacks);
+void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value);
+
+typedef CFIndex CFPropertyListFormat;
+enum { kCFPropertyListXMLFormat_v1_0 = 100, kCFPropertyListBinaryFormat_v1_0 = 200 };
+enum { kCFPropertyListImmutable = 0 };
+CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataRef data,
+                                               CFOptionFlags options, CFPropertyListFormat* format,
+                                               CFErrorRef* error);
+CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef propertyList,
+                                   CFPropertyListFormat format, CFOptionFlags options,
+                                   CFErrorRef* error);
+
+typedef CFIndex CFDateFormatterStyle;
+enum { kCFDateFormatterNoStyle = 0 };
+extern const CFStringRef kCFDateFormatterTimeZone;
+CFLocaleRef CFLocaleCopyCurrent(void);
+void CFTimeZoneResetSystem(void);
+CFTimeZoneRef CFTimeZoneCopySystem(void);
+CFDateFormatterRef CFDateFormatterCreate(CFAllocatorRef allocator, CFLocaleRef locale,
+                                         CFDateFormatterStyle dateStyle,
+                                         CFDateFormatterStyle timeStyle);
+void CFDateFormatterSetFormat(CFDateFormatterRef formatter, CFStringRef formatString);
+void CFDateFormatterSetProperty(CFDateFormatterRef formatter, CFStringRef key, CFTypeRef value);
+CFStringRef CFDateFormatterCreateStringWithAbsoluteTime(CFAllocatorRef allocator,
+                                                        CFDateFormatterRef formatter,
+                                                        CFAbsoluteTime time);
+
+void CFRunLoopRun(void);
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,23 @@
+#include "platform/local_time.h"
+
+#include "platform/darwin/cf_text.h"
+
+namespace vorlatch::platform {
+
+std::string localTimeStamp() {
+  const CFOwned<CFLocaleRef> locale(CFLocaleCopyCurrent());
+  const CFOwned<CFDateFormatterRef> formatter(CFDateFormatterCreate(
+      kCFAllocatorDefault, locale.get(), kCFDateFormatterNoStyle, kCFDateFormatterNoStyle));
+  const CFOwned<CFStringRef> pattern = cfStringOf("MM-dd HH:mm:ss");
+  if (!formatter || !pattern) return {};
+  CFDateFormatterSetFormat(formatter.get(), pattern.get());
+  // CoreFoundation remembers the zone that it found first.
+  CFTimeZoneResetSystem();
+  const CFOwned<CFTimeZoneRef> zone(CFTimeZoneCopySystem());
+  CFDateFormatterSetProperty(formatter.get(), kCFDateFormatterTimeZone, zone.get());
+  const CFOwned<CFStringRef> stamp(CFDateFormatterCreateStringWithAbsoluteTime(
+      kCFAllocatorDefault, formatter.get(), CFAbsoluteTimeGetCurrent()));
+  return stamp ? utf8Of(stamp.get()).value_or("") : std::string();
+}
+
+}  // namespace vorlatch::platform
