@@ -1,0 +1,222 @@
+#!/usr/bin/env bash
+# Usage: maintainer_scripts_test.sh [CHECKOUT]
+#
+# Has dpkg install, upgrade, remove and purge packages with the maintainer scripts in a throw-away root,
+# where launchctl and vorlatchctl are programs that record how they are called and can be told to
+# refuse, to hang, or to kill the script that calls them. Compares the whole record, what the
+# scripts say, the package's state and the files left. The last line says how many checks passed;
+# ends with 1 when one failed.
+set -euo pipefail
+export LC_ALL=C.UTF-8
+checkout=$(cd "${1:-$(dirname "${BASH_SOURCE[0]}")/../..}" && pwd -P)
+
+for program in bash dash dpkg dpkg-deb; do
+  type -P "$program" >/dev/null || {
+    printf '%s is not installed\n' "$program" >&2
+    exit 1
+  }
+done
+
+here=$(mktemp -d)
+trap 'rm -rf "$here"' EXIT
+export SOURCE_DATE_EPOCH=1700000000
+package=com.zel.vorlatch
+scenario=''
+passed=0
+failed=0
+
+# check WHAT EXPECTED FOUND
+check() {
+  if [[ $2 == "$3" ]]; then
+    passed=$((passed + 1))
+  else
+    failed=$((failed + 1))
+    printf 'FAILED: %s: %s\n' "$scenario" "$1"
+    diff --label expected --label found -U 100 <(printf '%s\n' "$2") <(printf '%s\n' "$3") || true
+  fi
+}
+
+# The stand-in for every program. Each line of $FAKE/rules is a status or a deed, a blank, and the
+# pattern of a call.
+cat >"$here/fake" <<'FAKE'
+#!/bin/bash
+PATH=/usr/bin:/bin
+call="${0##*/} $*"
+call=${call//"$VORLATCH_JBROOT"/ROOT}
+[[ $call == sleep* ]] && exec sleep 0.01
+printf '  %s\n' "$call" >>"$FAKE/record"
+while read -r deed pattern; do
+  # shellcheck disable=SC2053 # a pattern
+  [[ $call == $pattern ]] || continue
+  case $deed in
+    kill) kill -KILL "$PPID" && exit 1 ;;
+    hang)
+      echo "$$" >"$FAKE/hung"
+      sleep 60 &
+      trap 'kill %1; echo "  interrupted" >>"$FAKE/record"; exit 3' TERM
+      wait
+      ;;
+    hang-on) trap '' TERM && echo "$$" >"$FAKE/hung" && exec sleep 60 ;;
+    *) exit "$deed" ;;
+  esac
+done <"$FAKE/rules"
+loaded() { [[ -e $FAKE/loaded ]]; }
+# Gone at the third look from now.
+unloaded() { loaded && rm "$FAKE/loaded" && printf '2\n' >"$FAKE/lingers"; }
+seen() {
+  loaded && return
+  local looks=0
+  [[ ! -e $FAKE/lingers ]] || looks=$(<"$FAKE/lingers")
+  ((looks > 0)) && printf '%d\n' "$((looks - 1))" >"$FAKE/lingers"
+}
+case $call in
+  'launchctl bootstrap system '*)
+    ! loaded || exit 37
+    [[ -f $3 ]] || exit 5
+    : >"$FAKE/loaded"
+    ;;
+  'launchctl bootout system/com.zel.vorlatch') unloaded || exit 3 ;;
+  'launchctl print system/com.zel.vorlatch' | 'launchctl list com.zel.vorlatch') seen || exit 113 ;;
+  'launchctl load -w '*) [[ ! -f $3 ]] || : >"$FAKE/loaded" ;;
+  'launchctl unload '* | 'launchctl remove com.zel.vorlatch') unloaded || true ;;
+  'vorlatchctl release --keep-preferences') loaded || exit 3 ;;
+  'chown 501:501 '*) ;;
+  'rm -f '*) exec rm "$@" ;;
+  *) echo "unexpected: $call" >>"$FAKE/record" ;;
+esac
+FAKE
+chmod +x "$here/fake"
+
+# makePackage SHELL VERSION [BREAKING SCRIPT]: with scripts that note their arguments first and are run by
+# SHELL, as the device's is not here. One that breaks does so at its end.
+makePackage() (
+  local interpreter=$1 version=$2 breaking=${3-} copy=$here/copy staging=$here/staging/var/jb script
+  rm -rf "$copy" "$here/staging"
+  mkdir -p "$copy/scripts/lib" "$staging/usr/bin" "$staging/usr/libexec" "$staging/Library/LaunchDaemons"
+  cp "$checkout/scripts/lib/common.sh" "$checkout/scripts/lib/deb.sh" "$copy/scripts/lib"
+  cp -R "$checkout/packaging" "$copy"
+  cp "$here/fake" "$staging/usr/bin/vorlatchctl"
+  printf '%s\n' "$version" >"$staging/usr/libexec/vorlatchd"
+  cp "$checkout/packaging/$package.plist" "$staging/Library/LaunchDaemons"
+  [[ $breaking != preinst ]] || printf '#!/var/jb/bin/sh\nexit 0\n' >"$copy/packaging/debian/preinst"
+  for script in "$copy"/packaging/debian/p*; do
+    {
+      cat <<HEAD
+#!$interpreter
+printf '%s\n' "$version ${script##*/}:\$(printf ' <%s>' "\$@")" >>"\$FAKE/record"
+HEAD
+      tail -n +2 "$script"
+    } >"$here/script"
+    chmod +x "$here/script" && mv "$here/script" "$script"
+    [[ ${script##*/} != "$breaking" ]] || sed -i 's/^exit 0$/exit 1/' "$script"
+  done
+  # shellcheck source=/dev/null
+  source "$copy/scripts/lib/common.sh"
+  # shellcheck source=/dev/null
+  source "$copy/scripts/lib/deb.sh"
+  make_deb "$here/staging" "$version" "$here/$version${breaking:+-$breaking}.deb"
+)
+
+# A device where nothing of the package is; FAKE is outside its root.
+begin() {
+  scenario="${shell##*/}: $1"
+  rm -rf "$here/device" "$here/admin" "$here/state"
+  mkdir -p "$here/device/var/jb/usr/bin" "$here/device/var/jb/Library/LaunchDaemons" \
+    "$here/admin/updates" "$here/admin/info" "$here/state"
+  touch "$here/admin/status" "$here/admin/available" "$here/state/rules" "$here/state/record"
+  export FAKE=$here/state VORLATCH_JBROOT=$here/device/var/jb
+  preferences=$VORLATCH_JBROOT/var/mobile/Library/Preferences
+  local program
+  for program in launchctl chown sleep rm; do cp "$here/fake" "$VORLATCH_JBROOT/usr/bin/$program"; done
+}
+
+rules() { printf '%s\n' "$@" >"$FAKE/rules"; }
+noRules() { : >"$FAKE/rules"; }
+
+# As the daemon and its user leave it.
+writeFiles() {
+  local file
+  for file in $package.plist $package.status.plist Vorlatch.log com.other.plist; do
+    printf 'of %s\n' "$file" >"$preferences/$file"
+  done
+}
+
+# run ARGUMENT OF DPKG...: begins a new record.
+run() {
+  : >"$FAKE/record"
+  status=0
+  dpkg --root="$here/device" --admindir="$here/admin" --log=/dev/null --no-triggers \
+    --force-architecture,depends,not-root,script-chrootless,bad-path,unsafe-io --auto-deconfigure \
+    "$@" >"$here/output" 2>&1 </dev/null || status=$?
+}
+
+# It is as far as dpkg was let come; and nothing stands outside the jailbreak root.
+expect() {
+  local wanted_status=$1 state=$2 loaded=$3
+  check "dpkg's status" "$wanted_status" "$((status != 0))"
+  check 'state of the package' "$state" \
+    "$(dpkg-query --admindir="$here/admin" -W -f '${db:Status-Status} ${Version}' "$package" 2>/dev/null ||
+      echo none)"
+  check 'loaded' "$loaded" "$([[ -e $FAKE/loaded ]] && echo yes || echo no)"
+  check 'record' "$(grep .)" "$(<"$FAKE/record")"
+  check 'outside' 'device/var device/var/jb' \
+    "$(cd "$here" && find device -mindepth 1 -maxdepth 2 | sort | paste -sd ' ')"
+}
+
+# says LINE...: what the scripts said, and no more.
+says() {
+  check 'said' "$(printf '%s\n' "$@")" \
+    "$(sed -n "s,$VORLATCH_JBROOT,ROOT,; s/^$package: //p" "$here/output")"
+}
+
+files() { (cd "$VORLATCH_JBROOT" && find "$@" ! -type d | sort); }
+expectFiles() { check 'files' "$(cat)" "$(files . | grep -v '^./usr/bin/\(launchctl\|chown\|sleep\|rm\)$' || true)"; }
+
+stop='  launchctl bootout system/com.zel.vorlatch'
+look='  launchctl print system/com.zel.vorlatch'
+look_again='  launchctl list com.zel.vorlatch'
+unload='  launchctl unload ROOT/Library/LaunchDaemons/com.zel.vorlatch.plist'
+bootstrap='  launchctl bootstrap system ROOT/Library/LaunchDaemons/com.zel.vorlatch.plist'
+load='  launchctl load -w ROOT/Library/LaunchDaemons/com.zel.vorlatch.plist'
+release='  vorlatchctl release --keep-preferences'
+# A daemon that goes is seen twice more.
+stopped="$stop
+$look
+$look
+$look
+$look_again"
+not_there="$stop
+$unload
+$look
+$look_again"
+will_not_go="$stop
+$unload
+$look
+$look
+$look
+$look
+$look"
+restarted="$stopped
+$bootstrap"
+removed="1.0 prerm: <remove>
+$release
+$stopped
+1.0 postrm: <remove>
+$look
+$look_again"
+
+# shellcheck source=tests/packaging/maintainer_stories.sh
+source "$(dirname "${BASH_SOURCE[0]}")/maintainer_stories.sh"
+
+for shell in /bin/dash '/bin/bash --posix'; do
+  makePackage "$shell" 1.0
+  makePackage "$shell" 2.0
+  makePackage "$shell" 1.0 preinst
+  makePackage "$shell" 2.0 preinst
+  makePackage "$shell" 1.0 prerm
+  makePackage "$shell" 1.0 postrm
+  tellStories
+done
+
+printf '%d passed, %d failed\n' "$passed" "$failed"
+((failed == 0))
