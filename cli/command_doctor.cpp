@@ -125,7 +125,8 @@ void lookAtKernel(Doctor& doctor, const Observation& observation) {
   if (!observation.daemon_pids.empty()) {
     by_daemon = observation.kernelSays(observation.daemon_pids.front()).band;
   }
-  if (by_daemon != kHighestBandToIOS15 && by_daemon != kHighestBandSinceIOS16) by_daemon.reset();
+  const std::int32_t own_band = by_daemon.value_or(kNoSuchBand);
+  if (own_band != kHighestBandToIOS15 && own_band != kHighestBandSinceIOS16) by_daemon.reset();
   const std::string name = std::string(system.sysname) + " " + system.release;
   doctor.report["kernel"] = {{"system", name},
                              {"highest_band_by_version", jsonOf(by_version)},

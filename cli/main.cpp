@@ -2,10 +2,10 @@
 #include "cli/failure.h"
 
 int main(int argc, char** argv) {
-  using namespace vorlatch::cli;
-  Terminal terminal = processTerminal();
-  const int status = runControl({argv + (argc > 0 ? 1 : 0), argv + argc}, terminal);
-  if (outputError() == 0 || status != kDone) return status;
-  terminal.err("vorlatchctl: standard output: " + reasonOf(outputError()) + "\n");
-  return kCouldNot;
+  namespace cli = vorlatch::cli;
+  cli::Terminal terminal = cli::processTerminal();
+  const int status = cli::runControl({argv + (argc > 0 ? 1 : 0), argv + argc}, terminal);
+  if (cli::outputError() == 0 || status != cli::kDone) return status;
+  terminal.err("vorlatchctl: standard output: " + cli::reasonOf(cli::outputError()) + "\n");
+  return cli::kCouldNot;
 }
