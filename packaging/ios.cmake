@@ -24,5 +24,6 @@ else()
   set(CMAKE_RANLIB "${VORLATCH_DEVICE_TOOLS}/ranlib" CACHE FILEPATH "")
 endif()
 set(VORLATCH_PLATFORM darwin CACHE STRING "")
-# Small before fast: the daemon sleeps, and what it does when awake is system calls.
-set(CMAKE_CXX_FLAGS_RELEASE_INIT "-Oz -DNDEBUG -fvisibility=hidden -fvisibility-inlines-hidden")
+# Small before fast: the daemon sleeps, and what it does when awake is system calls. Whole, as cmake
+# would put a flag of its own behind.
+set(CMAKE_CXX_FLAGS_RELEASE "-Oz -DNDEBUG -fvisibility=hidden -fvisibility-inlines-hidden" CACHE STRING "")
