@@ -52,8 +52,8 @@ std::string reasonFor(const TargetView& target) {
   if (target.pid == 0) return "does not run: nothing now, watched for";
   std::string reason = "runs as " + std::to_string(target.pid);
   if (target.process != nullptr) {
-    reason += target.process->name == target.key ? ", found by its name"
-                                                 : ", found by its bundle identifier";
+    reason += isNamedBy(*target.process, target.key) ? ", found by its name"
+                                                     : ", found by its bundle identifier";
   }
   return reason;
 }

@@ -22,7 +22,7 @@ Descriptor lockPreferences();
 // What stands in a preferences file, and in which form.
 struct StoredPreferences {
   plist::Dictionary dictionary;
-  bool is_whole = true;  // the dictionary is all that stands there
+  bool is_whole = true;  // false where the platform's reader leaves out some of what stands there
   bool is_binary = false;
   bool exists = false;
 };

@@ -41,7 +41,8 @@ bool isIdentifiedBy(const RunningProcess& process, const std::string& key);
 bool isFoundBy(const RunningProcess& process, const std::string& key);
 
 // Every process in the kernel's order; empty when the list cannot be read. The two below answer
-// from such a list what the two above answer from a scan of their own. Safe to call from any queue.
+// from such a list what getPIDForBundleID and getRunningProcessMap answer from a scan of their own.
+// Safe to call from any queue.
 std::vector<RunningProcess> listRunningProcesses();
 std::int32_t pidForBundleIDIn(const std::vector<RunningProcess>& processes, const std::string& key);
 RunningProcessMap runningProcessMapOf(const std::vector<RunningProcess>& processes);

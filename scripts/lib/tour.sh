@@ -28,6 +28,10 @@ tourOfStart() {
 
   heading "3. What it holds" "What the daemon wrote of each target, beside what the kernel says now."
   control status
+  say
+  say "The file in which other programs read it:"
+  say "\$ cat $status"
+  cat "$status"
 }
 
 tourOfChanges() {
