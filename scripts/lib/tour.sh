@@ -30,6 +30,7 @@ tourOfStart() {
   control status
   say
   say "The file in which other programs read it:"
+  local status=${log%/*}/com.zel.vorlatch.status.plist
   say "\$ cat $status"
   cat "$status"
 }
