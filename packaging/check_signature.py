@@ -25,6 +25,12 @@ DIRECTORY_FIELDS = (
     *("spare3", "codeLimit64", "execSegBase", "execSegLimit", "execSegFlags"),
 )
 DIRECTORY_LAYOUT = struct.Struct(">9L4B4L4Q")
+# What an entitlement that is true adds to execSegFlags, which are 1 for an executable itself.
+EXEC_SEGMENT_BITS = (
+    *((4, "get-task-allow"), (4, "run-unsigned-code"), (5, "com.apple.private.cs.debugger")),
+    *((6, "dynamic-codesigning"), (7, "com.apple.private.skip-library-validation")),
+    *((8, "com.apple.private.amfi.can-load-cdhash"), (9, "com.apple.private.amfi.can-execute-cdhash")),
+)
 MOST_PAGES_NAMED = 5
 
 
@@ -257,12 +263,13 @@ def read_index(signature):
     return blobs, findings
 
 
-def check_fields(fields, code_length, text):
+def check_fields(fields, code_length, text, entitlements):
+    bits = {bit for bit, name in EXEC_SEGMENT_BITS if entitlements.get(name) is True}
     expected = {
         **{"version": 0x20400, "flags": 0x2, "hashSize": DIGEST_LENGTH, "hashType": 2, "pageSize": 12},
         **{"platform": 0, "spare2": 0, "scatterOffset": 0, "teamOffset": 0, "spare3": 0, "codeLimit64": 0},
         **{"nSpecialSlots": 7, "nCodeSlots": -(-code_length // PAGE), "codeLimit": code_length},
-        **{"execSegBase": text["fileoff"], "execSegLimit": text["filesize"], "execSegFlags": 0x1},
+        **{"execSegBase": text["fileoff"], "execSegLimit": text["filesize"], "execSegFlags": sum(1 << bit for bit in {0} | bits)},
     }
     for name, value in expected.items():
         if fields[name] != value:
@@ -298,11 +305,11 @@ def check_special_slots(blobs, directory, hash_offset):
             yield f"special slot {slot} does not have {what}"
 
 
-def check_directory(blobs, code, text, identifier):
+def check_directory(blobs, code, text, identifier, entitlements):
     directory = blobs[0]
     part(directory, 0, DIRECTORY_LAYOUT.size, "the code directory's header")
     fields = dict(zip(DIRECTORY_FIELDS, DIRECTORY_LAYOUT.unpack_from(directory)))
-    yield from check_fields(fields, len(code), text)
+    yield from check_fields(fields, len(code), text, entitlements)
     yield from check_identifier(directory, fields["identOffset"], identifier)
     yield from check_special_slots(blobs, directory, fields["hashOffset"])
     yield from check_pages(code, directory, fields["hashOffset"])
@@ -337,7 +344,8 @@ def examine(data, identifier, entitlements):
         if blobs[0x10000][8:]:
             findings.append("the CMS wrapper is not empty")
         findings += check_entitlements(blobs, entitlements)
-        findings += check_directory(blobs, data[:offset], executable.segment("__TEXT"), identifier)
+        text = executable.segment("__TEXT")
+        findings += check_directory(blobs, data[:offset], text, identifier, entitlements)
     except Broken as reason:
         findings.append(str(reason))
     except RecursionError:

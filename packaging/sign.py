@@ -8,12 +8,13 @@ import argparse
 import collections
 import hashlib
 import os
-import plistlib
 import re
 import stat
 import struct
 import sys
 import tempfile
+
+from entitlements import Failure, der_entitlements, exec_segment_flags, read_entitlements, xml_entitlements
 
 HEADER_SIZE = 32
 LC_SEGMENT_64 = 0x19
@@ -48,104 +49,12 @@ CODE_DIRECTORY_HEADER = ">8I I4B I I I I Q QQQ"
 FLAG_AD_HOC = 0x2
 HASH_SHA256 = 2
 HASH_SIZE = 32
-EXEC_SEGMENT_MAIN_BINARY = 0x1
-
-DER_BOOLEAN = 0x01
-DER_INTEGER = 0x02
-DER_UTF8_STRING = 0x0C
-DER_SEQUENCE = 0x30
-DER_ENTITLEMENTS = 0x70  # APPLICATION 16, constructed
-DER_DICTIONARY = 0xB0  # context-specific 16, constructed
-DER_VERSION = 1
-MAX_NESTING = 32
-
 Segment = collections.namedtuple("Segment", "offset name vmaddr vmsize fileoff filesize section_count")
 Image = collections.namedtuple("Image", "text linkedit segments signature_command")
 
 
-class Failure(Exception):
-    """What the user did wrong, as one line."""
-
-
 def aligned(value, alignment):
     return -(-value // alignment) * alignment
-
-
-# Entitlements
-
-
-def der_element(tag, body):
-    length = len(body)
-    if length < 0x80:
-        return bytes([tag, length]) + body
-    digits = length.to_bytes((length.bit_length() + 7) // 8, "big")
-    return bytes([tag, 0x80 | len(digits)]) + digits + body
-
-
-def der_integer(number, where):
-    if not -(1 << 63) <= number < 1 << 63:
-        raise Failure(f"entitlement {where}: {number} does not fit into 64 bits")
-    magnitude = number if number >= 0 else ~number
-    return der_element(DER_INTEGER, number.to_bytes(magnitude.bit_length() // 8 + 1, "big", signed=True))
-
-
-def der_string(text):
-    return der_element(DER_UTF8_STRING, text.encode("utf-8"))
-
-
-def der_dictionary(dictionary, where, depth):
-    pairs = []
-    for key in sorted(dictionary, key=lambda name: name.encode("utf-8")):
-        value = der_value(dictionary[key], where or repr(key), depth + 1)
-        pairs.append(der_element(DER_SEQUENCE, der_string(key) + value))
-    return der_element(DER_DICTIONARY, b"".join(pairs))
-
-
-def der_value(value, where, depth):
-    if depth > MAX_NESTING:
-        raise Failure(f"entitlement {where}: nested more than {MAX_NESTING} deep")
-    if isinstance(value, bool):  # before int, which it is too
-        return der_element(DER_BOOLEAN, b"\xff" if value else b"\x00")
-    if isinstance(value, int):
-        return der_integer(value, where)
-    if isinstance(value, str):
-        return der_string(value)
-    if isinstance(value, list):
-        return der_element(DER_SEQUENCE, b"".join(der_value(item, where, depth + 1) for item in value))
-    if isinstance(value, dict):
-        return der_dictionary(value, where, depth)
-    raise Failure(f"entitlement {where}: a value of type {type(value).__name__} cannot be an entitlement")
-
-
-def der_entitlements(entitlements):
-    """The form that the kernel reads from iOS 15 on."""
-    version = der_integer(DER_VERSION, "")
-    return der_element(DER_ENTITLEMENTS, version + der_dictionary(entitlements, "", 0))
-
-
-def xml_entitlements(entitlements):
-    """The older form, written anew: no comment or formatting of the source gets into the signature."""
-    try:
-        xml = plistlib.dumps(entitlements, fmt=plistlib.FMT_XML, sort_keys=True)
-        kept = plistlib.loads(xml, fmt=plistlib.FMT_XML) == entitlements
-    except Exception:  # as below
-        kept = False
-    if not kept:
-        raise Failure("the entitlements hold a character that XML cannot hold")
-    return xml
-
-
-def read_entitlements(path):
-    try:
-        with open(path, "rb") as file:
-            entitlements = plistlib.load(file)
-    except OSError as error:
-        raise Failure(f"{path}: {error.strerror}") from None
-    except Exception:  # plistlib lets out whatever its parsers meet, from ExpatError to AttributeError
-        raise Failure(f"{path}: not a property list") from None
-    if not isinstance(entitlements, dict):
-        raise Failure(f"{path}: the property list is not a dictionary")
-    return entitlements
 
 
 # The executable
@@ -277,7 +186,7 @@ def blob(magic, body):
     return struct.pack(">II", magic, 8 + len(body)) + body
 
 
-def code_directory(code, text, identifier, specials):
+def code_directory(code, text, identifier, exec_flags, specials):
     """Hashes the code's pages and the special blobs, whose slots count down from the first page's."""
     name = identifier.encode("ascii") + b"\0"
     name_offset = struct.calcsize(CODE_DIRECTORY_HEADER)
@@ -293,7 +202,7 @@ def code_directory(code, text, identifier, specials):
         *(hash_offset, name_offset, SPECIAL_SLOTS, len(pages)),
         *(len(code), HASH_SIZE, HASH_SHA256, 0, CODE_PAGE_BITS),
         *(0, 0, 0, 0, 0),  # spare, scatter, team, spare, 64-bit limit
-        *(text.fileoff, text.filesize, EXEC_SEGMENT_MAIN_BINARY),
+        *(text.fileoff, text.filesize, exec_flags),
     )
     return header + name + b"".join(hashes)
 
@@ -307,8 +216,8 @@ def superblob(blobs):
     return blob(MAGIC_SUPERBLOB, struct.pack(">I", len(blobs)) + index + b"".join(blobs.values()))
 
 
-def make_signature(code, text, identifier, specials):
-    blobs = {SLOT_CODE_DIRECTORY: code_directory(code, text, identifier, specials), **specials}
+def make_signature(code, text, identifier, exec_flags, specials):
+    blobs = {SLOT_CODE_DIRECTORY: code_directory(code, text, identifier, exec_flags, specials), **specials}
     blobs[SLOT_CMS] = blob(MAGIC_BLOB_WRAPPER, b"")
     signature = superblob(blobs)
     return signature.ljust(aligned(len(signature), SIGNATURE_ALIGNMENT), b"\0")
@@ -331,9 +240,9 @@ def signed(original, identifier, entitlements):
         remove_signature(data, image)
     data.extend(bytes(aligned(len(data), SIGNATURE_ALIGNMENT) - len(data)))
     # The signature covers the load commands, which tell its size: make it once for that, then for good.
-    size = len(make_signature(data, image.text, identifier, specials))
-    point_to_signature(data, image, command, size)
-    return bytes(data) + make_signature(data, image.text, identifier, specials)
+    parts = image.text, identifier, exec_segment_flags(entitlements), specials
+    point_to_signature(data, image, command, len(make_signature(data, *parts)))
+    return bytes(data) + make_signature(data, *parts)
 
 
 # Files

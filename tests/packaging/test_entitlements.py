@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""The DER form of entitlements, byte by byte: what sign.py writes, and what check_signature.py refuses."""
+"""Entitlements in a signature, bit by bit: what the signer writes, and what check_signature.py refuses."""
 
 import pathlib
+import struct
 import sys
 import unittest
 from unittest import mock
@@ -9,8 +10,9 @@ from unittest import mock
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "packaging"))
 import check_signature  # noqa: E402
+import entitlements as writer  # noqa: E402
 import sign  # noqa: E402
-from macho_samples import make_macho  # noqa: E402
+from macho_samples import blob_offset, make_macho  # noqa: E402
 
 IDENTIFIER = "com.zel.vorlatch"
 
@@ -24,7 +26,7 @@ class Der(unittest.TestCase):
             " 300d 0c0161 3008 0c02c3a9 0202ff7f"
             " 3006 0c0162 0101ff"
         )
-        self.assertEqual(sign.der_entitlements(entitlements), expected)
+        self.assertEqual(writer.der_entitlements(entitlements), expected)
         self.assertEqual(check_signature.read_der(expected), entitlements)
 
     def test_reader_is_strict(self):
@@ -61,7 +63,7 @@ class Der(unittest.TestCase):
     def test_nesting_without_end(self):
         der = b""
         for _ in range(5000):
-            der = sign.der_element(0x30, der)
+            der = writer.der_element(0x30, der)
         with mock.patch.object(sign, "der_entitlements", lambda entitlements: self.wrapped(der)):
             data = sign.signed(make_macho(), IDENTIFIER, {})
         findings = check_signature.examine(data, IDENTIFIER, {})
@@ -69,8 +71,41 @@ class Der(unittest.TestCase):
 
     @staticmethod
     def wrapped(value):
-        pair = sign.der_element(0x30, sign.der_string("a") + value)
-        return sign.der_element(0x70, bytes([2, 1, 1]) + sign.der_element(0xB0, pair))
+        pair = writer.der_element(0x30, writer.der_string("a") + value)
+        return writer.der_element(0x70, bytes([2, 1, 1]) + writer.der_element(0xB0, pair))
+
+
+class ExecSegmentFlags(unittest.TestCase):
+    FLAGS = {
+        "get-task-allow": 0x11,
+        "run-unsigned-code": 0x11,
+        "com.apple.private.cs.debugger": 0x21,
+        "dynamic-codesigning": 0x41,
+        "com.apple.private.skip-library-validation": 0x81,
+        "com.apple.private.amfi.can-load-cdhash": 0x101,
+        "com.apple.private.amfi.can-execute-cdhash": 0x201,
+        "platform-application": 0x1,
+    }
+
+    @staticmethod
+    def flags_in(data):
+        return struct.unpack_from(">Q", data, blob_offset(data, 0) + 80)[0]
+
+    def test_follow_from_the_entitlements(self):
+        for name, flags in self.FLAGS.items():
+            for value, expected in ((True, flags), (False, 0x1), (1, 0x1), ("true", 0x1)):
+                with self.subTest(name=name, value=value):
+                    data = sign.signed(make_macho(), IDENTIFIER, {name: value})
+                    self.assertEqual(self.flags_in(data), expected)
+                    self.assertEqual(check_signature.examine(data, IDENTIFIER, {name: value}), [])
+        everything = dict.fromkeys(self.FLAGS, True)
+        self.assertEqual(self.flags_in(sign.signed(make_macho(), IDENTIFIER, everything)), 0x3F1)
+
+    def test_a_flag_that_no_entitlement_gives_is_found(self):
+        with mock.patch.object(sign, "exec_segment_flags", lambda entitlements: 0x81):
+            data = sign.signed(make_macho(), IDENTIFIER, {})
+        findings = check_signature.examine(data, IDENTIFIER, {})
+        self.assertEqual(findings, ["execSegFlags is 0x81, not 0x1"])
 
 
 if __name__ == "__main__":
