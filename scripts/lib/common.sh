@@ -56,6 +56,14 @@ require_packages() {
   rm -f "$log"
 }
 
+# Where no package manager could be asked.
+require_tools() {
+  local tool
+  for tool in "$@"; do
+    type -P "$tool" >/dev/null || die "$tool is missing"
+  done
+}
+
 installPackages() {
   DEBIAN_FRONTEND=noninteractive apt-get -q install --yes --no-install-recommends "$@"
 }

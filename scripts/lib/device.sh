@@ -4,8 +4,34 @@
 # What a device build takes, beside the compiler from PyPI.
 # shellcheck disable=SC2034 # for the scripts
 device_packages=(cmake ninja-build python3 python3-venv libcli11-dev nlohmann-json3-dev llvm lowdown)
+# shellcheck disable=SC2034
+device_tools=(git dpkg-deb cmake ninja python3 llvm-strip lowdown)
+# And one against Apple's SDK.
+# shellcheck disable=SC2034
+sdk_packages=(clang lld)
+# shellcheck disable=SC2034
+sdk_tools=(clang++ ld64.lld llvm-ar llvm-ranlib)
 
 device=$root/build/device
+# Where the programs are built; each compiler has a folder of its own.
+programs=$device/programs
+# The compiler and what it keeps of its own library take most of it.
+room_mb=700
+
+checkSdk() {
+  [[ -d $1/System/Library/Frameworks/CoreFoundation.framework && -d $1/usr/include ]] ||
+    die "this is no iPhoneOS SDK: ${1:-(no path)}"
+}
+
+# Rather than stopping half-way; what is there already is counted as room.
+requireRoom() {
+  local free_mb had_mb
+  mkdir -p "$device" || die "$device cannot be made"
+  free_mb=$(df --output=avail --block-size=1M "$device" | tail -n 1 | tr -d ' ')
+  had_mb=$(du --summarize --block-size=1M "$device" | cut -f 1)
+  ((free_mb + had_mb >= room_mb)) ||
+    die "the disk is full: $free_mb MB are free in build/, and $((room_mb - had_mb)) are needed"
+}
 
 # The compiler, in a virtual environment: installed anew only when another version is asked for.
 installCompiler() {
@@ -38,7 +64,8 @@ with open(sys.argv[1], encoding="utf-8") as file:
     print(re.sub(r"targets:\s*\[[^\]]*\]", "targets: [ arm64-ios ]", file.read()), end="")
 PYTHON
     die "zig's libSystem.tbd cannot be read"
-  cp "$zig/lib/libc/darwin/SDKSettings.json" "$sdk/"
+  # The system's libraries behave as a program's SDK lets them expect: as those of iOS 15 do.
+  printf '{"Version":"15.0"}\n' >"$sdk/SDKSettings.json"
   cp "$root/packaging/stubs/CoreFoundation.tbd" "$framework/"
 }
 
@@ -59,23 +86,35 @@ WRAPPER
   chmod +x "$tools/c++" "$tools/ar" "$tools/ranlib"
 }
 
-# build_device: leaves unsigned vorlatchd and vorlatchctl in build/device/programs.
+# buildPrograms OPTION...: configures with these and builds.
+buildPrograms() {
+  note "building for the device"
+  quietly "$programs.log" cmake -S "$root" -B "$programs" -G Ninja \
+    -DCMAKE_TOOLCHAIN_FILE="$root/packaging/ios.cmake" -DCMAKE_BUILD_TYPE=Release "$@" ||
+    die "the device build cannot be configured"
+  quietly "$programs.log" ninja -C "$programs" || die "the device build fails"
+}
+
+# build_device: leaves unsigned vorlatchd and vorlatchctl in $programs.
 build_device() {
   installCompiler
   makeSdk
   makeTools
-  note "building for the device"
-  quietly "$device/programs.log" cmake -S "$root" -B "$device/programs" -G Ninja \
-    -DCMAKE_TOOLCHAIN_FILE="$root/packaging/ios.cmake" -DVORLATCH_DEVICE_TOOLS="$device/tools" \
-    -DCMAKE_BUILD_TYPE=Release || die "the device build cannot be configured"
-  quietly "$device/programs.log" ninja -C "$device/programs" || die "the device build fails"
+  buildPrograms -DVORLATCH_DEVICE_TOOLS="$device/tools"
+}
+
+# build_with_sdk SDK: the same against Apple's own headers and libraries.
+build_with_sdk() {
+  # Its path is in every flag, and another path may be given the next time.
+  rm -rf "$programs"
+  buildPrograms -DVORLATCH_IOS_SDK="$(cd "$1" && pwd -P)"
 }
 
 # sign_device FOLDER: puts the two programs there, trimmed and signed.
 sign_device() {
   local program
   for program in vorlatchd vorlatchctl; do
-    llvm-strip -o "$1/$program" "$device/programs/$program"
+    llvm-strip -o "$1/$program" "$programs/$program"
     python3 "$root/packaging/sign.py" --identifier com.zel.vorlatch \
       --entitlements "$root/packaging/$program.entitlements.plist" "$1/$program" ||
       die "$program cannot be signed"

@@ -19,8 +19,9 @@ def section(name, offset, size, flags):
     return struct.pack("<16s16s2Q8I", name, b"__TEXT", address, size, offset, 2, 0, 0, flags, 0, 0, 0)
 
 
-def make_macho(first_section=ROOMY, old_signature=None, content=LINKEDIT_CONTENT):
-    """An executable as a linker leaves it; old_signature are the bytes of one that is there already."""
+def make_macho(first_section=ROOMY, old_signature=None, content=LINKEDIT_CONTENT, more=(), flags=0x200085):
+    """An executable as a linker leaves it, with more load commands; old_signature are the bytes of one
+    that is there already."""
     tail = content + (old_signature or b"")
     sections = (
         section(b"__text", first_section, TEXT_SIZE - first_section, 0x80000400),
@@ -31,12 +32,39 @@ def make_macho(first_section=ROOMY, old_signature=None, content=LINKEDIT_CONTENT
         segment(b"__TEXT", (0x100000000, TEXT_SIZE), (0, TEXT_SIZE), sections),
         segment(b"__LINKEDIT", (0x100004000, 0x4000), (TEXT_SIZE, len(tail))),
     ]
+    commands += more
     if old_signature is not None:
         commands.append(struct.pack("<4I", 0x1D, 16, TEXT_SIZE + len(content), len(old_signature)))
     joined = b"".join(commands)
-    header = struct.pack("<8I", 0xFEEDFACF, 0x0100000C, 0, 2, len(commands), len(joined), 0x200085, 0)
+    header = struct.pack("<8I", 0xFEEDFACF, 0x0100000C, 0, 2, len(commands), len(joined), flags, 0)
     start = (header + joined).ljust(first_section, b"\0")
     return start + bytes(index * 7 % 251 for index in range(TEXT_SIZE - len(start))) + tail
+
+
+def with_text(command, fields, text):
+    """A load command that ends with a string."""
+    body = struct.pack(f"<{1 + len(fields)}I", 12 + 4 * len(fields), *fields) + text.encode() + b"\0"
+    body = body.ljust(-(-len(body) // 8) * 8, b"\0")
+    return struct.pack("<II", command, 8 + len(body)) + body
+
+
+def make_program(
+    platform=2, minimum=0x0F0000, run_paths=(), libraries=(), imports=(), flags=0x200085, padding=0
+):
+    """A program for the device; an import is a library's number, counted from 1, and a name."""
+    strings, symbols = b"\0", b""
+    for library, name in imports:
+        symbols += struct.pack("<IBBHQ", len(strings), 0x01, 0, library << 8, 0)
+        strings += name.encode() + b"\0"
+    count, begin = len(imports), TEXT_SIZE + len(symbols)
+    more = [
+        struct.pack("<6I", 0x02, 24, TEXT_SIZE, count, begin, len(strings)),
+        struct.pack("<20I", 0x0B, 80, 0, 0, 0, 0, 0, count, *([0] * 12)),
+        struct.pack("<6I", 0x32, 24, platform, minimum, 0x0F0000, 0),
+        *(with_text(0x8000001C, (), path) for path in run_paths),
+        *(with_text(0x0C, (2, 0x10000, 0x10000), library) for library in libraries),
+    ]
+    return make_macho(content=symbols + strings + bytes(padding), more=more, flags=flags)
 
 
 def commands_end(data):
