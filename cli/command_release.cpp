@@ -1,4 +1,5 @@
 // vorlatchctl release
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -35,8 +36,10 @@ class SetAside {
     StoredPreferences off = readStoredPreferences(path_);
     if (fileExists(aside_)) off = leftByKilledRun(off);
     if (!off.exists) return;
-    // A second name for the file first, so that at no moment there is none.
-    if (!fileExists(aside_) && ::link(path_.c_str(), aside_.c_str()) != 0) {
+    // A second name for the file first, so that at no moment there is none: for the file itself,
+    // though a link may have come into its place.
+    if (!fileExists(aside_) &&
+        ::linkat(AT_FDCWD, path_.c_str(), AT_FDCWD, aside_.c_str(), 0) != 0) {
       failCouldNot(aside_ + ": " + reasonOf(errno));
     }
     is_aside_ = true;

@@ -1,6 +1,5 @@
 #include "cli/log_reader.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include <utility>
 
 #include "cli/failure.h"
+#include "config/files.h"
 #include "platform/descriptor.h"
 
 namespace vorlatch::cli {
@@ -92,12 +92,12 @@ std::string_view LogReader::nextBlock(int file, std::int64_t size_bytes) {
 }
 
 bool LogReader::readNew(const std::function<void(LogLine)>& pass_on) {
-  const Descriptor file(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  errno = 0;
+  const Descriptor file = openRegularFile(path_);
   struct stat status {};
   if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
-    failCouldNot(path_ + ": " + reasonOf(errno));
+    failCouldNot(path_ + (errno != 0 ? ": " + reasonOf(errno) : " is no regular file"));
   }
-  if (!S_ISREG(status.st_mode)) failCouldNot(path_ + " is no regular file");
   if (!isStillTheSame(file.get(), status.st_size)) {
     offset_ = 0;
     last_bytes_.clear();

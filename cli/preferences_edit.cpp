@@ -124,9 +124,11 @@ Descriptor lockPreferences() {
 
 StoredPreferences readStoredPreferences(const std::string& path) {
   errno = 0;
-  const std::optional<std::string> bytes = readFile(path, kMaxPropertyListBytes);
+  const std::optional<std::string> bytes = readFileToPublish(path, kMaxPropertyListBytes);
   if (!bytes && errno == ENOENT) return {};
-  if (!bytes) failCouldNot(path + ": " + (errno != 0 ? reasonOf(errno) : "not a file to be read"));
+  if (!bytes) {
+    failCouldNot(path + ": " + (errno != 0 ? reasonOf(errno) : "a link, or not a file to be read"));
+  }
   std::optional<plist::Value> root = propertyListIn(*bytes);
   auto* dictionary = root ? root->as<plist::Dictionary>() : nullptr;
   if (dictionary == nullptr) {

@@ -4,51 +4,70 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
-
-#include "platform/descriptor.h"
+#include <utility>
 
 namespace vorlatch {
 namespace {
 
 constexpr mode_t kEveryoneReadsAndWrites = 0666;
+// Behind the name of what is moved aside; in bytes, of which each takes two digits.
+constexpr std::size_t kAsideNumberBytes = 16;
 
-}  // namespace
-
-bool fileExists(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0;
+bool isRegular(const struct stat& status) {
+  return S_ISREG(status.st_mode);
 }
 
-void createEmptyFile(const std::string& path) {
-  const Descriptor created(
-      ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kEveryoneReadsAndWrites));
+bool isPlain(const struct stat& status) {
+  return isRegular(status) && status.st_nlink == 1;
 }
 
-void letEveryoneReadAndWrite(const std::string& path) {
-  ::chmod(path.c_str(), kEveryoneReadsAndWrites);
+// Whether everybody may see what the file holds. Whoever can give it another name can reach it, and
+// then its mode alone keeps them out.
+bool isFitForEverybody(const struct stat& status) {
+  return isPlain(status) || (isRegular(status) && (status.st_mode & S_IROTH) != 0);
 }
 
-std::optional<std::int64_t> fileSize(const std::string& path) {
-  struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
-  return status.st_size;
-}
-
-void reopenStream(std::FILE* stream, const std::string& path, const char* mode) {
-  if (std::freopen(path.c_str(), mode, stream) != nullptr) return;
-  // After a failed freopen the C library counts the stream as free for the next fopen.
-  static_cast<void>(std::freopen("/dev/null", mode, stream));
-}
-
-std::optional<std::string> readFile(const std::string& path, std::size_t limit_bytes) {
-  // Not blocking, so that a FIFO in the file's place holds nobody up.
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  struct stat status {};
-  if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    return std::nullopt;
+// The file under the path, when it is what is meant, and how it stands; links are followed unless
+// the flags have O_NOFOLLOW. Without blocking, so that a FIFO or another program's lease that came
+// meanwhile holds nobody up; to what is then done with a regular file it makes no difference.
+Descriptor openFile(const std::string& path, int flags, bool (*is_meant)(const struct stat&),
+                    struct stat& status) {
+  const int at_link = (flags & O_NOFOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0;
+  if (::fstatat(AT_FDCWD, path.c_str(), &status, at_link) != 0 || !is_meant(status)) {
+    return Descriptor(-1);
   }
+  Descriptor file(::open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || !is_meant(status)) {
+    return Descriptor(-1);
+  }
+  return file;
+}
+
+Descriptor openPlainFile(const std::string& path, int access, struct stat& status) {
+  return openFile(path, access | O_NOFOLLOW, isPlain, status);
+}
+
+// What is meant for anything but a plain file goes nowhere.
+Descriptor openForAppending(const std::string& path) {
+  struct stat status {};
+  Descriptor file = openPlainFile(path, O_WRONLY | O_APPEND, status);
+  return file.isOpen() ? std::move(file) : Descriptor(::open("/dev/null", O_RDWR | O_CLOEXEC));
+}
+
+// The stream is not opened anew by a path, which may lead elsewhere by then.
+void point(std::FILE* stream, const Descriptor& file) {
+  std::fflush(stream);
+  ::dup2(file.get(), ::fileno(stream));
+  std::clearerr(stream);
+}
+
+std::optional<std::string> contentsOf(const Descriptor& file, const struct stat& status,
+                                      std::size_t limit_bytes) {
+  if (!file.isOpen()) return std::nullopt;
   if (static_cast<std::uint64_t>(status.st_size) > limit_bytes) return std::nullopt;
   // One byte more than the file is said to hold, so that the read that fills it also sees its end.
   std::string contents(static_cast<std::size_t>(status.st_size) + 1, '\0');
@@ -64,6 +83,84 @@ std::optional<std::string> readFile(const std::string& path, std::size_t limit_b
   }
   contents.resize(length);
   return contents;
+}
+
+}  // namespace
+
+bool fileExists(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0;
+}
+
+void createEmptyFile(const std::string& path) {
+  const Descriptor created(
+      ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kEveryoneReadsAndWrites));
+}
+
+void moveAsideUnlessPlain(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0 || isPlain(status)) return;
+  std::array<unsigned char, kAsideNumberBytes> number{};
+  ::arc4random_buf(number.data(), number.size());
+  std::string aside = path + ".aside.";
+  for (const unsigned char byte : number) {
+    aside += "0123456789abcdef"[byte >> 4U];
+    aside += "0123456789abcdef"[byte & 0xFU];
+  }
+  ::rename(path.c_str(), aside.c_str());
+}
+
+void letEveryoneReadAndWrite(const std::string& path) {
+  struct stat status {};
+  for (const int access : {O_RDONLY, O_WRONLY}) {
+    const Descriptor file = openPlainFile(path, access, status);
+    if (file.isOpen() && ::fchmod(file.get(), kEveryoneReadsAndWrites) == 0) return;
+  }
+}
+
+void pointStreamsAtEndOf(const std::string& path) {
+  Descriptor file = openForAppending(path);
+  if (!file.isOpen()) return;
+  point(stdout, file);
+  point(stderr, file);
+  // Where a stream was closed when the daemon was started, the file has got that stream's number.
+  if (file.get() <= STDERR_FILENO) file.release();
+}
+
+bool emptyUnderStreams(const std::string& path, std::int64_t limit_bytes) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0 || status.st_size <= limit_bytes) return false;
+  const Descriptor err = openPlainFile(path, O_WRONLY, status);
+  struct stat again {};
+  const Descriptor out = openPlainFile(path, O_WRONLY, again);
+  const bool is_one = status.st_dev == again.st_dev && status.st_ino == again.st_ino;
+  if (!err.isOpen() || !out.isOpen() || !is_one || status.st_size <= limit_bytes) return false;
+  // So that no line of another thread's comes in between, to be overwritten by the next.
+  ::flockfile(stderr);
+  const bool is_emptied = ::ftruncate(err.get(), 0) == 0;
+  if (is_emptied) {
+    point(stdout, out);
+    point(stderr, err);
+  }
+  ::funlockfile(stderr);
+  return is_emptied;
+}
+
+Descriptor openRegularFile(const std::string& path) {
+  struct stat status {};
+  return openFile(path, O_RDONLY, isRegular, status);
+}
+
+std::optional<std::string> readFile(const std::string& path, std::size_t limit_bytes) {
+  struct stat status {};
+  const Descriptor file = openFile(path, O_RDONLY, isRegular, status);
+  return contentsOf(file, status, limit_bytes);
+}
+
+std::optional<std::string> readFileToPublish(const std::string& path, std::size_t limit_bytes) {
+  struct stat status {};
+  const Descriptor file = openFile(path, O_RDONLY | O_NOFOLLOW, isFitForEverybody, status);
+  return contentsOf(file, status, limit_bytes);
 }
 
 bool writeFileAtomically(const std::string& path, std::string_view bytes,

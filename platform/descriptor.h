@@ -21,6 +21,8 @@ class Descriptor {
   }
   [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
   [[nodiscard]] int get() const { return descriptor_; }
+  // Leaves it open for the life of the process.
+  void release() { descriptor_ = -1; }
 
  private:
   int descriptor_;

@@ -37,15 +37,15 @@ TEST(Files, GoOnWithoutALogThatWasDeletedUntilTheNextStart) {
   EXPECT_EQ(modeOf(installation.logPath()), 0666U);
 }
 
-TEST(Files, GoOnWithoutALogThatBecameADirectory) {
+TEST(Files, GoOnWithTheOldLogWhereADirectoryTookItsPlaceUntilTheNextStart) {
   Installation installation;
   installation.start();
   EXPECT_TRUE(installation.waitForQuiet());
   const std::vector<std::string> open_before = openFiles(installation.daemon());
-  fs::remove(installation.logPath());
+  fs::rename(installation.logPath(), installation.path("moved.log"));
   fs::create_directory(installation.logPath());
 
-  // Over the cap, as every directory is: the daemon tries to empty it.
+  // Every directory is over this cap.
   installation.writePreferences(plist::Dictionary{{"Enabled", false}, {"LogSizeLimit", 1}});
   const int passes_before = installation.passes();
   installation.post();
@@ -53,10 +53,19 @@ TEST(Files, GoOnWithoutALogThatBecameADirectory) {
   makeItWriteTheStatusFile(installation);
 
   EXPECT_EQ(filesIn(installation.logPath()), Lines{});
+  EXPECT_NE(readFile(installation.path("moved.log")).find("[配置] 已有进程从列表移除"),
+            std::string::npos);
   EXPECT_TRUE(installation.waitForQuiet());
-  const std::vector<std::string> open_after = openFiles(installation.daemon());
-  EXPECT_EQ(open_after.size(), open_before.size());
-  EXPECT_EQ(std::count(open_after.begin(), open_after.end(), "/dev/null"), 3);
+  EXPECT_EQ(openFiles(installation.daemon()).size(), open_before.size());
+
+  installation.stop();
+  installation.start();
+  EXPECT_EQ(installation.log(), startLines(installation.daemon()));
+  const Lines names = filesIn(installation.preferencesDirectory());
+  EXPECT_EQ(std::count_if(
+                names.begin(), names.end(),
+                [](const std::string& name) { return name.starts_with("Vorlatch.log.aside."); }),
+            1);
 }
 
 TEST(Files, KeepTheEndOfALogThatIsAppendedToAcrossStarts) {

@@ -179,11 +179,11 @@ TEST(EditRefuses, ADirectoryInTheFilesPlace) {
   std::filesystem::create_directory(story.preferencesFile());
   writeAll(story.preferencesFile() + "/inside", "x");
   for (const Arguments& arguments : edits()) {
-    EXPECT_EQ(story.edit(arguments),
-              (EditResult{
-                  {3, "", "vorlatchctl: " + story.preferencesFile() + ": not a file to be read\n"},
-                  "",
-                  0}));
+    EXPECT_EQ(story.edit(arguments), (EditResult{{3, "",
+                                                  "vorlatchctl: " + story.preferencesFile() +
+                                                      ": a link, or not a file to be read\n"},
+                                                 "",
+                                                 0}));
   }
   EXPECT_EQ(story.edit({"preset", "--replace-file"}),
             (EditResult{
@@ -192,13 +192,37 @@ TEST(EditRefuses, ADirectoryInTheFilesPlace) {
   EXPECT_EQ(story.filesBeside(), Lines{"com.zel.vorlatch.plist"});
 }
 
+// An edit is written for everybody to read, and root may read what others may not.
+TEST(EditRefuses, ALinkThatCouldLeadToASecret) {
+  EditStory story;
+  const std::string elsewhere = story.rootPath("/secret.plist");
+  writeAll(elsewhere, platform::writeXmlPropertyList(Dictionary{{"Password", "secret"}}));
+  const std::string secret = readAll(elsewhere);
+  const Output refused{
+      3, "", "vorlatchctl: " + story.preferencesFile() + ": a link, or not a file to be read\n"};
+  std::filesystem::create_symlink(elsewhere, story.preferencesFile());
+  for (const Arguments& arguments : edits()) EXPECT_EQ(story.run(arguments), refused);
+
+  std::filesystem::remove(story.preferencesFile());
+  std::filesystem::create_hard_link(elsewhere, story.preferencesFile());
+  std::filesystem::permissions(elsewhere, std::filesystem::perms(0640));
+  for (const Arguments& arguments : edits()) EXPECT_EQ(story.run(arguments), refused);
+  EXPECT_EQ(readAll(elsewhere), secret);
+  EXPECT_EQ(modeOf(elsewhere), 0640U);
+
+  // What others may read is none.
+  std::filesystem::permissions(elsewhere, std::filesystem::perms(0644));
+  EXPECT_EQ(story.run({"disable", "--no-apply"}).status, 0);
+  EXPECT_EQ(readAll(elsewhere), secret);
+}
+
 TEST(EditRefuses, AFifoInTheFilesPlace) {
   EditStory story;
   ASSERT_EQ(mkfifo(story.preferencesFile().c_str(), 0666), 0);
   for (const Arguments& arguments : edits()) {
-    EXPECT_EQ(
-        story.run(arguments),
-        (Output{3, "", "vorlatchctl: " + story.preferencesFile() + ": not a file to be read\n"}));
+    EXPECT_EQ(story.run(arguments), (Output{3, "",
+                                            "vorlatchctl: " + story.preferencesFile() +
+                                                ": a link, or not a file to be read\n"}));
   }
   EXPECT_TRUE(std::filesystem::is_fifo(story.preferencesFile()));
   EXPECT_EQ(story.run({"preset", "--replace-file", "--no-apply"}).status, 0);

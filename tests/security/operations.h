@@ -1,0 +1,26 @@
+// What the daemon and vorlatchctl do with files that everybody may exchange.
+#pragma once
+
+#include <functional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/support/story.h"
+
+namespace vorlatch::tests {
+
+struct Operation {
+  std::string name;
+  std::string file;       // that it works on
+  bool writes_temporary;  // beside it
+  std::function<void(Story&)> prepare;
+  std::function<void()> run;
+};
+
+const std::vector<Operation>& operations();
+
+// For the names of tests.
+void PrintTo(const Operation& operation, std::ostream* out);
+
+}  // namespace vorlatch::tests

@@ -1,0 +1,191 @@
+// What the daemon does about what stands in its files' place, and what users may do with the files.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "config/default_preset.h"
+#include "config/files.h"
+#include "config/log_file.h"
+#include "config/log_line.h"
+#include "config/preferences.h"
+#include "config/status_file.h"
+#include "tests/security/planted.h"
+#include "tests/support/story.h"
+
+namespace vorlatch::tests {
+namespace {
+
+namespace fs = std::filesystem;
+using plist::Dictionary;
+
+constexpr uid_t kSomebody = 65534;
+const std::string kRuleLine = "[03-04 05:06:07] ----------------------------------------\n";
+
+// The names of the daemon's files, each digit of a number that nobody can guess as 'x'.
+Lines filesOf(const Story& story) {
+  static const std::string kAside = ".aside.";
+  Lines names;
+  for (const auto& entry : fs::directory_iterator(story.file(""))) {
+    std::string name = entry.path().filename();
+    const std::size_t at = name.find(kAside);
+    for (std::size_t i = at + kAside.size(); at != name.npos && i < name.size(); ++i) {
+      if (std::isxdigit(static_cast<unsigned char>(name[i])) != 0) name[i] = 'x';
+    }
+    names.push_back(name);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+class NoFile : public testing::TestWithParam<Plant> {};
+
+TEST_P(NoFile, InTheLogsPlaceIsPutAsideAtTheStart) {
+  Story story;
+  const Victims victims(story.rootPath("/elsewhere"));
+  const Planted planted(GetParam(), story.logFile(), victims);
+  openLog();
+  writeTargetSeparator();
+  EXPECT_EQ(readAll(story.logFile()), kRuleLine);
+  EXPECT_EQ(modeOf(story.logFile()), 0666U);
+  EXPECT_EQ(filesOf(story), (Lines{"Vorlatch.log", "Vorlatch.log.aside." + std::string(32, 'x')}));
+}
+
+TEST_P(NoFile, InTheLogsPlaceLaterIsLeftThereAndTheLogGoesOnWhereItIs) {
+  Story story;
+  story.writePreferences({{"LogSizeLimit", 10}});
+  openLog();
+  writeTargetSeparator();
+  fs::rename(story.logFile(), story.rootPath("/moved.log"));
+  const Victims victims(story.rootPath("/elsewhere"));
+  const Planted planted(GetParam(), story.logFile(), victims);
+  checkLogSizeAndClearIfNeeded();
+  writeTargetSeparator();
+  EXPECT_EQ(readAll(story.rootPath("/moved.log")), kRuleLine + kRuleLine);
+  EXPECT_EQ(filesOf(story), (Lines{"Vorlatch.log", "com.zel.vorlatch.plist"}));
+}
+
+TEST_P(NoFile, InTheStatusFilesPlaceGivesWayToOneUnlessItIsADirectory) {
+  Story story;
+  const Victims victims(story.rootPath("/elsewhere"));
+  const Planted planted(GetParam(), story.statusFile(), victims);
+  updateStatusFile("a", 1, 2, 3);
+  const bool gives_way = GetParam().name != "Directory";
+  EXPECT_EQ(fs::is_regular_file(fs::symlink_status(story.statusFile())), gives_way);
+  EXPECT_EQ(modeOf(story.statusFile()), gives_way ? 0666U : 0700U);
+  EXPECT_EQ(story.status(), gives_way
+                                ? (Dictionary{{"a", Dictionary{{"pid", 1}, {"n", 2}, {"p", 3}}}})
+                                : Dictionary{});
+  EXPECT_EQ(filesOf(story), Lines{"com.zel.vorlatch.status.plist"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, NoFile, testing::ValuesIn(plants()),
+                         testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(PrivilegedEach, NoFile, testing::ValuesIn(devicePlants()),
+                         testing::PrintToStringParamName());
+
+TEST(OwnFiles, AreMovedAsideUnderANameThatIsNeverTheSame) {
+  Story story;
+  std::vector<std::string> names;
+  for (int i = 0; i < 3; ++i) {
+    fs::create_directory(story.logFile());
+    moveAsideUnlessPlain(story.logFile());
+  }
+  for (const auto& entry : fs::directory_iterator(story.file(""))) {
+    names.push_back(entry.path().filename());
+  }
+  std::sort(names.begin(), names.end());
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  EXPECT_EQ(names.size(), 3U);
+}
+
+TEST(OwnFiles, TheLogIsKeptWhoeverOwnsItAndWhateverItsMode) {
+  Story story;
+  writeAll(story.logFile(), "from a backup\n");
+  fs::permissions(story.logFile(), fs::perms(0400));
+  openLog();
+  writeTargetSeparator();
+  EXPECT_EQ(readAll(story.logFile()), "from a backup\n" + kRuleLine);
+  EXPECT_EQ(modeOf(story.logFile()), 0666U);
+  EXPECT_EQ(filesOf(story), Lines{"Vorlatch.log"});
+}
+
+TEST(PrivilegedOwnFiles, TheLogMayBelongToAnotherUser) {
+  Story story;
+  writeAll(story.logFile(), "from a backup\n");
+  ASSERT_EQ(chown(story.logFile().c_str(), kSomebody, kSomebody), 0);
+  fs::permissions(story.logFile(), fs::perms(0));
+  openLog();
+  writeTargetSeparator();
+  EXPECT_EQ(readAll(story.logFile()), "from a backup\n" + kRuleLine);
+  EXPECT_EQ(modeOf(story.logFile()), 0666U);
+}
+
+TEST(PrivilegedOwnFiles, TheStatusFileMayBelongToAnotherUser) {
+  Story story;
+  writeAll(story.statusFile(), "from a backup\n");
+  ASSERT_EQ(chown(story.statusFile().c_str(), kSomebody, kSomebody), 0);
+  fs::permissions(story.statusFile(), fs::perms(0));
+  letEveryoneReadAndWrite(story.statusFile());
+  EXPECT_EQ(modeOf(story.statusFile()), 0666U);
+  EXPECT_EQ(readAll(story.statusFile()), "from a backup\n");
+  updateStatusFile("a", 1, 2, 3);
+  EXPECT_EQ(modeOf(story.statusFile()), 0666U);
+  EXPECT_EQ(story.status(), (Dictionary{{"a", Dictionary{{"pid", 1}, {"n", 2}, {"p", 3}}}}));
+}
+
+TEST(OwnFiles, ALogThatAnotherReplacedIsTheOneThatIsCleared) {
+  Story story;
+  story.writePreferences({{"LogSizeLimit", 10}});
+  openLog();
+  fs::rename(story.logFile(), story.rootPath("/rotated.log"));
+  writeAll(story.rootPath("/new.log"), "longer than it may be\n");
+  fs::rename(story.rootPath("/new.log"), story.logFile());
+  checkLogSizeAndClearIfNeeded();
+  EXPECT_EQ(story.takeLog(), Lines{"[守护] 日志大小超过设定限制(0.0MB)，已自动清空。"});
+  EXPECT_EQ(readAll(story.rootPath("/rotated.log")), "");
+}
+
+TEST(OwnFiles, PreferencesMayBeALinkToAFileThatTheUserKeepsElsewhere) {
+  Story story;
+  story.writePreferences(defaultPreset());
+  fs::rename(story.preferencesFile(), story.rootPath("/kept.plist"));
+  fs::create_symlink(story.rootPath("/kept.plist"), story.preferencesFile());
+  EXPECT_EQ(loadPreferences(), defaultPreset());
+}
+
+TEST(OwnFiles, PreferencesEditedInPlaceCountAsTheyStand) {
+  Story story;
+  story.writePreferences({{"Enabled", true}});
+  fs::permissions(story.preferencesFile(), fs::perms(0600));
+  EXPECT_EQ(loadPreferences(), (Dictionary{{"Enabled", true}}));
+  const std::string bytes = readAll(story.preferencesFile());
+  writeAll(story.preferencesFile(), bytes);
+  EXPECT_EQ(loadPreferences(), (Dictionary{{"Enabled", true}}));
+}
+
+// Otherwise the next file that is opened, be it for a moment, would be written the log's lines.
+TEST(OwnFiles, TheStreamsAreTheLogsThoughTheyWereClosedAtTheStart) {
+  Story story;
+  const int kept = fcntl(STDOUT_FILENO, F_DUPFD, 100);
+  close(STDOUT_FILENO);
+  close(STDERR_FILENO);
+  openLog();
+  writeTargetSeparator();
+  struct stat log {};
+  ASSERT_EQ(stat(story.logFile().c_str(), &log), 0);
+  for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
+    struct stat status {};
+    EXPECT_EQ(fstat(descriptor, &status), 0);
+    EXPECT_EQ(status.st_ino, log.st_ino);
+  }
+  EXPECT_EQ(readAll(story.logFile()), kRuleLine);
+  close(kept);
+}
+
+}  // namespace
+}  // namespace vorlatch::tests

@@ -1,0 +1,116 @@
+// Whatever others put in the place of one of the daemon's files, before it is used or in the middle
+// of that: what it leads to stays as it is, and so does what was put there.
+#include <filesystem>
+#include <optional>
+
+#include <gtest/gtest.h>
+
+#include "tests/security/operations.h"
+#include "tests/security/planted.h"
+#include "tests/support/file_calls.h"
+#include "tests/support/story.h"
+
+namespace vorlatch::tests {
+namespace {
+
+namespace fs = std::filesystem;
+
+class PlantedEntry : public testing::TestWithParam<Operation> {
+ protected:
+  void putBeforehand(const std::vector<Plant>& all) {
+    for (const Plant& plant : all) {
+      begin();
+      putAt(path(), plant);
+      const OpenedSpecials opened;
+      GetParam().run();
+      expectNothingChanged(plant.name);
+      EXPECT_EQ(opened.paths, std::vector<std::string>{}) << plant.name;
+    }
+  }
+
+  // Puts each plant where `place` says right before each file call in turn; gives how often it did.
+  int exchange(const std::vector<Plant>& all,
+               const std::function<std::optional<std::string>()>& place) {
+    int exchanged = 0;
+    for (const Plant& plant : all) {
+      bool has_happened = true;
+      for (int call = 1; has_happened; ++call) {
+        begin();
+        const BeforeFileCall action(call, [&] {
+          if (const auto found = place()) putAt(*found, plant);
+        });
+        GetParam().run();
+        has_happened = action.hasHappened();
+        if (!planted_) continue;
+        ++exchanged;
+        expectNothingChanged(plant.name + " before file call " + std::to_string(call));
+      }
+    }
+    return exchanged;
+  }
+
+  [[nodiscard]] std::string path() const { return story_.file(GetParam().file); }
+  // The temporary name beside the file, while there is one.
+  [[nodiscard]] std::optional<std::string> temporary() const {
+    for (const auto& entry : fs::directory_iterator(story_.file(""))) {
+      if (entry.path().string().starts_with(path() + ".")) return entry.path();
+    }
+    return std::nullopt;
+  }
+
+ private:
+  // The daemon's files as the operation finds them, and victims that nobody has touched.
+  void begin() {
+    for (const auto& entry : fs::directory_iterator(story_.file(""))) fs::remove_all(entry.path());
+    GetParam().prepare(story_);
+    planted_.reset();
+    victims_.emplace(story_.rootPath("/elsewhere"));
+  }
+  void putAt(const std::string& place, const Plant& plant) {
+    planted_.emplace(plant, place, *victims_);
+    before_ = asAllStands();
+  }
+  [[nodiscard]] std::string asAllStands() const {
+    return planted_->asItStands() + victims_->asTheyStand();
+  }
+  void expectNothingChanged(const std::string& when) const {
+    EXPECT_EQ(asAllStands(), before_) << when;
+  }
+
+  Story story_;
+  std::optional<Victims> victims_;
+  std::optional<Planted> planted_;
+  std::string before_;
+};
+// With devices, which root alone can make.
+class PrivilegedPlantedEntry : public PlantedEntry {};
+
+TEST_P(PlantedEntry, BeforehandLeadsNowhereAndIsNotOpened) {
+  putBeforehand(plants());
+}
+
+TEST_P(PlantedEntry, BetweenAnyTwoFileCallsLeadsNowhere) {
+  // More than once for each.
+  EXPECT_GT(exchange(plants(), [&] { return path(); }), static_cast<int>(plants().size()));
+}
+
+TEST_P(PlantedEntry, UnderTheTemporaryNameLeadsNowhere) {
+  EXPECT_EQ(exchange(plants(), [&] { return temporary(); }) > 0, GetParam().writes_temporary);
+}
+
+TEST_P(PrivilegedPlantedEntry, BeforehandLeadsNowhereAndIsNotOpened) {
+  putBeforehand(devicePlants());
+}
+
+TEST_P(PrivilegedPlantedEntry, BetweenAnyTwoFileCallsLeadsNowhere) {
+  EXPECT_GT(exchange(devicePlants(), [&] { return path(); }),
+            static_cast<int>(devicePlants().size()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, PlantedEntry, testing::ValuesIn(operations()),
+                         testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(PrivilegedEach, PrivilegedPlantedEntry, testing::ValuesIn(operations()),
+                         testing::PrintToStringParamName());
+
+}  // namespace
+}  // namespace vorlatch::tests
