@@ -80,7 +80,7 @@ case $call in
   'launchctl load -w '*) [[ ! -f $3 ]] || : >"$FAKE/loaded" ;;
   'launchctl unload '* | 'launchctl remove com.zel.vorlatch') unloaded || true ;;
   'vorlatchctl release --keep-preferences') loaded || exit 3 ;;
-  'chown 501:501 '*) ;;
+  'chown -h 501:501 '*) ;;
   'rm -f '*) exec rm "$@" ;;
   *) echo "unexpected: $call" >>"$FAKE/record" ;;
 esac

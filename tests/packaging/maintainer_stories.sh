@@ -29,9 +29,9 @@ wholeLife() {
   run -i "$here/1.0.deb"
   expect 0 'installed 1.0' yes <<END
 1.0 postinst: <configure> <>
-  chown 501:501 ROOT/var/mobile
-  chown 501:501 ROOT/var/mobile/Library
-  chown 501:501 ROOT/var/mobile/Library/Preferences
+  chown -h 501:501 ROOT/var/mobile
+  chown -h 501:501 ROOT/var/mobile/Library
+  chown -h 501:501 ROOT/var/mobile/Library/Preferences
 $not_there
 $bootstrap
 END
@@ -108,7 +108,7 @@ END
   run -i "$here/1.0.deb"
   expect 0 'installed 1.0' no <<END
 1.0 postinst: <configure> <>
-  chown 501:501 ROOT/var/mobile
+  chown -h 501:501 ROOT/var/mobile
 $not_there
 $bootstrap
 $load
