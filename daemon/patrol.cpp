@@ -41,6 +41,8 @@ void patrolSweep(const Targets& targets) {
   writeChapterSeparator();
 }
 
+}  // namespace
+
 void patrolTick() {
   plist::Dictionary preferences = loadPreferences();
   if (!isEnabled(preferences)) return;
@@ -50,8 +52,6 @@ void patrolTick() {
   writeLogLine("[%s] [守护] 开始执行 1800s \n");
   platform::async(workerQueue(), [targets = std::move(targets)] { patrolSweep(targets); });
 }
-
-}  // namespace
 
 void setupGlobal1800sTimer() {
   makeWorkQueues();

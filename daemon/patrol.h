@@ -8,4 +8,8 @@ namespace vorlatch {
 // reads the preferences and does nothing when they are switched off. On the main thread.
 void setupGlobal1800sTimer();
 
+// One tick: reads the preferences afresh and hands the sweep over the targets to the worker queue.
+// On the debounce queue.
+void patrolTick();
+
 }  // namespace vorlatch

@@ -18,6 +18,7 @@
 #include "config/preferences.h"
 #include "config/status_file.h"
 #include "platform/property_list.h"
+#include "tests/support/stamp.h"
 
 namespace vorlatch {
 namespace {
@@ -54,17 +55,8 @@ Launch withReportsBeside(Launch launch, const std::string& path) {
   return launch;
 }
 
-// "[MM-dd HH:mm:ss] "
 std::string withoutStamp(const std::string& line) {
-  constexpr std::string_view kForm = "[dd-dd dd:dd:dd] ";
-  const auto fits = [](char c, char form) {
-    return form == 'd' ? c >= '0' && c <= '9' : c == form;
-  };
-  if (line.size() < kForm.size() || !std::equal(kForm.begin(), kForm.end(), line.begin(),
-                                                [&](char form, char c) { return fits(c, form); })) {
-    return "(no stamp) " + line;
-  }
-  return line.substr(kForm.size());
+  return isStamped(line) ? line.substr(kStampLength) : "(no stamp) " + line;
 }
 
 }  // namespace

@@ -9,6 +9,8 @@
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/run_options.h"
+
 extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* descriptor);
 
 namespace {
@@ -29,6 +31,10 @@ class ToTheFirstErrorStream : public testing::EmptyTestEventListener {
             result.message());
   }
   void OnTestEnd(const testing::TestInfo& test) override {
+    for (int i = 0; i < test.result()->test_property_count(); ++i) {
+      const testing::TestProperty& figure = test.result()->GetTestProperty(i);
+      dprintf(descriptor_, "%s: %s\n", figure.key(), figure.value());
+    }
     dprintf(descriptor_, "%s.%s %s\n", test.test_suite_name(), test.name(),
             test.result()->Passed() ? "passed" : "FAILED");
   }
@@ -41,6 +47,10 @@ class ToTheFirstErrorStream : public testing::EmptyTestEventListener {
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
+  if (!vorlatch::tests::readRunOptions(argc, argv)) {
+    dprintf(STDERR_FILENO, "Beside the test framework's it takes --seconds N and --seed N.\n");
+    return 2;
+  }
   const int first_error_stream = dup(STDERR_FILENO);
   if (__sanitizer_set_report_fd != nullptr) {
     __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<long>(first_error_stream)));

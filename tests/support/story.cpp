@@ -13,27 +13,17 @@
 #include "config/property_list_file.h"
 #include "daemon/startup.h"
 #include "platform/property_list.h"
+#include "tests/support/stamp.h"
 
 namespace vorlatch::tests {
 namespace {
 
-constexpr std::size_t kStampLength = 14;
 constexpr const char* kApplyNotification = "com.zel.vorlatch/ApplyLimits";
 
 std::string makeTemporaryRoot() {
   std::string path = (std::filesystem::temp_directory_path() / "vorlatch.XXXXXX").string();
   EXPECT_NE(mkdtemp(path.data()), nullptr);
   return path;
-}
-
-bool isStamped(const std::string& line) {
-  static constexpr std::string_view kForm = "[00-00 00:00:00] ";
-  if (line.size() < kForm.size()) return false;
-  for (std::size_t i = 0; i < kForm.size(); ++i) {
-    const bool digit = line[i] >= '0' && line[i] <= '9';
-    if (kForm[i] == '0' ? !digit : line[i] != kForm[i]) return false;
-  }
-  return true;
 }
 
 }  // namespace
@@ -111,7 +101,7 @@ Lines Story::takeLog() {
   Lines lines;
   for (std::string line; std::getline(unread, line);) {
     EXPECT_TRUE(isStamped(line)) << line;
-    lines.push_back(line.size() > kStampLength + 3 ? line.substr(kStampLength + 3) : line);
+    lines.push_back(line.size() > kStampLength ? line.substr(kStampLength) : line);
   }
   return lines;
 }

@@ -1,0 +1,44 @@
+#include "tests/support/run_options.h"
+
+#include <charconv>
+#include <optional>
+#include <string_view>
+
+namespace vorlatch::tests {
+namespace {
+
+RunOptions& options() {
+  static RunOptions read;
+  return read;
+}
+
+std::optional<std::uint32_t> numberIn(std::string_view text) {
+  std::uint32_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+}  // namespace
+
+const RunOptions& runOptions() {
+  return options();
+}
+
+bool readRunOptions(int argc, char** argv) {
+  for (int i = 1; i < argc; i += 2) {
+    const std::string_view name = argv[i];
+    const std::optional<std::uint32_t> number = i + 1 < argc ? numberIn(argv[i + 1]) : std::nullopt;
+    if (!number) return false;
+    if (name == "--seconds") {
+      options().duration = std::chrono::seconds(*number);
+    } else if (name == "--seed") {
+      options().seed = *number;
+    } else {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace vorlatch::tests
