@@ -3,32 +3,13 @@
 #include <gtest/gtest.h>
 
 #include "tests/blackbox/installation.h"
+#include "tests/blackbox/resource_use.h"
 #include "tests/blackbox/target.h"
 
 namespace vorlatch {
 namespace {
 
-// What the daemon takes of the machine.
-struct Use {
-  std::vector<std::string> open_files;
-  std::int64_t threads;
-  std::int64_t private_dirty_kb;
-};
-
-Use useOf(pid_t pid) {
-  return {openFiles(pid), procNumber(pid, "status", "Threads:"),
-          procNumber(pid, "smaps_rollup", "Private_Dirty:")};
-}
-
-void expectNoMore(const Use& now, const Use& before) {
-  EXPECT_EQ(now.open_files, before.open_files);
-  EXPECT_EQ(now.threads, before.threads);
-#ifndef VORLATCH_SANITIZED  // whose own memory grows as it likes
-  constexpr std::int64_t kGrowthMaxKb = 64;
-  ASSERT_GT(before.private_dirty_kb, 0);
-  EXPECT_LE(now.private_dirty_kb, before.private_dirty_kb + kGrowthMaxKb);
-#endif
-}
+constexpr std::int64_t kGrowthMaxKb = 64;
 
 // A daemon with one running target, and edits that each make one pass.
 class Ceilings : public testing::Test {
@@ -56,23 +37,23 @@ class Ceilings : public testing::Test {
 
 TEST_F(Ceilings, StayTheSameFromTenToAHundredPasses) {
   editUntil(10);
-  const Use after_ten = useOf(installation_.daemon());
+  const ResourceUse after_ten = resourceUseOf(installation_.daemon());
   editUntil(100);
-  expectNoMore(useOf(installation_.daemon()), after_ten);
+  expectNoMore(resourceUseOf(installation_.daemon()), after_ten, kGrowthMaxKb);
 }
 
 TEST_F(Ceilings, AreNotTouchedByADaemonWithNothingToDo) {
   editUntil(1);
   const pid_t daemon = installation_.daemon();
   EXPECT_TRUE(installation_.waitForQuiet());
-  const Use before = useOf(daemon);
+  const ResourceUse before = resourceUseOf(daemon);
   const std::int64_t switches_before = voluntarySwitches(daemon);
   EXPECT_TRUE(installation_.watch().staysQuietFor(std::chrono::seconds(5)));
   [[maybe_unused]] const std::int64_t switches = voluntarySwitches(daemon) - switches_before;
 #ifndef VORLATCH_SANITIZED  // which may bring threads of its own
   EXPECT_LE(switches, before.threads);
 #endif
-  expectNoMore(useOf(daemon), before);
+  expectNoMore(resourceUseOf(daemon), before, kGrowthMaxKb);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // The daemon among file systems and processes of the test's own, apart from the machine's.
 #include <fcntl.h>
 #include <sched.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +14,7 @@
 #include "platform/property_list.h"
 #include "tests/blackbox/expected_log.h"
 #include "tests/blackbox/installation.h"
+#include "tests/blackbox/memory_file_system.h"
 #include "tests/blackbox/target.h"
 
 namespace vorlatch {
@@ -25,35 +25,8 @@ namespace fs = std::filesystem;
 // Leaves the machine's mounts for a copy of them.
 class PrivilegedFileSystems : public testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(unshare(CLONE_NEWNS), 0) << std::strerror(errno);
-    ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0)
-        << std::strerror(errno);
-  }
+  void SetUp() override { leaveTheMachinesMounts(); }
 };
-
-// A file system in memory, there until the object goes.
-class MemoryFileSystem {
- public:
-  MemoryFileSystem(std::string directory, const char* options) : directory_(std::move(directory)) {
-    EXPECT_EQ(mount("tmpfs", directory_.c_str(), "tmpfs", 0, options), 0) << std::strerror(errno);
-  }
-  MemoryFileSystem(const MemoryFileSystem&) = delete;
-  MemoryFileSystem& operator=(const MemoryFileSystem&) = delete;
-  ~MemoryFileSystem() { EXPECT_EQ(umount2(directory_.c_str(), MNT_DETACH), 0); }
-
- private:
-  const std::string directory_;
-};
-
-// Writes until nothing more goes in.
-void fillUp(const std::string& path) {
-  const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-  const std::string block(1024, 'x');
-  while (write(file.number(), block.data(), block.size()) > 0) {
-  }
-  EXPECT_EQ(errno, ENOSPC);
-}
 
 TEST_F(PrivilegedFileSystems, TakeTheUsualPlaceWithoutTheRootPrefixLibrary) {
   const MemoryFileSystem var("/var", "mode=755");

@@ -147,7 +147,9 @@ std::vector<std::string> openFiles(pid_t pid) {
   std::vector<std::string> files;
   std::error_code error;
   for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error)) {
-    files.push_back(fs::read_symlink(entry.path(), error));
+    std::error_code closed_meanwhile;
+    const fs::path file = fs::read_symlink(entry.path(), closed_meanwhile);
+    if (!closed_meanwhile) files.push_back(file);
   }
   EXPECT_FALSE(error) << error.message();
   std::sort(files.begin(), files.end());
