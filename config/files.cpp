@@ -89,7 +89,7 @@ std::optional<std::string> contentsOf(const Descriptor& file, const struct stat&
 
 bool fileExists(const std::string& path) {
   struct stat status {};
-  return ::stat(path.c_str(), &status) == 0;
+  return ::stat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
 void createEmptyFile(const std::string& path) {

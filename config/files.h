@@ -18,6 +18,7 @@
 
 namespace vorlatch {
 
+// True also when that cannot be found out, so that nobody replaces a file that may be there.
 bool fileExists(const std::string& path);
 
 // Creates the file without contents; whatever is there already is left as it is, and nothing is
