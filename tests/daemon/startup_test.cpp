@@ -56,17 +56,17 @@ TEST(Startup, AnExistingLogOfAnySizeIsKeptAndAppendedTo) {
   EXPECT_EQ(tests::modeOf(story.logFile()), 0666U);
 }
 
-TEST(Startup, MakesQueuesTimersAndTheObserverInThisOrder) {
+TEST(Startup, MakesQueuesTimersAndTheObserverInThisOrderAndThenServesTheMainThread) {
   Story story;
   story.writePreferences({});
   story.start();
-  EXPECT_EQ(story.device.takeTrace(
-                {"makeSerialQueue", "startTimer", "cancelTimer", "observeNotification"}),
+  EXPECT_EQ(story.device.takeTrace({"makeSerialQueue", "startTimer", "cancelTimer",
+                                    "observeNotification", "runMainLoop"}),
             (Lines{"makeSerialQueue(\"com.zel.vorlatch.debounce\")",
                    "makeSerialQueue(\"com.zel.vorlatch.worker\")",
                    "startTimer(com.zel.vorlatch.debounce, 1800000000000, 1800000000000, 5000000000)"
                    " = timer 1",
-                   "observeNotification(\"com.zel.vorlatch/ApplyLimits\")",
+                   "observeNotification(\"com.zel.vorlatch/ApplyLimits\")", "runMainLoop()",
                    "startTimer(com.zel.vorlatch.debounce, 150000000, never, 0) = timer 2"}));
 }
 

@@ -1,6 +1,8 @@
 #include "kernel/jetsam_readback.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -71,6 +73,48 @@ TEST(JetsamReadBack, OnlyTheFilledPartOfTheListIsLookedAt) {
        .buffer = std::string(reinterpret_cast<const char*>(entries), sizeof(entries))});
   EXPECT_EQ(getActualJetsam(7), 3);
   EXPECT_EQ(getActualJetsam(8), -999);
+}
+
+TEST(JetsamReadBack, AListOfOneProcessIsRead) {
+  Kernel kernel;
+  const platform::memorystatus_priority_entry entry{
+      .pid = 7, .priority = 3, .user_data = 0, .limit = -1, .state = 0};
+  kernel.device.script(
+      {.function = "memorystatus_control",
+       .command = kGetPriorityList,
+       .first = 2,
+       .result = sizeof(entry),
+       .buffer = std::string(reinterpret_cast<const char*>(&entry), sizeof(entry))});
+  EXPECT_EQ(getActualJetsam(7), 3);
+}
+
+TEST(JetsamReadBack, AListThatGrewByTenIsReadToItsEnd) {
+  Kernel kernel;
+  std::vector<std::int32_t> newcomers;
+  kernel.device.script({.function = "memorystatus_control",
+                        .command = kGetPriorityList,
+                        .count = 1,
+                        .meanwhile = [&] {
+                          for (int i = 0; i < 10; ++i) {
+                            newcomers.push_back(kernel.device.launch({.name = "newcomer"}));
+                          }
+                        }});
+  const JetsamPriorityList list = fetchJetsamPriorityList();
+  EXPECT_EQ(list.count, 12U);
+  for (const std::int32_t pid : newcomers) {
+    EXPECT_TRUE(std::any_of(list.begin(), list.end(), [pid](const auto& entry) {
+      return entry.pid == pid;
+    })) << pid;
+  }
+}
+
+TEST(JetsamReadBack, AnySizeAboveZeroIsAskedForWithRoomForTenMore) {
+  Kernel kernel;
+  kernel.device.script(
+      {.function = "memorystatus_control", .command = kGetPriorityList, .count = 1, .result = 1});
+  EXPECT_EQ(getActualJetsam(kernel.pid), 180);
+  EXPECT_EQ(kernel.takeCalls(), (Lines{"memorystatus_control(1, 0, 0, null, 0) = 1",
+                                       "memorystatus_control(1, 0, 0, buffer, 241) = 48"}));
 }
 
 TEST(JetsamReadBack, AShortOrRefusedListGivesNone) {

@@ -208,6 +208,22 @@ TEST(ProcessLookup, PidsBelowOneAreSkippedWithoutACall) {
             Lines{"proc_name(" + std::to_string(pids[2]) + ", zeros, 256) = 10"});
 }
 
+TEST(ProcessLookup, PidOneIsAProcessLikeAnyOther) {
+  Processes device;
+  device.device.launch({.name = "launchd", .executable_path = "/sbin/launchd", .pid = 1});
+  EXPECT_EQ(getPIDForBundleID("launchd"), 1);
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"launchd", 1}}));
+}
+
+TEST(ProcessLookup, AnySizeAboveZeroIsRoomForAsManyProcesses) {
+  Processes device;
+  const auto older = device.launch("older");
+  const auto newer = device.launch("newer");
+  device.device.script({.function = "proc_listpids", .count = 1, .result = 1});
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"newer", newer}}));
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"newer", newer}, {"older", older}}));
+}
+
 TEST(ProcessLookup, AListThatCannotBeReadGivesNothing) {
   Processes device;
   device.launch("backboardd");
