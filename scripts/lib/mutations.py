@@ -168,7 +168,7 @@ def literals(source):
             ending = '\\n"' if token.text.endswith('\\n"') else '"'
             yield "message", i, i + 1, token.text.removesuffix(ending) + "~" + ending
         elif token.kind == "char":
-            yield "constant", i, i + 1, "'~'"
+            yield "constant", i, i + 1, "'~'" if token.text != "'~'" else "'!'"
         elif token.text in ("true", "false"):
             yield "constant", i, i + 1, "false" if token.text == "true" else "true"
 

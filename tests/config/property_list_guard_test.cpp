@@ -2,8 +2,11 @@
 
 #include <pthread.h>
 
+#include <cctype>
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -217,6 +220,117 @@ TEST(PropertyListGuard, NoTextHidesBracketsThatAParserSees) {
   EXPECT_FALSE(isBoundedPropertyList("(" + repeated(")", 1000) + flood));
   EXPECT_FALSE(isBoundedPropertyList("\xFF\xFE(\0(\0"s));
   EXPECT_FALSE(isBoundedPropertyList("\xE2\x80\xA8 <plist>" + repeated("<array>", 1'000'000)));
+}
+
+TEST(PropertyListGuard, ScalarsAreNoLevels) {
+  for (const std::string scalar :
+       {"key", "string", "integer", "real", "date", "data", "true", "false"}) {
+    const std::string inside = "<" + scalar + "></" + scalar + ">";
+    EXPECT_TRUE(
+        isBoundedPropertyList(nestedXml("<array>", inside, "</array>", kMaxPropertyListDepth)))
+        << scalar;
+  }
+}
+
+TEST(PropertyListGuard, OnlyTheOutermostPlistElementIsNoLevel) {
+  const std::string inside = "<plist></plist>";
+  EXPECT_TRUE(
+      isBoundedPropertyList(nestedXml("<array>", inside, "</array>", kMaxPropertyListDepth - 1)));
+  EXPECT_FALSE(
+      isBoundedPropertyList(nestedXml("<array>", inside, "</array>", kMaxPropertyListDepth)));
+}
+
+TEST(PropertyListGuard, TheTopLevelIsCountedLikeAnyOther) {
+  const std::string xml = repeated("<dict>", kMaxPropertyListDepth);
+  EXPECT_TRUE(isBoundedPropertyList(repeated("<dict></dict>", 1000) + xml));
+  EXPECT_FALSE(isBoundedPropertyList("<dict></dict></dict>" + xml + "<dict>"));
+  for (const auto& [open, close] : {std::pair("(", ")"), std::pair("{", "}")}) {
+    const std::string text = repeated(open, kMaxPropertyListDepth);
+    EXPECT_TRUE(isBoundedPropertyList(repeated(open + std::string(close), 1000) + text));
+    EXPECT_FALSE(isBoundedPropertyList(close + text + open));
+  }
+}
+
+// The smallest dictionary with a key and a value.
+std::string dictionaryOf(const std::string& key, const std::string& value) {
+  BinaryBuilder list;
+  list.objects = {list.dictionary({1}, {2}), key, value};
+  return list.build();
+}
+
+TEST(PropertyListGuard, ABinaryDictionarysKeysAreTexts) {
+  for (const std::string& no_text : {"\x09"s, "\x10\x05"s, "\xA0"s, "\xD0"s, "\x41x"s}) {
+    EXPECT_FALSE(isBoundedPropertyList(dictionaryOf(no_text, "\x09"))) << no_text;
+  }
+  EXPECT_TRUE(isBoundedPropertyList(dictionaryOf(BinaryBuilder::ascii(""), "\x09")));
+  EXPECT_TRUE(isBoundedPropertyList(dictionaryOf(BinaryBuilder::ascii("a~b"), "\x09")));
+}
+
+TEST(PropertyListGuard, ABinaryDictionarysKeysHoldNoNul) {
+  const auto is_bounded_with_key = [](const std::string& units) {
+    const std::string key = BinaryBuilder::marker(0x6, units.size() / 2) + units;
+    return isBoundedPropertyList(dictionaryOf(key, "\x09"));
+  };
+  EXPECT_TRUE(is_bounded_with_key("\0a\0b"s));
+  EXPECT_TRUE(is_bounded_with_key("a\0\0b\0\1"s));  // no unit of two bytes is zero
+  EXPECT_FALSE(is_bounded_with_key("\0\0\0b"s));
+  EXPECT_FALSE(is_bounded_with_key("aa\0\0aa"s));
+  EXPECT_FALSE(is_bounded_with_key("aa\0\0"s));
+  EXPECT_FALSE(isBoundedPropertyList(dictionaryOf(BinaryBuilder::ascii("a\0b"s), "\x09")));
+  EXPECT_TRUE(isBoundedPropertyList(
+      dictionaryOf(BinaryBuilder::ascii("a"), BinaryBuilder::ascii("a\0b"s))));
+}
+
+TEST(PropertyListGuard, ABracketRightBehindATextOrACommentCounts) {
+  const std::string open = repeated("(", kMaxPropertyListDepth);
+  for (const char* before :
+       {"\"\"", "''", "\"a\"", "a", "/**/", "/* a */", "//\n", "// a\r", ","}) {
+    EXPECT_TRUE(isBoundedPropertyList(before + open)) << before;
+    EXPECT_FALSE(isBoundedPropertyList(before + open + "(")) << before;
+  }
+}
+
+constexpr std::string_view kBareWordSigns = "_$/:.-";
+
+std::string printableCharacters() {
+  std::string all;
+  for (char c = '!'; c <= '~'; ++c) all += c;
+  return all;
+}
+
+TEST(PropertyListGuard, OnlyABareWordHidesTheSlashesOfAComment) {
+  const std::string flood = repeated("(", 1000);
+  for (const char c : printableCharacters()) {
+    if (std::string_view("\"'/").find(c) != std::string_view::npos) continue;
+    const bool in_word = std::isalnum(static_cast<unsigned char>(c)) != 0 ||
+                         kBareWordSigns.find(c) != std::string_view::npos;
+    EXPECT_EQ(isBoundedPropertyList(","s + c + "//" + flood), !in_word) << c;
+  }
+}
+
+TEST(PropertyListGuard, OnlyTheEndOfTheLineEndsALineComment) {
+  const std::string flood = repeated("(", 1000);
+  EXPECT_TRUE(isBoundedPropertyList("// " + printableCharacters() + flood));
+  EXPECT_FALSE(isBoundedPropertyList("// " + printableCharacters() + "\n" + flood));
+}
+
+TEST(PropertyListGuard, OnlyBlanksMayStandInFrontOfXml) {
+  const std::string xml = repeated("<array>", 1000);
+  for (const char* blanks : {"", " ", "\n\t\r ", "\xEF\xBB\xBF", "\x7F"}) {
+    EXPECT_FALSE(isBoundedPropertyList(blanks + xml)) << blanks;
+  }
+  for (const char c : printableCharacters()) {
+    EXPECT_EQ(isBoundedPropertyList(c + xml), c != '<') << c;  // text, without a bracket
+  }
+  EXPECT_TRUE(isBoundedPropertyList(""));
+  EXPECT_TRUE(isBoundedPropertyList(" \n"));
+}
+
+TEST(PropertyListGuard, NothingBehindTheBytesIsRead) {
+  const std::string text = "(\"abc\"" + repeated("(", 1000);
+  EXPECT_TRUE(isBoundedPropertyList(std::string_view(text).substr(0, 5)));
+  const std::string comment = "(/* */" + repeated("(", 1000);
+  EXPECT_TRUE(isBoundedPropertyList(std::string_view(comment).substr(0, 5)));
 }
 
 }  // namespace
