@@ -38,6 +38,7 @@ void arrange(std::int64_t targets, std::int64_t processes) {
                                         {"CheckInterval", 0}});
   }
   story().writeTargets(configs);
+  kDebounceQueue.assertHeld();
   executeMemoryLimits();
 }
 

@@ -1,11 +1,11 @@
 #include "config/status_file.h"
 
-#include <mutex>
 #include <optional>
 
 #include "config/files.h"
 #include "config/property_list_file.h"
 #include "platform/plist_value.h"
+#include "platform/thread_safety.h"
 #include "rootprefix/pref_path.h"
 
 namespace vorlatch {
@@ -13,8 +13,8 @@ namespace {
 
 struct Status {
   // Held from the change to the mode, so that the file never falls behind a later change.
-  std::mutex mutex;
-  plist::Dictionary entries;
+  Mutex mutex;
+  plist::Dictionary entries GUARDED_BY(mutex);
 };
 
 Status& status() {
@@ -27,7 +27,7 @@ Status& status() {
 void updateStatusFile(const std::string& key, std::int32_t pid, std::int32_t nice_value,
                       std::int32_t jetsam_priority) {
   Status& current = status();
-  const std::scoped_lock lock(current.mutex);
+  const Lock lock(current.mutex);
   if (pid != 0) {
     current.entries.insert_or_assign(
         key, plist::Dictionary{{status_keys::kPid, pid},

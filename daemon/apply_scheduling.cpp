@@ -11,13 +11,12 @@ namespace {
 
 constexpr std::uint64_t kDebounceNs = 150'000'000;
 
-// Confined to the debounce queue.
-platform::Timer& debounceTimer() {
+platform::Timer& debounceTimer() REQUIRES(kDebounceQueue) {
   static platform::Timer& timer = *new platform::Timer;
   return timer;
 }
 
-void scheduleDebouncedPass() {
+void scheduleDebouncedPass() REQUIRES(kDebounceQueue) {
   platform::Timer& timer = debounceTimer();
   timer.reset();
   timer = platform::startTimer(

@@ -21,7 +21,8 @@ constexpr std::uint64_t kLeewayNs = 5'000'000'000;
 
 // Tells the pass and the watch timers which process the patrol saw.
 void recordPatrolPID(const std::string& key, std::int32_t pid) {
-  platform::async(debounceQueue(), [key, pid] { passState().lastKnownPIDs[key] = pid; });
+  platform::async(debounceQueue(),
+                  [key, pid]() REQUIRES(kDebounceQueue) { passState().lastKnownPIDs[key] = pid; });
 }
 
 // On the worker queue. It restores nothing and leaves the watch timers alone.

@@ -9,10 +9,12 @@
 #include "kernel/self_protection.h"
 #include "platform/notifications.h"
 #include "platform/queues.h"
+#include "reconcile/work_queues.h"
 
 namespace vorlatch {
 
 int runDaemon() {
+  kMainThread.assertHeld();
   openLog();
   writeChapterSeparator();
   checkAndGenerateDefaultConfig();

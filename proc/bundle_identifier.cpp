@@ -2,12 +2,12 @@
 
 #include <array>
 #include <cstring>
-#include <mutex>
 #include <string_view>
 #include <unordered_map>
 
 #include "config/property_list_file.h"
 #include "platform/process_table.h"
+#include "platform/thread_safety.h"
 #include "platform/utf8.h"
 
 namespace vorlatch {
@@ -17,8 +17,9 @@ constexpr std::uint32_t kPathBufferBytes = 4096;
 
 struct BundleIdentifierCache {
   // Held around a look-up or an insertion, never while a file is read.
-  std::mutex mutex;
-  std::unordered_map<std::string, std::string> bundleIdentifierCache;  // by bundle directory
+  Mutex mutex;
+  // By bundle directory.
+  std::unordered_map<std::string, std::string> bundleIdentifierCache GUARDED_BY(mutex);
 };
 
 BundleIdentifierCache& cache() {
@@ -28,7 +29,7 @@ BundleIdentifierCache& cache() {
 
 std::optional<std::string> cachedIdentifier(const std::string& bundle_directory) {
   BundleIdentifierCache& kept = cache();
-  const std::scoped_lock lock(kept.mutex);
+  const Lock lock(kept.mutex);
   const auto entry = kept.bundleIdentifierCache.find(bundle_directory);
   if (entry == kept.bundleIdentifierCache.end()) return std::nullopt;
   return entry->second;
@@ -36,7 +37,7 @@ std::optional<std::string> cachedIdentifier(const std::string& bundle_directory)
 
 void rememberIdentifier(const std::string& bundle_directory, const std::string& identifier) {
   BundleIdentifierCache& kept = cache();
-  const std::scoped_lock lock(kept.mutex);
+  const Lock lock(kept.mutex);
   kept.bundleIdentifierCache.insert_or_assign(bundle_directory, identifier);
 }
 

@@ -10,23 +10,24 @@
 #include "config/preferences.h"
 #include "platform/queues.h"
 #include "proc/process_lookup.h"
+#include "reconcile/work_queues.h"
 
 namespace vorlatch {
 
 // Each is keyed by the target key.
 struct PassState {
   // The running watch timers.
-  std::map<std::string, platform::Timer> targetTimers;
+  std::map<std::string, platform::Timer> targetTimers GUARDED_BY(kDebounceQueue);
   // The targets taken charge of. This set alone decides which targets count as removed.
-  std::set<std::string> knownTargets;
+  std::set<std::string> knownTargets GUARDED_BY(kDebounceQueue);
   // The settings that the pass last acted on.
-  std::unordered_map<std::string, TargetSettings> lastAppliedConfigs;
+  std::unordered_map<std::string, TargetSettings> lastAppliedConfigs GUARDED_BY(kDebounceQueue);
   // The process ids last seen, 0 for a target that was not running. Also written by watch timers
   // and the patrol, and so it may hold targets that the pass does not know.
-  PIDMap lastKnownPIDs;
+  PIDMap lastKnownPIDs GUARDED_BY(kDebounceQueue);
 };
 
-// Empty until the first pass. On the debounce queue only.
+// Empty until the first pass.
 PassState& passState();
 
 }  // namespace vorlatch

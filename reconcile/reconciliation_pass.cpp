@@ -19,7 +19,7 @@ namespace vorlatch {
 namespace {
 
 // Switched off: everything is forgotten, and what was held is handed back.
-void releaseEverything(PassState& state) {
+void releaseEverything(PassState& state) REQUIRES(kDebounceQueue) {
   state.targetTimers.clear();
   state.lastAppliedConfigs.clear();
   const auto known_targets = std::exchange(state.knownTargets, {});
@@ -35,7 +35,7 @@ void releaseEverything(PassState& state) {
   restoreTargets(std::move(released));
 }
 
-void releaseRemovedTargets(PassState& state, const Targets& targets) {
+void releaseRemovedTargets(PassState& state, const Targets& targets) REQUIRES(kDebounceQueue) {
   std::vector<RestoreTarget> removed;
   auto configured = targets.begin();
   for (const std::string& key : state.knownTargets) {  // both are in order of their keys
@@ -56,7 +56,7 @@ void releaseRemovedTargets(PassState& state, const Targets& targets) {
 }
 
 void reconcileTarget(PassState& state, const std::string& key, const TargetSettings& settings,
-                     std::int32_t pid) {
+                     std::int32_t pid) REQUIRES(kDebounceQueue) {
   const auto last_applied = state.lastAppliedConfigs.find(key);
   const bool changed =
       last_applied == state.lastAppliedConfigs.end() || settings != last_applied->second;

@@ -5,11 +5,12 @@
 #include <string>
 
 #include "config/preferences.h"
+#include "reconcile/work_queues.h"
 
 namespace vorlatch {
 
 // Logs the start and applies the settings; with pid 0, logs the exit and removes the status entry.
-// On the debounce queue.
-void handleChangedPID(const std::string& key, const TargetSettings& settings, std::int32_t pid);
+void handleChangedPID(const std::string& key, const TargetSettings& settings, std::int32_t pid)
+    REQUIRES(kDebounceQueue);
 
 }  // namespace vorlatch

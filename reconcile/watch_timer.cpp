@@ -14,8 +14,8 @@ constexpr std::uint64_t kNsPerSecond = 1'000'000'000;
 // A late tick does no harm, and lets the system join its wake-up with others.
 constexpr std::uint64_t kLeewayNs = kNsPerSecond;
 
-void watchTimerTick(const std::string& key, const TargetSettings& settings,
-                    std::int32_t interval_s) {
+void watchTimerTick(const std::string& key, const TargetSettings& settings, std::int32_t interval_s)
+    REQUIRES(kDebounceQueue) {
   const std::int32_t pid = getPIDForBundleID(key);
   auto& last_known_pids = passState().lastKnownPIDs;
   if (pid != pidIn(last_known_pids, key)) {
@@ -37,7 +37,8 @@ platform::Timer startWatchTimer(const std::string& key, const TargetSettings& se
   return platform::startTimer(
       debounceQueue(),
       {.start_ns = interval_ns, .interval_ns = interval_ns, .leeway_ns = kLeewayNs},
-      [key, settings, interval_s] { watchTimerTick(key, settings, interval_s); });
+      [key, settings, interval_s]()
+          REQUIRES(kDebounceQueue) { watchTimerTick(key, settings, interval_s); });
 }
 
 }  // namespace vorlatch

@@ -11,7 +11,7 @@
 namespace vorlatch {
 
 // Starts a timer whose first tick comes one interval from now. It keeps these settings: an edit
-// makes the pass replace it. On the debounce queue, as are its ticks.
+// makes the pass replace it. Its ticks run on the debounce queue.
 platform::Timer startWatchTimer(const std::string& key, const TargetSettings& settings,
                                 std::int32_t interval_s);
 

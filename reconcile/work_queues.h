@@ -2,12 +2,17 @@
 #pragma once
 
 #include "platform/queues.h"
+#include "platform/thread_safety.h"
 
 namespace vorlatch {
 
-// Makes both queues when they do not exist yet, the debounce queue first. Called on the main thread
-// before anything is sent to them.
-void makeWorkQueues();
+// What runs on the main thread, and on the debounce queue.
+inline constexpr Confinement kMainThread;
+inline constexpr Confinement kDebounceQueue;
+
+// Makes both queues when they do not exist yet, the debounce queue first. Called before anything is
+// sent to them.
+void makeWorkQueues() REQUIRES(kMainThread);
 
 // Passes, watch timer ticks, patrol ticks and the debounce timer run here, so none of them overlaps
 // another; the pass state is confined to it.

@@ -231,20 +231,20 @@ const model::JetsamTable* JetsamStateFile::load() {
 }
 
 void JetsamStateFile::look(const std::function<void(const model::JetsamTable&)>& use) {
-  const std::lock_guard guard(mutex_);
+  const Lock lock(mutex_);
   const model::JetsamTable* table = in_memory_ ? &*in_memory_ : load();
   use(table != nullptr ? *table : model::JetsamTable{});
 }
 
 void JetsamStateFile::update(const model::ProcessList& processes,
                              const std::function<void(model::JetsamTable&)>& use) {
-  const std::lock_guard guard(mutex_);
+  const Lock lock(mutex_);
   if (in_memory_) {
     use(*in_memory_);
     return;
   }
-  const Descriptor lock = openLocked(path_ + ".lock");
-  const model::JetsamTable* stored = lock.isOpen() ? load() : nullptr;
+  const Descriptor lock_file = openLocked(path_ + ".lock");
+  const model::JetsamTable* stored = lock_file.isOpen() ? load() : nullptr;
   model::JetsamTable table = stored != nullptr ? *stored : model::JetsamTable{};
   use(table);
   if (stored != nullptr && table == *stored) return;

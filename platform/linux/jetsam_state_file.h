@@ -3,12 +3,12 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/model/jetsam_model.h"
+#include "platform/thread_safety.h"
 
 namespace vorlatch::platform {
 
@@ -40,14 +40,14 @@ class JetsamStateFile {
  private:
   // Nothing only when the name is taken by what is not ours; no file and no sense are an empty
   // table. Kept until the next call.
-  const model::JetsamTable* load();
+  const model::JetsamTable* load() REQUIRES(mutex_);
 
-  std::mutex mutex_;
+  Mutex mutex_;
   const std::string path_;
-  std::optional<model::JetsamTable> in_memory_;
+  std::optional<model::JetsamTable> in_memory_ GUARDED_BY(mutex_);
   // What was read last, by the file's header, whose checksum covers the rest.
-  std::string read_header_;
-  model::JetsamTable read_table_;
+  std::string read_header_ GUARDED_BY(mutex_);
+  model::JetsamTable read_table_ GUARDED_BY(mutex_);
 };
 
 }  // namespace vorlatch::platform

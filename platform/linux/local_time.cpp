@@ -2,7 +2,8 @@
 
 #include <array>
 #include <ctime>
-#include <mutex>
+
+#include "platform/thread_safety.h"
 
 namespace vorlatch::platform {
 
@@ -12,8 +13,8 @@ std::string localTimeStamp() {
   {
     // localtime_r, unlike localtime, does not look at the time zone anew by itself. The C library
     // has a lock of its own for this, which the thread sanitizer cannot see.
-    static std::mutex& time_zone = *new std::mutex;
-    const std::scoped_lock lock(time_zone);
+    static Mutex& time_zone = *new Mutex;
+    const Lock lock(time_zone);
     tzset();
     localtime_r(&now, &local);
   }

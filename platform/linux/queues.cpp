@@ -11,8 +11,9 @@
 #include <cstring>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <utility>
+
+#include "platform/thread_safety.h"
 
 namespace vorlatch::platform {
 namespace {
@@ -79,20 +80,20 @@ class SerialQueue {
   }
 
   void send(Work work) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     sent_.push_back({uptimeNs(), std::move(work)});
     if (sent_.size() == 1) changed_.notify_one();
   }
 
   void add(const RunningTimerPointer& timer) {
     if (timer->due_ns == kNever) return;
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     const auto place = timers_.emplace(timer->due_ns, timer);
     if (place == timers_.begin()) changed_.notify_one();
   }
 
   void remove(const RunningTimerPointer& timer) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     const auto [first, last] = timers_.equal_range(timer->due_ns);
     const auto place =
         std::find_if(first, last, [&timer](const auto& entry) { return entry.second == timer; });
@@ -106,7 +107,7 @@ class SerialQueue {
   };
 
   static void* serve(void* queue) {
-    for (;;) static_cast<SerialQueue*>(queue)->runNext();
+    for (;;) static_cast<SerialQueue*>(queue)->awaitNext()();
   }
 
   // A thread's name holds 15 characters; the last part of a label tells the queues apart.
@@ -118,44 +119,42 @@ class SerialQueue {
   }
 
   // Whatever became ready first comes first, be it sent or due, so that neither starves the other.
-  void runNext() {
-    std::unique_lock lock(mutex_);
+  Work awaitNext() {
+    Lock lock(mutex_);
     for (;;) {
       const bool timer_first =
           !timers_.empty() && (sent_.empty() || timers_.begin()->first < sent_.front().sent_ns);
-      if (!timer_first && !sent_.empty()) return runSent(lock);
-      if (timer_first && timers_.begin()->first <= uptimeNs()) return fireTimer(lock);
+      if (!timer_first && !sent_.empty()) return takeSent();
+      if (timer_first && timers_.begin()->first <= uptimeNs()) return takeFire();
       if (timers_.empty()) {
-        changed_.wait(lock);
+        lock.wait(changed_);
       } else {
-        changed_.wait_until(lock, timePoint(timers_.begin()->first));
+        lock.waitUntil(changed_, timePoint(timers_.begin()->first));
       }
     }
   }
 
-  void runSent(std::unique_lock<std::mutex>& lock) {
-    const Work work = std::move(sent_.front().work);
+  Work takeSent() REQUIRES(mutex_) {
+    Work work = std::move(sent_.front().work);
     sent_.pop_front();
-    lock.unlock();
-    work();
+    return work;
   }
 
   // The next fire is armed before the handler runs, so that cancelling is taking it out, from
   // inside the handler too.
-  void fireTimer(std::unique_lock<std::mutex>& lock) {
+  Work takeFire() REQUIRES(mutex_) {
     auto entry = timers_.extract(timers_.begin());
-    const RunningTimerPointer timer = entry.mapped();
+    RunningTimerPointer timer = entry.mapped();
     timer->advance(uptimeNs());
     entry.key() = timer->due_ns;
     if (timer->due_ns != kNever) timers_.insert(std::move(entry));
-    lock.unlock();
-    timer->handler();
+    return [timer = std::move(timer)] { timer->handler(); };
   }
 
-  std::mutex mutex_;
+  Mutex mutex_;
   std::condition_variable changed_;
-  std::deque<Sent> sent_;                                     // guarded by mutex_
-  std::multimap<std::uint64_t, RunningTimerPointer> timers_;  // by due time; guarded by mutex_
+  std::deque<Sent> sent_ GUARDED_BY(mutex_);
+  std::multimap<std::uint64_t, RunningTimerPointer> timers_ GUARDED_BY(mutex_);  // by due time
 };
 
 class TimerSource {

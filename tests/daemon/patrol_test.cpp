@@ -157,6 +157,7 @@ TEST(Patrol, IsMadeOnceHoweverOftenItIsAskedFor) {
   const auto pid = story.device.launch({.name = "alpha"});
   story.writeTargets({{"alpha", kSettings}});
   story.startAndSettle();
+  kMainThread.assertHeld();
   setupGlobal1800sTimer();
   applyMemoryLimits();
   setupGlobal1800sTimer();
