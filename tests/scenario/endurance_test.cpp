@@ -1,8 +1,6 @@
 // The daemon runs for months: what it does a thousand times leaves nothing behind.
 #include <malloc.h>
 
-#include <filesystem>
-
 #include <gtest/gtest.h>
 
 #include "tests/support/story.h"
@@ -15,11 +13,6 @@ using tests::Story;
 using namespace std::chrono_literals;
 
 constexpr std::size_t kAllowedGrowthBytes = std::size_t{64} * 1024;
-
-std::size_t openFiles() {
-  const std::filesystem::directory_iterator descriptors("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
-}
 
 struct Busy : Story {
   Busy() {
@@ -44,10 +37,10 @@ TEST(Endurance, AThousandPassesTakeNoMoreMemoryOrFilesThanTen) {
   Busy busy;
   for (int i = 0; i < 10; ++i) busy.pass(i);
   const std::size_t bytes_after_ten = mallinfo2().uordblks;
-  const std::size_t files_after_ten = openFiles();
+  const std::size_t files_after_ten = tests::openFiles();
   for (int i = 10; i < 1000; ++i) busy.pass(i);
   EXPECT_LE(mallinfo2().uordblks, bytes_after_ten + kAllowedGrowthBytes);
-  EXPECT_EQ(openFiles(), files_after_ten);
+  EXPECT_EQ(tests::openFiles(), files_after_ten);
 }
 
 TEST(Endurance, SixtyDaysOfPatrolsAndTicksTakeNoMoreMemoryThanOne) {

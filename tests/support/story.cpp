@@ -132,6 +132,11 @@ void writeAll(const std::string& path, std::string_view bytes) {
   ASSERT_TRUE(file.good()) << path;
 }
 
+std::size_t openFiles() {
+  const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
+
 unsigned modeOf(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;

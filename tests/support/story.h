@@ -66,6 +66,8 @@ class Story {
 
 std::string readAll(const std::string& path);
 void writeAll(const std::string& path, std::string_view bytes);
+// How many descriptors this process has open.
+std::size_t openFiles();
 // The permission bits of a file, 0 when there is none.
 unsigned modeOf(const std::string& path);
 

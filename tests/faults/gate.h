@@ -1,0 +1,54 @@
+// The gate that the daemon's calls pass. It keeps each with what came of it, and makes those fail
+// that are planned to. The wrapped functions (wrapped_*.cpp) lead here by the linker; while no
+// daemon code runs, they are the real ones.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tests/faults/call.h"
+#include "tests/faults/outcomes.h"
+
+namespace vorlatch::faults {
+
+// What happens to one call: which of its outcomes, counted around when it has fewer.
+struct Fault {
+  std::size_t call;
+  std::size_t outcome;
+};
+
+class Gate {
+ public:
+  static Gate& get();
+
+  void plan(std::vector<Fault> faults) { faults_ = std::move(faults); }
+  // Runs a piece of the daemon with its calls watched.
+  void watch(const std::function<void()>& piece);
+  [[nodiscard]] bool isWatching() const { return is_watching_; }
+  [[nodiscard]] const std::vector<Call>& calls() const { return calls_; }
+  // What the planned faults came to, for a reader.
+  [[nodiscard]] const std::string& story() const { return story_; }
+
+  // For the wrapped functions. Makes one call: `real` is the real one, or a part of it, and gives
+  // its result; `buffer` is what it reads and writes.
+  std::int64_t pass(Call call, void* buffer, std::size_t buffer_bytes,
+                    const std::function<std::int64_t(bool in_part)>& real);
+  // Changes what was kept of the last call.
+  Call& last() { return calls_.back(); }
+  // Which file a descriptor is, as the daemon opened it.
+  std::map<int, std::string> paths;
+
+ private:
+  const Outcome* planned(const Call& call);
+
+  bool is_watching_ = false;
+  std::vector<Fault> faults_;
+  std::vector<Call> calls_;
+  std::string story_;
+  Outcome outcome_{};
+};
+
+}  // namespace vorlatch::faults

@@ -1,0 +1,199 @@
+// The C library's functions on files as the linker gives them to the daemon in this program. More
+// are wrapped than the daemon calls today, so that one that it turns to is made to fail as well.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+#include "tests/faults/gate.h"
+
+#define VORLATCH_REAL(name) __asm__("__real_" name)
+#define VORLATCH_WRAP(name) __asm__("__wrap_" name)
+
+namespace vorlatch::faults {
+
+int realOpen(const char*, int, ...) VORLATCH_REAL("open");
+int wrapOpen(const char*, int, ...) VORLATCH_WRAP("open");
+int realMkostemp(char*, int) VORLATCH_REAL("mkostemp");
+int wrapMkostemp(char*, int) VORLATCH_WRAP("mkostemp");
+int realClose(int) VORLATCH_REAL("close");
+int wrapClose(int) VORLATCH_WRAP("close");
+ssize_t realRead(int, void*, size_t) VORLATCH_REAL("read");
+ssize_t wrapRead(int, void*, size_t) VORLATCH_WRAP("read");
+ssize_t realWrite(int, const void*, size_t) VORLATCH_REAL("write");
+ssize_t wrapWrite(int, const void*, size_t) VORLATCH_WRAP("write");
+int realStat(const char*, struct stat*) VORLATCH_REAL("stat");
+int wrapStat(const char*, struct stat*) VORLATCH_WRAP("stat");
+int realLstat(const char*, struct stat*) VORLATCH_REAL("lstat");
+int wrapLstat(const char*, struct stat*) VORLATCH_WRAP("lstat");
+int realFstat(int, struct stat*) VORLATCH_REAL("fstat");
+int wrapFstat(int, struct stat*) VORLATCH_WRAP("fstat");
+int realChmod(const char*, mode_t) VORLATCH_REAL("chmod");
+int wrapChmod(const char*, mode_t) VORLATCH_WRAP("chmod");
+int realFchmod(int, mode_t) VORLATCH_REAL("fchmod");
+int wrapFchmod(int, mode_t) VORLATCH_WRAP("fchmod");
+int realFtruncate(int, off_t) VORLATCH_REAL("ftruncate");
+int wrapFtruncate(int, off_t) VORLATCH_WRAP("ftruncate");
+int realDup2(int, int) VORLATCH_REAL("dup2");
+int wrapDup2(int, int) VORLATCH_WRAP("dup2");
+int realRename(const char*, const char*) VORLATCH_REAL("rename");
+int wrapRename(const char*, const char*) VORLATCH_WRAP("rename");
+int realUnlink(const char*) VORLATCH_REAL("unlink");
+int wrapUnlink(const char*) VORLATCH_WRAP("unlink");
+std::FILE* realFreopen(const char*, const char*, std::FILE*) VORLATCH_REAL("freopen");
+std::FILE* wrapFreopen(const char*, const char*, std::FILE*) VORLATCH_WRAP("freopen");
+int wrapFprintf(std::FILE*, const char*, ...) VORLATCH_WRAP("fprintf");
+int realFflush(std::FILE*) VORLATCH_REAL("fflush");
+int wrapFflush(std::FILE*) VORLATCH_WRAP("fflush");
+
+namespace {
+
+bool isWatching() {
+  return Gate::get().isWatching();
+}
+
+// Of what a call is asked for, the part that it does when it does a part.
+size_t amount(size_t whole, bool in_part) {
+  return in_part ? std::max<size_t>(whole / 2, 1) : whole;
+}
+
+template <typename Real>
+auto onPath(const char* name, const char* path, std::vector<std::int64_t> arguments,
+            const Real& real) -> decltype(real(false)) {
+  if (!isWatching()) return real(false);
+  return static_cast<decltype(real(false))>(Gate::get().pass(
+      {.name = name, .arguments = std::move(arguments), .path = path}, nullptr, 0, real));
+}
+
+template <typename Real>
+auto onDescriptor(const char* name, int descriptor, const Real& real) -> decltype(real(false)) {
+  if (!isWatching()) return real(false);
+  const std::string path = Gate::get().paths[descriptor];
+  return onPath(name, path.c_str(), {}, real);
+}
+
+int opened(int descriptor, const std::string& path) {
+  if (descriptor >= 0 && isWatching()) Gate::get().paths[descriptor] = path;
+  return descriptor;
+}
+
+}  // namespace
+
+int wrapOpen(const char* path, int flags, ...) {
+  va_list rest;
+  va_start(rest, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+  va_end(rest);
+  return opened(onPath("open", path, {flags}, [&](bool) { return realOpen(path, flags, mode); }),
+                path);
+}
+
+// The temporary file keeps its pattern for a name, the same in every run.
+int wrapMkostemp(char* path, int flags) {
+  const std::string pattern = path;
+  return opened(onPath("mkostemp", path, {flags}, [&](bool) { return realMkostemp(path, flags); }),
+                pattern);
+}
+
+int wrapClose(int descriptor) {
+  return onDescriptor("close", descriptor, [&](bool) { return realClose(descriptor); });
+}
+
+ssize_t wrapRead(int descriptor, void* buffer, size_t size) {
+  return onDescriptor("read", descriptor, [&](bool in_part) {
+    return realRead(descriptor, buffer, amount(size, in_part));
+  });
+}
+
+ssize_t wrapWrite(int descriptor, const void* bytes, size_t size) {
+  return onDescriptor("write", descriptor, [&](bool in_part) {
+    return realWrite(descriptor, bytes, amount(size, in_part));
+  });
+}
+
+int wrapStat(const char* path, struct stat* status) {
+  return onPath("stat", path, {}, [&](bool) { return realStat(path, status); });
+}
+
+int wrapLstat(const char* path, struct stat* status) {
+  return onPath("lstat", path, {}, [&](bool) { return realLstat(path, status); });
+}
+
+int wrapFstat(int descriptor, struct stat* status) {
+  return onDescriptor("fstat", descriptor, [&](bool) { return realFstat(descriptor, status); });
+}
+
+int wrapChmod(const char* path, mode_t mode) {
+  return onPath("chmod", path, {mode}, [&](bool) { return realChmod(path, mode); });
+}
+
+int wrapFchmod(int descriptor, mode_t mode) {
+  return onDescriptor("fchmod", descriptor, [&](bool) { return realFchmod(descriptor, mode); });
+}
+
+int wrapFtruncate(int descriptor, off_t length) {
+  return onDescriptor("ftruncate", descriptor,
+                      [&](bool) { return realFtruncate(descriptor, length); });
+}
+
+int wrapDup2(int from, int to) {
+  const std::string path = isWatching() ? Gate::get().paths[from] : std::string();
+  return onPath("dup2", path.c_str(), {to}, [&](bool) { return realDup2(from, to); });
+}
+
+int wrapRename(const char* from, const char* to) {
+  return onPath("rename", to, {}, [&](bool) { return realRename(from, to); });
+}
+
+int wrapUnlink(const char* path) {
+  return onPath("unlink", path, {}, [&](bool) { return realUnlink(path); });
+}
+
+// A failing one closes the stream that it was given.
+std::FILE* wrapFreopen(const char* path, const char* mode, std::FILE* stream) {
+  std::FILE* reopened = nullptr;
+  onPath("freopen", path, {stream == stdout ? 1 : 2}, [&](bool failing) {
+    reopened = realFreopen(failing ? "" : path, mode, stream);
+    return reopened != nullptr ? 1 : 0;
+  });
+  return reopened;
+}
+
+// A message of the log. One that fails half-way leaves half of it.
+int wrapFprintf(std::FILE* stream, const char* format, ...) {
+  va_list values;
+  va_start(values, format);
+  if (!isWatching() || stream != stderr) {
+    const int written = std::vfprintf(stream, format, values);
+    va_end(values);
+    return written;
+  }
+  char* text = nullptr;
+  const int length = vasprintf(&text, format, values);
+  va_end(values);
+  const std::string whole(text, static_cast<size_t>(length));
+  std::free(text);
+  std::string written;
+  const auto result = Gate::get().pass(
+      {.name = "line", .given = whole}, nullptr, 0, [&](bool in_part) -> std::int64_t {
+        const std::string reaching = whole.substr(0, amount(whole.size(), in_part));
+        if (std::fwrite(reaching.data(), 1, reaching.size(), stream) < reaching.size()) return -1;
+        written = reaching;
+        return in_part ? -1 : length;
+      });
+  Gate::get().last().left = written;
+  return static_cast<int>(result);
+}
+
+int wrapFflush(std::FILE* stream) {
+  return static_cast<int>(isWatching() && stream == stderr
+                              ? Gate::get().pass({.name = "flush"}, nullptr, 0,
+                                                 [&](bool) { return realFflush(stream); })
+                              : realFflush(stream));
+}
+
+}  // namespace vorlatch::faults
