@@ -84,7 +84,7 @@ std::int64_t Device::wallSeconds() const {
 
 std::vector<std::string> Device::takeTrace(const std::vector<std::string>& functions) {
   std::vector<std::string> taken;
-  for (const Call& call : std::exchange(trace_, {})) {
+  for (const Call& call : takeCalls()) {
     const bool wanted = functions.empty() || std::find(functions.begin(), functions.end(),
                                                        call.function) != functions.end();
     if (wanted) taken.push_back(call.text);
@@ -92,8 +92,14 @@ std::vector<std::string> Device::takeTrace(const std::vector<std::string>& funct
   return taken;
 }
 
-void Device::trace(std::string_view function, const std::string& text) {
-  if (is_tracing) trace_.push_back({.function = std::string(function), .text = text});
+void Device::trace(std::string_view function, std::string text, const Answer& answer,
+                   std::string left) {
+  if (!is_tracing) return;
+  trace_.push_back({.function = std::string(function),
+                    .text = std::move(text),
+                    .answer = answer,
+                    .left = std::move(left),
+                    .at_ns = scheduler.nowNs()});
 }
 
 Script* Device::matchingScript(std::string_view function, int command, std::int32_t pid) {
@@ -128,7 +134,8 @@ int Device::call(std::string_view function, int command, std::int32_t pid,
     if (const auto meanwhile = script->meanwhile) meanwhile();
   }
   if (is_tracing) {
-    trace(function, callText(function, arguments, before, bytesOf(buffer, buffer_bytes), answer));
+    trace(function, callText(function, arguments, before, bytesOf(buffer, buffer_bytes), answer),
+          answer, leftIn(buffer, buffer_bytes, answer.result));
   }
   errno = answer.error != 0 ? answer.error : errno_before;
   return answer.result;

@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "platform/model/jetsam_model.h"
@@ -60,6 +61,9 @@ struct Script {
 struct Call {
   std::string function;
   std::string text;  // with arguments, the buffer's bytes and the result
+  model::CallResult answer = {};
+  std::string left = {};  // what it left in its buffer: as much as the result counts, or 32 bytes
+  std::uint64_t at_ns = 0;
 };
 
 class Device {
@@ -88,7 +92,9 @@ class Device {
   // Seconds since 1970 in the device's own time zone.
   [[nodiscard]] std::int64_t wallSeconds() const;
 
-  // The calls made since the last time; of the named functions, or of all.
+  // The calls made since the last time: all, or the texts of those of the named functions, or of
+  // all.
+  std::vector<Call> takeCalls() { return std::exchange(trace_, {}); }
   std::vector<std::string> takeTrace(const std::vector<std::string>& functions = {});
 
   platform::Scheduler scheduler;
@@ -102,7 +108,8 @@ class Device {
   // Makes one call: `act` is the real one, which reads and writes `buffer`.
   int call(std::string_view function, int command, std::int32_t pid, std::string_view arguments,
            void* buffer, std::size_t buffer_bytes, const std::function<Answer()>& act);
-  void trace(std::string_view function, const std::string& text);
+  void trace(std::string_view function, std::string text, const Answer& answer = {},
+             std::string left = {});
   void observe(const std::string& name, platform::Work handler);
 
  private:

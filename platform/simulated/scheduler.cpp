@@ -76,6 +76,9 @@ const Scheduler::Ready& Scheduler::choose(const std::vector<Ready>& ready) {
 }
 
 void Scheduler::run(const Ready& chosen) {
+  last_ran_ = {.count = last_ran_.count + 1,
+               .queue = chosen.queue,
+               .timer_id = chosen.timer != nullptr ? chosen.timer->id : 0};
   if (chosen.queue != nullptr) {
     const Work work = std::move(chosen.queue->sent_.front().work);
     chosen.queue->sent_.pop_front();

@@ -66,6 +66,14 @@ class Scheduler {
 
   [[nodiscard]] std::uint64_t nowNs() const { return now_ns_; }
   [[nodiscard]] std::size_t timerCount() const { return timers_.size(); }
+  [[nodiscard]] const std::vector<std::unique_ptr<TimerSource>>& timers() const { return timers_; }
+  // The piece of work that ran last: the how many-th, and from which queue or by which timer.
+  struct Ran {
+    std::uint64_t count = 0;
+    const SerialQueue* queue = nullptr;  // null when it was a timer's
+    int timer_id = 0;
+  };
+  [[nodiscard]] const Ran& lastRan() const { return last_ran_; }
   void shuffleWith(std::uint64_t seed) { shuffle_.emplace(seed); }
 
  private:
@@ -86,6 +94,7 @@ class Scheduler {
   std::uint64_t now_ns_ = 0;
   std::uint64_t next_order_ = 0;
   int next_timer_id_ = 1;
+  Ran last_ran_;
 };
 
 }  // namespace vorlatch::platform

@@ -1,5 +1,6 @@
 #include "platform/simulated/trace_text.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 
@@ -24,6 +25,12 @@ std::string hexGroups(const std::string& bytes) {
 std::string bytesOf(const void* buffer, std::size_t length) {
   if (buffer == nullptr || length > kLongestShown) return {};
   return {static_cast<const char*>(buffer), length};
+}
+
+std::string leftIn(const void* buffer, std::size_t length, int result) {
+  if (buffer == nullptr) return {};
+  const std::size_t counted = result > 0 ? static_cast<std::size_t>(result) : 0;
+  return {static_cast<const char*>(buffer), std::min(length, std::max(counted, kLongestShown))};
 }
 
 std::string callText(std::string_view function, std::string_view arguments,
