@@ -1,7 +1,5 @@
 // The main of tests in which the daemon reopens the standard streams on its log: results go to the
 // error stream as it was when the test began.
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -9,9 +7,8 @@
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/error_stream.h"
 #include "tests/support/run_options.h"
-
-extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* descriptor);
 
 namespace {
 
@@ -51,10 +48,7 @@ int main(int argc, char** argv) {
     dprintf(STDERR_FILENO, "Beside the test framework's it takes --seconds N and --seed N.\n");
     return 2;
   }
-  const int first_error_stream = dup(STDERR_FILENO);
-  if (__sanitizer_set_report_fd != nullptr) {
-    __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<long>(first_error_stream)));
-  }
+  const int first_error_stream = vorlatch::tests::keepErrorStream();
   auto& listeners = testing::UnitTest::GetInstance()->listeners();
   if (!testing::GTEST_FLAG(list_tests)) {
     delete listeners.Release(listeners.default_result_printer());

@@ -1,0 +1,299 @@
+// Steps that change what runs on the device, and its kernel.
+#include <cerrno>
+#include <cstring>
+
+#include "tests/platform/describe.h"
+#include "tests/random/steps.h"
+
+namespace vorlatch::tests::random {
+namespace {
+
+using plist::Dictionary;
+using plist::Value;
+
+// Above every pid of this machine, of which the daemon's own is one.
+constexpr std::int32_t kFirstPid = 10'000'000;
+constexpr int kPids = 40;
+
+struct Role {
+  std::string name;
+  std::string path;  // below the jailbreak root
+};
+
+const std::vector<Role> kRoles = {{"alpha", "/usr/libexec/alpha"},
+                                  {"alpha", "/usr/libexec/alpha"},
+                                  {"beta", "/usr/libexec/beta"},
+                                  {"gamma", ""},
+                                  {"Chat", "/Applications/Chat.app/Chat"},
+                                  {"ChatHelper", "/Applications/Chat.app/ChatHelper"},
+                                  {"nested", "/Applications/Chat.app/Helpers/nested"},
+                                  {"Share", "/Applications/Chat.app/PlugIns/Share.appex/Share"},
+                                  {"Mail", "/Applications/Mail.app/Mail"},
+                                  {"com.example.chat", "/usr/libexec/com.example.chat"},
+                                  {"SpringBoard", "/System/SpringBoard.app/SpringBoard"},
+                                  {"", "/usr/libexec/unnamed"},
+                                  {"bad\xff", "/Applications/bad\xff.app/bad"},
+                                  {"a%s b%n [c]", "/usr/libexec/percent"},
+                                  {"a daemon of quite a long name, cut short", "/usr/libexec/long"},
+                                  {"守护进程", "/usr/libexec/守护进程"},
+                                  {"一个名字太长了的守护进程", "/usr/libexec/cut"}};
+
+const std::vector<std::string> kBundles = {"Chat.app", "Chat.app/PlugIns/Share.appex", "Mail.app"};
+
+std::int32_t freePid(Stage& stage) {
+  std::int32_t pid = kFirstPid;
+  const auto is_taken = [&stage](std::int32_t wanted) {
+    for (const simulated::Process& process : stage.device.processes()) {
+      if (process.pid == wanted) return true;
+    }
+    return false;
+  };
+  while (is_taken(pid)) ++pid;
+  return pid;
+}
+
+void launch(Stage& stage, const Role& role, int nice_value, std::int32_t pid) {
+  if (stage.device.processes().size() > kPids) return;
+  stage.device.launch({.name = role.name,
+                       .executable_path = role.path.empty() ? "" : stage.story.rootPath(role.path),
+                       .pid = pid,
+                       .nice_value = nice_value});
+}
+
+// The step for the newest process of a name, if one runs.
+Step forNewest(const std::string& name, const std::string& text,
+               const std::function<void(Stage&, simulated::Process&)>& act) {
+  return {"\"" + name + "\" " + text, [name, act](Stage& stage) {
+            if (simulated::Process* process = stage.newest(name)) act(stage, *process);
+          }};
+}
+
+Step restart(const std::string& name, bool under_its_pid) {
+  return forNewest(name, under_its_pid ? "starts again under its pid" : "starts again",
+                   [under_its_pid](Stage& stage, simulated::Process& process) {
+                     const simulated::Process old = process;
+                     stage.device.exit(old.pid);
+                     stage.device.launch({.name = old.name,
+                                          .executable_path = old.executable_path,
+                                          .pid = under_its_pid ? old.pid : freePid(stage)});
+                   });
+}
+
+// Its pid goes to a process that has nothing to do with it.
+Step replace(const std::string& name, const Role& role) {
+  return forNewest(name, "ends, and \"" + role.name + "\" gets its pid",
+                   [role](Stage& stage, simulated::Process& process) {
+                     const std::int32_t pid = process.pid;
+                     stage.device.exit(pid);
+                     launch(stage, role, 0, pid);
+                   });
+}
+
+Step changeFromOutside(Dice& dice, const std::string& name) {
+  const std::vector<int> numbers = {-20, -5, 0, 3, 9};
+  const int number = dice.of(numbers);
+  switch (dice.below(4)) {
+    case 0:
+      return forNewest(
+          name, "gets nice value " + std::to_string(number) + " from somebody else",
+          [number](Stage&, simulated::Process& process) { process.nice_value = number; });
+    case 1:
+      return forNewest(name, "gets the jetsam defaults from the system",
+                       [](Stage& stage, simulated::Process& process) {
+                         stage.device.jetsam_table.records.erase(process.pid);
+                       });
+    case 2:
+      return forNewest(
+          name, "is held at nice value " + std::to_string(number) + " by the system",
+          [number](Stage&, simulated::Process& process) { process.overriding_nice = number; });
+    default:
+      return forNewest(
+          name, "is held in band " + std::to_string(10 * number) + " by the system",
+          [number](Stage&, simulated::Process& process) { process.overriding_band = 10 * number; });
+  }
+}
+
+std::string asBytes(const std::vector<std::int32_t>& words) {
+  std::string bytes(4 * words.size(), '\0');
+  std::memcpy(bytes.data(), words.data(), bytes.size());
+  return bytes;
+}
+
+struct Refusal {
+  std::string text;
+  simulated::Script script;
+};
+
+// Answers that the caller has to look at closely.
+Refusal oddAnswer(Dice& dice) {
+  const std::vector<int> list_results = {0, -1, 12, 40};
+  const std::vector<int> priority_results = {0, -1, 10, 23};
+  const std::vector<std::int32_t> limits = {0, -1, 1, 50, 300, 999};
+  simulated::Script script;
+  switch (dice.below(5)) {
+    case 0:
+      script = {.function = "proc_listpids", .result = dice.of(list_results), .acts = true};
+      return {"the process list's size is " + std::to_string(*script.result), script};
+    case 1:
+      script = {.function = "memorystatus_control",
+                .command = 1,
+                .result = dice.of(priority_results),
+                .acts = true};
+      return {"the priority list's size is " + std::to_string(*script.result), script};
+    case 2:
+      script = {.function = "memorystatus_control",
+                .command = 1,
+                .first = 2,
+                .count = 1,
+                .result = 48,
+                .acts = true,
+                .buffer = asBytes({kFirstPid, 77, 0, 0, 0, 0, kFirstPid + 1, -999, 0, 0, 0, 0})};
+      return {"the next priority list has two entries of its own", script};
+    case 3:
+      script = {.function = "memorystatus_control",
+                .command = 8,
+                .buffer = asBytes({dice.of(limits), 1, dice.of(limits), 0})};
+      return {"limits read back otherwise", script};
+    default:
+      script = {.function = "proc_name", .result = 0, .acts = true};
+      return {"names are told without their length", script};
+  }
+}
+
+Refusal anyAnswer(Dice& dice) {
+  if (dice.percent(25)) return oddAnswer(dice);
+  const std::vector<std::string> functions = {
+      "memorystatus_control", "memorystatus_control", "memorystatus_control",
+      "memorystatus_control", "getpriority",          "setpriority",
+      "setpriority",          "proc_listpids",        "proc_name",
+      "proc_pidpath"};
+  const std::vector<int> commands = {1, 2, 2, 7, 8, 14, 15, 16, 17, 18};
+  const std::vector<int> errors = {EPERM, ESRCH, EINVAL, 0};
+  simulated::Script script{.function = dice.of(functions)};
+  std::string text = script.function;
+  if (script.function == "memorystatus_control") {
+    script.command = dice.of(commands);
+    text += " " + std::to_string(*script.command);
+  }
+  const std::size_t kind = dice.below(10);
+  if (kind == 0) {
+    constexpr std::uint64_t kSecond = 1'000'000'000;
+    script.takes_ns = (1 + dice.below(4)) * kSecond;
+    return {text + " takes " + std::to_string(script.takes_ns / kSecond) + " s", script};
+  }
+  // A result that counts bytes is not made larger than the bytes are.
+  const bool counts = script.function.starts_with("proc_") || script.command == 1;
+  if (kind == 1 && !counts) {
+    script.result = dice.percent(50) ? 1 : -2;
+  } else if (kind <= 3) {
+    script.result = 0;
+  } else {
+    script.result = counts && script.command != 1 ? 0 : -1;
+    script.error = dice.of(errors);
+    script.acts = dice.percent(15);
+  }
+  text += " = " + std::to_string(*script.result) + " errno " + std::to_string(script.error);
+  return {text + (script.acts ? ", having done it" : ""), script};
+}
+
+}  // namespace
+
+Step anyLaunch(Dice& dice) {
+  const std::vector<int> nice_values = {0, 0, -5, 3, 20};
+  const Role role = dice.of(kRoles);
+  const int nice_value = dice.of(nice_values);
+  return {"\"" + role.name + "\" starts" +
+              (nice_value != 0 ? " at nice value " + std::to_string(nice_value) : ""),
+          [=](Stage& stage) { launch(stage, role, nice_value, freePid(stage)); }};
+}
+
+Step anyProcessStep(Dice& dice) {
+  const std::string name = dice.of(kRoles).name;
+  const std::size_t kind = dice.below(100);
+  if (kind < 30) return anyLaunch(dice);
+  if (kind < 50) {
+    return forNewest(name, "ends", [](Stage& stage, simulated::Process& process) {
+      stage.device.exit(process.pid);
+    });
+  }
+  if (kind < 58) return restart(name, false);
+  if (kind < 64) return restart(name, true);
+  if (kind < 70) return replace(name, dice.of(kRoles));
+  if (kind < 76) {
+    return forNewest(name, "becomes a zombie", [](Stage& stage, simulated::Process& process) {
+      stage.device.becomeZombie(process.pid);
+    });
+  }
+  if (kind < 80) {
+    return {"launchd starts", [](Stage& stage) {
+              if (stage.device.find(1) == nullptr) {
+                launch(stage, {"launchd", "/sbin/launchd"}, 0, 1);
+              }
+            }};
+  }
+  return changeFromOutside(dice, name);
+}
+
+Step anyBundle(Dice& dice) {
+  const std::vector<std::string> usual = {"com.example.chat", "com.example.chat.share",
+                                          "com.example.mail"};
+  const std::size_t which = dice.below(kBundles.size());
+  const std::string bundle = kBundles[which];
+  if (dice.percent(10)) {
+    return {bundle + " has a broken Info.plist",
+            [bundle](Stage& stage) { stage.breakBundle(bundle); }};
+  }
+  Value identifier = usual[which];
+  if (dice.percent(20)) {
+    const std::vector<Value> odd = {"", 5, "alpha", "com.example.chat", plist::Array{}};
+    identifier = dice.of(odd);
+  }
+  return {bundle + " says " + test::describe(identifier), [=](Stage& stage) {
+            stage.installBundle(bundle, {{"CFBundleIdentifier", identifier}});
+          }};
+}
+
+Step anyRefusal(Dice& dice) {
+  if (dice.percent(35)) {
+    return {"the kernel is itself again", [](Stage& stage) {
+              stage.device.clearScripts();
+              stage.device.kernel.caller_is_privileged = true;
+            }};
+  }
+  if (dice.percent(8)) {
+    return {"the kernel refuses everything",
+            [](Stage& stage) { stage.device.kernel.caller_is_privileged = false; }};
+  }
+  Refusal refusal = anyAnswer(dice);
+  if (refusal.script.count != 1 && dice.percent(60)) {
+    refusal.script.first = static_cast<int>(1 + dice.below(3));
+    refusal.script.count = static_cast<int>(1 + dice.below(2));
+    refusal.text += ", " + std::to_string(refusal.script.count) + " times from the " +
+                    std::to_string(refusal.script.first) + ". on";
+  }
+  const bool for_one =
+      !refusal.script.function.ends_with("pids") && refusal.script.command != 1 && dice.percent(40);
+  const std::string name = for_one ? dice.of(kRoles).name : "";
+  return {refusal.text + (for_one ? ", for \"" + name + "\"" : ""), [=](Stage& stage) {
+            simulated::Script script = refusal.script;
+            if (for_one) {
+              const simulated::Process* process = stage.newest(name);
+              script.pid = process != nullptr ? process->pid : kFirstPid;
+            }
+            stage.device.script(script);
+          }};
+}
+
+Step anyKernel(Dice& dice) {
+  const bool newest = dice.percent(50);
+  const bool flags = dice.percent(50);
+  return {std::string("the kernel is that of ") + (newest ? "iOS 18" : "iOS 15") +
+              (flags ? ", and reads states from the flags" : ""),
+          [=](Stage& stage) {
+            stage.device.kernel.generation = newest ? model::KernelGeneration::Xnu11215To11417
+                                                    : model::KernelGeneration::Xnu4903To8020;
+            if (flags) stage.device.kernel.state_argument = model::StateArgument::Flags;
+          }};
+}
+
+}  // namespace vorlatch::tests::random

@@ -1,0 +1,22 @@
+# Random stories, each a process of its own, with an oracle beside the daemon.
+add_executable(random_stories
+  random/calm.cpp
+  random/edits.cpp
+  random/happenings.cpp
+  random/main.cpp
+  random/oracle.cpp
+  random/oracle_kernel.cpp
+  random/oracle_processes.cpp
+  random/plan.cpp
+  random/play.cpp
+  random/reading.cpp
+  random/record.cpp
+  random/stage.cpp)
+target_link_libraries(random_stories PRIVATE vorlatch_story_support)
+set(stories 2000)
+if(VORLATCH_SANITIZE)
+  set(stories 300)
+endif()
+add_test(NAME "${prefix}.RandomStories.GoAsTheRulesSay"
+  COMMAND random_stories --stories ${stories})
+set_tests_properties("${prefix}.RandomStories.GoAsTheRulesSay" PROPERTIES TIMEOUT 600)

@@ -1,0 +1,41 @@
+# What runs as long as it is told to: short here, long by scripts/soak. The thread stress is a daemon in
+# a tree of its own, for real threads and files.
+add_library(vorlatch_soak STATIC soak/log_forms.cpp)
+target_link_libraries(vorlatch_soak PUBLIC vorlatch_blackbox vorlatch_test_main)
+target_compile_definitions(vorlatch_soak PRIVATE
+  VORLATCH_LOG_DOCUMENT="${PROJECT_SOURCE_DIR}/docs/log.md")
+add_executable(thread_stress soak/thread_stress.cpp)
+target_link_libraries(thread_stress PRIVATE vorlatch_soak)
+set(stress_root "${CMAKE_CURRENT_BINARY_DIR}/stress_root")
+set_target_properties(thread_stress PROPERTIES
+  RUNTIME_OUTPUT_DIRECTORY "${stress_root}/usr/libexec" BUILD_RPATH "$ORIGIN/../lib")
+add_custom_command(TARGET thread_stress POST_BUILD
+  COMMAND ${CMAKE_COMMAND} -E make_directory "${stress_root}/usr/lib"
+  COMMAND ${CMAKE_COMMAND} -E copy "$<TARGET_FILE:root>" "${stress_root}/usr/lib"
+  VERBATIM)
+# The thread sanitizer is who looks closest.
+set(stress_seconds 5)
+if(VORLATCH_SANITIZE STREQUAL thread)
+  set(stress_seconds 60)
+endif()
+add_test(NAME "${prefix}.ThreadStress" COMMAND thread_stress --seconds ${stress_seconds})
+set_tests_properties("${prefix}.ThreadStress" PROPERTIES TIMEOUT 300 COST ${stress_seconds})
+
+# Sanitized, the programs would be too slow for chaos, and their memory says nothing.
+if(NOT VORLATCH_SANITIZE)
+  add_executable(poster soak/poster.cpp)
+  target_link_libraries(poster PRIVATE vorlatch_core vorlatch_platform_linux)
+  add_executable(real_chaos
+    soak/calm.cpp
+    soak/chaos.cpp
+    soak/crowd.cpp
+    soak/editing.cpp
+    soak/onlooker.cpp
+    soak/real_chaos_test.cpp)
+  target_link_libraries(real_chaos PRIVATE vorlatch_soak)
+  target_compile_definitions(real_chaos PRIVATE VORLATCH_POSTER="$<TARGET_FILE:poster>")
+  add_dependencies(real_chaos poster)
+  add_test(NAME "${prefix}.PrivilegedRealChaos" COMMAND real_chaos --seconds 30)
+  set_tests_properties("${prefix}.PrivilegedRealChaos" PROPERTIES
+    TIMEOUT 300 COST 30 LABELS privileged)
+endif()
