@@ -81,9 +81,10 @@ Chaos::Chaos(std::uint64_t seed)
       expected_(firstPreferences()),
       editors_(makeEditors(installation_, crowd_.keys(), expected_)),
       foreigners_(makeForeigners(installation_, crowd_.keys())),
-      onlooker_({installation_.preferencesPath(), installation_.statusPath()}) {
+      onlooker_(installation_.preferencesDirectory(), {kPreferencesFileName, kStatusFileName}) {
   installPoster(installation_);
-  installation_.writePreferences(expected_);
+  EXPECT_TRUE(
+      replaceFile(installation_.preferencesPath(), platform::writeXmlPropertyList(expected_)));
   start();
 }
 
@@ -170,9 +171,11 @@ void Chaos::finishBurst() {
   poster_.reset();
 }
 
+// Those who are idle begin together, to meet at the file.
 void Chaos::editAtRandom(const Round& round) {
+  const bool begin = dice_.oneIn(8);
   for (ControlEditor& editor : editors_) {
-    if (editor.isBusy() || !dice_.oneIn(10)) continue;
+    if (editor.isBusy() || !begin) continue;
     if (!editor.keys().empty()) {
       editor.beginSome(dice_);
     } else if (dice_.oneIn(10)) {

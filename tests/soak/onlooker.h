@@ -7,12 +7,15 @@
 #include <thread>
 #include <vector>
 
+#include "tests/blackbox/processes.h"
+
 namespace vorlatch {
 
 class Onlooker {
  public:
-  // Reads these files; from when one is there it always is, and holds a whole property list.
-  explicit Onlooker(std::vector<std::string> paths);
+  // Looks at these files of one directory: from when one is there it always is, it holds a whole
+  // property list, and it is replaced, never written to.
+  Onlooker(const std::string& directory, std::vector<std::string> names);
   Onlooker(const Onlooker&) = delete;
   Onlooker& operator=(const Onlooker&) = delete;
   ~Onlooker() { stop(); }
@@ -20,13 +23,17 @@ class Onlooker {
   // Ends it; only then may the two be asked.
   void stop();
   [[nodiscard]] int looks() const { return looks_; }
-  // What it found that was not whole; the first few.
+  // What was not so; the first few.
   [[nodiscard]] const std::vector<std::string>& findings() const { return findings_; }
 
  private:
   void look();
+  void readEvents();
+  void find(const std::string& finding);
 
-  const std::vector<std::string> paths_;
+  const std::string directory_;
+  const std::vector<std::string> names_;
+  const Descriptor writes_;
   std::atomic<bool> ends_ = false;
   std::set<std::string> seen_;
   int looks_ = 0;
