@@ -63,11 +63,11 @@ Kept keptIn(const std::string& text) {
     char* end = nullptr;
     const char* const begin = at;
     const std::size_t first = std::strtoull(begin, &end, 10);
+    if (end == begin) break;  // no number
     std::size_t last = first;
     if (*end == '-') last = std::strtoull(end + 1, &end, 10);
     for (std::size_t index = first; index <= last; ++index) kept.push_back(index);
     at = *end == ',' ? end + 1 : end;
-    if (end == begin) break;  // no number
   }
   return kept;
 }

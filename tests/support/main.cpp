@@ -1,5 +1,7 @@
 // The main of tests in which the daemon reopens the standard streams on its log: results go to the
 // error stream as it was when the test began.
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
