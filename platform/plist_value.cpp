@@ -40,11 +40,15 @@ Number normalized(const Number& number) {
   return number;
 }
 
+bool equalReals(double a, double b) {
+  return a == b || (std::isnan(a) && std::isnan(b));
+}
+
 bool equalNumbers(const Number& first, const Number& second) {
   const Number a = normalized(first);
   const Number b = normalized(second);
   if (a.is_real != b.is_real) return false;
-  if (a.is_real) return a.real == b.real || (std::isnan(a.real) && std::isnan(b.real));
+  if (a.is_real) return equalReals(a.real, b.real);
   return a.whole == b.whole && a.above_int64 == b.above_int64;
 }
 
@@ -101,6 +105,10 @@ Value::Value(std::uint64_t value) {
   } else {
     storage_ = static_cast<std::int64_t>(value);
   }
+}
+
+bool operator==(const Date& a, const Date& b) {
+  return equalReals(a.seconds_since_2001, b.seconds_since_2001);
 }
 
 bool operator==(const Value& a, const Value& b) {

@@ -19,7 +19,7 @@ using Dictionary = std::map<std::string, Value, std::less<>>;
 
 struct Date {
   double seconds_since_2001 = 0;
-  friend bool operator==(const Date&, const Date&) = default;
+  friend bool operator==(const Date& a, const Date& b);
 };
 
 struct Data {

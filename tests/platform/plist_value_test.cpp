@@ -106,6 +106,7 @@ TEST(PlistValue, NumbersOfDifferentTypesAreEqual) {
   EXPECT_EQ(Value(0), Value(false));
   EXPECT_EQ(Value(18446744073709549568.0), Value(std::uint64_t{18446744073709549568U}));
   EXPECT_EQ(Value(std::nan("")), Value(std::nan("")));
+  EXPECT_EQ(Value(Date{std::nan("")}), Value(Date{std::nan("")}));
 }
 
 TEST(PlistValue, DifferentValuesDiffer) {
@@ -120,6 +121,7 @@ TEST(PlistValue, DifferentValuesDiffer) {
   EXPECT_NE(Value(kLargest), Value(18446744073709551616.0));
   EXPECT_NE(Value(""), Value(Data{}));
   EXPECT_NE(Value(Date{1}), Value(1));
+  EXPECT_NE(Value(Date{1}), Value(Date{std::nan("")}));
   EXPECT_NE(Value(Array{}), Value(Dictionary{}));
 }
 
