@@ -27,7 +27,9 @@ constexpr std::uint32_t kPidPathBytes = 4096;
 
 std::string executableOf(std::int32_t pid) {
   std::array<char, kPidPathBytes> path{};
-  return platform::proc_pidpath(pid, path.data(), kPidPathBytes) > 0 ? path.data() : "";
+  const int length = platform::proc_pidpath(pid, path.data(), kPidPathBytes);
+  path.back() = '\0';
+  return length > 0 ? path.data() : "";
 }
 
 // The daemon of a tree that this program was installed with, wherever the tree stands.

@@ -19,10 +19,13 @@ namespace {
 constexpr std::uint32_t kNameBufferBytes = 256;
 using NameBuffer = std::array<char, kNameBufferBytes>;
 
-// Zeroed before the call, so that a failed one leaves the empty string.
+// Zeroed before the call, so that a failed one leaves the empty string; with an end of its own, so
+// that one that fills the buffer does not do without.
 int readName(std::int32_t pid, NameBuffer& name) {
   name.fill('\0');
-  return platform::proc_name(pid, name.data(), kNameBufferBytes);
+  const int length = platform::proc_name(pid, name.data(), kNameBufferBytes);
+  name.back() = '\0';
+  return length;
 }
 
 // Calls `visit` with each process id in the kernel's order until it returns false.

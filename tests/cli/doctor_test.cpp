@@ -169,6 +169,15 @@ TEST(Doctor, ADaemonOfAnotherRootIsNotThisOnes) {
   EXPECT_NE(story.run({"doctor"}).out.find("\ndaemon: does not run\n"), std::string::npos);
 }
 
+TEST(Doctor, AProcessWhosePathFillsItsBufferIsNoDaemon) {
+  Installation story;
+  story.device.script({.function = "proc_pidpath",
+                       .pid = story.launchDaemon(),
+                       .result = 4096,
+                       .buffer = std::string(4096, '/')});
+  EXPECT_NE(story.run({"doctor"}).out.find("daemon: does not run\n"), std::string::npos);
+}
+
 TEST(Doctor, WithoutTheRootPrefixLibrary) {
   ControlStory story;
   story.device.root_prefix_library = "no-such-library";

@@ -112,6 +112,15 @@ TEST(ProcessLookup, AnEmptyKeyFindsAProcessWhoseNameCannotBeRead) {
   EXPECT_EQ(getRunningProcessMap().size(), 1U);
 }
 
+TEST(ProcessLookup, ANameThatFillsItsBufferEndsThere) {
+  Processes device;
+  const auto pid = device.launch("alpha");
+  device.device.script({.function = "proc_name", .result = 256, .buffer = std::string(256, 'x')});
+  const std::string name(255, 'x');
+  EXPECT_EQ(getPIDForBundleID(name), pid);
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{name, pid}}));
+}
+
 TEST(ProcessLookup, AnEmptyIdentifierIsMatchedByAnEmptyKeyOnly) {
   Processes device;
   const auto pid = device.launchApp("X.app", "", "X");
