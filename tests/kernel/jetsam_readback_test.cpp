@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "platform/memorystatus.h"
+#include "tests/support/scarce_memory.h"
 #include "tests/support/story.h"
 
 namespace vorlatch {
@@ -136,6 +138,19 @@ TEST(JetsamReadBack, AShortOrRefusedListGivesNone) {
   }
   EXPECT_EQ(kernel.takeLog(), Lines{});
 }
+
+#ifndef VORLATCH_SANITIZED
+TEST(JetsamReadBack, AListBeyondTheMemoryThereIsIsNotFetched) {
+  Kernel kernel;
+  kernel.device.script({.function = "memorystatus_control",
+                        .command = kGetPriorityList,
+                        .count = 1,
+                        .result = INT_MAX});
+  const tests::ScarceMemory memory(64'000'000);
+  EXPECT_EQ(getActualJetsam(kernel.pid), -999);
+  EXPECT_EQ(kernel.takeCalls(), Lines{"memorystatus_control(1, 0, 0, null, 0) = 2147483647"});
+}
+#endif
 
 TEST(JetsamReadBack, ARequestedBandThatHolds) {
   Kernel kernel;

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/scarce_memory.h"
 #include "tests/support/story.h"
 
 namespace vorlatch {
@@ -252,6 +253,17 @@ TEST(ProcessLookup, AListThatCannotBeReadGivesNothing) {
     EXPECT_EQ(getPIDForBundleID("backboardd"), 0) << call << ' ' << result;
   }
 }
+
+#ifndef VORLATCH_SANITIZED
+TEST(ProcessLookup, AListBeyondTheMemoryThereIsIsNotFetched) {
+  Processes device;
+  device.launch("backboardd");
+  device.device.script({.function = "proc_listpids", .count = 1, .result = INT_MAX / 4});
+  const tests::ScarceMemory memory(64'000'000);
+  EXPECT_EQ(getPIDForBundleID("backboardd"), 0);
+  EXPECT_EQ(device.device.takeTrace(), Lines{"proc_listpids(1, 0, null, 0) = 536870911"});
+}
+#endif
 
 TEST(ProcessLookup, TheWholeWalkMakesTheseCalls) {
   Processes device;

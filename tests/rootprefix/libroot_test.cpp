@@ -3,12 +3,15 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
 #include "platform/simulated/device.h"
 #include "rootprefix/pref_path.h"
+#include "tests/support/scarce_memory.h"
 
 namespace vorlatch {
 namespace {
@@ -69,6 +72,25 @@ TEST(RootPrefixWithoutLibrary, ALongPathIsCutShort) {
   EXPECT_EQ(inOwnBlock(libroot_rootfspath(path.c_str(), nullptr)), path.substr(0, 1023));
   EXPECT_EQ(inOwnBlock(libroot_jbrootpath(path.c_str() + 1, nullptr)), path.substr(1, 1023));
 }
+
+#ifndef VORLATCH_SANITIZED
+TEST(RootPrefixWithoutLibrary, WithoutMemoryForABlockThereIsNoPath) {
+  libroot_get_root_prefix();  // everything is loaded
+  struct Block {
+    Block* next;
+    char rest[kPathBufferBytes - sizeof(Block*)];
+  };
+  Block* taken = nullptr;
+  const char* resolved = "a path";
+  {
+    const tests::ScarceMemory memory(0);
+    while (void* const last = std::malloc(sizeof(Block))) taken = new (last) Block{taken, {}};
+    resolved = libroot_jbrootpath("/x", nullptr);
+  }
+  while (taken != nullptr) std::free(std::exchange(taken, taken->next));
+  EXPECT_EQ(resolved, nullptr);
+}
+#endif
 
 TEST(RootPrefixWithoutLibrary, TheDaemonsFilesAreUnderVarJb) {
   EXPECT_EQ(getPrefPath("Vorlatch.log"), "/var/jb/var/mobile/Library/Preferences/Vorlatch.log");

@@ -1,6 +1,5 @@
 // Whatever stands in the preferences file or in an Info.plist, the daemon goes on, and does to a
 // process only what can be read from it.
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include "config/preferences.h"
 #include "platform/property_list.h"
 #include "proc/process_lookup.h"
+#include "tests/support/scarce_memory.h"
 #include "tests/support/story.h"
 
 namespace vorlatch {
@@ -106,19 +106,17 @@ TEST(BadPreferences, ALargeFileIsUsedAsLongAsItParses) {
             5);
 }
 
-#ifndef VORLATCH_SANITIZED  // which take terabytes of addresses for themselves
+#ifndef VORLATCH_SANITIZED
 TEST(BadPreferences, AFileBeyondTheMemoryThereIsReadsAsSwitchedOff) {
   Story story;
   story.writeTargets({{"backboardd", Dictionary{{"NiceValue", 5}}}});
   story.device.launch({.name = "backboardd"});
   story.startAndSettle();
   std::filesystem::resize_file(story.preferencesFile(), 100'000'000);
-  rlimit before{};
-  ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
-  const rlimit little{.rlim_cur = 64'000'000, .rlim_max = before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_AS, &little), 0);
-  story.postAndRun();
-  ASSERT_EQ(setrlimit(RLIMIT_AS, &before), 0);
+  {
+    const tests::ScarceMemory memory(64'000'000);
+    story.postAndRun();
+  }
   EXPECT_EQ(story.takeLog()[1], "[配置] 生效开关已关闭，已挂起守护进程并还原默认状态");
 }
 #endif
