@@ -1,5 +1,7 @@
 #include "config/log_line.h"
 
+#include <cstdio>
+
 #include <gtest/gtest.h>
 
 #include "tests/support/story.h"
@@ -7,6 +9,7 @@
 namespace vorlatch {
 namespace {
 
+using tests::Lines;
 using tests::Story;
 using namespace std::chrono_literals;
 
@@ -28,7 +31,15 @@ TEST(LogLine, IsInTheFileAsSoonAsItIsWritten) {
   EXPECT_EQ(tests::readAll(story.logFile()),
             "[03-04 05:06:07] ========================================\n");
   writeTargetSeparator();
-  EXPECT_EQ(story.takeLog(), (tests::Lines{tests::kChapterRule, tests::kTargetRule}));
+  EXPECT_EQ(story.takeLog(), (Lines{tests::kChapterRule, tests::kTargetRule}));
+}
+
+TEST(LogLine, IsFlushedWhereTheStreamKeepsLinesBack) {
+  Story story;
+  story.openLog();
+  std::setvbuf(stderr, nullptr, _IOFBF, BUFSIZ);
+  writeTargetSeparator();
+  EXPECT_EQ(story.takeLog(), Lines{tests::kTargetRule});
 }
 
 TEST(LogLine, FollowsAStepOfTheWallClock) {
@@ -44,7 +55,7 @@ TEST(LogLine, WritesAnArgumentAsItIs) {
   Story story;
   story.openLog();
   writeLogLine("[%s] [进程] 目标: %s 已退出\n", "%s %n 100%");
-  EXPECT_EQ(story.takeLog(), (tests::Lines{"[进程] 目标: %s %n 100% 已退出"}));
+  EXPECT_EQ(story.takeLog(), (Lines{"[进程] 目标: %s %n 100% 已退出"}));
 }
 
 }  // namespace

@@ -26,6 +26,13 @@ struct Daemon : Story {
   }
 };
 
+TEST(Debounce, TheFirstTriggerMakesBothQueues) {
+  Story story;
+  applyMemoryLimits();
+  EXPECT_EQ(story.device.takeTrace(), (Lines{"makeSerialQueue(\"com.zel.vorlatch.debounce\")",
+                                             "makeSerialQueue(\"com.zel.vorlatch.worker\")"}));
+}
+
 TEST(Debounce, OnePassComes150MillisecondsAfterAPost) {
   Daemon daemon;
   daemon.post();

@@ -30,6 +30,16 @@ Lines applied(const std::string& key, std::int32_t pid) {
           "[守护] " + key + " PID:" + std::to_string(pid) + " 完成"};
 }
 
+TEST(Patrol, MakesBothQueuesWhereNobodyDidBefore) {
+  Story story;
+  setupGlobal1800sTimer();
+  EXPECT_EQ(story.device.takeTrace(),
+            (Lines{"makeSerialQueue(\"com.zel.vorlatch.debounce\")",
+                   "makeSerialQueue(\"com.zel.vorlatch.worker\")",
+                   "startTimer(com.zel.vorlatch.debounce, 1800000000000, 1800000000000, 5000000000)"
+                   " = timer 1"}));
+}
+
 TEST(Patrol, TicksAt1800SecondsAndAgainAt3600) {
   Story story;
   const auto pid = story.device.launch({.name = "alpha"});
@@ -80,7 +90,7 @@ TEST(Patrol, LeavesATargetWithACheckIntervalToItsTimer) {
   const auto covered = story.device.launch({.name = "covered"});
   story.device.launch({.name = "watched"});
   Dictionary watched = kSettings;
-  watched.insert_or_assign("CheckInterval", 30);
+  watched.insert_or_assign("CheckInterval", 1);
   Dictionary zero = kSettings;
   zero.insert_or_assign("CheckInterval", 0);
   story.startAndSettle();

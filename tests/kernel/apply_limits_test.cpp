@@ -204,6 +204,12 @@ TEST(NiceStage, AnUnreadableValueIsNotSet) {
   EXPECT_EQ(target.device.takeTrace({"setpriority"}), Lines{});
 }
 
+TEST(NiceStage, AValueThatMayNotBeReadIsNotSet) {
+  tests::RunningTarget target;
+  target.device.script({.function = "getpriority", .count = 1, .result = -1, .error = EPERM});
+  EXPECT_EQ(target.nice(5), Lines{"[进程优先级] 读取状态失败 err:1"});
+}
+
 TEST(NiceStage, ARefusalIsLoggedWithItsError) {
   tests::RunningTarget target;
   target.device.script({.function = "setpriority", .result = -1, .error = EACCES});

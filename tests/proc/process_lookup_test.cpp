@@ -254,6 +254,23 @@ TEST(ProcessLookup, AListThatCannotBeReadGivesNothing) {
   }
 }
 
+TEST(ProcessLookup, OnlyTheFilledPartOfTheListIsLookedAt) {
+  Processes device;
+  const std::int32_t pids[] = {device.launch("listed"), device.launch("cut off")};
+  device.device.script({.function = "proc_listpids",
+                        .first = 2,
+                        .result = sizeof(pids) - 1,
+                        .buffer = std::string(reinterpret_cast<const char*>(pids), sizeof(pids))});
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"listed", pids[0]}}));
+}
+
+TEST(ProcessLookup, AListTooLongForTheSecondCallIsNotFetched) {
+  Processes device;
+  device.device.script({.function = "proc_listpids", .count = 1, .result = INT_MAX / 4 + 1});
+  EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{});
+  EXPECT_EQ(device.device.takeTrace(), Lines{"proc_listpids(1, 0, null, 0) = 536870912"});
+}
+
 #ifndef VORLATCH_SANITIZED
 TEST(ProcessLookup, AListBeyondTheMemoryThereIsIsNotFetched) {
   Processes device;

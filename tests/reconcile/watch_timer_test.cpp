@@ -52,6 +52,12 @@ TEST(WatchTimer, ATargetThatNeverRunsIsSilent) {
   EXPECT_EQ(watched.takeCalls(), Lines{});
 }
 
+TEST(WatchTimer, TheShortestIntervalIsOneSecond) {
+  Watched watched(1);
+  watched.run(1s);
+  EXPECT_EQ(watched.takeLog(), ticked(1, watched.pid));
+}
+
 TEST(WatchTimer, TicksOneIntervalAfterThePassAndThenEachInterval) {
   Watched watched(5);
   watched.run(5s - 1ns);
