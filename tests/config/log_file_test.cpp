@@ -47,6 +47,15 @@ TEST(LogSizeCap, ALimitOfOneMebibyteIsPrintedSo) {
   EXPECT_EQ(story.takeLog(), Lines{cleared("1.0")});
 }
 
+TEST(LogSizeCap, AMebibyteIs1048576BytesHoweverLargeTheLimit) {
+  Story story;
+  story.writePreferences({{"LogSizeLimit", 104857600}});
+  story.openLog();
+  std::filesystem::resize_file(story.logFile(), 104857601);
+  checkLogSizeAndClearIfNeeded();
+  EXPECT_EQ(story.takeLog(), Lines{cleared("100.0")});
+}
+
 TEST(LogSizeCap, ALimitOfZeroNeverClears) {
   GrownLog story(kDefaultLimit + 1, {{"LogSizeLimit", 0}});
   EXPECT_EQ(story.size(), kDefaultLimit + 1);

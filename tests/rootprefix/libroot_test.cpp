@@ -77,17 +77,17 @@ TEST(RootPrefixWithoutLibrary, ALongPathIsCutShort) {
 TEST(RootPrefixWithoutLibrary, WithoutMemoryForABlockThereIsNoPath) {
   libroot_get_root_prefix();  // everything is loaded
   struct Block {
-    Block* next;
-    char rest[kPathBufferBytes - sizeof(Block*)];
+    void* next;
+    char rest[kPathBufferBytes - sizeof(void*)];
   };
-  Block* taken = nullptr;
+  void* taken = nullptr;
   const char* resolved = "a path";
   {
     const tests::ScarceMemory memory(0);
     while (void* const last = std::malloc(sizeof(Block))) taken = new (last) Block{taken, {}};
     resolved = libroot_jbrootpath("/x", nullptr);
   }
-  while (taken != nullptr) std::free(std::exchange(taken, taken->next));
+  while (taken != nullptr) std::free(std::exchange(taken, static_cast<Block*>(taken)->next));
   EXPECT_EQ(resolved, nullptr);
 }
 #endif
