@@ -197,6 +197,14 @@ TEST(NiceStage, MinusOneIsAValueLikeAnyOther) {
   EXPECT_EQ(target.nice(5), (Lines{"[进程优先级] 当前:-1 目标:5 -> [成功]", "[内核] ：成功"}));
 }
 
+TEST(NiceStage, MinusOneIsAValueEvenAfterARefusalOfTheLimits) {
+  tests::RunningTarget target;
+  target.device.find(100)->nice_value = -1;
+  target.device.script(
+      {.function = "memorystatus_control", .command = kSetLimits, .result = -1, .error = EPERM});
+  EXPECT_EQ(target.nice(5), (Lines{"[进程优先级] 当前:-1 目标:5 -> [成功]", "[内核] ：成功"}));
+}
+
 TEST(NiceStage, AnUnreadableValueIsNotSet) {
   tests::RunningTarget target;
   target.device.script({.function = "getpriority", .count = 1, .result = -1, .error = ESRCH});
