@@ -98,8 +98,8 @@ const std::vector<Operation>& operations() {
   return all;
 }
 
-void PrintTo(const Operation& operation, std::ostream* out) {
-  *out << operation.name;
+std::ostream& operator<<(std::ostream& out, const Operation& operation) {
+  return out << operation.name;
 }
 
 }  // namespace vorlatch::tests

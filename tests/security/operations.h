@@ -21,6 +21,6 @@ struct Operation {
 const std::vector<Operation>& operations();
 
 // For the names of tests.
-void PrintTo(const Operation& operation, std::ostream* out);
+std::ostream& operator<<(std::ostream& out, const Operation& operation);
 
 }  // namespace vorlatch::tests

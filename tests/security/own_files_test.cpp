@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -28,12 +29,12 @@ const std::string kRuleLine = "[03-04 05:06:07] --------------------------------
 
 // The names of the daemon's files, each digit of a number that nobody can guess as 'x'.
 Lines filesOf(const Story& story) {
-  static const std::string kAside = ".aside.";
+  static const std::string aside = ".aside.";
   Lines names;
   for (const auto& entry : fs::directory_iterator(story.file(""))) {
     std::string name = entry.path().filename();
-    const std::size_t at = name.find(kAside);
-    for (std::size_t i = at + kAside.size(); at != name.npos && i < name.size(); ++i) {
+    const std::size_t at = name.find(aside);
+    for (std::size_t i = at + aside.size(); at != name.npos && i < name.size(); ++i) {
       if (std::isxdigit(static_cast<unsigned char>(name[i])) != 0) name[i] = 'x';
     }
     names.push_back(name);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <filesystem>
 #include <utility>
 
@@ -109,8 +110,8 @@ const std::vector<Plant>& devicePlants() {
   return all;
 }
 
-void PrintTo(const Plant& plant, std::ostream* out) {
-  *out << plant.name;
+std::ostream& operator<<(std::ostream& out, const Plant& plant) {
+  return out << plant.name;
 }
 
 Planted::Planted(const Plant& plant, const std::string& path, const Victims& victims)

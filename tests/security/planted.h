@@ -35,7 +35,7 @@ const std::vector<Plant>& plants();
 const std::vector<Plant>& devicePlants();
 
 // For the names of tests.
-void PrintTo(const Plant& plant, std::ostream* out);
+std::ostream& operator<<(std::ostream& out, const Plant& plant);
 
 // What was planted, found again under whatever name it has now.
 class Planted {

@@ -4,38 +4,34 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <utility>
 
 namespace {
 
-struct Expected {
-  int calls_left = 0;
-  std::function<void()> action;
-};
+using vorlatch::tests::BeforeFileCall;
+using vorlatch::tests::OpenedSpecials;
 
-Expected& expected() {
-  static Expected& one = *new Expected;
+BeforeFileCall*& expected() {
+  static BeforeFileCall* one = nullptr;
   return one;
 }
 
-vorlatch::tests::OpenedSpecials*& collector() {
-  static vorlatch::tests::OpenedSpecials* one = nullptr;
+OpenedSpecials*& collector() {
+  static OpenedSpecials* one = nullptr;
   return one;
 }
 
 void noteFileCall() {
-  Expected& next = expected();
-  if (!next.action || --next.calls_left > 0) return;
-  std::exchange(next.action, nullptr)();
+  if (expected() != nullptr) expected()->note();
 }
 
 }  // namespace
 
 extern "C" {
 
-int __real_open(const char* path, int flags, ...);
+// The mode of a variable call is where a named argument would be.
+int __real_open(const char* path, int flags, mode_t mode);
 int __real_stat(const char* path, struct stat* status);
 int __real_lstat(const char* path, struct stat* status);
 int __real_fstat(int file, struct stat* status);
@@ -49,15 +45,8 @@ int __real_ftruncate(int file, off_t size);
 int __real_dup2(int from, int to);
 std::FILE* __real_freopen(const char* path, const char* mode, std::FILE* stream);
 
-int __wrap_open(const char* path, int flags, ...) {
+int __wrap_open(const char* path, int flags, mode_t mode) {
   noteFileCall();
-  mode_t mode = 0;
-  if ((flags & O_CREAT) != 0) {
-    va_list arguments;
-    va_start(arguments, flags);
-    mode = va_arg(arguments, mode_t);
-    va_end(arguments);
-  }
   // Creating opens nothing that is there, and a directory can be meant.
   constexpr int kLeftOut = O_CREAT | O_DIRECTORY;
   struct stat status {};
@@ -132,16 +121,18 @@ std::FILE* __wrap_freopen(const char* path, const char* mode, std::FILE* stream)
 
 namespace vorlatch::tests {
 
-BeforeFileCall::BeforeFileCall(int n, std::function<void()> action) {
-  expected() = {.calls_left = n, .action = std::move(action)};
+BeforeFileCall::BeforeFileCall(int n, std::function<void()> action)
+    : calls_left_(n), action_(std::move(action)) {
+  expected() = this;
 }
 
 BeforeFileCall::~BeforeFileCall() {
-  expected() = {};
+  expected() = nullptr;
 }
 
-bool BeforeFileCall::hasHappened() const {
-  return !expected().action;
+// Calls that the action makes do not count.
+void BeforeFileCall::note() {
+  if (action_ && --calls_left_ == 0) std::exchange(action_, nullptr)();
 }
 
 OpenedSpecials::OpenedSpecials() {

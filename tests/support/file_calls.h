@@ -16,7 +16,13 @@ class BeforeFileCall {
   BeforeFileCall& operator=(const BeforeFileCall&) = delete;
   ~BeforeFileCall();
   // False when there were fewer calls.
-  [[nodiscard]] bool hasHappened() const;
+  [[nodiscard]] bool hasHappened() const { return !action_; }
+  // A file call comes.
+  void note();
+
+ private:
+  int calls_left_;
+  std::function<void()> action_;
 };
 
 // Collects the paths that are opened though something else than a file stands there.
