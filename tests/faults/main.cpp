@@ -30,7 +30,7 @@
 
 extern "C" {
 __attribute__((weak)) void __sanitizer_set_report_fd(void* descriptor);
-__attribute__((weak)) int __lsan_do_recoverable_leak_check();
+__attribute__((weak)) int findLeaks() __asm__("__lsan_do_recoverable_leak_check");
 }
 
 namespace vorlatch::faults {
@@ -67,7 +67,7 @@ std::string lettersFor(const Call& call) {
   std::string letters;
   for (auto outcome = outcomes.begin(); outcome != outcomes.end(); ++outcome) {
     const bool is_alike = std::any_of(outcomes.begin(), outcome, [&](const Outcome& earlier) {
-      return areAlike(earlier, *outcome);
+      return areAlike(call, earlier, *outcome);
     });
     letters += is_alike ? 'a' : 'n';
   }
@@ -84,9 +84,7 @@ std::string tellIn(Tell tell, const Faults& faults, const Standing* expected, To
     return breach.what();
   }
   if (tests::openFiles() > files_before) return "a file stayed open";
-  if (__lsan_do_recoverable_leak_check != nullptr && __lsan_do_recoverable_leak_check() != 0) {
-    return "memory leaked";
-  }
+  if (findLeaks != nullptr && findLeaks() != 0) return "memory leaked";
   if (testing::UnitTest::GetInstance()->ad_hoc_test_result().Failed()) return "the story failed";
   return "";
 }

@@ -24,9 +24,9 @@ struct Outcome {
   int error = 0;
 };
 
-// Whether the daemon may tell the two of one call apart: an error's number it looks at only where
-// an interrupted call is to go on.
-bool areAlike(const Outcome& one, const Outcome& other);
+// Whether the daemon has no reason to tell the two outcomes of the call apart: an error's number it
+// looks at only where an interrupted read or write is to go on.
+bool areAlike(const Call& call, const Outcome& one, const Outcome& other);
 
 // What may become of the call other than what was asked; empty for one that cannot fail.
 std::vector<Outcome> outcomesOf(const Call& call);

@@ -71,10 +71,10 @@ bool Transcript::memoryLacks() {
 
 std::vector<Call> Transcript::onFile(const std::string& path) {
   std::vector<Call> found;
-  const auto isOn = [&path](const Call& call) {
+  const auto is_on = [&path](const Call& call) {
     return call.path == path || call.path.starts_with(path + ".") || call.path == "/dev/null";
   };
-  while (read_ < calls().size() && isOn(calls()[read_])) found.push_back(calls()[read_++]);
+  while (read_ < calls().size() && is_on(calls()[read_])) found.push_back(calls()[read_++]);
   return found;
 }
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "tests/faults/gate.h"
@@ -62,11 +63,11 @@ size_t amount(size_t whole, bool in_part) {
 }
 
 template <typename Real>
-auto onPath(const char* name, const char* path, std::vector<std::int64_t> arguments,
+auto onPath(const char* name, const char* path, const std::vector<std::int64_t>& arguments,
             const Real& real) -> decltype(real(false)) {
   if (!isWatching()) return real(false);
-  return static_cast<decltype(real(false))>(Gate::get().pass(
-      {.name = name, .arguments = std::move(arguments), .path = path}, nullptr, 0, real));
+  return static_cast<decltype(real(false))>(
+      Gate::get().pass({.name = name, .arguments = arguments, .path = path}, nullptr, 0, real));
 }
 
 template <typename Real>

@@ -66,11 +66,11 @@ bool isWatching() {
 }
 
 template <typename Real>
-int pass(const char* name, std::vector<std::int64_t> arguments, void* buffer, size_t buffer_bytes,
-         const Real& real) {
+int pass(const char* name, const std::vector<std::int64_t>& arguments, void* buffer,
+         size_t buffer_bytes, const Real& real) {
   if (!isWatching()) return real();
-  const auto result = Gate::get().pass({.name = name, .arguments = std::move(arguments)}, buffer,
-                                       buffer_bytes, [&real](bool) { return real(); });
+  const auto result = Gate::get().pass({.name = name, .arguments = arguments}, buffer, buffer_bytes,
+                                       [&real](bool) { return real(); });
   return static_cast<int>(result);
 }
 
