@@ -124,11 +124,19 @@ Step removeSetting(Dice& dice) {
   });
 }
 
-Step setTarget(Dice& dice, Pace pace) {
-  const std::string key = dice.of(kTargets);
-  const Value target = dice.percent(8) ? oddValue(dice) : Value(anySettings(dice, pace));
+Step setTarget(Dice& dice, const std::string& key, const Value& target) {
   return edit(dice, "\"" + key + "\" = " + describe(target),
               [=](Dictionary& draft) { targetsIn(draft).insert_or_assign(key, target); });
+}
+
+Step setAnyTarget(Dice& dice, Pace pace) {
+  const std::string key = dice.of(kTargets);
+  return setTarget(dice, key, dice.percent(8) ? oddValue(dice) : Value(anySettings(dice, pace)));
+}
+
+Step switchOn(Dice& dice) {
+  return edit(dice, "Enabled = true",
+              [](Dictionary& draft) { draft.insert_or_assign("Enabled", true); });
 }
 
 Step removeTargets(Dice& dice) {
@@ -202,24 +210,21 @@ Step anyEdit(Dice& dice, Pace pace) {
   const std::size_t kind = dice.below(100);
   if (kind < 40) return setSetting(dice, pace);
   if (kind < 46) return removeSetting(dice);
-  if (kind < 66) return setTarget(dice, pace);
+  if (kind < 66) return setAnyTarget(dice, pace);
   if (kind < 74) return removeTargets(dice);
   if (kind < 80) return renameTarget(dice);
   if (kind < 89) return setTopLevel(dice);
   if (kind < 91) return limitTheLog(dice);
   if (kind < 95) return breakFile(dice);
-  return edit(dice, "nothing but the switch, which is on",
-              [](Dictionary& draft) { draft.insert_or_assign("Enabled", true); });
+  return switchOn(dice);
 }
 
-Step firstPreferences(Dice& dice, Pace pace) {
-  Dictionary targets;
+std::vector<Step> firstPreferences(Dice& dice, Pace pace) {
+  std::vector<Step> edits = {switchOn(dice)};
   for (const std::string& key : kTargets) {
-    if (dice.percent(40)) targets.emplace(key, anySettings(dice, pace));
+    if (dice.percent(40)) edits.push_back(setTarget(dice, key, anySettings(dice, pace)));
   }
-  const Dictionary preferences = {{"Enabled", true}, {"AppConfigs", targets}};
-  return edit(dice, describe(preferences),
-              [preferences](Dictionary& draft) { draft = preferences; });
+  return edits;
 }
 
 }  // namespace vorlatch::tests::random

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <utility>
 
 #include "tests/random/steps.h"
 
@@ -103,7 +104,9 @@ Plan planOf(std::uint64_t seed) {
     if (dice.percent(80)) plan.steps.push_back(anyBundle(dice));
   }
   for (std::size_t i = 4 + dice.below(14); i > 0; --i) plan.steps.push_back(anyLaunch(dice));
-  if (dice.percent(90)) plan.steps.push_back(firstPreferences(dice, pace));
+  if (dice.percent(90)) {
+    for (Step& edit : firstPreferences(dice, pace)) plan.steps.push_back(std::move(edit));
+  }
   if (dice.percent(10)) plan.steps.push_back(anyEdit(dice, pace));
   if (dice.percent(15)) plan.steps.push_back(anyRefusal(dice));
   if (dice.percent(20)) {

@@ -30,8 +30,8 @@ enum class Pace : std::uint8_t { Quick, Slow };
 
 // One edit of the preferences, or of their file.
 Step anyEdit(Dice& dice, Pace pace);
-// A file that switches the daemon on for some targets.
-Step firstPreferences(Dice& dice, Pace pace);
+// A file that switches the daemon on for some targets, one after the other.
+std::vector<Step> firstPreferences(Dice& dice, Pace pace);
 
 Step anyLaunch(Dice& dice);
 // A process comes, goes or changes.
