@@ -1,4 +1,5 @@
 // Steps that change what runs on the device, and its kernel.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -43,10 +44,9 @@ const std::vector<std::string> kBundles = {"Chat.app", "Chat.app/PlugIns/Share.a
 std::int32_t freePid(Stage& stage) {
   std::int32_t pid = kFirstPid;
   const auto is_taken = [&stage](std::int32_t wanted) {
-    for (const simulated::Process& process : stage.device.processes()) {
-      if (process.pid == wanted) return true;
-    }
-    return false;
+    const auto& processes = stage.device.processes();
+    return std::any_of(processes.begin(), processes.end(),
+                       [wanted](const auto& process) { return process.pid == wanted; });
   };
   while (is_taken(pid)) ++pid;
   return pid;
@@ -238,7 +238,7 @@ Step anyBundle(Dice& dice) {
   const std::vector<std::string> usual = {"com.example.chat", "com.example.chat.share",
                                           "com.example.mail"};
   const std::size_t which = dice.below(kBundles.size());
-  const std::string bundle = kBundles[which];
+  const std::string& bundle = kBundles[which];
   if (dice.percent(10)) {
     return {bundle + " has a broken Info.plist",
             [bundle](Stage& stage) { stage.breakBundle(bundle); }};

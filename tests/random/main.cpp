@@ -16,9 +16,12 @@
 #include "tests/random/steps.h"
 #include "tests/support/error_stream.h"
 
+namespace vorlatch::tests::random {
 namespace {
 
-using namespace vorlatch::tests::random;
+std::string number(std::uint64_t value) {
+  return std::to_string(value);
+}
 
 // A story's root is small and short-lived: memory is the place for it.
 class Workplace {
@@ -87,31 +90,29 @@ void tell(std::uint64_t seed, const Kept& kept) {
   start_before(plan.before_start);
 }
 
-int tellOne(const char* program, std::uint64_t seed, const Kept& kept) {
+int tellOne(const std::string& program, std::uint64_t seed, const Kept& kept) {
   tell(seed, kept);
   const Outcome outcome = play(seed, kept);
   if (outcome.failure.empty()) {
-    std::printf("       and all is as the rules say: %llu pieces of work, %llu lines\n",
-                static_cast<unsigned long long>(outcome.counts.pieces_of_work),
-                static_cast<unsigned long long>(outcome.counts.lines));
+    std::printf("       and all is as the rules say: %s pieces of work, %s lines of the log\n",
+                number(outcome.counts.pieces_of_work).c_str(),
+                number(outcome.counts.lines).c_str());
     return 0;
   }
-  std::printf("%s\nAgain: %s --seed %llu --steps %s\n", outcome.failure.c_str(), program,
-              static_cast<unsigned long long>(seed), textOf(kept).c_str());
+  std::printf("%s\nAgain: %s --seed %s --steps %s\n", outcome.failure.c_str(), program.c_str(),
+              number(seed).c_str(), textOf(kept).c_str());
   return 1;
 }
 
-int playMany(const char* program, std::uint64_t first, std::uint64_t stories) {
+int playMany(const std::string& program, std::uint64_t first, std::uint64_t stories) {
   const auto begin = std::chrono::steady_clock::now();
   Counts counts;
   for (std::uint64_t seed = first; seed < first + stories; ++seed) {
     const Kept all = allSteps(seed);
     const Outcome outcome = play(seed, all);
     if (!outcome.failure.empty()) {
-      std::printf("Seed %llu fails, story %llu of this run: %s\nShrunk:\n",
-                  static_cast<unsigned long long>(seed),
-                  static_cast<unsigned long long>(seed - first + 1), outcome.failure.c_str());
-      std::fflush(stdout);
+      std::printf("Seed %s fails, story %s of this run: %s\nShrunk:\n", number(seed).c_str(),
+                  number(seed - first + 1).c_str(), outcome.failure.c_str());
       return tellOne(program, seed, shrink(seed, all));
     }
     counts.steps += outcome.counts.steps;
@@ -119,20 +120,16 @@ int playMany(const char* program, std::uint64_t first, std::uint64_t stories) {
     counts.lines += outcome.counts.lines;
   }
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
-  std::printf(
-      "%llu stories from seed %llu on: %llu steps, %llu pieces of work, %llu lines of the "
-      "log, in %.1f s\n",
-      static_cast<unsigned long long>(stories), static_cast<unsigned long long>(first),
-      static_cast<unsigned long long>(counts.steps),
-      static_cast<unsigned long long>(counts.pieces_of_work),
-      static_cast<unsigned long long>(counts.lines), took.count());
+  const std::string told = number(stories) + " stories from seed " + number(first) +
+                           " on: " + number(counts.steps) + " steps, " +
+                           number(counts.pieces_of_work) + " pieces of work, " +
+                           number(counts.lines) + " lines of the log";
+  std::printf("%s, in %.1f s\n", told.c_str(), took.count());
   return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  vorlatch::tests::keepErrorStream();
+int run(int argc, char** argv) {
+  keepErrorStream();
   std::uint64_t stories = 2000;
   std::uint64_t from = 1;
   std::optional<std::uint64_t> seed;
@@ -160,4 +157,11 @@ int main(int argc, char** argv) {
   const Workplace workplace;
   return seed ? tellOne(argv[0], *seed, kept.value_or(allSteps(*seed)))
               : playMany(argv[0], from, stories);
+}
+
+}  // namespace
+}  // namespace vorlatch::tests::random
+
+int main(int argc, char** argv) {
+  return vorlatch::tests::random::run(argc, argv);
 }

@@ -139,7 +139,8 @@ int Oracle::startTimer(std::uint64_t start_ns, std::uint64_t interval_ns, std::u
   const int id = ++last_timer_;
   const auto& call =
       record_.call(timerCall(start_ns, interval_ns, leeway_ns) + " = timer " + std::to_string(id));
-  timers_[id] = {.due_ns = call.at_ns + start_ns, .interval_ns = interval_ns, .tick = tick};
+  timers_[id] = {
+      .due_ns = call.at_ns + start_ns, .interval_ns = interval_ns, .tick = std::move(tick)};
   return id;
 }
 
@@ -176,7 +177,7 @@ Oracle::Targets Oracle::configuredTargets() const {
 
 void Oracle::clearLog() {
   std::int64_t limit = 2097152;
-  if (files_.preferences && files_.preferences->count("LogSizeLimit") != 0) {
+  if (files_.preferences && files_.preferences->contains("LogSizeLimit")) {
     limit = longIn(*files_.preferences, "LogSizeLimit");
     if (limit < 1) return;
   }
@@ -200,7 +201,7 @@ void Oracle::pass() {
   std::vector<Target> different;
   for (const auto& [key, settings] : configured) {
     const std::int32_t pid = pidIn(running, key);
-    const bool changed = applied_.count(key) == 0 || settings != applied_.at(key);
+    const bool changed = !applied_.contains(key) || settings != applied_.at(key);
     const bool same_pid = pid == pidIn(last_pids_, key);
     if (!changed && same_pid) continue;
     Target target{.key = key, .settings = settings, .pid = pid};
@@ -208,7 +209,7 @@ void Oracle::pass() {
       target.line = pid != 0 ? startedLine(key, pid) : endedLine(key);
     } else if (pid != 0) {
       target.line = "[配置] 目标: " + key + " PID: " + std::to_string(pid);
-    } else if (watch_timers_.count(key) != 0) {
+    } else if (watch_timers_.contains(key)) {
       target.call = cancelCall(watch_timers_.at(key));
     } else if (intervalOf(settings) > 0) {
       target.call = watchTimerCall(intervalOf(settings));
@@ -248,7 +249,7 @@ void Oracle::restoreRemoved(const Targets& configured) {
   std::vector<Target> removed;
   std::vector<int> timers;
   for (const std::string& key : known_) {
-    if (configured.count(key) != 0) continue;
+    if (configured.contains(key)) continue;
     removed.push_back({.key = key, .pid = pidIn(last_pids_, key)});
     if (const auto timer = watch_timers_.find(key); timer != watch_timers_.end()) {
       timers.push_back(timer->second);

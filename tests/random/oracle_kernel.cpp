@@ -166,9 +166,9 @@ std::int32_t Oracle::band(std::int32_t pid) {
   if (needed < 1) return kNoBand;
   const auto& list =
       record_.call("memorystatus_control(1, 0, 0, buffer, " + number(needed + 240) + ")");
-  const int entries = list.answer.result / 24;
-  for (int i = 0; i < entries; ++i) {
-    const auto entry = static_cast<std::size_t>(6 * i);
+  if (list.answer.result < 24) return kNoBand;
+  const auto words = static_cast<std::size_t>(list.answer.result) / 24 * 6;
+  for (std::size_t entry = 0; entry < words; entry += 6) {
     if (wordIn(list.left, entry) == pid) return wordIn(list.left, entry + 1);
   }
   return kNoBand;

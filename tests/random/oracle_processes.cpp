@@ -6,6 +6,15 @@
 
 namespace vorlatch::tests::random {
 
+namespace {
+
+// A buffer's text ends at its first NUL.
+std::string textIn(const std::string& buffer) {
+  return buffer.substr(0, buffer.find('\0'));
+}
+
+}  // namespace
+
 std::string Oracle::text(std::int32_t pid) const {
   const std::string number = std::to_string(pid);
   return number == own_pid_ ? "self" : number;
@@ -25,13 +34,13 @@ void Oracle::walk(const std::function<bool(std::int32_t)>& visit) {
 
 std::pair<std::string, bool> Oracle::nameOf(std::int32_t pid) {
   const auto& named = record_.call("proc_name(" + text(pid) + ", zeros, 256)");
-  return {named.left.c_str(), named.answer.result >= 1};
+  return {textIn(named.left), named.answer.result >= 1};
 }
 
 std::optional<std::string> Oracle::bundleOf(std::int32_t pid) {
   const auto& located = record_.call("proc_pidpath(" + text(pid) + ", zeros, 4096)");
   if (located.answer.result < 1) return std::nullopt;
-  const std::string path = located.left.c_str();
+  const std::string path = textIn(located.left);
   if (!isUtf8(path)) return std::nullopt;
   return identifierOf(path.substr(0, path.rfind('/')));
 }

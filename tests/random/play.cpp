@@ -19,7 +19,7 @@ namespace vorlatch::tests::random {
 namespace {
 
 // A story that goes on for longer than this never ends.
-constexpr unsigned kLongestStory_s = 120;
+constexpr unsigned kLongestStorySeconds = 120;
 
 Outcome playHere(std::uint64_t seed, const Kept& kept) {
   const Plan plan = planOf(seed);
@@ -87,7 +87,7 @@ Outcome play(std::uint64_t seed, const Kept& kept) {
   std::fflush(stdout);  // or the child's daemon writes it again, when it reopens the stream
   const pid_t child = fork();
   if (child == 0) {
-    alarm(kLongestStory_s);
+    alarm(kLongestStorySeconds);
     tell(*writing, playHere(seed, kept));
     _exit(0);
   }
