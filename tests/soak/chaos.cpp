@@ -45,7 +45,7 @@ std::vector<ControlEditor> makeEditors(const Installation& installation,
   std::vector<ControlEditor> editors;
   for (int i = 0; i < kEditors; ++i) {
     std::vector<std::string> own;
-    for (std::size_t k = static_cast<std::size_t>(i); k < keys.size(); k += kEditors) {
+    for (auto k = static_cast<std::size_t>(i); k < keys.size(); k += kEditors) {
       own.push_back(keys[k]);
     }
     editors.emplace_back(installation, std::move(own), expected);
