@@ -1,27 +1,76 @@
-// Whole Info.plist files through both look-ups.
-#include <cstddef>
-#include <cstdint>
+// Whole Info.plist files through each look-up.
 #include <filesystem>
-#include <string>
-#include <string_view>
 
+#include <gtest/gtest.h>
+
+#include "config/property_list_file.h"
+#include "fuzz/support/fuzzer.h"
+#include "fuzz/support/subject.h"
 #include "proc/process_lookup.h"
-#include "tests/support/story.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static vorlatch::tests::Story& story = *new vorlatch::tests::Story;
-  // A bundle is read once in the daemon's life, so each input is a bundle of its own.
-  static int bundles = 0;
-  const std::filesystem::path directory = story.rootPath("/X" + std::to_string(++bundles) + ".app");
-  std::filesystem::create_directory(directory);
-  vorlatch::tests::writeAll(directory / "Info.plist",
-                            std::string_view(reinterpret_cast<const char*>(data), size));
-  const auto pid =
-      story.device.launch({.name = "X", .executable_path = (directory / "X").string()});
-  story.device.is_tracing = false;
-  vorlatch::getPIDForBundleID("com.example");
-  vorlatch::getRunningProcessMap();
-  story.device.exit(pid);
-  std::filesystem::remove_all(directory);
-  return 0;
+namespace vorlatch::fuzz {
+namespace {
+
+using plist::Dictionary;
+
+std::string identifierIn(std::string_view bytes) {
+  const std::optional<plist::Value> root = propertyListIn(bytes);
+  const auto* info = root ? root->as<Dictionary>() : nullptr;
+  const plist::Value* value = info != nullptr ? plist::find(*info, "CFBundleIdentifier") : nullptr;
+  const auto* text = value != nullptr ? value->as<std::string>() : nullptr;
+  return text != nullptr ? *text : std::string();
 }
+
+// Of the process by its identifier; it is found under nothing else but its name.
+void expectFound(std::int32_t pid, const std::string& identifier) {
+  RunningProcessMap expected{{"X", pid}};
+  if (!identifier.empty()) expected.insert_or_assign(identifier, pid);
+  EXPECT_EQ(getRunningProcessMap(), expected);
+  EXPECT_EQ(runningProcessMapOf(listRunningProcesses()), expected);
+  EXPECT_EQ(getPIDForBundleID("X"), pid);
+  if (!identifier.empty()) EXPECT_EQ(getPIDForBundleID(identifier), pid);
+  EXPECT_EQ(getPIDForBundleID("none such"), identifier == "none such" ? pid : 0);
+}
+
+}  // namespace
+
+const Words& vocabulary() {
+  static const Words& words = *new Words{"CFBundleIdentifier",
+                                         "CFBundleName",
+                                         "com.example.app",
+                                         "none such",
+                                         "X",
+                                         "",
+                                         "a.b",
+                                         "中文",
+                                         "\x1b[2J"};
+  return words;
+}
+
+void tell(std::string_view input) {
+  static tests::Story& story = *new tests::Story;
+  static bool is_alone = false;
+  if (!is_alone) {
+    story.device.is_tracing = false;
+    story.device.exit(story.device.processes().front().pid);
+    is_alone = true;
+  }
+  // An identifier is kept for the daemon's life, so each input is a bundle of its own.
+  static int bundles = 0;
+  const std::filesystem::path bundle = story.rootPath("/X" + std::to_string(++bundles) + ".app");
+  const std::string info = bundle / "Info.plist";
+  std::filesystem::create_directory(bundle);
+  const std::int32_t pid =
+      story.device.launch({.name = "X", .executable_path = bundle / "X", .pid = 100});
+  tests::writeAll(info, input);
+  const std::string identifier = identifierIn(input);
+  expectFound(pid, identifier);
+  // One that was found is kept, whatever becomes of the file; any other file is read again.
+  tests::writeAll(
+      info, "<plist><dict><key>CFBundleIdentifier</key><string>mended</string></dict></plist>");
+  expectFound(pid, identifier.empty() ? "mended" : identifier);
+  story.device.exit(pid);
+  std::filesystem::remove_all(bundle);
+}
+
+}  // namespace vorlatch::fuzz

@@ -1,37 +1,43 @@
-// Whole preferences files through the pass, a watch timer's tick, the patrol and the way back.
-#include <cstddef>
-#include <cstdint>
-#include <string_view>
+// Whole preferences files: the daemon reads one half written, then whole, in passes, on the ticks
+// of watch timers, in the patrol and when it lets go.
+#include <filesystem>
 
-#include "tests/support/story.h"
+#include <gtest/gtest.h>
 
-namespace {
+#include "config/property_list_file.h"
+#include "fuzz/support/fuzzer.h"
+#include "fuzz/support/subject.h"
 
-using namespace std::chrono_literals;
+namespace vorlatch::fuzz {
 
-struct Subject : vorlatch::tests::Story {
-  Subject() {
-    device.is_tracing = false;
-    device.launch({.name = "backboardd"});
-    device.launch({.name = "SpringBoard", .nice_value = 5});
-    device.launch({.name = "WeChat",
-                   .executable_path = installApp(
-                       "WeChat.app",
-                       vorlatch::plist::Dictionary{{"CFBundleIdentifier", "com.tencent.xin"}})});
-    start();
-  }
-};
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static Subject& subject = *new Subject;
-  vorlatch::tests::writeAll(subject.preferencesFile(),
-                            std::string_view(reinterpret_cast<const char*>(data), size));
-  subject.postAndRun();
-  subject.run(1800s);
-  // Back to nothing held, so that each input is told alone.
-  vorlatch::tests::writeAll(subject.preferencesFile(), "");
-  subject.postAndRun();
-  return 0;
+const Words& vocabulary() {
+  return preferencesWords();
 }
+
+void tell(std::string_view input) {
+  static Subject& subject = *new Subject;
+  subject.tell([&] {
+    subject.putPreferences(input.substr(0, input.size() / 2));
+    subject.postAndRun();
+    subject.putPreferences(input);
+    subject.postAndRun();
+    const plist::Dictionary preferences = readDictionary(subject.preferencesFile());
+    subject.expectTrueStatus(preferences);
+    subject.expectWholeLog(preferences);
+
+    // Once more, and nothing changed.
+    subject.device.is_tracing = true;
+    subject.postAndRun();
+    subject.device.is_tracing = false;
+    EXPECT_EQ(subject.takeCalls(), tests::Lines{});
+
+    subject.runTo(4s);
+    subject.sleepTo(1799s);
+    subject.runTo(1802s);
+    subject.expectTrueStatus(preferences);
+    subject.expectWholeLog(preferences);
+    EXPECT_EQ(tests::readAll(subject.preferencesFile()), input);
+  });
+}
+
+}  // namespace vorlatch::fuzz

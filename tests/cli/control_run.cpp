@@ -15,6 +15,11 @@ ControlStory::ControlStory() {
 }
 
 Output ControlStory::run(const std::vector<std::string>& arguments) {
+  return run(
+      [&arguments](cli::Terminal& terminal) { return cli::runControl(arguments, terminal); });
+}
+
+Output ControlStory::run(const std::function<int(cli::Terminal&)>& work) {
   Output output;
   int waits = 0;
   cli::Terminal terminal;
@@ -29,7 +34,7 @@ Output ControlStory::run(const std::vector<std::string>& arguments) {
   terminal.columns = [this] { return columns; };
   terminal.rows = [this] { return rows; };
   terminal.has_colour = has_colour;
-  output.status = cli::runControl(arguments, terminal);
+  output.status = work(terminal);
   return output;
 }
 

@@ -29,6 +29,8 @@ class ControlStory : public Story {
   ControlStory();
 
   Output run(const std::vector<std::string>& arguments);
+  // What comes of the work, which gives an exit status, at this terminal.
+  Output run(const std::function<int(cli::Terminal&)>& work);
 
   // Launches a process that vorlatchctl takes for the daemon, though the story runs the daemon's
   // work itself. Gives its pid.

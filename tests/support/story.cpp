@@ -119,6 +119,16 @@ plist::Dictionary Story::status() const {
   return readDictionary(statusFile());
 }
 
+bool isStamped(const std::string& line) {
+  static constexpr std::string_view kForm = "[00-00 00:00:00] ";
+  if (line.size() < kForm.size()) return false;
+  for (std::size_t i = 0; i < kForm.size(); ++i) {
+    const bool digit = line[i] >= '0' && line[i] <= '9';
+    if (kForm[i] == '0' ? !digit : line[i] != kForm[i]) return false;
+  }
+  return true;
+}
+
 std::string readAll(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   std::ostringstream contents;

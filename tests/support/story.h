@@ -64,6 +64,8 @@ class Story {
   std::size_t log_read_ = 0;
 };
 
+// Whether the line of a log begins with a stamp, its brackets and a blank.
+bool isStamped(const std::string& line);
 std::string readAll(const std::string& path);
 void writeAll(const std::string& path, std::string_view bytes);
 // How many descriptors this process has open.

@@ -1,0 +1,228 @@
+// What the kernel says of its processes: how many, which, their names and paths, and the list of
+// their priorities; as a sound kernel says it, and answers that none would give. The input is a
+// property list:
+//   Processes   {Name, Path, Pid, Nice, Zombie}, each where given; newest last. A Path that begins
+//               with @ is below the root's Applications.
+//   Copies      how often all of them run
+//   AppConfigs  the targets
+//   Answers     {Function, Command, Pid, First, Count, Result, Error, Buffer, Acts} in the place of
+//               the simulated device's own
+#include <algorithm>
+#include <cstring>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "cli/commands.h"
+#include "cli/completion.h"
+#include "config/preferences.h"
+#include "config/property_list_file.h"
+#include "fuzz/support/fuzzer.h"
+#include "fuzz/support/scene.h"
+#include "fuzz/support/subject.h"
+#include "platform/property_list.h"
+#include "platform/utf8.h"
+#include "proc/process_lookup.h"
+
+namespace vorlatch::fuzz {
+namespace {
+
+using plist::Array;
+using plist::Dictionary;
+using plist::Value;
+
+constexpr std::size_t kMostProcesses = 1000;
+// What a look may be told to make room for; one at the processes that is asked for much more gives
+// up.
+constexpr int kMostBytes = 1 << 20;
+constexpr int kTooManyBytes = 1 << 29;
+constexpr std::size_t kLongestName = 31;
+
+struct ProcessSubject : Subject {
+  ProcessSubject() {
+    static_cast<void>(installApp("Other.appex", Dictionary{{"CFBundleIdentifier", "a.b"}}));
+    static_cast<void>(installApp("Nameless.app", Dictionary{{"CFBundleIdentifier", ""}}));
+    static_cast<void>(installApp("Odd.app", Dictionary{{"CFBundleIdentifier", 7}}));
+  }
+};
+
+void launchProcesses(Subject& subject, const Dictionary& scene) {
+  std::set<std::int32_t> pids;
+  for (const auto& process : subject.device.processes()) pids.insert(process.pid);
+  std::int32_t next_pid = 1000;
+  const auto copies = static_cast<std::size_t>(std::clamp(integerIn(scene, "Copies", 1), 1, 200));
+  for (std::size_t copy = 0; copy < copies; ++copy) {
+    for (const Dictionary* process : dictionariesIn(scene, "Processes")) {
+      std::int32_t pid = copy == 0 ? integerIn(*process, "Pid", 0) : 0;
+      if (pid == 0) pid = next_pid++;
+      if (pids.size() >= kMostProcesses || !pids.insert(pid).second) continue;
+      const std::string name = textIn(*process, "Name");
+      std::string path = textIn(*process, "Path");
+      if (path.starts_with('@')) path = subject.rootPath("/Applications/") + path.substr(1);
+      subject.device.launch({.name = name,
+                             .executable_path = path,
+                             .pid = pid,
+                             .nice_value = std::clamp(integerIn(*process, "Nice", 0), -20, 20)});
+      if (isTrueIn(*process, "Zombie")) subject.device.becomeZombie(pid);
+    }
+  }
+}
+
+// A call may claim any result, but no more bytes than it leaves behind: what would be read beyond
+// them is another buffer's old contents, which no input repeats.
+void scriptAnswers(simulated::Device& device, const Dictionary& scene) {
+  for (const Dictionary* answer : dictionariesIn(scene, "Answers")) {
+    simulated::Script script{.function = textIn(*answer, "Function"),
+                             .first = std::clamp(integerIn(*answer, "First", 1), 1, 1000),
+                             .count = std::clamp(integerIn(*answer, "Count", 1), 0, 1000),
+                             .error = integerIn(*answer, "Error", 0) & 0x7F,
+                             .acts = isTrueIn(*answer, "Acts")};
+    if (answer->contains("Command")) script.command = integerIn(*answer, "Command", 0);
+    if (answer->contains("Pid")) script.pid = integerIn(*answer, "Pid", 0);
+    if (answer->contains("Result")) script.result = integerIn(*answer, "Result", 0);
+    if (answer->contains("Buffer")) script.buffer = textIn(*answer, "Buffer");
+    const bool is_refused = script.function == "proc_listpids" && script.result >= kTooManyBytes;
+    if (script.result > kMostBytes && !is_refused) script.result = kMostBytes;
+    if (script.result > 0 && script.result <= kMostBytes && !script.acts) {
+      std::string bytes = script.buffer.value_or("");
+      bytes.resize(std::max(bytes.size(), static_cast<std::size_t>(*script.result)));
+      script.buffer = std::move(bytes);
+    }
+    device.script(script);
+  }
+}
+
+// Each process is found by its name, and both look-ups of vorlatchctl give what the daemon's give.
+void expectFound(const simulated::Device& device) {
+  const RunningProcessMap running = getRunningProcessMap();
+  const std::vector<RunningProcess> listed = listRunningProcesses();
+  EXPECT_EQ(runningProcessMapOf(listed), running);
+  std::set<std::int32_t> pids;
+  for (const auto& process : device.processes()) {
+    if (process.is_zombie || process.pid < 1) continue;
+    pids.insert(process.pid);
+    const std::string name = process.name.substr(0, kLongestName).c_str();
+    if (name.empty() || !isValidUtf8(name)) continue;
+    EXPECT_TRUE(running.contains(name)) << name;
+  }
+  for (const auto& [key, pid] : running) {
+    EXPECT_TRUE(pids.contains(pid)) << key;
+    EXPECT_TRUE(!key.empty() && isValidUtf8(key));
+    EXPECT_EQ(pidForBundleIDIn(listed, key), getPIDForBundleID(key)) << key;
+    if (pids.size() > 50) return;  // each key looks at every process
+  }
+}
+
+// Only the priority list, which is every process's, is asked of process 0.
+void expectNoStrangerTouched(const tests::Lines& calls) {
+  for (const std::string& call : calls) {
+    if (call.starts_with("memorystatus_control(1,")) continue;
+    const std::size_t pid = call.find(", ") + 2;
+    EXPECT_TRUE((call[pid] >= '1' && call[pid] <= '9') || call.substr(pid, 4) == "self") << call;
+  }
+}
+
+void look(Subject& subject, const std::string& key) {
+  for (const bool wants_json : {false, true}) {
+    subject.look(cli::psCommand, wants_json);
+    subject.look(cli::planCommand, wants_json);
+    subject.look(cli::doctorCommand, wants_json);
+    subject.look([](const auto& session) { return cli::statusCommand(session, {}); }, wants_json);
+    subject.look([](const auto& session) { return cli::checkCommand(session, {}); }, wants_json);
+    subject.look([&](const auto& session) { return cli::matchCommand(session, key); }, wants_json);
+  }
+  subject.look(
+      [](const auto& session) {
+        return cli::completeCommand(session, {"match", ""});
+      },
+      false);
+}
+
+}  // namespace
+
+const Words& vocabulary() {
+  static const Words& words = *new Words{"Processes",
+                                         "Copies",
+                                         "AppConfigs",
+                                         "Answers",
+                                         "Name",
+                                         "Path",
+                                         "Pid",
+                                         "Nice",
+                                         "Zombie",
+                                         "Function",
+                                         "Command",
+                                         "First",
+                                         "Count",
+                                         "Result",
+                                         "Error",
+                                         "Buffer",
+                                         "Acts",
+                                         "proc_listpids",
+                                         "proc_name",
+                                         "proc_pidpath",
+                                         "getpriority",
+                                         "setpriority",
+                                         "NiceValue",
+                                         "memorystatus_control",
+                                         "SpringBoard",
+                                         "a.b",
+                                         "CheckInterval",
+                                         "com.tencent.xin",
+                                         "@WeChat.app/",
+                                         "@WeChat.app/x",
+                                         "@Odd.app/x",
+                                         "@Other.appex/x",
+                                         "@Nameless.app/x",
+                                         "/x.app/y",
+                                         "/",
+                                         "",
+                                         "%s%n",
+                                         "\n",
+                                         "\x1b[2J",
+                                         "\xe2\x80\xae视",
+                                         "\t",
+                                         "=",
+                                         "vorlatchd",
+                                         "JetsamPriority"};
+  return words;
+}
+
+void tell(std::string_view input) {
+  static ProcessSubject& subject = *new ProcessSubject;
+  const std::optional<Value> root = propertyListIn(input);
+  if (!root || root->as<Dictionary>() == nullptr) return;
+  const Dictionary& scene = *root->as<Dictionary>();
+  const Value* targets = plist::find(scene, keys::kAppConfigs);
+  const Dictionary preferences{{keys::kEnabled, true},
+                               {keys::kAppConfigs, targets != nullptr ? *targets : Dictionary{}}};
+  const std::string bytes = platform::writeXmlPropertyList(preferences);
+  if (!propertyListIn(bytes)) return;
+  subject.tell([&] {
+    launchProcesses(subject, scene);
+    expectFound(subject.device);
+    subject.putPreferences(bytes);
+    scriptAnswers(subject.device, scene);
+    subject.device.is_tracing = true;
+    subject.postAndRun();
+    subject.runTo(3s);
+    subject.sleepTo(1799s);
+    subject.runTo(1801s);
+    subject.device.is_tracing = false;
+    expectNoStrangerTouched(subject.takeCalls());
+    subject.expectWholeLog(readDictionary(subject.preferencesFile()));
+    const Dictionary status = subject.status();
+    look(subject, status.empty() ? std::string() : status.begin()->first);
+
+    // Once the kernel answers as it should, the next change puts everything right.
+    subject.device.clearScripts();
+    subject.putPreferences("");
+    subject.postAndRun();
+    subject.putPreferences(bytes);
+    subject.postAndRun();
+    subject.expectTrueStatus(readDictionary(subject.preferencesFile()));
+    look(subject, "SpringBoard");
+  });
+}
+
+}  // namespace vorlatch::fuzz

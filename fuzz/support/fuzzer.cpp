@@ -1,0 +1,71 @@
+// libFuzzer's entry points.
+#include "fuzz/support/fuzzer.h"
+
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include <gtest/gtest.h>
+
+#include "fuzz/support/tree_mutator.h"
+
+namespace vorlatch::fuzz {
+namespace {
+
+// The daemon points the standard streams at its log, so what is found is said on a descriptor kept
+// from before.
+class StopAtFailure : public testing::EmptyTestEventListener {
+ public:
+  void OnTestPartResult(const testing::TestPartResult& result) override {
+    if (!result.failed()) return;
+    const char* file = result.file_name() != nullptr ? result.file_name() : "?";
+    const std::string message = std::string(file) + ":" + std::to_string(result.line_number()) +
+                                ": " + result.message() + "\n";
+    if (::write(output_, message.data(), message.size()) < 0) std::abort();
+    std::abort();
+  }
+
+ private:
+  const int output_ = ::dup(STDERR_FILENO);
+};
+
+std::string_view textOf(const std::uint8_t* data, std::size_t size) {
+  return {reinterpret_cast<const char*>(data), size};
+}
+
+}  // namespace
+}  // namespace vorlatch::fuzz
+
+using vorlatch::fuzz::textOf;
+
+// libFuzzer is told to keep its own output apart from the streams, whoever starts the program.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
+  static std::vector<char*>& arguments = *new std::vector<char*>(*argv, *argv + *argc);
+  static char keep_output[] = "-close_fd_mask=3";
+  arguments.push_back(keep_output);
+  *argc = static_cast<int>(arguments.size());
+  arguments.push_back(nullptr);
+  *argv = arguments.data();
+  testing::UnitTest::GetInstance()->listeners().Append(new vorlatch::fuzz::StopAtFailure);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  vorlatch::fuzz::tell(textOf(data, size));
+  return 0;
+}
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,
+                                               std::size_t max_size, unsigned seed) {
+  return vorlatch::fuzz::mutateTree(data, size, max_size, seed);
+}
+
+extern "C" std::size_t LLVMFuzzerCustomCrossOver(const std::uint8_t* data, std::size_t size,
+                                                 const std::uint8_t* other, std::size_t other_size,
+                                                 std::uint8_t* out, std::size_t max_out_size,
+                                                 unsigned seed) {
+  return vorlatch::fuzz::crossTrees(textOf(data, size), textOf(other, other_size), out,
+                                    max_out_size, seed);
+}

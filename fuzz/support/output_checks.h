@@ -1,0 +1,26 @@
+// What holds for all that vorlatchctl prints.
+#pragma once
+
+#include <string_view>
+
+#include "fuzz/support/fuzzer.h"
+#include "platform/plist_value.h"
+
+namespace vorlatch::fuzz {
+
+// UTF-8 with nothing in it that commands a terminal: no control but the line's end, no change of
+// direction. `may_draw`: but for the colours and the pictures that vorlatchctl draws itself.
+void expectHarmless(std::string_view text, bool may_draw);
+
+// One JSON value after another, and nothing else.
+void expectJson(std::string_view text);
+
+// The word that names the command; empty when there is none.
+std::string commandOf(const Words& words);
+bool isEdit(std::string_view command);
+
+// What differs between the two was named by the words.
+void expectOnlyNamedChanges(const plist::Dictionary& before, const plist::Dictionary& after,
+                            const Words& words);
+
+}  // namespace vorlatch::fuzz

@@ -1,0 +1,289 @@
+#include "fuzz/support/subject.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <ostream>
+
+#include <gtest/gtest.h>
+
+#include "cli/arguments.h"
+#include "config/log_file.h"
+#include "config/preferences.h"
+#include "config/property_list_file.h"
+#include "config/status_file.h"
+#include "fuzz/support/output_checks.h"
+#include "proc/process_lookup.h"
+
+namespace vorlatch::fuzz {
+namespace {
+
+using plist::Dictionary;
+
+constexpr std::uint64_t kPatrolNs = 1'800'000'000'000;
+
+// One target by each kind of key, each stage of an application, with and without a watch timer.
+const Dictionary& soundPreferences() {
+  static const Dictionary& preferences = *new Dictionary{
+      {"Enabled", true},
+      {"AppConfigs",
+       Dictionary{
+           {"backboardd",
+            Dictionary{{"NiceValue", -20}, {"JetsamPriority", 210}, {"CheckInterval", 1}}},
+           {"SpringBoard", Dictionary{{"StripManaged", true}}},
+           {"com.tencent.xin", Dictionary{{"MemLimitActive", 1500}, {"MemLimitInactive", 300}}},
+           {"kbd", Dictionary{{"NiceValue", -18}}}}}};
+  return preferences;
+}
+
+bool holdsLineEnd(const Dictionary& preferences) {
+  const Targets targets = appConfigs(preferences);
+  return std::any_of(targets.begin(), targets.end(), [](const auto& target) {
+    return target.first.find('\n') != std::string::npos;
+  });
+}
+
+// Whether what the command prints is JSON.
+bool printsJson(const Words& words) {
+  const bool may_want_it = std::any_of(words.begin(), words.end(), [](const std::string& word) {
+    return word.starts_with("--json");
+  });
+  if (!may_want_it || commandOf(words) == "__complete") return false;
+  try {
+    return cli::parseArguments(words).wants_json;
+  } catch (const cli::Failure&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+const Words& preferencesWords() {
+  static const Words& words = *new Words{"Enabled",
+                                         "AppConfigs",
+                                         "LogSizeLimit",
+                                         "CheckInterval",
+                                         "JetsamPriority",
+                                         "NiceValue",
+                                         "StripManaged",
+                                         "MemLimitActive",
+                                         "MemLimitInactive",
+                                         "Remark",
+                                         "backboardd",
+                                         "SpringBoard",
+                                         "WeChat",
+                                         "com.tencent.xin",
+                                         "vorlatchd",
+                                         "kbd",
+                                         "",
+                                         "-1",
+                                         " +7x",
+                                         "true",
+                                         "99999999999",
+                                         "%s%n%d",
+                                         "视图",
+                                         "a\nb",
+                                         "\t\x1b[2J",
+                                         "com.tencent.",
+                                         "e\xcc\x81",
+                                         "\xe2\x80\xae\xc2\x85",
+                                         "1",
+                                         "0",
+                                         "210"};
+  return words;
+}
+
+Subject::Subject() {
+  device.is_tracing = false;
+  wechat_ = installApp("WeChat.app", Dictionary{{"CFBundleIdentifier", "com.tencent.xin"}});
+  prepareDevice();
+  putPreferences("");
+  start();
+  prepareFiles();
+  at_first_ = doWithSoundFile();
+  letGo();
+  waitForNextPeriod();
+}
+
+void Subject::tell(const std::function<void()>& story) {
+  prepareDevice();
+  prepareFiles();
+  story();
+  device.clearScripts();
+  letGo();
+  prepareDevice();
+  prepareFiles();
+  const Doings now = doWithSoundFile();
+  EXPECT_EQ(now.log, at_first_.log);
+  EXPECT_EQ(now.calls, at_first_.calls);
+  EXPECT_TRUE(now.status == at_first_.status) << "the status file differs";
+  letGo();
+  waitForNextPeriod();
+}
+
+void Subject::prepareDevice() {
+  std::vector<std::int32_t> pids;
+  for (const simulated::Process& process : device.processes()) pids.push_back(process.pid);
+  for (const std::int32_t pid : pids) device.exit(pid);
+  device.jetsam_table = {};
+  device.launch({.name = "vorlatchd",
+                 .executable_path = rootPath("/usr/libexec/vorlatchd"),
+                 .pid = getpid()});
+  device.launch(
+      {.name = "vorlatchd", .executable_path = rootPath("/usr/libexec/vorlatchd"), .pid = 100'000});
+  device.launch({.name = "backboardd", .pid = 100'001});
+  device.launch({.name = "SpringBoard", .pid = 100'002, .nice_value = 5});
+  device.launch({.name = "WeChat", .executable_path = wechat_, .pid = 100'003});
+}
+
+void Subject::prepareFiles() const {
+  for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
+    std::filesystem::remove_all(entry.path());
+  }
+  openLog();
+}
+
+void Subject::letGo() const {
+  // A patrol holds targets that no pass has seen, of a file that nobody told the daemon about; a
+  // pass that finds them takes charge of them.
+  Dictionary held;
+  for (const auto& [key, entry] : status()) held.emplace(key, Dictionary{});
+  writeTargets(held);
+  postAndRun();
+  putPreferences("");
+  postAndRun();
+}
+
+void Subject::waitForNextPeriod() {
+  const std::uint64_t now_ns = device.scheduler.nowNs();
+  device.scheduler.runUntil((now_ns / kPatrolNs + 1) * kPatrolNs);
+  begin_ns_ = device.scheduler.nowNs();
+}
+
+Subject::Doings Subject::doWithSoundFile() {
+  writePreferences(soundPreferences());
+  device.is_tracing = true;
+  device.takeTrace();
+  post();
+  Story::run(1200ms);
+  device.is_tracing = false;
+  return {.log = rereadLog(), .calls = takeCalls(), .status = status()};
+}
+
+void Subject::runTo(std::chrono::nanoseconds time) const {
+  device.scheduler.runUntil(begin_ns_ + static_cast<std::uint64_t>(time.count()));
+}
+
+void Subject::sleepTo(std::chrono::nanoseconds time) {
+  const std::uint64_t then_ns = begin_ns_ + static_cast<std::uint64_t>(time.count());
+  const std::uint64_t now_ns = device.scheduler.nowNs();
+  if (then_ns > now_ns) device.scheduler.spend(then_ns - now_ns);
+}
+
+void Subject::putPreferences(std::string_view bytes) const {
+  tests::writeAll(preferencesFile(), bytes);
+}
+
+std::map<std::string, std::string> Subject::files() const {
+  std::map<std::string, std::string> files;
+  for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
+    const std::string name = entry.path().filename();
+    if (name == kStatusFileName || name == kLogFileName) continue;
+    files.emplace(name, tests::readAll(entry.path()));
+  }
+  return files;
+}
+
+tests::Output Subject::type(const Words& words) {
+  const auto before = files();
+  const Dictionary preferences = readDictionary(preferencesFile());
+  tests::Output output = run(words);
+  expectSound(output, printsJson(words));
+  if (isEdit(commandOf(words))) {
+    expectOnlyPreferencesChanged(before);
+    expectOnlyNamedChanges(preferences, readDictionary(preferencesFile()), words);
+  } else {
+    EXPECT_EQ(files(), before);
+  }
+  return output;
+}
+
+tests::Output Subject::look(const Command& command, bool wants_json) {
+  const auto before = files();
+  tests::Output output = runCommand(command, wants_json);
+  EXPECT_EQ(files(), before);
+  return output;
+}
+
+tests::Output Subject::edit(const Command& command, bool wants_json) {
+  const auto before = files();
+  tests::Output output = runCommand(command, wants_json);
+  expectOnlyPreferencesChanged(before);
+  return output;
+}
+
+tests::Output Subject::runCommand(const Command& command, bool wants_json) {
+  tests::Output output = run([&](cli::Terminal& terminal) -> int {
+    const cli::Session session{.terminal = terminal, .wants_json = wants_json};
+    try {
+      return command(session);
+    } catch (const cli::Failure& failure) {
+      cli::printError(session, failure.message);
+      return failure.status;
+    }
+  });
+  expectSound(output, wants_json);
+  return output;
+}
+
+void Subject::expectSound(const tests::Output& output, bool is_json) const {
+  EXPECT_TRUE(output.status >= 0 && output.status <= 3) << output.status;
+  expectHarmless(output.out, columns > 0 || has_colour);
+  expectHarmless(output.err, false);
+  if (output.status <= 1 && is_json) expectJson(output.out);
+}
+
+void Subject::expectOnlyPreferencesChanged(const std::map<std::string, std::string>& before) const {
+  for (const auto& [name, bytes] : files()) {
+    EXPECT_TRUE(name == kPreferencesFileName || before.contains(name)) << name << " was left";
+  }
+}
+
+void Subject::expectWholeLog(const Dictionary& preferences) const {
+  const std::string log = tests::readAll(logFile());
+  EXPECT_TRUE(log.empty() || log.ends_with('\n')) << "an unfinished line";
+  if (holdsLineEnd(preferences)) return;
+  for (std::size_t begin = 0; begin < log.size();) {
+    const std::size_t end = log.find('\n', begin);
+    const std::string line = log.substr(begin, end - begin);
+    EXPECT_TRUE(tests::isStamped(line)) << line;
+    begin = end + 1;
+  }
+}
+
+void Subject::expectTrueStatus(const Dictionary& preferences) {
+  Dictionary expected;
+  const RunningProcessMap running = getRunningProcessMap();
+  std::map<std::int32_t, int> targets_of;
+  if (isEnabled(preferences)) {
+    for (const auto& [key, settings] : appConfigs(preferences)) {
+      const std::int32_t pid = pidIn(running, key);
+      if (pid == 0) continue;
+      ++targets_of[pid];
+      expected.emplace(key, Dictionary{{"pid", pid},
+                                       {"n", device.find(pid)->nice_value},
+                                       {"p", device.jetsam(pid).effective_band}});
+    }
+  }
+  Dictionary found = status();
+  for (auto& [key, entry] : expected) {
+    // Of two targets that mean one process the one applied last has the say.
+    const std::int32_t pid = plist::int32Value(*plist::find(*entry.as<Dictionary>(), "pid"));
+    if (targets_of[pid] > 1 && found.contains(key)) found.insert_or_assign(key, entry);
+  }
+  EXPECT_TRUE(found == expected) << tests::readAll(statusFile());
+}
+
+}  // namespace vorlatch::fuzz
