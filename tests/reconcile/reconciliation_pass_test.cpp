@@ -276,6 +276,20 @@ TEST(Pass, ATargetThatComesBackIsAppliedAsNew) {
   EXPECT_EQ(daemon.pass(), started("alpha", pid));
 }
 
+TEST(Pass, ATargetThatComesBackUnchangedBeforeItRunsGetsItsTimerAgain) {
+  Daemon daemon;
+  const Dictionary watched = with(kSettings, "CheckInterval", 5);
+  daemon.writeTargets({{"alpha", watched}});
+  daemon.startAndSettle();
+  daemon.writeTargets({});
+  EXPECT_EQ(daemon.pass(), kRemoved);
+  daemon.writeTargets({{"alpha", watched}});
+  EXPECT_EQ(daemon.pass(), Lines{});
+  const auto pid = daemon.launch("alpha");
+  daemon.run(5s);
+  EXPECT_EQ(daemon.takeLog(), started("alpha", pid));
+}
+
 TEST(Pass, ATargetThatThePatrolSawFirstIsTakenChargeOfAsEdited) {
   Daemon daemon;
   daemon.writeTargets({});
