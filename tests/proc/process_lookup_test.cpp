@@ -176,6 +176,10 @@ TEST(ProcessLookup, AProcessWithoutAPathIsFoundByName) {
 
 TEST(ProcessLookup, APathWithoutADirectoryHasNoIdentifier) {
   Processes device;
+  const std::filesystem::path executable =
+      device.installApp("X.app", Dictionary{{"CFBundleIdentifier", "x"}});
+  // Where the name alone would find the bundle.
+  std::filesystem::current_path(executable.parent_path().parent_path());
   const auto pid = device.launch("X", "X.app");
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"X", pid}}));
 }

@@ -114,6 +114,8 @@ TEST(RootPrefixWithLibrary, AMissingFunctionIsReplacedByItsFallbackAlone) {
   EXPECT_EQ(inOwnBlock(libroot_jbrootpath("/x", nullptr)), "/jailbreak/x");
   EXPECT_EQ(inOwnBlock(libroot_rootfspath("/jailbreak/x", nullptr)), "/x");
   EXPECT_EQ(inOwnBlock(libroot_rootfspath("/x", nullptr)), "/rootfs/x");
+  EXPECT_EQ(inOwnBlock(libroot_jbrootpath("x", nullptr)), "x");
+  EXPECT_EQ(inOwnBlock(libroot_rootfspath("x", nullptr)), "x");
 }
 
 TEST(RootPrefixWithLibrary, APathThatTheLibraryCannotResolveIsNone) {
