@@ -49,8 +49,6 @@ const std::map<std::string, Outcomes>& table() {
   static const Outcomes of_setting{no_permission, no_process, invalid, ignored};
   static const Outcomes of_opening{no_access, no_descriptor, io, no_memory, interrupted};
   static const Outcomes of_mode{no_permission, io, read_only};
-  static const Outcomes of_stream{part("EACCES", EACCES), part("EMFILE", EMFILE),
-                                  part("ENOSPC", ENOSPC)};
   static const std::map<std::string, Outcomes> outcomes{
       // The kernel. A size that is too small, a list cut short, an answer that changes nothing.
       {"memorystatus_control 1 size", {no_permission, invalid, nothing("0"), told("24", 24)}},
@@ -93,20 +91,18 @@ const std::map<std::string, Outcomes>& table() {
       // Files.
       {"stat", {no_access, io, no_memory}},
       {"lstat", {no_access, io, no_memory}},
+      {"fstatat", {no_access, io, no_memory}},
       {"fstat", {io, no_memory}},
       {"open", of_opening},
       {"open to create", {no_access, no_descriptor, io, full, read_only}},
       {"mkostemp", {no_access, no_descriptor, io, full, read_only}},
       {"read", {io, interrupted, again, part("short"), nothing("0")}},
       {"write", {io, full, interrupted, again, part("short"), nothing("0")}},
-      {"chmod", {no_permission, io, read_only, no_file}},
       {"fchmod", of_mode},
       {"rename", {no_access, io, full, no_file}},
       {"unlink", {no_access, io, no_file}},
       {"ftruncate", {io, interrupted, no_permission}},
       {"dup2", {io, interrupted, no_descriptor}},
-      {"freopen stdout", of_stream},
-      {"freopen stderr", of_stream},
       {"close", {told("EIO", -1, EIO), told("EINTR", -1, EINTR)}},
       // The log. A full disk takes half a line.
       {"line", {io, interrupted, part("ENOSPC", ENOSPC)}},
@@ -126,7 +122,6 @@ std::string kindOf(const Call& call) {
     return call.name + ' ' + std::to_string(call.arguments[0]);
   }
   if (call.name == "open") return (call.arguments[0] & O_CREAT) != 0 ? "open to create" : "open";
-  if (call.name == "freopen") return call.arguments[0] == 1 ? "freopen stdout" : "freopen stderr";
   return call.name;
 }
 

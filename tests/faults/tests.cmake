@@ -26,8 +26,8 @@ if(NOT VORLATCH_SANITIZE STREQUAL "thread")
     _ZN8vorlatch8platform20writeXmlPropertyListB5cxx11ERKNS_5plist5ValueE
     _ZN8vorlatch8platform9proc_nameEiPvj
     _ZnamRKSt9nothrow_t
-    chmod close dup2 fchmod fflush fprintf freopen fstat ftruncate lstat mkostemp open read rename
-    stat unlink write)
+    close dup2 fchmod fflush fprintf fstat fstatat ftruncate lstat mkostemp open read rename stat
+    unlink write)
   foreach(function ${failing})
     target_link_options(fault_test PRIVATE "-Wl,--wrap=${function}")
   endforeach()

@@ -18,16 +18,16 @@ const std::vector<Call>& calls() {
 
 // Whether it is for this call that standard error is, or is not, the log.
 bool decidesAboutTheStream(const Call& call) {
-  if (call.name == "freopen" || call.name == "dup2") return call.arguments[0] == kErrorStream;
+  if (call.name == "dup2") return call.arguments[0] == kErrorStream;
   if (call.name == "open") return (call.arguments[0] & O_EXCL) == 0;
-  return call.name == "lstat" || call.name == "fstat" || call.name == "ftruncate";
+  return call.name == "lstat" || call.name == "fstatat" || call.name == "fstat" ||
+         call.name == "ftruncate";
 }
 
 }  // namespace
 
 bool held(const Call& call) {
   if (call.name == "close" || call.name == "unlink") return true;
-  if (call.name == "freopen") return call.result != 0;
   if (call.name == "write" && call.result == 0) return false;
   const bool goes_on = call.name == "read" || call.name == "write";
   return call.result >= 0 || (goes_on && call.error == EINTR);
@@ -72,7 +72,8 @@ bool Transcript::memoryLacks() {
 std::vector<Call> Transcript::onFile(const std::string& path) {
   std::vector<Call> found;
   const auto is_on = [&path](const Call& call) {
-    return call.path == path || call.path.starts_with(path + ".") || call.path == "/dev/null";
+    return call.path == path || call.path.starts_with(path + ".") || call.path == "/dev/null" ||
+           call.name == "flush";
   };
   while (read_ < calls().size() && is_on(calls()[read_])) found.push_back(calls()[read_++]);
   return found;

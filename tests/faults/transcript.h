@@ -33,7 +33,8 @@ class Transcript {
   // Whether memory was asked for next, and there was none.
   bool memoryLacks();
   // The file calls that come next, as long as they are about the file or a temporary one beside it,
-  // in whatever number. Those on /dev/null, where a stream of the log may end, count with it.
+  // in whatever number. Those on /dev/null, where a stream of the log may end, count with it, and
+  // so does what is flushed before a stream is pointed elsewhere.
   std::vector<Call> onFile(const std::string& path);
   // The next calls write this line, stamped, and flush it.
   void line(const std::string& message);

@@ -1,5 +1,4 @@
-// The C library's functions on files as the linker gives them to the daemon in this program. More
-// are wrapped than the daemon calls today, so that one that it turns to is made to fail as well.
+// The C library's functions on files as the linker gives them to the daemon in this program.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,8 +32,8 @@ int realLstat(const char*, struct stat*) VORLATCH_REAL("lstat");
 int wrapLstat(const char*, struct stat*) VORLATCH_WRAP("lstat");
 int realFstat(int, struct stat*) VORLATCH_REAL("fstat");
 int wrapFstat(int, struct stat*) VORLATCH_WRAP("fstat");
-int realChmod(const char*, mode_t) VORLATCH_REAL("chmod");
-int wrapChmod(const char*, mode_t) VORLATCH_WRAP("chmod");
+int realFstatat(int, const char*, struct stat*, int) VORLATCH_REAL("fstatat");
+int wrapFstatat(int, const char*, struct stat*, int) VORLATCH_WRAP("fstatat");
 int realFchmod(int, mode_t) VORLATCH_REAL("fchmod");
 int wrapFchmod(int, mode_t) VORLATCH_WRAP("fchmod");
 int realFtruncate(int, off_t) VORLATCH_REAL("ftruncate");
@@ -45,8 +44,6 @@ int realRename(const char*, const char*) VORLATCH_REAL("rename");
 int wrapRename(const char*, const char*) VORLATCH_WRAP("rename");
 int realUnlink(const char*) VORLATCH_REAL("unlink");
 int wrapUnlink(const char*) VORLATCH_WRAP("unlink");
-std::FILE* realFreopen(const char*, const char*, std::FILE*) VORLATCH_REAL("freopen");
-std::FILE* wrapFreopen(const char*, const char*, std::FILE*) VORLATCH_WRAP("freopen");
 int wrapFprintf(std::FILE*, const char*, ...) VORLATCH_WRAP("fprintf");
 int realFflush(std::FILE*) VORLATCH_REAL("fflush");
 int wrapFflush(std::FILE*) VORLATCH_WRAP("fflush");
@@ -128,8 +125,9 @@ int wrapFstat(int descriptor, struct stat* status) {
   return onDescriptor("fstat", descriptor, [&](bool) { return realFstat(descriptor, status); });
 }
 
-int wrapChmod(const char* path, mode_t mode) {
-  return onPath("chmod", path, {mode}, [&](bool) { return realChmod(path, mode); });
+int wrapFstatat(int directory, const char* path, struct stat* status, int flags) {
+  return onPath("fstatat", path, {},
+                [&](bool) { return realFstatat(directory, path, status, flags); });
 }
 
 int wrapFchmod(int descriptor, mode_t mode) {
@@ -152,16 +150,6 @@ int wrapRename(const char* from, const char* to) {
 
 int wrapUnlink(const char* path) {
   return onPath("unlink", path, {}, [&](bool) { return realUnlink(path); });
-}
-
-// A failing one closes the stream that it was given.
-std::FILE* wrapFreopen(const char* path, const char* mode, std::FILE* stream) {
-  std::FILE* reopened = nullptr;
-  onPath("freopen", path, {stream == stdout ? 1 : 2}, [&](bool failing) {
-    reopened = realFreopen(failing ? "" : path, mode, stream);
-    return reopened != nullptr ? 1 : 0;
-  });
-  return reopened;
 }
 
 // A message of the log. One that fails half-way leaves half of it.

@@ -96,6 +96,7 @@ void Oracle::started() {
   queues_[kDebounce].emplace_back([this] { arm(); });
   startTimer(1800 * kSecond, 1800 * kSecond, 5 * kSecond, [this] { patrol(); });
   record_.call("observeNotification(\"com.zel.vorlatch/ApplyLimits\")");
+  record_.call("runMainLoop()");
 }
 
 void Oracle::posted() {
