@@ -59,10 +59,11 @@ Descriptor openForAppending(const std::string& path) {
 }
 
 // The stream is not opened anew by a path, which may lead elsewhere by then.
-void point(std::FILE* stream, const Descriptor& file) {
+bool point(std::FILE* stream, const Descriptor& file) {
   std::fflush(stream);
-  ::dup2(file.get(), ::fileno(stream));
+  const bool is_pointed = ::dup2(file.get(), ::fileno(stream)) >= 0;
   std::clearerr(stream);
+  return is_pointed;
 }
 
 std::optional<std::string> contentsOf(const Descriptor& file, const struct stat& status,
@@ -121,8 +122,8 @@ void letEveryoneReadAndWrite(const std::string& path) {
 void pointStreamsAtEndOf(const std::string& path) {
   Descriptor file = openForAppending(path);
   if (!file.isOpen()) return;
-  point(stdout, file);
-  point(stderr, file);
+  static_cast<void>(point(stdout, file));
+  static_cast<void>(point(stderr, file));
   // Where a stream was closed when the daemon was started, the file has got that stream's number.
   if (file.get() <= STDERR_FILENO) file.release();
 }
@@ -137,10 +138,12 @@ bool emptyUnderStreams(const std::string& path, std::int64_t limit_bytes) {
   if (!err.isOpen() || !out.isOpen() || !is_one || status.st_size <= limit_bytes) return false;
   // So that no line of another thread's comes in between, to be overwritten by the next.
   ::flockfile(stderr);
-  const bool is_emptied = ::ftruncate(err.get(), 0) == 0;
-  if (is_emptied) {
-    point(stdout, out);
-    point(stderr, err);
+  // The streams first: one that kept its place would write behind a hole.
+  const bool is_emptied =
+      point(stdout, out) && point(stderr, err) && ::ftruncate(err.get(), 0) == 0;
+  if (!is_emptied) {
+    ::lseek(out.get(), 0, SEEK_END);
+    ::lseek(err.get(), 0, SEEK_END);
   }
   ::funlockfile(stderr);
   return is_emptied;
