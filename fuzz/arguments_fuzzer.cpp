@@ -1,5 +1,7 @@
 // vorlatchctl's command lines, beside a daemon at work. The input is a property list:
-//   Commands     the command lines, each a list of words
+//   Commands     the command lines, each a list of words; one that begins with @ is a file beside
+//   the
+//                daemon's
 //   Preferences, Status, Log, SetAside
 //                what stands in the file: data or text as it is, any other value as a property
 //                list; SetAside is what an interrupted release left behind
@@ -8,7 +10,6 @@
 //                the terminal; none without columns
 //   Waits        how often a command may wait until Ctrl-C
 #include <algorithm>
-#include <filesystem>
 
 #include <gtest/gtest.h>
 
@@ -30,7 +31,13 @@ constexpr std::size_t kMostCommands = 4;
 constexpr std::size_t kMostWords = 16;
 
 // A word ends where the system would end it.
-std::vector<Words> commandsIn(const Dictionary& scene) {
+std::string wordOf(const Subject& subject, const Value& value) {
+  const std::string bytes = bytesOf(value);
+  const std::string word = bytes.substr(0, bytes.find('\0'));
+  return word.starts_with('@') ? subject.file(word.substr(1)) : word;
+}
+
+std::vector<Words> commandsIn(const Subject& subject, const Dictionary& scene) {
   std::vector<Words> commands;
   const Value* value = plist::find(scene, "Commands");
   const auto* lines = value != nullptr ? value->as<Array>() : nullptr;
@@ -40,7 +47,7 @@ std::vector<Words> commandsIn(const Dictionary& scene) {
     if (items == nullptr || commands.size() == kMostCommands) continue;
     Words words;
     for (const Value& item : *items) {
-      if (words.size() < kMostWords) words.emplace_back(bytesOf(item).c_str());
+      if (words.size() < kMostWords) words.push_back(wordOf(subject, item));
     }
     commands.push_back(std::move(words));
   }
@@ -140,8 +147,8 @@ const Words& vocabulary() {
                              "pid",
                              "n",
                              "p",
-                             "com.zel.vorlatch.plist",
-                             "Vorlatch.log",
+                             "@com.zel.vorlatch.plist",
+                             "@Vorlatch.log",
                              ".",
                              "1e5",
                              "+5",
@@ -159,9 +166,8 @@ void tell(std::string_view input) {
   if (!root || root->as<Dictionary>() == nullptr) return;
   const Dictionary& scene = *root->as<Dictionary>();
   subject.tell([&] {
-    std::filesystem::current_path(subject.file(""));
     prepare(subject, scene);
-    for (const Words& words : commandsIn(scene)) {
+    for (const Words& words : commandsIn(subject, scene)) {
       subject.type(words);
       subject.Story::run(200ms);
     }

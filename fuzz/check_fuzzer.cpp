@@ -1,6 +1,5 @@
 // Whole preferences files through vorlatchctl: what it says of them, and its edits of them.
 #include <algorithm>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
 

@@ -1,17 +1,27 @@
 // Whole Info.plist files through each look-up.
+#include <unistd.h>
+
 #include <filesystem>
+#include <optional>
 
 #include <gtest/gtest.h>
 
 #include "config/property_list_file.h"
 #include "fuzz/support/fuzzer.h"
-#include "fuzz/support/subject.h"
 #include "proc/process_lookup.h"
+#include "tests/support/story.h"
 
 namespace vorlatch::fuzz {
 namespace {
 
 using plist::Dictionary;
+
+struct EmptyDevice : tests::Story {
+  EmptyDevice() {
+    device.is_tracing = false;
+    device.exit(getpid());
+  }
+};
 
 std::string identifierIn(std::string_view bytes) {
   const std::optional<plist::Value> root = propertyListIn(bytes);
@@ -48,13 +58,7 @@ const Words& vocabulary() {
 }
 
 void tell(std::string_view input) {
-  static tests::Story& story = *new tests::Story;
-  static bool is_alone = false;
-  if (!is_alone) {
-    story.device.is_tracing = false;
-    story.device.exit(story.device.processes().front().pid);
-    is_alone = true;
-  }
+  static EmptyDevice& story = *new EmptyDevice;
   // An identifier is kept for the daemon's life, so each input is a bundle of its own.
   static int bundles = 0;
   const std::filesystem::path bundle = story.rootPath("/X" + std::to_string(++bundles) + ".app");

@@ -1,7 +1,5 @@
 // Whole preferences files: the daemon reads one half written, then whole, in passes, on the ticks
 // of watch timers, in the patrol and when it lets go.
-#include <filesystem>
-
 #include <gtest/gtest.h>
 
 #include "config/property_list_file.h"

@@ -101,7 +101,8 @@ void expectFound(const simulated::Device& device) {
   for (const auto& process : device.processes()) {
     if (process.is_zombie || process.pid < 1) continue;
     pids.insert(process.pid);
-    const std::string name = process.name.substr(0, kLongestName).c_str();
+    const std::string kept = process.name.substr(0, kLongestName);
+    const std::string name = kept.substr(0, kept.find('\0'));
     if (name.empty() || !isValidUtf8(name)) continue;
     EXPECT_TRUE(running.contains(name)) << name;
   }
@@ -180,7 +181,7 @@ const Words& vocabulary() {
                                          "%s%n",
                                          "\n",
                                          "\x1b[2J",
-                                         "\xe2\x80\xae视",
+                                         "\xe2\x80\xae视\xe2\x80\xac",
                                          "\t",
                                          "=",
                                          "vorlatchd",

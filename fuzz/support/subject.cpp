@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
-#include <ostream>
 
 #include <gtest/gtest.h>
 
@@ -88,7 +87,7 @@ const Words& preferencesWords() {
                                          "\t\x1b[2J",
                                          "com.tencent.",
                                          "e\xcc\x81",
-                                         "\xe2\x80\xae\xc2\x85",
+                                         "\xe2\x80\xae\xc2\x85\xe2\x80\xac",
                                          "1",
                                          "0",
                                          "210"};
@@ -101,6 +100,7 @@ Subject::Subject() {
   prepareDevice();
   putPreferences("");
   start();
+  EXPECT_TRUE(std::filesystem::exists(logFile())) << "the daemon works in another root";
   prepareFiles();
   at_first_ = doWithSoundFile();
   letGo();
