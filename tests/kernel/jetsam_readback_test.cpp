@@ -139,6 +139,20 @@ TEST(JetsamReadBack, AShortOrRefusedListGivesNone) {
   EXPECT_EQ(kernel.takeLog(), Lines{});
 }
 
+TEST(JetsamReadBack, WhatARefusedCallLeftInTheBufferIsNotLookedAt) {
+  Kernel kernel;
+  const platform::memorystatus_priority_entry entry{
+      .pid = 7, .priority = 3, .user_data = 0, .limit = -1, .state = 0};
+  kernel.device.script(
+      {.function = "memorystatus_control",
+       .command = kGetPriorityList,
+       .first = 2,
+       .result = -1,
+       .error = EPERM,
+       .buffer = std::string(reinterpret_cast<const char*>(&entry), sizeof(entry))});
+  EXPECT_EQ(getActualJetsam(7), -999);
+}
+
 #ifndef VORLATCH_SANITIZED
 TEST(JetsamReadBack, AListBeyondTheMemoryThereIsIsNotFetched) {
   Kernel kernel;

@@ -168,6 +168,41 @@ TEST(ProcessLookup, APathThatIsNotUtf8HasNoIdentifier) {
   EXPECT_EQ(getPIDForBundleID("x"), 0);
 }
 
+TEST(ProcessLookup, APathCountsWhereTheCallGaveOneAndNotWhatAFailedCallLeft) {
+  Processes device;
+  const std::string path = device.installApp("X.app", Dictionary{{"CFBundleIdentifier", "x"}});
+  const auto pid = device.launch("X");
+  for (const auto& [result, found] : {std::pair(-1, 0), std::pair(0, 0), std::pair(1, pid)}) {
+    device.device.clearScripts();
+    device.device.script({.function = "proc_pidpath", .result = result, .buffer = path});
+    EXPECT_EQ(getPIDForBundleID("x"), found) << result;
+  }
+}
+
+TEST(ProcessLookup, ANameOfOneCharacterIsOneAndAnEmptyOneIsNone) {
+  Processes device;
+  const auto pid = device.launch("~");
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"~", pid}}));
+  device.device.script({.function = "proc_name", .result = 1, .buffer = std::string(1, '\0')});
+  EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{});
+}
+
+TEST(ProcessLookup, AListOfAllProcessesAnswersAsAScanDoes) {
+  Processes device;
+  const auto unreadable = device.launch("unreadable");
+  device.launch("twice");
+  device.launchApp("X.app", "twin", "twice");
+  device.launchApp("X.app", "twin", "newest");
+  device.launchApp("Y.app", "", "twin");
+  device.device.script({.function = "proc_name", .pid = unreadable, .result = 0, .error = ESRCH});
+  const std::vector<RunningProcess> all = listRunningProcesses();
+  EXPECT_EQ(all.size(), 5U);
+  EXPECT_EQ(runningProcessMapOf(all), getRunningProcessMap());
+  for (const char* key : {"twice", "twin", "newest", "unreadable", "", "nobody"}) {
+    EXPECT_EQ(pidForBundleIDIn(all, key), getPIDForBundleID(key)) << key;
+  }
+}
+
 TEST(ProcessLookup, AProcessWithoutAPathIsFoundByName) {
   Processes device;
   const auto pid = device.launch("kernel_task", "");
@@ -250,7 +285,9 @@ TEST(ProcessLookup, AListThatCannotBeReadGivesNothing) {
     device.device.clearScripts();
     device.device.script(
         {.function = "proc_listpids", .first = call, .count = 1, .result = result});
+    device.device.takeTrace();
     EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{}) << call << ' ' << result;
+    EXPECT_EQ(device.device.takeTrace().size(), static_cast<std::size_t>(call)) << result;
     device.device.clearScripts();
     device.device.script(
         {.function = "proc_listpids", .first = call, .count = 1, .result = result});
