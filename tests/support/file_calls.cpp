@@ -41,6 +41,7 @@ int __real_mkostemp(char* path, int flags);
 int __real_unlink(const char* path);
 int __real_chmod(const char* path, mode_t mode);
 int __real_fchmod(int file, mode_t mode);
+int __real_truncate(const char* path, off_t size);
 int __real_ftruncate(int file, off_t size);
 int __real_dup2(int from, int to);
 std::FILE* __real_freopen(const char* path, const char* mode, std::FILE* stream);
@@ -100,6 +101,11 @@ int __wrap_chmod(const char* path, mode_t mode) {
 int __wrap_fchmod(int file, mode_t mode) {
   noteFileCall();
   return __real_fchmod(file, mode);
+}
+
+int __wrap_truncate(const char* path, off_t size) {
+  noteFileCall();
+  return __real_truncate(path, size);
 }
 
 int __wrap_ftruncate(int file, off_t size) {
