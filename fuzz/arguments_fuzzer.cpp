@@ -171,6 +171,7 @@ void tell(std::string_view input) {
       subject.type(words);
       subject.Story::run(200ms);
     }
+    subject.takeChargeOfHeld();
   });
 }
 

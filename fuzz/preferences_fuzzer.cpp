@@ -1,5 +1,5 @@
-// Whole preferences files: the daemon reads one half written, then whole, in passes, on the ticks
-// of watch timers, in the patrol and when it lets go.
+// Whole preferences files: the daemon reads one in a sound one's place, half written, then whole
+// again, in passes, on the ticks of watch timers, in the patrol and when it lets go.
 #include <gtest/gtest.h>
 
 #include "config/property_list_file.h"
@@ -15,13 +15,15 @@ const Words& vocabulary() {
 void tell(std::string_view input) {
   static Subject& subject = *new Subject;
   subject.tell([&] {
-    subject.putPreferences(input.substr(0, input.size() / 2));
+    subject.putSoundPreferences();
     subject.postAndRun();
-    subject.putPreferences(input);
-    subject.postAndRun();
-    const plist::Dictionary preferences = readDictionary(subject.preferencesFile());
-    subject.expectTrueStatus(preferences);
-    subject.expectWholeLog(preferences);
+    for (const std::string_view bytes : {input, input.substr(0, input.size() / 2), input}) {
+      subject.putPreferences(bytes);
+      subject.postAndRun();
+      const plist::Dictionary preferences = readDictionary(subject.preferencesFile());
+      subject.expectTrueStatus(preferences);
+      subject.expectWholeLog(preferences);
+    }
 
     // Once more, and nothing changed.
     subject.device.is_tracing = true;
@@ -32,6 +34,7 @@ void tell(std::string_view input) {
     subject.runTo(4s);
     subject.sleepTo(1799s);
     subject.runTo(1802s);
+    const plist::Dictionary preferences = readDictionary(subject.preferencesFile());
     subject.expectTrueStatus(preferences);
     subject.expectWholeLog(preferences);
     EXPECT_EQ(tests::readAll(subject.preferencesFile()), input);

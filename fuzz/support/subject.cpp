@@ -146,13 +146,14 @@ void Subject::prepareFiles() const {
 }
 
 void Subject::letGo() const {
-  // A patrol holds targets that no pass has seen, of a file that nobody told the daemon about; a
-  // pass that finds them takes charge of them.
+  putPreferences("");
+  postAndRun();
+}
+
+void Subject::takeChargeOfHeld() const {
   Dictionary held;
   for (const auto& [key, entry] : status()) held.emplace(key, Dictionary{});
   writeTargets(held);
-  postAndRun();
-  putPreferences("");
   postAndRun();
 }
 
@@ -163,7 +164,7 @@ void Subject::waitForNextPeriod() {
 }
 
 Subject::Doings Subject::doWithSoundFile() {
-  writePreferences(soundPreferences());
+  putSoundPreferences();
   device.is_tracing = true;
   device.takeTrace();
   post();
@@ -249,6 +250,10 @@ void Subject::expectOnlyPreferencesChanged(const std::map<std::string, std::stri
   for (const auto& [name, bytes] : files()) {
     EXPECT_TRUE(name == kPreferencesFileName || before.contains(name)) << name << " was left";
   }
+}
+
+void Subject::putSoundPreferences() const {
+  writePreferences(soundPreferences());
 }
 
 void Subject::expectWholeLog(const Dictionary& preferences) const {

@@ -41,6 +41,10 @@ class Subject : public tests::ControlStory {
   void sleepTo(std::chrono::nanoseconds time);
 
   void putPreferences(std::string_view bytes) const;
+  void putSoundPreferences() const;
+  // A patrol holds targets of a file that nobody told the daemon about, and no pass hands them back
+  // when they go; a pass that finds them takes charge of them.
+  void takeChargeOfHeld() const;
   // Types a command line, gives a command that looks, one that edits: and expects of the answer and
   // of the files what holds for all of them. The latter two spare the reading of arguments, which
   // takes longer than most commands.

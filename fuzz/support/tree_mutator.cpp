@@ -56,7 +56,7 @@ class TreeMutator {
       } else {
         std::visit([this, &node](auto& held) { this->change(held, node); }, node.storage());
       }
-    } while (oneIn(3));
+    } while (!oneIn(3));
   }
 
  private:
