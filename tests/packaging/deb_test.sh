@@ -4,31 +4,14 @@
 # Makes packages of a small tree by make_deb, in copies of this checkout's packaging: the same bytes
 # wherever and by whomever, what is in them, and what is left when one cannot be made. The last line
 # says how many of its checks passed; ends with 1 when one failed.
-set -euo pipefail
-export LC_ALL=C.UTF-8
+# shellcheck source=tests/packaging/checks.sh
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 checkout=$(cd "${1:-$(dirname "${BASH_SOURCE[0]}")/../..}" && pwd -P)
 
-for program in ar dpkg dpkg-deb git gzip tar; do
-  type -P "$program" >/dev/null || {
-    printf '%s is not installed\n' "$program" >&2
-    exit 1
-  }
-done
+needPrograms ar dpkg dpkg-deb git gzip tar
 
 here=$(mktemp -d)
 trap 'rm -rf "$here"' EXIT
-passed=0
-failed=0
-
-# check WHAT EXPECTED FOUND
-check() {
-  if [[ $2 == "$3" ]]; then
-    passed=$((passed + 1))
-  else
-    failed=$((failed + 1))
-    printf 'FAILED: %s\n  expected: %s\n  found:    %s\n' "$1" "$2" "$3"
-  fi
-}
 
 # A commit of the packaging alone, at a known time; then a clone of it elsewhere.
 commit_time=1700000000
@@ -241,5 +224,4 @@ mkdir -p "$here/large.tree/var/jb"
 head -c 100000 /dev/urandom >"$here/large.tree/var/jb/large"
 cannot 'no room' "the package's files cannot be laid out" outOfRoom
 
-printf '%d passed, %d failed\n' "$passed" "$failed"
-((failed == 0))
+summary

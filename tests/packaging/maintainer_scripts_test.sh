@@ -6,36 +6,17 @@
 # refuse, to hang, or to kill the script that calls them. Compares the whole record, what the
 # scripts say, the package's state and the files left. The last line says how many checks passed;
 # ends with 1 when one failed.
-set -euo pipefail
-export LC_ALL=C.UTF-8
+# shellcheck source=tests/packaging/checks.sh
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 checkout=$(cd "${1:-$(dirname "${BASH_SOURCE[0]}")/../..}" && pwd -P)
 
-for program in bash dash dpkg dpkg-deb; do
-  type -P "$program" >/dev/null || {
-    printf '%s is not installed\n' "$program" >&2
-    exit 1
-  }
-done
+needPrograms bash dash dpkg dpkg-deb
 
 here=$(mktemp -d)
 trap 'rm -rf "$here"' EXIT
+
 export SOURCE_DATE_EPOCH=1700000000
 package=com.zel.vorlatch
-scenario=''
-passed=0
-failed=0
-
-# check WHAT EXPECTED FOUND
-check() {
-  if [[ $2 == "$3" ]]; then
-    passed=$((passed + 1))
-  else
-    failed=$((failed + 1))
-    printf 'FAILED: %s: %s\n' "$scenario" "$1"
-    diff --label expected --label found -U 100 <(printf '%s\n' "$2") <(printf '%s\n' "$3") || true
-  fi
-}
-
 # The stand-in for every program. Each line of $FAKE/rules is a status or a deed, a blank, and the
 # pattern of a call.
 cat >"$here/fake" <<'FAKE'
@@ -218,5 +199,4 @@ for shell in /bin/dash '/bin/bash --posix'; do
   tellStories
 done
 
-printf '%d passed, %d failed\n' "$passed" "$failed"
-((failed == 0))
+summary

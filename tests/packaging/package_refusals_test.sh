@@ -4,24 +4,12 @@
 # Runs scripts/package, in a copy of this checkout, where it cannot work: each time its last line says
 # why, it ends with 1, and dist/ holds what it held before. The last line says how many of the checks
 # passed; ends with 1 when one failed.
-set -euo pipefail
-export LC_ALL=C.UTF-8
+# shellcheck source=tests/packaging/checks.sh
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 checkout=$(cd "${1:-$(dirname "${BASH_SOURCE[0]}")/../..}" && pwd -P)
 
 here=$(mktemp -d)
 trap 'rm -rf "$here"' EXIT
-passed=0
-failed=0
-
-# check WHAT EXPECTED FOUND
-check() {
-  if [[ $2 == "$3" ]]; then
-    passed=$((passed + 1))
-  else
-    failed=$((failed + 1))
-    printf 'FAILED: %s\n  expected: %s\n  found:    %s\n' "$1" "$2" "$3"
-  fi
-}
 
 export GIT_CONFIG_GLOBAL=/dev/null GIT_CONFIG_NOSYSTEM=1 GIT_CEILING_DIRECTORIES=$here
 unset GIT_DIR GIT_WORK_TREE GIT_INDEX_FILE
@@ -90,11 +78,11 @@ cannot 'no PyPI' \
 # A disk with too little room, where only its user sees it.
 rm -rf "$copy/build"
 mkdir "$copy/build"
+packageOnSmallDisk() { mount -t tmpfs -o size=64m none "$1/build" && "$1/scripts/package"; }
 onSmallDisk() {
-  unshare --mount --map-root-user bash -c \
-    'mount -t tmpfs -o size=64m none "$1/build" && "$1/scripts/package"' - "$copy"
+  unshare --mount --map-root-user \
+    bash -c "$(declare -f packageOnSmallDisk); packageOnSmallDisk \"\$1\"" - "$copy"
 }
 cannot 'a full disk' 'package: the disk is full: 64 MB are free in build/, and 700 are needed' onSmallDisk
 
-printf '%d passed, %d failed\n' "$passed" "$failed"
-((failed == 0))
+summary
