@@ -11,7 +11,6 @@ namespace vorlatch {
 void setupGlobal1800sTimer() REQUIRES(kMainThread);
 
 // One tick: reads the preferences afresh and hands the sweep over the targets to the worker queue.
-// On the debounce queue.
-void patrolTick();
+void patrolTick() REQUIRES(kDebounceQueue);
 
 }  // namespace vorlatch

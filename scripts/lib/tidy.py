@@ -84,7 +84,8 @@ def main():
     root = arguments.root.resolve()
 
     version = subprocess.run(["clang-tidy", "--version"], capture_output=True, check=True).stdout
-    linter = version + (root / ".clang-tidy").read_bytes()
+    settings = (root / ".clang-tidy", root / "tests" / ".clang-tidy")
+    linter = version + b"".join(path.read_bytes() for path in settings)
     commands = read_commands(root, arguments.presets)
     clean_folder = root / "build" / "tidy"
     clean_folder.mkdir(parents=True, exist_ok=True)

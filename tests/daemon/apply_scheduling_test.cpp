@@ -28,6 +28,7 @@ struct Daemon : Story {
 
 TEST(Debounce, TheFirstTriggerMakesBothQueues) {
   Story story;
+  kMainThread.assertHeld();
   applyMemoryLimits();
   EXPECT_EQ(story.device.takeTrace(), (Lines{"makeSerialQueue(\"com.zel.vorlatch.debounce\")",
                                              "makeSerialQueue(\"com.zel.vorlatch.worker\")"}));

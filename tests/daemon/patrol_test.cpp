@@ -32,6 +32,7 @@ Lines applied(const std::string& key, std::int32_t pid) {
 
 TEST(Patrol, MakesBothQueuesWhereNobodyDidBefore) {
   Story story;
+  kMainThread.assertHeld();
   setupGlobal1800sTimer();
   EXPECT_EQ(story.device.takeTrace(),
             (Lines{"makeSerialQueue(\"com.zel.vorlatch.debounce\")",

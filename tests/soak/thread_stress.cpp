@@ -243,6 +243,7 @@ class ThreadStress : public testing::Test {
 
 TEST_F(ThreadStress, LeavesStatusProcessesAndLogInOrder) {
   openLog();
+  kMainThread.assertHeld();
   makeWorkQueues();
   int calms = 0;
   const auto end = Clock::now() + tests::runOptions().duration;
