@@ -204,7 +204,10 @@ tests::Output Subject::type(const Words& words) {
   expectSound(output, printsJson(words));
   if (isEdit(commandOf(words))) {
     expectOnlyPreferencesChanged(before);
-    expectOnlyNamedChanges(preferences, readDictionary(preferencesFile()), words);
+    // What an interrupted release set aside, the next one puts back.
+    if (!before.contains(std::string(kPreferencesFileName) + ".released")) {
+      expectOnlyNamedChanges(preferences, readDictionary(preferencesFile()), words);
+    }
   } else {
     EXPECT_EQ(files(), before);
   }
