@@ -10,7 +10,7 @@ device_tools=(git dpkg-deb cmake ninja python3 llvm-strip lowdown)
 # shellcheck disable=SC2034
 sdk_packages=(clang lld)
 # shellcheck disable=SC2034
-sdk_tools=(clang++ ld64.lld llvm-ar llvm-ranlib)
+sdk_tools=(clang++ llvm-ar llvm-ranlib)
 
 device=$root/build/device
 # Where the programs are built; each compiler has a folder of its own.
