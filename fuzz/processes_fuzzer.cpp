@@ -31,7 +31,7 @@ using plist::Array;
 using plist::Dictionary;
 using plist::Value;
 
-constexpr std::size_t kMostProcesses = 1000;
+constexpr std::size_t kMostProcesses = 200;
 // What a look may be told to make room for; one at the processes that is asked for much more gives
 // up.
 constexpr int kMostBytes = 1 << 20;
