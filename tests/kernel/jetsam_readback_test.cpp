@@ -45,7 +45,7 @@ TEST(JetsamReadBack, FetchesTheListOnceWithRoomForTenMore) {
 
 TEST(JetsamReadBack, AProcessThatIsNotListedHasNone) {
   Kernel kernel;
-  EXPECT_EQ(getActualJetsam(4711), -999);
+  EXPECT_EQ(getActualJetsam(INT_MAX), -999);  // no pid is that large
 }
 
 TEST(JetsamReadBack, PidZeroIsLookedForLikeAnyOther) {
