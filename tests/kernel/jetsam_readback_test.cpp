@@ -33,6 +33,17 @@ struct Kernel : Story {
     verifyJetsamPriority(pid, set_result, requested);
     return takeLog();
   }
+  // The call that fetches the list leaves one entry in the buffer, process 7 at band 3, and this.
+  void fetchGives(int result, int error = 0) const {
+    const platform::memorystatus_priority_entry entry{
+        .pid = 7, .priority = 3, .user_data = 0, .limit = -1, .state = 0};
+    device.script({.function = "memorystatus_control",
+                   .command = kGetPriorityList,
+                   .first = 2,
+                   .result = result,
+                   .error = error,
+                   .buffer = std::string(reinterpret_cast<const char*>(&entry), sizeof(entry))});
+  }
   std::int32_t pid;
 };
 
@@ -79,14 +90,7 @@ TEST(JetsamReadBack, OnlyTheFilledPartOfTheListIsLookedAt) {
 
 TEST(JetsamReadBack, AListOfOneProcessIsRead) {
   Kernel kernel;
-  const platform::memorystatus_priority_entry entry{
-      .pid = 7, .priority = 3, .user_data = 0, .limit = -1, .state = 0};
-  kernel.device.script(
-      {.function = "memorystatus_control",
-       .command = kGetPriorityList,
-       .first = 2,
-       .result = sizeof(entry),
-       .buffer = std::string(reinterpret_cast<const char*>(&entry), sizeof(entry))});
+  kernel.fetchGives(sizeof(platform::memorystatus_priority_entry));
   EXPECT_EQ(getActualJetsam(7), 3);
 }
 
@@ -141,15 +145,7 @@ TEST(JetsamReadBack, AShortOrRefusedListGivesNone) {
 
 TEST(JetsamReadBack, WhatARefusedCallLeftInTheBufferIsNotLookedAt) {
   Kernel kernel;
-  const platform::memorystatus_priority_entry entry{
-      .pid = 7, .priority = 3, .user_data = 0, .limit = -1, .state = 0};
-  kernel.device.script(
-      {.function = "memorystatus_control",
-       .command = kGetPriorityList,
-       .first = 2,
-       .result = -1,
-       .error = EPERM,
-       .buffer = std::string(reinterpret_cast<const char*>(&entry), sizeof(entry))});
+  kernel.fetchGives(-1, EPERM);
   EXPECT_EQ(getActualJetsam(7), -999);
 }
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/random/dice.h"
 #include "tests/random/stage.h"
+#include "tests/support/dice.h"
 
 namespace vorlatch::tests::random {
 

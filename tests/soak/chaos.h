@@ -14,9 +14,9 @@
 #include "tests/blackbox/memory_file_system.h"
 #include "tests/blackbox/resource_use.h"
 #include "tests/soak/crowd.h"
-#include "tests/soak/dice.h"
 #include "tests/soak/editing.h"
 #include "tests/soak/onlooker.h"
+#include "tests/support/dice.h"
 
 namespace vorlatch {
 
@@ -72,7 +72,7 @@ class Chaos {
   [[nodiscard]] std::string fillerPath() const;
   [[nodiscard]] int refusedEdits() const;
 
-  Dice dice_;
+  tests::Dice dice_;
   Installation installation_;
   const MemoryFileSystem disk_;
   Crowd crowd_;

@@ -14,7 +14,7 @@ constexpr int kApps = 10;
 
 }  // namespace
 
-Crowd::Crowd(const Installation& installation, Dice& dice) : dice_(dice) {
+Crowd::Crowd(const Installation& installation, tests::Dice& dice) : dice_(dice) {
   for (int i = 0; i < kNames + kApps; ++i) {
     const bool is_app = i >= kNames;
     const std::string number = std::to_string(i);
@@ -33,7 +33,7 @@ std::vector<std::string> Crowd::keys() const {
 }
 
 void Crowd::stir() {
-  Kind& kind = dice_.oneOf(kinds_);
+  Kind& kind = dice_.of(kinds_);
   const bool grows = dice_.between(0, 2 * kSwing) > size() - kSize + kSwing;
   if (grows) {
     start(kind);
@@ -44,13 +44,13 @@ void Crowd::stir() {
 }
 
 void Crowd::endOneTarget() {
-  Kind& kind = dice_.oneOf(kinds_);
+  Kind& kind = dice_.of(kinds_);
   while (!kind.running.empty()) end(kind, kind.running.begin()->first);
 }
 
 void Crowd::fillUp() {
   while (size() > kSize) stir();
-  while (size() < kSize) start(dice_.oneOf(kinds_));
+  while (size() < kSize) start(dice_.of(kinds_));
 }
 
 pid_t Crowd::meant(const std::string& key, bool has_timer) const {

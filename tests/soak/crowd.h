@@ -11,14 +11,14 @@
 #include "tests/blackbox/installation.h"
 #include "tests/blackbox/processes.h"
 #include "tests/blackbox/target.h"
-#include "tests/soak/dice.h"
+#include "tests/support/dice.h"
 
 namespace vorlatch {
 
 class Crowd {
  public:
   // Installs the programs and starts all of them.
-  Crowd(const Installation& installation, Dice& dice);
+  Crowd(const Installation& installation, tests::Dice& dice);
 
   // The names and bundle identifiers.
   [[nodiscard]] std::vector<std::string> keys() const;
@@ -51,7 +51,7 @@ class Crowd {
   void end(Kind& kind, pid_t pid);
   [[nodiscard]] int size() const { return starts_ - exits_; }
 
-  Dice& dice_;
+  tests::Dice& dice_;
   std::vector<Kind> kinds_;
   int starts_ = 0;
   int exits_ = 0;

@@ -62,7 +62,7 @@ ControlEdit setEdit(const std::string& key, const Settings& settings) {
           }};
 }
 
-ControlEdit someSettings(Dice& dice, const std::string& key) {
+ControlEdit someSettings(tests::Dice& dice, const std::string& key) {
   Settings settings;
   settings.add(keys::kNiceValue, dice.between(kLowestNice, kHighestLinuxNice));
   if (dice.oneIn(2)) settings.add(keys::kJetsamPriority, dice.between(-1, kHighestBand));
@@ -85,7 +85,7 @@ ControlEdit unsetEdit(const std::string& key, const std::string& setting) {
 
 }  // namespace
 
-ControlEdit wholeEdit(Dice& dice, const std::string& key, int remark) {
+ControlEdit wholeEdit(tests::Dice& dice, const std::string& key, int remark) {
   Settings settings;
   settings.add(keys::kNiceValue, dice.between(kLowestNice, kHighestLinuxNice));
   settings.add(keys::kJetsamPriority, dice.between(kLowestPlainBand, kHighestBand));
@@ -115,8 +115,8 @@ void ControlEditor::begin(ControlEdit edit) {
   process_ = std::make_unique<ChildProcess>(installation_.path("usr/bin/vorlatchctl"), launch);
 }
 
-void ControlEditor::beginSome(Dice& dice) {
-  const std::string& key = dice.oneOf(keys_);
+void ControlEditor::beginSome(tests::Dice& dice) {
+  const std::string& key = dice.of(keys_);
   const Dictionary& targets = targetsOf(expected_);
   const auto target = targets.find(key);
   const Dictionary* settings = target == targets.end() ? nullptr : target->second.as<Dictionary>();
@@ -140,7 +140,7 @@ void ControlEditor::finish() {
   process_.reset();
 }
 
-void ForeignEditor::goOn(Dice& dice) {
+void ForeignEditor::goOn(tests::Dice& dice) {
   if (!read_) {
     read_ = dictionaryIn(installation_.preferencesPath());
     return;
@@ -156,13 +156,13 @@ void ForeignEditor::finish() {
   read_.reset();
 }
 
-void ForeignEditor::change(Dice& dice, Dictionary& preferences) const {
+void ForeignEditor::change(tests::Dice& dice, Dictionary& preferences) const {
   preferences.insert_or_assign(keys::kEnabled, !dice.oneIn(10));
   if (dice.oneIn(4)) {
     preferences.insert_or_assign(keys::kLogSizeLimit, dice.between(10'000, 100'000));
   }
   Dictionary& targets = targetsOf(preferences);
-  const std::string& key = dice.oneOf(keys_);
+  const std::string& key = dice.of(keys_);
   if (dice.oneIn(4)) {
     targets.erase(key);
   } else if (dice.oneIn(2)) {

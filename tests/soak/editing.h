@@ -12,7 +12,7 @@
 #include "platform/plist_value.h"
 #include "tests/blackbox/installation.h"
 #include "tests/blackbox/processes.h"
-#include "tests/soak/dice.h"
+#include "tests/support/dice.h"
 
 namespace vorlatch {
 
@@ -24,7 +24,7 @@ struct ControlEdit {
 
 // Gives the target all settings that it can have, at random, but such that what they make of a
 // process does not depend on what it went through before.
-ControlEdit wholeEdit(Dice& dice, const std::string& key, int remark);
+ControlEdit wholeEdit(tests::Dice& dice, const std::string& key, int remark);
 ControlEdit switchEdit(bool on);
 
 // Runs one vorlatchctl after the other. Its targets are its own: no other editor touches them.
@@ -38,7 +38,7 @@ class ControlEditor {
   [[nodiscard]] bool isBusy();
   void begin(ControlEdit edit);
   // Some edit of one of its targets that the preferences as they have to be allow.
-  void beginSome(Dice& dice);
+  void beginSome(tests::Dice& dice);
   // Waits until it is through.
   void finish();
 
@@ -65,14 +65,14 @@ class ForeignEditor {
       : installation_(installation), form_(form), keys_(std::move(keys)) {}
 
   // Reads, or replaces what it has read.
-  void goOn(Dice& dice);
+  void goOn(tests::Dice& dice);
   // Leaves preferences that are switched on; fails the test when they cannot be written.
   void finish();
 
   [[nodiscard]] int replacements() const { return replacements_; }
 
  private:
-  void change(Dice& dice, plist::Dictionary& preferences) const;
+  void change(tests::Dice& dice, plist::Dictionary& preferences) const;
   bool replace(const plist::Dictionary& preferences);
 
   const Installation& installation_;

@@ -28,8 +28,8 @@
 #include "tests/blackbox/installation.h"
 #include "tests/blackbox/processes.h"
 #include "tests/blackbox/target.h"
-#include "tests/soak/dice.h"
 #include "tests/soak/log_forms.h"
+#include "tests/support/dice.h"
 #include "tests/support/run_options.h"
 
 namespace vorlatch {
@@ -125,7 +125,7 @@ class ThreadStress : public testing::Test {
       platform::async(debounceQueue(), patrolTick);
       platform::async(debounceQueue(), meet);
       platform::async(debounceQueue(), executeMemoryLimits);
-      dice_.oneOf(apps_).move();
+      dice_.of(apps_).move();
       for (const char* name : {kPreferencesFileName, kStatusFileName}) {
         ASSERT_TRUE(readPropertyList(Tree::file(name)) || !fs::exists(Tree::file(name))) << name;
       }
@@ -235,7 +235,7 @@ class ThreadStress : public testing::Test {
   }
 
   const Tree tree_;
-  Dice dice_{tests::runOptions().seed};
+  tests::Dice dice_{tests::runOptions().seed};
   std::vector<Held> held_;
   std::vector<MovingApp> apps_;
   int remark_ = 0;
