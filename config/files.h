@@ -41,7 +41,7 @@ void pointStreamsAtEndOf(const std::string& path);
 
 // Empties a plain file that is larger than this, and points both streams at its beginning, each
 // with a place of its own. False when it is not so large, is no plain file or cannot be emptied;
-// what the streams hold then goes on behind what is there.
+// nothing is lost then, and what is written goes on at the end.
 bool emptyUnderStreams(const std::string& path, std::int64_t limit_bytes);
 
 // Opens a regular file for reading, also through links. A call that failed leaves its errno; it is

@@ -92,8 +92,7 @@ class Device {
   // Seconds since 1970 in the device's own time zone.
   [[nodiscard]] std::int64_t wallSeconds() const;
 
-  // The calls made since the last time: all, or the texts of those of the named functions, or of
-  // all.
+  // The calls made since the last time, whole; or as texts, of the named functions or of all.
   std::vector<Call> takeCalls() { return std::exchange(trace_, {}); }
   std::vector<std::string> takeTrace(const std::vector<std::string>& functions = {});
 
