@@ -9,6 +9,8 @@ namespace {
 
 constexpr std::size_t kLongestShown = 32;
 
+}  // namespace
+
 std::string hexGroups(const std::string& bytes) {
   std::string text = "{";
   for (std::size_t i = 0; i < bytes.size(); ++i) {
@@ -19,8 +21,6 @@ std::string hexGroups(const std::string& bytes) {
   }
   return text + "}";
 }
-
-}  // namespace
 
 std::string bytesOf(const void* buffer, std::size_t length) {
   if (buffer == nullptr || length > kLongestShown) return {};

@@ -12,6 +12,9 @@ namespace vorlatch::simulated {
 // A buffer's bytes; empty for a null one.
 std::string bytesOf(const void* buffer, std::size_t length);
 
+// "{01000000 ffffffff}"
+std::string hexGroups(const std::string& bytes);
+
 // The bytes that a call left in its buffer: as many as its result counts, and at least 32 where the
 // buffer has them.
 std::string leftIn(const void* buffer, std::size_t length, int result);

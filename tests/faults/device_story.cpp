@@ -1,72 +1,99 @@
 #include "tests/faults/device_story.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <utility>
 
 #include "tests/faults/gate.h"
-#include "tests/faults/rules.h"
+#include "tests/faults/transcript.h"
+#include "tests/oracle/oracle.h"
+#include "tests/oracle/reading.h"
 #include "tests/support/story.h"
 
 namespace vorlatch::faults {
 namespace {
 
+using plist::Dictionary;
+using tests::Mismatch;
 using tests::Story;
 using namespace std::chrono_literals;
 
 // The one app, found by its bundle alone: its process has another name.
 constexpr const char* kApp = "com.tencent.xin";
 constexpr std::int64_t kCalmMs = 1'800'000;
+constexpr std::uint64_t kNsPerMs = 1'000'000;
 constexpr unsigned kModeOfEveryFile = 0666;
 
+// What a story writes into the preferences file.
+struct Preferences {
+  Dictionary targets;
+  bool is_enabled = true;
+  std::int64_t log_limit_bytes = 2'097'152;
+
+  [[nodiscard]] Dictionary list() const {
+    return {{"Enabled", is_enabled}, {"LogSizeLimit", log_limit_bytes}, {"AppConfigs", targets}};
+  }
+};
+
 // What the settings decide about a process, as the kernel has it.
-std::string standingOf(Story& story, const Settings& settings, const simulated::Process& process) {
+std::string standingOf(Story& story, const Dictionary& settings,
+                       const simulated::Process& process) {
   const model::JetsamRecord record = story.device.jetsam(process.pid);
+  const bool has_band = tests::intIn(settings, "JetsamPriority") != -1;
+  const plist::Value* strip = plist::find(settings, "StripManaged");
   std::string text = "nice " + std::to_string(process.nice_value) + ", limits " +
                      std::to_string(record.active.limit_mb) + '/' +
                      std::to_string(record.inactive.limit_mb);
-  if (settings.band != -1) {
-    text += ", band " + std::to_string(record.effective_band);
-  }
-  if (settings.band != -1 || settings.strip) {
-    text += record.managed ? ", managed" : ", unmanaged";
-  }
-  if (settings.strip) {
+  if (has_band) text += ", band " + std::to_string(record.effective_band);
+  if (has_band || strip != nullptr) text += record.managed ? ", managed" : ", unmanaged";
+  if (strip != nullptr) {
     text += std::string(record.freezable ? ", freezable" : ", unfreezable") +
             (record.elevated ? ", elevated" : ", not elevated");
+    if (tests::isTrue(*strip)) text += ", role " + std::to_string(record.darwin_role);
   }
-  if (settings.strip == true) text += ", role " + std::to_string(record.darwin_role);
   return text;
 }
 
-// A story with its rules beside it.
+// A story with the oracle behind the daemon, along the calls that the gate kept.
 class RuledStory : public Story {
  public:
   // The gate keeps the calls.
-  RuledStory() : rules(places()) { device.is_tracing = false; }
+  RuledStory() { device.is_tracing = false; }
 
-  Rules rules;
+  Transcript transcript{places()};
 
   void write(const Preferences& preferences) {
-    writePreferences(dictionaryOf(preferences));
-    rules.preferences = preferences;
+    writePreferences(preferences.list());
+    transcript.preferences = preferences.list();
   }
   void startRuled() {
     Gate::get().watch([this] { start(); });
-    rules.start();
+    oracle_.started();
     until(0);
   }
+  // No two timers may be due at once.
   void until(std::int64_t ms) {
     Gate::get().watch([&] { run(std::chrono::milliseconds(ms - now_ms_)); });
     now_ms_ = ms;
-    rules.until(ms);
+    const std::uint64_t end_ns = static_cast<std::uint64_t>(ms) * kNsPerMs;
+    followQueues();
+    for (auto next = nextTimer(); next.due_ns <= end_ns; next = nextTimer()) {
+      transcript.now_ns = next.due_ns;
+      oracle_.ranTimer(next.id, next.due_ns);
+      followQueues();
+    }
+    transcript.now_ns = end_ns;
+    transcript.end();
     check();
   }
   void postAt(std::int64_t ms) {
     until(ms);
     post();
-    rules.post();
+    if (transcript.isObserving()) oracle_.posted();
   }
   // The process that the key means: its name, or the identifier of the one app.
   simulated::Process* process(const std::string& key) {
@@ -95,18 +122,33 @@ class RuledStory : public Story {
     // Planned for a call that an earlier fault has kept from being made.
     Gate::get().plan({});
     until(now_ms_ + kCalmMs);
-    requireStanding(expected, [this](const std::string& key, const Settings& settings) {
+    requireStanding(expected, [this](const std::string& key, const Dictionary& settings) {
       // Without its timer, which a pass over unreadable preferences took away, only a pass helps.
-      return settings.interval_s == 0 || rules.isWatched(key);
+      return !settings.contains("CheckInterval") || oracle_.isWatched(key);
     });
     postAt(now_ms_);
     until(now_ms_ + 1000);
-    requireStanding(expected, [](const std::string&, const Settings&) { return true; });
+    requireStanding(expected, [](const std::string&, const Dictionary&) { return true; });
     return {.calls_before_calm = calls_before, .standing = standing()};
   }
 
  private:
-  Places places() {
+  struct DueTimer {
+    int id = 0;
+    std::uint64_t due_ns = ~std::uint64_t{0};
+  };
+  [[nodiscard]] DueTimer nextTimer() const {
+    DueTimer next;
+    for (const auto& [id, timer] : oracle_.timers()) {
+      if (timer.due_ns < next.due_ns) next = {.id = id, .due_ns = timer.due_ns};
+    }
+    return next;
+  }
+  void followQueues() {
+    while (const auto queue = oracle_.waitingQueue()) oracle_.ranQueue(*queue);
+  }
+
+  [[nodiscard]] Places places() const {
     return {.log = logFile(),
             .preferences = preferencesFile(),
             .status = statusFile(),
@@ -114,12 +156,12 @@ class RuledStory : public Story {
   }
 
   void check() const {
-    if (const std::string log = tests::readAll(logFile()); !rules.calls.isLog(log)) {
-      throw Breach("the log is\n" + log + "and not\n" + rules.calls.expectedLog());
+    if (const std::string log = tests::readAll(logFile()); !transcript.isLog(log)) {
+      throw Mismatch("the log is\n" + log + "and not\n" + transcript.expectedLog());
     }
-    if (rules.status() &&
-        (status() != *rules.status() || tests::modeOf(statusFile()) != kModeOfEveryFile)) {
-      throw Breach("the status file is not the one last written");
+    if (transcript.status() &&
+        (status() != *transcript.status() || tests::modeOf(statusFile()) != kModeOfEveryFile)) {
+      throw Mismatch("the status file is not the one last written");
     }
     requireOnlyOwnFiles();
   }
@@ -133,15 +175,23 @@ class RuledStory : public Story {
     const std::set<std::string> own{logFile(), preferencesFile(), statusFile()};
     for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
       if (!may_stay && !own.contains(entry.path())) {
-        throw Breach("left behind: " + entry.path().filename().string());
+        throw Mismatch("left behind: " + entry.path().filename().string());
       }
     }
   }
 
+  [[nodiscard]] std::map<std::string, Dictionary> targets() const {
+    std::map<std::string, Dictionary> all;
+    if (!transcript.preferences) return all;
+    for (const auto& [key, settings] : *transcript.preferences->at("AppConfigs").as<Dictionary>()) {
+      all[key] = *settings.as<Dictionary>();
+    }
+    return all;
+  }
+
   Standing standing() {
     Standing all;
-    if (!rules.preferences) return all;
-    for (const auto& [key, settings] : rules.preferences->targets) {
+    for (const auto& [key, settings] : targets()) {
       const simulated::Process* running = process(key);
       if (running != nullptr) all[key] = standingOf(*this, settings, *running);
     }
@@ -151,14 +201,16 @@ class RuledStory : public Story {
   template <typename Includes>
   void requireStanding(const Standing* expected, const Includes& includes) {
     if (expected == nullptr) return;
+    const auto configured = targets();
     for (const auto& [key, actual] : standing()) {
-      if (!includes(key, rules.preferences->targets.at(key))) continue;
+      if (!includes(key, configured.at(key))) continue;
       if (actual != expected->at(key)) {
-        throw Breach(key + " stands at " + actual + " and not at " + expected->at(key));
+        throw Mismatch(key + " stands at " + actual + " and not at " + expected->at(key));
       }
     }
   }
 
+  tests::Oracle oracle_{transcript, getpid()};
   std::int64_t now_ms_ = 0;
 };
 
@@ -177,7 +229,7 @@ Told tellFirstStart(const Standing* expected) {
 Told tellDay(const Standing* expected) {
   RuledStory story;
   tests::writeAll(story.logFile(), "earlier\n");
-  story.rules.calls.beginLog("earlier\n");
+  story.transcript.beginLog("earlier\n");
   tests::writeAll(story.statusFile(), "from an earlier run");
   for (const char* name : {"adapted", "refused", "watched"}) story.device.launch({.name = name});
   story.device.launch({.name = "plain", .nice_value = -1});
@@ -186,12 +238,20 @@ Told tellDay(const Standing* expected) {
   story.launchApp();
   Preferences preferences{
       .targets = {
-          {"adapted", {.active_mb = -1, .nice = 7, .band = 2100}},
-          {kApp, {.active_mb = 300, .inactive_mb = 200, .nice = -5, .band = 160, .strip = true}},
-          {"plain", {}},
-          {"refused", {.band = 999, .strip = false}},
-          {"waiting", {.nice = 2, .band = -1, .interval_s = 530}},
-          {"watched", {.active_mb = 100, .nice = -19, .band = 100, .interval_s = 410}},
+          {"adapted",
+           Dictionary{{"MemLimitActive", -1}, {"NiceValue", 7}, {"JetsamPriority", 2100}}},
+          {kApp, Dictionary{{"MemLimitActive", 300},
+                            {"MemLimitInactive", 200},
+                            {"NiceValue", -5},
+                            {"JetsamPriority", 160},
+                            {"StripManaged", true}}},
+          {"plain", Dictionary{}},
+          {"refused", Dictionary{{"JetsamPriority", 999}, {"StripManaged", false}}},
+          {"waiting", Dictionary{{"NiceValue", 2}, {"JetsamPriority", -1}, {"CheckInterval", 530}}},
+          {"watched", Dictionary{{"MemLimitActive", 100},
+                                 {"NiceValue", -19},
+                                 {"JetsamPriority", 100},
+                                 {"CheckInterval", 410}}},
       }};
   story.write(preferences);
   story.startRuled();
@@ -209,8 +269,8 @@ Told tellDay(const Standing* expected) {
   preferences.log_limit_bytes = 1000;
   preferences.targets.erase("refused");
   preferences.targets.erase("waiting");
-  preferences.targets["adapted"].nice = 8;
-  preferences.targets["newcomer"] = {.strip = false};
+  preferences.targets.at("adapted").as<Dictionary>()->insert_or_assign("NiceValue", 8);
+  preferences.targets.emplace("newcomer", Dictionary{{"StripManaged", false}});
   story.exit("waiting");
   story.exit(kApp);
   story.launchApp();

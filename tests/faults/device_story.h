@@ -16,7 +16,7 @@ struct Told {
   Standing standing;
 };
 
-// Tells the story and holds the daemon to its rules all the way; throws Breach where it leaves
+// Tells the story and holds the daemon to the oracle all the way; throws Mismatch where it leaves
 // them. With `expected`, every configured target that runs must stand so after one undisturbed
 // patrol or tick, and again after one more pass. One story a process.
 Told tellFirstStart(const Standing* expected);

@@ -38,8 +38,8 @@ Answer carryOut(const Call& call, const Outcome* outcome,
       break;
     case Way::Part: {
       const Answer answer = act(true);
-      return {.result = answer.result,
-              .error = outcome->error != 0 ? outcome->error : answer.error};
+      if (outcome->error == 0) return answer;
+      break;
     }
     case Way::Half: {
       const Answer answer = act(false);
@@ -64,10 +64,15 @@ Gate& Gate::get() {
   return gate;
 }
 
+void Gate::watchCalls(bool is_watching) {
+  is_watching_ = is_watching;
+  tests::letTakeFileCalls(is_watching ? this : nullptr);
+}
+
 void Gate::watch(const std::function<void()>& piece) {
-  is_watching_ = true;
+  watchCalls(true);
   piece();
-  is_watching_ = false;
+  watchCalls(false);
 }
 
 const Outcome* Gate::planned(const Call& call) {
@@ -82,11 +87,21 @@ const Outcome* Gate::planned(const Call& call) {
   return &outcome_;
 }
 
+std::int64_t Gate::take(const tests::FileCall& call, const Real& real) {
+  std::int64_t done = 0;
+  const std::int64_t result =
+      pass({.name = call.name, .arguments = call.arguments, .path = call.path, .given = call.line},
+           nullptr, 0, [&](bool in_part) { return done = real(in_part); });
+  const auto written = static_cast<std::size_t>(std::max<std::int64_t>(done, 0));
+  if (!call.line.empty()) last().left = call.line.substr(0, written);
+  return result;
+}
+
 std::int64_t Gate::pass(Call call, void* buffer, std::size_t buffer_bytes,
                         const std::function<std::int64_t(bool)>& real) {
   const int errno_before = errno;
   // What is asked for and written to the log goes on meanwhile.
-  is_watching_ = false;
+  watchCalls(false);
   if (buffer != nullptr) call.given = bytesOf(buffer, buffer_bytes);
   const Answer answer = carryOut(call, planned(call), real);
   if (buffer != nullptr) call.left = bytesOf(buffer, buffer_bytes);
@@ -95,7 +110,7 @@ std::int64_t Gate::pass(Call call, void* buffer, std::size_t buffer_bytes,
   // -1 is also a nice value, for which callers look at what is in errno from before.
   const bool keeps_errno = call.name == "getpriority";
   calls_.push_back(std::move(call));
-  is_watching_ = true;
+  watchCalls(true);
   errno = answer.error != 0 ? answer.error : keeps_errno ? errno_before : kLeftover;
   return answer.result;
 }

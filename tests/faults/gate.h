@@ -1,16 +1,16 @@
 // The gate that the daemon's calls pass. It keeps each with what came of it, and makes those fail
-// that are planned to. The wrapped functions (wrapped_*.cpp) lead here by the linker; while no
-// daemon code runs, they are the real ones.
+// that are planned to. The linker leads the calls of the seam (wrapped_seam.cpp) and those on files
+// here; while no daemon code runs, they are the real ones.
 #pragma once
 
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
 #include "tests/faults/call.h"
 #include "tests/faults/outcomes.h"
+#include "tests/support/file_calls.h"
 
 namespace vorlatch::faults {
 
@@ -20,7 +20,7 @@ struct Fault {
   std::size_t outcome;
 };
 
-class Gate {
+class Gate : public tests::FileCallTaker {
  public:
   static Gate& get();
 
@@ -38,10 +38,10 @@ class Gate {
                     const std::function<std::int64_t(bool in_part)>& real);
   // Changes what was kept of the last call.
   Call& last() { return calls_.back(); }
-  // Which file a descriptor is, as the daemon opened it.
-  std::map<int, std::string> paths;
 
  private:
+  std::int64_t take(const tests::FileCall& call, const Real& real) override;
+  void watchCalls(bool is_watching);
   const Outcome* planned(const Call& call);
 
   bool is_watching_ = false;

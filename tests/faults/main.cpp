@@ -80,7 +80,7 @@ std::string tellIn(Tell tell, const Faults& faults, const Standing* expected, To
   Gate::get().plan(faults);
   try {
     told = tell(expected);
-  } catch (const Breach& breach) {
+  } catch (const tests::Mismatch& breach) {
     return breach.what();
   }
   if (tests::openFiles() > files_before) return "a file stayed open";

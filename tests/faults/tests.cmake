@@ -1,20 +1,16 @@
 # Stories in which calls of the daemon fail. The linker puts this program's functions before what can
-# fail: the seam's functions by the names that the compiler gives them, and the C library's on files.
+# fail: the calls on files, and the seam's functions by the names that the compiler gives them.
 if(NOT VORLATCH_SANITIZE STREQUAL "thread")
   add_executable(fault_test
     faults/device_story.cpp
     faults/gate.cpp
     faults/main.cpp
     faults/outcomes.cpp
-    faults/rules_of_files.cpp
-    faults/rules_of_kernel.cpp
-    faults/rules_of_passes.cpp
-    faults/settings.cpp
     faults/transcript.cpp
-    faults/wrapped_files.cpp
     faults/wrapped_seam.cpp)
-  target_link_libraries(fault_test PRIVATE vorlatch_story_support)
-  set(failing
+  target_link_libraries(fault_test PRIVATE vorlatch_oracle)
+  vorlatch_take_file_calls(fault_test)
+  set(failing_seam
     _ZN8vorlatch8platform11getpriorityEij
     _ZN8vorlatch8platform11setpriorityEiji
     _ZN8vorlatch8platform12proc_pidpathEiPvj
@@ -25,10 +21,8 @@ if(NOT VORLATCH_SANITIZE STREQUAL "thread")
     _ZN8vorlatch8platform20memorystatus_controlEjijPvm
     _ZN8vorlatch8platform20writeXmlPropertyListB5cxx11ERKNS_5plist5ValueE
     _ZN8vorlatch8platform9proc_nameEiPvj
-    _ZnamRKSt9nothrow_t
-    close dup2 fchmod fflush fprintf fstat fstatat ftruncate lstat mkostemp open read rename stat
-    unlink write)
-  foreach(function ${failing})
+    _ZnamRKSt9nothrow_t)
+  foreach(function ${failing_seam})
     target_link_options(fault_test PRIVATE "-Wl,--wrap=${function}")
   endforeach()
   # A sanitizer takes its time over each process: errors that are alike by number it sees once.
@@ -47,5 +41,5 @@ endif()
 if(NOT VORLATCH_SANITIZE)
   add_test(NAME "${prefix}.Faults.EveryCallIsMadeToFail"
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/faults/wrapped_calls_test.sh" "${CMAKE_NM}"
-      "$<TARGET_FILE:vorlatch_core>" "$<TARGET_FILE:vorlatch_seam>" -- ${failing})
+      "$<TARGET_FILE:vorlatch_core>" "$<TARGET_FILE:vorlatch_seam>" -- ${failing_seam} ${vorlatch_file_calls})
 endif()

@@ -1,12 +1,19 @@
 #include "tests/faults/transcript.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "tests/faults/gate.h"
 
 namespace vorlatch::faults {
 namespace {
+
+using tests::Answer;
+using tests::Buffer;
+using tests::Mismatch;
 
 constexpr std::int64_t kErrorStream = 2;
 
@@ -22,8 +29,8 @@ bool decidesAboutTheStream(const Call& call) {
          call.name == "ftruncate";
 }
 
-}  // namespace
-
+// Whether the call did what it was asked: with a short read or write, or an interrupted one, the
+// daemon goes on where it was, and of a file that it closes it asks nothing more.
 bool held(const Call& call) {
   if (call.name == "close" || call.name == "unlink") return true;
   if (call.name == "write" && call.result == 0) return false;
@@ -31,10 +38,21 @@ bool held(const Call& call) {
   return call.result >= 0 || (goes_on && call.error == EINTR);
 }
 
+bool allHeld(const std::vector<Call>& calls) {
+  return std::all_of(calls.begin(), calls.end(), held);
+}
+
+std::int64_t sizeOf(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? status.st_size : -1;
+}
+
+}  // namespace
+
 void Transcript::fail(const std::string& expected) const {
-  std::string text = "the rules say " + expected + ", the daemon did ";
+  std::string text = "the oracle says " + expected + ", the daemon did ";
   text += read_ < calls().size() ? describe(calls()[read_]) : "nothing more";
-  throw Breach(text + " (call " + std::to_string(read_) + ")");
+  throw Mismatch(text + " (call " + std::to_string(read_) + ")");
 }
 
 const Call& Transcript::next(std::string_view name, const std::vector<std::int64_t>& arguments) {
@@ -44,26 +62,31 @@ const Call& Transcript::next(std::string_view name, const std::vector<std::int64
   return calls()[read_++];
 }
 
-const Call& Transcript::nextGiving(std::string_view name,
-                                   const std::vector<std::int64_t>& arguments,
-                                   const std::vector<std::int32_t>& record) {
-  const Call& call = next(name, arguments);
-  std::string bytes;
-  for (const std::int32_t number : record) {
-    bytes.append(reinterpret_cast<const char*>(&number), sizeof(number));
-  }
-  if (call.given != bytes) {
+Answer Transcript::call(std::string_view function, const std::vector<std::int64_t>& arguments,
+                        const std::optional<Buffer>& buffer) {
+  std::vector<std::int64_t> all = arguments;
+  if (buffer) all.push_back(buffer->size);
+  const Call& call = next(function, all);
+  if (buffer && buffer->holds && call.given != *buffer->holds) {
     --read_;
     fail("other bytes in " + describe(call));
   }
-  return call;
+  if (call.error != 0) error_number = call.error;
+  return {.result = call.result, .left = call.left};
+}
+
+std::uint64_t Transcript::schedules(const std::string& call) {
+  if (call.starts_with("observeNotification")) {
+    is_observing_ = next("observeNotification").result != 0;
+  }
+  return now_ns;
 }
 
 bool Transcript::nextIs(std::string_view name) const {
   return read_ < calls().size() && calls()[read_].name == name;
 }
 
-bool Transcript::memoryLacks() {
+bool Transcript::lacksMemory() {
   return nextIs("allocate") && calls()[read_++].result == 0;
 }
 
@@ -77,9 +100,9 @@ std::vector<Call> Transcript::onFile(const std::string& path) {
   return found;
 }
 
-void Transcript::line(const std::string& message) {
+void Transcript::logs(const std::string& line) {
   const std::string stamp = next("localTimeStamp").left;
-  const std::string text = "[" + stamp + "] " + message + "\n";
+  const std::string text = "[" + stamp + "] " + line + "\n";
   if (!nextIs("line") || calls()[read_].given != text) fail("the line " + text);
   const Call& written = next("line");
   for (Log& log : logs_) {
@@ -90,6 +113,74 @@ void Transcript::line(const std::string& message) {
 
 void Transcript::end() const {
   if (read_ != calls().size()) fail("nothing more");
+}
+
+std::size_t Transcript::distanceTo(const std::string& line) {
+  for (std::size_t at = read_; at < calls().size(); ++at) {
+    const Call& call = calls()[at];
+    if (call.name == "line" && call.given.ends_with("] " + line + "\n")) return at - read_;
+  }
+  return std::string::npos;
+}
+
+// A list is read when every call held, all of it came, and it parsed.
+bool Transcript::readsList(const std::string& path) {
+  const std::vector<Call> reading = onFile(path);
+  if (reading.empty()) fail("the reading of " + path);
+  std::int64_t bytes = 0;
+  for (const Call& call : reading) {
+    if (call.name == "read" && call.result > 0) bytes += call.result;
+  }
+  const bool is_whole = allHeld(reading) && bytes == sizeOf(path);
+  if (!is_whole && !nextIs("parsePropertyList")) return false;
+  return next("parsePropertyList").result != 0 && is_whole;
+}
+
+// A list is written when all calls on its temporary file and the move held. Those on the file
+// itself, to set its mode, have no say.
+bool Transcript::writesList(const std::string& path) {
+  const bool has_form = next("writeXmlPropertyList").result != 0;
+  const std::vector<Call> writing = onFile(path);
+  return has_form && std::all_of(writing.begin(), writing.end(), [&path](const Call& call) {
+           return held(call) || (call.path == path && call.name != "rename");
+         });
+}
+
+bool Transcript::findsNoPreferences() {
+  const std::vector<Call> looking = onFile(places_.preferences);
+  // What could not be asked may be there, and is then the user's.
+  return std::any_of(looking.begin(), looking.end(),
+                     [](const Call& call) { return !held(call) && call.error == ENOENT; });
+}
+
+void Transcript::writesPreset(const plist::Dictionary& preset) {
+  if (writesList(places_.preferences)) preferences = preset;
+}
+
+std::optional<plist::Dictionary> Transcript::readsPreferences() {
+  return readsList(places_.preferences) ? preferences : std::nullopt;
+}
+
+std::optional<plist::Dictionary> Transcript::readsInfoPlist(const std::string& bundle_directory) {
+  if (!readsList(bundle_directory + "/Info.plist")) return std::nullopt;
+  return plist::Dictionary{{"CFBundleIdentifier", places_.identifiers.at(bundle_directory)}};
+}
+
+void Transcript::writesStatus(const plist::Dictionary& status) {
+  if (writesList(places_.status)) status_ = status;
+}
+
+void Transcript::opensLog() {
+  bindLog(onFile(places_.log), false);
+}
+
+bool Transcript::clearsLog(std::int64_t limit_bytes) {
+  const std::vector<Call> logging = onFile(places_.log);
+  const bool is_cleared = nextIs("localTimeStamp");
+  if (!is_cleared && !allHeld(logging)) return false;  // its size could not be asked
+  if (is_cleared && !held(logging.front())) throw Mismatch("a log of unknown size was emptied");
+  if (logExceeds(limit_bytes, is_cleared)) bindLog(logging, true);
+  return is_cleared;
 }
 
 void Transcript::bindLog(const std::vector<Call>& calls, bool emptying) {
@@ -113,7 +204,7 @@ bool Transcript::logExceeds(std::int64_t bytes, bool claimed) {
   };
   const bool first = exceeds(logs_.front());
   std::erase_if(logs_, [&](const Log& log) { return exceeds(log) != claimed; });
-  if (logs_.empty()) throw Breach(first ? "the log was not emptied" : "the log was emptied");
+  if (logs_.empty()) throw Mismatch(first ? "the log was not emptied" : "the log was emptied");
   return claimed;
 }
 

@@ -4,7 +4,7 @@
 #include <optional>
 #include <utility>
 
-#include "tests/random/reading.h"
+#include "tests/oracle/reading.h"
 #include "tests/random/stage.h"
 
 namespace vorlatch::tests::random {

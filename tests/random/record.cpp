@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/simulated/trace_text.h"
+
 namespace vorlatch::tests::random {
 namespace {
 
@@ -14,13 +16,33 @@ namespace {
 constexpr std::string_view kStampCall = "localTimeStamp";
 constexpr std::size_t kShownBefore = 6;
 
+// As the device tells them, which shows of a long buffer no more than that it is zeroed.
+std::string textOf(const Buffer& buffer) {
+  constexpr std::int64_t kLongestShown = 32;
+  if (buffer.size == 0) return "null";
+  if (!buffer.holds) return "buffer";
+  return buffer.size > kLongestShown ? "zeros" : simulated::hexGroups(*buffer.holds);
+}
+
+std::string textOf(std::string_view function, const std::vector<std::int64_t>& arguments,
+                   const std::optional<Buffer>& buffer) {
+  std::string text = std::string(function) + '(';
+  for (const std::int64_t argument : arguments) {
+    if (!text.ends_with('(')) text += ", ";
+    text += argument == getpid() ? "self" : std::to_string(argument);
+  }
+  if (buffer) text += ", " + textOf(*buffer) + ", " + std::to_string(buffer->size);
+  return text + ')';
+}
+
 std::string firstLine(const std::string& text) {
   return text.substr(0, text.find('\n'));
 }
 
 }  // namespace
 
-Record::Record(std::string log_path) : log_path_(std::move(log_path)) {
+Record::Record(const Files& files, std::string log_path)
+    : files_(files), log_path_(std::move(log_path)) {
   struct stat status {};
   if (stat(log_path_.c_str(), &status) == 0) log_read_ = static_cast<std::uint64_t>(status.st_size);
 }
@@ -47,7 +69,7 @@ const simulated::Call& Record::next(std::string_view wanted) {
   return calls_[next_call_];
 }
 
-const simulated::Call& Record::call(const std::string& text) {
+const simulated::Call& Record::take(const std::string& text) {
   const simulated::Call& called = next(text);
   if (!isNext(text) ||
       (called.text.size() > text.size() && called.text.compare(text.size(), 3, " = ") != 0)) {
@@ -59,26 +81,40 @@ const simulated::Call& Record::call(const std::string& text) {
   return called;
 }
 
-void Record::line(const std::string& text) {
-  const simulated::Call& stamp = next(text);
-  if (stamp.function != kStampCall) fail(text);
+Answer Record::call(std::string_view function, const std::vector<std::int64_t>& arguments,
+                    const std::optional<Buffer>& buffer) {
+  const simulated::Call& called = take(textOf(function, arguments, buffer));
+  return {.result = called.answer.result, .left = called.left};
+}
+
+void Record::logs(const std::string& line) {
+  const simulated::Call& stamp = next(line);
+  if (stamp.function != kStampCall) fail(line);
   readLog();
-  const std::string whole = '[' + stamp.text + "] " + text + '\n';
-  if (!unread_log_.starts_with(whole)) fail(text);
+  const std::string whole = '[' + stamp.text + "] " + line + '\n';
+  if (!unread_log_.starts_with(whole)) fail(line);
   log_read_ += whole.size();
   unread_log_.erase(0, whole.size());
-  matched_.push_back(text);
+  matched_.push_back(line);
   ++line_count_;
   ++next_call_;
 }
 
-void Record::logCleared() {
+bool Record::clearsLog(std::int64_t limit_bytes) {
+  if (!files_.log_in_place || log_read_ <= static_cast<std::uint64_t>(limit_bytes)) return false;
   log_read_ = 0;
   unread_log_.clear();
+  return true;
 }
 
-bool Record::isNext(std::string_view text) const {
-  return next_call_ < calls_.size() && calls_[next_call_].text.starts_with(text);
+std::optional<plist::Dictionary> Record::readsInfoPlist(const std::string& bundle_directory) {
+  const auto info = files_.info_plists.find(bundle_directory);
+  if (info == files_.info_plists.end()) return std::nullopt;
+  return info->second;
+}
+
+bool Record::isNext(const std::string& scheduling_call) {
+  return next_call_ < calls_.size() && calls_[next_call_].text.starts_with(scheduling_call);
 }
 
 std::size_t Record::distanceTo(const std::string& line) {

@@ -1,56 +1,66 @@
 // What the daemon did in one piece of work, in its order: the calls of the seam, and the lines of
-// the log. Who reads it says what comes next, and is given the kernel's answers.
+// the log.
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/descriptor.h"
+#include "platform/plist_value.h"
 #include "platform/simulated/device.h"
+#include "tests/oracle/witness.h"
 
 namespace vorlatch::tests::random {
 
-// The daemon did something else than the oracle says.
-class Mismatch : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
+// What the files hold that the daemon reads, as the story left them.
+struct Files {
+  std::optional<plist::Dictionary> preferences;  // nothing when they cannot be read
+  bool preferences_in_place = false;
+  bool log_in_place = true;
+  std::map<std::string, plist::Dictionary> info_plists;  // by bundle directory
 };
 
-class Record {
+class Record : public Witness {
  public:
-  explicit Record(std::string log_path);
+  Record(const Files& files, std::string log_path);
 
   void begin(std::vector<simulated::Call> calls);
   // The piece of work ends here: nothing more was called or logged.
   void end();
 
-  // The next event is this call, without its result; or this line, without its stamp.
-  const simulated::Call& call(const std::string& text);
-  void line(const std::string& text);
-  // Right before the next event the log was emptied.
-  void logCleared();
-
-  // Whether the next event is a call whose text begins so.
-  [[nodiscard]] bool isNext(std::string_view text) const;
-  // How far ahead in the log this line comes; npos when it does not.
-  std::size_t distanceTo(const std::string& line);
+  Answer call(std::string_view function, const std::vector<std::int64_t>& arguments,
+              const std::optional<Buffer>& buffer) override;
+  std::uint64_t schedules(const std::string& call) override { return take(call).at_ns; }
+  void logs(const std::string& line) override;
+  bool lacksMemory() override { return false; }
+  void opensLog() override {}
+  bool clearsLog(std::int64_t limit_bytes) override;
+  bool findsNoPreferences() override { return !files_.preferences_in_place; }
+  void writesPreset(const plist::Dictionary&) override {}
+  std::optional<plist::Dictionary> readsPreferences() override { return files_.preferences; }
+  std::optional<plist::Dictionary> readsInfoPlist(const std::string& bundle_directory) override;
+  void writesStatus(const plist::Dictionary&) override { ++status_writes_; }
+  bool isNext(const std::string& scheduling_call) override;
+  std::size_t distanceTo(const std::string& line) override;
 
   // How large the log is.
   [[nodiscard]] std::uint64_t logBytes() const { return log_read_; }
   [[nodiscard]] std::uint64_t lineCount() const { return line_count_; }
-
-  // What errno holds, as far as the calls set it.
-  int error_number = 0;
+  // How often the status file was to be written.
+  [[nodiscard]] int statusWrites() const { return status_writes_; }
 
  private:
   const simulated::Call& next(std::string_view wanted);
+  // Takes the call that is told so, whatever its result.
+  const simulated::Call& take(const std::string& text);
   void readLog();
   [[noreturn]] void fail(std::string_view wanted) const;
 
+  const Files& files_;
   std::string log_path_;
   std::optional<Descriptor> log_file_;
   std::uint64_t log_read_ = 0;
@@ -58,6 +68,7 @@ class Record {
   std::vector<simulated::Call> calls_;
   std::size_t next_call_ = 0;
   std::uint64_t line_count_ = 0;
+  int status_writes_ = 0;
   std::vector<std::string> matched_;
 };
 

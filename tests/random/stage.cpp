@@ -64,8 +64,8 @@ simulated::Process* Stage::newest(const std::string& name) const {
 }
 
 void Stage::start() {
-  record_.emplace(story.logFile());
-  oracle_.emplace(files, *record_, std::to_string(getpid()));
+  record_.emplace(files, story.logFile());
+  oracle_.emplace(*record_, getpid());
   status_file.wasReplaced();
   device.takeCalls();
   runDaemon();
@@ -125,8 +125,8 @@ void Stage::compareLastRan() {
 
 // The file is written whole and for all as often as the rules say, and not otherwise.
 void Stage::compareStatusFile() {
-  const bool is_wanted = oracle_->statusWrites() != status_writes_;
-  status_writes_ = oracle_->statusWrites();
+  const bool is_wanted = record_->statusWrites() != status_writes_;
+  status_writes_ = record_->statusWrites();
   if (status_file.wasReplaced() != is_wanted) {
     throw Mismatch(is_wanted ? "the status file was not written" : "the status file was written");
   }

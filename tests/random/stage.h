@@ -10,7 +10,7 @@
 #include "platform/descriptor.h"
 #include "platform/plist_value.h"
 #include "platform/simulated/device.h"
-#include "tests/random/oracle.h"
+#include "tests/oracle/oracle.h"
 #include "tests/random/record.h"
 #include "tests/support/story.h"
 

@@ -4,15 +4,11 @@ add_executable(random_stories
   random/edits.cpp
   random/happenings.cpp
   random/main.cpp
-  random/oracle.cpp
-  random/oracle_kernel.cpp
-  random/oracle_processes.cpp
   random/plan.cpp
   random/play.cpp
-  random/reading.cpp
   random/record.cpp
   random/stage.cpp)
-target_link_libraries(random_stories PRIVATE vorlatch_story_support)
+target_link_libraries(random_stories PRIVATE vorlatch_oracle)
 set(stories 2000)
 if(VORLATCH_SANITIZE)
   set(stories 300)

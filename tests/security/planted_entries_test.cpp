@@ -7,7 +7,7 @@
 
 #include "tests/security/operations.h"
 #include "tests/security/planted.h"
-#include "tests/support/file_calls.h"
+#include "tests/security/taken_calls.h"
 #include "tests/support/story.h"
 
 namespace vorlatch::tests {

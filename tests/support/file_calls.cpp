@@ -2,151 +2,190 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/types.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cstdarg>
 #include <cstdio>
-#include <utility>
+#include <cstdlib>
+#include <map>
+#include <string>
+
+#define VORLATCH_REAL(name) __asm__("__real_" name)
+#define VORLATCH_WRAP(name) __asm__("__wrap_" name)
+
+namespace vorlatch::tests {
+
+int realOpen(const char*, int, ...) VORLATCH_REAL("open");
+int wrapOpen(const char*, int, ...) VORLATCH_WRAP("open");
+int realMkostemp(char*, int) VORLATCH_REAL("mkostemp");
+int wrapMkostemp(char*, int) VORLATCH_WRAP("mkostemp");
+int realClose(int) VORLATCH_REAL("close");
+int wrapClose(int) VORLATCH_WRAP("close");
+ssize_t realRead(int, void*, size_t) VORLATCH_REAL("read");
+ssize_t wrapRead(int, void*, size_t) VORLATCH_WRAP("read");
+ssize_t realWrite(int, const void*, size_t) VORLATCH_REAL("write");
+ssize_t wrapWrite(int, const void*, size_t) VORLATCH_WRAP("write");
+int realStat(const char*, struct stat*) VORLATCH_REAL("stat");
+int wrapStat(const char*, struct stat*) VORLATCH_WRAP("stat");
+int realLstat(const char*, struct stat*) VORLATCH_REAL("lstat");
+int wrapLstat(const char*, struct stat*) VORLATCH_WRAP("lstat");
+int realFstat(int, struct stat*) VORLATCH_REAL("fstat");
+int wrapFstat(int, struct stat*) VORLATCH_WRAP("fstat");
+int realFstatat(int, const char*, struct stat*, int) VORLATCH_REAL("fstatat");
+int wrapFstatat(int, const char*, struct stat*, int) VORLATCH_WRAP("fstatat");
+int realFchmod(int, mode_t) VORLATCH_REAL("fchmod");
+int wrapFchmod(int, mode_t) VORLATCH_WRAP("fchmod");
+int realFtruncate(int, off_t) VORLATCH_REAL("ftruncate");
+int wrapFtruncate(int, off_t) VORLATCH_WRAP("ftruncate");
+int realDup2(int, int) VORLATCH_REAL("dup2");
+int wrapDup2(int, int) VORLATCH_WRAP("dup2");
+int realRename(const char*, const char*) VORLATCH_REAL("rename");
+int wrapRename(const char*, const char*) VORLATCH_WRAP("rename");
+int realUnlink(const char*) VORLATCH_REAL("unlink");
+int wrapUnlink(const char*) VORLATCH_WRAP("unlink");
+int wrapFprintf(std::FILE*, const char*, ...) VORLATCH_WRAP("fprintf");
+int realFflush(std::FILE*) VORLATCH_REAL("fflush");
+int wrapFflush(std::FILE*) VORLATCH_WRAP("fflush");
 
 namespace {
 
-using vorlatch::tests::BeforeFileCall;
-using vorlatch::tests::OpenedSpecials;
-
-BeforeFileCall*& expected() {
-  static BeforeFileCall* one = nullptr;
+FileCallTaker*& taker() {
+  static FileCallTaker* one = nullptr;
   return one;
 }
 
-OpenedSpecials*& collector() {
-  static OpenedSpecials* one = nullptr;
-  return one;
+// Under which path each descriptor was opened since the calls are taken.
+std::map<int, std::string>& paths() {
+  static auto& all = *new std::map<int, std::string>;
+  return all;
 }
 
-void noteFileCall() {
-  if (expected() != nullptr) expected()->note();
+// Of what a call is asked for, the part that it does when it does a part.
+size_t amount(size_t whole, bool in_part) {
+  return in_part ? std::max<size_t>(whole / 2, 1) : whole;
+}
+
+template <typename Real>
+auto onPath(const char* name, const char* path, const std::vector<std::int64_t>& arguments,
+            const Real& real) -> decltype(real(false)) {
+  if (taker() == nullptr) return real(false);
+  return static_cast<decltype(real(false))>(
+      taker()->take({.name = name, .arguments = arguments, .path = path}, real));
+}
+
+template <typename Real>
+auto onDescriptor(const char* name, int descriptor, const Real& real) -> decltype(real(false)) {
+  if (taker() == nullptr) return real(false);
+  return onPath(name, paths()[descriptor].c_str(), {}, real);
+}
+
+int opened(int descriptor, const std::string& path) {
+  if (descriptor >= 0 && taker() != nullptr) paths()[descriptor] = path;
+  return descriptor;
 }
 
 }  // namespace
 
-extern "C" {
+void letTakeFileCalls(FileCallTaker* next) {
+  taker() = next;
+}
 
-// The mode of a variable call is where a named argument would be.
-int __real_open(const char* path, int flags, mode_t mode);
-int __real_stat(const char* path, struct stat* status);
-int __real_lstat(const char* path, struct stat* status);
-int __real_fstat(int file, struct stat* status);
-int __real_fstatat(int directory, const char* path, struct stat* status, int flags);
-int __real_rename(const char* from, const char* to);
-int __real_mkostemp(char* path, int flags);
-int __real_unlink(const char* path);
-int __real_chmod(const char* path, mode_t mode);
-int __real_fchmod(int file, mode_t mode);
-int __real_truncate(const char* path, off_t size);
-int __real_ftruncate(int file, off_t size);
-int __real_dup2(int from, int to);
-std::FILE* __real_freopen(const char* path, const char* mode, std::FILE* stream);
+int wrapOpen(const char* path, int flags, ...) {
+  va_list rest;
+  va_start(rest, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+  va_end(rest);
+  return opened(onPath("open", path, {flags}, [&](bool) { return realOpen(path, flags, mode); }),
+                path);
+}
 
-int __wrap_open(const char* path, int flags, mode_t mode) {
-  noteFileCall();
-  // Creating opens nothing that is there, and a directory can be meant.
-  constexpr int kLeftOut = O_CREAT | O_DIRECTORY;
-  struct stat status {};
-  if (collector() != nullptr && (flags & kLeftOut) == 0 && __real_stat(path, &status) == 0 &&
-      !S_ISREG(status.st_mode)) {
-    collector()->paths.emplace_back(path);
+// The temporary file keeps its pattern for a name, the same in every run.
+int wrapMkostemp(char* path, int flags) {
+  const std::string pattern = path;
+  return opened(onPath("mkostemp", path, {flags}, [&](bool) { return realMkostemp(path, flags); }),
+                pattern);
+}
+
+int wrapClose(int descriptor) {
+  return onDescriptor("close", descriptor, [&](bool) { return realClose(descriptor); });
+}
+
+ssize_t wrapRead(int descriptor, void* buffer, size_t size) {
+  return onDescriptor("read", descriptor, [&](bool in_part) {
+    return realRead(descriptor, buffer, amount(size, in_part));
+  });
+}
+
+ssize_t wrapWrite(int descriptor, const void* bytes, size_t size) {
+  return onDescriptor("write", descriptor, [&](bool in_part) {
+    return realWrite(descriptor, bytes, amount(size, in_part));
+  });
+}
+
+int wrapStat(const char* path, struct stat* status) {
+  return onPath("stat", path, {}, [&](bool) { return realStat(path, status); });
+}
+
+int wrapLstat(const char* path, struct stat* status) {
+  return onPath("lstat", path, {}, [&](bool) { return realLstat(path, status); });
+}
+
+int wrapFstat(int descriptor, struct stat* status) {
+  return onDescriptor("fstat", descriptor, [&](bool) { return realFstat(descriptor, status); });
+}
+
+int wrapFstatat(int directory, const char* path, struct stat* status, int flags) {
+  return onPath("fstatat", path, {},
+                [&](bool) { return realFstatat(directory, path, status, flags); });
+}
+
+int wrapFchmod(int descriptor, mode_t mode) {
+  return onDescriptor("fchmod", descriptor, [&](bool) { return realFchmod(descriptor, mode); });
+}
+
+int wrapFtruncate(int descriptor, off_t length) {
+  return onDescriptor("ftruncate", descriptor,
+                      [&](bool) { return realFtruncate(descriptor, length); });
+}
+
+int wrapDup2(int from, int to) {
+  const std::string path = taker() != nullptr ? paths()[from] : std::string();
+  return onPath("dup2", path.c_str(), {to}, [&](bool) { return realDup2(from, to); });
+}
+
+int wrapRename(const char* from, const char* to) {
+  return onPath("rename", to, {}, [&](bool) { return realRename(from, to); });
+}
+
+int wrapUnlink(const char* path) {
+  return onPath("unlink", path, {}, [&](bool) { return realUnlink(path); });
+}
+
+int wrapFprintf(std::FILE* stream, const char* format, ...) {
+  va_list values;
+  va_start(values, format);
+  if (taker() == nullptr || stream != stderr) {
+    const int written = std::vfprintf(stream, format, values);
+    va_end(values);
+    return written;
   }
-  return __real_open(path, flags, mode);
+  char* text = nullptr;
+  const int length = vasprintf(&text, format, values);
+  va_end(values);
+  const std::string line(text, static_cast<size_t>(length));
+  std::free(text);
+  return static_cast<int>(
+      taker()->take({.name = "line", .line = line}, [&](bool in_part) -> std::int64_t {
+        const size_t size = amount(line.size(), in_part);
+        return std::fwrite(line.data(), 1, size, stream) == size ? static_cast<int>(size) : -1;
+      }));
 }
 
-int __wrap_stat(const char* path, struct stat* status) {
-  noteFileCall();
-  return __real_stat(path, status);
-}
-
-int __wrap_lstat(const char* path, struct stat* status) {
-  noteFileCall();
-  return __real_lstat(path, status);
-}
-
-int __wrap_fstat(int file, struct stat* status) {
-  noteFileCall();
-  return __real_fstat(file, status);
-}
-
-int __wrap_fstatat(int directory, const char* path, struct stat* status, int flags) {
-  noteFileCall();
-  return __real_fstatat(directory, path, status, flags);
-}
-
-int __wrap_rename(const char* from, const char* to) {
-  noteFileCall();
-  return __real_rename(from, to);
-}
-
-int __wrap_mkostemp(char* path, int flags) {
-  noteFileCall();
-  return __real_mkostemp(path, flags);
-}
-
-int __wrap_unlink(const char* path) {
-  noteFileCall();
-  return __real_unlink(path);
-}
-
-int __wrap_chmod(const char* path, mode_t mode) {
-  noteFileCall();
-  return __real_chmod(path, mode);
-}
-
-int __wrap_fchmod(int file, mode_t mode) {
-  noteFileCall();
-  return __real_fchmod(file, mode);
-}
-
-int __wrap_truncate(const char* path, off_t size) {
-  noteFileCall();
-  return __real_truncate(path, size);
-}
-
-int __wrap_ftruncate(int file, off_t size) {
-  noteFileCall();
-  return __real_ftruncate(file, size);
-}
-
-int __wrap_dup2(int from, int to) {
-  noteFileCall();
-  return __real_dup2(from, to);
-}
-
-std::FILE* __wrap_freopen(const char* path, const char* mode, std::FILE* stream) {
-  noteFileCall();
-  return __real_freopen(path, mode, stream);
-}
-
-}  // extern "C"
-
-namespace vorlatch::tests {
-
-BeforeFileCall::BeforeFileCall(int n, std::function<void()> action)
-    : calls_left_(n), action_(std::move(action)) {
-  expected() = this;
-}
-
-BeforeFileCall::~BeforeFileCall() {
-  expected() = nullptr;
-}
-
-// Calls that the action makes do not count.
-void BeforeFileCall::note() {
-  if (action_ && --calls_left_ == 0) std::exchange(action_, nullptr)();
-}
-
-OpenedSpecials::OpenedSpecials() {
-  collector() = this;
-}
-
-OpenedSpecials::~OpenedSpecials() {
-  collector() = nullptr;
+int wrapFflush(std::FILE* stream) {
+  if (taker() == nullptr || stream != stderr) return realFflush(stream);
+  return static_cast<int>(
+      taker()->take({.name = "flush"}, [&](bool) { return realFflush(stream); }));
 }
 
 }  // namespace vorlatch::tests

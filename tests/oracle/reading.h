@@ -7,7 +7,7 @@
 
 #include "platform/plist_value.h"
 
-namespace vorlatch::tests::random {
+namespace vorlatch::tests {
 
 // The number under a key; 0 when there is none. Beyond the range it is the range's end.
 std::int64_t longIn(const plist::Dictionary& dictionary, std::string_view key);
@@ -16,4 +16,4 @@ bool isTrue(const plist::Value& value);
 
 bool isUtf8(std::string_view bytes);
 
-}  // namespace vorlatch::tests::random
+}  // namespace vorlatch::tests

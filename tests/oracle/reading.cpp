@@ -1,11 +1,11 @@
-#include "tests/random/reading.h"
+#include "tests/oracle/reading.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 
-namespace vorlatch::tests::random {
+namespace vorlatch::tests {
 namespace {
 
 constexpr std::string_view kBlanks = " \t\n\v\f\r";
@@ -66,4 +66,4 @@ bool isUtf8(std::string_view bytes) {
   return true;
 }
 
-}  // namespace vorlatch::tests::random
+}  // namespace vorlatch::tests

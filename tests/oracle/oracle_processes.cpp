@@ -1,11 +1,10 @@
 // The oracle's rules of which process a key means.
 #include <cstring>
 
-#include "tests/random/oracle.h"
-#include "tests/random/reading.h"
+#include "tests/oracle/oracle.h"
+#include "tests/oracle/reading.h"
 
-namespace vorlatch::tests::random {
-
+namespace vorlatch::tests {
 namespace {
 
 // A buffer's text ends at its first NUL.
@@ -13,19 +12,17 @@ std::string textIn(const std::string& buffer) {
   return buffer.substr(0, buffer.find('\0'));
 }
 
-}  // namespace
-
-std::string Oracle::text(std::int32_t pid) const {
-  const std::string number = std::to_string(pid);
-  return number == own_pid_ ? "self" : number;
+Buffer zeros(std::size_t size) {
+  return {.size = static_cast<std::int64_t>(size), .holds = std::string(size, '\0')};
 }
 
+}  // namespace
+
 void Oracle::walk(const std::function<bool(std::int32_t)>& visit) {
-  const int needed = record_.call("proc_listpids(1, 0, null, 0)").answer.result;
-  if (needed < 1) return;
-  const std::string size = std::to_string(4 * needed);
-  const auto& listed = record_.call("proc_listpids(1, 0, buffer, " + size + ")");
-  for (std::size_t i = 0; static_cast<int>(i) < listed.answer.result / 4; ++i) {
+  const std::int64_t needed = witness_.call("proc_listpids", {1, 0}, Buffer{}).result;
+  if (needed < 1 || witness_.lacksMemory()) return;
+  const Answer listed = witness_.call("proc_listpids", {1, 0}, Buffer{.size = 4 * needed});
+  for (std::size_t i = 0; static_cast<std::int64_t>(i) < listed.result / 4; ++i) {
     std::int32_t pid = 0;
     std::memcpy(&pid, listed.left.data() + 4 * i, 4);
     if (pid >= 1 && !visit(pid)) return;
@@ -33,13 +30,13 @@ void Oracle::walk(const std::function<bool(std::int32_t)>& visit) {
 }
 
 std::pair<std::string, bool> Oracle::nameOf(std::int32_t pid) {
-  const auto& named = record_.call("proc_name(" + text(pid) + ", zeros, 256)");
-  return {textIn(named.left), named.answer.result >= 1};
+  const Answer named = witness_.call("proc_name", {pid}, zeros(256));
+  return {textIn(named.left), named.result >= 1};
 }
 
 std::optional<std::string> Oracle::bundleOf(std::int32_t pid) {
-  const auto& located = record_.call("proc_pidpath(" + text(pid) + ", zeros, 4096)");
-  if (located.answer.result < 1) return std::nullopt;
+  const Answer located = witness_.call("proc_pidpath", {pid}, zeros(4096));
+  if (located.result < 1) return std::nullopt;
   const std::string path = textIn(located.left);
   if (!isUtf8(path)) return std::nullopt;
   return identifierOf(path.substr(0, path.rfind('/')));
@@ -51,10 +48,10 @@ std::optional<std::string> Oracle::identifierOf(const std::string& bundle_direct
   }
   const auto known = identifiers_.find(bundle_directory);
   if (known != identifiers_.end()) return known->second;
-  const auto info = files_.info_plists.find(bundle_directory);
-  if (info == files_.info_plists.end()) return std::nullopt;
-  const auto entry = info->second.find("CFBundleIdentifier");
-  if (entry == info->second.end()) return std::nullopt;
+  const auto info = witness_.readsInfoPlist(bundle_directory);
+  if (!info) return std::nullopt;
+  const auto entry = info->find("CFBundleIdentifier");
+  if (entry == info->end()) return std::nullopt;
   const auto* identifier = entry->second.as<std::string>();
   if (identifier == nullptr) return std::nullopt;
   if (!identifier->empty()) identifiers_[bundle_directory] = *identifier;
@@ -83,4 +80,4 @@ Oracle::PIDs Oracle::runningProcesses() {
   return running;
 }
 
-}  // namespace vorlatch::tests::random
+}  // namespace vorlatch::tests

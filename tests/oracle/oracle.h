@@ -1,7 +1,7 @@
 // A second, plain reading of the daemon's rules, beside the daemon. It is told which piece of work
-// ran, goes through what the rules say of it, and takes every event of the record in turn: the
-// kernel's answers come from there, everything else from what the oracle remembers. It shares the
-// property-list value with the daemon, and nothing else.
+// ran, goes through what the rules say of it, and has the witness take each step of the daemon in
+// turn: the kernel's answers and what files hold come from there, everything else from what the
+// oracle remembers. It shares the property-list value with the daemon, and nothing else.
 #pragma once
 
 #include <cstdint>
@@ -14,22 +14,13 @@
 #include <vector>
 
 #include "platform/plist_value.h"
-#include "tests/random/record.h"
+#include "tests/oracle/witness.h"
 
-namespace vorlatch::tests::random {
-
-// What the files hold that the daemon reads, as the story left them.
-struct Files {
-  std::optional<plist::Dictionary> preferences;  // nothing when they cannot be read
-  bool preferences_in_place = false;
-  bool log_in_place = true;
-  std::map<std::string, plist::Dictionary> info_plists;  // by bundle directory
-};
+namespace vorlatch::tests {
 
 class Oracle {
  public:
-  Oracle(const Files& files, Record& record, std::string own_pid)
-      : files_(files), record_(record), own_pid_(std::move(own_pid)) {}
+  Oracle(Witness& witness, std::int32_t own_pid) : witness_(witness), own_pid_(own_pid) {}
 
   // The daemon started; another program posts the notification.
   void started();
@@ -39,6 +30,8 @@ class Oracle {
   void ranTimer(int id, std::uint64_t now_ns);
   // Time passed up to now, as nothing was left to do.
   void idledUntil(std::uint64_t now_ns) const;
+  // The first queue with work that was sent to it and did not run.
+  [[nodiscard]] std::optional<std::string> waitingQueue() const;
 
   struct Timer {
     std::uint64_t due_ns;
@@ -46,18 +39,16 @@ class Oracle {
     std::function<void()> tick;
   };
   [[nodiscard]] const std::map<int, Timer>& timers() const { return timers_; }
+  [[nodiscard]] bool isWatched(const std::string& key) const { return watch_timers_.contains(key); }
   [[nodiscard]] const plist::Dictionary& status() const { return status_; }
-  // How often the status file was written.
-  [[nodiscard]] int statusWrites() const { return status_writes_; }
-  [[nodiscard]] int finishedPatrols() const { return finished_patrols_; }
   // The identifier by which the daemon knows the bundle in this directory.
   std::optional<std::string> identifierOf(const std::string& bundle_directory);
 
   static plist::Dictionary preset();
 
  private:
-  using PIDs = std::map<std::string, std::int32_t>;
   using Targets = std::map<std::string, plist::Dictionary>;
+  using PIDs = std::map<std::string, std::int32_t>;
   // A target of a pass, a sweep or a restore.
   struct Target {
     std::string key;
@@ -70,7 +61,6 @@ class Oracle {
   // Passes and what starts them.
   void arm();
   void pass();
-  void clearLog();
   void switchOff();
   void restoreRemoved(const Targets& configured);
   void reconcile(const Target& target);
@@ -78,9 +68,7 @@ class Oracle {
   void tick(const std::string& key, const plist::Dictionary& settings, std::int32_t interval_s);
   void patrol();
   void sweep(const Targets& targets);
-  [[nodiscard]] Targets configuredTargets() const;
-  [[nodiscard]] bool isSwitchedOn() const;
-  // Takes out the target whose turn it is. The order is the daemon's choice, and the record shows
+  // Takes out the target whose turn it is. The order is the daemon's choice, and the witness sees
   // it, but for targets of which no more than a status write is seen: these are taken in the order
   // of their keys, as are new watch timers with one interval.
   Target takeNext(std::vector<Target>& targets);
@@ -89,6 +77,11 @@ class Oracle {
                  std::function<void()> tick);
   void cancelTimer(int id);
   void cancelTimers(std::vector<int> timers);  // in any order
+
+  // Files.
+  void clearLog();
+  // By the preferences as they are now; nothing when they switch the daemon off.
+  std::optional<Targets> configuredTargets();
 
   // Processes.
   std::int32_t pidOf(const std::string& key);
@@ -108,20 +101,18 @@ class Oracle {
   void giveBack(const std::string& key, std::int32_t pid);
   void protectItself();
   std::int32_t band(std::int32_t pid);
-  void verifyBand(std::int32_t pid, int result, std::int32_t requested);
-  void record(const std::string& key, std::int32_t pid, int nice_value, std::int32_t band);
+  void verifyBand(std::int32_t pid, std::int64_t result, std::int32_t requested);
+  void record(const std::string& key, std::int32_t pid, std::int64_t nice_value, std::int32_t band);
 
   // With a buffer of these words, or without one.
-  int memorystatus(int command, std::int32_t pid, int flags,
-                   const std::vector<std::int32_t>& words = {});
-  int getNice(std::int32_t pid);
-  int setNice(std::int32_t pid, int value);
-  [[nodiscard]] std::string text(std::int32_t pid) const;
-  void line(const std::string& text) { record_.line(text); }
+  Answer memorystatus(int command, std::int32_t pid, int flags,
+                      const std::vector<std::int32_t>& words = {});
+  std::int64_t getNice(std::int32_t pid);
+  std::int64_t setNice(std::int32_t pid, int value);
+  void line(const std::string& text) { witness_.logs(text); }
 
-  const Files& files_;
-  Record& record_;
-  std::string own_pid_;
+  Witness& witness_;
+  std::int32_t own_pid_;
 
   std::map<std::string, std::deque<std::function<void()>>> queues_;
   std::map<int, Timer> timers_;  // by number, in the order in which they were started
@@ -132,9 +123,7 @@ class Oracle {
   std::map<std::string, plist::Dictionary> applied_;
   PIDs last_pids_;
   plist::Dictionary status_;
-  int status_writes_ = 0;
-  int finished_patrols_ = 0;
   std::map<std::string, std::string> identifiers_;  // by bundle directory
 };
 
-}  // namespace vorlatch::tests::random
+}  // namespace vorlatch::tests

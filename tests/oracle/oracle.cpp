@@ -1,13 +1,11 @@
-#include "tests/random/oracle.h"
+#include "tests/oracle/oracle.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <utility>
 
-#include "tests/random/reading.h"
+#include "tests/oracle/reading.h"
 
-namespace vorlatch::tests::random {
+namespace vorlatch::tests {
 namespace {
 
 using plist::Dictionary;
@@ -59,44 +57,22 @@ std::string endedLine(const std::string& key) {
 
 }  // namespace
 
-Dictionary Oracle::preset() {
-  struct Row {
-    const char* key;
-    const char* remark;
-    int band;
-    int nice;
-  };
-  constexpr std::array<Row, 7> kRows = {{{"SpringBoard", "视图", 210, -19},
-                                         {"backboardd", "触控", 210, -20},
-                                         {"com.tencent.xin", "微信.xin", 160, 0},
-                                         {"dasd", "后台刷新", -1, 1},
-                                         {"kbd", "键盘", -1, -18},
-                                         {"runningboardd", "任务调度", -1, -17},
-                                         {"sharingd", "分享", -1, -16}}};
-  Dictionary targets;
-  for (const Row& row : kRows) {
-    targets.emplace(row.key, Dictionary{{"Remark", row.remark},
-                                        {"JetsamPriority", row.band},
-                                        {"NiceValue", row.nice},
-                                        {"MemLimitActive", 0},
-                                        {"MemLimitInactive", 0},
-                                        {"CheckInterval", 0}});
-  }
-  return {{"Enabled", true}, {"AppConfigs", targets}};
-}
-
 // What runs when, and on which queue.
 
 void Oracle::started() {
+  witness_.opensLog();
   line(kChapter);
-  if (!files_.preferences_in_place) line("[配置] 已生成默认预设参数");
+  if (witness_.findsNoPreferences()) {
+    witness_.writesPreset(preset());
+    line("[配置] 已生成默认预设参数");
+  }
   protectItself();
-  record_.call("makeSerialQueue(\"" + kDebounce + "\")");
-  record_.call("makeSerialQueue(\"" + kWorker + "\")");
+  witness_.schedules("makeSerialQueue(\"" + kDebounce + "\")");
+  witness_.schedules("makeSerialQueue(\"" + kWorker + "\")");
   queues_[kDebounce].emplace_back([this] { arm(); });
   startTimer(1800 * kSecond, 1800 * kSecond, 5 * kSecond, [this] { patrol(); });
-  record_.call("observeNotification(\"com.zel.vorlatch/ApplyLimits\")");
-  record_.call("runMainLoop()");
+  witness_.schedules("observeNotification(\"com.zel.vorlatch/ApplyLimits\")");
+  witness_.schedules("runMainLoop()");
 }
 
 void Oracle::posted() {
@@ -127,26 +103,30 @@ void Oracle::ranTimer(int id, std::uint64_t now_ns) {
 }
 
 void Oracle::idledUntil(std::uint64_t now_ns) const {
-  for (const auto& [queue, sent] : queues_) {
-    if (!sent.empty()) throw Mismatch("work was left over on " + queue);
-  }
+  if (const auto queue = waitingQueue()) throw Mismatch("work was left over on " + *queue);
   for (const auto& [id, timer] : timers_) {
     if (timer.due_ns < now_ns) throw Mismatch("timer " + std::to_string(id) + " did not tick");
   }
 }
 
+std::optional<std::string> Oracle::waitingQueue() const {
+  for (const auto& [queue, sent] : queues_) {
+    if (!sent.empty()) return queue;
+  }
+  return std::nullopt;
+}
+
 int Oracle::startTimer(std::uint64_t start_ns, std::uint64_t interval_ns, std::uint64_t leeway_ns,
                        std::function<void()> tick) {
   const int id = ++last_timer_;
-  const auto& call =
-      record_.call(timerCall(start_ns, interval_ns, leeway_ns) + " = timer " + std::to_string(id));
-  timers_[id] = {
-      .due_ns = call.at_ns + start_ns, .interval_ns = interval_ns, .tick = std::move(tick)};
+  const std::uint64_t now_ns = witness_.schedules(timerCall(start_ns, interval_ns, leeway_ns) +
+                                                  " = timer " + std::to_string(id));
+  timers_[id] = {.due_ns = now_ns + start_ns, .interval_ns = interval_ns, .tick = std::move(tick)};
   return id;
 }
 
 void Oracle::cancelTimer(int id) {
-  record_.call(cancelCall(id));
+  witness_.schedules(cancelCall(id));
   timers_.erase(id);
 }
 
@@ -157,50 +137,18 @@ void Oracle::arm() {
 
 // The pass.
 
-bool Oracle::isSwitchedOn() const {
-  if (!files_.preferences) return false;
-  const auto entry = files_.preferences->find("Enabled");
-  return entry != files_.preferences->end() && isTrue(entry->second);
-}
-
-// An entry that is not a dictionary is passed over.
-Oracle::Targets Oracle::configuredTargets() const {
-  Targets targets;
-  const auto entry = files_.preferences->find("AppConfigs");
-  if (entry == files_.preferences->end()) return targets;
-  const auto* configs = entry->second.as<Dictionary>();
-  if (configs == nullptr) return targets;
-  for (const auto& [key, value] : *configs) {
-    if (const auto* settings = value.as<Dictionary>()) targets[key] = *settings;
-  }
-  return targets;
-}
-
-void Oracle::clearLog() {
-  std::int64_t limit = 2097152;
-  if (files_.preferences && files_.preferences->contains("LogSizeLimit")) {
-    limit = longIn(*files_.preferences, "LogSizeLimit");
-    if (limit < 1) return;
-  }
-  if (!files_.log_in_place || record_.logBytes() <= static_cast<std::uint64_t>(limit)) return;
-  record_.logCleared();
-  std::array<char, 64> megabytes{};
-  std::snprintf(megabytes.data(), megabytes.size(), "%.1f", static_cast<double>(limit) / 1048576);
-  line("[守护] 日志大小超过设定限制(" + std::string(megabytes.data()) + "MB)，已自动清空。");
-}
-
 void Oracle::pass() {
   clearLog();
-  if (!isSwitchedOn()) {
+  const std::optional<Targets> configured = configuredTargets();
+  if (!configured) {
     switchOff();
     return;
   }
-  const Targets configured = configuredTargets();
-  restoreRemoved(configured);
-  if (configured.empty()) return;
+  restoreRemoved(*configured);
+  if (configured->empty()) return;
   const PIDs running = runningProcesses();
   std::vector<Target> different;
-  for (const auto& [key, settings] : configured) {
+  for (const auto& [key, settings] : *configured) {
     const std::int32_t pid = pidIn(running, key);
     const bool changed = !applied_.contains(key) || settings != applied_.at(key);
     const bool same_pid = pid == pidIn(last_pids_, key);
@@ -290,7 +238,7 @@ void Oracle::switchOff() {
 void Oracle::cancelTimers(std::vector<int> timers) {
   while (!timers.empty()) {
     auto next = std::find_if(timers.begin(), timers.end(),
-                             [this](int id) { return record_.isNext(cancelCall(id)); });
+                             [this](int id) { return witness_.isNext(cancelCall(id)); });
     if (next == timers.end()) next = timers.begin();
     cancelTimer(*next);
     timers.erase(next);
@@ -335,12 +283,11 @@ void Oracle::tick(const std::string& key, const Dictionary& settings, std::int32
 }
 
 void Oracle::patrol() {
-  if (!isSwitchedOn()) return;
-  const Targets targets = configuredTargets();
-  if (targets.empty()) return;
+  const std::optional<Targets> targets = configuredTargets();
+  if (!targets || targets->empty()) return;
   line(kChapter);
   line("[守护] 开始执行 1800s ");
-  queues_[kWorker].emplace_back([this, targets] { sweep(targets); });
+  queues_[kWorker].emplace_back([this, targets] { sweep(*targets); });
 }
 
 void Oracle::sweep(const Targets& targets) {
@@ -365,22 +312,21 @@ void Oracle::sweep(const Targets& targets) {
   }
   line("[全局守护] 1800s 周期巡检完成。");
   line(kChapter);
-  ++finished_patrols_;
 }
 
 Oracle::Target Oracle::takeNext(std::vector<Target>& targets) {
   const auto is_called = [this](const Target& target) {
-    return !target.call.empty() && record_.isNext(target.call);
+    return !target.call.empty() && witness_.isNext(target.call);
   };
   auto next = std::find_if(targets.begin(), targets.end(), is_called);
   if (next == targets.end()) {
     std::size_t nearest = std::string::npos;
     for (const Target& target : targets) {
-      if (!target.line.empty()) nearest = std::min(nearest, record_.distanceTo(target.line));
+      if (!target.line.empty()) nearest = std::min(nearest, witness_.distanceTo(target.line));
     }
     next = std::find_if(targets.begin(), targets.end(), [&](const Target& target) {
       if (target.line.empty()) return target.call.empty();
-      return record_.distanceTo(target.line) == nearest;
+      return witness_.distanceTo(target.line) == nearest;
     });
   }
   if (next == targets.end()) next = targets.begin();
@@ -389,4 +335,4 @@ Oracle::Target Oracle::takeNext(std::vector<Target>& targets) {
   return taken;
 }
 
-}  // namespace vorlatch::tests::random
+}  // namespace vorlatch::tests

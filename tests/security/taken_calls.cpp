@@ -1,0 +1,46 @@
+#include "tests/security/taken_calls.h"
+
+#include <fcntl.h>
+
+#include <filesystem>
+#include <utility>
+
+namespace vorlatch::tests {
+
+BeforeFileCall::BeforeFileCall(int n, std::function<void()> action)
+    : calls_left_(n), action_(std::move(action)) {
+  letTakeFileCalls(this);
+}
+
+BeforeFileCall::~BeforeFileCall() {
+  letTakeFileCalls(nullptr);
+}
+
+// Calls that the action makes do not count.
+std::int64_t BeforeFileCall::take(const FileCall&, const Real& real) {
+  if (action_ && --calls_left_ == 0) std::exchange(action_, nullptr)();
+  return real(false);
+}
+
+OpenedSpecials::OpenedSpecials() {
+  letTakeFileCalls(this);
+}
+
+OpenedSpecials::~OpenedSpecials() {
+  letTakeFileCalls(nullptr);
+}
+
+std::int64_t OpenedSpecials::take(const FileCall& call, const Real& real) {
+  // Creating opens nothing that is there, and a directory can be meant.
+  constexpr int kLeftOut = O_CREAT | O_DIRECTORY;
+  if (call.name == "open" && (call.arguments[0] & kLeftOut) == 0) {
+    std::error_code error;
+    const auto status = std::filesystem::status(call.path, error);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+      paths.push_back(call.path);
+    }
+  }
+  return real(false);
+}
+
+}  // namespace vorlatch::tests
