@@ -190,13 +190,13 @@ ExitStatus statusCommand(const Session& session, const StatusOptions& options) {
   if (options.watches) terminal.catch_signals();
   if (draws_over) terminal.out("\x1b[2J");
   while (true) {
-    const auto begin = std::chrono::steady_clock::now();
+    const std::chrono::nanoseconds begin = terminal.now();
     const Picture picture = take(session, options);
     terminal.out(draws_over ? drawnOver(picture.text, terminal.rows()) : picture.text);
     if (!options.watches) return picture.status;
     // Looking takes no more than a hundredth of the time, however much there is to look at.
-    const auto taken = std::chrono::duration_cast<std::chrono::milliseconds>(
-        std::chrono::steady_clock::now() - begin);
+    const auto taken =
+        std::chrono::duration_cast<std::chrono::milliseconds>(terminal.now() - begin);
     terminal.wait(
         std::max<std::chrono::milliseconds>(std::chrono::seconds(options.interval_s), 100 * taken));
     if (terminal.interrupted()) return picture.status;

@@ -17,6 +17,10 @@ struct Terminal {
   std::function<void(std::string_view)> err;
   // Lets the time pass; returns early when interrupted.
   std::function<void(std::chrono::milliseconds)> wait;
+  // The time since some moment, as `wait` lets it pass.
+  std::function<std::chrono::nanoseconds()> now = [] {
+    return std::chrono::steady_clock::now().time_since_epoch();
+  };
   // From here on SIGINT, SIGTERM and SIGHUP only show in `interrupted`. For commands that wait.
   std::function<void()> catch_signals = [] {};
   // Whether the user asked to stop, by Ctrl-C or a signal, or nobody takes the output any more.

@@ -29,6 +29,7 @@ Output ControlStory::run(const std::function<int(cli::Terminal&)>& work) {
     ++waits;
     Story::run(duration);
   };
+  terminal.now = [this] { return std::chrono::nanoseconds(device.scheduler.nowNs()); };
   terminal.interrupted = [this, &waits] { return is_interrupted(waits); };
   terminal.is_terminal = columns > 0;
   terminal.columns = [this] { return columns; };

@@ -228,6 +228,19 @@ TEST(Status, WatchingOnATerminalDrawsOverUntilInterrupted) {
   EXPECT_EQ(waited_until_ns[2] - waited_until_ns[0], 10'000'000'000U);
 }
 
+TEST(Status, WatchingTakesNoMoreThanAHundredthOfTheTime) {
+  HeldStory story(kLeftAlone);
+  std::vector<std::uint64_t> waited_until_ns;
+  story.is_interrupted = [&](int waits) {
+    waited_until_ns.push_back(story.device.scheduler.nowNs());
+    return waits == 2;
+  };
+  story.device.script({.function = "getpriority", .takes_ns = 40'000'000});
+  EXPECT_EQ(story.run({"status", "--watch", "--interval", "3"}).status, 0);
+  ASSERT_EQ(waited_until_ns.size(), 2U);
+  EXPECT_EQ(waited_until_ns[1] - waited_until_ns[0], 101 * 40'000'000U);
+}
+
 TEST(Status, WatchingDrawsNoMoreLinesThanTheTerminalHas) {
   ControlStory story;
   story.writeTargets({{"a", kLeftAlone}, {"b", kLeftAlone}, {"c", kLeftAlone}, {"d", kLeftAlone}});
