@@ -10,11 +10,12 @@
 
 namespace vorlatch::tests {
 
+// One of them on one file. Both functions run in the story's root.
 struct Operation {
   std::string name;
-  std::string file;       // that it works on
-  bool writes_temporary;  // beside it
-  std::function<void(Story&)> prepare;
+  std::string file;                     // that it works on
+  bool writes_temporary;                // beside it
+  std::function<void(Story&)> prepare;  // the files as it finds them
   std::function<void()> run;
 };
 

@@ -1,5 +1,4 @@
 // What the daemon does about what stands in its files' place, and what users may do with the files.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include "config/log_line.h"
 #include "config/preferences.h"
 #include "config/status_file.h"
+#include "platform/property_list.h"
 #include "tests/security/planted.h"
 #include "tests/support/story.h"
 
@@ -164,15 +164,14 @@ TEST(OwnFiles, PreferencesEditedInPlaceCountAsTheyStand) {
   story.writePreferences({{"Enabled", true}});
   fs::permissions(story.preferencesFile(), fs::perms(0600));
   EXPECT_EQ(loadPreferences(), (Dictionary{{"Enabled", true}}));
-  const std::string bytes = readAll(story.preferencesFile());
-  writeAll(story.preferencesFile(), bytes);
-  EXPECT_EQ(loadPreferences(), (Dictionary{{"Enabled", true}}));
+  const Dictionary edited{{"Enabled", false}};
+  writeAll(story.preferencesFile(), platform::writeXmlPropertyList(edited));
+  EXPECT_EQ(loadPreferences(), edited);
 }
 
 // Otherwise the next file that is opened, be it for a moment, would be written the log's lines.
 TEST(OwnFiles, TheStreamsAreTheLogsThoughTheyWereClosedAtTheStart) {
   Story story;
-  const int kept = fcntl(STDOUT_FILENO, F_DUPFD, 100);
   close(STDOUT_FILENO);
   close(STDERR_FILENO);
   openLog();
@@ -185,7 +184,6 @@ TEST(OwnFiles, TheStreamsAreTheLogsThoughTheyWereClosedAtTheStart) {
     EXPECT_EQ(status.st_ino, log.st_ino);
   }
   EXPECT_EQ(readAll(story.logFile()), kRuleLine);
-  close(kept);
 }
 
 }  // namespace

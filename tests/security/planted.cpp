@@ -12,7 +12,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/story.h"
+#include "platform/property_list.h"
+#include "tests/support/files.h"
 
 namespace vorlatch::tests {
 namespace {
@@ -61,7 +62,8 @@ Descriptor readerOf(const std::string& path) {
 Victims::Victims(std::string directory) : directory_(std::move(directory)) {
   fs::remove_all(directory_);
   fs::create_directories(path("directory"));
-  writeAll(path("secret"), "what root alone may see, longer than a log may become\n");
+  writeAll(path("secret"),
+           platform::writeXmlPropertyList(plist::Dictionary{{"Remark", std::string(kSecret)}}));
   writeAll(path("directory/file"), "in a directory\n");
   EXPECT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
   for (const char* name : {"secret", "directory/file"}) {
@@ -72,6 +74,15 @@ Victims::Victims(std::string directory) : directory_(std::move(directory)) {
 
 std::string Victims::asTheyStand() const {
   return entriesOf(directory_);
+}
+
+bool Victims::isSecretIn(const std::string& directory) const {
+  const auto entries = fs::directory_iterator(directory);
+  return std::any_of(begin(entries), end(entries), [this](const fs::directory_entry& entry) {
+    return fs::is_regular_file(entry.symlink_status()) &&
+           !fs::equivalent(entry.path(), path("secret")) &&
+           readAll(entry.path()).find(kSecret) != std::string::npos;
+  });
 }
 
 const std::vector<Plant>& plants() {

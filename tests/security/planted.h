@@ -4,6 +4,7 @@
 #include <functional>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/descriptor.h"
@@ -17,6 +18,11 @@ class Victims {
   explicit Victims(std::string directory);
 
   [[nodiscard]] std::string path(const std::string& name) const { return directory_ + "/" + name; }
+  // The file that a plant may lead to is a property list with this text, which is to be nowhere
+  // else.
+  static constexpr std::string_view kSecret = "what root alone may see";
+  // Whether a file among these entries, other than the victim itself, holds the secret.
+  [[nodiscard]] bool isSecretIn(const std::string& directory) const;
   // Name, type, mode, inode, size, time of the last change and contents of each.
   [[nodiscard]] std::string asTheyStand() const;
 
@@ -24,7 +30,7 @@ class Victims {
   const std::string directory_;
 };
 
-// One way to put something in a file's place that leads to the victims or is none.
+// One way to put something in a file's place: it leads to the victims, or is no regular file.
 struct Plant {
   std::string name;
   std::function<void(const std::string& path, const Victims& victims)> put;
@@ -47,7 +53,7 @@ class Planted {
 
  private:
   const Descriptor entry_;
-  const Descriptor fifo_;  // reads what is written into one, which may be opened for writing so
+  const Descriptor fifo_;  // the reader without whom nobody could open a FIFO to write into it
 };
 
 }  // namespace vorlatch::tests

@@ -75,6 +75,7 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
   }
   void expectNothingChanged(const std::string& when) const {
     EXPECT_EQ(asAllStands(), before_) << when;
+    EXPECT_FALSE(victims_->isSecretIn(story_.file(""))) << when;
   }
 
   Story story_;
