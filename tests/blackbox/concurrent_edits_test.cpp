@@ -9,6 +9,7 @@
 #include "config/preferences.h"
 #include "platform/property_list.h"
 #include "tests/blackbox/installation.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -56,7 +57,7 @@ class Editor {
 
 // The targets in the file; nothing when it is not whole.
 std::optional<Targets> targetsIn(const std::string& path) {
-  std::optional<plist::Value> list = platform::parsePropertyList(readFile(path));
+  std::optional<plist::Value> list = platform::parsePropertyList(tests::readAll(path));
   const auto* preferences = list ? list->as<plist::Dictionary>() : nullptr;
   if (preferences == nullptr) return std::nullopt;
   return appConfigs(*preferences);
@@ -93,9 +94,9 @@ TEST(ConcurrentEdits, AreAllKeptAndTheFileIsWholeAtEveryMoment) {
   }
   EXPECT_GE(contents_seen, kEditsOfEach);  // it looked while they wrote
 
-  EXPECT_EQ(textOf(*platform::parsePropertyList(readFile(installation.preferencesPath()))),
+  EXPECT_EQ(textOf(*platform::parsePropertyList(tests::readAll(installation.preferencesPath()))),
             textOf(everyEdit()));
-  EXPECT_EQ(modeOf(installation.preferencesPath()), 0666U);
+  EXPECT_EQ(tests::modeOf(installation.preferencesPath()), 0666U);
   EXPECT_EQ(filesIn(installation.preferencesDirectory()), Lines{kPreferencesFileName});
 }
 

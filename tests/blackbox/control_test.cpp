@@ -8,6 +8,7 @@
 #include "tests/blackbox/directory_watch.h"
 #include "tests/blackbox/installation.h"
 #include "tests/blackbox/target.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -75,18 +76,18 @@ TEST_F(PrivilegedControl, WithoutRightsTheDaemonsWordIsShown) {
 
 TEST_F(PrivilegedControl, ReleaseKeepsThePreferencesAndHandsEverythingBack) {
   hold();
-  const std::string before = readFile(installation_.preferencesPath());
+  const std::string before = tests::readAll(installation_.preferencesPath());
   EXPECT_EQ(control(installation_, {"release", "--keep-preferences"}),
             (ControlOutput{0, "handed back: " + program_.key + "\n", ""}));
   EXPECT_EQ(target_.nice(), 0);
   EXPECT_EQ(installation_.status(), "{}");
-  EXPECT_EQ(readFile(installation_.preferencesPath()), before);
-  EXPECT_EQ(modeOf(installation_.preferencesPath()), 0666U);
+  EXPECT_EQ(tests::readAll(installation_.preferencesPath()), before);
+  EXPECT_EQ(tests::modeOf(installation_.preferencesPath()), 0666U);
 }
 
 TEST_F(PrivilegedControl, AnInterruptedReleasePutsThePreferencesBack) {
   hold();
-  const std::string before = readFile(installation_.preferencesPath());
+  const std::string before = tests::readAll(installation_.preferencesPath());
   kill(installation_.daemon(), SIGSTOP);
   ControlProcess release(installation_, {"release", "--keep-preferences"});
   const auto deadline = Clock::now() + kPatience;
@@ -96,7 +97,7 @@ TEST_F(PrivilegedControl, AnInterruptedReleasePutsThePreferencesBack) {
   kill(release.pid(), SIGTERM);
   EXPECT_EQ(release.wait(), (ControlOutput{3, "", "vorlatchctl: interrupted\n"}));
   kill(installation_.daemon(), SIGCONT);
-  EXPECT_EQ(readFile(installation_.preferencesPath()), before);
+  EXPECT_EQ(tests::readAll(installation_.preferencesPath()), before);
 }
 
 TEST_F(PrivilegedControl, FollowsTheLogUntilItIsInterrupted) {

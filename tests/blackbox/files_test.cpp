@@ -1,3 +1,5 @@
+#include "tests/support/files.h"
+
 #include <algorithm>
 #include <filesystem>
 
@@ -34,7 +36,7 @@ TEST(Files, GoOnWithoutALogThatWasDeletedUntilTheNextStart) {
   installation.stop();
   installation.start();
   EXPECT_EQ(installation.log(), startLines(installation.daemon()));
-  EXPECT_EQ(modeOf(installation.logPath()), 0666U);
+  EXPECT_EQ(tests::modeOf(installation.logPath()), 0666U);
 }
 
 TEST(Files, GoOnWithTheOldLogWhereADirectoryTookItsPlaceUntilTheNextStart) {
@@ -53,7 +55,7 @@ TEST(Files, GoOnWithTheOldLogWhereADirectoryTookItsPlaceUntilTheNextStart) {
   makeItWriteTheStatusFile(installation);
 
   EXPECT_EQ(filesIn(installation.logPath()), Lines{});
-  EXPECT_NE(readFile(installation.path("moved.log")).find("[配置] 已有进程从列表移除"),
+  EXPECT_NE(tests::readAll(installation.path("moved.log")).find("[配置] 已有进程从列表移除"),
             std::string::npos);
   EXPECT_TRUE(installation.waitForQuiet());
   EXPECT_EQ(openFiles(installation.daemon()).size(), open_before.size());

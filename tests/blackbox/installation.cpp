@@ -18,6 +18,7 @@
 #include "config/preferences.h"
 #include "config/status_file.h"
 #include "platform/property_list.h"
+#include "tests/support/files.h"
 #include "tests/support/stamp.h"
 
 namespace vorlatch {
@@ -74,7 +75,7 @@ Installation::~Installation() {
   EXPECT_TRUE(daemon_ == nullptr || isRunning()) << "the daemon died by itself";
   daemon_.reset();
   for (const std::string& name : filesIn(root_)) {
-    if (name.starts_with(kSanitizerReport)) ADD_FAILURE() << readFile(path(name));
+    if (name.starts_with(kSanitizerReport)) ADD_FAILURE() << tests::readAll(path(name));
   }
   std::error_code ignored;
   fs::remove_all(root_, ignored);
@@ -137,18 +138,18 @@ void Installation::writePreferences(const plist::Value& value) const {
 
 void Installation::writePreferencesBytes(const std::string& bytes) const {
   const std::string beside = path("edited.plist");
-  writeFile(beside, bytes);
+  tests::writeAll(beside, bytes);
   // Between two file systems a file cannot be moved into place.
   std::error_code error;
   fs::rename(beside, preferencesPath(), error);
   if (!error) return;
   const std::string temporary = preferencesPath() + ".edited";
-  writeFile(temporary, bytes);
+  tests::writeAll(temporary, bytes);
   fs::rename(temporary, preferencesPath());
 }
 
 Lines Installation::log() const {
-  const std::string text = readFile(logPath());
+  const std::string text = tests::readAll(logPath());
   Lines lines;
   std::size_t start = 0;
   for (std::size_t end = text.find('\n'); end != text.npos; end = text.find('\n', start)) {
@@ -179,7 +180,8 @@ bool Installation::waitForLog(std::size_t count, std::string_view text) {
 
 std::string Installation::status() const {
   if (!fs::exists(statusPath())) return "missing";
-  const std::optional<plist::Value> value = platform::parsePropertyList(readFile(statusPath()));
+  const std::optional<plist::Value> value =
+      platform::parsePropertyList(tests::readAll(statusPath()));
   return value ? textOf(*value) : "unparsable";
 }
 
@@ -233,23 +235,6 @@ void Installation::waitUntilPostsAreHeard() const {
     ASSERT_EQ(poll(&end, 1, kBetweenLooksMs), 0) << "the daemon died by itself";
     ASSERT_LT(Clock::now(), deadline) << "the daemon does not listen";
   }
-}
-
-std::string readFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void writeFile(const std::string& path, std::string_view bytes) {
-  std::ofstream file(path, std::ios::binary);
-  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  EXPECT_TRUE(file.flush()) << path;
-}
-
-mode_t modeOf(const std::string& path) {
-  struct stat status {};
-  EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
-  return status.st_mode & 07777U;
 }
 
 Lines filesIn(const std::string& directory) {

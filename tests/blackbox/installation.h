@@ -98,9 +98,6 @@ class Installation {
   std::unique_ptr<ChildProcess> daemon_;
 };
 
-std::string readFile(const std::string& path);
-void writeFile(const std::string& path, std::string_view bytes);
-mode_t modeOf(const std::string& path);
 // The names in a directory, sorted.
 Lines filesIn(const std::string& directory);
 

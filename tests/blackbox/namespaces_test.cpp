@@ -16,6 +16,7 @@
 #include "tests/blackbox/installation.h"
 #include "tests/blackbox/memory_file_system.h"
 #include "tests/blackbox/target.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -63,14 +64,14 @@ TEST_F(PrivilegedFileSystems, KeepTheOldStatusWholeWhileTheyAreFull) {
   installation.start();
   const std::string old_status = "{" + entry(first, a) + "}";
   ASSERT_EQ(installation.statusOnce(old_status), old_status);
-  const std::string old_bytes = readFile(installation.statusPath());
+  const std::string old_bytes = tests::readAll(installation.statusPath());
 
   const Target b(second);
   const std::string filler = installation.preferencesDirectory() + "/filler";
   fillUp(filler);
   installation.post();
   ASSERT_TRUE(installation.waitForRemoval("com.zel.vorlatch.status.plist."));
-  EXPECT_EQ(readFile(installation.statusPath()), old_bytes);
+  EXPECT_EQ(tests::readAll(installation.statusPath()), old_bytes);
   EXPECT_EQ(b.nice(), 3);
 
   fs::remove(filler);
@@ -119,7 +120,7 @@ TEST(PrivilegedProcessTable, OfAFreshInstallationLetsThePresetBeMadeAndUsed) {
   log.insert(log.begin() + 1, "[配置] 已生成默认预设参数");
   EXPECT_EQ(installation.log(), log);
   EXPECT_EQ(installation.passes(), 1);
-  const auto preset = platform::parsePropertyList(readFile(installation.preferencesPath()));
+  const auto preset = platform::parsePropertyList(tests::readAll(installation.preferencesPath()));
   EXPECT_TRUE(preset && *preset == plist::Value(defaultPreset()));
   EXPECT_EQ(filesIn(installation.preferencesDirectory()),
             (Lines{"Vorlatch.log", "com.zel.vorlatch.plist"}));
@@ -134,7 +135,7 @@ TEST(PrivilegedProcessTable, OfAFreshInstallationLetsThePresetBeMadeAndUsed) {
             (Lines{"Vorlatch.log", "com.zel.vorlatch.plist", "com.zel.vorlatch.status.plist"}));
   for (const std::string& path :
        {installation.preferencesPath(), installation.logPath(), installation.statusPath()}) {
-    EXPECT_EQ(modeOf(path), 0666U) << path;
+    EXPECT_EQ(tests::modeOf(path), 0666U) << path;
   }
 }
 

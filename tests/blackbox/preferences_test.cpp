@@ -7,6 +7,7 @@
 #include "tests/blackbox/installation.h"
 #include "tests/blackbox/property_list_bytes.h"
 #include "tests/blackbox/target.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -114,9 +115,9 @@ TEST(Preferences, MayNameTargetsThatNoProcessCanBear) {
   EXPECT_TRUE(installation.waitForLog(0, "[恢复] 目标: " + ordinary.key + " PID: "));
   EXPECT_EQ(installation.statusOnce("{}"), "{}");
   for (int limit_mb = 3; limit_mb <= 8; ++limit_mb) {
-    EXPECT_EQ(readFile(installation.logPath()).find(triedLimit(limit_mb)), std::string::npos);
+    EXPECT_EQ(tests::readAll(installation.logPath()).find(triedLimit(limit_mb)), std::string::npos);
   }
-  const std::string log = readFile(installation.logPath());
+  const std::string log = tests::readAll(installation.logPath());
   EXPECT_NE(log.find("] [进程] 目标: " + two_lines.key +
                      " 已启动 PID: " + std::to_string(lines.pid()) + " \n"),
             log.npos);

@@ -5,6 +5,7 @@
 #include "tests/blackbox/expected_log.h"
 #include "tests/blackbox/installation.h"
 #include "tests/blackbox/target.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -18,13 +19,13 @@ std::string oldLog(std::size_t bytes) {
 TEST(Startup, KeepsAnOldLogOfSeveralMegabytesAndLetsEveryoneWriteIt) {
   Installation installation;
   const std::string old_log = oldLog(5'000'000);
-  writeFile(installation.logPath(), old_log);
+  tests::writeAll(installation.logPath(), old_log);
   std::filesystem::permissions(installation.logPath(), std::filesystem::perms(0600));
   installation.writePreferences(plist::Dictionary{{"Enabled", false}, {"LogSizeLimit", 0}});
   installation.start();
 
-  EXPECT_EQ(modeOf(installation.logPath()), 0666U);
-  EXPECT_TRUE(readFile(installation.logPath()).starts_with(old_log));
+  EXPECT_EQ(tests::modeOf(installation.logPath()), 0666U);
+  EXPECT_TRUE(tests::readAll(installation.logPath()).starts_with(old_log));
   const Lines lines = installation.log();
   const Lines banner = startLines(installation.daemon());
   ASSERT_GT(lines.size(), banner.size());
@@ -34,13 +35,13 @@ TEST(Startup, KeepsAnOldLogOfSeveralMegabytesAndLetsEveryoneWriteIt) {
 
 TEST(Startup, ClearsALogOverTheCapAtTheFirstPass) {
   Installation installation;
-  writeFile(installation.logPath(), oldLog(3'000'000));
+  tests::writeAll(installation.logPath(), oldLog(3'000'000));
   std::filesystem::permissions(installation.logPath(), std::filesystem::perms(0600));
   installation.writePreferences(plist::Dictionary{{"Enabled", false}});
   installation.start();
 
   EXPECT_EQ(installation.log(), Lines{"[守护] 日志大小超过设定限制(2.0MB)，已自动清空。"});
-  EXPECT_EQ(modeOf(installation.logPath()), 0666U);
+  EXPECT_EQ(tests::modeOf(installation.logPath()), 0666U);
 }
 
 TEST(Startup, LeavesAnEmptyPreferencesFileAloneAndRunsSwitchedOff) {
@@ -48,7 +49,7 @@ TEST(Startup, LeavesAnEmptyPreferencesFileAloneAndRunsSwitchedOff) {
   installation.writePreferencesBytes("");
   installation.start();
   EXPECT_EQ(installation.log(), startLines(installation.daemon()));
-  EXPECT_EQ(readFile(installation.preferencesPath()), "");
+  EXPECT_EQ(tests::readAll(installation.preferencesPath()), "");
 }
 
 TEST(Startup, RunsWithoutAPreferencesDirectoryAndUsesItOnceItIsThere) {

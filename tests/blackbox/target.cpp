@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "platform/property_list.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -39,7 +40,7 @@ Program appIdentified(const Installation& installation, const std::string& ident
   const std::string bundle = installation.path("Applications/" + identifier + ".app");
   Program app{.executable = installIdler(bundle, ownName("app")), .key = identifier};
   const plist::Dictionary info{{"CFBundleIdentifier", identifier}, {"CFBundleName", "An app"}};
-  writeFile(bundle + "/Info.plist", platform::writeXmlPropertyList(info));
+  tests::writeAll(bundle + "/Info.plist", platform::writeXmlPropertyList(info));
   return app;
 }
 

@@ -5,6 +5,7 @@
 #include "tests/blackbox/expected_log.h"
 #include "tests/blackbox/installation.h"
 #include "tests/blackbox/target.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -188,7 +189,7 @@ TEST_F(PrivilegedTargets, KeepTheirBandWhenTheDaemonIsKilledAndAreTakenUpAgain) 
   EXPECT_EQ(target.nice(), -7);
 
   // An entry of the earlier run that nothing in the file asks for any more.
-  writeFile(installation_.statusPath(), "an old status");
+  tests::writeAll(installation_.statusPath(), "an old status");
   installation_.writePreferences(preferencesWith(
       {{program.key, plist::Dictionary{{"JetsamPriority", -1}, {"NiceValue", -7}}}}));
   installation_.start();

@@ -7,6 +7,7 @@
 #include "tests/blackbox/expected_log.h"
 #include "tests/blackbox/installation.h"
 #include "tests/blackbox/target.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -80,8 +81,8 @@ TEST(PrivilegedUnprivilegedDaemon, ChangesNoFileThatItMayNotChange) {
   const Program program = programNamed(installation, ownName("sealed"));
   Target target(program);
   installation.writePreferences(preferencesWith({{program.key, plist::Dictionary{}}}));
-  writeFile(installation.logPath(), "[06-01 12:00:00] [守护] an earlier line\n");
-  writeFile(installation.statusPath(), "an earlier status");
+  tests::writeAll(installation.logPath(), "[06-01 12:00:00] [守护] an earlier line\n");
+  tests::writeAll(installation.statusPath(), "an earlier status");
   for (const std::string& path : {installation.logPath(), installation.statusPath()}) {
     fs::permissions(path, fs::perms(0644));
   }
@@ -92,9 +93,9 @@ TEST(PrivilegedUnprivilegedDaemon, ChangesNoFileThatItMayNotChange) {
   EXPECT_TRUE(installation.watch().staysQuietFor(std::chrono::milliseconds(300)));
 
   EXPECT_EQ(installation.log(), Lines{"[守护] an earlier line"});
-  EXPECT_EQ(readFile(installation.statusPath()), "an earlier status");
+  EXPECT_EQ(tests::readAll(installation.statusPath()), "an earlier status");
   for (const std::string& path : {installation.logPath(), installation.statusPath()}) {
-    EXPECT_EQ(modeOf(path), 0644U);
+    EXPECT_EQ(tests::modeOf(path), 0644U);
   }
   EXPECT_EQ(filesIn(installation.preferencesDirectory()),
             (Lines{"Vorlatch.log", "com.zel.vorlatch.plist", "com.zel.vorlatch.status.plist"}));

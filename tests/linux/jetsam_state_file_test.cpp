@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/linux/machine.h"
+#include "tests/support/files.h"
 
 namespace vorlatch::platform {
 namespace {
@@ -29,7 +30,7 @@ class ThousandProcesses final : public model::ProcessList {
 const ThousandProcesses kThousandProcesses;
 
 std::string bootId() {
-  std::string text = readFile("/proc/sys/kernel/random/boot_id");
+  std::string text = tests::readAll("/proc/sys/kernel/random/boot_id");
   text.resize(36);
   return text;
 }
@@ -72,7 +73,7 @@ void addRecord(JetsamStateFile& file, std::int32_t pid) {
 
 std::vector<std::int32_t> pidsIn(const std::string& path) {
   std::vector<std::int32_t> pids;
-  const auto table = decodeJetsamTable(readFile(path), bootId());
+  const auto table = decodeJetsamTable(tests::readAll(path), bootId());
   if (!table) return {-1};
   for (const auto& entry : table->records) pids.push_back(entry.first);
   return pids;
@@ -110,11 +111,11 @@ TEST(JetsamStateFile, MakesItsDirectoriesAndLetsNobodyElseReadTheState) {
   const mode_t before = umask(077);
   addRecord(file, 5);
   umask(before);
-  EXPECT_EQ(modeOf(root / "var"), 0755U);
-  EXPECT_EQ(modeOf(root / "var/run"), 0755U);
-  EXPECT_EQ(modeOf(root / "var/run/vorlatch"), 01777U);
-  EXPECT_EQ(modeOf(root / "var/run/vorlatch/jetsam.state"), 0600U);
-  EXPECT_EQ(modeOf(root / "var/run/vorlatch/jetsam.state.lock"), 0600U);
+  EXPECT_EQ(tests::modeOf(root / "var"), 0755U);
+  EXPECT_EQ(tests::modeOf(root / "var/run"), 0755U);
+  EXPECT_EQ(tests::modeOf(root / "var/run/vorlatch"), 01777U);
+  EXPECT_EQ(tests::modeOf(root / "var/run/vorlatch/jetsam.state"), 0600U);
+  EXPECT_EQ(tests::modeOf(root / "var/run/vorlatch/jetsam.state.lock"), 0600U);
   EXPECT_EQ(pidsIn(root / "var/run/vorlatch/jetsam.state"), (Pids{5}));
 }
 
@@ -169,8 +170,8 @@ TEST(JetsamStateFile, StartsAnewOverADamagedFileAndALeftTemporaryOne) {
   const TemporaryDirectory root;
   for (const std::string& damaged :
        {std::string(), std::string("rubbish"), std::string(300, 'x')}) {
-    writeFile(root / "state", damaged);
-    writeFile(root / "state.new", "left by a killed process");
+    tests::writeAll(root / "state", damaged);
+    tests::writeAll(root / "state.new", "left by a killed process");
     JetsamStateFile file(root / "state");
     EXPECT_EQ(read(file), JetsamTable{});
     addRecord(file, 8);
@@ -183,19 +184,19 @@ TEST(JetsamStateFile, FollowsNoLink) {
   for (const char* name : {"state", "state.lock", "state.new"}) {
     const TemporaryDirectory root;
     const std::string target = root / "elsewhere";
-    writeFile(target, "not ours to touch");
+    tests::writeAll(target, "not ours to touch");
     std::filesystem::create_symlink(target, root / name);
     JetsamStateFile file(root / "state");
     addRecord(file, 5);
     addRecord(file, 6);
-    EXPECT_EQ(readFile(target), "not ours to touch") << name;
+    EXPECT_EQ(tests::readAll(target), "not ours to touch") << name;
     EXPECT_EQ(read(file).records.size(), 2U) << name;
   }
 }
 
 TEST(JetsamStateFile, TakesNoStateThroughALink) {
   const TemporaryDirectory root;
-  writeFile(root / "elsewhere", encodeJetsamTable(sampleTable(), bootId()));
+  tests::writeAll(root / "elsewhere", encodeJetsamTable(sampleTable(), bootId()));
   std::filesystem::create_symlink(root / "elsewhere", root / "state");
   JetsamStateFile file(root / "state");
   EXPECT_EQ(read(file), JetsamTable{});
@@ -203,7 +204,7 @@ TEST(JetsamStateFile, TakesNoStateThroughALink) {
 
 TEST(JetsamStateFile, KeepsNoStateUnderALockThatIsALink) {
   const TemporaryDirectory root;
-  writeFile(root / "elsewhere", "");
+  tests::writeAll(root / "elsewhere", "");
   std::filesystem::create_symlink(root / "elsewhere", root / "state.lock");
   JetsamStateFile file(root / "state");
   addRecord(file, 5);
@@ -213,7 +214,7 @@ TEST(JetsamStateFile, KeepsNoStateUnderALockThatIsALink) {
 
 TEST(JetsamStateFile, KeepsTheStateInMemoryWhereThereIsNoPlaceForIt) {
   const TemporaryDirectory root;
-  writeFile(root / "var", "a file where a directory should be");
+  tests::writeAll(root / "var", "a file where a directory should be");
   JetsamStateFile file(root / "var/run/vorlatch/jetsam.state");
   addRecord(file, 5);
   addRecord(file, 1001);
@@ -225,13 +226,13 @@ TEST(PrivilegedJetsamStateFile, TrustsNoFileOfAnotherUser) {
   for (const char* name : {"state", "state.lock"}) {
     const TemporaryDirectory root;
     const std::string bytes = encodeJetsamTable(sampleTable(), bootId());
-    writeFile(root / name, bytes);
+    tests::writeAll(root / name, bytes);
     ASSERT_EQ(chown((root / name).c_str(), 65534, 65534), 0);
     JetsamStateFile file(root / "state");
     EXPECT_EQ(read(file), JetsamTable{}) << name;
     addRecord(file, 5);
     EXPECT_EQ(read(file).records.size(), 1U) << name;
-    EXPECT_EQ(readFile(root / name), bytes) << name;
+    EXPECT_EQ(tests::readAll(root / name), bytes) << name;
   }
 }
 
@@ -267,7 +268,7 @@ TEST(JetsamStateFile, LosesNothingBetweenThreadsAndProcesses) {
     EXPECT_EQ(waitpid(pid, &status, 0), pid);
     EXPECT_EQ(status, 0);
   }
-  const auto table = decodeJetsamTable(readFile(root / "state"), bootId());
+  const auto table = decodeJetsamTable(tests::readAll(root / "state"), bootId());
   ASSERT_TRUE(table);
   EXPECT_EQ(table->records.size(), 400U);
   EXPECT_EQ(table->next_arrival, 401);

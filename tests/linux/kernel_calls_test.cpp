@@ -15,6 +15,7 @@
 #include "platform/linux/jetsam_state_file.h"
 #include "platform/memorystatus.h"
 #include "tests/linux/machine.h"
+#include "tests/support/files.h"
 
 namespace vorlatch::platform {
 namespace {
@@ -243,9 +244,9 @@ TEST(PrivilegedKernelCalls, ShareTheirStateWithEveryProgramOfTheRoot) {
 
 TEST(PrivilegedKernelCalls, ForgetTheStateWithTheProcess) {
   const auto is_kept = [](pid_t pid) {
-    std::string boot_id = readFile("/proc/sys/kernel/random/boot_id");
+    std::string boot_id = tests::readAll("/proc/sys/kernel/random/boot_id");
     boot_id.resize(36);
-    const auto table = decodeJetsamTable(readFile(runtimePath("jetsam.state")), boot_id);
+    const auto table = decodeJetsamTable(tests::readAll(runtimePath("jetsam.state")), boot_id);
     return table && table->records.contains(pid);
   };
   Child gone;

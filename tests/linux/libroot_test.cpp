@@ -15,6 +15,7 @@
 
 #include "platform/root_prefix_library.h"
 #include "tests/linux/machine.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -106,7 +107,7 @@ TEST(Libroot, GivesTheSameTextEachTime) {
 TEST(Libroot, GivesTheMachinesBootIdentifier) {
   const TemporaryDirectory directory;
   const Library library(directory / "jb/usr/lib/libroot.so");
-  std::string expected = readFile("/proc/sys/kernel/random/boot_id");
+  std::string expected = tests::readAll("/proc/sys/kernel/random/boot_id");
   expected.resize(36);
   for (char& c : expected) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   EXPECT_EQ(library.get("libroot_get_boot_uuid"), expected);

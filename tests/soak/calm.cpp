@@ -13,6 +13,7 @@
 #include "platform/linux/jetsam_state_file.h"
 #include "tests/soak/chaos.h"
 #include "tests/soak/log_forms.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -86,7 +87,7 @@ void Chaos::expectCalm() {
   expectHeld();
   expectTicks();
   expectHeld();
-  const std::string log = readFile(installation_.logPath());
+  const std::string log = tests::readAll(installation_.logPath());
   const std::size_t tail = log.size() > kLogTailBytes ? log.size() - kLogTailBytes : 0;
   EXPECT_EQ(brokenLines(log.substr(std::min(log.find('\n', tail) + 1, log.size()))), Lines{});
   ++calms_;

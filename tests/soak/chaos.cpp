@@ -12,6 +12,7 @@
 #include "config/preferences.h"
 #include "config/status_file.h"
 #include "platform/property_list.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -90,7 +91,7 @@ Chaos::Chaos(std::uint64_t seed)
 
 void Chaos::start() {
   started_ = Clock::now();
-  status_before_start_ = readFile(installation_.statusPath());
+  status_before_start_ = tests::readAll(installation_.statusPath());
   installation_.startWithoutWaiting();
   installation_.waitUntilPostsAreHeard();
   calms_of_this_life_ = 0;
@@ -211,7 +212,7 @@ void Chaos::finishEditors(const Round& round) {
 }
 
 void Chaos::lookAtStatus() {
-  const std::string bytes = readFile(installation_.statusPath());
+  const std::string bytes = tests::readAll(installation_.statusPath());
   if (bytes == status_before_start_) return;
   ++status_looks_;
   for (const auto& [key, entry] : dictionaryIn(installation_.statusPath())) {

@@ -11,6 +11,7 @@
 #include "platform/property_list.h"
 #include "tests/blackbox/property_list_bytes.h"
 #include "tests/blackbox/target.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -200,7 +201,7 @@ bool replaceFile(const std::string& path, const std::string& bytes) {
 }
 
 plist::Dictionary dictionaryIn(const std::string& path) {
-  std::optional<plist::Value> value = platform::parsePropertyList(readFile(path));
+  std::optional<plist::Value> value = platform::parsePropertyList(tests::readAll(path));
   auto* dictionary = value ? value->as<Dictionary>() : nullptr;
   return dictionary != nullptr ? std::move(*dictionary) : Dictionary{};
 }

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/blackbox/installation.h"
+#include "tests/support/files.h"
 #include "tests/support/stamp.h"
 
 namespace vorlatch {
@@ -15,7 +16,7 @@ using std::string_view;
 
 // The first column of the document's tables; the heads of the columns are not in backticks.
 Lines readForms() {
-  const std::string document = readFile(VORLATCH_LOG_DOCUMENT);
+  const std::string document = tests::readAll(VORLATCH_LOG_DOCUMENT);
   Lines forms;
   constexpr string_view kCellBegins = "\n| `";
   std::size_t at = 0;

@@ -17,6 +17,7 @@
 
 #include "platform/property_list.h"
 #include "tests/blackbox/installation.h"
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -46,7 +47,7 @@ void Onlooker::look() {
     const std::string path = directory_ + "/" + name;
     if (!seen_.contains(name) && !std::filesystem::exists(path)) continue;
     seen_.insert(name);
-    const std::string bytes = readFile(path);
+    const std::string bytes = tests::readAll(path);
     const std::optional<plist::Value> value = platform::parsePropertyList(bytes);
     ++looks_;
     if (!value || value->as<plist::Dictionary>() == nullptr) find(name + ": " + bytes);

@@ -30,6 +30,7 @@
 #include "tests/blackbox/target.h"
 #include "tests/soak/log_forms.h"
 #include "tests/support/dice.h"
+#include "tests/support/files.h"
 #include "tests/support/run_options.h"
 
 namespace vorlatch {
@@ -75,8 +76,8 @@ class MovingApp {
   explicit MovingApp(std::string identifier) : identifier_(std::move(identifier)) {
     fs::create_directories(bundle());
     fs::copy_file(VORLATCH_IDLER, executable());
-    writeFile(bundle() + "/Info.plist",
-              platform::writeXmlPropertyList(Dictionary{{"CFBundleIdentifier", identifier_}}));
+    tests::writeAll(bundle() + "/Info.plist", platform::writeXmlPropertyList(
+                                                  Dictionary{{"CFBundleIdentifier", identifier_}}));
   }
   [[nodiscard]] std::string executable() const { return bundle() + "/app"; }
   void move() {
@@ -174,7 +175,7 @@ class ThreadStress : public testing::Test {
 
   // Nothing writes at present.
   void expectWholeLog() {
-    const std::string log = readFile(Tree::file(kLogFileName));
+    const std::string log = tests::readAll(Tree::file(kLogFileName));
     EXPECT_EQ(brokenLines(log), Lines{});
     if (log.find("已自动清空") != log.npos) ++cleared_logs_;
   }

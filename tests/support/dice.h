@@ -17,6 +17,7 @@ class Dice {
   int between(int least, int most) {
     return least + static_cast<int>(below(static_cast<std::size_t>(most - least) + 1));
   }
+  // True in so many cases of a hundred; in one case of so many.
   bool percent(std::size_t chance) { return below(100) < chance; }
   bool oneIn(std::size_t count) { return below(count) == 0; }
   // One of a list that is not empty.

@@ -4,9 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 
-#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
 #include "tests/support/error_stream.h"

@@ -8,6 +8,7 @@ namespace vorlatch {
 
 inline constexpr std::size_t kStampLength = 17;
 
+// Whether a line begins with a stamp, its brackets and its blank.
 inline bool isStamped(std::string_view line) {
   constexpr std::string_view kForm = "[00-00 00:00:00] ";
   static_assert(kForm.size() == kStampLength);

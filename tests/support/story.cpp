@@ -1,11 +1,7 @@
 #include "tests/support/story.h"
 
-#include <sys/stat.h>
-
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -119,37 +115,9 @@ plist::Dictionary Story::status() const {
   return readDictionary(statusFile());
 }
 
-bool isStamped(const std::string& line) {
-  static constexpr std::string_view kForm = "[00-00 00:00:00] ";
-  if (line.size() < kForm.size()) return false;
-  for (std::size_t i = 0; i < kForm.size(); ++i) {
-    const bool digit = line[i] >= '0' && line[i] <= '9';
-    if (kForm[i] == '0' ? !digit : line[i] != kForm[i]) return false;
-  }
-  return true;
-}
-
-std::string readAll(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream contents;
-  contents << file.rdbuf();
-  return contents.str();
-}
-
-void writeAll(const std::string& path, std::string_view bytes) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  ASSERT_TRUE(file.good()) << path;
-}
-
 std::size_t openFiles() {
   const std::filesystem::directory_iterator descriptors("/proc/self/fd");
   return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
-}
-
-unsigned modeOf(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
 }
 
 }  // namespace vorlatch::tests

@@ -10,6 +10,7 @@
 
 #include "platform/plist_value.h"
 #include "platform/simulated/device.h"
+#include "tests/support/files.h"
 
 namespace vorlatch::tests {
 
@@ -47,9 +48,11 @@ class Story {
   void start() const;
   // Starts it, lets the first pass run, and forgets the log and the calls up to then.
   void startAndSettle();
+  // Lets so much of the device's time pass.
   void run(std::chrono::nanoseconds duration) const;
   // Another program posts that the preferences changed.
   void post() const;
+  // Likewise, and the pass runs that it brings about.
   void postAndRun() const;
 
   // The log's lines since the last time, without their stamps; a line without one fails the test.
@@ -64,13 +67,7 @@ class Story {
   std::size_t log_read_ = 0;
 };
 
-// Whether the line of a log begins with a stamp, its brackets and a blank.
-bool isStamped(const std::string& line);
-std::string readAll(const std::string& path);
-void writeAll(const std::string& path, std::string_view bytes);
 // How many descriptors this process has open.
 std::size_t openFiles();
-// The permission bits of a file, 0 when there is none.
-unsigned modeOf(const std::string& path);
 
 }  // namespace vorlatch::tests
