@@ -215,7 +215,9 @@ void Chaos::lookAtStatus() {
   const std::string bytes = tests::readAll(installation_.statusPath());
   if (bytes == status_before_start_) return;
   ++status_looks_;
-  for (const auto& [key, entry] : dictionaryIn(installation_.statusPath())) {
+  const auto list = platform::parsePropertyList(bytes);
+  ASSERT_TRUE(list && list->as<Dictionary>() != nullptr) << bytes;
+  for (const auto& [key, entry] : *list->as<Dictionary>()) {
     const auto* numbers = entry.as<Dictionary>();
     ASSERT_NE(numbers, nullptr) << bytes;
     const std::int32_t pid = integerSetting(*numbers, status_keys::kPid);
@@ -244,6 +246,14 @@ void Chaos::finish() {
     }
   }
   EXPECT_LE(left_behind, kills_);
+  // Chaos without one of these is none.
+  EXPECT_GT(kills_, 0);
+  EXPECT_GT(full_disks_, 0);
+  EXPECT_GT(log_clearings_, 0);
+  EXPECT_GT(status_looks_, 0);
+  EXPECT_GT(onlooker_.looks(), 0);
+  EXPECT_GT(sumOf(editors_, &ControlEditor::done), 0);
+  for (const ForeignEditor& foreigner : foreigners_) EXPECT_GT(foreigner.replacements(), 0);
 }
 
 std::string Chaos::fillerPath() const {

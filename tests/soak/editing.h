@@ -25,6 +25,7 @@ struct ControlEdit {
 // Gives the target all settings that it can have, at random, but such that what they make of a
 // process does not depend on what it went through before.
 ControlEdit wholeEdit(tests::Dice& dice, const std::string& key, int remark);
+// Switches the daemon on or off.
 ControlEdit switchEdit(bool on);
 
 // Runs one vorlatchctl after the other. Its targets are its own: no other editor touches them.
@@ -35,7 +36,9 @@ class ControlEditor {
                 plist::Dictionary& expected)
       : installation_(installation), keys_(std::move(keys)), expected_(expected) {}
 
+  // Whether its vorlatchctl still runs; one that has ended counts as done or refused from here on.
   [[nodiscard]] bool isBusy();
+  // Starts one; it must not be busy.
   void begin(ControlEdit edit);
   // Some edit of one of its targets that the preferences as they have to be allow.
   void beginSome(tests::Dice& dice);

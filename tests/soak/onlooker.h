@@ -20,7 +20,7 @@ class Onlooker {
   Onlooker& operator=(const Onlooker&) = delete;
   ~Onlooker() { stop(); }
 
-  // Ends it; only then may the two be asked.
+  // Ends it; only then may looks and findings be asked.
   void stop();
   [[nodiscard]] int looks() const { return looks_; }
   // What was not so; the first few.
