@@ -1,5 +1,5 @@
-// Every call that the daemon makes on a file, in one place. All of it is POSIX and the same on
-// every platform. Safe to call from any thread.
+// Every call by which the daemon finds, opens, moves or changes a file, in one place. All of it is
+// POSIX and the same on every platform. Safe to call from any thread.
 //
 // The daemon is root, and its files lie where others may put anything in their place, at any
 // moment. A plain file is what it may change: regular, under this one name, and reached through no

@@ -14,7 +14,7 @@ std::optional<plist::Value> readPropertyList(const std::string& path) {
     const std::optional<std::string> bytes = readFile(path, kMaxPropertyListBytes);
     return bytes ? propertyListIn(*bytes) : std::nullopt;
   } catch (const std::bad_alloc&) {
-    // The one allocation that somebody else can make as large as the bound.
+    // The first and largest allocations whose size, up to the bound, is somebody else's choice.
     return std::nullopt;
   }
 }
