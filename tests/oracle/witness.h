@@ -41,8 +41,8 @@ class Witness {
   Witness& operator=(const Witness&) = delete;
   virtual ~Witness() = default;
 
-  // A call of the kernel or of the process table, with the numbers before its buffer; nothing
-  // for a call that takes no buffer.
+  // A call of the kernel or of the process table, with the numbers before its buffer, and no buffer
+  // where it takes none.
   virtual Answer call(std::string_view function, const std::vector<std::int64_t>& arguments,
                       const std::optional<Buffer>& buffer) = 0;
   // A call about queues, timers or notifications, as the simulated device tells it. Gives the
