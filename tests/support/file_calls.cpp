@@ -50,7 +50,7 @@ int wrapFflush(std::FILE*) VORLATCH_WRAP("fflush");
 
 namespace {
 
-FileCallTaker*& taker() {
+FileCallTaker*& currentTaker() {
   static FileCallTaker* one = nullptr;
   return one;
 }
@@ -69,26 +69,26 @@ size_t amount(size_t whole, bool in_part) {
 template <typename Real>
 auto onPath(const char* name, const char* path, const std::vector<std::int64_t>& arguments,
             const Real& real) -> decltype(real(false)) {
-  if (taker() == nullptr) return real(false);
+  if (currentTaker() == nullptr) return real(false);
   return static_cast<decltype(real(false))>(
-      taker()->take({.name = name, .arguments = arguments, .path = path}, real));
+      currentTaker()->take({.name = name, .arguments = arguments, .path = path}, real));
 }
 
 template <typename Real>
 auto onDescriptor(const char* name, int descriptor, const Real& real) -> decltype(real(false)) {
-  if (taker() == nullptr) return real(false);
+  if (currentTaker() == nullptr) return real(false);
   return onPath(name, paths()[descriptor].c_str(), {}, real);
 }
 
 int opened(int descriptor, const std::string& path) {
-  if (descriptor >= 0 && taker() != nullptr) paths()[descriptor] = path;
+  if (descriptor >= 0 && currentTaker() != nullptr) paths()[descriptor] = path;
   return descriptor;
 }
 
 }  // namespace
 
-void letTakeFileCalls(FileCallTaker* next) {
-  taker() = next;
+void letTakeFileCalls(FileCallTaker* taker) {
+  currentTaker() = taker;
 }
 
 int wrapOpen(const char* path, int flags, ...) {
@@ -150,7 +150,7 @@ int wrapFtruncate(int descriptor, off_t length) {
 }
 
 int wrapDup2(int from, int to) {
-  const std::string path = taker() != nullptr ? paths()[from] : std::string();
+  const std::string path = currentTaker() != nullptr ? paths()[from] : std::string();
   return onPath("dup2", path.c_str(), {to}, [&](bool) { return realDup2(from, to); });
 }
 
@@ -165,7 +165,7 @@ int wrapUnlink(const char* path) {
 int wrapFprintf(std::FILE* stream, const char* format, ...) {
   va_list values;
   va_start(values, format);
-  if (taker() == nullptr || stream != stderr) {
+  if (currentTaker() == nullptr || stream != stderr) {
     const int written = std::vfprintf(stream, format, values);
     va_end(values);
     return written;
@@ -176,16 +176,16 @@ int wrapFprintf(std::FILE* stream, const char* format, ...) {
   const std::string line(text, static_cast<size_t>(length));
   std::free(text);
   return static_cast<int>(
-      taker()->take({.name = "line", .line = line}, [&](bool in_part) -> std::int64_t {
+      currentTaker()->take({.name = "line", .line = line}, [&](bool in_part) -> std::int64_t {
         const size_t size = amount(line.size(), in_part);
         return std::fwrite(line.data(), 1, size, stream) == size ? static_cast<int>(size) : -1;
       }));
 }
 
 int wrapFflush(std::FILE* stream) {
-  if (taker() == nullptr || stream != stderr) return realFflush(stream);
+  if (currentTaker() == nullptr || stream != stderr) return realFflush(stream);
   return static_cast<int>(
-      taker()->take({.name = "flush"}, [&](bool) { return realFflush(stream); }));
+      currentTaker()->take({.name = "flush"}, [&](bool) { return realFflush(stream); }));
 }
 
 }  // namespace vorlatch::tests
