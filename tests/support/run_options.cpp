@@ -1,19 +1,23 @@
 #include "tests/support/run_options.h"
 
 #include <charconv>
+#include <limits>
 #include <optional>
 #include <string_view>
 
 namespace vorlatch::tests {
 namespace {
 
+// More than a century, and little enough for a clock of nanoseconds.
+constexpr std::uint64_t kMostSeconds = std::numeric_limits<std::uint32_t>::max();
+
 RunOptions& options() {
   static RunOptions read;
   return read;
 }
 
-std::optional<std::uint32_t> numberIn(std::string_view text) {
-  std::uint32_t number = 0;
+std::optional<std::uint64_t> numberIn(std::string_view text) {
+  std::uint64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
   return number;
@@ -28,9 +32,9 @@ const RunOptions& runOptions() {
 bool readRunOptions(int argc, char** argv) {
   for (int i = 1; i < argc; i += 2) {
     const std::string_view name = argv[i];
-    const std::optional<std::uint32_t> number = i + 1 < argc ? numberIn(argv[i + 1]) : std::nullopt;
+    const std::optional<std::uint64_t> number = i + 1 < argc ? numberIn(argv[i + 1]) : std::nullopt;
     if (!number) return false;
-    if (name == "--seconds") {
+    if (name == "--seconds" && *number <= kMostSeconds) {
       options().duration = std::chrono::seconds(*number);
     } else if (name == "--seed") {
       options().seed = *number;
