@@ -1,8 +1,8 @@
 """Changes the core's sources in one small place at a time, and tells which changes no test notices.
 
-The changes are drawn by a seed, as many from each folder as the others as far as it has them, and only
-those that compile are counted. Each survivor is printed as a diff, the sum at the end. Works on a copy
-under build/mutate.
+The changes are drawn by a seed, from the folders in turn until each has no more, and only those that
+compile are counted. Each survivor is printed as a diff, the sum at the end. Works on a copy under
+build/mutate.
 """
 
 import argparse
@@ -20,15 +20,29 @@ from mutants import FOLDERS, BuildError, Mutant, TestBuild
 from mutations import mutations_in
 
 
+def core_sources(root):
+    """By its path below the root: every source in the core's folders."""
+    return {
+        path.relative_to(root).as_posix(): path
+        for folder in FOLDERS
+        for path in sorted((root / folder).iterdir())
+        if path.suffix in (".cpp", ".h")
+    }
+
+
 def find_mutations(sources, names):
     """By folder: all mutations of the named files, or of every source in the core's folders."""
+    known = core_sources(sources)
+    if unknown := [name for name in names if name not in known]:
+        raise BuildError(f"no such source: {unknown[0]}")
     by_folder = {}
-    for folder in FOLDERS:
-        for path in sorted((sources / folder).iterdir()):
-            name = path.relative_to(sources).as_posix()
-            if path.suffix in (".cpp", ".h") and (not names or name in names):
-                text = path.read_text(encoding="utf-8")
-                by_folder.setdefault(folder, []).extend(mutations_in(name, text))
+    for name, path in known.items():
+        if names and name not in names:
+            continue
+        text = path.read_text(encoding="utf-8")
+        by_folder.setdefault(name.split("/")[0], []).extend(mutations_in(name, text))
+    if not any(by_folder.values()):
+        raise BuildError("there is nothing to change in " + ", ".join(names))
     return by_folder
 
 
@@ -67,7 +81,7 @@ def judge(tests, mutation, slots):
 
 
 def check_the_check(tests, by_folder, slots):
-    """An unchanged source must pass by the road that mutants take, and a change of a message die."""
+    """An unchanged source must pass by the road that mutants take, and one without a call die."""
     mutations = [mutation for folder in by_folder.values() for mutation in folder]
     first = mutations[0]
     unchanged = dataclasses.replace(first, end=first.start, replacement="")
@@ -154,8 +168,10 @@ def main():
     for slot in range(arguments.jobs):
         slots.put(slot)
     try:
+        root = arguments.root.resolve()
+        find_mutations(root, arguments.files)  # before anything is built for what is not there
         print("building the tests from a copy", file=sys.stderr)
-        tests = TestBuild(arguments.root.resolve())
+        tests = TestBuild(root)
         tests.find_cases()
         (tests.folder / "verdicts.txt").write_text("", encoding="utf-8")
         by_folder = find_mutations(tests.sources, arguments.files)
