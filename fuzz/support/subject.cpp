@@ -44,6 +44,19 @@ bool holdsLineEnd(const Dictionary& preferences) {
   });
 }
 
+// Where an interrupted release leaves the preferences.
+std::string setAsideFileName() {
+  return std::string(kPreferencesFileName) + ".released";
+}
+
+// Whether it is the command that puts back what an interrupted one like it set aside.
+bool mayPutBack(const Words& words) {
+  return commandOf(words) == "release" &&
+         std::any_of(words.begin(), words.end(), [](const std::string& word) {
+           return word.starts_with("--keep-preferences");
+         });
+}
+
 // Whether what the command prints is JSON.
 bool printsJson(const Words& words) {
   const bool may_want_it = std::any_of(words.begin(), words.end(), [](const std::string& word) {
@@ -203,9 +216,9 @@ tests::Output Subject::type(const Words& words) {
   tests::Output output = run(words);
   expectSound(output, printsJson(words));
   if (isEdit(commandOf(words))) {
-    expectOnlyPreferencesChanged(before);
-    // What an interrupted release set aside, the next one puts back.
-    if (!before.contains(std::string(kPreferencesFileName) + ".released")) {
+    const bool may_put_back = mayPutBack(words) && before.contains(setAsideFileName());
+    expectOnlyPreferencesChanged(before, may_put_back);
+    if (!may_put_back) {
       expectOnlyNamedChanges(preferences, readDictionary(preferencesFile()), words);
     }
   } else {
@@ -224,7 +237,7 @@ tests::Output Subject::look(const Command& command, bool wants_json) {
 tests::Output Subject::edit(const Command& command, bool wants_json) {
   const auto before = files();
   tests::Output output = runCommand(command, wants_json);
-  expectOnlyPreferencesChanged(before);
+  expectOnlyPreferencesChanged(before, false);
   return output;
 }
 
@@ -249,10 +262,13 @@ void Subject::expectSound(const tests::Output& output, bool is_json) const {
   if (output.status <= 1 && is_json) expectJson(output.out);
 }
 
-void Subject::expectOnlyPreferencesChanged(const std::map<std::string, std::string>& before) const {
-  for (const auto& [name, bytes] : files()) {
-    EXPECT_TRUE(name == kPreferencesFileName || before.contains(name)) << name << " was left";
-  }
+void Subject::expectOnlyPreferencesChanged(std::map<std::string, std::string> before,
+                                           bool may_put_back) const {
+  std::map<std::string, std::string> after = files();
+  const std::size_t had_preferences = before.erase(kPreferencesFileName);
+  EXPECT_GE(after.erase(kPreferencesFileName), had_preferences) << "the preferences are gone";
+  if (may_put_back && !after.contains(setAsideFileName())) before.erase(setAsideFileName());
+  EXPECT_EQ(after, before);
 }
 
 void Subject::putSoundPreferences() const {

@@ -76,7 +76,10 @@ class Subject : public tests::ControlStory {
   void expectSound(const tests::Output& output, bool is_json) const;
   // The bytes of each file in the daemon's directory but its log and status file, by name.
   [[nodiscard]] std::map<std::string, std::string> files() const;
-  void expectOnlyPreferencesChanged(const std::map<std::string, std::string>& before) const;
+  // `before` are the files before an edit. With `may_put_back` what an interrupted release set
+  // aside may be gone.
+  void expectOnlyPreferencesChanged(std::map<std::string, std::string> before,
+                                    bool may_put_back) const;
 
   std::string wechat_;
   std::uint64_t begin_ns_ = 0;
