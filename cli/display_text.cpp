@@ -31,8 +31,9 @@ constexpr std::array<Range, 14> kWide = {{{0x1100, 0x115F},
                                           {0x20000, 0x2FFFD},
                                           {0x30000, 0x3FFFD}}};
 // What combines with the character before it: marks, the vowels and finals of Hangul, and formats.
-constexpr std::array<Range, 15> kWithoutWidth = {{{0x0300, 0x036F},
+constexpr std::array<Range, 16> kWithoutWidth = {{{0x0300, 0x036F},
                                                   {0x0483, 0x0489},
+                                                  {0x061C, 0x061C},
                                                   {0x1160, 0x11FF},
                                                   {0x1AB0, 0x1ACE},
                                                   {0x1DC0, 0x1DFF},
@@ -86,8 +87,8 @@ std::string byteInHex(char byte) {
 
 // Characters that change what stands around them: the C1 controls and the changes of direction.
 bool isCommand(std::uint32_t character) {
-  constexpr std::array<Range, 4> kCommands = {
-      {{0x80, 0x9F}, {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}}};
+  constexpr std::array<Range, 5> kCommands = {
+      {{0x80, 0x9F}, {0x061C, 0x061C}, {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}}};
   return isIn(kCommands, character);
 }
 

@@ -44,10 +44,11 @@ bool isIn(char byte, unsigned first, unsigned last) {
 }
 
 // Of UTF-8 as its bytes: C0 and DEL; C1 (C2 80 on); the marks and embeddings of direction and the
-// separators (E2 80 8E on, E2 80 A8 on); the isolates (E2 81 A6 on).
+// separators (D8 9C, E2 80 8E on, E2 80 A8 on); the isolates (E2 81 A6 on).
 bool beginsWithCommand(std::string_view text) {
   if (text[0] != '\n' && (isIn(text[0], 0, 0x1F) || text[0] == '\x7F')) return true;
   if (text.size() >= 2 && text[0] == '\xC2') return isIn(text[1], 0x80, 0x9F);
+  if (text.starts_with("\xD8\x9C")) return true;
   if (text.size() < 3 || text[0] != '\xE2') return false;
   if (text[1] == '\x81') return isIn(text[2], 0xA6, 0xA9);
   return text[1] == '\x80' && (isIn(text[2], 0x8E, 0x8F) || isIn(text[2], 0xA8, 0xAE));

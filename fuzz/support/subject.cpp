@@ -100,7 +100,7 @@ const Words& preferencesWords() {
                                          "\t\x1b[2J",
                                          "com.tencent.",
                                          "e\xcc\x81",
-                                         "\xe2\x80\xae\xc2\x85\xe2\x80\xac",
+                                         "\xe2\x80\xae\xc2\x85\xd8\x9c\xe2\x80\xac",
                                          "1",
                                          "0",
                                          "210"};

@@ -40,6 +40,13 @@ TEST(VisibleText, SpellsCommandsBeyondAsciiOut) {
   EXPECT_EQ(visible(utf8(0x200F) + utf8(0x2028)), "\\xE2\\x80\\x8F\\xE2\\x80\\xA8");
 }
 
+TEST(VisibleText, SpellsEveryMarkOfDirectionOut) {
+  EXPECT_EQ(visible("a\u061c" + utf8(0x200E) + utf8(0x200F) + "b"),
+            "a\\xD8\\x9C\\xE2\\x80\\x8E\\xE2\\x80\\x8Fb");
+  EXPECT_EQ(cli::commandsEscaped("\"\u061c\u200e\u200f\""), "\"\\u061c\\u200e\\u200f\"");
+  EXPECT_EQ(displayWidth("a\u061c\u200e\u200fb"), 2U);
+}
+
 TEST(VisibleText, SpellsBytesThatAreNotUtf8Out) {
   EXPECT_EQ(visible("a\xff\xc3"), "a\\xFF\\xC3");
   EXPECT_EQ(visible("\xe5\xbe"), "\\xE5\\xBE");
