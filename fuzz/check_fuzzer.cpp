@@ -12,6 +12,7 @@
 #include "fuzz/support/fuzzer.h"
 #include "fuzz/support/subject.h"
 #include "platform/binary_property_list.h"
+#include "platform/property_list.h"
 
 namespace vorlatch::fuzz {
 namespace {
@@ -41,7 +42,7 @@ void check(Subject& subject, std::string_view input) {
   EXPECT_EQ(is_said_unreadable, !is_readable) << text.out;
 }
 
-// The value as the given edits should leave it; nothing where they have to be refused.
+// The preferences with the target's nice value; nothing where no place is for it.
 std::optional<Dictionary> withNiceValue(const Dictionary& before, const Value& nice_value) {
   Dictionary after = before;
   auto* targets = after.try_emplace(keys::kAppConfigs, Dictionary{}).first->second.as<Dictionary>();
@@ -52,10 +53,45 @@ std::optional<Dictionary> withNiceValue(const Dictionary& before, const Value& n
   return after;
 }
 
-// A text in a binary list may hold a NUL, behind which libraries written in C read nothing; and a
-// text in XML may hold what is written, but not read again as it was.
-bool mayBeUnwritable(std::string_view input) {
-  return plist::isBinaryPropertyList(input);
+Dictionary withoutTarget(Dictionary preferences) {
+  preferences.at(keys::kAppConfigs).as<Dictionary>()->erase(kTarget);
+  return preferences;
+}
+
+// Whether a text in the binary list holds a NUL. Libraries written in C read nothing behind it.
+bool holdsNul(std::string_view bytes) {
+  using Kind = plist::BinaryObject::Kind;
+  const auto list = plist::BinaryPropertyList::open(bytes);
+  for (std::uint64_t i = 0; list && i < list->objectCount(); ++i) {
+    const auto object = list->object(i);
+    if (!object) continue;
+    const std::string_view text = object->payload;
+    if (object->kind == Kind::AsciiString && text.find('\0') != text.npos) return true;
+    for (std::size_t at = 0; object->kind == Kind::Utf16String && at < text.size(); at += 2) {
+      if (text[at] == '\0' && text[at + 1] == '\0') return true;
+    }
+  }
+  return false;
+}
+
+// Whether an edit of these bytes, which stand for `before`, may leave `after`: it was read whole,
+// and comes back as it is from the form of the file. What changes nothing may be anything.
+bool mayBecome(std::string_view bytes, const Dictionary& before, const Dictionary& after) {
+  if (cli::isIdentical(before, after)) return true;
+  const bool is_binary = plist::isBinaryPropertyList(bytes);
+  if (is_binary && holdsNul(bytes)) return false;
+  const std::optional<Value> back = propertyListIn(
+      is_binary ? platform::writeBinaryPropertyList(after) : platform::writeXmlPropertyList(after));
+  return back && cli::isIdentical(*back, after);
+}
+
+// What stands in the file after the nice value is set; nothing where that has to be refused.
+std::optional<Dictionary> afterSetting(std::string_view bytes, const Value& nice_value) {
+  const std::optional<Value> root = propertyListIn(bytes);
+  const auto* before = root ? root->as<Dictionary>() : nullptr;
+  if (before == nullptr) return std::nullopt;
+  std::optional<Dictionary> after = withNiceValue(*before, nice_value);
+  return after && mayBecome(bytes, *before, *after) ? after : std::nullopt;
 }
 
 Output setNiceValue(Subject& subject) {
@@ -66,33 +102,41 @@ Output setNiceValue(Subject& subject) {
       false);
 }
 
+void expectStored(const Subject& subject, const Dictionary& preferences, bool is_binary) {
+  const std::string bytes = tests::readAll(subject.preferencesFile());
+  const std::optional<Value> root = propertyListIn(bytes);
+  EXPECT_TRUE(root && cli::isIdentical(*root, preferences)) << bytes;
+  EXPECT_EQ(plist::isBinaryPropertyList(bytes), is_binary);
+}
+
+void removeOne(Subject& subject, const Dictionary& before) {
+  const std::string bytes = tests::readAll(subject.preferencesFile());
+  const Dictionary after = withoutTarget(before);
+  const bool may = mayBecome(bytes, before, after);
+  const Output output = subject.edit(
+      [](const cli::Session& session) { return cli::removeCommand(session, {}, {kTarget}); },
+      false);
+  EXPECT_EQ(output.status, may ? 0 : 3) << output.err;
+  expectStored(subject, may ? after : before, plist::isBinaryPropertyList(bytes));
+}
+
 void editOne(Subject& subject, std::string_view input) {
-  const std::optional<Value> root = propertyListIn(input);
-  const auto* before = root ? root->as<Dictionary>() : nullptr;
-  const std::optional<Dictionary> expected =
-      before != nullptr ? withNiceValue(*before, -5) : std::nullopt;
+  const std::optional<Dictionary> expected = afterSetting(input, -5);
   const Output output = setNiceValue(subject);
   const std::string written = tests::readAll(subject.preferencesFile());
-  if (output.status != 0) {
-    EXPECT_EQ(output.status, 3);
-    EXPECT_TRUE(!expected || mayBeUnwritable(input)) << output.err;
+  EXPECT_EQ(output.status, expected ? 0 : 3) << output.err;
+  if (!expected) {
     EXPECT_EQ(written, input);
     return;
   }
-  ASSERT_TRUE(expected.has_value());
-  const std::optional<Value> after = propertyListIn(written);
-  EXPECT_TRUE(after && cli::isIdentical(*after, *expected)) << written;
-  EXPECT_EQ(plist::isBinaryPropertyList(written), plist::isBinaryPropertyList(input));
+  expectStored(subject, *expected, plist::isBinaryPropertyList(input));
   EXPECT_EQ(setNiceValue(subject).status, 0);
   EXPECT_EQ(tests::readAll(subject.preferencesFile()), written);
-  // The daemon heard of it, and does as it says.
+  // The daemon heard of it, unless there was nothing to hear of, and does as it says.
+  if (written == input) subject.post();
   subject.Story::run(150ms);
   subject.expectTrueStatus(*expected);
-  const Output removed = subject.edit(
-      [](const cli::Session& session) { return cli::removeCommand(session, {}, {kTarget}); },
-      false);
-  EXPECT_EQ(removed.status, 0);
-  EXPECT_FALSE(appConfigs(readDictionary(subject.preferencesFile())).contains(kTarget));
+  removeOne(subject, *expected);
 }
 
 void editMore(Subject& subject) {
