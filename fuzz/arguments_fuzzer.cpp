@@ -1,7 +1,6 @@
 // vorlatchctl's command lines, beside a daemon at work. The input is a property list:
-//   Commands     the command lines, each a list of words; one that begins with @ is a file beside
-//   the
-//                daemon's
+//   Commands     the command lines, each a list of words; one that begins with @ is a path in the
+//                daemon's directory
 //   Preferences, Status, Log, SetAside
 //                what stands in the file: data or text as it is, any other value as a property
 //                list; SetAside is what an interrupted release left behind

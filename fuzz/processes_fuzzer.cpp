@@ -32,8 +32,8 @@ using plist::Dictionary;
 using plist::Value;
 
 constexpr std::size_t kMostProcesses = 200;
-// What a look may be told to make room for; one at the processes that is asked for much more gives
-// up.
+// The most that an answer may claim, as room is made for it. A list of processes from kTooManyBytes
+// on may be claimed as well: it is refused before there is room for it.
 constexpr int kMostBytes = 1 << 20;
 constexpr int kTooManyBytes = 1 << 29;
 constexpr std::size_t kLongestName = 31;

@@ -11,6 +11,7 @@ namespace vorlatch::fuzz {
 
 using Words = std::vector<std::string>;
 
+// Tells one input from beginning to end; the next one finds what the first one found.
 void tell(std::string_view input);
 
 // The keys and texts that inputs are made with.

@@ -9,7 +9,8 @@
 namespace vorlatch::fuzz {
 
 // UTF-8 with nothing in it that commands a terminal: no control but the line's end, no change of
-// direction. `may_draw`: but for the colours and the pictures that vorlatchctl draws itself.
+// direction. `may_draw`: but for the colours, and the moves and erasures by which `status --watch`
+// shows one table in another's place.
 void expectHarmless(std::string_view text, bool may_draw);
 
 // One JSON value after another, and nothing else.
@@ -17,6 +18,7 @@ void expectJson(std::string_view text);
 
 // The word that names the command; empty when there is none.
 std::string commandOf(const Words& words);
+// Whether the command may change the preferences.
 bool isEdit(std::string_view command);
 
 // What differs between the two was named by the words.

@@ -25,8 +25,10 @@ using namespace std::chrono_literals;
 // What preferences files are made of.
 const Words& preferencesWords();
 
+// A command of vorlatchctl with its arguments, which gives its exit status or throws a Failure.
 using Command = std::function<cli::ExitStatus(const cli::Session&)>;
 
+// One a process: the daemon in it is never taken apart.
 class Subject : public tests::ControlStory {
  public:
   Subject();
@@ -40,6 +42,7 @@ class Subject : public tests::ControlStory {
   // The device sleeps until then: what became due meanwhile is late.
   void sleepTo(std::chrono::nanoseconds time);
 
+  // Neither of the two tells the daemon. The sound preferences have a target by each kind of key.
   void putPreferences(std::string_view bytes) const;
   void putSoundPreferences() const;
   // A patrol holds targets of a file that nobody told the daemon about, and no pass hands them back
