@@ -15,6 +15,7 @@
 #include "config/status_file.h"
 #include "fuzz/support/output_checks.h"
 #include "proc/process_lookup.h"
+#include "tests/support/stamp.h"
 
 namespace vorlatch::fuzz {
 namespace {
@@ -282,7 +283,7 @@ void Subject::expectWholeLog(const Dictionary& preferences) const {
   for (std::size_t begin = 0; begin < log.size();) {
     const std::size_t end = log.find('\n', begin);
     const std::string line = log.substr(begin, end - begin);
-    EXPECT_TRUE(tests::isStamped(line)) << line;
+    EXPECT_TRUE(isStamped(line)) << line;
     begin = end + 1;
   }
 }
