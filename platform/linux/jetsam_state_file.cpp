@@ -102,6 +102,12 @@ bool isOwnRegularFile(int descriptor, off_t& size) {
   return S_ISREG(status.st_mode) && status.st_uid == geteuid();
 }
 
+// Another of our user's files could be put here, and kept locked by who may open it.
+bool isClosedToOthers(int descriptor) {
+  struct stat status {};
+  return fstat(descriptor, &status) == 0 && status.st_nlink == 1 && (status.st_mode & 077U) == 0;
+}
+
 // The lock that this process then holds until the file is closed; its death closes it too.
 Descriptor openLocked(const std::string& path) {
   const auto open_once = [&path] {
@@ -113,7 +119,8 @@ Descriptor openLocked(const std::string& path) {
     descriptor = open_once();
   }
   off_t size = 0;
-  bool locked = descriptor >= 0 && isOwnRegularFile(descriptor, size);
+  bool locked =
+      descriptor >= 0 && isOwnRegularFile(descriptor, size) && isClosedToOthers(descriptor);
   if (locked) {
     int result = flock(descriptor, LOCK_EX);
     while (result != 0 && errno == EINTR) result = flock(descriptor, LOCK_EX);

@@ -212,6 +212,22 @@ TEST(JetsamStateFile, KeepsNoStateUnderALockThatIsALink) {
   EXPECT_FALSE(std::filesystem::exists(root / "state"));
 }
 
+// Who may open the file could keep its lock, and the daemon waiting.
+TEST(JetsamStateFile, KeepsNoStateUnderALockThatOthersMayOpen) {
+  namespace fs = std::filesystem;
+  for (const bool has_two_names : {false, true}) {
+    const TemporaryDirectory root;
+    tests::writeAll(root / "elsewhere", "");
+    fs::permissions(root / "elsewhere", fs::perms(has_two_names ? 0600 : 0666));
+    fs::create_hard_link(root / "elsewhere", root / "state.lock");
+    if (!has_two_names) fs::remove(root / "elsewhere");
+    JetsamStateFile file(root / "state");
+    addRecord(file, 5);
+    EXPECT_EQ(read(file).records.size(), 1U);
+    EXPECT_FALSE(fs::exists(root / "state")) << has_two_names;
+  }
+}
+
 TEST(JetsamStateFile, KeepsTheStateInMemoryWhereThereIsNoPlaceForIt) {
   const TemporaryDirectory root;
   tests::writeAll(root / "var", "a file where a directory should be");

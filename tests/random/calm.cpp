@@ -43,14 +43,7 @@ std::string difference(const char* what, std::int64_t wanted, std::int64_t found
 }  // namespace
 
 void Stage::calmDown() {
-  device.clearScripts();
-  device.kernel.caller_is_privileged = true;
-  for (const simulated::Process& process : device.processes()) {
-    if (simulated::Process* running = device.find(process.pid)) {
-      running->overriding_nice.reset();
-      running->overriding_band.reset();
-    }
-  }
+  calmKernel();
   constexpr int kEndless = 1'000'000;
   post();
   run(std::chrono::milliseconds(200), kEndless);

@@ -159,8 +159,8 @@ Step renameTarget(Dice& dice) {
 }
 
 Step setTopLevel(Dice& dice) {
-  const std::vector<std::string> keys = {"Enabled",      "Enabled",      "Enabled",
-                                         "LogSizeLimit", "LogSizeLimit", "AppConfigs"};
+  const std::vector<std::string> keys = {"Enabled",      "Enabled",    "Enabled", "LogSizeLimit",
+                                         "LogSizeLimit", "AppConfigs", "Unknown"};
   const std::vector<Value> switches = {true, true, true, false, false, 1, 0, "YES", "no", 0.0};
   const std::vector<Value> sizes = {1, 500, 3000, 10000, 2097152, 0, -5, "2000", 1500.5};
   const std::string key = dice.of(keys);
@@ -188,7 +188,7 @@ Step limitTheLog(Dice& dice) {
 }
 
 Step breakFile(Dice& dice) {
-  switch (dice.below(4)) {
+  switch (dice.below(5)) {
     case 0:
       return {"the preferences are removed", [](Stage& stage) { stage.removePreferences(); }};
     case 1:
@@ -196,6 +196,10 @@ Step breakFile(Dice& dice) {
     case 2:
       return {"the preferences are garbage",
               [](Stage& stage) { stage.breakPreferences("<plist><dict><key>Enabled</key>"); }};
+    case 3:
+      return {"the preferences are a list without keys", [](Stage& stage) {
+                stage.breakPreferences(platform::writeXmlPropertyList(plist::Array{stage.draft}));
+              }};
     default:
       return {"the preferences are cut short", [](Stage& stage) {
                 const std::string whole = platform::writeXmlPropertyList(stage.draft);

@@ -89,6 +89,18 @@ Step replace(const std::string& name, const Role& role) {
                    });
 }
 
+// The child is as its parent is, but for its pid.
+Step fork(const std::string& name) {
+  return forNewest(name, "forks", [](Stage& stage, simulated::Process& process) {
+    if (stage.device.processes().size() > kPids) return;
+    const simulated::Process parent = process;
+    stage.device.launch({.name = parent.name,
+                         .executable_path = parent.executable_path,
+                         .pid = freePid(stage),
+                         .nice_value = parent.nice_value});
+  });
+}
+
 Step changeFromOutside(Dice& dice, const std::string& name) {
   const std::vector<int> numbers = {-20, -5, 0, 3, 9};
   const int number = dice.of(numbers);
@@ -216,8 +228,9 @@ Step anyProcessStep(Dice& dice) {
       stage.device.exit(process.pid);
     });
   }
-  if (kind < 58) return restart(name, false);
-  if (kind < 64) return restart(name, true);
+  if (kind < 56) return restart(name, false);
+  if (kind < 61) return restart(name, true);
+  if (kind < 65) return fork(name);
   if (kind < 70) return replace(name, dice.of(kRoles));
   if (kind < 76) {
     return forNewest(name, "becomes a zombie", [](Stage& stage, simulated::Process& process) {
@@ -255,10 +268,7 @@ Step anyBundle(Dice& dice) {
 
 Step anyRefusal(Dice& dice) {
   if (dice.percent(35)) {
-    return {"the kernel is itself again", [](Stage& stage) {
-              stage.device.clearScripts();
-              stage.device.kernel.caller_is_privileged = true;
-            }};
+    return {"the kernel is itself again", [](Stage& stage) { stage.calmKernel(); }};
   }
   if (dice.percent(8)) {
     return {"the kernel refuses everything",

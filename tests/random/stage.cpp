@@ -63,6 +63,17 @@ simulated::Process* Stage::newest(const std::string& name) const {
   return nullptr;
 }
 
+void Stage::calmKernel() {
+  device.clearScripts();
+  device.kernel.caller_is_privileged = true;
+  for (const simulated::Process& process : device.processes()) {
+    if (simulated::Process* running = device.find(process.pid)) {
+      running->overriding_nice.reset();
+      running->overriding_band.reset();
+    }
+  }
+}
+
 void Stage::start() {
   record_.emplace(files, story.logFile());
   oracle_.emplace(*record_, getpid());

@@ -49,6 +49,9 @@ class Stage {
   // The process of that name that was launched last; null without one.
   [[nodiscard]] simulated::Process* newest(const std::string& name) const;
 
+  // The kernel refuses nothing and overrides nothing any more.
+  void calmKernel();
+
   void start();
   void post();
   // Lets time pass: less of it when more work than this was done meanwhile.

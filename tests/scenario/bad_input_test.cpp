@@ -291,6 +291,13 @@ TEST(BadInfoPlist, GivesNoIdentifierAndDoesNoHarm) {
   EXPECT_EQ(getRunningProcessMap(), by_name_alone);
   std::filesystem::create_directory(info);
   EXPECT_EQ(getRunningProcessMap(), by_name_alone);
+  std::filesystem::remove(info);
+  // Neither is waited for, or read to its end.
+  ASSERT_EQ(mkfifo(info.c_str(), 0666), 0);
+  EXPECT_EQ(getRunningProcessMap(), by_name_alone);
+  std::filesystem::remove(info);
+  std::filesystem::create_symlink("/dev/zero", info);
+  EXPECT_EQ(getRunningProcessMap(), by_name_alone);
 }
 
 TEST(BadInfoPlist, ALargeOneIsUsed) {

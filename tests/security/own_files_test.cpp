@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -16,6 +17,7 @@
 #include "config/status_file.h"
 #include "platform/property_list.h"
 #include "tests/security/planted.h"
+#include "tests/support/file_calls.h"
 #include "tests/support/story.h"
 
 namespace vorlatch::tests {
@@ -167,6 +169,30 @@ TEST(OwnFiles, PreferencesEditedInPlaceCountAsTheyStand) {
   const Dictionary edited{{"Enabled", false}};
   writeAll(story.preferencesFile(), platform::writeXmlPropertyList(edited));
   EXPECT_EQ(loadPreferences(), edited);
+}
+
+class RefusedRenames : public FileCallTaker {
+ public:
+  RefusedRenames() { letTakeFileCalls(this); }
+  ~RefusedRenames() override { letTakeFileCalls(nullptr); }
+
+ private:
+  std::int64_t take(const FileCall& call, const Real& real) override {
+    if (call.name != "rename") return real(false);
+    errno = EIO;
+    return -1;
+  }
+};
+
+TEST(OwnFiles, TheStatusIsOpenedToAllThoughItCouldNotBeWritten) {
+  Story story;
+  updateStatusFile("a", 1, 2, 3);
+  const std::string before = readAll(story.statusFile());
+  fs::permissions(story.statusFile(), fs::perms(0600));
+  const RefusedRenames refused;
+  updateStatusFile("b", 4, 5, 6);
+  EXPECT_EQ(modeOf(story.statusFile()), 0666U);
+  EXPECT_EQ(readAll(story.statusFile()), before);
 }
 
 // Otherwise the next file that is opened, be it for a moment, would be written the log's lines.

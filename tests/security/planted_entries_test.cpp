@@ -108,6 +108,10 @@ TEST_P(PrivilegedPlantedEntry, BetweenAnyTwoFileCallsLeadsNowhere) {
             static_cast<int>(devicePlants().size()));
 }
 
+TEST_P(PrivilegedPlantedEntry, UnderTheTemporaryNameLeadsNowhere) {
+  EXPECT_EQ(exchange(devicePlants(), [&] { return temporary(); }) > 0, GetParam().writes_temporary);
+}
+
 INSTANTIATE_TEST_SUITE_P(Each, PlantedEntry, testing::ValuesIn(operations()),
                          testing::PrintToStringParamName());
 INSTANTIATE_TEST_SUITE_P(PrivilegedEach, PrivilegedPlantedEntry, testing::ValuesIn(operations()),

@@ -116,8 +116,8 @@ class ThreadStress : public testing::Test {
     }
   }
 
-  // Time and again a pass and a patrol's sweep begin at one moment, one on each queue. The switch,
-  // which takes every watch timer away, is now and then off or always on.
+  // Time and again a pass and a patrol's sweep begin at one moment, one on each queue. With
+  // the switch, all is switched off now and then, which takes every watch timer away.
   void fireFor(std::chrono::milliseconds duration, bool with_switch) {
     const auto end = Clock::now() + duration;
     while (Clock::now() < end) {
