@@ -43,12 +43,19 @@ const std::map<std::string, Outcomes>& table() {
   static const Outcome interrupted = refusal("EINTR", EINTR);
   static const Outcome no_descriptor = refusal("EMFILE", EMFILE);
   static const Outcome no_file = refusal("ENOENT", ENOENT);
+  static const Outcome no_directory = refusal("ENOTDIR", ENOTDIR);
+  static const Outcome is_directory = refusal("EISDIR", EISDIR);
+  static const Outcome is_link = refusal("ELOOP", ELOOP);
+  static const Outcome is_there = refusal("EEXIST", EEXIST);
   static const Outcome read_only = refusal("EROFS", EROFS);
   static const Outcome ignored = nothing("ignored");
   static const Outcomes of_process{no_permission, no_process, invalid};
   static const Outcomes of_setting{no_permission, no_process, invalid, ignored};
-  static const Outcomes of_opening{no_access, no_descriptor, io, no_memory, interrupted};
-  static const Outcomes of_mode{no_permission, io, read_only};
+  static const Outcomes of_opening{no_access,   no_descriptor, io,     no_memory,
+                                   interrupted, no_file,       is_link};
+  static const Outcomes of_making{no_access, no_descriptor, io, full, read_only, is_there};
+  static const Outcomes of_looking{no_access, io, no_memory, no_file, no_directory, is_link};
+  static const Outcomes of_mode{no_permission, io, read_only, interrupted};
   static const std::map<std::string, Outcomes> outcomes{
       // The kernel. A size that is too small, a list cut short, an answer that changes nothing.
       {"memorystatus_control 1 size", {no_permission, invalid, nothing("0"), told("24", 24)}},
@@ -89,17 +96,17 @@ const std::map<std::string, Outcomes>& table() {
       // Memory, where the daemon asks for it and would live without.
       {"allocate", {nothing("null", ENOMEM)}},
       // Files.
-      {"stat", {no_access, io, no_memory}},
-      {"lstat", {no_access, io, no_memory}},
-      {"fstatat", {no_access, io, no_memory}},
+      {"stat", of_looking},
+      {"lstat", of_looking},
+      {"fstatat", of_looking},
       {"fstat", {io, no_memory}},
       {"open", of_opening},
-      {"open to create", {no_access, no_descriptor, io, full, read_only}},
-      {"mkostemp", {no_access, no_descriptor, io, full, read_only}},
+      {"open to create", of_making},
+      {"mkostemp", of_making},
       {"read", {io, interrupted, again, part("short"), nothing("0")}},
       {"write", {io, full, interrupted, again, part("short"), nothing("0")}},
       {"fchmod", of_mode},
-      {"rename", {no_access, io, full, no_file}},
+      {"rename", {no_access, io, full, no_file, is_directory}},
       {"unlink", {no_access, io, no_file}},
       {"ftruncate", {io, interrupted, no_permission}},
       {"dup2", {io, interrupted, no_descriptor}},
@@ -152,9 +159,14 @@ std::string describe(const Call& call) {
 }
 
 bool areAlike(const Call& call, const Outcome& one, const Outcome& other) {
-  const bool may_go_on = call.name == "read" || call.name == "write";
-  return one.way == other.way && one.result == other.result &&
-         (!may_go_on || (one.error == EINTR) == (other.error == EINTR));
+  if (one.way != other.way || one.result != other.result) return false;
+  const auto goes_on = [](const Outcome& outcome) { return outcome.error == EINTR; };
+  const auto is_missing = [](const Outcome& outcome) {
+    return outcome.error == ENOENT || outcome.error == ENOTDIR;
+  };
+  if (call.name == "read" || call.name == "write") return goes_on(one) == goes_on(other);
+  if (call.name == "stat") return is_missing(one) == is_missing(other);
+  return true;
 }
 
 std::vector<Outcome> outcomesOf(const Call& call) {

@@ -1,5 +1,6 @@
 #include "tests/faults/transcript.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -21,12 +22,13 @@ const std::vector<Call>& calls() {
   return Gate::get().calls();
 }
 
-// Whether it is for this call that standard error is, or is not, the log.
-bool decidesAboutTheStream(const Call& call) {
+// Whether it is for this call that standard error is, or is not, the log. Where none could be made,
+// the look at it that follows tells.
+bool decidesAboutTheStream(const Call& call, bool emptying) {
   if (call.name == "dup2") return call.arguments[0] == kErrorStream;
-  if (call.name == "open") return call.error != EEXIST;  // what is created may be there
-  return call.name == "lstat" || call.name == "fstatat" || call.name == "fstat" ||
-         call.name == "ftruncate";
+  if (call.name == "open") return (call.arguments[0] & O_CREAT) == 0;
+  if (call.name == "lstat") return emptying;
+  return call.name == "fstatat" || call.name == "fstat" || call.name == "ftruncate";
 }
 
 // Whether the call did what it was asked: with a short read or write, or an interrupted one, the
@@ -149,8 +151,9 @@ bool Transcript::writesList(const std::string& path) {
 bool Transcript::findsNoPreferences() {
   const std::vector<Call> looking = onFile(places_.preferences);
   // What could not be asked may be there, and is then the user's.
-  return std::any_of(looking.begin(), looking.end(),
-                     [](const Call& call) { return !held(call) && call.error == ENOENT; });
+  return std::any_of(looking.begin(), looking.end(), [](const Call& call) {
+    return !held(call) && (call.error == ENOENT || call.error == ENOTDIR);
+  });
 }
 
 void Transcript::writesPreset(const plist::Dictionary& preset) {
@@ -184,8 +187,8 @@ bool Transcript::clearsLog(std::int64_t limit_bytes) {
 }
 
 void Transcript::bindLog(const std::vector<Call>& calls, bool emptying) {
-  const bool is_open = std::any_of(calls.begin(), calls.end(), [](const Call& call) {
-    return !held(call) && call.error != ENOENT && decidesAboutTheStream(call);
+  const bool is_open = std::any_of(calls.begin(), calls.end(), [emptying](const Call& call) {
+    return !held(call) && decidesAboutTheStream(call, emptying);
   });
   std::vector<Log> after;
   for (const Log& log : logs_) {
