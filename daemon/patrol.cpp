@@ -25,8 +25,8 @@ void recordPatrolPID(const std::string& key, std::int32_t pid) {
                   [key, pid]() REQUIRES(kDebounceQueue) { passState().lastKnownPIDs[key] = pid; });
 }
 
-// On the worker queue. It restores nothing and leaves the watch timers alone.
-void patrolSweep(const Targets& targets) {
+// It restores nothing and leaves the watch timers alone.
+void patrolSweep(const Targets& targets) REQUIRES(kWorkerQueue) {
   const RunningProcessMap running = getRunningProcessMap();
   for (const auto& [key, settings] : targets) {
     if (checkInterval(settings) > 0) continue;  // its own watch timer looks after it
@@ -51,7 +51,8 @@ void patrolTick() {
   if (targets.empty()) return;
   writeChapterSeparator();
   writeLogLine("[%s] [守护] 开始执行 1800s \n");
-  platform::async(workerQueue(), [targets = std::move(targets)] { patrolSweep(targets); });
+  platform::async(workerQueue(), [targets = std::move(targets)]()
+                                     REQUIRES(kWorkerQueue) { patrolSweep(targets); });
 }
 
 void setupGlobal1800sTimer() {

@@ -8,7 +8,7 @@
 namespace vorlatch {
 
 void restoreTargets(std::vector<RestoreTarget> targets) {
-  platform::async(workerQueue(), [targets = std::move(targets)] {
+  platform::async(workerQueue(), [targets = std::move(targets)]() REQUIRES(kWorkerQueue) {
     for (const auto& [key, pid] : targets) restoreDefaultsForProcess(key, pid);
   });
 }

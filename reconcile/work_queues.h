@@ -6,9 +6,10 @@
 
 namespace vorlatch {
 
-// What runs on the main thread, and on the debounce queue.
+// What runs on the main thread, and on each of the two queues.
 inline constexpr Confinement kMainThread;
 inline constexpr Confinement kDebounceQueue;
+inline constexpr Confinement kWorkerQueue;
 
 // Makes both queues when they do not exist yet, the debounce queue first. Called before anything is
 // sent to them.

@@ -56,4 +56,10 @@ void sendsWork() REQUIRES(kDebounceQueue) {
   });
 }
 
+void sweeps() REQUIRES(kWorkerQueue) {}
+
+void sweepsOnTheWrongQueue() REQUIRES(kDebounceQueue) {
+  sweeps();  // expected-warning {{holding queue 'kWorkerQueue'}}
+}
+
 }  // namespace vorlatch
