@@ -3,8 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
-#include <cerrno>
+#include <cstdio>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -17,7 +18,7 @@
 #include "config/status_file.h"
 #include "platform/property_list.h"
 #include "tests/security/planted.h"
-#include "tests/support/file_calls.h"
+#include "tests/security/taken_calls.h"
 #include "tests/support/story.h"
 
 namespace vorlatch::tests {
@@ -104,6 +105,16 @@ TEST(OwnFiles, AreMovedAsideUnderANameThatIsNeverTheSame) {
   std::sort(names.begin(), names.end());
   names.erase(std::unique(names.begin(), names.end()), names.end());
   EXPECT_EQ(names.size(), 3U);
+  // Of each byte both digits are used.
+  std::array<std::string, 2> digits;
+  for (const std::string& name : names) {
+    const std::string number = name.substr(name.rfind('.') + 1);
+    for (std::size_t i = 0; i < number.size(); ++i) digits.at(i % 2) += number[i];
+  }
+  for (const std::string& each : digits) {
+    EXPECT_NE(each.find_first_of("01234567"), each.npos);
+    EXPECT_NE(each.find_first_of("89abcdef"), each.npos);
+  }
 }
 
 TEST(OwnFiles, TheLogIsKeptWhoeverOwnsItAndWhateverItsMode) {
@@ -153,6 +164,39 @@ TEST(OwnFiles, ALogThatAnotherReplacedIsTheOneThatIsCleared) {
   EXPECT_EQ(readAll(story.rootPath("/rotated.log")), "");
 }
 
+TEST(OwnFiles, ASmallLogThatComesMeanwhileIsNotCleared) {
+  Story story;
+  story.writePreferences({{"LogSizeLimit", 10}});
+  int call = 0;
+  for (bool has_happened = true; has_happened;) {
+    writeAll(story.logFile(), "longer than it may be\n");
+    openLog();
+    const BeforeFileCall exchange(++call, [&story] {
+      writeAll(story.rootPath("/small.log"), "small\n");
+      fs::rename(story.rootPath("/small.log"), story.logFile());
+    });
+    checkLogSizeAndClearIfNeeded();
+    has_happened = exchange.hasHappened();
+    EXPECT_EQ(readAll(story.logFile()) == "small\n", has_happened) << "before call " << call;
+  }
+  EXPECT_GT(call, 10);
+}
+
+TEST(OwnFiles, ALogThatCannotBeClearedGoesOnAtItsEnd) {
+  Story story;
+  story.writePreferences({{"LogSizeLimit", 10}});
+  writeAll(story.logFile(), "longer than it may be\n");
+  openLog();
+  const RefusedFileCalls refused("ftruncate");
+  checkLogSizeAndClearIfNeeded();
+  writeTargetSeparator();
+  EXPECT_EQ(readAll(story.logFile()), "longer than it may be\n" + kRuleLine);
+  checkLogSizeAndClearIfNeeded();
+  std::fputs("out\n", stdout);
+  std::fflush(stdout);
+  EXPECT_EQ(readAll(story.logFile()), "longer than it may be\n" + kRuleLine + "out\n");
+}
+
 TEST(OwnFiles, PreferencesMayBeALinkToAFileThatTheUserKeepsElsewhere) {
   Story story;
   story.writePreferences(defaultPreset());
@@ -171,25 +215,12 @@ TEST(OwnFiles, PreferencesEditedInPlaceCountAsTheyStand) {
   EXPECT_EQ(loadPreferences(), edited);
 }
 
-class RefusedRenames : public FileCallTaker {
- public:
-  RefusedRenames() { letTakeFileCalls(this); }
-  ~RefusedRenames() override { letTakeFileCalls(nullptr); }
-
- private:
-  std::int64_t take(const FileCall& call, const Real& real) override {
-    if (call.name != "rename") return real(false);
-    errno = EIO;
-    return -1;
-  }
-};
-
 TEST(OwnFiles, TheStatusIsOpenedToAllThoughItCouldNotBeWritten) {
   Story story;
   updateStatusFile("a", 1, 2, 3);
   const std::string before = readAll(story.statusFile());
   fs::permissions(story.statusFile(), fs::perms(0600));
-  const RefusedRenames refused;
+  const RefusedFileCalls refused("rename");
   updateStatusFile("b", 4, 5, 6);
   EXPECT_EQ(modeOf(story.statusFile()), 0666U);
   EXPECT_EQ(readAll(story.statusFile()), before);

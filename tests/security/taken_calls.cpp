@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <utility>
 
@@ -20,6 +21,20 @@ BeforeFileCall::~BeforeFileCall() {
 std::int64_t BeforeFileCall::take(const FileCall&, const Real& real) {
   if (action_ && --calls_left_ == 0) std::exchange(action_, nullptr)();
   return real(false);
+}
+
+RefusedFileCalls::RefusedFileCalls(std::string name) : name_(std::move(name)) {
+  letTakeFileCalls(this);
+}
+
+RefusedFileCalls::~RefusedFileCalls() {
+  letTakeFileCalls(nullptr);
+}
+
+std::int64_t RefusedFileCalls::take(const FileCall& call, const Real& real) {
+  if (call.name != name_) return real(false);
+  errno = EIO;
+  return -1;
 }
 
 OpenedSpecials::OpenedSpecials() {

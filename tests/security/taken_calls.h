@@ -1,6 +1,7 @@
 // What can be done about the file calls of the code under test. One of these objects at a time.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -22,6 +23,18 @@ class BeforeFileCall : public FileCallTaker {
 
   int calls_left_;
   std::function<void()> action_;
+};
+
+// Refuses every call of this name, with EIO.
+class RefusedFileCalls : public FileCallTaker {
+ public:
+  explicit RefusedFileCalls(std::string name);
+  ~RefusedFileCalls() override;
+
+ private:
+  std::int64_t take(const FileCall& call, const Real& real) override;
+
+  const std::string name_;
 };
 
 // Collects the paths that are opened though something else than a file stands there.
