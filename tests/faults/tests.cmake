@@ -8,7 +8,7 @@ if(NOT VORLATCH_SANITIZE STREQUAL "thread")
     faults/outcomes.cpp
     faults/transcript.cpp
     faults/wrapped_seam.cpp)
-  target_link_libraries(fault_test PRIVATE vorlatch_oracle)
+  target_link_libraries(fault_test PRIVATE vorlatch_oracle vorlatch_story_support)
   vorlatch_take_file_calls(fault_test)
   set(failing_seam
     _ZN8vorlatch8platform11getpriorityEij

@@ -8,7 +8,7 @@ add_executable(random_stories
   random/play.cpp
   random/record.cpp
   random/stage.cpp)
-target_link_libraries(random_stories PRIVATE vorlatch_oracle)
+target_link_libraries(random_stories PRIVATE vorlatch_oracle vorlatch_story_support)
 set(stories 2000)
 if(VORLATCH_SANITIZE)
   set(stories 300)
