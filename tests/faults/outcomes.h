@@ -24,8 +24,9 @@ struct Outcome {
   int error = 0;
 };
 
-// Whether the daemon has no reason to tell the two outcomes of the call apart. It looks at an error's
-// number only where an interrupted read or write is to go on, and where a file may be missing.
+// Whether the daemon has no reason to tell the two outcomes of the call apart. It looks at an
+// error's number only where an interrupted read or write is to go on, and where a file may be
+// missing.
 bool areAlike(const Call& call, const Outcome& one, const Outcome& other);
 
 // What may become of the call other than what was asked; empty for one that cannot fail.
