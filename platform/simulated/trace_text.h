@@ -12,7 +12,7 @@ namespace vorlatch::simulated {
 // A buffer's bytes; empty for a null one.
 std::string bytesOf(const void* buffer, std::size_t length);
 
-// "{01000000 ffffffff}"
+// The bytes in groups of four, as a trace shows them: "{01000000 ffffffff}".
 std::string hexGroups(const std::string& bytes);
 
 // The bytes that a call left in its buffer: as many as its result counts, and at least 32 where the

@@ -80,8 +80,8 @@ std::string tellIn(Tell tell, const Faults& faults, const Standing* expected, To
   Gate::get().plan(faults);
   try {
     told = tell(expected);
-  } catch (const tests::Mismatch& breach) {
-    return breach.what();
+  } catch (const tests::Mismatch& mismatch) {
+    return mismatch.what();
   }
   if (tests::openFiles() > files_before) return "a file stayed open";
   if (findLeaks != nullptr && findLeaks() != 0) return "memory leaked";

@@ -8,41 +8,16 @@
 
 namespace vorlatch::tests {
 
-BeforeFileCall::BeforeFileCall(int n, std::function<void()> action)
-    : calls_left_(n), action_(std::move(action)) {
-  letTakeFileCalls(this);
-}
-
-BeforeFileCall::~BeforeFileCall() {
-  letTakeFileCalls(nullptr);
-}
-
 // Calls that the action makes do not count.
 std::int64_t BeforeFileCall::take(const FileCall&, const Real& real) {
   if (action_ && --calls_left_ == 0) std::exchange(action_, nullptr)();
   return real(false);
 }
 
-RefusedFileCalls::RefusedFileCalls(std::string name) : name_(std::move(name)) {
-  letTakeFileCalls(this);
-}
-
-RefusedFileCalls::~RefusedFileCalls() {
-  letTakeFileCalls(nullptr);
-}
-
 std::int64_t RefusedFileCalls::take(const FileCall& call, const Real& real) {
   if (call.name != name_) return real(false);
   errno = EIO;
   return -1;
-}
-
-OpenedSpecials::OpenedSpecials() {
-  letTakeFileCalls(this);
-}
-
-OpenedSpecials::~OpenedSpecials() {
-  letTakeFileCalls(nullptr);
 }
 
 std::int64_t OpenedSpecials::take(const FileCall& call, const Real& real) {

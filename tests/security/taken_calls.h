@@ -4,17 +4,25 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/file_calls.h"
 
 namespace vorlatch::tests {
 
-// Runs the action right before the n-th file call from now on, counted from 1.
-class BeforeFileCall : public FileCallTaker {
+// Takes the calls for as long as it lives.
+class ScopedFileCallTaker : public FileCallTaker {
  public:
-  BeforeFileCall(int n, std::function<void()> action);
-  ~BeforeFileCall() override;
+  ScopedFileCallTaker() { letTakeFileCalls(this); }
+  ~ScopedFileCallTaker() override { letTakeFileCalls(nullptr); }
+};
+
+// Runs the action right before the n-th file call from now on, counted from 1.
+class BeforeFileCall : public ScopedFileCallTaker {
+ public:
+  BeforeFileCall(int n, std::function<void()> action)
+      : calls_left_(n), action_(std::move(action)) {}
   // False when there were fewer calls.
   [[nodiscard]] bool hasHappened() const { return !action_; }
 
@@ -26,10 +34,9 @@ class BeforeFileCall : public FileCallTaker {
 };
 
 // Refuses every call of this name, with EIO.
-class RefusedFileCalls : public FileCallTaker {
+class RefusedFileCalls : public ScopedFileCallTaker {
  public:
-  explicit RefusedFileCalls(std::string name);
-  ~RefusedFileCalls() override;
+  explicit RefusedFileCalls(std::string name) : name_(std::move(name)) {}
 
  private:
   std::int64_t take(const FileCall& call, const Real& real) override;
@@ -38,11 +45,8 @@ class RefusedFileCalls : public FileCallTaker {
 };
 
 // Collects the paths that are opened though something else than a file stands there.
-class OpenedSpecials : public FileCallTaker {
+class OpenedSpecials : public ScopedFileCallTaker {
  public:
-  OpenedSpecials();
-  ~OpenedSpecials() override;
-
   std::vector<std::string> paths;
 
  private:

@@ -84,9 +84,19 @@ Chaos::Chaos(std::uint64_t seed)
       foreigners_(makeForeigners(installation_, crowd_.keys())),
       onlooker_(installation_.preferencesDirectory(), {kPreferencesFileName, kStatusFileName}) {
   installPoster(installation_);
+  writeOldLog();
   EXPECT_TRUE(
       replaceFile(installation_.preferencesPath(), platform::writeXmlPropertyList(expected_)));
   start();
+}
+
+// Larger than every limit that an editor sets: however short the chaos is, a log is emptied in it.
+void Chaos::writeOldLog() {
+  constexpr int kLines = 2000;
+  std::string log;
+  for (int i = 0; i < kLines; ++i) log += "[01-01 00:00:00] " + std::string(40, '-') + "\n";
+  tests::writeAll(installation_.logPath(), log);
+  log_size_ = log.size();
 }
 
 void Chaos::start() {

@@ -50,6 +50,7 @@ class Chaos {
  private:
   using Times = std::vector<Clock::time_point>;
 
+  void writeOldLog();
   void start();
   void killAndStart();
   void burst(std::chrono::milliseconds duration);
