@@ -19,7 +19,7 @@ import check_signature
 PACKAGE = "com.zel.vorlatch"
 HERE = pathlib.Path(__file__).resolve().parent
 
-PROGRAMS = {"usr/libexec/vorlatchd": 400_000, "usr/bin/vorlatchctl": 1_000_000}  # bytes, at most
+PROGRAMS = {"usr/libexec/vorlatchd": 200_000, "usr/bin/vorlatchctl": 600_000}  # bytes, at most
 LAUNCH_DAEMON = f"Library/LaunchDaemons/{PACKAGE}.plist"
 DOCUMENTS = ("device.md", "device.zh-CN.md", "log.md", "preferences.md", "vorlatchctl.md")
 OTHER_FILES = (
@@ -62,7 +62,9 @@ RUN_PATHS = ["/var/jb/usr/lib", "@loader_path/.jbroot/usr/lib", "@loader_path/..
 LIBRARIES = {
     "CoreFoundation": "/System/Library/Frameworks/CoreFoundation.framework/CoreFoundation",
     "libSystem": "/usr/lib/libSystem.B.dylib",
+    "libc++": "/usr/lib/libc++.1.dylib",
 }
+EXPORTS = ["__mh_execute_header"]
 
 Entry = collections.namedtuple("Entry", "kind mode owner")
 
@@ -141,6 +143,9 @@ def check_header(program):
         yield f"not an arm64 executable: {' '.join(header[:5])}"
     if "PIE" not in header:
         yield "not position independent"
+    # With either of these dyld compares the program's definitions with those of every library.
+    for flag in sorted({"WEAK_DEFINES", "BINDS_TO_WEAK"} & set(header)):
+        yield f"the flag {flag} is set"
 
 
 def check_load_commands(program):
@@ -163,20 +168,33 @@ def kept_imports():
     return {tuple(line.split()) for line in lines if line and not line.startswith("#")}
 
 
-def check_imports(program):
-    symbols = run("llvm-nm", "--format=darwin", "--undefined-only", program).splitlines()
-    for line in symbols:
-        found = re.fullmatch(r" *\(undefined\) (?:weak )?external (\S+) \(from (\S+)\)", line)
-        if found is None:
-            yield f"not the import of a library's symbol: {line.strip()}"
-        elif (found[2], found[1]) not in kept_imports():
-            yield f"{found[1]} of {found[2]} is not in imports.txt; first see that iOS 15.0 exports it"
-    if not symbols:
+def table(program, option):
+    """The rows of one of dyld's tables, split at blanks, without its head."""
+    rows = [line.split() for line in run("llvm-objdump", "--macho", option, program).splitlines()[3:]]
+    return [row for row in rows if row and row[0] != "segment"]
+
+
+def imports_of(program):
+    """What dyld looks up, by library and name, from the tables that it goes by itself."""
+    eager = {(row[5], row[6]) for row in table(program, "--bind")}
+    return eager | {(row[3], row[4]) for row in table(program, "--lazy-bind")}
+
+
+def check_symbols(program):
+    for row in table(program, "--weak-bind"):
+        yield f"bound weakly: {row[-1]}"
+    exports = [row[1] for row in table(program, "--exports-trie")]
+    if exports != EXPORTS:
+        yield f"exports: {exports}, not {EXPORTS}"
+    imports = imports_of(program)
+    for library, name in sorted(imports - kept_imports()):
+        yield f"{name} of {library} is not in imports.txt; first see that iOS 15.0 exports it"
+    if not imports:
         yield "no imports, so this is no program"
 
 
 def check_program(program, limit_bytes):
-    findings = [*check_header(program), *check_load_commands(program), *check_imports(program)]
+    findings = [*check_header(program), *check_load_commands(program), *check_symbols(program)]
     size = program.stat().st_size
     if size >= limit_bytes:
         findings.append(f"{size} bytes, not under {limit_bytes}")
@@ -185,9 +203,12 @@ def check_program(program, limit_bytes):
 
 
 def check_files(folder):
-    findings = []
+    findings, imports = [], set()
     for path, limit_bytes in PROGRAMS.items():
         findings += check_program(folder / path, limit_bytes)
+        imports |= imports_of(folder / path)
+    for library, name in sorted(kept_imports() - imports):
+        findings.append(f"imports.txt: no program asks for {name} of {library}")
     launch = plistlib.loads((folder / LAUNCH_DAEMON).read_bytes())
     return findings + list(differences(LAUNCH_DAEMON, LAUNCH, launch))
 

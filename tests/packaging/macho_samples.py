@@ -48,23 +48,62 @@ def with_text(command, fields, text):
     return struct.pack("<II", command, 8 + len(body)) + body
 
 
+def uleb(number):
+    out = b""
+    while number > 0x7F:
+        out, number = out + bytes([number & 0x7F | 0x80]), number >> 7
+    return out + bytes([number])
+
+
+def bind_stream(names):
+    """What dyld binds, each name at the first section's begin; 0 stands for no library."""
+    stream = b""
+    for library, name in names:
+        stream += bytes([0x10 | library] if library else []) + b"\x40" + name.encode() + b"\0"
+        stream += bytes([0x51, 0x71]) + uleb(ROOMY) + b"\x90"
+    return stream + b"\0"
+
+
+def export_trie(names):
+    leaf = b"\x02\0\0\0"  # two bytes: no flags, at the header; no children
+    begin = 2 + sum(len(name) + 2 for name in names)
+    edges = b"".join(name.encode() + b"\0" + uleb(begin + 4 * index) for index, name in enumerate(names))
+    return bytes([0, len(names)]) + edges + leaf * len(names)
+
+
 def make_program(
-    platform=2, minimum=0x0F0000, run_paths=(), libraries=(), imports=(), flags=0x200085, padding=0
+    platform=2,
+    minimum=0x0F0000,
+    run_paths=(),
+    libraries=(),
+    imports=(),
+    lazy_imports=(),
+    weak_imports=(),
+    exports=("__mh_execute_header",),
+    flags=0x200085,
+    padding=0,
 ):
     """A program for the device; an import is a library's number, counted from 1, and a name."""
-    strings, symbols = b"\0", b""
-    for library, name in imports:
-        symbols += struct.pack("<IBBHQ", len(strings), 0x01, 0, library << 8, 0)
-        strings += name.encode() + b"\0"
-    count, begin = len(imports), TEXT_SIZE + len(symbols)
+    tables = (
+        bind_stream(imports),
+        bind_stream((0, name) for name in weak_imports),
+        bind_stream(lazy_imports),
+        export_trie(exports),
+    )
+    places, content = [0, 0], b""  # no rebases
+    for table in tables:
+        places += [TEXT_SIZE + len(content), len(table)]
+        content += table
+    begin = TEXT_SIZE + len(content)
     more = [
-        struct.pack("<6I", 0x02, 24, TEXT_SIZE, count, begin, len(strings)),
-        struct.pack("<20I", 0x0B, 80, 0, 0, 0, 0, 0, count, *([0] * 12)),
+        struct.pack("<12I", 0x80000022, 48, *places),
+        struct.pack("<6I", 0x02, 24, begin, 0, begin, 0),
+        struct.pack("<20I", 0x0B, 80, *([0] * 18)),
         struct.pack("<6I", 0x32, 24, platform, minimum, 0x0F0000, 0),
         *(with_text(0x8000001C, (), path) for path in run_paths),
         *(with_text(0x0C, (2, 0x10000, 0x10000), library) for library in libraries),
     ]
-    return make_macho(content=symbols + strings + bytes(padding), more=more, flags=flags)
+    return make_macho(content=content + bytes(padding), more=more, flags=flags)
 
 
 def commands_end(data):

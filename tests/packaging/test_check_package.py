@@ -9,6 +9,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import unittest.mock
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "packaging"))
@@ -16,16 +17,17 @@ import check_package  # noqa: E402
 import sign  # noqa: E402
 from macho_samples import make_program  # noqa: E402
 
-CORE_FOUNDATION, LIB_SYSTEM = (
-    "/System/Library/Frameworks/CoreFoundation.framework/CoreFoundation",
-    "/usr/lib/libSystem.B.dylib",
-)
+CORE_FOUNDATION = "/System/Library/Frameworks/CoreFoundation.framework/CoreFoundation"
+LIB_SYSTEM, LIB_CXX = "/usr/lib/libSystem.B.dylib", "/usr/lib/libc++.1.dylib"
+LIBRARIES = [CORE_FOUNDATION, LIB_SYSTEM, LIB_CXX]
 RUN_PATHS = ["/var/jb/usr/lib", "@loader_path/.jbroot/usr/lib", "@loader_path/../lib"]
 PROGRAM = {
     "run_paths": RUN_PATHS,
-    "libraries": [CORE_FOUNDATION, LIB_SYSTEM],
-    "imports": [(1, "_CFRelease"), (2, "_memorystatus_control")],
+    "libraries": LIBRARIES,
+    "imports": [(1, "_CFRelease"), (3, "__Znwm")],
+    "lazy_imports": [(2, "_memorystatus_control")],
 }
+KEPT_IMPORTS = {("CoreFoundation", "_CFRelease"), ("libc++", "__Znwm"), ("libSystem", "_memorystatus_control")}
 ENTITLEMENTS = dict.fromkeys(
     (
         *("com.apple.private.memorystatus", "com.apple.private.security.no-container"),
@@ -73,6 +75,9 @@ class Packages(unittest.TestCase):
     def setUp(self):
         holder = tempfile.TemporaryDirectory()
         self.addCleanup(holder.cleanup)
+        kept = unittest.mock.patch.object(check_package, "kept_imports", lambda: KEPT_IMPORTS)
+        self.addCleanup(kept.stop)
+        kept.start()
         self.folder = pathlib.Path(holder.name)
         self.tree = self.folder / "tree"
         self.put(DAEMON, signed_program(), 0o755)
@@ -194,23 +199,44 @@ class Packages(unittest.TestCase):
             self.assertEqual(found, [f"vorlatchd: run paths: {paths}, not {RUN_PATHS}"])
 
     def test_libraries(self):
-        libraries = [CORE_FOUNDATION, LIB_SYSTEM, "/usr/lib/libc++.1.dylib"]
-        expected = f"vorlatchd: libraries: {libraries}, not {[CORE_FOUNDATION, LIB_SYSTEM]}"
+        libraries = [*LIBRARIES, "/usr/lib/libobjc.A.dylib"]
+        expected = f"vorlatchd: libraries: {sorted(libraries)}, not {sorted(LIBRARIES)}"
         self.assertEqual(self.findings_with(libraries=libraries), [expected])
 
     def test_imports(self):
         unknown = "is not in imports.txt; first see that iOS 15.0 exports it"
-        found = self.findings_with(imports=[(1, "_CFRelease"), (2, "_unlikely"), (1, "_write")])
+        imports, lazy = PROGRAM["imports"], PROGRAM["lazy_imports"]
+        found = self.findings_with(
+            imports=[*imports, (1, "_write")], lazy_imports=[*lazy, (2, "_unlikely")]
+        )
         self.assertEqual(
             found,
-            [f"vorlatchd: _unlikely of libSystem {unknown}", f"vorlatchd: _write of CoreFoundation {unknown}"],
+            [f"vorlatchd: _write of CoreFoundation {unknown}", f"vorlatchd: _unlikely of libSystem {unknown}"],
         )
-        found = self.findings_with(imports=[])
+        found = self.findings_with(imports=[], lazy_imports=[])
         self.assertEqual(found, ["vorlatchd: no imports, so this is no program"])
 
+    def test_an_import_that_no_program_has(self):
+        changes = {"imports": [(1, "_CFRelease")]}
+        self.put("var/jb/usr/bin/vorlatchctl", signed_program(**changes), 0o755)
+        expected = "imports.txt: no program asks for __Znwm of libc++"
+        self.assertEqual(self.findings_with(**changes), [expected])
+
+    def test_nothing_is_shared_with_other_libraries(self):
+        names = ["__ZNSt3__14cerrE", "__ZTVSt9exception"]
+        self.assertEqual(
+            self.findings_with(weak_imports=names, exports=["__mh_execute_header", "_main"], flags=0x218085),
+            [
+                "vorlatchd: the flag BINDS_TO_WEAK is set",
+                "vorlatchd: the flag WEAK_DEFINES is set",
+                *(f"vorlatchd: bound weakly: {name}" for name in names),
+                "vorlatchd: exports: ['__mh_execute_header', '_main'], not ['__mh_execute_header']",
+            ],
+        )
+
     def test_size(self):
-        size = len(signed_program(padding=390_000))
-        self.assertEqual(self.findings_with(padding=390_000), [f"vorlatchd: {size} bytes, not under 400000"])
+        size = len(signed_program(padding=190_000))
+        self.assertEqual(self.findings_with(padding=190_000), [f"vorlatchd: {size} bytes, not under 200000"])
 
     def test_signature(self):
         found = self.findings_with(entitlements={**ENTITLEMENTS, "get-task-allow": True})
