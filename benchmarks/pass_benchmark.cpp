@@ -59,11 +59,11 @@ void unchangedPass(benchmark::State& state) {
 }
 BENCHMARK(unchangedPass)
     ->ArgNames({"targets", "processes"})
-    ->Args({1000, 1000})
-    ->Args({2000, 1000})
-    ->Args({4000, 1000})
-    ->Args({1000, 2000})
-    ->Args({1000, 4000})
+    ->Args({500, 1000})
+    ->Args({250, 1000})
+    ->Args({125, 1000})
+    ->Args({500, 2000})
+    ->Args({500, 4000})
     ->Iterations(60)
     ->Unit(benchmark::kMillisecond);
 

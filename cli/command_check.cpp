@@ -71,7 +71,7 @@ void checkTopLevel(const Dictionary& preferences, Findings& findings) {
   }
 }
 
-void checkTarget(const std::string& target, const TargetSettings& settings, Findings& findings) {
+void checkTarget(const std::string& target, const Dictionary& settings, Findings& findings) {
   for (const auto& [key, value] : settings) {
     const SettingRule* rule = settingRule(key);
     if (rule == nullptr) {
@@ -104,7 +104,7 @@ void checkTargets(const Dictionary& preferences, Findings& findings) {
 std::set<std::int32_t> pidsFor(const Observation& observation, const std::string& target,
                                const TargetSettings& settings) {
   std::set<std::int32_t> pids{observation.pidForPass(target)};
-  if (checkInterval(settings) > 0) pids.insert(observation.pidForWatchTimer(target));
+  if (settings.check_interval_s > 0) pids.insert(observation.pidForWatchTimer(target));
   pids.erase(0);
   return pids;
 }
@@ -112,8 +112,8 @@ std::set<std::int32_t> pidsFor(const Observation& observation, const std::string
 void checkProcesses(const Dictionary& preferences, Findings& findings) {
   const Observation observation = Observation::now();
   std::map<std::int32_t, std::string> target_by_pid;
-  for (const auto& [target, settings] : appConfigs(preferences)) {
-    const std::set<std::int32_t> pids = pidsFor(observation, target, settings);
+  for (const auto& [target, configured] : configuredTargets(preferences)) {
+    const std::set<std::int32_t> pids = pidsFor(observation, target, configured.settings);
     if (pids.empty()) {
       findings.push_back({{keys::kAppConfigs, target},
                           "no-match",
@@ -136,15 +136,20 @@ std::string whyNoFile(const std::string& path) {
   std::error_code unknown;
   const std::filesystem::file_status status = std::filesystem::status(path, unknown);
   if (std::filesystem::is_directory(status)) return "is a directory";
-  return std::filesystem::is_regular_file(status) ? "is larger than 128 MB" : "is no regular file";
+  return std::filesystem::is_regular_file(status) ? "is larger than 1 MB" : "is no regular file";
 }
 
-// What keeps the file from being read as preferences at all; nothing, and the dictionary, when
+struct Contents {
+  Dictionary preferences;
+  PropertyListSize size;
+};
+
+// What keeps the file from being read as preferences at all; nothing, and the contents, when
 // nothing does.
 std::optional<std::string> readAt(const std::string& path, bool is_the_daemons,
-                                  Dictionary& preferences) {
+                                  Contents& contents) {
   errno = 0;
-  const std::optional<std::string> bytes = readFile(path, kMaxPropertyListBytes);
+  const std::optional<std::string> bytes = readFile(path, kPropertyListBound.file_bytes);
   if (!bytes) {
     if (errno == ENOENT && !is_the_daemons) failCouldNot(path + ": there is no such file");
     if (errno == ENOENT) {
@@ -156,8 +161,13 @@ std::optional<std::string> readAt(const std::string& path, bool is_the_daemons,
     return whyNoFile(path) + "; the daemon reads it as empty";
   }
   if (bytes->empty()) return "is empty: the daemon is switched off";
-  if (!isBoundedPropertyList(*bytes)) {
-    return "is damaged, or nests deeper than 512 levels; the daemon reads it as empty";
+  const std::optional<PropertyListSize> size = measurePropertyList(*bytes);
+  if (!size) return "is damaged, or neither XML in UTF-8 nor binary; the daemon reads it as empty";
+  if (size->levels > kPropertyListBound.levels) {
+    return "nests deeper than 128 levels; the daemon reads it as empty";
+  }
+  if (!size->isWithin(kPropertyListBound)) {
+    return "would take more memory than the daemon gives it; the daemon reads it as empty";
   }
   std::optional<Value> root = propertyListIn(*bytes);
   if (!root) return "is no property list; the daemon reads it as empty";
@@ -166,17 +176,40 @@ std::optional<std::string> readAt(const std::string& path, bool is_the_daemons,
     return std::string("holds ") + kindText(*root) +
            " and no dictionary; the daemon reads it as empty";
   }
-  preferences = std::move(*dictionary);
+  contents = {.preferences = std::move(*dictionary), .size = *size};
   return std::nullopt;
 }
 
-void report(const Session& session, const std::string& path, const Findings& findings) {
+Json jsonOf(const PropertyListSize& size) {
+  return {{"file_bytes", size.file_bytes},
+          {"memory_bytes", size.memory_bytes},
+          {"levels", size.levels}};
+}
+
+std::string percentText(std::size_t part, std::size_t whole) {
+  return std::to_string((100 * part + whole - 1) / whole) + " %";
+}
+
+// How near a file is to what the daemon reads.
+std::string textOf(const PropertyListSize& size) {
+  const PropertyListSize& bound = kPropertyListBound;
+  return "takes " + percentText(size.memory_bytes, bound.memory_bytes) +
+         " of the memory that the daemon gives it, " +
+         percentText(size.file_bytes, bound.file_bytes) + " of the bytes, " +
+         std::to_string(size.levels) + " of " + std::to_string(bound.levels) + " levels";
+}
+
+void report(const Session& session, const std::string& path, const Findings& findings,
+            const std::optional<PropertyListSize>& size) {
   if (session.wants_json) {
     Json list = Json::array();
     for (const Finding& each : findings) {
       list.push_back({{"path", each.path}, {"kind", each.kind}, {"message", each.message}});
     }
-    print(session, {{"file", path}, {"findings", list}});
+    print(session, {{"file", path},
+                    {"findings", list},
+                    {"size", size ? jsonOf(*size) : Json()},
+                    {"bound", jsonOf(kPropertyListBound)}});
     return;
   }
   for (const Finding& each : findings) {
@@ -185,6 +218,7 @@ void report(const Session& session, const std::string& path, const Findings& fin
     printLine(session, (where.empty() ? path : where) + ": " + each.message);
   }
   if (findings.empty()) printLine(session, path + ": all in order");
+  if (size) printLine(session, path + ": " + textOf(*size));
 }
 
 }  // namespace
@@ -192,15 +226,17 @@ void report(const Session& session, const std::string& path, const Findings& fin
 ExitStatus checkCommand(const Session& session, const CheckOptions& options) {
   const std::string path = options.file ? *options.file : daemonFile(kPreferencesFileName);
   Findings findings;
-  Dictionary preferences;
-  if (const std::optional<std::string> obstacle = readAt(path, !options.file, preferences)) {
+  std::optional<PropertyListSize> size;
+  Contents contents;
+  if (const std::optional<std::string> obstacle = readAt(path, !options.file, contents)) {
     findings.push_back({{}, "unreadable", *obstacle});
   } else {
-    checkTopLevel(preferences, findings);
-    checkTargets(preferences, findings);
-    if (options.looks_at_processes) checkProcesses(preferences, findings);
+    size = contents.size;
+    checkTopLevel(contents.preferences, findings);
+    checkTargets(contents.preferences, findings);
+    if (options.looks_at_processes) checkProcesses(contents.preferences, findings);
   }
-  report(session, path, findings);
+  report(session, path, findings, size);
   return findings.empty() ? kDone : kFinding;
 }
 

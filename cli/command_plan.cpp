@@ -11,7 +11,7 @@ namespace {
 
 // What would be done to one target, a step a line, in the order in which the daemon does it.
 std::vector<std::string> stepsFor(const TargetView& target, const Observation& observation) {
-  const Wanted& wanted = target.wanted;
+  const TargetSettings& wanted = target.wanted;
   std::vector<std::string> steps;
   const auto limit = [](std::int32_t limit_mb) {
     return limit_mb < 1 ? std::string("the system's default")
@@ -28,15 +28,15 @@ std::vector<std::string> stepsFor(const TargetView& target, const Observation& o
     steps.push_back("set the nice value from " + std::to_string(*target.now.nice_value) + " to " +
                     nice_value);
   }
-  if (wanted.band == -1) {
+  if (wanted.jetsam_priority == -1) {
     steps.emplace_back("leave the jetsam band");
-  } else if (wanted.band == 0) {
+  } else if (wanted.jetsam_priority == 0) {
     steps.emplace_back("return the process to the system's management, and its band to idle");
   } else {
-    std::string step =
-        "mark the process as unmanaged and set jetsam band " + std::to_string(wanted.band);
-    const std::optional<std::int32_t> adapted = adaptedBand(wanted.band);
-    const bool may_be_refused = wanted.band > observation.highestBand().value_or(0);
+    std::string step = "mark the process as unmanaged and set jetsam band " +
+                       std::to_string(wanted.jetsam_priority);
+    const std::optional<std::int32_t> adapted = adaptedBand(wanted.jetsam_priority);
+    const bool may_be_refused = wanted.jetsam_priority > observation.highestBand().value_or(0);
     if (adapted && may_be_refused) step += "; if refused, band " + std::to_string(*adapted);
     steps.push_back(step);
   }
@@ -59,8 +59,8 @@ std::string reasonFor(const TargetView& target) {
 }
 
 std::string afterwards(const TargetView& target) {
-  return target.wanted.interval_s > 0
-             ? "then again every " + std::to_string(target.wanted.interval_s) +
+  return target.wanted.check_interval_s > 0
+             ? "then again every " + std::to_string(target.wanted.check_interval_s) +
                    " s by its own timer"
              : "then again every 1800 s by the patrol";
 }
@@ -114,8 +114,8 @@ ExitStatus planCommand(const Session& session) {
   const Observation observation =
       Observation::now(readStoredPreferences(daemonFile(kPreferencesFileName)).dictionary);
   std::vector<Plan> plans;
-  for (const auto& [key, settings] : observation.targets) {
-    plans.push_back(planFor(observation, key, settings));
+  for (const auto& [key, target] : observation.targets) {
+    plans.push_back(planFor(observation, key, target.settings));
   }
   if (session.wants_json) {
     Json targets = Json::array();

@@ -10,7 +10,7 @@
 namespace vorlatch::cli {
 namespace {
 
-std::string textOf(const TargetSettings& settings, const char* key) {
+std::string textOf(const plist::Dictionary& settings, const char* key) {
   const plist::Value* value = plist::find(settings, key);
   return value != nullptr ? settingText(*value) : "-";
 }
@@ -20,7 +20,7 @@ std::string textOf(const TargetSettings& settings, const char* key) {
 ExitStatus listCommand(const Session& session) {
   const auto preferences = readStoredPreferences(daemonFile(kPreferencesFileName));
   const bool enabled = isEnabled(preferences.dictionary);
-  const Targets targets = appConfigs(preferences.dictionary);
+  const TargetDictionaries targets = appConfigs(preferences.dictionary);
   if (session.wants_json) {
     Json json{{"enabled", enabled}, {"targets", Json::object()}};
     for (const auto& [key, settings] : targets) json["targets"][key] = jsonOf(settings);
@@ -46,7 +46,7 @@ ExitStatus listCommand(const Session& session) {
 
 ExitStatus showCommand(const Session& session, const std::string& target) {
   const auto preferences = readStoredPreferences(daemonFile(kPreferencesFileName));
-  const Targets targets = appConfigs(preferences.dictionary);
+  const TargetDictionaries targets = appConfigs(preferences.dictionary);
   const auto entry = targets.find(target);
   if (entry == targets.end()) {
     std::vector<std::string> known;

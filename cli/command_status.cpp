@@ -31,9 +31,9 @@ std::string wantedAndNow(const std::string& wanted, const std::string& now) {
 
 std::string bandText(const TargetView& target) {
   const std::string now = text(target.now.band);
-  if (target.wanted.band == -1) return "any > " + now;
-  if (target.wanted.band == 0) return "system > " + now;
-  return wantedAndNow(std::to_string(target.wanted.band), now);
+  if (target.wanted.jetsam_priority == -1) return "any > " + now;
+  if (target.wanted.jetsam_priority == 0) return "system > " + now;
+  return wantedAndNow(std::to_string(target.wanted.jetsam_priority), now);
 }
 
 std::string limitText(std::int32_t wanted_mb, const Number& now_mb) {
@@ -78,7 +78,8 @@ Table tableOf(const std::vector<TargetView>& targets) {
          now(wantedAndNow(std::to_string(target.wanted.nice_value), text(target.now.nice_value))),
          now(limitsText(target)),
          now(managedCell(target)),
-         target.wanted.interval_s > 0 ? std::to_string(target.wanted.interval_s) + "s" : "-",
+         target.wanted.check_interval_s > 0 ? std::to_string(target.wanted.check_interval_s) + "s"
+                                            : "-",
          writtenText(target.written),
          {verdictText(target.verdict), colourOf(target.verdict)}});
   }
@@ -89,12 +90,12 @@ Json jsonOfTarget(const TargetView& target) {
   Json json;
   json["target"] = target.key;
   json["verdict"] = verdictText(target.verdict);
-  json["wanted"] = {{"band", target.wanted.band},
+  json["wanted"] = {{"band", target.wanted.jetsam_priority},
                     {"nice", target.wanted.nice_value},
                     {"active_limit_mb", target.wanted.active_limit_mb},
                     {"inactive_limit_mb", target.wanted.inactive_limit_mb},
                     {"strip_managed", jsonOf(target.wanted.strips_managed)},
-                    {"interval_s", target.wanted.interval_s}};
+                    {"interval_s", target.wanted.check_interval_s}};
   json["daemon_wrote"] = nullptr;
   if (target.written != nullptr) {
     json["daemon_wrote"] = {{"pid", target.written->pid},
@@ -117,17 +118,17 @@ Json jsonOfTarget(const TargetView& target) {
 std::vector<TargetView> lookAt(const Observation& observation,
                                const std::vector<std::string>& wanted_targets) {
   std::vector<std::string> known;
-  for (const auto& [key, settings] : observation.targets) known.push_back(key);
+  for (const auto& [key, target] : observation.targets) known.push_back(key);
   for (const std::string& key : wanted_targets) {
     if (observation.targets.contains(key)) continue;
     failWrongUsage("no target " + key + " is configured" + suggestion(key, known));
   }
   std::vector<TargetView> views;
-  for (const auto& [key, settings] : observation.targets) {
+  for (const auto& [key, target] : observation.targets) {
     const bool is_wanted =
         wanted_targets.empty() ||
         std::find(wanted_targets.begin(), wanted_targets.end(), key) != wanted_targets.end();
-    if (is_wanted) views.push_back(viewOf(observation, key, settings));
+    if (is_wanted) views.push_back(viewOf(observation, key, target.settings));
   }
   return views;
 }

@@ -80,7 +80,7 @@ Observation Observation::now() {
 Observation Observation::now(plist::Dictionary preferences) {
   Observation observed;
   observed.preferences = std::move(preferences);
-  observed.targets = appConfigs(observed.preferences);
+  observed.targets = configuredTargets(observed.preferences);
   observed.preferences_are_newer_than_status =
       isNewer(getPrefPath(kPreferencesFileName), getPrefPath(kStatusFileName));
   observed.readStatus();
@@ -125,7 +125,7 @@ std::int32_t Observation::pidForWatchTimer(const std::string& key) const {
 std::int32_t Observation::pidOf(const std::string& key, const TargetSettings& settings) const {
   const std::int32_t for_pass = pidForPass(key);
   const DaemonWrote* held = written(key);
-  if (held == nullptr || held->pid == for_pass || checkInterval(settings) == 0) return for_pass;
+  if (held == nullptr || held->pid == for_pass || settings.check_interval_s == 0) return for_pass;
   return pidForWatchTimer(key) == held->pid ? held->pid : for_pass;
 }
 

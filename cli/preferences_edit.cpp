@@ -124,7 +124,7 @@ Descriptor lockPreferences() {
 
 StoredPreferences readStoredPreferences(const std::string& path) {
   errno = 0;
-  const std::optional<std::string> bytes = readFileToPublish(path, kMaxPropertyListBytes);
+  const std::optional<std::string> bytes = readFileToPublish(path, kPropertyListBound.file_bytes);
   if (!bytes && errno == ENOENT) return {};
   if (!bytes) {
     failCouldNot(path + ": " + (errno != 0 ? reasonOf(errno) : "a link, or not a file to be read"));
@@ -147,6 +147,10 @@ bool writeStoredPreferences(const std::string& path, const StoredPreferences& pr
   const std::string bytes = preferences.is_binary
                                 ? platform::writeBinaryPropertyList(preferences.dictionary)
                                 : platform::writeXmlPropertyList(preferences.dictionary);
+  const std::optional<PropertyListSize> size = measurePropertyList(bytes);
+  if (size && !size->isWithin(kPropertyListBound)) {
+    failCouldNot(path + " would be larger than what the daemon reads; nothing is changed");
+  }
   const std::optional<plist::Value> back = propertyListIn(bytes);
   if (!back || !isIdentical(*back, preferences.dictionary)) failUnwritable(path);
   if (writeFileAtomically(path, bytes, may_replace)) return true;

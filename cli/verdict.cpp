@@ -18,9 +18,10 @@ bool limitHolds(std::int32_t wanted_mb, const std::optional<std::int32_t>& actua
   return !actual_mb || memoryLimitHolds(wanted_mb, *actual_mb);
 }
 
-bool isWanted(const Wanted& wanted, std::int32_t nice_value, std::optional<std::int32_t> band,
-              std::int32_t highest_band) {
-  return nice_value == wanted.nice_value && band && bandHolds(wanted.band, *band, highest_band);
+bool isWanted(const TargetSettings& wanted, std::int32_t nice_value,
+              std::optional<std::int32_t> band, std::int32_t highest_band) {
+  return nice_value == wanted.nice_value && band &&
+         bandHolds(wanted.jetsam_priority, *band, highest_band);
 }
 
 Verdict judgeApplied(const Observation& observation, const TargetView& target) {
@@ -54,18 +55,10 @@ Verdict judge(const Observation& observation, const TargetView& target) {
 
 }  // namespace
 
-Wanted::Wanted(const TargetSettings& settings)
-    : band(integerSetting(settings, keys::kJetsamPriority)),
-      nice_value(niceValue(settings)),
-      active_limit_mb(integerSetting(settings, keys::kMemLimitActive)),
-      inactive_limit_mb(integerSetting(settings, keys::kMemLimitInactive)),
-      strips_managed(stripManaged(settings)),
-      interval_s(checkInterval(settings)) {}
-
 TargetView viewOf(const Observation& observation, const std::string& key,
-                  const TargetSettings& settings) {
-  TargetView target{.key = key, .wanted = Wanted(settings), .now = {}, .details = {}};
-  target.pid = observation.pidOf(key, settings);
+                  const TargetSettings& wanted) {
+  TargetView target{.key = key, .wanted = wanted, .now = {}, .details = {}};
+  target.pid = observation.pidOf(key, wanted);
   target.process = observation.process(target.pid);
   target.written = observation.written(key);
   if (target.pid != 0) {

@@ -14,22 +14,10 @@ enum class Verdict {
   SwitchedOff,
 };
 
-// What a target ought to have.
-struct Wanted {
-  explicit Wanted(const TargetSettings& settings);
-
-  std::int32_t band;  // -1: left alone, 0: the system's default
-  std::int32_t nice_value;
-  std::int32_t active_limit_mb;
-  std::int32_t inactive_limit_mb;
-  std::optional<bool> strips_managed;
-  std::int32_t interval_s;
-};
-
 // Everything about one target.
 struct TargetView {
   std::string key;
-  Wanted wanted;
+  TargetSettings wanted;
   std::int32_t pid = 0;
   const RunningProcess* process = nullptr;  // of the observation
   const DaemonWrote* written = nullptr;     // likewise
@@ -43,7 +31,7 @@ struct TargetView {
 // does not judge it either. Where the kernel says nothing to this user, what the daemon wrote
 // counts.
 TargetView viewOf(const Observation& observation, const std::string& key,
-                  const TargetSettings& settings);
+                  const TargetSettings& wanted);
 
 const char* verdictText(Verdict verdict);
 

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -80,7 +81,7 @@ std::optional<std::string> contentsOf(const Descriptor& file, const struct stat&
     if (got == 0) break;
     length += static_cast<std::size_t>(got);
     if (length > limit_bytes) return std::nullopt;  // it grew while it was read
-    if (length == contents.size()) contents.resize(2 * length);
+    if (length == contents.size()) contents.resize(std::min(2 * length, limit_bytes + 1));
   }
   contents.resize(length);
   return contents;

@@ -23,15 +23,44 @@ bool isEnabled(const plist::Dictionary& preferences) {
   return enabled != nullptr && plist::truthValue(*enabled);
 }
 
-Targets appConfigs(plist::Dictionary preferences) {
-  Targets targets;
+TargetSettings targetSettings(const plist::Dictionary& dictionary) {
+  const auto integer = [&dictionary](const char* key) { return integerSetting(dictionary, key); };
+  const plist::Value* strip = plist::find(dictionary, keys::kStripManaged);
+  return {
+      .jetsam_priority = integer(keys::kJetsamPriority),
+      .nice_value = std::clamp(integer(keys::kNiceValue), kLowestNice, kHighestNice),
+      .active_limit_mb = integer(keys::kMemLimitActive),
+      .inactive_limit_mb = integer(keys::kMemLimitInactive),
+      .check_interval_s = std::max(0, integer(keys::kCheckInterval)),
+      .strips_managed = strip != nullptr ? std::optional(plist::truthValue(*strip)) : std::nullopt};
+}
+
+TargetDictionaries appConfigs(plist::Dictionary preferences) {
+  TargetDictionaries targets;
   const auto entry = preferences.find(keys::kAppConfigs);
   if (entry == preferences.end()) return targets;
   auto* configs = entry->second.as<plist::Dictionary>();
   if (configs == nullptr) return targets;
-  for (auto& [key, value] : *configs) {
-    auto* settings = value.as<plist::Dictionary>();
-    if (settings != nullptr) targets.emplace_hint(targets.end(), key, std::move(*settings));
+  while (!configs->empty()) {
+    // Taken out, because only the key of an entry that is in no map may be moved.
+    auto target = configs->extract(configs->begin());
+    auto* dictionary = target.mapped().as<plist::Dictionary>();
+    if (dictionary == nullptr) continue;
+    targets.emplace_hint(targets.end(), std::move(target.key()), std::move(*dictionary));
+  }
+  return targets;
+}
+
+Targets configuredTargets(plist::Dictionary preferences) {
+  Targets targets;
+  TargetDictionaries dictionaries = appConfigs(std::move(preferences));
+  while (!dictionaries.empty()) {
+    auto target = dictionaries.extract(dictionaries.begin());
+    TargetSettings settings = targetSettings(target.mapped());
+    std::string stored_form = plist::comparisonForm(std::move(target.mapped()));
+    stored_form.shrink_to_fit();
+    targets.emplace_hint(targets.end(), std::move(target.key()),
+                         ConfiguredTarget{settings, std::move(stored_form)});
   }
   return targets;
 }
@@ -44,23 +73,9 @@ std::optional<std::int64_t> logSizeLimit(const plist::Dictionary& preferences) {
   return limit_bytes;
 }
 
-std::int32_t checkInterval(const TargetSettings& settings) {
-  return std::max(0, integerSetting(settings, keys::kCheckInterval));
-}
-
-std::int32_t integerSetting(const TargetSettings& settings, const char* key) {
-  const plist::Value* value = plist::find(settings, key);
+std::int32_t integerSetting(const plist::Dictionary& dictionary, const char* key) {
+  const plist::Value* value = plist::find(dictionary, key);
   return value != nullptr ? plist::int32Value(*value) : 0;
-}
-
-std::int32_t niceValue(const TargetSettings& settings) {
-  return std::clamp(integerSetting(settings, keys::kNiceValue), kLowestNice, kHighestNice);
-}
-
-std::optional<bool> stripManaged(const TargetSettings& settings) {
-  const plist::Value* strip = plist::find(settings, keys::kStripManaged);
-  if (strip == nullptr) return std::nullopt;
-  return plist::truthValue(*strip);
 }
 
 }  // namespace vorlatch

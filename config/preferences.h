@@ -28,10 +28,33 @@ inline constexpr const char* kStripManaged = "StripManaged";
 inline constexpr const char* kRemark = "Remark";
 }  // namespace keys
 
-// One target's dictionary, whole: keys that the daemon does not know count as an edit, too.
-using TargetSettings = plist::Dictionary;
+// How a target is to be held, as the daemon reads its dictionary: numbers and truth values of any
+// stored type, within their ranges.
+struct TargetSettings {
+  std::int32_t jetsam_priority = 0;  // the band; -1: left alone, 0: given back to the system
+  std::int32_t nice_value = 0;
+  std::int32_t active_limit_mb = 0;  // below 1: the system's default
+  std::int32_t inactive_limit_mb = 0;
+  std::int32_t check_interval_s = 0;  // the period of the watch timer; 0 without one
+  std::optional<bool> strips_managed =
+      std::nullopt;  // out of the system's memory management; empty: not asked for
+
+  friend bool operator==(const TargetSettings&, const TargetSettings&) = default;
+};
+
+TargetSettings targetSettings(const plist::Dictionary& dictionary);
+
+// One entry of AppConfigs.
+struct ConfiguredTarget {
+  TargetSettings settings;
+  // The comparison form of the whole dictionary: keys that the daemon does not know count as an
+  // edit.
+  std::string stored_form;
+};
+
 // By target key: an app's bundle identifier or a process name.
-using Targets = std::map<std::string, TargetSettings, std::less<>>;
+using Targets = std::map<std::string, ConfiguredTarget, std::less<>>;
+using TargetDictionaries = std::map<std::string, plist::Dictionary, std::less<>>;
 
 // The file's dictionary; empty, and so switched off, when it is missing or does not parse.
 plist::Dictionary loadPreferences();
@@ -39,24 +62,20 @@ plist::Dictionary loadPreferences();
 // The master switch; off when missing.
 bool isEnabled(const plist::Dictionary& preferences);
 
-// The targets; an entry whose value is not a dictionary is passed over.
-Targets appConfigs(plist::Dictionary preferences);
+// The targets' dictionaries; an entry of another type is passed over.
+TargetDictionaries appConfigs(plist::Dictionary preferences);
+
+// The targets as the daemon reads them. Takes the preferences over, and frees each dictionary as
+// soon as it is read.
+Targets configuredTargets(plist::Dictionary preferences);
 
 // The size in bytes above which the log is emptied; nothing when the cap is off.
 std::optional<std::int64_t> logSizeLimit(const plist::Dictionary& preferences);
 
-// The period of the target's watch timer in seconds; 0 when it has none.
-std::int32_t checkInterval(const TargetSettings& settings);
+// A number of a dictionary; 0 when missing. An empty string counts as missing, and reads as 0.
+std::int32_t integerSetting(const plist::Dictionary& dictionary, const char* key);
 
-// A number of the target's; 0 when missing. An empty string counts as missing, and reads as 0.
-std::int32_t integerSetting(const TargetSettings& settings, const char* key);
-
-// The nice value to hold the target at; 0 when missing.
 inline constexpr std::int32_t kLowestNice = -20;
 inline constexpr std::int32_t kHighestNice = 20;
-std::int32_t niceValue(const TargetSettings& settings);
-
-// Whether the target is to be taken out of the system's memory management; nothing when missing.
-std::optional<bool> stripManaged(const TargetSettings& settings);
 
 }  // namespace vorlatch

@@ -1,31 +1,30 @@
 #include "config/property_list_file.h"
 
-#include <new>
 #include <utility>
 
 #include "config/files.h"
 #include "config/property_list_guard.h"
 #include "platform/property_list.h"
+#include "platform/thread_safety.h"
 
 namespace vorlatch {
 
-std::optional<plist::Value> readPropertyList(const std::string& path) {
-  try {
-    const std::optional<std::string> bytes = readFile(path, kMaxPropertyListBytes);
-    return bytes ? propertyListIn(*bytes) : std::nullopt;
-  } catch (const std::bad_alloc&) {
-    // The first and largest allocations whose size, up to the bound, is somebody else's choice.
-    return std::nullopt;
-  }
+std::optional<plist::Value> readPropertyList(const std::string& path, const char* only_key) {
+  // One file's bytes and tree at a time, whichever queues ask.
+  static Mutex& reading = *new Mutex;
+  const Lock lock(reading);
+  const std::optional<std::string> bytes = readFile(path, kPropertyListBound.file_bytes);
+  return bytes ? propertyListIn(*bytes, only_key) : std::nullopt;
 }
 
-std::optional<plist::Value> propertyListIn(std::string_view bytes) {
-  if (!isBoundedPropertyList(bytes)) return std::nullopt;
-  return platform::parsePropertyList(bytes);
+std::optional<plist::Value> propertyListIn(std::string_view bytes, const char* only_key) {
+  const std::optional<PropertyListSize> size = measurePropertyList(bytes);
+  if (!size || !size->isWithin(kPropertyListBound)) return std::nullopt;
+  return platform::parsePropertyList(bytes, only_key);
 }
 
-plist::Dictionary readDictionary(const std::string& path) {
-  std::optional<plist::Value> root = readPropertyList(path);
+plist::Dictionary readDictionary(const std::string& path, const char* only_key) {
+  std::optional<plist::Value> root = readPropertyList(path, only_key);
   auto* dictionary = root ? root->as<plist::Dictionary>() : nullptr;
   return dictionary != nullptr ? std::move(*dictionary) : plist::Dictionary{};
 }

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
-#include <optional>
+#include <cstdint>
 
 #include "platform/binary_property_list.h"
 #include "platform/xml_scanner.h"
@@ -17,32 +16,60 @@ using plist::BinaryPropertyList;
 using plist::XmlScanner;
 using plist::XmlToken;
 
-// What an object is counted as beside its payload. An object's marker, its offset and the reference
-// to it take about as much in a file large enough for the bound to matter.
-constexpr std::uint64_t kObjectBytes = 8;
+// What one object takes at most, in the library's tree and in ours together, with what the daemon
+// keeps of a target. Measured with libplist 2.2.0 on a 64-bit machine (benchmarks/heap_benchmark,
+// tests/scenario/heap_test).
+constexpr std::size_t kScalarBytes = 190;
+constexpr std::size_t kKeyBytes = 240;
+constexpr std::size_t kContainerBytes = 450;
+// Each byte of a key above these: the daemon keeps the key of a target in several places.
+constexpr std::size_t kShortKeyBytes = 16;
+constexpr std::size_t kKeyByteBytes = 10;
+// Each byte of a text: in the file's bytes, in the library's tree and in ours.
+constexpr std::size_t kTextByteBytes = 3;
 
-bool isContainer(const BinaryObject& object) {
-  return object.kind == BinaryObject::Kind::List || object.kind == BinaryObject::Kind::Dict;
-}
+// Counts up to where the bound is passed.
+class Measure {
+ public:
+  explicit Measure(std::size_t file_bytes)
+      : size_{.file_bytes = file_bytes, .memory_bytes = file_bytes, .levels = 0} {}
+
+  void addScalar(std::size_t bytes) { size_.memory_bytes += kScalarBytes + kTextByteBytes * bytes; }
+  void addKey(std::size_t bytes) {
+    const std::size_t further_bytes = std::max(bytes, kShortKeyBytes) - kShortKeyBytes;
+    size_.memory_bytes += kKeyBytes + kKeyByteBytes * further_bytes;
+  }
+  void addContainer(std::size_t level) {
+    size_.memory_bytes += kContainerBytes;
+    size_.levels = std::max(size_.levels, level);
+  }
+  [[nodiscard]] bool isOver() const { return !size_.isWithin(kPropertyListBound); }
+  [[nodiscard]] const PropertyListSize& size() const { return size_; }
+
+ private:
+  PropertyListSize size_;
+};
 
 // Visits every object as often as it is referred to. No memory of the visited is needed: each visit
-// counts, so their number is bounded, and a list that refers to itself runs into the depth.
-class BinaryExpansion {
+// counts, so their number is bounded, and a list that refers to itself runs into the bound of
+// levels.
+class BinaryWalk {
  public:
-  explicit BinaryExpansion(const BinaryPropertyList& list) : list_(list) {}
+  BinaryWalk(const BinaryPropertyList& list, Measure& measure) : list_(list), measure_(measure) {}
 
-  bool isBounded() {
+  // False when the list is damaged.
+  bool measure() {
     if (!enter(list_.rootIndex())) return false;
-    while (depth_ > 0) {
+    while (depth_ > 0 && !measure_.isOver()) {
       Level& level = levels_[depth_ - 1];
       if (level.next == level.end) {
         --depth_;
-      } else {
-        const bool is_key =
-            level.container.kind == BinaryObject::Kind::Dict && level.next < level.container.count;
-        const std::uint64_t index = list_.reference(level.container, level.next++);
-        if ((is_key && !isKey(index)) || !enter(index)) return false;
+        continue;
       }
+      const bool is_key =
+          level.container.kind == BinaryObject::Kind::Dict && level.next < level.container.count;
+      const std::uint64_t index = list_.reference(level.container, level.next++);
+      if (is_key ? !addKey(index) : !enter(index)) return false;
     }
     return true;
   }
@@ -54,107 +81,81 @@ class BinaryExpansion {
     std::uint64_t end = 0;
   };
 
-  // Only a string is one. Libraries written in C stop at a NUL in it, or stop the program.
-  [[nodiscard]] bool isKey(std::uint64_t index) const {
+  // Only a text is one. Libraries written in C stop at a NUL in it, or stop the program.
+  bool addKey(std::uint64_t index) {
     const std::optional<BinaryObject> object = list_.object(index);
     if (!object) return false;
-    if (object->kind == BinaryObject::Kind::AsciiString) {
-      return object->payload.find('\0') == object->payload.npos;
+    const bool is_wide = object->kind == BinaryObject::Kind::Utf16String;
+    if (!is_wide && object->kind != BinaryObject::Kind::AsciiString) return false;
+    const std::size_t unit_bytes = is_wide ? 2 : 1;
+    for (std::size_t i = 0; i < object->payload.size(); i += unit_bytes) {
+      if (bigEndian(object->payload.substr(i, unit_bytes)) == 0) return false;
     }
-    if (object->kind != BinaryObject::Kind::Utf16String) return false;
-    for (std::size_t i = 0; i < object->payload.size(); i += 2) {
-      if (bigEndian(object->payload.substr(i, 2)) == 0) return false;
-    }
+    measure_.addKey(object->payload.size());
     return true;
   }
 
   bool enter(std::uint64_t index) {
     const std::optional<BinaryObject> object = list_.object(index);
     if (!object) return false;
-    const bool container = isContainer(*object);
-    expanded_bytes_ += kObjectBytes + (container ? 0 : object->payload.size());
-    if (expanded_bytes_ > kMaxPropertyListBytes) return false;
-    if (!container) return true;
-    if (depth_ == levels_.size()) return false;
-    const bool dictionary = object->kind == BinaryObject::Kind::Dict;
-    levels_[depth_++] = {*object, 0, dictionary ? 2 * object->count : object->count};
+    const bool is_dictionary = object->kind == BinaryObject::Kind::Dict;
+    if (!is_dictionary && object->kind != BinaryObject::Kind::List) {
+      measure_.addScalar(object->payload.size());
+      return true;
+    }
+    measure_.addContainer(depth_ + 1);
+    if (measure_.isOver()) return true;
+    levels_[depth_++] = {*object, 0, is_dictionary ? 2 * object->count : object->count};
     return true;
   }
 
   const BinaryPropertyList& list_;
-  std::array<Level, kMaxPropertyListDepth> levels_{};
+  Measure& measure_;
+  std::array<Level, kPropertyListBound.levels> levels_{};
   std::size_t depth_ = 0;
-  std::uint64_t expanded_bytes_ = 0;
 };
 
-bool isBoundedBinary(std::string_view bytes) {
+bool measureBinary(std::string_view bytes, Measure& measure) {
   const std::optional<BinaryPropertyList> list = BinaryPropertyList::open(bytes);
-  return list && BinaryExpansion(*list).isBounded();
+  return list && BinaryWalk(*list, measure).measure();
 }
 
-// A scalar's element holds no other. Whatever is not known to be one counts as a level.
-bool isLevel(std::string_view name) {
-  constexpr std::array<std::string_view, 8> kScalars = {"key",  "string", "integer", "real",
-                                                        "date", "data",   "true",    "false"};
-  return std::find(kScalars.begin(), kScalars.end(), name) == kScalars.end();
+// Whatever is not known to be a scalar may hold others.
+bool isScalar(std::string_view name) {
+  constexpr std::array<std::string_view, 7> kScalars = {"string", "integer", "real", "date",
+                                                        "data",   "true",    "false"};
+  return std::find(kScalars.begin(), kScalars.end(), name) != kScalars.end();
 }
 
-bool isBoundedXml(std::string_view bytes) {
+void add(std::string_view element, std::size_t text_bytes, Measure& measure) {
+  element == "key" ? measure.addKey(text_bytes) : measure.addScalar(text_bytes);
+}
+
+bool measureXml(std::string_view bytes, Measure& measure) {
+  using Kind = XmlToken::Kind;
   XmlScanner scanner(bytes);
   std::size_t depth = 0;
-  // The plist element around everything is not a level of the list.
-  std::size_t max_depth = kMaxPropertyListDepth;
-  for (XmlToken token = scanner.next(); token.kind != XmlToken::Kind::End; token = scanner.next()) {
-    if (token.kind == XmlToken::Kind::Malformed) return false;
-    if (token.kind == XmlToken::Kind::Open && isLevel(token.content)) {
-      if (depth == 0 && token.content == "plist") max_depth = kMaxPropertyListDepth + 1;
-      if (++depth > max_depth) return false;
-    } else if (token.kind == XmlToken::Kind::Close && isLevel(token.content) && depth > 0) {
+  bool is_in_plist = false;  // the element around everything, which is no level of the list
+  std::size_t text_bytes = 0;
+  while (!measure.isOver()) {
+    const XmlToken token = scanner.next();
+    const bool opens = token.kind == Kind::Open || token.kind == Kind::Empty;
+    if (token.kind == Kind::End) return true;
+    if (token.kind == Kind::Malformed) return false;
+    if (token.kind == Kind::Text || token.kind == Kind::CData) {
+      text_bytes += token.content.size();
+    } else if (isScalar(token.content) || token.content == "key") {
+      // What stands between elements is blanks, which nobody keeps.
+      if (token.kind == Kind::Close) add(token.content, text_bytes, measure);
+      if (token.kind == Kind::Empty) add(token.content, 0, measure);
+      text_bytes = 0;
+    } else if (opens) {
+      if (depth == 0) is_in_plist = token.content == "plist";
+      measure.addContainer(depth + (is_in_plist ? 0 : 1));
+      if (token.kind == Kind::Open) ++depth;
+    } else if (depth > 0) {
       --depth;
     }
-  }
-  return true;
-}
-
-bool isBareWord(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) != 0 ||
-         std::string_view("_$/:.-").find(c) != std::string_view::npos;
-}
-
-// The length of a quoted text with both its quotes; of the rest where the second one is missing.
-std::size_t quotedLength(std::string_view text) {
-  for (std::size_t i = 1; i < text.size(); ++i) {
-    if (text[i] == text[0]) return i + 1;
-    if (text[i] == '\\') ++i;
-  }
-  return text.size();
-}
-
-// The length of what stands first in a text list: a comment, a text, or one character. Brackets in
-// the first two are none, and a comment's slashes inside a bare word are part of the word.
-std::size_t firstLength(std::string_view text) {
-  if (text.starts_with("//")) return std::min(text.find_first_of("\r\n"), text.size());
-  if (text.starts_with("/*")) {
-    const std::size_t end = text.find("*/", 2);
-    return end == text.npos ? text.size() : end + 2;
-  }
-  if (text[0] == '"' || text[0] == '\'') return quotedLength(text);
-  const auto* const word_end = std::find_if_not(text.begin(), text.end(), isBareWord);
-  return std::max<std::size_t>(1, static_cast<std::size_t>(word_end - text.begin()));
-}
-
-// A list in the text form of old, ( a, { b = c; } ), which the device's parser takes too. Wider
-// encodings, in which a bracket has a NUL beside it, are not looked into.
-bool isBoundedText(std::string_view bytes) {
-  if (bytes.find('\0') != bytes.npos) return false;
-  std::size_t depth = 0;
-  while (!bytes.empty()) {
-    if (bytes[0] == '(' || bytes[0] == '{') {
-      if (++depth > kMaxPropertyListDepth) return false;
-    } else if ((bytes[0] == ')' || bytes[0] == '}') && depth > 0) {
-      --depth;
-    }
-    bytes.remove_prefix(firstLength(bytes));
   }
   return true;
 }
@@ -168,10 +169,13 @@ bool looksLikeXml(std::string_view bytes) {
 
 }  // namespace
 
-bool isBoundedPropertyList(std::string_view bytes) {
-  if (bytes.size() > kMaxPropertyListBytes) return false;
-  if (plist::isBinaryPropertyList(bytes)) return isBoundedBinary(bytes);
-  return looksLikeXml(bytes) ? isBoundedXml(bytes) : isBoundedText(bytes);
+std::optional<PropertyListSize> measurePropertyList(std::string_view bytes) {
+  Measure measure(bytes.size());
+  if (measure.isOver()) return measure.size();
+  const bool is_binary = plist::isBinaryPropertyList(bytes);
+  if (!is_binary && !looksLikeXml(bytes)) return std::nullopt;
+  const bool is_whole = is_binary ? measureBinary(bytes, measure) : measureXml(bytes, measure);
+  return is_whole ? std::optional(measure.size()) : std::nullopt;
 }
 
 }  // namespace vorlatch

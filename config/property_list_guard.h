@@ -1,22 +1,36 @@
-// Bounds on property lists, checked before a parser sees the bytes.
+// What a property list takes to read, counted before a parser sees its bytes.
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace vorlatch {
 
-// No settings come near these; a parser that recurses, or that repeats what an object refers to,
-// stays within the memory and the stack of a daemon.
-inline constexpr std::size_t kMaxPropertyListBytes = std::size_t{128} * 1024 * 1024;
-inline constexpr std::size_t kMaxPropertyListDepth = 512;
+struct PropertyListSize {
+  std::size_t file_bytes = 0;
+  // More than its objects take on the heap at the moment when they take the most. An object of a
+  // binary list counts as often as it is referred to.
+  std::size_t memory_bytes = 0;
+  std::size_t levels = 0;  // of arrays and dictionaries
 
-// Whether a parser may be given the bytes of a property list, be it XML, binary or old-style text:
-// they are no larger than kMaxPropertyListBytes, arrays and dictionaries nest no deeper than
-// kMaxPropertyListDepth, and a binary list does not refer to itself nor, with each object counted
-// as often as it is referred to, expand beyond kMaxPropertyListBytes. False also for some bytes
-// that would not parse; a true one says nothing about that. Takes linear time and no memory.
-bool isBoundedPropertyList(std::string_view bytes);
+  // Whether no part of it is above the bound's.
+  [[nodiscard]] bool isWithin(const PropertyListSize& bound) const {
+    return file_bytes <= bound.file_bytes && memory_bytes <= bound.memory_bytes &&
+           levels <= bound.levels;
+  }
+};
+
+// What the daemon reads. launchd gives it a few megabytes, of which the settings that it holds and
+// one file that it reads may take three; CoreFoundation of iOS reads 128 levels. 500 targets with
+// remarks are within it.
+inline constexpr PropertyListSize kPropertyListBound{
+    .file_bytes = std::size_t{1} << 20U, .memory_bytes = 2'150'000, .levels = 128};
+
+// Nothing for bytes that no parser is given, because they are damaged or parsers could differ over
+// them: what is neither XML nor binary (text in the old style, UTF-16), XML that the scanner calls
+// malformed, a binary key that is no text or holds a NUL. Counting stops where the bound is passed,
+// so that it takes linear time and no memory; whatever gives a size may still not parse.
+std::optional<PropertyListSize> measurePropertyList(std::string_view bytes);
 
 }  // namespace vorlatch

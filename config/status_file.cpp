@@ -1,5 +1,6 @@
 #include "config/status_file.h"
 
+#include <map>
 #include <optional>
 
 #include "config/files.h"
@@ -11,15 +12,33 @@
 namespace vorlatch {
 namespace {
 
+struct StatusEntry {
+  std::int32_t pid;
+  std::int32_t nice_value;
+  std::int32_t jetsam_priority;
+};
+
 struct Status {
   // Held from the change to the mode, so that the file never falls behind a later change.
   Mutex mutex;
-  plist::Dictionary entries GUARDED_BY(mutex);
+  std::map<std::string, StatusEntry> entries GUARDED_BY(mutex);
 };
 
 Status& status() {
   static Status& kept = *new Status;
   return kept;
+}
+
+plist::Dictionary statusDictionary(const std::map<std::string, StatusEntry>& entries) {
+  plist::Dictionary dictionary;
+  for (const auto& [key, entry] : entries) {
+    dictionary.emplace_hint(
+        dictionary.end(), key,
+        plist::Dictionary{{status_keys::kPid, entry.pid},
+                          {status_keys::kNiceValue, entry.nice_value},
+                          {status_keys::kJetsamPriority, entry.jetsam_priority}});
+  }
+  return dictionary;
 }
 
 }  // namespace
@@ -29,16 +48,13 @@ void updateStatusFile(const std::string& key, std::int32_t pid, std::int32_t nic
   Status& current = status();
   const Lock lock(current.mutex);
   if (pid != 0) {
-    current.entries.insert_or_assign(
-        key, plist::Dictionary{{status_keys::kPid, pid},
-                               {status_keys::kNiceValue, nice_value},
-                               {status_keys::kJetsamPriority, jetsam_priority}});
+    current.entries.insert_or_assign(key, StatusEntry{pid, nice_value, jetsam_priority});
   } else {
     current.entries.erase(key);
   }
   const std::optional<std::string> path = getPrefPath(kStatusFileName);
   if (!path) return;
-  writePropertyList(*path, current.entries);
+  writePropertyList(*path, statusDictionary(current.entries));
   letEveryoneReadAndWrite(*path);
 }
 

@@ -28,11 +28,11 @@ void recordPatrolPID(const std::string& key, std::int32_t pid) {
 // It restores nothing and leaves the watch timers alone.
 void patrolSweep(const Targets& targets) REQUIRES(kWorkerQueue) {
   const RunningProcessMap running = getRunningProcessMap();
-  for (const auto& [key, settings] : targets) {
-    if (checkInterval(settings) > 0) continue;  // its own watch timer looks after it
+  for (const auto& [key, target] : targets) {
+    if (target.settings.check_interval_s > 0) continue;  // its own watch timer looks after it
     const std::int32_t pid = pidIn(running, key);
     if (pid != 0) {
-      applyLimitsForApp(key, settings, pid);
+      applyLimitsForApp(key, target.settings, pid);
     } else {
       updateStatusFile(key, 0, 0, 0);
     }
@@ -47,7 +47,7 @@ void patrolSweep(const Targets& targets) REQUIRES(kWorkerQueue) {
 void patrolTick() {
   plist::Dictionary preferences = loadPreferences();
   if (!isEnabled(preferences)) return;
-  Targets targets = appConfigs(std::move(preferences));
+  Targets targets = configuredTargets(std::move(preferences));
   if (targets.empty()) return;
   writeChapterSeparator();
   writeLogLine("[%s] [守护] 开始执行 1800s \n");

@@ -16,8 +16,8 @@ namespace {
 using platform::memorystatus_control;
 
 void holdMemoryLimits(const TargetSettings& settings, std::int32_t pid) {
-  const std::int32_t active_mb = integerSetting(settings, keys::kMemLimitActive);
-  const std::int32_t inactive_mb = integerSetting(settings, keys::kMemLimitInactive);
+  const std::int32_t active_mb = settings.active_limit_mb;
+  const std::int32_t inactive_mb = settings.inactive_limit_mb;
   errno = 0;
   if (setMemoryLimits(pid, active_mb, inactive_mb) != 0) {
     const int error = errno;
@@ -40,7 +40,7 @@ void holdMemoryLimits(const TargetSettings& settings, std::int32_t pid) {
 }
 
 void holdNiceValue(const TargetSettings& settings, std::int32_t pid) {
-  const std::int32_t target = niceValue(settings);
+  const std::int32_t target = settings.nice_value;
   errno = 0;
   const int current = getNiceValue(pid);
   if (current == -1 && errno != 0) {
@@ -91,7 +91,7 @@ void holdJetsamBand(std::int32_t pid, std::int32_t wanted_band) {
 }
 
 void holdJetsamPriority(const TargetSettings& settings, std::int32_t pid) {
-  const std::int32_t band = integerSetting(settings, keys::kJetsamPriority);
+  const std::int32_t band = settings.jetsam_priority;
   if (band == 0) {
     returnJetsamBandToSystem(pid);
   } else if (band == -1) {
@@ -131,9 +131,7 @@ void applyLimitsForApp(const std::string& target, const TargetSettings& settings
   holdMemoryLimits(settings, pid);
   holdNiceValue(settings, pid);
   holdJetsamPriority(settings, pid);
-  if (const std::optional<bool> strip = stripManaged(settings)) {
-    setManagedState(*strip, pid);
-  }
+  if (settings.strips_managed) setManagedState(*settings.strips_managed, pid);
   const int actual_nice = getNiceValue(pid);
   const std::int32_t actual_band = getActualJetsam(pid);
   updateStatusFile(target, pid, actual_nice, actual_band);

@@ -1,5 +1,6 @@
 #include "platform/plist_value.h"
 
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -8,49 +9,75 @@
 namespace vorlatch::plist {
 namespace {
 
-// What booleans, integers and reals have in common. The long double of the device has the width of
-// a double, so integers are compared as integers and only a real is compared as a real.
-struct Number {
-  std::int64_t whole = 0;         // valid unless is_real or above_int64
-  std::uint64_t above_int64 = 0;  // not 0: the number is this one
-  double real = 0;
-  bool is_real = false;
-};
-
-std::optional<Number> numberOf(const Value& value) {
-  if (const auto* boolean = value.as<bool>()) return Number{.whole = *boolean ? 1 : 0};
-  if (const auto* whole = value.as<std::int64_t>()) return Number{.whole = *whole};
-  if (const auto* large = value.as<std::uint64_t>()) return Number{.above_int64 = *large};
-  if (const auto* real = value.as<double>()) return Number{.real = *real, .is_real = true};
-  return std::nullopt;
-}
+constexpr const char* kUidKey = "CF$UID";
 
 constexpr double kTwoTo63 = 9223372036854775808.0;
 constexpr double kTwoTo64 = 18446744073709551616.0;
 
-// A real that is a whole number within 64 bits becomes that integer; any other stays a real.
-Number normalized(const Number& number) {
-  if (!number.is_real || std::trunc(number.real) != number.real) return number;
-  if (number.real >= -kTwoTo63 && number.real < kTwoTo63) {
-    return Number{.whole = static_cast<std::int64_t>(number.real)};
-  }
-  if (number.real >= kTwoTo63 && number.real < kTwoTo64) {
-    return Number{.above_int64 = static_cast<std::uint64_t>(number.real)};
-  }
-  return number;
-}
+// Appends the comparison form of a value: a letter for the kind, then the contents, with the length
+// in front of what varies in length.
+struct AppendComparisonForm {
+  std::string& form;
 
-bool equalReals(double a, double b) {
-  return a == b || (std::isnan(a) && std::isnan(b));
-}
+  void operator()(bool value) const { (*this)(std::int64_t{value ? 1 : 0}); }
+  void operator()(std::int64_t value) const {
+    form += 'i';
+    appendNumber(static_cast<std::uint64_t>(value));
+  }
+  void operator()(std::uint64_t above_int64) const {
+    form += 'u';
+    appendNumber(above_int64);
+  }
+  void operator()(double value) const {
+    // A real that is a whole number within 64 bits is that integer. (The device's long double has
+    // the width of a double, so only integers keep 64 bits.)
+    const bool is_whole = std::trunc(value) == value;
+    if (is_whole && value >= -kTwoTo63 && value < kTwoTo63) {
+      (*this)(static_cast<std::int64_t>(value));
+    } else if (is_whole && value >= kTwoTo63 && value < kTwoTo64) {
+      (*this)(static_cast<std::uint64_t>(value));
+    } else {
+      form += 'r';
+      appendReal(value);
+    }
+  }
+  void operator()(const std::string& text) const { appendBytes('s', text); }
+  void operator()(const Date& date) const {
+    form += 'd';
+    appendReal(date.seconds_since_2001 == 0 ? 0.0 : date.seconds_since_2001);  // no -0
+  }
+  void operator()(const Data& data) const { appendBytes('b', data.bytes); }
+  void operator()(const Array& array) const {
+    form += 'a';
+    appendNumber(array.size());
+    for (const Value& item : array) std::visit(*this, item.storage());
+  }
+  void operator()(const Dictionary& dictionary) const {
+    form += 'k';
+    appendNumber(dictionary.size());
+    for (const auto& [key, value] : dictionary) {
+      appendBytes('s', key);
+      std::visit(*this, value.storage());
+    }
+  }
 
-bool equalNumbers(const Number& first, const Number& second) {
-  const Number a = normalized(first);
-  const Number b = normalized(second);
-  if (a.is_real != b.is_real) return false;
-  if (a.is_real) return equalReals(a.real, b.real);
-  return a.whole == b.whole && a.above_int64 == b.above_int64;
-}
+ private:
+  // Seven bits to a byte, the lowest first, as most numbers are small; the top bit says that more
+  // follow.
+  void appendNumber(std::uint64_t number) const {
+    for (; number > 0x7F; number >>= 7U) form += static_cast<char>((number & 0x7FU) | 0x80U);
+    form += static_cast<char>(number);
+  }
+  void appendReal(double real) const {
+    const double one_nan = std::isnan(real) ? std::numeric_limits<double>::quiet_NaN() : real;
+    appendNumber(std::bit_cast<std::uint64_t>(one_nan));
+  }
+  void appendBytes(char kind, std::string_view bytes) const {
+    form += kind;
+    appendNumber(bytes.size());
+    form += bytes;
+  }
+};
 
 bool isBlank(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
@@ -107,15 +134,14 @@ Value::Value(std::uint64_t value) {
   }
 }
 
-bool operator==(const Date& a, const Date& b) {
-  return equalReals(a.seconds_since_2001, b.seconds_since_2001);
+std::string comparisonForm(const Value& value) {
+  std::string form;
+  std::visit(AppendComparisonForm{form}, value.storage());
+  return form;
 }
 
 bool operator==(const Value& a, const Value& b) {
-  const std::optional<Number> first = numberOf(a);
-  const std::optional<Number> second = numberOf(b);
-  if (first && second) return equalNumbers(*first, *second);
-  return a.storage_ == b.storage_;
+  return comparisonForm(a) == comparisonForm(b);
 }
 
 const Value* find(const Dictionary& dictionary, std::string_view key) {
@@ -124,12 +150,25 @@ const Value* find(const Dictionary& dictionary, std::string_view key) {
 }
 
 std::int64_t int64Value(const Value& value) {
+  if (const auto* boolean = value.as<bool>()) return *boolean ? 1 : 0;
+  if (const auto* whole = value.as<std::int64_t>()) return *whole;
+  if (value.as<std::uint64_t>() != nullptr) return std::numeric_limits<std::int64_t>::max();
+  if (const auto* real = value.as<double>()) return saturated(*real);
   if (const auto* text = value.as<std::string>()) return leadingInteger(*text);
-  const std::optional<Number> number = numberOf(value);
-  if (!number) return 0;
-  if (number->is_real) return saturated(number->real);
-  if (number->above_int64 != 0) return std::numeric_limits<std::int64_t>::max();
-  return number->whole;
+  return 0;
+}
+
+Value uidValue(std::uint32_t uid) {
+  return {Dictionary{{kUidKey, Value(std::int64_t{uid})}}};
+}
+
+std::optional<std::uint32_t> uidIn(const Dictionary& dictionary) {
+  const Value* value = dictionary.size() == 1 ? find(dictionary, kUidKey) : nullptr;
+  const auto* uid = value != nullptr ? value->as<std::int64_t>() : nullptr;
+  if (uid == nullptr || *uid < 0 || *uid > std::numeric_limits<std::uint32_t>::max()) {
+    return std::nullopt;
+  }
+  return static_cast<std::uint32_t>(*uid);
 }
 
 std::int32_t int32Value(const Value& value) {
@@ -142,11 +181,12 @@ std::int32_t int32Value(const Value& value) {
 }
 
 bool truthValue(const Value& value) {
+  if (const auto* boolean = value.as<bool>()) return *boolean;
+  if (const auto* whole = value.as<std::int64_t>()) return *whole != 0;
+  if (value.as<std::uint64_t>() != nullptr) return true;
+  if (const auto* real = value.as<double>()) return *real != 0 && !std::isnan(*real);
   if (const auto* text = value.as<std::string>()) return leadingTruth(*text);
-  const std::optional<Number> number = numberOf(value);
-  if (!number) return false;
-  if (number->is_real) return number->real != 0 && !std::isnan(number->real);
-  return number->whole != 0 || number->above_int64 != 0;
+  return false;
 }
 
 }  // namespace vorlatch::plist

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -19,12 +20,10 @@ using Dictionary = std::map<std::string, Value, std::less<>>;
 
 struct Date {
   double seconds_since_2001 = 0;
-  friend bool operator==(const Date& a, const Date& b);
 };
 
 struct Data {
   std::string bytes;
-  friend bool operator==(const Data&, const Data&) = default;
 };
 
 // One object of a property list. Strings are UTF-8 and may hold any character.
@@ -68,8 +67,17 @@ class Value {
   Storage storage_;
 };
 
+// Bytes that two values have in common exactly when they are equal. They take a fraction of the
+// value's memory, for whoever has to know later whether a value has changed.
+std::string comparisonForm(const Value& value);
+
 // The value under a key, or null when the key is absent.
 const Value* find(const Dictionary& dictionary, std::string_view key);
+
+// A keyed archive's reference is kept in the form that it has in XML: a dictionary with the one key
+// CF$UID and the number under it. uidIn is empty for any other dictionary.
+Value uidValue(std::uint32_t uid);
+std::optional<std::uint32_t> uidIn(const Dictionary& dictionary);
 
 // The integer that a stored object stands for. Numbers beyond the range saturate, reals truncate,
 // not-a-number is 0, a boolean is 1 or 0. A string counts by its leading blanks, one sign and

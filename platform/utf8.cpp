@@ -6,10 +6,19 @@ namespace vorlatch {
 namespace {
 
 constexpr std::uint32_t kHighestCodePoint = 0x10FFFF;
+constexpr std::uint32_t kReplacementCharacter = 0xFFFD;
 
 bool isCharacter(std::uint32_t code_point) {
   const bool surrogate = code_point >= 0xD800 && code_point <= 0xDFFF;
   return !surrogate && code_point <= kHighestCodePoint;
+}
+
+bool isHighSurrogate(char16_t unit) {
+  return unit >= 0xD800 && unit <= 0xDBFF;
+}
+
+bool isLowSurrogate(char16_t unit) {
+  return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
 struct Lead {
@@ -70,6 +79,19 @@ bool appendUtf8(std::string& text, std::uint32_t code_point) {
   }
   append(0x80U | (code_point & 0x3FU));
   return true;
+}
+
+std::string utf8Of(std::u16string_view units) {
+  std::string text;
+  text.reserve(units.size());
+  for (std::size_t i = 0; i < units.size(); ++i) {
+    std::uint32_t code_point = units[i];
+    if (isHighSurrogate(units[i]) && i + 1 < units.size() && isLowSurrogate(units[i + 1])) {
+      code_point = 0x10000U + ((code_point & 0x3FFU) << 10U) + (units[++i] & 0x3FFU);
+    }
+    if (!appendUtf8(text, code_point)) appendUtf8(text, kReplacementCharacter);
+  }
+  return text;
 }
 
 }  // namespace vorlatch

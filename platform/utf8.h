@@ -15,4 +15,7 @@ bool isValidUtf8(std::string_view text);
 // U+10FFFF.
 bool appendUtf8(std::string& text, std::uint32_t code_point);
 
+// UTF-8 of UTF-16. A surrogate without its other half becomes U+FFFD.
+std::string utf8Of(std::u16string_view units);
+
 }  // namespace vorlatch

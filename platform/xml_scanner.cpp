@@ -22,8 +22,12 @@ bool equalIgnoringCase(std::string_view a, std::string_view b) {
                     [&lower](char x, char y) { return lower(x) == lower(y); });
 }
 
-// Whether an XML declaration leaves the encoding at UTF-8, or at ASCII, which is part of it.
-bool isUtf8Declaration(std::string_view declaration) {
+bool isAscii(std::string_view bytes) {
+  return std::all_of(bytes.begin(), bytes.end(), [](char c) { return (c & 0x80) == 0; });
+}
+
+// Whether an XML declaration leaves the encoding at UTF-8, or for ASCII bytes at ASCII.
+bool isUtf8Declaration(std::string_view declaration, bool is_ascii) {
   const std::size_t encoding = declaration.find("encoding");
   if (encoding == std::string_view::npos) return true;
   declaration.remove_prefix(encoding);
@@ -32,7 +36,8 @@ bool isUtf8Declaration(std::string_view declaration) {
   const std::size_t close = declaration.find(declaration[open], open + 1);
   if (close == std::string_view::npos) return false;
   const std::string_view name = declaration.substr(open + 1, close - open - 1);
-  return equalIgnoringCase(name, "UTF-8") || equalIgnoringCase(name, "US-ASCII");
+  return equalIgnoringCase(name, "UTF-8") || equalIgnoringCase(name, "UTF8") ||
+         (is_ascii && equalIgnoringCase(name, "US-ASCII"));
 }
 
 }  // namespace
@@ -40,6 +45,7 @@ bool isUtf8Declaration(std::string_view declaration) {
 XmlScanner::XmlScanner(std::string_view bytes) : rest_(bytes) {
   if (rest_.starts_with(kByteOrderMark)) rest_.remove_prefix(kByteOrderMark.size());
   malformed_ = rest_.find('\0') != std::string_view::npos;
+  is_ascii_ = isAscii(rest_);
 }
 
 XmlToken XmlScanner::next() {
@@ -91,7 +97,7 @@ bool XmlScanner::skipInstruction() {
   const std::size_t end = rest_.find(kInstructionEnd, kInstructionStart.size());
   if (end == std::string_view::npos) return false;
   const std::string_view instruction = rest_.substr(0, end);
-  if (instruction.starts_with("<?xml") && !isUtf8Declaration(instruction)) return false;
+  if (instruction.starts_with("<?xml") && !isUtf8Declaration(instruction, is_ascii_)) return false;
   rest_.remove_prefix(end + kInstructionEnd.size());
   return true;
 }

@@ -44,6 +44,7 @@ class XmlScanner {
   [[nodiscard]] std::size_t tagEnd() const;
 
   std::string_view rest_;
+  bool is_ascii_ = false;
   bool malformed_ = false;
 };
 

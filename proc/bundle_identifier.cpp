@@ -1,6 +1,7 @@
 #include "proc/bundle_identifier.h"
 
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <string_view>
 #include <unordered_map>
@@ -14,6 +15,9 @@ namespace vorlatch {
 namespace {
 
 constexpr std::uint32_t kPathBufferBytes = 4096;
+constexpr const char* kIdentifierKey = "CFBundleIdentifier";
+// What is longer is no identifier but somebody's way to fill the memory, with each bundle anew.
+constexpr std::size_t kMostIdentifierBytes = 1024;
 
 struct BundleIdentifierCache {
   // Held around a look-up or an insertion, never while a file is read.
@@ -42,10 +46,10 @@ void rememberIdentifier(const std::string& bundle_directory, const std::string& 
 }
 
 std::optional<std::string> identifierInInfoPlist(const std::string& bundle_directory) {
-  const plist::Dictionary info = readDictionary(bundle_directory + "/Info.plist");
-  const plist::Value* identifier = plist::find(info, "CFBundleIdentifier");
+  const plist::Dictionary info = readDictionary(bundle_directory + "/Info.plist", kIdentifierKey);
+  const plist::Value* identifier = plist::find(info, kIdentifierKey);
   const auto* text = identifier != nullptr ? identifier->as<std::string>() : nullptr;
-  if (text == nullptr) return std::nullopt;
+  if (text == nullptr || text->size() > kMostIdentifierBytes) return std::nullopt;
   return *text;
 }
 

@@ -55,30 +55,30 @@ void releaseRemovedTargets(PassState& state, const Targets& targets) REQUIRES(kD
   restoreTargets(std::move(removed));
 }
 
-void reconcileTarget(PassState& state, const std::string& key, const TargetSettings& settings,
+void reconcileTarget(PassState& state, const std::string& key, const ConfiguredTarget& target,
                      std::int32_t pid) REQUIRES(kDebounceQueue) {
   const auto last_applied = state.lastAppliedConfigs.find(key);
   const bool changed =
-      last_applied == state.lastAppliedConfigs.end() || settings != last_applied->second;
+      last_applied == state.lastAppliedConfigs.end() || target.stored_form != last_applied->second;
   const bool same_pid = pid == pidIn(state.lastKnownPIDs, key);
   if (!changed && same_pid) return;
 
   // Before anything is applied, so that no failure on the way makes the next pass repeat it.
-  state.lastAppliedConfigs.insert_or_assign(key, settings);
+  state.lastAppliedConfigs.insert_or_assign(key, target.stored_form);
   state.lastKnownPIDs[key] = pid;
   state.knownTargets.insert(key);
 
   if (!same_pid) {
-    handleChangedPID(key, settings, pid);
+    handleChangedPID(key, target.settings, pid);
   } else if (pid != 0) {
     writeTargetSeparator();
     writeLogLine("[%s] [配置] 目标: %s PID: %d\n", key.c_str(), pid);
-    applyLimitsForApp(key, settings, pid);
+    applyLimitsForApp(key, target.settings, pid);
   }
 
   state.targetTimers.erase(key);
-  if (const std::int32_t interval_s = checkInterval(settings); interval_s > 0) {
-    state.targetTimers.emplace(key, startWatchTimer(key, settings, interval_s));
+  if (target.settings.check_interval_s > 0) {
+    state.targetTimers.emplace(key, startWatchTimer(key, target.settings));
   }
 }
 
@@ -92,12 +92,12 @@ void executeMemoryLimits() {
     releaseEverything(state);
     return;
   }
-  const Targets targets = appConfigs(std::move(preferences));
+  const Targets targets = configuredTargets(std::move(preferences));
   releaseRemovedTargets(state, targets);
   if (targets.empty()) return;
   const RunningProcessMap running = getRunningProcessMap();
-  for (const auto& [key, settings] : targets) {
-    reconcileTarget(state, key, settings, pidIn(running, key));
+  for (const auto& [key, target] : targets) {
+    reconcileTarget(state, key, target, pidIn(running, key));
   }
 }
 

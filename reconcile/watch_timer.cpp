@@ -14,7 +14,7 @@ constexpr std::uint64_t kNsPerSecond = 1'000'000'000;
 // A late tick does no harm, and lets the system join its wake-up with others.
 constexpr std::uint64_t kLeewayNs = kNsPerSecond;
 
-void watchTimerTick(const std::string& key, const TargetSettings& settings, std::int32_t interval_s)
+void watchTimerTick(const std::string& key, const TargetSettings& settings)
     REQUIRES(kDebounceQueue) {
   const std::int32_t pid = getPIDForBundleID(key);
   auto& last_known_pids = passState().lastKnownPIDs;
@@ -24,21 +24,21 @@ void watchTimerTick(const std::string& key, const TargetSettings& settings, std:
   } else if (pid != 0) {
     // Again at every tick, changed or not: the system may have overridden the settings meanwhile.
     writeTargetSeparator();
-    writeLogLine("[%s] [守护] 目标: %s | 检测: %ds | PID: %d\n", key.c_str(), interval_s, pid);
+    writeLogLine("[%s] [守护] 目标: %s | 检测: %ds | PID: %d\n", key.c_str(),
+                 settings.check_interval_s, pid);
     applyLimitsForApp(key, settings, pid);
   }
 }
 
 }  // namespace
 
-platform::Timer startWatchTimer(const std::string& key, const TargetSettings& settings,
-                                std::int32_t interval_s) {
-  const std::uint64_t interval_ns = static_cast<std::uint64_t>(interval_s) * kNsPerSecond;
+platform::Timer startWatchTimer(const std::string& key, const TargetSettings& settings) {
+  const std::uint64_t interval_ns =
+      static_cast<std::uint64_t>(settings.check_interval_s) * kNsPerSecond;
   return platform::startTimer(
       debounceQueue(),
       {.start_ns = interval_ns, .interval_ns = interval_ns, .leeway_ns = kLeewayNs},
-      [key, settings, interval_s]()
-          REQUIRES(kDebounceQueue) { watchTimerTick(key, settings, interval_s); });
+      [key, settings]() REQUIRES(kDebounceQueue) { watchTimerTick(key, settings); });
 }
 
 }  // namespace vorlatch

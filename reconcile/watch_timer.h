@@ -2,7 +2,6 @@
 // start and exit, and applies the settings again at every tick while it runs.
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "config/preferences.h"
@@ -10,9 +9,9 @@
 
 namespace vorlatch {
 
-// Starts a timer whose first tick comes one interval from now. It keeps these settings: an edit
-// makes the pass replace it. Its ticks run on the debounce queue.
-platform::Timer startWatchTimer(const std::string& key, const TargetSettings& settings,
-                                std::int32_t interval_s);
+// Starts a timer of the settings' check interval, which is above 0; its first tick comes one
+// interval from now. It keeps these settings: an edit makes the pass replace it. Its ticks run on
+// the debounce queue.
+platform::Timer startWatchTimer(const std::string& key, const TargetSettings& settings);
 
 }  // namespace vorlatch

@@ -39,7 +39,7 @@ const Dictionary& soundPreferences() {
 }
 
 bool holdsLineEnd(const Dictionary& preferences) {
-  const Targets targets = appConfigs(preferences);
+  const TargetDictionaries targets = appConfigs(preferences);
   return std::any_of(targets.begin(), targets.end(), [](const auto& target) {
     return target.first.find('\n') != std::string::npos;
   });

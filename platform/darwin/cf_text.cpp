@@ -1,13 +1,16 @@
 #include "platform/darwin/cf_text.h"
 
+#include "platform/utf8.h"
+
 namespace vorlatch::platform {
 
-std::optional<std::string> utf8Of(CFStringRef text) {
-  const CFOwned<CFDataRef> bytes(CFStringCreateExternalRepresentation(
-      kCFAllocatorDefault, text, kCFStringEncodingUTF8, /*lossByte=*/0));
-  if (!bytes) return std::nullopt;
-  return std::string(reinterpret_cast<const char*>(CFDataGetBytePtr(bytes.get())),
-                     static_cast<std::size_t>(CFDataGetLength(bytes.get())));
+std::string utf8Of(CFStringRef text) {
+  // CoreFoundation's own conversion fails at a lone surrogate, with a loss byte too
+  // (swift-corelibs-foundation, CFString.c, CFStringCreateExternalRepresentation).
+  std::u16string units(static_cast<std::size_t>(CFStringGetLength(text)), u'\0');
+  CFStringGetCharacters(text, CFRangeMake(0, CFStringGetLength(text)),
+                        reinterpret_cast<UniChar*>(units.data()));
+  return vorlatch::utf8Of(units);
 }
 
 CFOwned<CFStringRef> cfStringOf(std::string_view utf8) {

@@ -1,7 +1,6 @@
 // Text to and from CoreFoundation.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -9,8 +8,8 @@
 
 namespace vorlatch::platform {
 
-// UTF-8, NULs included; nothing when the string has characters that are none.
-std::optional<std::string> utf8Of(CFStringRef text);
+// UTF-8, NULs included, with U+FFFD in the place of each lone surrogate.
+std::string utf8Of(CFStringRef text);
 
 // Nothing when the text is not UTF-8.
 CFOwned<CFStringRef> cfStringOf(std::string_view utf8);

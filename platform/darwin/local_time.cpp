@@ -17,7 +17,7 @@ std::string localTimeStamp() {
   CFDateFormatterSetProperty(formatter.get(), kCFDateFormatterTimeZone, zone.get());
   const CFOwned<CFStringRef> stamp(CFDateFormatterCreateStringWithAbsoluteTime(
       kCFAllocatorDefault, formatter.get(), CFAbsoluteTimeGetCurrent()));
-  return stamp ? utf8Of(stamp.get()).value_or("") : std::string();
+  return stamp ? utf8Of(stamp.get()) : std::string();
 }
 
 }  // namespace vorlatch::platform

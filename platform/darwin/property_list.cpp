@@ -1,7 +1,7 @@
 #include "platform/property_list.h"
 
 #include <charconv>
-#include <type_traits>
+#include <cstdint>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -20,55 +20,46 @@ using plist::Value;
 using Object = CFOwned<CFTypeRef>;
 
 Object parsed(std::string_view bytes) {
-  const CFOwned<CFDataRef> data(CFDataCreate(kCFAllocatorDefault,
-                                             reinterpret_cast<const UInt8*>(bytes.data()),
-                                             static_cast<CFIndex>(bytes.size())));
+  // Without a copy: what is parsed keeps none of these bytes.
+  const CFOwned<CFDataRef> data(
+      CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()),
+                                  static_cast<CFIndex>(bytes.size()), kCFAllocatorNull));
   if (!data) return Object(nullptr);
-  return Object(CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(),
-                                             kCFPropertyListImmutable, nullptr, nullptr));
+  CFPropertyListFormat format{};
+  Object root(CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(),
+                                           kCFPropertyListImmutable, &format, nullptr));
+  // Text in the old style, which CoreFoundation tries last: any word is a list there.
+  return format == kCFPropertyListOpenStepFormat ? Object(nullptr) : std::move(root);
 }
 
-template <typename Integer>
-std::optional<Integer> numberIn(std::string_view text) {
-  Integer number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc{} || end == text.data()) return std::nullopt;
-  return number;
+Value integerOf(CFNumberRef number) {
+  std::int64_t low_word = 0;
+  CFNumberGetValue(number, kCFNumberSInt64Type, &low_word);
+  // Of a number above the signed range too, CoreFoundation gives the low word and says that it
+  // succeeded (swift-corelibs-foundation, CFNumber.c, __CFNumberGetValueCompat).
+  double real = 0;
+  CFNumberGetValue(number, kCFNumberDoubleType, &real);
+  if (low_word < 0 && real > 0) return {static_cast<std::uint64_t>(low_word)};
+  return {low_word};
 }
 
-std::optional<Value> integerOf(CFNumberRef number) {
-  std::int64_t integer = 0;
-  if (CFNumberGetValue(number, kCFNumberSInt64Type, &integer)) return Value(integer);
-  // Above the signed range CoreFoundation tells the number in its text alone.
-  const CFOwned<CFStringRef> format = cfStringOf("%@");
-  const CFOwned<CFStringRef> text(
-      CFStringCreateWithFormat(kCFAllocatorDefault, nullptr, format.get(), number));
-  const auto above_int64 = numberIn<std::uint64_t>(text ? utf8Of(text.get()).value_or("") : "");
-  return Value(above_int64.value_or(0));
-}
-
-std::optional<Value> numberOf(CFNumberRef number) {
+Value numberOf(CFNumberRef number) {
   if (!CFNumberIsFloatType(number)) return integerOf(number);
   double real = 0;
   CFNumberGetValue(number, kCFNumberDoubleType, &real);
-  return Value(real);
+  return {real};
 }
 
-std::optional<Value> stringOf(CFStringRef string) {
-  std::optional<std::string> text = utf8Of(string);
-  if (!text) return std::nullopt;
-  return Value(*std::move(text));
-}
-
-std::optional<Value> dataOf(CFDataRef data) {
-  return Value(Data{std::string(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
-                                static_cast<std::size_t>(CFDataGetLength(data)))});
+Value dataOf(CFDataRef data) {
+  return {Data{std::string(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
+                           static_cast<std::size_t>(CFDataGetLength(data)))}};
 }
 
 std::optional<Value> valueOf(CFTypeRef object);
 
 std::optional<Value> arrayOf(CFArrayRef objects) {
   Array array;
+  array.reserve(static_cast<std::size_t>(CFArrayGetCount(objects)));
   for (CFIndex i = 0; i < CFArrayGetCount(objects); ++i) {
     std::optional<Value> value = valueOf(CFArrayGetValueAtIndex(objects, i));
     if (!value) return std::nullopt;
@@ -77,7 +68,7 @@ std::optional<Value> arrayOf(CFArrayRef objects) {
   return Value(std::move(array));
 }
 
-std::optional<Value> dictionaryOf(CFDictionaryRef objects) {
+std::optional<Value> dictionaryOf(CFDictionaryRef objects, const char* only_key = nullptr) {
   const auto count = static_cast<std::size_t>(CFDictionaryGetCount(objects));
   std::vector<const void*> keys(count);
   std::vector<const void*> values(count);
@@ -85,29 +76,34 @@ std::optional<Value> dictionaryOf(CFDictionaryRef objects) {
   Dictionary dictionary;
   for (std::size_t i = 0; i < count; ++i) {
     if (CFGetTypeID(keys[i]) != CFStringGetTypeID()) return std::nullopt;
-    std::optional<std::string> key = utf8Of(static_cast<CFStringRef>(keys[i]));
+    std::string key = utf8Of(static_cast<CFStringRef>(keys[i]));
+    if (only_key != nullptr && key != only_key) continue;
     std::optional<Value> value = valueOf(values[i]);
-    if (!key || !value) return std::nullopt;
-    dictionary.insert_or_assign(*std::move(key), *std::move(value));
+    if (!value) return std::nullopt;
+    dictionary.insert_or_assign(std::move(key), *std::move(value));
   }
   return Value(std::move(dictionary));
 }
 
-// A keyed archive's reference, in the form that it has in XML. Its type is private to
-// CoreFoundation, and the number stands in its description alone: <CFKeyedArchiverUID ...>{value =
-// 5}
-constexpr const char* kUidKey = "CF$UID";
+// A keyed archive's reference is of a type that is private to CoreFoundation. The type's name and
+// the number stand in descriptions alone, the second one as <CFKeyedArchiverUID ...>{value = 5}
+bool isUid(CFTypeRef object) {
+  const CFOwned<CFStringRef> type(CFCopyTypeIDDescription(CFGetTypeID(object)));
+  return type && utf8Of(type.get()) == "CFKeyedArchiverUID";
+}
 
 std::optional<Value> uidOf(CFTypeRef object) {
   constexpr std::string_view kLabel = "{value = ";
   const CFOwned<CFStringRef> text(CFCopyDescription(object));
-  const std::string description = text ? utf8Of(text.get()).value_or("") : "";
+  const std::string description = text ? utf8Of(text.get()) : std::string();
   const std::size_t label = description.find(kLabel);
   if (label == std::string::npos) return std::nullopt;
-  const auto uid =
-      numberIn<std::uint64_t>(std::string_view(description).substr(label + kLabel.size()));
-  if (!uid) return std::nullopt;
-  return Value(Dictionary{{kUidKey, Value(*uid)}});
+  const char* const digits = description.c_str() + label + kLabel.size();
+  std::uint32_t uid = 0;
+  if (std::from_chars(digits, description.c_str() + description.size(), uid).ec != std::errc{}) {
+    return std::nullopt;
+  }
+  return plist::uidValue(uid);
 }
 
 // Recurses with the nesting, so what its frame holds is kept small.
@@ -115,7 +111,7 @@ std::optional<Value> valueOf(CFTypeRef object) {
   const CFTypeID type = CFGetTypeID(object);
   if (type == CFDictionaryGetTypeID()) return dictionaryOf(static_cast<CFDictionaryRef>(object));
   if (type == CFArrayGetTypeID()) return arrayOf(static_cast<CFArrayRef>(object));
-  if (type == CFStringGetTypeID()) return stringOf(static_cast<CFStringRef>(object));
+  if (type == CFStringGetTypeID()) return Value(utf8Of(static_cast<CFStringRef>(object)));
   if (type == CFNumberGetTypeID()) return numberOf(static_cast<CFNumberRef>(object));
   if (type == CFBooleanGetTypeID()) {
     return Value(CFBooleanGetValue(static_cast<CFBooleanRef>(object)) != 0);
@@ -124,10 +120,16 @@ std::optional<Value> valueOf(CFTypeRef object) {
     return Value(Date{CFDateGetAbsoluteTime(static_cast<CFDateRef>(object))});
   }
   if (type == CFDataGetTypeID()) return dataOf(static_cast<CFDataRef>(object));
-  return uidOf(object);
+  return isUid(object) ? uidOf(object) : std::nullopt;
 }
 
 Object objectOf(const Value& value);
+
+// CoreFoundation makes a keyed archive's reference of this dictionary in XML alone.
+Object uidObject(std::uint32_t uid) {
+  return parsed("<plist><dict><key>CF$UID</key><integer>" + std::to_string(uid) +
+                "</integer></dict></plist>");
+}
 
 struct MakeObject {
   Object operator()(bool value) const {
@@ -138,8 +140,7 @@ struct MakeObject {
   }
   // CoreFoundation takes one above the signed range from a list alone.
   Object operator()(std::uint64_t value) const {
-    return parsed("<plist version=\"1.0\"><integer>" + std::to_string(value) +
-                  "</integer></plist>");
+    return parsed("<plist><integer>" + std::to_string(value) + "</integer></plist>");
   }
   Object operator()(double value) const {
     return Object(CFNumberCreate(kCFAllocatorDefault, kCFNumberDoubleType, &value));
@@ -168,6 +169,7 @@ struct MakeObject {
     return owned;
   }
   Object operator()(const Dictionary& value) const {
+    if (const std::optional<std::uint32_t> uid = plist::uidIn(value)) return uidObject(*uid);
     const CFMutableDictionaryRef dictionary = CFDictionaryCreateMutable(
         kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
     Object owned(dictionary);
@@ -197,10 +199,12 @@ std::string bytesOf(const Value& value, CFPropertyListFormat format) {
 
 }  // namespace
 
-std::optional<Value> parsePropertyList(std::string_view bytes) {
+std::optional<Value> parsePropertyList(std::string_view bytes, const char* only_key) {
   const Object root = parsed(bytes);
   if (!root) return std::nullopt;
-  return valueOf(root.get());
+  const bool is_dictionary = CFGetTypeID(root.get()) == CFDictionaryGetTypeID();
+  return is_dictionary ? dictionaryOf(static_cast<CFDictionaryRef>(root.get()), only_key)
+                       : valueOf(root.get());
 }
 
 std::string writeXmlPropertyList(const Value& value) {

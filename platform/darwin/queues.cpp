@@ -21,6 +21,12 @@ void deleteWork(void* work) {
   delete static_cast<Work*>(work);
 }
 
+// dispatch_time takes a signed number and gives a time in the past for a negative one.
+dispatch_time_t startTime(std::uint64_t start_ns) {
+  if (start_ns > INT64_MAX) return DISPATCH_TIME_FOREVER;
+  return dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(start_ns));
+}
+
 }  // namespace
 
 class SerialQueue {
@@ -51,9 +57,8 @@ class TimerSource {
     dispatch_set_context(source_, new Work(std::move(handler)));
     dispatch_source_set_event_handler_f(source_, run);
     dispatch_source_set_cancel_handler_f(source_, deleteWork);
-    dispatch_source_set_timer(
-        source_, dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(schedule.start_ns)),
-        schedule.interval_ns, schedule.leeway_ns);
+    dispatch_source_set_timer(source_, startTime(schedule.start_ns), schedule.interval_ns,
+                              schedule.leeway_ns);
     dispatch_resume(source_);
   }
   TimerSource(const TimerSource&) = delete;

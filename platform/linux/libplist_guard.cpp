@@ -1,9 +1,8 @@
 #include "platform/linux/libplist_guard.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
-#include <optional>
-#include <vector>
 
 #include "platform/binary_property_list.h"
 #include "platform/xml_scanner.h"
@@ -15,66 +14,100 @@ using plist::BinaryObject;
 using plist::BinaryPropertyList;
 using plist::XmlToken;
 
-// The library moves the rest of a text forward at each entity in it, and compares a key with every
-// other of its dictionary that has the same hash. Either bound is a second's work or less.
-constexpr std::uint64_t kMaxBytesMoved = std::uint64_t{1} << 35U;
-constexpr std::uint64_t kMaxKeysCompared = std::uint64_t{1} << 30U;
-
-// Counts the keys of one dictionary after the other; the work grows with the square of each count.
-class KeyBudget {
- public:
-  bool spend(std::uint64_t keys) {
-    constexpr std::uint64_t kMostOfOne = std::uint64_t{1} << 15U;  // its square is all there is
-    if (keys > kMostOfOne) return false;
-    compared_ += keys * keys;
-    return compared_ <= kMaxKeysCompared;
-  }
-
- private:
-  std::uint64_t compared_ = 0;
-};
-
-bool isEasyBinary(std::string_view bytes) {
-  const std::optional<BinaryPropertyList> list = BinaryPropertyList::open(bytes);
-  if (!list) return false;
-  KeyBudget budget;
-  for (std::uint64_t i = 0; i < list->objectCount(); ++i) {
-    const std::optional<BinaryObject> object = list->object(i);
-    const bool is_dictionary = object && object->kind == BinaryObject::Kind::Dict;
-    if (is_dictionary && !budget.spend(object->count)) return false;
-  }
-  return true;
-}
+// A second's work or less.
+constexpr std::uint64_t kMaxBytesMoved = std::uint64_t{1} << 33U;
 
 bool isEasyXml(std::string_view bytes) {
   using Kind = XmlToken::Kind;
   plist::XmlScanner scanner(bytes);
-  KeyBudget budget;
   std::uint64_t moved_bytes = 0;
-  std::vector<std::uint64_t> keys_by_level;
   for (XmlToken token = scanner.next(); token.kind != Kind::End; token = scanner.next()) {
     if (token.kind == Kind::Malformed) return false;
-    if (token.kind == Kind::Text) {
-      const auto entities = std::count(token.content.begin(), token.content.end(), '&');
-      moved_bytes += static_cast<std::uint64_t>(entities) * token.content.size();
-      if (moved_bytes > kMaxBytesMoved) return false;
-    } else if (token.kind == Kind::Open && token.content == "dict") {
-      keys_by_level.push_back(0);
-    } else if (token.kind == Kind::Open && token.content == "key" && !keys_by_level.empty()) {
-      ++keys_by_level.back();
-    } else if (token.kind == Kind::Close && token.content == "dict" && !keys_by_level.empty()) {
-      if (!budget.spend(keys_by_level.back())) return false;
-      keys_by_level.pop_back();
+    if (token.kind != Kind::Text) continue;
+    const auto entities = std::count(token.content.begin(), token.content.end(), '&');
+    moved_bytes += static_cast<std::uint64_t>(entities) * token.content.size();
+    if (moved_bytes > kMaxBytesMoved) return false;
+  }
+  return true;
+}
+
+// Goes through the texts of a binary list and replaces what the library reads badly.
+class TextMender {
+ public:
+  TextMender(std::string_view bytes, const BinaryPropertyList& list, std::string& mended)
+      : bytes_(bytes), list_(list), mended_(mended) {}
+
+  // False when the texts of the list overlap so often that this would not take linear time.
+  bool mend() {
+    std::size_t left_bytes = 8 * bytes_.size();
+    for (std::uint64_t i = 0; i < list_.objectCount(); ++i) {
+      const std::optional<BinaryObject> object = list_.object(i);
+      if (!object) continue;
+      if (object->payload.size() > left_bytes) return false;
+      left_bytes -= object->payload.size();
+      if (object->kind == BinaryObject::Kind::AsciiString) mendAscii(object->payload);
+      if (object->kind == BinaryObject::Kind::Utf16String) mendUtf16(object->payload);
+    }
+    return true;
+  }
+
+ private:
+  void mendAscii(std::string_view text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      if (static_cast<unsigned char>(text[i]) > 127) replace(text, i, "?");
     }
   }
-  // A dictionary without its end does not parse either.
-  return keys_by_level.empty();
+
+  void mendUtf16(std::string_view text) {
+    const auto is_surrogate = [&text](std::size_t i, std::uint64_t first) {
+      return i < text.size() && (plist::bigEndian(text.substr(i, 2)) & 0xFC00U) == first;
+    };
+    for (std::size_t i = 0; i < text.size(); i += 2) {
+      if (is_surrogate(i, 0xD800) && is_surrogate(i + 2, 0xDC00)) {
+        i += 2;
+      } else if (is_surrogate(i, 0xD800) || is_surrogate(i, 0xDC00)) {
+        replace(text, i, "\xFF\xFD");
+      }
+    }
+  }
+
+  void replace(std::string_view text, std::size_t at, std::string_view by) {
+    if (mended_.empty()) mended_ = bytes_;
+    const auto text_at = static_cast<std::size_t>(text.data() - bytes_.data());
+    mended_.replace(text_at + at, by.size(), by);
+  }
+
+  const std::string_view bytes_;
+  const BinaryPropertyList& list_;
+  std::string& mended_;
+};
+
+// Whether no replacement fell on something else: objects may overlap.
+bool sameStructure(const BinaryPropertyList& a, const BinaryPropertyList& b) {
+  for (std::uint64_t i = 0; i < a.objectCount(); ++i) {
+    const std::optional<BinaryObject> before = a.object(i);
+    const std::optional<BinaryObject> after = b.object(i);
+    if (before.has_value() != after.has_value()) return false;
+    if (!before) continue;
+    if (before->kind != after->kind || before->payload.size() != after->payload.size())
+      return false;
+    if (before->count != 0 && before->payload != after->payload) return false;
+  }
+  return true;
 }
 
 }  // namespace
 
-bool isEasyForLibplist(std::string_view bytes) {
-  return plist::isBinaryPropertyList(bytes) ? isEasyBinary(bytes) : isEasyXml(bytes);
+std::optional<std::string_view> easyForLibplist(std::string_view bytes, std::string& mended) {
+  if (!plist::isBinaryPropertyList(bytes)) {
+    return isEasyXml(bytes) ? std::optional(bytes) : std::nullopt;
+  }
+  const std::optional<BinaryPropertyList> list = BinaryPropertyList::open(bytes);
+  if (!list || !TextMender(bytes, *list, mended).mend()) return std::nullopt;
+  if (mended.empty()) return bytes;
+  const std::optional<BinaryPropertyList> after = BinaryPropertyList::open(mended);
+  if (!after || !sameStructure(*list, *after)) return std::nullopt;
+  return mended;
 }
 
 }  // namespace vorlatch::platform

@@ -93,6 +93,7 @@ std::optional<Value> valueOf(plist_t node);
 
 std::optional<Value> arrayOf(plist_t node) {
   Array array;
+  array.reserve(plist_array_get_size(node));
   plist_array_iter iterator = nullptr;
   plist_array_new_iter(node, &iterator);
   const Owned<void> owned_iterator(iterator);
@@ -104,8 +105,14 @@ std::optional<Value> arrayOf(plist_t node) {
   return Value(std::move(array));
 }
 
-std::optional<Value> dictionaryOf(plist_t node) {
+// Up to this size the library finds a key from the front, and so removes the entry just read.
+constexpr std::uint32_t kMostEntriesFreed = 100;
+
+std::optional<Value> dictionaryOf(plist_t node, const char* only_key = nullptr) {
   Dictionary dictionary;
+  // A small dictionary's nodes are freed while they are read, so that the library's tree, which
+  // takes twice the memory of ours, is not there as a whole beside it.
+  const bool frees = plist_dict_get_size(node) <= kMostEntriesFreed;
   plist_dict_iter iterator = nullptr;
   plist_dict_new_iter(node, &iterator);
   const Owned<void> owned_iterator(iterator);
@@ -115,9 +122,12 @@ std::optional<Value> dictionaryOf(plist_t node) {
     plist_dict_next_item(node, iterator, &key, &item);
     const Owned<char> owned_key(key);
     if (item == nullptr) return Value(std::move(dictionary));
+    if (key == nullptr || !isValidUtf8(key)) return std::nullopt;
+    if (only_key != nullptr && std::string_view(only_key) != key) continue;
     std::optional<Value> value = valueOf(item);
-    if (!value || key == nullptr || !isValidUtf8(key)) return std::nullopt;
+    if (!value) return std::nullopt;
     dictionary.insert_or_assign(key, *std::move(value));
+    if (frees) plist_dict_remove_item(node, key);
   }
 }
 
@@ -157,20 +167,11 @@ Value dataOf(plist_t node) {
   return {Data{bytes != nullptr ? std::string(bytes, length) : std::string()}};
 }
 
-// A keyed archive's reference, in the form that it has in XML.
-constexpr const char* kUidKey = "CF$UID";
-
-Value uidOf(plist_t node) {
+std::optional<Value> uidOf(plist_t node) {
   std::uint64_t uid = 0;
   plist_get_uid_val(node, &uid);
-  return {Dictionary{{kUidKey, Value(uid)}}};
-}
-
-std::optional<std::uint64_t> uidIn(const Dictionary& dictionary) {
-  const Value* value = dictionary.size() == 1 ? plist::find(dictionary, kUidKey) : nullptr;
-  const auto* uid = value != nullptr ? value->as<std::int64_t>() : nullptr;
-  if (uid == nullptr || *uid < 0) return std::nullopt;
-  return static_cast<std::uint64_t>(*uid);
+  if (uid > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
+  return plist::uidValue(static_cast<std::uint32_t>(uid));
 }
 
 // Recurses with the nesting, so what its frame holds is kept small.
@@ -219,7 +220,8 @@ struct MakeNode {
     return array;
   }
   Node operator()(const Dictionary& value) const {
-    if (const std::optional<std::uint64_t> uid = uidIn(value)) return Node(plist_new_uid(*uid));
+    if (const std::optional<std::uint32_t> uid = plist::uidIn(value))
+      return Node(plist_new_uid(*uid));
     Node dictionary(plist_new_dict());
     for (const auto& [key, item] : value) {
       plist_dict_set_item(dictionary.get(), key.c_str(), nodeOf(item).release());
@@ -234,11 +236,14 @@ Node nodeOf(const Value& value) {
 
 }  // namespace
 
-std::optional<Value> parsePropertyList(std::string_view bytes) {
-  if (!isEasyForLibplist(bytes)) return std::nullopt;
-  const Node root = parsed(bytes);
+std::optional<Value> parsePropertyList(std::string_view bytes, const char* only_key) {
+  std::string mended;
+  const std::optional<std::string_view> easy = easyForLibplist(bytes, mended);
+  if (!easy) return std::nullopt;
+  const Node root = parsed(*easy);
   if (root == nullptr) return std::nullopt;
-  return valueOf(root.get());
+  const bool is_dictionary = plist_get_node_type(root.get()) == PLIST_DICT;
+  return is_dictionary ? dictionaryOf(root.get(), only_key) : valueOf(root.get());
 }
 
 std::string writeXmlPropertyList(const Value& value) {

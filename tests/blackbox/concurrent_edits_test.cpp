@@ -56,7 +56,7 @@ class Editor {
 };
 
 // The targets in the file; nothing when it is not whole.
-std::optional<Targets> targetsIn(const std::string& path) {
+std::optional<TargetDictionaries> targetsIn(const std::string& path) {
   std::optional<plist::Value> list = platform::parsePropertyList(tests::readAll(path));
   const auto* preferences = list ? list->as<plist::Dictionary>() : nullptr;
   if (preferences == nullptr) return std::nullopt;
@@ -85,7 +85,7 @@ TEST(ConcurrentEdits, AreAllKeptAndTheFileIsWholeAtEveryMoment) {
   for (bool at_work = true; at_work;) {
     at_work = false;
     for (const auto& editor : editors) at_work = editor->goOn() || at_work;
-    const std::optional<Targets> targets = targetsIn(installation.preferencesPath());
+    const std::optional<TargetDictionaries> targets = targetsIn(installation.preferencesPath());
     ASSERT_TRUE(targets) << "after " << targets_seen << " targets";
     // Each edit adds one; none ever takes one away.
     ASSERT_GE(targets->size(), targets_seen);

@@ -78,17 +78,6 @@ TEST(Preferences, EndInTheirLastStateWhenReplacedInABurst) {
   EXPECT_EQ(installation.log().back(), done);
 }
 
-TEST(Preferences, AreUsedAtFiftyMegabytes) {
-  Installation installation;
-  const Program program = programNamed(installation, ownName("large"));
-  const Target target(program);
-  plist::Dictionary settings = limited(123);
-  settings.insert_or_assign("Remark", std::string(50'000'000, 'r'));
-  installation.writePreferences(preferencesWith({{program.key, settings}}));
-  installation.start();
-  EXPECT_TRUE(installation.waitForLog(0, triedLimit(123)));
-}
-
 TEST(Preferences, MayNameTargetsThatNoProcessCanBear) {
   Installation installation;
   const Program ordinary = programNamed(installation, ownName("plain"));

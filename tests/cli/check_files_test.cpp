@@ -24,7 +24,9 @@ Output unreadableJson(const std::string& path, const std::string& message) {
           "{\n  \"file\": \"" + path +
               "\",\n  \"findings\": [\n    {\n      \"path\": [],\n"
               "      \"kind\": \"unreadable\",\n      \"message\": \"" +
-              message + "\"\n    }\n  ]\n}\n",
+              message +
+              "\"\n    }\n  ],\n  \"size\": null,\n  \"bound\": {\n    \"file_bytes\": 1048576,\n"
+              "    \"memory_bytes\": 2150000,\n    \"levels\": 128\n  }\n}\n",
           ""};
 }
 
@@ -42,12 +44,19 @@ std::string nested(int depth) {
   return text + "</plist>";
 }
 
+std::string manyTexts(int count) {
+  std::string text = "<plist version=\"1.0\"><array>";
+  for (int i = 0; i < count; ++i) text += "<string/>";
+  return text + "</array></plist>";
+}
+
 TEST(CheckFile, SaysWhatKeepsItFromBeingRead) {
   ControlStory story;
   const std::string whole = platform::writeXmlPropertyList(defaultPreset());
   const std::string binary = platform::writeBinaryPropertyList(defaultPreset());
   const std::string damaged =
-      "is damaged, or nests deeper than 512 levels; the daemon reads it as empty";
+      "is damaged, or neither XML in UTF-8 nor binary; the daemon reads it as empty";
+  const std::string too_deep = "nests deeper than 128 levels; the daemon reads it as empty";
   const std::string no_list = "is no property list; the daemon reads it as empty";
   const std::string a_list = "holds a list and no dictionary; the daemon reads it as empty";
   const std::vector<std::pair<std::string, std::string>> files{
@@ -55,7 +64,7 @@ TEST(CheckFile, SaysWhatKeepsItFromBeingRead) {
       {whole.substr(0, whole.size() / 2), no_list},
       {whole.substr(0, whole.find("</key>") + 3), damaged},
       {binary.substr(0, binary.size() / 2), damaged},
-      {"no property list", no_list},
+      {"no property list", damaged},
       {std::string(1, '\0'), damaged},
       {"<plist><array><true/></array></plist>", a_list},
       {platform::writeBinaryPropertyList(Array{1}), a_list},
@@ -64,9 +73,11 @@ TEST(CheckFile, SaysWhatKeepsItFromBeingRead) {
       {"bplist00", damaged},
       {"bplist00\xd1\x01\x02", damaged},
       {std::string("\xff\xfe<\0p\0", 6), damaged},
-      {nested(512), a_list},
-      {nested(513), damaged},
-      {nested(1'000'000), damaged},
+      {nested(128), a_list},
+      {nested(129), too_deep},
+      {nested(50'000), too_deep},
+      {manyTexts(20'000),
+       "would take more memory than the daemon gives it; the daemon reads it as empty"},
       {std::string(1'000'000, '<'), damaged},
       {"<plist><dict><key>a</key><string>\xff</string></dict></plist>", no_list},
   };
@@ -89,18 +100,8 @@ TEST(CheckFile, SaysThatADirectoryOrAFifoStandsInItsPlace) {
 TEST(CheckFile, SaysThatItIsTooLarge) {
   ControlStory story;
   writeAll(story.preferencesFile(), "x");
-  std::filesystem::resize_file(story.preferencesFile(), 128ULL * 1024 * 1024 + 1);
-  expectUnreadable(story, "is larger than 128 MB; the daemon reads it as empty");
-}
-
-TEST(CheckFile, ReadsFiftyMegabytes) {
-  ControlStory story;
-  constexpr std::size_t kSize = std::size_t{50} * 1024 * 1024;
-  Dictionary preferences = defaultPreset();
-  preferences.insert_or_assign("Padding", std::string(kSize, 'x'));
-  story.writePreferences(preferences);
-  EXPECT_EQ(story.run({"check", "--no-processes"}),
-            (Output{1, "Padding: is unknown to the daemon\n", ""}));
+  std::filesystem::resize_file(story.preferencesFile(), (1U << 20U) + 1);
+  expectUnreadable(story, "is larger than 1 MB; the daemon reads it as empty");
 }
 
 TEST(CheckFile, SaysWhatFollowsFromAMissingOne) {
@@ -116,11 +117,30 @@ TEST(CheckFile, LooksAtTheFileThatItIsGiven) {
   story.writePreferences({{"Enabled", 1}});
   const std::string given = story.rootPath("/given.plist");
   writeAll(given, platform::writeBinaryPropertyList(defaultPreset()));
-  EXPECT_EQ(story.run({"check", given, "--no-processes"}),
-            (Output{0, given + ": all in order\n", ""}));
+  EXPECT_EQ(
+      story.run({"check", given, "--no-processes"}),
+      (Output{0,
+              given + ": all in order\n" + given +
+                  ": takes 2 % of the memory that the daemon gives it, 1 % of the bytes, 3 of "
+                  "128 levels\n",
+              ""}));
   EXPECT_EQ(story.run({"check", given, "--no-processes", "--json"}),
-            (Output{0, "{\n  \"file\": \"" + given + "\",\n  \"findings\": []\n}\n", ""}));
-  writeAll(given, "no property list");
+            (Output{0, "{\n  \"file\": \"" + given + R"(",
+  "findings": [],
+  "size": {
+    "file_bytes": 521,
+    "memory_bytes": 25407,
+    "levels": 3
+  },
+  "bound": {
+    "file_bytes": 1048576,
+    "memory_bytes": 2150000,
+    "levels": 128
+  }
+}
+)",
+                    ""}));
+  writeAll(given, "<plist/>");
   EXPECT_EQ(story.run({"check", given}),
             unreadable(given, "is no property list; the daemon reads it as empty"));
 }

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "config/default_preset.h"
+#include "config/property_list_guard.h"
 #include "platform/property_list.h"
 #include "tests/cli/control_run.h"
 
@@ -24,15 +25,40 @@ struct Finding {
   std::string message;
 };
 
+constexpr const char* kBoundJson =
+    R"("bound": {
+    "file_bytes": 1048576,
+    "memory_bytes": 2150000,
+    "levels": 128
+  })";
+
+PropertyListSize sizeOf(const std::string& file) {
+  return measurePropertyList(readAll(file)).value();
+}
+
+// The last line of the text. Of files as small as these, each share is above 0.
+std::string sizeText(const std::string& file) {
+  const PropertyListSize size = sizeOf(file);
+  return file + ": takes " + std::to_string(size.memory_bytes / 21'500 + 1) +
+         " % of the memory that the daemon gives it, 1 % of the bytes, " +
+         std::to_string(size.levels) + " of 128 levels\n";
+}
+
+std::string sizeJson(const std::string& file) {
+  const PropertyListSize size = sizeOf(file);
+  return "\"size\": {\n    \"file_bytes\": " + std::to_string(size.file_bytes) +
+         ",\n    \"memory_bytes\": " + std::to_string(size.memory_bytes) +
+         ",\n    \"levels\": " + std::to_string(size.levels) + "\n  },\n  " + kBoundJson;
+}
+
 std::string textOf(const std::string& file, const std::vector<Finding>& findings) {
-  if (findings.empty()) return file + ": all in order\n";
-  std::string text;
+  std::string text = findings.empty() ? file + ": all in order\n" : "";
   for (const Finding& each : findings) {
     std::string where;
     for (const std::string& key : each.path) where += (where.empty() ? "" : " / ") + key;
     text += where + ": " + each.message + "\n";
   }
-  return text;
+  return text + sizeText(file);
 }
 
 std::string jsonOf(const std::string& file, const std::vector<Finding>& findings) {
@@ -48,7 +74,7 @@ std::string jsonOf(const std::string& file, const std::vector<Finding>& findings
     items += "      \"message\": \"" + each.message + "\"\n    }";
   }
   return "{\n  \"file\": \"" + file + "\",\n  \"findings\": [" +
-         (items.empty() ? "" : items + "\n  ") + "]\n}\n";
+         (items.empty() ? "" : items + "\n  ") + "],\n  " + sizeJson(file) + "\n}\n";
 }
 
 // Both forms of the answer.
@@ -281,7 +307,8 @@ TEST(Check, SpellsControlCharactersOut) {
   EXPECT_EQ(story.run({"check"}),
             (Output{1,
                     "AppConfigs / ^[[31m^J: is an integer and not a dictionary; the daemon passes "
-                    "it over\n",
+                    "it over\n" +
+                        sizeText(story.preferencesFile()),
                     ""}));
   const std::string json = story.run({"check", "--json"}).out;
   EXPECT_NE(json.find("\"\\u001b[31m\\n\""), std::string::npos) << json;
@@ -297,7 +324,8 @@ TEST(Check, FindsTwoTargetsOfTheProcessThatAWatchTimerFinds) {
   EXPECT_EQ(story.run({"check"}),
             (Output{1,
                     "AppConfigs / two: finds the same process as org.two.app (202): both are "
-                    "applied to it, one after the other\n",
+                    "applied to it, one after the other\n" +
+                        sizeText(story.preferencesFile()),
                     ""}));
 }
 

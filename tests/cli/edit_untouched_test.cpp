@@ -199,21 +199,15 @@ TEST(EditRefuses, ToLoseWhatThePlatformDoesNotReadWhole) {
   }
 }
 
-// One target more than the reader on this platform takes in one file.
-TEST(EditRefuses, ToWriteWhatCouldNotBeReadAgain) {
+TEST(EditRefuses, ToWriteMoreThanTheDaemonReads) {
   EditStory story;
-  constexpr int kMostTargets = 32767;
-  Dictionary targets;
-  for (int i = 0; i < kMostTargets - 1; ++i)
-    targets.insert_or_assign(std::to_string(i), Dictionary{});
-  story.writeTargets(targets);
+  story.writePreferences({{"Padding", std::string(534'000, 'x')}});
   EXPECT_EQ(story.edit({"set", "last", "NiceValue=1"}).output.status, 0);
   const FileVersion untouched = story.version();
-  EXPECT_EQ(story.edit({"set", "one more", "NiceValue=1"}),
+  EXPECT_EQ(story.edit({"set", "last", "Remark=" + std::string(3000, 'x')}),
             (EditResult{{3, "",
                          "vorlatchctl: " + story.preferencesFile() +
-                             " would hold something that cannot be written as it is; nothing is "
-                             "changed\n"},
+                             " would be larger than what the daemon reads; nothing is changed\n"},
                         untouched.bytes,
                         0}));
   EXPECT_EQ(story.version(), untouched);

@@ -20,7 +20,7 @@ TEST(Preferences, AMissingFileReadsAsEmptyAndSwitchedOff) {
   Story story;
   EXPECT_EQ(loadPreferences(), Dictionary{});
   EXPECT_FALSE(isEnabled({}));
-  EXPECT_EQ(appConfigs({}), Targets{});
+  EXPECT_EQ(appConfigs({}), TargetDictionaries{});
 }
 
 TEST(Preferences, AreReadAfreshEachTime) {
@@ -50,13 +50,13 @@ TEST(Preferences, TargetsOfAnotherTypeArePassedOver) {
                                                   {"g", true},
                                                   {"h", 1.5},
                                                   {"", Dictionary{}}}}}),
-            (Targets{{"", {}}, {"a", kept}}));
+            (TargetDictionaries{{"", {}}, {"a", kept}}));
 }
 
 TEST(Preferences, AppConfigsOfAnotherTypeReadAsMissing) {
   for (const Value& value : {Value(true), Value(1), Value(1.5), Value("x"), Value(Data{"x"}),
                              Value(Date{1}), Value(Array{Dictionary{}})}) {
-    EXPECT_EQ(appConfigs({{"AppConfigs", value}}), Targets{});
+    EXPECT_EQ(appConfigs({{"AppConfigs", value}}), TargetDictionaries{});
   }
 }
 
@@ -71,45 +71,82 @@ TEST(Preferences, LogSizeLimit) {
   EXPECT_EQ(logSizeLimit({{"LogSizeLimit", Array{5}}}), std::nullopt);
 }
 
-TEST(TargetSetting, ANumberAndANumericStringReadAlike) {
-  for (const char* key : {"JetsamPriority", "MemLimitActive", "MemLimitInactive", "NiceValue"}) {
-    EXPECT_EQ(integerSetting({{key, 15}}, key), 15);
-    EXPECT_EQ(integerSetting({{key, "15"}}, key), 15);
-    EXPECT_EQ(integerSetting({{key, "fifteen"}}, key), 0);
-    EXPECT_EQ(integerSetting({{key, ""}}, key), 0);
-    EXPECT_EQ(integerSetting({}, key), 0);
-  }
+TEST(ConfiguredTargets, AreReadOnceEach) {
+  const Targets targets = configuredTargets(
+      {{"AppConfigs",
+        Dictionary{{"a", Dictionary{{"NiceValue", "5"}, {"Own", Array{}}}}, {"b", 1}}}});
+  ASSERT_EQ(targets.size(), 1U);
+  EXPECT_EQ(targets.at("a").settings, TargetSettings{.nice_value = 5});
+  EXPECT_EQ(targets.at("a").stored_form,
+            plist::comparisonForm(Dictionary{{"NiceValue", "5"}, {"Own", Array{}}}));
 }
 
-TEST(TargetSetting, NumbersBeyondThirtyTwoBitsSaturate) {
-  EXPECT_EQ(integerSetting({{"MemLimitActive", UINT64_MAX}}, "MemLimitActive"), INT32_MAX);
-  EXPECT_EQ(integerSetting({{"MemLimitActive", INT64_MIN}}, "MemLimitActive"), INT32_MIN);
-  EXPECT_EQ(integerSetting({{"MemLimitActive", std::nan("")}}, "MemLimitActive"), 0);
+TEST(TargetSettings, AreTheirDefaultsWhereTheKeysAreMissing) {
+  EXPECT_EQ(targetSettings({}), TargetSettings{});
 }
 
-TEST(TargetSetting, TheNiceValueIsClamped) {
-  EXPECT_EQ(niceValue({{"NiceValue", -35}}), -20);
-  EXPECT_EQ(niceValue({{"NiceValue", -20}}), -20);
-  EXPECT_EQ(niceValue({{"NiceValue", 20}}), 20);
-  EXPECT_EQ(niceValue({{"NiceValue", 99}}), 20);
-  EXPECT_EQ(niceValue({}), 0);
+TEST(TargetSettings, HaveTheirKeys) {
+  EXPECT_EQ(targetSettings({{"JetsamPriority", 1},
+                            {"NiceValue", 2},
+                            {"MemLimitActive", 3},
+                            {"MemLimitInactive", 4},
+                            {"CheckInterval", 5},
+                            {"StripManaged", false},
+                            {"Remark", 7}}),
+            (TargetSettings{.jetsam_priority = 1,
+                            .nice_value = 2,
+                            .active_limit_mb = 3,
+                            .inactive_limit_mb = 4,
+                            .check_interval_s = 5,
+                            .strips_managed = false}));
 }
 
-TEST(TargetSetting, ACheckIntervalOfZeroNegativeOrMissingIsNone) {
-  EXPECT_EQ(checkInterval({{"CheckInterval", 5}}), 5);
-  EXPECT_EQ(checkInterval({{"CheckInterval", "5"}}), 5);
-  EXPECT_EQ(checkInterval({{"CheckInterval", INT32_MAX}}), INT32_MAX);
-  EXPECT_EQ(checkInterval({{"CheckInterval", 0}}), 0);
-  EXPECT_EQ(checkInterval({{"CheckInterval", -5}}), 0);
-  EXPECT_EQ(checkInterval({}), 0);
+TEST(TargetSettings, ReadNumericStrings) {
+  const auto band = [](const Value& value) {
+    return targetSettings({{"JetsamPriority", value}}).jetsam_priority;
+  };
+  EXPECT_EQ(band("15"), 15);
+  EXPECT_EQ(band("fifteen"), 0);
+  EXPECT_EQ(band(""), 0);
 }
 
-TEST(TargetSetting, StripManagedIsNothingWhenMissingAndElseATruthValue) {
-  EXPECT_EQ(stripManaged({}), std::nullopt);
-  EXPECT_EQ(stripManaged({{"StripManaged", true}}), true);
-  EXPECT_EQ(stripManaged({{"StripManaged", 0}}), false);
-  EXPECT_EQ(stripManaged({{"StripManaged", ""}}), false);
-  EXPECT_EQ(stripManaged({{"StripManaged", Dictionary{}}}), false);
+TEST(TargetSettings, SaturateNumbers) {
+  const auto limit_mb = [](const Value& value) {
+    return targetSettings({{"MemLimitActive", value}}).active_limit_mb;
+  };
+  EXPECT_EQ(limit_mb(UINT64_MAX), INT32_MAX);
+  EXPECT_EQ(limit_mb(INT64_MIN), INT32_MIN);
+  EXPECT_EQ(limit_mb(std::nan("")), 0);
+}
+
+TEST(TargetSettings, ClampTheNiceValue) {
+  const auto nice_value = [](int value) {
+    return targetSettings({{"NiceValue", value}}).nice_value;
+  };
+  EXPECT_EQ(nice_value(-35), -20);
+  EXPECT_EQ(nice_value(-20), -20);
+  EXPECT_EQ(nice_value(20), 20);
+  EXPECT_EQ(nice_value(99), 20);
+}
+
+TEST(TargetSettings, HaveNoCheckIntervalBelowOne) {
+  const auto interval_s = [](const Value& value) {
+    return targetSettings({{"CheckInterval", value}}).check_interval_s;
+  };
+  EXPECT_EQ(interval_s("5"), 5);
+  EXPECT_EQ(interval_s(INT32_MAX), INT32_MAX);
+  EXPECT_EQ(interval_s(0), 0);
+  EXPECT_EQ(interval_s(-5), 0);
+}
+
+TEST(TargetSettings, ReadStripManagedAsATruthValue) {
+  const auto strips = [](const Value& value) {
+    return targetSettings({{"StripManaged", value}}).strips_managed;
+  };
+  EXPECT_EQ(strips(true), true);
+  EXPECT_EQ(strips(0), false);
+  EXPECT_EQ(strips(""), false);
+  EXPECT_EQ(strips(Dictionary{}), false);
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ if(NOT VORLATCH_SANITIZE STREQUAL "thread")
     _ZN8vorlatch8platform12proc_pidpathEiPvj
     _ZN8vorlatch8platform13proc_listpidsEjjPvi
     _ZN8vorlatch8platform14localTimeStampB5cxx11Ev
-    _ZN8vorlatch8platform17parsePropertyListESt17basic_string_viewIcSt11char_traitsIcEE
+    _ZN8vorlatch8platform17parsePropertyListESt17basic_string_viewIcSt11char_traitsIcEEPKc
     _ZN8vorlatch8platform19observeNotificationEPKcSt8functionIFvvEE
     _ZN8vorlatch8platform20memorystatus_controlEjijPvm
     _ZN8vorlatch8platform20writeXmlPropertyListB5cxx11ERKNS_5plist5ValueE

@@ -22,7 +22,7 @@
 #define VORLATCH_PROC_PIDPATH "_ZN8vorlatch8platform12proc_pidpathEiPvj"
 #define VORLATCH_OBSERVE "_ZN8vorlatch8platform19observeNotificationEPKcSt8functionIFvvEE"
 #define VORLATCH_PARSE \
-  "_ZN8vorlatch8platform17parsePropertyListESt17basic_string_viewIcSt11char_traitsIcEE"
+  "_ZN8vorlatch8platform17parsePropertyListESt17basic_string_viewIcSt11char_traitsIcEEPKc"
 #define VORLATCH_WRITE_XML "_ZN8vorlatch8platform20writeXmlPropertyListB5cxx11ERKNS_5plist5ValueE"
 #define VORLATCH_LOCAL_TIME "_ZN8vorlatch8platform14localTimeStampB5cxx11Ev"
 #define VORLATCH_ALLOCATE "_ZnamRKSt9nothrow_t"
@@ -50,8 +50,8 @@ int realProcPidpath(int, void*, uint32_t) VORLATCH_REAL(VORLATCH_PROC_PIDPATH);
 int wrapProcPidpath(int, void*, uint32_t) VORLATCH_WRAP(VORLATCH_PROC_PIDPATH);
 void realObserve(const char*, platform::Work) VORLATCH_REAL(VORLATCH_OBSERVE);
 void wrapObserve(const char*, platform::Work) VORLATCH_WRAP(VORLATCH_OBSERVE);
-std::optional<Value> realParse(std::string_view) VORLATCH_REAL(VORLATCH_PARSE);
-std::optional<Value> wrapParse(std::string_view) VORLATCH_WRAP(VORLATCH_PARSE);
+std::optional<Value> realParse(std::string_view, const char*) VORLATCH_REAL(VORLATCH_PARSE);
+std::optional<Value> wrapParse(std::string_view, const char*) VORLATCH_WRAP(VORLATCH_PARSE);
 std::string realWriteXml(const Value&) VORLATCH_REAL(VORLATCH_WRITE_XML);
 std::string wrapWriteXml(const Value&) VORLATCH_WRAP(VORLATCH_WRITE_XML);
 std::string realLocalTime() VORLATCH_REAL(VORLATCH_LOCAL_TIME);
@@ -129,8 +129,8 @@ void wrapObserve(const char* name, platform::Work handler) {
   });
 }
 
-std::optional<Value> wrapParse(std::string_view bytes) {
-  return passWhole("parsePropertyList", [&] { return realParse(bytes); });
+std::optional<Value> wrapParse(std::string_view bytes, const char* only_key) {
+  return passWhole("parsePropertyList", [&] { return realParse(bytes, only_key); });
 }
 
 std::string wrapWriteXml(const Value& value) {

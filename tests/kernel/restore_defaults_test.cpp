@@ -27,8 +27,9 @@ struct Held : Story {
   Held() {
     openLog();
     device.launch({.name = "backboardd", .pid = 100});
-    applyLimitsForApp("backboardd",
-                      {{"NiceValue", -5}, {"JetsamPriority", 100}, {"MemLimitActive", 300}}, 100);
+    applyLimitsForApp(
+        "backboardd",
+        targetSettings({{"NiceValue", -5}, {"JetsamPriority", 100}, {"MemLimitActive", 300}}), 100);
     takeLog();
     device.takeTrace();
   }

@@ -19,8 +19,8 @@ struct RunningTarget : Story {
     device.launch({.name = "backboardd", .pid = 100});
   }
   // Applies, and gives the log without its last line, which is the same each time.
-  Lines apply(const TargetSettings& settings) {
-    applyLimitsForApp("backboardd", settings, 100);
+  Lines apply(const plist::Dictionary& dictionary) {
+    applyLimitsForApp("backboardd", targetSettings(dictionary), 100);
     Lines log = takeLog();
     EXPECT_EQ(log.back(), "[守护] backboardd PID:100 完成");
     log.pop_back();

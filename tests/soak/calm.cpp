@@ -36,15 +36,14 @@ std::string textOf(const model::JetsamRecord& record) {
 }
 
 model::JetsamRecord recordFor(const TargetSettings& settings) {
-  const auto limit = [&](const char* key) {
-    const std::int32_t limit_mb = integerSetting(settings, key);
+  const auto limit = [](std::int32_t limit_mb) {
     return model::MemoryLimit{.limit_mb = limit_mb > 0 ? limit_mb : -1};
   };
-  const bool is_stripped = stripManaged(settings).value_or(false);
+  const bool is_stripped = settings.strips_managed.value_or(false);
   model::JetsamRecord record;
-  record.effective_band = integerSetting(settings, keys::kJetsamPriority);
-  record.active = limit(keys::kMemLimitActive);
-  record.inactive = limit(keys::kMemLimitInactive);
+  record.effective_band = settings.jetsam_priority;
+  record.active = limit(settings.active_limit_mb);
+  record.inactive = limit(settings.inactive_limit_mb);
   record.managed = !is_stripped;
   record.freezable = !is_stripped;
   record.elevated = is_stripped;
@@ -119,13 +118,13 @@ void Chaos::editAllTargets() {
             vorlatch::textOf(expected_));
 }
 
-const Dictionary& Chaos::settingsOf(const std::string& key) const {
+TargetSettings Chaos::settingsOf(const std::string& key) const {
   const auto* targets = plist::find(expected_, keys::kAppConfigs)->as<Dictionary>();
-  return *plist::find(*targets, key)->as<Dictionary>();
+  return targetSettings(*plist::find(*targets, key)->as<Dictionary>());
 }
 
 pid_t Chaos::heldProcess(const std::string& key) const {
-  return crowd_.meant(key, checkInterval(settingsOf(key)) > 0);
+  return crowd_.meant(key, settingsOf(key).check_interval_s > 0);
 }
 
 void Chaos::expectHeld() {
@@ -133,18 +132,18 @@ void Chaos::expectHeld() {
   for (const std::string& key : crowd_.keys()) {
     const pid_t pid = heldProcess(key);
     if (pid == 0) continue;
-    const Dictionary& settings = settingsOf(key);
-    status.insert_or_assign(key, Dictionary{{status_keys::kPid, pid},
-                                            {status_keys::kNiceValue, niceValue(settings)},
-                                            {status_keys::kJetsamPriority,
-                                             integerSetting(settings, keys::kJetsamPriority)}});
+    const TargetSettings settings = settingsOf(key);
+    status.insert_or_assign(key,
+                            Dictionary{{status_keys::kPid, pid},
+                                       {status_keys::kNiceValue, settings.nice_value},
+                                       {status_keys::kJetsamPriority, settings.jetsam_priority}});
   }
   const std::string expected = vorlatch::textOf(status);
   ASSERT_EQ(once(expected, [&] { return installation_.status(); }), expected);
 
   for (const auto& [key, entry] : status) {
     const pid_t pid = heldProcess(key);
-    EXPECT_EQ(niceOf(pid), niceValue(settingsOf(key))) << key << " " << pid;
+    EXPECT_EQ(niceOf(pid), settingsOf(key).nice_value) << key << " " << pid;
     const std::string wanted = textOf(recordFor(settingsOf(key)));
     EXPECT_EQ(once(wanted, [&, pid = pid] { return kernelStateOf(pid); }), wanted) << key;
   }
@@ -165,8 +164,8 @@ void Chaos::expectTicks() {
   std::map<pid_t, int> wanted;
   for (const std::string& key : crowd_.keys()) {
     const pid_t pid = heldProcess(key);
-    if (pid == 0 || checkInterval(settingsOf(key)) == 0) continue;
-    wanted[pid] = niceValue(settingsOf(key));
+    if (pid == 0 || settingsOf(key).check_interval_s == 0) continue;
+    wanted[pid] = settingsOf(key).nice_value;
     setNice(pid, wanted[pid] == 0 ? 1 : 0);
   }
   for (const auto& [pid, nice] : wanted) {

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "config/preferences.h"
 #include "platform/plist_value.h"
 #include "tests/blackbox/installation.h"
 #include "tests/blackbox/memory_file_system.h"
@@ -69,7 +70,7 @@ class Chaos {
   void expectTicks();
   [[nodiscard]] std::string kernelStateOf(pid_t pid) const;
   [[nodiscard]] pid_t heldProcess(const std::string& key) const;
-  [[nodiscard]] const plist::Dictionary& settingsOf(const std::string& key) const;
+  [[nodiscard]] TargetSettings settingsOf(const std::string& key) const;
   [[nodiscard]] std::string fillerPath() const;
   [[nodiscard]] int refusedEdits() const;
 

@@ -12,11 +12,22 @@ extern "C" {
 typedef unsigned char Boolean;
 typedef uint8_t UInt8;
 typedef uint32_t UInt32;
+typedef uint16_t UniChar;
 typedef signed long CFIndex;
 typedef unsigned long CFTypeID;
 typedef unsigned long CFOptionFlags;
 typedef double CFTimeInterval;
 typedef CFTimeInterval CFAbsoluteTime;
+
+typedef struct CFRange {
+  CFIndex location;
+  CFIndex length;
+} CFRange;
+
+static inline CFRange CFRangeMake(CFIndex location, CFIndex length) {
+  const CFRange range = {location, length};
+  return range;
+}
 
 typedef const void* CFTypeRef;
 typedef const struct __CFAllocator* CFAllocatorRef;
@@ -36,20 +47,20 @@ typedef struct __CFError* CFErrorRef;
 typedef CFTypeRef CFPropertyListRef;
 
 extern const CFAllocatorRef kCFAllocatorDefault;
+extern const CFAllocatorRef kCFAllocatorNull;
 CFTypeID CFGetTypeID(CFTypeRef object);
 CFTypeRef CFRetain(CFTypeRef object);
 void CFRelease(CFTypeRef object);
 CFStringRef CFCopyDescription(CFTypeRef object);
+CFStringRef CFCopyTypeIDDescription(CFTypeID type);
 
 typedef UInt32 CFStringEncoding;
 enum { kCFStringEncodingUTF8 = 0x08000100 };
 CFTypeID CFStringGetTypeID(void);
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length,
                                     CFStringEncoding encoding, Boolean isExternalRepresentation);
-CFStringRef CFStringCreateWithFormat(CFAllocatorRef allocator, CFDictionaryRef options,
-                                     CFStringRef format, ...);
-CFDataRef CFStringCreateExternalRepresentation(CFAllocatorRef allocator, CFStringRef string,
-                                               CFStringEncoding encoding, UInt8 lossByte);
+CFIndex CFStringGetLength(CFStringRef string);
+void CFStringGetCharacters(CFStringRef string, CFRange range, UniChar* buffer);
 
 typedef CFIndex CFNumberType;
 enum { kCFNumberSInt64Type = 4, kCFNumberDoubleType = 13 };
@@ -69,6 +80,8 @@ CFAbsoluteTime CFAbsoluteTimeGetCurrent(void);
 
 CFTypeID CFDataGetTypeID(void);
 CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
+CFDataRef CFDataCreateWithBytesNoCopy(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length,
+                                      CFAllocatorRef bytesDeallocator);
 const UInt8* CFDataGetBytePtr(CFDataRef data);
 CFIndex CFDataGetLength(CFDataRef data);
 
@@ -94,8 +107,11 @@ CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFInd
                                                  const CFDictionaryValueCallBacks* valueCallBacks);
 void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value);
 
-typedef CFIndex CFPropertyListFormat;
-enum { kCFPropertyListXMLFormat_v1_0 = 100, kCFPropertyListBinaryFormat_v1_0 = 200 };
+enum CFPropertyListFormat : CFIndex {
+  kCFPropertyListOpenStepFormat = 1,
+  kCFPropertyListXMLFormat_v1_0 = 100,
+  kCFPropertyListBinaryFormat_v1_0 = 200
+};
 enum { kCFPropertyListImmutable = 0 };
 CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataRef data,
                                                CFOptionFlags options, CFPropertyListFormat* format,

@@ -1,0 +1,242 @@
+// How much of the heap the daemon takes: launchd gives it few megabytes.
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "config/property_list_guard.h"
+#include "tests/platform/binary_builder.h"
+#include "tests/scenario/heap_day.h"
+
+namespace vorlatch {
+namespace {
+
+using plist::Dictionary;
+using test::BinaryBuilder;
+using tests::HeapDay;
+using tests::ordinaryPreferences;
+using namespace std::chrono_literals;
+
+constexpr std::size_t kMegabyte = 1'000'000;
+
+// The Info.plist of an app that describes a great deal, of 256 kB.
+std::string largeInfoPlist(const std::string& identifier) {
+  Dictionary info{{"CFBundleIdentifier", identifier}};
+  for (int i = 0; platform::writeXmlPropertyList(info).size() < 256'000; i += 50) {
+    for (int j = i; j < i + 50; ++j) {
+      info.insert_or_assign("UsageDescription" + std::to_string(j),
+                            "The app would like to use this on behalf of the user");
+    }
+  }
+  return platform::writeXmlPropertyList(info);
+}
+
+TEST(Heap, TwoHundredTargetsTakeLessThanAMegabyte) {
+  HeapDay day;
+  EXPECT_LT(day.peakBytes(ordinaryPreferences(200, -5), ordinaryPreferences(200, -6), 2h),
+            kMegabyte);
+  EXPECT_EQ(day.heldTargets(), 200U);
+}
+
+TEST(Heap, FiveHundredTargetsAndALargeInfoPlistAreRead) {
+  HeapDay day;
+  tests::writeAll(day.rootPath("/Applications/App0.app/Info.plist"),
+                  largeInfoPlist("org.app.process-0"));
+  EXPECT_LT(day.peakBytes(ordinaryPreferences(500, -5), ordinaryPreferences(500, -6), 2h),
+            3 * kMegabyte);
+  EXPECT_EQ(day.heldTargets(), 500U);
+}
+
+std::string xml(const std::string& targets, const std::string& rest = "") {
+  return "<plist><dict><key>Enabled</key><true/><key>AppConfigs</key><dict>" + targets + "</dict>" +
+         rest + "</dict></plist>";
+}
+
+std::string repeated(int count, const std::function<std::string(int)>& text) {
+  std::string all;
+  for (int i = 0; i < count; ++i) all += text(i);
+  return all;
+}
+
+// Shapes of a hostile file, of any size; two contents of one size differ in every target.
+struct Shape {
+  const char* name;
+  std::function<std::string(int size, int content)> make;
+};
+
+void PrintTo(const Shape& shape, std::ostream* stream) {
+  *stream << shape.name;
+}
+
+std::string number(int i) {
+  return std::to_string(i);
+}
+
+const std::vector<Shape>& shapes() {
+  static const std::vector<Shape> all{
+      {"EmptyTargets",
+       [](int size, int content) {
+         return xml(repeated(size, [content](int i) {
+           return "<key>" + number(content) + "-" + number(i) + "</key><dict/>";
+         }));
+       }},
+      {"TargetsThatChange",
+       [](int size, int content) {
+         return xml(repeated(size, [content](int i) {
+           return "<key>" + number(i) + "</key><dict><key>" + number(content) +
+                  "</key><true/></dict>";
+         }));
+       }},
+      {"TargetsWithTimers",
+       [](int size, int content) {
+         return xml(repeated(size, [content](int i) {
+           return "<key>" + number(i) + "</key><dict><key>CheckInterval</key><integer>" +
+                  number(6000 + content) + "</integer></dict>";
+         }));
+       }},
+      {"RunningTargetsWithTimers",
+       [](int size, int content) {
+         return xml(repeated(size, [content](int i) {
+           return "<key>process-" + number(i) + "</key><dict><key>CheckInterval</key><integer>" +
+                  number(6000 + content) + "</integer></dict>";
+         }));
+       }},
+      {"TargetsWithLongNames",
+       [](int size, int content) {
+         return xml(repeated(size, [content](int i) {
+           return "<key>" + std::string(1000, static_cast<char>('a' + content)) + number(i) +
+                  "</key><dict><key>CheckInterval</key><integer>6000</integer></dict>";
+         }));
+       }},
+      {"OneTargetOfALongName",
+       [](int size, int content) {
+         return xml("<key>" +
+                    std::string(static_cast<std::size_t>(size), static_cast<char>('a' + content)) +
+                    "</key><dict><key>CheckInterval</key><integer>600</integer></dict>");
+       }},
+      {"OneTargetOfManyKeys",
+       [](int size, int content) {
+         return xml("<key>process-1</key><dict>" +
+                    repeated(size,
+                             [content](int i) {
+                               return "<key>" + number(i) + "</key><integer>" + number(content) +
+                                      "</integer>";
+                             }) +
+                    "</dict>");
+       }},
+      {"OneTargetOfALongText",
+       [](int size, int content) {
+         return xml("<key>process-1</key><dict><key>Remark</key><string>" +
+                    std::string(static_cast<std::size_t>(size), static_cast<char>('a' + content)) +
+                    "</string></dict>");
+       }},
+      {"OneTargetOfAnArray",
+       [](int size, int content) {
+         return xml(
+             "<key>process-1</key><dict><key>Remark</key><array>" +
+             repeated(size,
+                      [content](int /*i*/) { return content == 0 ? "<true/>" : "<false/>"; }) +
+             "</array></dict>");
+       }},
+      {"OneTargetOfEmptyArrays",
+       [](int size, int content) {
+         return xml(
+             "<key>process-1</key><dict><key>Remark</key><array>" +
+             repeated(size,
+                      [content](int /*i*/) { return content == 0 ? "<array/>" : "<dict/>"; }) +
+             "</array></dict>");
+       }},
+      {"TextsWithEntities",
+       [](int size, int content) {
+         return xml("<key>process-1</key><dict><key>Remark</key><array>" +
+                    repeated(size,
+                             [content](int /*i*/) {
+                               return "<string>&amp;&lt;" + number(content) + "</string>";
+                             }) +
+                    "</array></dict>");
+       }},
+      {"Data",
+       [](int size, int content) {
+         return xml(
+             "<key>process-1</key><dict><key>Remark</key><data>" +
+             std::string(static_cast<std::size_t>(size) * 4, static_cast<char>('a' + content)) +
+             "</data></dict>");
+       }},
+      {"DeepLists",
+       [](int size, int content) {
+         return xml("<key>process-1</key><dict><key>Remark</key><array>" +
+                    repeated(size,
+                             [content](int /*i*/) {
+                               return repeated(100, [](int) { return std::string("<array>"); }) +
+                                      number(content).substr(0, 0) +
+                                      repeated(100, [](int) { return std::string("</array>"); });
+                             }) +
+                    "</array></dict>");
+       }},
+      {"SharedObjectsOfABinaryList",
+       [](int size, int content) {
+         BinaryBuilder list{.objects = {}, .reference_size = 2};
+         list.objects = {list.array(std::vector<std::uint64_t>(static_cast<std::size_t>(size), 1)),
+                         list.array(std::vector<std::uint64_t>(100, 2)),
+                         BinaryBuilder::ascii(std::string(20, static_cast<char>('a' + content)))};
+         return list.build();
+       }},
+      {"WideTextsOfABinaryList",
+       [](int size, int content) {
+         BinaryBuilder list{.objects = {}, .reference_size = 2};
+         std::string units;
+         for (int i = 0; i < size; ++i)
+           units += content == 0 ? std::string("\xD8\0", 2) : "\x4E\x2D";
+         list.objects = {BinaryBuilder::marker(0x6, static_cast<std::uint64_t>(size)) + units};
+         return list.build();
+       }},
+      {"UnknownTopLevelKeys",
+       [](int size, int content) {
+         return xml("", repeated(size, [content](int i) {
+                      return "<key>" + number(i) + "</key><integer>" + number(content) +
+                             "</integer>";
+                    }));
+       }},
+  };
+  return all;
+}
+
+// The largest of a shape that the daemon reads.
+int largestOf(const Shape& shape) {
+  const auto is_read = [&shape](int size) {
+    const std::optional<PropertyListSize> measured = measurePropertyList(shape.make(size, 1));
+    return measured && measured->isWithin(kPropertyListBound);
+  };
+  int step = 1;
+  while (is_read(step)) step *= 2;
+  int most = 0;
+  for (; step > 0; step /= 2) {
+    if (is_read(most + step)) most += step;
+  }
+  return most;
+}
+
+class LargestFile : public testing::TestWithParam<Shape> {};
+
+TEST_P(LargestFile, StaysBelowThreeMegabytes) {
+  const Shape& shape = GetParam();
+  const int size = largestOf(shape);
+  const std::string one = shape.make(size, 0);
+  ASSERT_TRUE(platform::parsePropertyList(one));
+  HeapDay day;
+  // An app's file that takes the most, which each scan of the processes reads, as it names no
+  // identifier.
+  const Shape& info = shapes().back();
+  tests::writeAll(day.rootPath("/Applications/App0.app/Info.plist"), info.make(largestOf(info), 0));
+  EXPECT_LT(day.peakBytes(one, shape.make(size, 1), 40min), 3 * kMegabyte);
+}
+
+INSTANTIATE_TEST_SUITE_P(Heap, LargestFile, testing::ValuesIn(shapes()),
+                         [](const auto& shape) { return std::string(shape.param.name); });
+
+}  // namespace
+}  // namespace vorlatch
