@@ -21,6 +21,8 @@
 namespace vorlatch::cli {
 namespace {
 
+// Far above what the daemon takes.
+constexpr std::int32_t kAmpleLimitMb = 16;
 constexpr mode_t kPermissionBits = 07777;
 constexpr mode_t kExpectedMode = 0666;
 
@@ -86,15 +88,40 @@ void lookAtSetAside(Doctor& doctor) {
   }
 }
 
+std::string limitText(std::int32_t limit_mb) {
+  return limit_mb > 0 ? std::to_string(limit_mb) + " MB" : "none";
+}
+
+bool isLow(std::int32_t limit_mb) {
+  return limit_mb > 0 && limit_mb < kAmpleLimitMb;
+}
+
+// launchd gives a daemon that the system does not know a limit of a few megabytes.
+void sayLimits(Doctor& doctor, const KernelDetails& now) {
+  if (!now.active_limit_mb || !now.inactive_limit_mb) return;
+  doctor.say("daemon: memory limits " + limitText(*now.active_limit_mb) + " active, " +
+             limitText(*now.inactive_limit_mb) + " inactive");
+  if (!isLow(*now.active_limit_mb) && !isLow(*now.inactive_limit_mb)) return;
+  doctor.say(
+      "daemon: the system ends it above so low a limit; this target of its own gives it more: "
+      "vorlatchctl set vorlatchd MemLimitActive=32 MemLimitInactive=32 JetsamPriority=-1 "
+      "NiceValue=-20");
+}
+
 void lookAtDaemon(Doctor& doctor, const Observation& observation) {
   doctor.report["daemons"] = Json::array();
   for (const std::int32_t pid : observation.daemon_pids) {
     const KernelSays now = observation.kernelSays(pid);
-    doctor.report["daemons"].push_back(
-        {{"pid", pid}, {"band", jsonOf(now.band)}, {"nice", jsonOf(now.nice_value)}});
+    const KernelDetails details = kernelDetails(pid);
+    doctor.report["daemons"].push_back({{"pid", pid},
+                                        {"band", jsonOf(now.band)},
+                                        {"nice", jsonOf(now.nice_value)},
+                                        {"active_limit_mb", jsonOf(details.active_limit_mb)},
+                                        {"inactive_limit_mb", jsonOf(details.inactive_limit_mb)}});
     doctor.say("daemon: runs as " + std::to_string(pid) + ", jetsam band " +
                (now.band ? std::to_string(*now.band) : "-") + ", nice " +
                (now.nice_value ? std::to_string(*now.nice_value) : "-"));
+    sayLimits(doctor, details);
   }
   if (observation.daemon_pids.empty()) doctor.say("daemon: does not run");
   if (observation.daemon_pids.size() > 1) {

@@ -29,10 +29,8 @@ constexpr milliseconds kSettling{500};
 // stays and only the switch is put back.
 class SetAside {
  public:
-  SetAside()
-      : path_(daemonFile(kPreferencesFileName)),
-        aside_(path_ + ".released"),
-        lock_(lockPreferences()) {
+  // What the first constructor has made is whole, so that they are put back whatever ends this one.
+  SetAside() : SetAside(daemonFile(kPreferencesFileName)) {
     StoredPreferences off = readStoredPreferences(path_);
     if (fileExists(aside_)) off = leftByKilledRun(off);
     if (!off.exists) return;
@@ -43,12 +41,7 @@ class SetAside {
       failCouldNot(aside_ + ": " + reasonOf(errno));
     }
     is_aside_ = true;
-    try {
-      writeStoredPreferences(path_, switchedOff(off));
-    } catch (const Failure&) {
-      static_cast<void>(putBack());
-      throw;
-    }
+    writeStoredPreferences(path_, switchedOff(off));
   }
   SetAside(const SetAside&) = delete;
   SetAside& operator=(const SetAside&) = delete;
@@ -64,6 +57,9 @@ class SetAside {
   [[nodiscard]] const std::string& aside() const { return aside_; }
 
  private:
+  explicit SetAside(std::string path)
+      : path_(std::move(path)), aside_(path_ + ".released"), lock_(lockPreferences()) {}
+
   static StoredPreferences switchedOff(StoredPreferences preferences) {
     preferences.dictionary.insert_or_assign(keys::kEnabled, false);
     return preferences;

@@ -15,13 +15,19 @@
 namespace vorlatch::cli {
 namespace {
 
-constexpr std::size_t kStampLength = 14;  // MM-dd HH:mm:ss
+constexpr std::size_t kLongestStamp = 64;
 constexpr std::size_t kRemembered = 64;
 constexpr std::size_t kLongestBlock = 100;  // lines; the daemon writes no twenty
 constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
 constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
 constexpr std::string_view kTargetLabel = "目标: ";
 constexpr std::string_view kCompleted = " 完成";
+
+// MM-dd HH:mm:ss in the user's digits and, where the user has chosen so, by a clock of 12 hours.
+bool isStamp(std::string_view text) {
+  return text.size() <= kLongestStamp && std::count(text.begin(), text.end(), ':') == 2 &&
+         text.find(' ') != text.npos;
+}
 
 bool isRule(std::string_view text) {
   return !text.empty() &&
@@ -51,9 +57,10 @@ const std::vector<std::string>& logCategories() {
 LogLine logLineOf(std::string_view line) {
   LogLine parts;
   std::string_view rest = line;
-  if (rest.size() > kStampLength + 1 && rest[0] == '[' && rest[kStampLength + 1] == ']') {
-    parts.stamp = rest.substr(1, kStampLength);
-    rest.remove_prefix(kStampLength + 2);
+  const std::size_t stamp_end = rest.starts_with('[') ? rest.find(']') : rest.npos;
+  if (stamp_end != rest.npos && isStamp(rest.substr(1, stamp_end - 1))) {
+    parts.stamp = rest.substr(1, stamp_end - 1);
+    rest.remove_prefix(stamp_end + 1);
     if (rest.starts_with(' ')) rest.remove_prefix(1);
   }
   if (!parts.stamp.empty() && rest.starts_with('[')) {

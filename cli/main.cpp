@@ -1,8 +1,34 @@
+#include <unistd.h>
+
+#include <cstdlib>
+#include <exception>
+#include <new>
+#include <string_view>
+
 #include "cli/control.h"
 #include "cli/failure.h"
 
+namespace {
+
+// Also where no exception may pass, as inside the JSON library.
+[[noreturn]] void endForWantOfMemory() {
+  const std::exception_ptr thrown = std::current_exception();
+  try {
+    if (thrown) std::rethrow_exception(thrown);
+  } catch (const std::bad_alloc&) {
+    constexpr std::string_view kMessage = "vorlatchctl: there is not enough memory\n";
+    static_cast<void>(!::write(STDERR_FILENO, kMessage.data(), kMessage.size()));
+    ::_exit(vorlatch::cli::kCouldNot);
+  } catch (...) {
+  }
+  std::abort();
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   namespace cli = vorlatch::cli;
+  std::set_terminate(endForWantOfMemory);
   cli::Terminal terminal = cli::processTerminal();
   const int status = cli::runControl({argv + (argc > 0 ? 1 : 0), argv + argc}, terminal);
   if (cli::outputError() == 0 || status != cli::kDone) return status;

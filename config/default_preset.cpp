@@ -37,6 +37,7 @@ void checkAndGenerateDefaultConfig() {
   const std::optional<std::string> path = getPrefPath(kPreferencesFileName);
   if (path && fileExists(*path)) return;
   if (path) {
+    removeTemporariesOf(*path);
     writePropertyList(*path, defaultPreset());
     letEveryoneReadAndWrite(*path);
   }

@@ -1,5 +1,6 @@
 #include "config/files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,6 +18,9 @@ namespace {
 constexpr mode_t kEveryoneReadsAndWrites = 0666;
 // Behind the name of what is moved aside; in bytes, of which each takes two digits.
 constexpr std::size_t kAsideNumberBytes = 16;
+// Behind the name of the file that it becomes, with a number behind it: unlike anybody's ".backup".
+constexpr const char* kTemporaryMark = ".tmp.";
+constexpr std::size_t kTemporaryNumberLength = 6;
 
 bool isRegular(const struct stat& status) {
   return S_ISREG(status.st_mode);
@@ -167,9 +171,24 @@ std::optional<std::string> readFileToPublish(const std::string& path, std::size_
   return contentsOf(file, status, limit_bytes);
 }
 
+void removeTemporariesOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string directory = path.substr(0, slash + 1);
+  const std::string beginning = path.substr(slash + 1) + kTemporaryMark;
+  DIR* const opened = ::opendir(directory.c_str());
+  if (opened == nullptr) return;
+  while (const dirent* entry = ::readdir(opened)) {
+    const std::string_view name(entry->d_name);
+    if (name.size() == beginning.size() + kTemporaryNumberLength && name.starts_with(beginning)) {
+      ::unlink((directory + std::string(name)).c_str());
+    }
+  }
+  ::closedir(opened);
+}
+
 bool writeFileAtomically(const std::string& path, std::string_view bytes,
                          const std::function<bool()>& may_replace) {
-  std::string temporary = path + ".XXXXXX";
+  std::string temporary = path + kTemporaryMark + "XXXXXX";
   const Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
   if (!file.isOpen()) return false;
   // The mode before the move, so that there is no moment at which readers are shut out.

@@ -30,9 +30,9 @@ JetsamPriorityList fetchJetsamPriorityList() {
   if (needed_bytes < 1) return {};
   const std::size_t buffer_bytes =
       static_cast<std::size_t>(needed_bytes) + kSpareEntries * sizeof(Entry);
-  const std::size_t capacity = buffer_bytes / sizeof(Entry) + 1;
+  const std::size_t capacity = buffer_bytes / sizeof(Entry);  // in whole entries
   JetsamPriorityList list;
-  list.entries.reset(new (std::nothrow) Entry[capacity]);
+  list.entries.reset(new (std::nothrow) Entry[capacity + 1]);
   if (list.entries == nullptr) return {};
   errno = 0;
   const int filled_bytes = fetchPriorityList(list.entries.get(), buffer_bytes);

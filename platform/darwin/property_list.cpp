@@ -127,7 +127,7 @@ Object objectOf(const Value& value);
 
 // CoreFoundation makes a keyed archive's reference of this dictionary in XML alone.
 Object uidObject(std::uint32_t uid) {
-  return parsed("<plist><dict><key>CF$UID</key><integer>" + std::to_string(uid) +
+  return parsed("<plist><dict><key>CF$UID</key><integer>" + std::to_string(std::uint64_t{uid}) +
                 "</integer></dict></plist>");
 }
 

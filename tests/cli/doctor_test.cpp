@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/memorystatus.h"
 #include "tests/cli/control_run.h"
 
 namespace vorlatch::tests {
@@ -52,14 +53,33 @@ TEST(Doctor, ADaemonAtWork) {
     return std::to_string(std::filesystem::file_size(path)) + " bytes\n";
   };
   const std::string file = ": file, mode 0666, ";
-  EXPECT_EQ(
-      story.run({"doctor"}),
-      (Output{0,
-              story.rootLine() + story.preferencesFile() + file + size(story.preferencesFile()) +
-                  story.statusFile() + file + size(story.statusFile()) + story.logFile() + file +
-                  size(story.logFile()) + "daemon: runs as 100, jetsam band 180, nice -20\n" +
-                  kernelLine("unknown") + userLine(),
-              ""}));
+  EXPECT_EQ(story.run({"doctor"}),
+            (Output{0,
+                    story.rootLine() + story.preferencesFile() + file +
+                        size(story.preferencesFile()) + story.statusFile() + file +
+                        size(story.statusFile()) + story.logFile() + file + size(story.logFile()) +
+                        "daemon: runs as 100, jetsam band 180, nice -20\n"
+                        "daemon: memory limits 1450 MB active, 1450 MB inactive\n" +
+                        kernelLine("unknown") + userLine(),
+                    ""}));
+}
+
+TEST(Doctor, ADaemonOfFewMegabytes) {
+  Installation story;
+  const auto pid = story.launchDaemon();
+  platform::memorystatus_memlimit_properties limits{.memlimit_active = -1,
+                                                    .memlimit_active_attr = 0,
+                                                    .memlimit_inactive = 6,
+                                                    .memlimit_inactive_attr = 1};
+  platform::memorystatus_control(platform::MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES, pid, 0,
+                                 &limits, sizeof(limits));
+  const std::string out = story.run({"doctor"}).out;
+  const std::string said =
+      "daemon: memory limits 1450 MB active, 6 MB inactive\n"
+      "daemon: the system ends it above so low a limit; this target of its own gives it more: "
+      "vorlatchctl set vorlatchd MemLimitActive=32 MemLimitInactive=32 JetsamPriority=-1 "
+      "NiceValue=-20\n";
+  EXPECT_NE(out.find(said), std::string::npos) << out;
 }
 
 TEST(Doctor, NothingButPreferencesOfAnUnexpectedMode) {
@@ -127,7 +147,9 @@ TEST(Doctor, AsJson) {
     {
       "pid": 100,
       "band": 180,
-      "nice": 0
+      "nice": 0,
+      "active_limit_mb": 1450,
+      "inactive_limit_mb": 1450
     }
   ],
   "kernel": {

@@ -92,6 +92,23 @@ TEST(Log, InColours) {
                     ""}));
 }
 
+TEST(Log, FindsStampsOfOtherClocksAndDigits) {
+  ControlStory story;
+  writeAll(story.logFile(),
+           "[03-04 下午5:06:07] [守护] twelve hours\n"
+           "[٠٣-٠٤ ٠٥:٠٦:٠٧] [内核] other digits\n"
+           "[note] [守护] no stamp\n"
+           "[a:b:c] [守护] none either\n");
+  EXPECT_EQ(story.run({"log", "--json"}),
+            (Output{0,
+                    R"({"stamp":"03-04 下午5:06:07","category":"守护","text":"twelve hours"}
+{"stamp":"٠٣-٠٤ ٠٥:٠٦:٠٧","category":"内核","text":"other digits"}
+{"stamp":"","category":"","text":"[note] [守护] no stamp"}
+{"stamp":"","category":"","text":"[a:b:c] [守护] none either"}
+)",
+                    ""}));
+}
+
 TEST(Log, AsJsonALineEach) {
   LogStory story({kTargetRule, "[守护] \"PID\":7\x1b", "\xff"});
   EXPECT_EQ(story.run({"log", "--json"}),

@@ -43,6 +43,19 @@ TEST(Startup, FromNothingMakesTheLogAndThePreset) {
   EXPECT_EQ(loadPreferences(), defaultPreset());
 }
 
+TEST(Startup, RemovesWhatAKilledDaemonLeftHalfWritten) {
+  Story story;
+  const std::vector<std::string> left{story.statusFile() + ".tmp.aB3xYz",
+                                      story.preferencesFile() + ".tmp.000000"};
+  const std::vector<std::string> others{story.statusFile() + ".tmp.aB3xYz4",
+                                        story.preferencesFile() + ".backup"};
+  for (const std::string& path : left) tests::writeAll(path, "half");
+  for (const std::string& path : others) tests::writeAll(path, "another's");
+  story.start();
+  for (const std::string& path : left) EXPECT_FALSE(std::filesystem::exists(path)) << path;
+  for (const std::string& path : others) EXPECT_TRUE(std::filesystem::exists(path)) << path;
+}
+
 TEST(Startup, AnExistingLogOfAnySizeIsKeptAndAppendedTo) {
   Story story;
   const std::string old_log(std::size_t{3} * 1024 * 1024, 'x');

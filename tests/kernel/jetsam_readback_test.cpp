@@ -123,6 +123,12 @@ TEST(JetsamReadBack, AnySizeAboveZeroIsAskedForWithRoomForTenMore) {
                                        "memorystatus_control(1, 0, 0, buffer, 241) = 48"}));
 }
 
+TEST(JetsamReadBack, OfAKernelThatCountsBeyondTheBufferTheBufferIsRead) {
+  Kernel kernel;
+  kernel.fetchGives(1'000'000);
+  EXPECT_EQ(fetchJetsamPriorityList().count, 12U);
+}
+
 TEST(JetsamReadBack, AShortOrRefusedListGivesNone) {
   Kernel kernel;
   struct Refusal {

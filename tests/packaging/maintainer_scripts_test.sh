@@ -117,7 +117,9 @@ noRules() { : >"$FAKE/rules"; }
 # As the daemon and its user leave it.
 writeFiles() {
   local file
-  for file in $package.plist $package.status.plist Vorlatch.log com.other.plist; do
+  for file in $package.plist $package.plist.backup $package.plist.tmp.aB3xYz $package.status.plist \
+    $package.status.plist.tmp.000000 Vorlatch.log com.other.plist \
+    Vorlatch.log.aside.0123456789abcdef0123456789abcdef; do
     printf 'of %s\n' "$file" >"$preferences/$file"
   done
 }

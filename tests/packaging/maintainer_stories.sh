@@ -12,11 +12,16 @@ theirs='./Library/LaunchDaemons/com.zel.vorlatch.plist'
 programs='./usr/bin/vorlatchctl
 ./usr/libexec/vorlatchd'
 settings='./var/mobile/Library/Preferences/Vorlatch.log
+./var/mobile/Library/Preferences/Vorlatch.log.aside.0123456789abcdef0123456789abcdef
 ./var/mobile/Library/Preferences/com.other.plist
 ./var/mobile/Library/Preferences/com.zel.vorlatch.plist
-./var/mobile/Library/Preferences/com.zel.vorlatch.status.plist'
-foreign='./var/mobile/Library/Preferences/com.other.plist'
-purged='  rm -f ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist.released ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.status.plist ROOT/var/mobile/Library/Preferences/Vorlatch.log'
+./var/mobile/Library/Preferences/com.zel.vorlatch.plist.backup
+./var/mobile/Library/Preferences/com.zel.vorlatch.plist.tmp.aB3xYz
+./var/mobile/Library/Preferences/com.zel.vorlatch.status.plist
+./var/mobile/Library/Preferences/com.zel.vorlatch.status.plist.tmp.000000'
+foreign='./var/mobile/Library/Preferences/com.other.plist
+./var/mobile/Library/Preferences/com.zel.vorlatch.plist.backup'
+purged='  rm -f ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist.released ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist.tmp.aB3xYz ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.status.plist ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.status.plist.tmp.000000 ROOT/var/mobile/Library/Preferences/Vorlatch.log ROOT/var/mobile/Library/Preferences/Vorlatch.log.aside.0123456789abcdef0123456789abcdef'
 
 expectKept() {
   expectFiles <<<"$theirs"$'\n'"$programs"$'\n'"$settings"
