@@ -1,9 +1,11 @@
+#include <cxxabi.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <exception>
 #include <new>
 #include <string_view>
+#include <typeinfo>
 
 #include "cli/control.h"
 #include "cli/failure.h"
@@ -12,16 +14,11 @@ namespace {
 
 // Also where no exception may pass, as inside the JSON library.
 [[noreturn]] void endForWantOfMemory() {
-  const std::exception_ptr thrown = std::current_exception();
-  try {
-    if (thrown) std::rethrow_exception(thrown);
-  } catch (const std::bad_alloc&) {
-    constexpr std::string_view kMessage = "vorlatchctl: there is not enough memory\n";
-    static_cast<void>(!::write(STDERR_FILENO, kMessage.data(), kMessage.size()));
-    ::_exit(vorlatch::cli::kCouldNot);
-  } catch (...) {
-  }
-  std::abort();
+  const std::type_info* const thrown = abi::__cxa_current_exception_type();
+  if (thrown == nullptr || *thrown != typeid(std::bad_alloc)) std::abort();
+  constexpr std::string_view kMessage = "vorlatchctl: there is not enough memory\n";
+  static_cast<void>(!::write(STDERR_FILENO, kMessage.data(), kMessage.size()));
+  ::_exit(vorlatch::cli::kCouldNot);
 }
 
 }  // namespace
