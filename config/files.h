@@ -62,8 +62,8 @@ std::optional<std::string> readFileToPublish(const std::string& path, std::size_
 bool writeFileAtomically(const std::string& path, std::string_view bytes,
                          const std::function<bool()>& may_replace = nullptr);
 
-// Removes the temporary files of writers to `path` that were killed; also of one that is at work, whose
-// write then fails. Failure is silent.
+// Removes the temporary files of writers to `path` that were killed; also of one that is at work,
+// whose write then fails. Failure is silent.
 void removeTemporariesOf(const std::string& path);
 
 }  // namespace vorlatch

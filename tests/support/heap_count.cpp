@@ -6,14 +6,24 @@
 #include <cerrno>
 #include <cstdint>
 
-// The C library's own functions (glibc 2.36, malloc/malloc.c).
-extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* block, std::size_t size);
-void* __libc_memalign(std::size_t alignment, std::size_t size);
-void __libc_free(void* block);
-}
+#define VORLATCH_SYMBOL(name) __asm__(name)
+
+namespace vorlatch::tests {
+
+// The C library's own functions (glibc 2.36, malloc/malloc.c), and those here in front of them.
+void* realMalloc(std::size_t size) VORLATCH_SYMBOL("__libc_malloc");
+void* realCalloc(std::size_t count, std::size_t size) VORLATCH_SYMBOL("__libc_calloc");
+void* realRealloc(void* block, std::size_t size) VORLATCH_SYMBOL("__libc_realloc");
+void* realMemalign(std::size_t alignment, std::size_t size) VORLATCH_SYMBOL("__libc_memalign");
+void realFree(void* block) VORLATCH_SYMBOL("__libc_free");
+void* countedMalloc(std::size_t size) VORLATCH_SYMBOL("malloc");
+void* countedCalloc(std::size_t count, std::size_t size) VORLATCH_SYMBOL("calloc");
+void* countedRealloc(void* block, std::size_t size) VORLATCH_SYMBOL("realloc");
+void* countedMemalign(std::size_t alignment, std::size_t size) VORLATCH_SYMBOL("memalign");
+void* countedAlignedAlloc(std::size_t alignment, std::size_t size) VORLATCH_SYMBOL("aligned_alloc");
+int countedPosixMemalign(void** block, std::size_t alignment, std::size_t size)
+    VORLATCH_SYMBOL("posix_memalign");
+void countedFree(void* block) VORLATCH_SYMBOL("free");
 
 namespace {
 
@@ -37,44 +47,38 @@ void* counted(void* block) {
 
 }  // namespace
 
-extern "C" {
-
-void* malloc(std::size_t size) {
-  return counted(__libc_malloc(size));
+void* countedMalloc(std::size_t size) {
+  return counted(realMalloc(size));
 }
 
-void* calloc(std::size_t count, std::size_t size) {
-  return counted(__libc_calloc(count, size));
+void* countedCalloc(std::size_t count, std::size_t size) {
+  return counted(realCalloc(count, size));
 }
 
-void* realloc(void* block, std::size_t size) {
+void* countedRealloc(void* block, std::size_t size) {
   const std::size_t before_bytes = sizeOf(block);
-  void* const moved = __libc_realloc(block, size);
+  void* const moved = realRealloc(block, size);
   if (moved != nullptr || size == 0) in_use_bytes -= before_bytes;
   return counted(moved);
 }
 
-void* memalign(std::size_t alignment, std::size_t size) {
-  return counted(__libc_memalign(alignment, size));
+void* countedMemalign(std::size_t alignment, std::size_t size) {
+  return counted(realMemalign(alignment, size));
 }
 
-void* aligned_alloc(std::size_t alignment, std::size_t size) {
-  return memalign(alignment, size);
+void* countedAlignedAlloc(std::size_t alignment, std::size_t size) {
+  return countedMemalign(alignment, size);
 }
 
-int posix_memalign(void** block, std::size_t alignment, std::size_t size) {
-  *block = memalign(alignment, size);
+int countedPosixMemalign(void** block, std::size_t alignment, std::size_t size) {
+  *block = countedMemalign(alignment, size);
   return *block != nullptr ? 0 : ENOMEM;
 }
 
-void free(void* block) {
+void countedFree(void* block) {
   in_use_bytes -= sizeOf(block);
-  __libc_free(block);
+  realFree(block);
 }
-
-}  // extern "C"
-
-namespace vorlatch::tests {
 
 std::size_t heapBytes() {
   return in_use_bytes;
