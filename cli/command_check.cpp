@@ -136,7 +136,7 @@ std::string whyNoFile(const std::string& path) {
   std::error_code unknown;
   const std::filesystem::file_status status = std::filesystem::status(path, unknown);
   if (std::filesystem::is_directory(status)) return "is a directory";
-  return std::filesystem::is_regular_file(status) ? "is larger than 1 MB" : "is no regular file";
+  return std::filesystem::is_regular_file(status) ? "is larger than 512 kB" : "is no regular file";
 }
 
 struct Contents {

@@ -127,7 +127,8 @@ StoredPreferences readStoredPreferences(const std::string& path) {
   const std::optional<std::string> bytes = readFileToPublish(path, kPropertyListBound.file_bytes);
   if (!bytes && errno == ENOENT) return {};
   if (!bytes) {
-    failCouldNot(path + ": " + (errno != 0 ? reasonOf(errno) : "a link, or not a file to be read"));
+    failCouldNot(path + ": " +
+                 (errno != 0 ? reasonOf(errno) : "a link, or no file of at most 512 kB"));
   }
   std::optional<plist::Value> root = propertyListIn(*bytes);
   auto* dictionary = root ? root->as<plist::Dictionary>() : nullptr;

@@ -58,7 +58,6 @@ Targets configuredTargets(plist::Dictionary preferences) {
     auto target = dictionaries.extract(dictionaries.begin());
     TargetSettings settings = targetSettings(target.mapped());
     std::string stored_form = plist::comparisonForm(std::move(target.mapped()));
-    stored_form.shrink_to_fit();
     targets.emplace_hint(targets.end(), std::move(target.key()),
                          ConfiguredTarget{settings, std::move(stored_form)});
   }

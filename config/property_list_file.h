@@ -10,7 +10,7 @@
 namespace vorlatch {
 
 // The value that the file holds; nothing when it is missing, unreadable, not a property list, or
-// one beyond the bounds of size and nesting or the memory there is. Safe to call from any thread.
+// one beyond the bounds of size and nesting. Safe to call from any thread.
 std::optional<plist::Value> readPropertyList(const std::string& path,
                                              const char* only_key = nullptr);
 

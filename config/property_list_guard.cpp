@@ -28,6 +28,9 @@ constexpr std::size_t kKeyByteBytes = 10;
 // Each byte of a text: in the file's bytes, in the library's tree and in ours.
 constexpr std::size_t kTextByteBytes = 3;
 
+// A comment or character data, each of which libplist gives a part of its own.
+constexpr std::size_t kTextPartBytes = 60;
+
 // Counts up to where the bound is passed.
 class Measure {
  public:
@@ -39,6 +42,7 @@ class Measure {
     const std::size_t further_bytes = std::max(bytes, kShortKeyBytes) - kShortKeyBytes;
     size_.memory_bytes += kKeyBytes + kKeyByteBytes * further_bytes;
   }
+  void addTextParts(std::size_t count) { size_.memory_bytes += kTextPartBytes * count; }
   void addContainer(std::size_t level) {
     size_.memory_bytes += kContainerBytes;
     size_.levels = std::max(size_.levels, level);
@@ -49,6 +53,12 @@ class Measure {
  private:
   PropertyListSize size_;
 };
+
+// Up to three bytes for each unit of two.
+std::size_t utf8Bytes(const BinaryObject& object) {
+  const bool is_wide = object.kind == BinaryObject::Kind::Utf16String;
+  return is_wide ? object.payload.size() / 2 * 3 : object.payload.size();
+}
 
 // Visits every object as often as it is referred to. No memory of the visited is needed: each visit
 // counts, so their number is bounded, and a list that refers to itself runs into the bound of
@@ -91,7 +101,7 @@ class BinaryWalk {
     for (std::size_t i = 0; i < object->payload.size(); i += unit_bytes) {
       if (bigEndian(object->payload.substr(i, unit_bytes)) == 0) return false;
     }
-    measure_.addKey(object->payload.size());
+    measure_.addKey(utf8Bytes(*object));
     return true;
   }
 
@@ -100,7 +110,7 @@ class BinaryWalk {
     if (!object) return false;
     const bool is_dictionary = object->kind == BinaryObject::Kind::Dict;
     if (!is_dictionary && object->kind != BinaryObject::Kind::List) {
-      measure_.addScalar(object->payload.size());
+      measure_.addScalar(utf8Bytes(*object));
       return true;
     }
     measure_.addContainer(depth_ + 1);
@@ -127,12 +137,19 @@ bool isScalar(std::string_view name) {
   return std::find(kScalars.begin(), kScalars.end(), name) != kScalars.end();
 }
 
+std::size_t countOf(std::string_view what, std::string_view bytes) {
+  std::size_t count = 0;
+  for (std::size_t at = bytes.find(what); at != bytes.npos; at = bytes.find(what, at + 1)) ++count;
+  return count;
+}
+
 void add(std::string_view element, std::size_t text_bytes, Measure& measure) {
   element == "key" ? measure.addKey(text_bytes) : measure.addScalar(text_bytes);
 }
 
 bool measureXml(std::string_view bytes, Measure& measure) {
   using Kind = XmlToken::Kind;
+  measure.addTextParts(countOf("<!", bytes));
   XmlScanner scanner(bytes);
   std::size_t depth = 0;
   bool is_in_plist = false;  // the element around everything, which is no level of the list

@@ -9,8 +9,8 @@ namespace vorlatch {
 
 struct PropertyListSize {
   std::size_t file_bytes = 0;
-  // More than its objects take on the heap at the moment when they take the most. An object of a
-  // binary list counts as often as it is referred to.
+  // What its objects take on the heap at most, as measured. An object of a binary list counts as
+  // often as it is referred to.
   std::size_t memory_bytes = 0;
   std::size_t levels = 0;  // of arrays and dictionaries
 
@@ -25,7 +25,7 @@ struct PropertyListSize {
 // one file that it reads may take three; CoreFoundation of iOS reads 128 levels. 500 targets with
 // remarks are within it.
 inline constexpr PropertyListSize kPropertyListBound{
-    .file_bytes = std::size_t{1} << 20U, .memory_bytes = 2'150'000, .levels = 128};
+    .file_bytes = std::size_t{512} * 1024, .memory_bytes = 2'150'000, .levels = 128};
 
 // Nothing for bytes that no parser is given, because they are damaged or parsers could differ over
 // them: what is neither XML nor binary (text in the old style, UTF-16), XML that the scanner calls

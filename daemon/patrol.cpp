@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "config/log_line.h"
 #include "config/preferences.h"
@@ -19,6 +20,19 @@ namespace {
 constexpr std::uint64_t kPatrolIntervalNs = 1'800'000'000'000;
 constexpr std::uint64_t kLeewayNs = 5'000'000'000;
 
+using PatrolTargets = std::vector<std::pair<std::string, TargetSettings>>;
+
+// Without the stored forms, which only the pass compares.
+PatrolTargets patrolTargets(Targets targets) {
+  PatrolTargets settings;
+  settings.reserve(targets.size());
+  while (!targets.empty()) {
+    auto target = targets.extract(targets.begin());
+    settings.emplace_back(std::move(target.key()), target.mapped().settings);
+  }
+  return settings;
+}
+
 // Tells the pass and the watch timers which process the patrol saw.
 void recordPatrolPID(const std::string& key, std::int32_t pid) {
   platform::async(debounceQueue(),
@@ -26,13 +40,13 @@ void recordPatrolPID(const std::string& key, std::int32_t pid) {
 }
 
 // It restores nothing and leaves the watch timers alone.
-void patrolSweep(const Targets& targets) REQUIRES(kWorkerQueue) {
+void patrolSweep(const PatrolTargets& targets) REQUIRES(kWorkerQueue) {
   const RunningProcessMap running = getRunningProcessMap();
-  for (const auto& [key, target] : targets) {
-    if (target.settings.check_interval_s > 0) continue;  // its own watch timer looks after it
+  for (const auto& [key, settings] : targets) {
+    if (settings.check_interval_s > 0) continue;  // its own watch timer looks after it
     const std::int32_t pid = pidIn(running, key);
     if (pid != 0) {
-      applyLimitsForApp(key, target.settings, pid);
+      applyLimitsForApp(key, settings, pid);
     } else {
       updateStatusFile(key, 0, 0, 0);
     }
@@ -47,7 +61,7 @@ void patrolSweep(const Targets& targets) REQUIRES(kWorkerQueue) {
 void patrolTick() {
   plist::Dictionary preferences = loadPreferences();
   if (!isEnabled(preferences)) return;
-  Targets targets = configuredTargets(std::move(preferences));
+  PatrolTargets targets = patrolTargets(configuredTargets(std::move(preferences)));
   if (targets.empty()) return;
   writeChapterSeparator();
   writeLogLine("[%s] [守护] 开始执行 1800s \n");

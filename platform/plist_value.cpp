@@ -14,21 +14,23 @@ constexpr const char* kUidKey = "CF$UID";
 constexpr double kTwoTo63 = 9223372036854775808.0;
 constexpr double kTwoTo64 = 18446744073709551616.0;
 
-// Appends the comparison form of a value: a letter for the kind, then the contents, with the length
-// in front of what varies in length.
-struct AppendComparisonForm {
-  std::string& form;
+// Goes through the comparison form of a value: a letter for the kind, then the contents, with the
+// length in front of what varies in length. Counts its bytes, and writes them where there is room
+// for them.
+struct ComparisonForm {
+  std::string* written = nullptr;
+  std::size_t bytes = 0;
 
-  void operator()(bool value) const { (*this)(std::int64_t{value ? 1 : 0}); }
-  void operator()(std::int64_t value) const {
-    form += 'i';
-    appendNumber(static_cast<std::uint64_t>(value));
+  void operator()(bool value) { (*this)(std::int64_t{value ? 1 : 0}); }
+  void operator()(std::int64_t value) {
+    put("i");
+    putNumber(static_cast<std::uint64_t>(value));
   }
-  void operator()(std::uint64_t above_int64) const {
-    form += 'u';
-    appendNumber(above_int64);
+  void operator()(std::uint64_t above_int64) {
+    put("u");
+    putNumber(above_int64);
   }
-  void operator()(double value) const {
+  void operator()(double value) {
     // A real that is a whole number within 64 bits is that integer. (The device's long double has
     // the width of a double, so only integers keep 64 bits.)
     const bool is_whole = std::trunc(value) == value;
@@ -37,45 +39,53 @@ struct AppendComparisonForm {
     } else if (is_whole && value >= kTwoTo63 && value < kTwoTo64) {
       (*this)(static_cast<std::uint64_t>(value));
     } else {
-      form += 'r';
-      appendReal(value);
+      put("r");
+      putReal(value);
     }
   }
-  void operator()(const std::string& text) const { appendBytes('s', text); }
-  void operator()(const Date& date) const {
-    form += 'd';
-    appendReal(date.seconds_since_2001 == 0 ? 0.0 : date.seconds_since_2001);  // no -0
+  void operator()(const std::string& text) { putSized("s", text); }
+  void operator()(const Date& date) {
+    put("d");
+    putReal(date.seconds_since_2001 == 0 ? 0.0 : date.seconds_since_2001);  // no -0
   }
-  void operator()(const Data& data) const { appendBytes('b', data.bytes); }
-  void operator()(const Array& array) const {
-    form += 'a';
-    appendNumber(array.size());
+  void operator()(const Data& data) { putSized("b", data.bytes); }
+  void operator()(const Array& array) {
+    put("a");
+    putNumber(array.size());
     for (const Value& item : array) std::visit(*this, item.storage());
   }
-  void operator()(const Dictionary& dictionary) const {
-    form += 'k';
-    appendNumber(dictionary.size());
+  void operator()(const Dictionary& dictionary) {
+    put("k");
+    putNumber(dictionary.size());
     for (const auto& [key, value] : dictionary) {
-      appendBytes('s', key);
+      putSized("s", key);
       std::visit(*this, value.storage());
     }
   }
 
  private:
+  void put(std::string_view some) {
+    bytes += some.size();
+    if (written != nullptr) written->append(some);
+  }
   // Seven bits to a byte, the lowest first, as most numbers are small; the top bit says that more
   // follow.
-  void appendNumber(std::uint64_t number) const {
-    for (; number > 0x7F; number >>= 7U) form += static_cast<char>((number & 0x7FU) | 0x80U);
-    form += static_cast<char>(number);
+  void putNumber(std::uint64_t number) {
+    for (; number > 0x7F; number >>= 7U) putByte((number & 0x7FU) | 0x80U);
+    putByte(number);
   }
-  void appendReal(double real) const {
+  void putByte(std::uint64_t byte) {
+    const char one = static_cast<char>(byte);
+    put({&one, 1});
+  }
+  void putReal(double real) {
     const double one_nan = std::isnan(real) ? std::numeric_limits<double>::quiet_NaN() : real;
-    appendNumber(std::bit_cast<std::uint64_t>(one_nan));
+    putNumber(std::bit_cast<std::uint64_t>(one_nan));
   }
-  void appendBytes(char kind, std::string_view bytes) const {
-    form += kind;
-    appendNumber(bytes.size());
-    form += bytes;
+  void putSized(std::string_view kind, std::string_view some) {
+    put(kind);
+    putNumber(some.size());
+    put(some);
   }
 };
 
@@ -135,8 +145,12 @@ Value::Value(std::uint64_t value) {
 }
 
 std::string comparisonForm(const Value& value) {
-  std::string form;
-  std::visit(AppendComparisonForm{form}, value.storage());
+  // Counted first, so that no second buffer is there while it grows.
+  ComparisonForm counted;
+  std::visit(counted, value.storage());
+  std::string form(counted.bytes, '\0');  // the very capacity, which reserve() would round up
+  form.clear();
+  std::visit(ComparisonForm{.written = &form}, value.storage());
   return form;
 }
 

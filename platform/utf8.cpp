@@ -21,6 +21,18 @@ bool isLowSurrogate(char16_t unit) {
   return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
+// Passes each character on, and the replacement character for half of one.
+template <typename Visit>
+void forEachCharacter(std::u16string_view units, Visit visit) {
+  for (std::size_t i = 0; i < units.size(); ++i) {
+    std::uint32_t code_point = units[i];
+    if (isHighSurrogate(units[i]) && i + 1 < units.size() && isLowSurrogate(units[i + 1])) {
+      code_point = 0x10000U + ((code_point & 0x3FFU) << 10U) + (units[++i] & 0x3FFU);
+    }
+    visit(isCharacter(code_point) ? code_point : kReplacementCharacter);
+  }
+}
+
 struct Lead {
   std::size_t length;         // of the whole sequence; 0: not a lead byte
   std::uint32_t bits;         // the lead byte's share of the code point
@@ -81,17 +93,19 @@ bool appendUtf8(std::string& text, std::uint32_t code_point) {
   return true;
 }
 
-std::string utf8Of(std::u16string_view units) {
-  std::string text;
-  text.reserve(units.size());
-  for (std::size_t i = 0; i < units.size(); ++i) {
-    std::uint32_t code_point = units[i];
-    if (isHighSurrogate(units[i]) && i + 1 < units.size() && isLowSurrogate(units[i + 1])) {
-      code_point = 0x10000U + ((code_point & 0x3FFU) << 10U) + (units[++i] & 0x3FFU);
-    }
-    if (!appendUtf8(text, code_point)) appendUtf8(text, kReplacementCharacter);
-  }
-  return text;
+std::size_t utf8Length(std::u16string_view units) {
+  std::size_t length = 0;
+  std::string character;
+  forEachCharacter(units, [&](std::uint32_t code_point) {
+    character.clear();
+    appendUtf8(character, code_point);
+    length += character.size();
+  });
+  return length;
+}
+
+void appendUtf8(std::string& text, std::u16string_view units) {
+  forEachCharacter(units, [&](std::uint32_t code_point) { appendUtf8(text, code_point); });
 }
 
 }  // namespace vorlatch

@@ -15,7 +15,8 @@ bool isValidUtf8(std::string_view text);
 // U+10FFFF.
 bool appendUtf8(std::string& text, std::uint32_t code_point);
 
-// UTF-8 of UTF-16. A surrogate without its other half becomes U+FFFD.
-std::string utf8Of(std::u16string_view units);
+// UTF-8 of UTF-16: how long it is, and itself. A surrogate without its other half becomes U+FFFD.
+std::size_t utf8Length(std::u16string_view units);
+void appendUtf8(std::string& text, std::u16string_view units);
 
 }  // namespace vorlatch

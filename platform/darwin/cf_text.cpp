@@ -1,16 +1,44 @@
 #include "platform/darwin/cf_text.h"
 
+#include <algorithm>
+#include <array>
+
 #include "platform/utf8.h"
 
 namespace vorlatch::platform {
 
+namespace {
+
+constexpr CFIndex kPieceUnits = 1024;
+
+// Passes the text on in pieces, as it may be long; no piece ends inside a character.
+template <typename Visit>
+void forEachPiece(CFStringRef text, Visit visit) {
+  std::array<UniChar, kPieceUnits> units{};
+  const CFIndex length = CFStringGetLength(text);
+  for (CFIndex at = 0; at < length;) {
+    CFIndex count = std::min(kPieceUnits, length - at);
+    CFStringGetCharacters(text, CFRangeMake(at, count), units.data());
+    const bool is_split = (units[static_cast<std::size_t>(count - 1)] & 0xFC00U) == 0xD800U;
+    if (is_split && at + count < length && count > 1) --count;
+    std::array<char16_t, kPieceUnits> piece{};
+    std::copy_n(units.begin(), count, piece.begin());
+    visit(std::u16string_view(piece.data(), static_cast<std::size_t>(count)));
+    at += count;
+  }
+}
+
+}  // namespace
+
+// CoreFoundation's own conversion fails at a lone surrogate, with a loss byte too
+// (swift-corelibs-foundation, CFString.c, CFStringCreateExternalRepresentation).
 std::string utf8Of(CFStringRef text) {
-  // CoreFoundation's own conversion fails at a lone surrogate, with a loss byte too
-  // (swift-corelibs-foundation, CFString.c, CFStringCreateExternalRepresentation).
-  std::u16string units(static_cast<std::size_t>(CFStringGetLength(text)), u'\0');
-  CFStringGetCharacters(text, CFRangeMake(0, CFStringGetLength(text)),
-                        reinterpret_cast<UniChar*>(units.data()));
-  return vorlatch::utf8Of(units);
+  std::size_t length = 0;
+  forEachPiece(text, [&](std::u16string_view units) { length += utf8Length(units); });
+  std::string utf8;
+  utf8.reserve(length);
+  forEachPiece(text, [&](std::u16string_view units) { appendUtf8(utf8, units); });
+  return utf8;
 }
 
 CFOwned<CFStringRef> cfStringOf(std::string_view utf8) {

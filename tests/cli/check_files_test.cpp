@@ -25,7 +25,7 @@ Output unreadableJson(const std::string& path, const std::string& message) {
               "\",\n  \"findings\": [\n    {\n      \"path\": [],\n"
               "      \"kind\": \"unreadable\",\n      \"message\": \"" +
               message +
-              "\"\n    }\n  ],\n  \"size\": null,\n  \"bound\": {\n    \"file_bytes\": 1048576,\n"
+              "\"\n    }\n  ],\n  \"size\": null,\n  \"bound\": {\n    \"file_bytes\": 524288,\n"
               "    \"memory_bytes\": 2150000,\n    \"levels\": 128\n  }\n}\n",
           ""};
 }
@@ -75,10 +75,10 @@ TEST(CheckFile, SaysWhatKeepsItFromBeingRead) {
       {std::string("\xff\xfe<\0p\0", 6), damaged},
       {nested(128), a_list},
       {nested(129), too_deep},
-      {nested(50'000), too_deep},
+      {nested(20'000), too_deep},
       {manyTexts(20'000),
        "would take more memory than the daemon gives it; the daemon reads it as empty"},
-      {std::string(1'000'000, '<'), damaged},
+      {std::string(500'000, '<'), damaged},
       {"<plist><dict><key>a</key><string>\xff</string></dict></plist>", no_list},
   };
   for (const auto& [bytes, message] : files) {
@@ -100,8 +100,8 @@ TEST(CheckFile, SaysThatADirectoryOrAFifoStandsInItsPlace) {
 TEST(CheckFile, SaysThatItIsTooLarge) {
   ControlStory story;
   writeAll(story.preferencesFile(), "x");
-  std::filesystem::resize_file(story.preferencesFile(), (1U << 20U) + 1);
-  expectUnreadable(story, "is larger than 1 MB; the daemon reads it as empty");
+  std::filesystem::resize_file(story.preferencesFile(), 512U * 1024 + 1);
+  expectUnreadable(story, "is larger than 512 kB; the daemon reads it as empty");
 }
 
 TEST(CheckFile, SaysWhatFollowsFromAMissingOne) {
@@ -129,11 +129,11 @@ TEST(CheckFile, LooksAtTheFileThatItIsGiven) {
   "findings": [],
   "size": {
     "file_bytes": 521,
-    "memory_bytes": 25407,
+    "memory_bytes": 25473,
     "levels": 3
   },
   "bound": {
-    "file_bytes": 1048576,
+    "file_bytes": 524288,
     "memory_bytes": 2150000,
     "levels": 128
   }

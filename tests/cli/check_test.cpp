@@ -27,7 +27,7 @@ struct Finding {
 
 constexpr const char* kBoundJson =
     R"("bound": {
-    "file_bytes": 1048576,
+    "file_bytes": 524288,
     "memory_bytes": 2150000,
     "levels": 128
   })";
@@ -174,8 +174,8 @@ TEST(Check, FindsNumbersOfAnotherType) {
        "is a text (30) and not an integer; the daemon reads it as 30, and the daemon makes it 20"},
       {"CheckInterval", "-5 s", kind,
        "is a text (-5 s) and not an integer; the daemon reads it as -5, and it counts as none"},
-      {"MemLimitActive", 1048576.5, kind,
-       "is a real number (1048576.5) and not an integer; the daemon reads it as 1048576"},
+      {"MemLimitActive", 524288.5, kind,
+       "is a real number (524288.5) and not an integer; the daemon reads it as 524288"},
       {"MemLimitInactive", Date{1}, kind,
        "is a date (date) and not an integer; the daemon reads it as 0"},
       {"MemLimitActive", Data{"abc"}, kind,

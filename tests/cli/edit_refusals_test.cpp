@@ -155,8 +155,7 @@ TEST(EditRefuses, AFileThatHoldsNoDictionary) {
         whole.substr(0, whole.size() - 20), binary.substr(0, binary.size() - 1),
         std::string("bplist00"), std::string("<plist><array><true/></array></plist>"),
         platform::writeBinaryPropertyList(Array{1}),
-        std::string("<plist><string>x</string></plist>"), nested(512),
-        std::string(1'000'000, '<')}) {
+        std::string("<plist><string>x</string></plist>"), nested(512), std::string(500'000, '<')}) {
     writeAll(story.preferencesFile(), bytes);
     const FileVersion untouched = story.version();
     for (const Arguments& arguments : edits()) {
@@ -181,7 +180,7 @@ TEST(EditRefuses, ADirectoryInTheFilesPlace) {
   for (const Arguments& arguments : edits()) {
     EXPECT_EQ(story.edit(arguments), (EditResult{{3, "",
                                                   "vorlatchctl: " + story.preferencesFile() +
-                                                      ": a link, or not a file to be read\n"},
+                                                      ": a link, or no file of at most 512 kB\n"},
                                                  "",
                                                  0}));
   }
@@ -199,7 +198,8 @@ TEST(EditRefuses, ALinkThatCouldLeadToASecret) {
   writeAll(elsewhere, platform::writeXmlPropertyList(Dictionary{{"Password", "secret"}}));
   const std::string secret = readAll(elsewhere);
   const Output refused{
-      3, "", "vorlatchctl: " + story.preferencesFile() + ": a link, or not a file to be read\n"};
+      3, "",
+      "vorlatchctl: " + story.preferencesFile() + ": a link, or no file of at most 512 kB\n"};
   std::filesystem::create_symlink(elsewhere, story.preferencesFile());
   for (const Arguments& arguments : edits()) EXPECT_EQ(story.run(arguments), refused);
 
@@ -222,7 +222,7 @@ TEST(EditRefuses, AFifoInTheFilesPlace) {
   for (const Arguments& arguments : edits()) {
     EXPECT_EQ(story.run(arguments), (Output{3, "",
                                             "vorlatchctl: " + story.preferencesFile() +
-                                                ": a link, or not a file to be read\n"}));
+                                                ": a link, or no file of at most 512 kB\n"}));
   }
   EXPECT_TRUE(std::filesystem::is_fifo(story.preferencesFile()));
   EXPECT_EQ(story.run({"preset", "--replace-file", "--no-apply"}).status, 0);

@@ -201,10 +201,10 @@ TEST(EditRefuses, ToLoseWhatThePlatformDoesNotReadWhole) {
 
 TEST(EditRefuses, ToWriteMoreThanTheDaemonReads) {
   EditStory story;
-  story.writePreferences({{"Padding", std::string(534'000, 'x')}});
+  story.writePreferences({{"Padding", std::string(500'000, 'x')}});
   EXPECT_EQ(story.edit({"set", "last", "NiceValue=1"}).output.status, 0);
   const FileVersion untouched = story.version();
-  EXPECT_EQ(story.edit({"set", "last", "Remark=" + std::string(3000, 'x')}),
+  EXPECT_EQ(story.edit({"set", "last", "Remark=" + std::string(40'000, 'x')}),
             (EditResult{{3, "",
                          "vorlatchctl: " + story.preferencesFile() +
                              " would be larger than what the daemon reads; nothing is changed\n"},

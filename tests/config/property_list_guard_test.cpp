@@ -159,21 +159,21 @@ TEST(PropertyListGuard, SharedObjectsCountAsOftenAsTheyAreReferredTo) {
   EXPECT_TRUE(isBoundedPropertyList(sharedBinary(2, 14, "\x09")));
   EXPECT_FALSE(isBoundedPropertyList(sharedBinary(30, 14, "\x09")));
   EXPECT_FALSE(isBoundedPropertyList(sharedBinary(100, 2, "\xA0")));
-  const std::string large = BinaryBuilder::ascii(std::string(kMegabyte / 32, 'a'));
+  const std::string large = BinaryBuilder::ascii(std::string(kMegabyte / 64, 'a'));
   EXPECT_TRUE(isBoundedPropertyList(sharedBinary(1, 14, large)));
   EXPECT_FALSE(isBoundedPropertyList(sharedBinary(2, 14, large)));
 }
 
 TEST(PropertyListGuard, EachBoundIsReachedExactly) {
-  const std::size_t frame = sizeof("<string></string>") - 1;
-  const std::size_t most_memory = kPropertyListBound.memory_bytes;
-  const auto string_of = [](std::size_t bytes) {
-    return "<string>" + std::string(bytes, 'a') + "</string>";
+  // A thousand numbers, and a text whose bytes count in the file and three times in memory.
+  const auto list_of = [](std::size_t text_bytes) {
+    return "<array>" + repeated("<true/>", 1000) + "<string>" + std::string(text_bytes, 'a') +
+           "</string></array>";
   };
-  // Each byte counts in the file and three times in memory.
-  const std::size_t most = (most_memory - frame - 190) / 4;
-  EXPECT_TRUE(isBoundedPropertyList(string_of(most)));
-  EXPECT_FALSE(isBoundedPropertyList(string_of(most + 1)));
+  const std::size_t most_memory = kPropertyListBound.memory_bytes;
+  const std::size_t most_text = (most_memory - measurePropertyList(list_of(0))->memory_bytes) / 4;
+  EXPECT_TRUE(isBoundedPropertyList(list_of(most_text)));
+  EXPECT_FALSE(isBoundedPropertyList(list_of(most_text + 1)));
   // A comment takes the file's bytes alone.
   std::string comment = "<true/><!--";
   comment.resize(kPropertyListBound.file_bytes - 3, ' ');

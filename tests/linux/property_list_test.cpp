@@ -31,6 +31,12 @@ TEST(LibplistLimit, AByteAboveAsciiInAnAsciiTextBecomesAQuestionMark) {
   EXPECT_EQ(parsed(test::BinaryBuilder{.objects = {"\x53"s + "a\xE9z"}}.build()), "string a?z");
 }
 
+TEST(LibplistLimit, OfEqualKeysInABinaryListTheLastHolds) {
+  test::BinaryBuilder list;
+  list.objects = {list.dictionary({1, 1, 1}, {2, 3, 2}), "\x51k", "\x08"s, "\x09"s};
+  EXPECT_EQ(parsed(list.build()), "{k=false;}");
+}
+
 TEST(LibplistLimit, ATextInABinaryListEndsAtItsNul) {
   EXPECT_EQ(parsed(test::BinaryBuilder{.objects = {"\x53"s + "a\0z"s}}.build()), "string a");
 }

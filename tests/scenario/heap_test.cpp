@@ -185,6 +185,35 @@ const std::vector<Shape>& shapes() {
                          BinaryBuilder::ascii(std::string(20, static_cast<char>('a' + content)))};
          return list.build();
        }},
+      {"CommentsInATextAndAKeyBehind",
+       [](int size, int content) {
+         return xml("<key>process-1</key><dict><key>Remark</key><string>x" +
+                    repeated(size, [](int /*i*/) { return "<!---->"; }) + number(content) +
+                    "</string><key>StripManaged</key><true/></dict>");
+       }},
+      {"CharacterDataInAText",
+       [](int size, int content) {
+         return xml("<key>process-1</key><dict><key>Remark</key><string>" +
+                    repeated(size, [](int /*i*/) { return "<![CDATA[x]]>"; }) + number(content) +
+                    "</string></dict>");
+       }},
+      {"AWideRemarkOfABinaryList",
+       [](int size, int content) {
+         BinaryBuilder list{.objects = {}, .reference_size = 1};
+         std::string units;
+         for (int i = 0; i < size; ++i) units += content == 0 ? "\x4E\x2D" : "\x66\x2F";
+         list.objects = {list.dictionary({1, 2}, {3, 4}),
+                         BinaryBuilder::ascii("Enabled"),
+                         BinaryBuilder::ascii("AppConfigs"),
+                         "\x09",
+                         list.dictionary({5}, {6}),
+                         BinaryBuilder::ascii("process-1"),
+                         list.dictionary({7, 8}, {9, 3}),
+                         BinaryBuilder::ascii("Remark"),
+                         BinaryBuilder::ascii("StripManaged"),
+                         BinaryBuilder::marker(0x6, static_cast<std::uint64_t>(size)) + units};
+         return list.build();
+       }},
       {"WideTextsOfABinaryList",
        [](int size, int content) {
          BinaryBuilder list{.objects = {}, .reference_size = 2};
