@@ -17,7 +17,8 @@ namespace {
   const std::type_info* const thrown = abi::__cxa_current_exception_type();
   if (thrown == nullptr || *thrown != typeid(std::bad_alloc)) std::abort();
   constexpr std::string_view kMessage = "vorlatchctl: there is not enough memory\n";
-  static_cast<void>(!::write(STDERR_FILENO, kMessage.data(), kMessage.size()));
+  const ssize_t written = ::write(STDERR_FILENO, kMessage.data(), kMessage.size());
+  static_cast<void>(written);  // there is nobody else to tell
   ::_exit(vorlatch::cli::kCouldNot);
 }
 

@@ -68,8 +68,8 @@ struct Shape {
   std::function<std::string(int size, int content)> make;
 };
 
-void PrintTo(const Shape& shape, std::ostream* stream) {
-  *stream << shape.name;
+std::ostream& operator<<(std::ostream& stream, const Shape& shape) {
+  return stream << shape.name;
 }
 
 std::string number(int i) {
