@@ -99,7 +99,7 @@ TEST(PropertyListGuard, EachObjectCountsAtWhatItCosts) {
                   "\x09"};
   const std::string bytes = list.build();
   EXPECT_EQ(sizeOf(bytes), std::to_string(bytes.size()) + " bytes, " +
-                               std::to_string(bytes.size() + 450 + 240 + 450 + 2 * 190) +
+                               std::to_string(bytes.size() + 450 + 240 + 450 + 380) +
                                " of memory, 2 levels");
 }
 
