@@ -139,9 +139,10 @@ std::string whyNoFile(const std::string& path) {
   return std::filesystem::is_regular_file(status) ? "is larger than 512 kB" : "is no regular file";
 }
 
+// Without a size, where the file could not be read.
 struct Contents {
   Dictionary preferences;
-  PropertyListSize size;
+  std::optional<PropertyListSize> size;
 };
 
 // What keeps the file from being read as preferences at all; nothing, and the contents, when
@@ -226,17 +227,15 @@ void report(const Session& session, const std::string& path, const Findings& fin
 ExitStatus checkCommand(const Session& session, const CheckOptions& options) {
   const std::string path = options.file ? *options.file : daemonFile(kPreferencesFileName);
   Findings findings;
-  std::optional<PropertyListSize> size;
   Contents contents;
   if (const std::optional<std::string> obstacle = readAt(path, !options.file, contents)) {
     findings.push_back({{}, "unreadable", *obstacle});
   } else {
-    size = contents.size;
     checkTopLevel(contents.preferences, findings);
     checkTargets(contents.preferences, findings);
     if (options.looks_at_processes) checkProcesses(contents.preferences, findings);
   }
-  report(session, path, findings, size);
+  report(session, path, findings, contents.size);
   return findings.empty() ? kDone : kFinding;
 }
 

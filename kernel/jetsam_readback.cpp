@@ -30,7 +30,8 @@ JetsamPriorityList fetchJetsamPriorityList() {
   if (needed_bytes < 1) return {};
   const std::size_t buffer_bytes =
       static_cast<std::size_t>(needed_bytes) + kSpareEntries * sizeof(Entry);
-  const std::size_t capacity = buffer_bytes / sizeof(Entry);  // in whole entries
+  // Whole entries, and one more for the part of an entry that the buffer may end with.
+  const std::size_t capacity = buffer_bytes / sizeof(Entry);
   JetsamPriorityList list;
   list.entries.reset(new (std::nothrow) Entry[capacity + 1]);
   if (list.entries == nullptr) return {};

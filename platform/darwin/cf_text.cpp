@@ -14,16 +14,14 @@ constexpr CFIndex kPieceUnits = 1024;
 // Passes the text on in pieces, as it may be long; no piece ends inside a character.
 template <typename Visit>
 void forEachPiece(CFStringRef text, Visit visit) {
-  std::array<UniChar, kPieceUnits> units{};
+  std::array<char16_t, kPieceUnits> units{};
   const CFIndex length = CFStringGetLength(text);
   for (CFIndex at = 0; at < length;) {
     CFIndex count = std::min(kPieceUnits, length - at);
-    CFStringGetCharacters(text, CFRangeMake(at, count), units.data());
+    CFStringGetCharacters(text, CFRangeMake(at, count), reinterpret_cast<UniChar*>(units.data()));
     const bool is_split = (units[static_cast<std::size_t>(count - 1)] & 0xFC00U) == 0xD800U;
     if (is_split && at + count < length && count > 1) --count;
-    std::array<char16_t, kPieceUnits> piece{};
-    std::copy_n(units.begin(), count, piece.begin());
-    visit(std::u16string_view(piece.data(), static_cast<std::size_t>(count)));
+    visit(std::u16string_view(units.data(), static_cast<std::size_t>(count)));
     at += count;
   }
 }

@@ -62,6 +62,11 @@ std::string repeated(int count, const std::function<std::string(int)>& text) {
   return all;
 }
 
+// One target that runs, whose remark is this.
+std::string xmlOfRemark(const std::string& remark) {
+  return xml("<key>process-1</key><dict><key>Remark</key>" + remark + "</dict>");
+}
+
 // Shapes of a hostile file, of any size; two contents of one size differ in every target.
 struct Shape {
   const char* name;
@@ -130,52 +135,54 @@ const std::vector<Shape>& shapes() {
        }},
       {"OneTargetOfALongText",
        [](int size, int content) {
-         return xml("<key>process-1</key><dict><key>Remark</key><string>" +
-                    std::string(static_cast<std::size_t>(size), static_cast<char>('a' + content)) +
-                    "</string></dict>");
+         return xmlOfRemark(
+             "<string>" +
+             std::string(static_cast<std::size_t>(size), static_cast<char>('a' + content)) +
+             "</string>");
        }},
       {"OneTargetOfAnArray",
        [](int size, int content) {
-         return xml(
-             "<key>process-1</key><dict><key>Remark</key><array>" +
+         return xmlOfRemark(
+             "<array>" +
              repeated(size,
                       [content](int /*i*/) { return content == 0 ? "<true/>" : "<false/>"; }) +
-             "</array></dict>");
+             "</array>");
        }},
       {"OneTargetOfEmptyArrays",
        [](int size, int content) {
-         return xml(
-             "<key>process-1</key><dict><key>Remark</key><array>" +
+         return xmlOfRemark(
+             "<array>" +
              repeated(size,
                       [content](int /*i*/) { return content == 0 ? "<array/>" : "<dict/>"; }) +
-             "</array></dict>");
+             "</array>");
        }},
       {"TextsWithEntities",
        [](int size, int content) {
-         return xml("<key>process-1</key><dict><key>Remark</key><array>" +
-                    repeated(size,
-                             [content](int /*i*/) {
-                               return "<string>&amp;&lt;" + number(content) + "</string>";
-                             }) +
-                    "</array></dict>");
+         return xmlOfRemark("<array>" +
+                            repeated(size,
+                                     [content](int /*i*/) {
+                                       return "<string>&amp;&lt;" + number(content) + "</string>";
+                                     }) +
+                            "</array>");
        }},
       {"Data",
        [](int size, int content) {
-         return xml(
-             "<key>process-1</key><dict><key>Remark</key><data>" +
+         return xmlOfRemark(
+             "<data>" +
              std::string(static_cast<std::size_t>(size) * 4, static_cast<char>('a' + content)) +
-             "</data></dict>");
+             "</data>");
        }},
       {"DeepLists",
        [](int size, int content) {
-         return xml("<key>process-1</key><dict><key>Remark</key><array>" +
-                    repeated(size,
-                             [content](int /*i*/) {
-                               return repeated(100, [](int) { return std::string("<array>"); }) +
-                                      number(content).substr(0, 0) +
-                                      repeated(100, [](int) { return std::string("</array>"); });
-                             }) +
-                    "</array></dict>");
+         return xmlOfRemark(
+             "<array>" +
+             repeated(size,
+                      [content](int /*i*/) {
+                        return repeated(100, [](int) { return std::string("<array>"); }) +
+                               number(content).substr(0, 0) +
+                               repeated(100, [](int) { return std::string("</array>"); });
+                      }) +
+             "</array>");
        }},
       {"SharedObjectsOfABinaryList",
        [](int size, int content) {
@@ -193,9 +200,8 @@ const std::vector<Shape>& shapes() {
        }},
       {"CharacterDataInAText",
        [](int size, int content) {
-         return xml("<key>process-1</key><dict><key>Remark</key><string>" +
-                    repeated(size, [](int /*i*/) { return "<![CDATA[x]]>"; }) + number(content) +
-                    "</string></dict>");
+         return xmlOfRemark("<string>" + repeated(size, [](int /*i*/) { return "<![CDATA[x]]>"; }) +
+                            number(content) + "</string>");
        }},
       {"AWideRemarkOfABinaryList",
        [](int size, int content) {
