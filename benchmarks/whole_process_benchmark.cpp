@@ -21,7 +21,7 @@
 #include <system_error>
 #include <vector>
 
-#include "config/files.h"
+#include "base/files.h"
 #include "config/preferences.h"
 #include "config/property_list_file.h"
 #include "platform/linux/installation.h"

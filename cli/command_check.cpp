@@ -6,12 +6,12 @@
 #include <set>
 #include <system_error>
 
+#include "base/files.h"
 #include "cli/commands.h"
 #include "cli/nearest.h"
 #include "cli/observation.h"
 #include "cli/preferences_edit.h"
 #include "cli/settings_schema.h"
-#include "config/files.h"
 #include "config/property_list_file.h"
 #include "config/property_list_guard.h"
 

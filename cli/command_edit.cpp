@@ -3,6 +3,7 @@
 #include <functional>
 #include <utility>
 
+#include "base/utf8.h"
 #include "cli/commands.h"
 #include "cli/nearest.h"
 #include "cli/observation.h"
@@ -11,7 +12,6 @@
 #include "config/default_preset.h"
 #include "config/preferences.h"
 #include "platform/notifications.h"
-#include "platform/utf8.h"
 
 namespace vorlatch::cli {
 namespace {

@@ -6,7 +6,7 @@
 #include "cli/display_text.h"
 #include "cli/log_reader.h"
 #include "cli/preferences_edit.h"
-#include "config/log_file.h"
+#include "log/log_file.h"
 
 namespace vorlatch::cli {
 namespace {

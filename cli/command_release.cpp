@@ -7,10 +7,10 @@
 #include <cstdio>
 #include <utility>
 
+#include "base/files.h"
 #include "cli/commands.h"
 #include "cli/observation.h"
 #include "cli/preferences_edit.h"
-#include "config/files.h"
 #include "platform/notifications.h"
 
 namespace vorlatch::cli {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "platform/utf8.h"
+#include "base/utf8.h"
 
 namespace vorlatch::cli {
 namespace {

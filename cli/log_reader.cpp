@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <utility>
 
+#include "base/descriptor.h"
+#include "base/files.h"
 #include "cli/failure.h"
-#include "config/files.h"
-#include "platform/descriptor.h"
 
 namespace vorlatch::cli {
 namespace {

@@ -13,12 +13,12 @@
 #include <system_error>
 #include <utility>
 
+#include "base/binary_property_list.h"
+#include "base/files.h"
 #include "cli/failure.h"
-#include "config/files.h"
 #include "config/preferences.h"
 #include "config/property_list_file.h"
 #include "config/property_list_guard.h"
-#include "platform/binary_property_list.h"
 #include "platform/property_list.h"
 #include "rootprefix/pref_path.h"
 

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/descriptor.h"
-#include "platform/plist_value.h"
+#include "base/descriptor.h"
+#include "base/plist_value.h"
 
 namespace vorlatch::cli {
 

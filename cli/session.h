@@ -3,8 +3,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "base/plist_value.h"
 #include "cli/terminal.h"
-#include "platform/plist_value.h"
 
 namespace vorlatch::cli {
 

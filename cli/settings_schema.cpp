@@ -6,13 +6,13 @@
 #include <climits>
 #include <cstdio>
 
+#include "base/utf8.h"
 #include "cli/bands.h"
 #include "cli/display_text.h"
 #include "cli/failure.h"
 #include "cli/nearest.h"
 #include "config/preferences.h"
 #include "kernel/judgement.h"
-#include "platform/utf8.h"
 
 namespace vorlatch::cli {
 namespace {

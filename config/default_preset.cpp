@@ -3,10 +3,10 @@
 #include <optional>
 #include <string>
 
-#include "config/files.h"
-#include "config/log_line.h"
+#include "base/files.h"
 #include "config/preferences.h"
 #include "config/property_list_file.h"
+#include "log/log_line.h"
 #include "rootprefix/pref_path.h"
 
 namespace vorlatch {

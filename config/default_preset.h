@@ -1,7 +1,7 @@
 // The preferences that a fresh installation starts with.
 #pragma once
 
-#include "platform/plist_value.h"
+#include "base/plist_value.h"
 
 namespace vorlatch {
 

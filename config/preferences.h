@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/plist_value.h"
+#include "base/plist_value.h"
 
 namespace vorlatch {
 

@@ -2,10 +2,10 @@
 
 #include <utility>
 
-#include "config/files.h"
+#include "base/files.h"
+#include "base/thread_safety.h"
 #include "config/property_list_guard.h"
 #include "platform/property_list.h"
-#include "platform/thread_safety.h"
 
 namespace vorlatch {
 

@@ -4,8 +4,8 @@
 #include <array>
 #include <cstdint>
 
-#include "platform/binary_property_list.h"
-#include "platform/xml_scanner.h"
+#include "base/binary_property_list.h"
+#include "base/xml_scanner.h"
 
 namespace vorlatch {
 namespace {

@@ -3,10 +3,10 @@
 #include <map>
 #include <optional>
 
-#include "config/files.h"
+#include "base/files.h"
+#include "base/plist_value.h"
+#include "base/thread_safety.h"
 #include "config/property_list_file.h"
-#include "platform/plist_value.h"
-#include "platform/thread_safety.h"
 #include "rootprefix/pref_path.h"
 
 namespace vorlatch {

@@ -5,10 +5,10 @@
 #include <utility>
 #include <vector>
 
-#include "config/log_line.h"
 #include "config/preferences.h"
 #include "config/status_file.h"
 #include "kernel/apply_limits.h"
+#include "log/log_line.h"
 #include "platform/queues.h"
 #include "proc/process_lookup.h"
 #include "reconcile/pass_state.h"

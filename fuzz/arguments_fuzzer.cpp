@@ -12,12 +12,12 @@
 
 #include <gtest/gtest.h>
 
-#include "config/log_file.h"
 #include "config/property_list_file.h"
 #include "config/status_file.h"
 #include "fuzz/support/fuzzer.h"
 #include "fuzz/support/scene.h"
 #include "fuzz/support/subject.h"
+#include "log/log_file.h"
 
 namespace vorlatch::fuzz {
 namespace {

@@ -5,13 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include "base/binary_property_list.h"
 #include "cli/commands.h"
 #include "cli/preferences_edit.h"
 #include "config/preferences.h"
 #include "config/property_list_file.h"
 #include "fuzz/support/fuzzer.h"
 #include "fuzz/support/subject.h"
-#include "platform/binary_property_list.h"
 #include "platform/property_list.h"
 
 namespace vorlatch::fuzz {

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/utf8.h"
 #include "cli/commands.h"
 #include "cli/completion.h"
 #include "config/preferences.h"
@@ -21,7 +22,6 @@
 #include "fuzz/support/scene.h"
 #include "fuzz/support/subject.h"
 #include "platform/property_list.h"
-#include "platform/utf8.h"
 #include "proc/process_lookup.h"
 
 namespace vorlatch::fuzz {

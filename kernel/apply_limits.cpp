@@ -3,11 +3,11 @@
 #include <cerrno>
 #include <optional>
 
-#include "config/log_line.h"
 #include "config/status_file.h"
 #include "kernel/jetsam_readback.h"
 #include "kernel/judgement.h"
 #include "kernel/process_settings.h"
+#include "log/log_line.h"
 #include "platform/memorystatus.h"
 
 namespace vorlatch {

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <new>
 
-#include "config/log_line.h"
+#include "log/log_line.h"
 #include "platform/memorystatus.h"
 
 namespace vorlatch {

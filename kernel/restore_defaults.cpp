@@ -1,8 +1,8 @@
 #include "kernel/restore_defaults.h"
 
-#include "config/log_line.h"
 #include "config/status_file.h"
 #include "kernel/process_settings.h"
+#include "log/log_line.h"
 
 namespace vorlatch {
 

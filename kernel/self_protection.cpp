@@ -5,9 +5,9 @@
 #include <array>
 #include <cstdint>
 
-#include "config/log_line.h"
 #include "kernel/jetsam_readback.h"
 #include "kernel/process_settings.h"
+#include "log/log_line.h"
 #include "platform/memorystatus.h"
 
 namespace vorlatch {

@@ -13,6 +13,7 @@ set(CMAKE_CXX_COMPILER clang++-19)
 # The archives of other tools have no index of Mach-O's symbols.
 set(CMAKE_AR llvm-ar-19 CACHE STRING "")
 set(CMAKE_RANLIB llvm-ranlib-19 CACHE STRING "")
+set(CMAKE_STRIP llvm-strip-19 CACHE STRING "")
 # clang takes the libc++ headers beside itself before those of an SDK.
 set(CMAKE_CXX_FLAGS_INIT "-target arm64-apple-ios15.0 -isysroot \"${VORLATCH_IOS_SDK}\" -flto \
 -isystem \"${CMAKE_CURRENT_LIST_DIR}/libcxx\"")

@@ -6,10 +6,10 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "base/thread_safety.h"
+#include "base/utf8.h"
 #include "config/property_list_file.h"
 #include "platform/process_table.h"
-#include "platform/thread_safety.h"
-#include "platform/utf8.h"
 
 namespace vorlatch {
 namespace {

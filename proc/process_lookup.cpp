@@ -9,8 +9,8 @@
 #include <optional>
 #include <string_view>
 
+#include "base/utf8.h"
 #include "platform/process_table.h"
-#include "platform/utf8.h"
 #include "proc/bundle_identifier.h"
 
 namespace vorlatch {

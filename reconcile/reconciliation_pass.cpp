@@ -5,10 +5,11 @@
 #include <utility>
 #include <vector>
 
-#include "config/log_file.h"
-#include "config/log_line.h"
+#include "config/log_size_cap.h"
 #include "config/preferences.h"
 #include "kernel/apply_limits.h"
+#include "log/log_file.h"
+#include "log/log_line.h"
 #include "proc/process_lookup.h"
 #include "reconcile/pass_state.h"
 #include "reconcile/restore_targets.h"

@@ -1,8 +1,8 @@
 #include "reconcile/target_events.h"
 
-#include "config/log_line.h"
 #include "config/status_file.h"
 #include "kernel/apply_limits.h"
+#include "log/log_line.h"
 
 namespace vorlatch {
 

@@ -1,7 +1,7 @@
 #include "reconcile/watch_timer.h"
 
-#include "config/log_line.h"
 #include "kernel/apply_limits.h"
+#include "log/log_line.h"
 #include "proc/process_lookup.h"
 #include "reconcile/pass_state.h"
 #include "reconcile/target_events.h"

@@ -1,8 +1,8 @@
 // The two serial queues on which all work after start-up runs.
 #pragma once
 
+#include "base/thread_safety.h"
 #include "platform/queues.h"
-#include "platform/thread_safety.h"
 
 namespace vorlatch {
 

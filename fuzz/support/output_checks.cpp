@@ -10,10 +10,10 @@
 
 #include <gtest/gtest.h>
 
+#include "base/utf8.h"
 #include "cli/preferences_edit.h"
 #include "config/default_preset.h"
 #include "config/preferences.h"
-#include "platform/utf8.h"
 
 namespace vorlatch::fuzz {
 namespace {

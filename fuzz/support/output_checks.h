@@ -3,8 +3,8 @@
 
 #include <string_view>
 
+#include "base/plist_value.h"
 #include "fuzz/support/fuzzer.h"
-#include "platform/plist_value.h"
 
 namespace vorlatch::fuzz {
 

@@ -9,11 +9,11 @@
 #include <gtest/gtest.h>
 
 #include "cli/arguments.h"
-#include "config/log_file.h"
 #include "config/preferences.h"
 #include "config/property_list_file.h"
 #include "config/status_file.h"
 #include "fuzz/support/output_checks.h"
+#include "log/log_file.h"
 #include "proc/process_lookup.h"
 #include "tests/support/stamp.h"
 

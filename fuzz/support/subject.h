@@ -13,9 +13,9 @@
 #include <string>
 #include <string_view>
 
+#include "base/plist_value.h"
 #include "cli/commands.h"
 #include "fuzz/support/fuzzer.h"
-#include "platform/plist_value.h"
 #include "tests/cli/control_run.h"
 
 namespace vorlatch::fuzz {

@@ -8,12 +8,12 @@
 #include <random>
 #include <utility>
 
+#include "base/binary_property_list.h"
+#include "base/plist_value.h"
+#include "base/utf8.h"
 #include "config/property_list_file.h"
 #include "fuzz/support/fuzzer.h"
-#include "platform/binary_property_list.h"
-#include "platform/plist_value.h"
 #include "platform/property_list.h"
-#include "platform/utf8.h"
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t max_size);
 

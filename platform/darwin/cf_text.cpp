@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/utf8.h"
+#include "base/utf8.h"
 
 namespace vorlatch::platform {
 

@@ -12,7 +12,7 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/descriptor.h"
+#include "base/descriptor.h"
 #include "platform/linux/installation.h"
 
 namespace vorlatch::platform {

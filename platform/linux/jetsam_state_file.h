@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/thread_safety.h"
 #include "platform/model/jetsam_model.h"
-#include "platform/thread_safety.h"
 
 namespace vorlatch::platform {
 

@@ -3,7 +3,7 @@
 #include <array>
 #include <ctime>
 
-#include "platform/thread_safety.h"
+#include "base/thread_safety.h"
 
 namespace vorlatch::platform {
 

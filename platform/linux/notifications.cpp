@@ -16,7 +16,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/descriptor.h"
+#include "base/descriptor.h"
 #include "platform/linux/installation.h"
 
 // A post opens and closes the name's file in a directory that every process of the root shares; an

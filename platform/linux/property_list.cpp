@@ -12,9 +12,9 @@
 
 #include <plist/plist.h>
 
-#include "platform/binary_property_list.h"
+#include "base/binary_property_list.h"
+#include "base/utf8.h"
 #include "platform/linux/libplist_guard.h"
-#include "platform/utf8.h"
 
 namespace vorlatch::platform {
 namespace {

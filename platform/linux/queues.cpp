@@ -13,7 +13,7 @@
 #include <map>
 #include <utility>
 
-#include "platform/thread_safety.h"
+#include "base/thread_safety.h"
 
 namespace vorlatch::platform {
 namespace {

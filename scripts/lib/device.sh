@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Builds the programs for the device; sourced by scripts/package after common.sh.
+# Builds and lays out the programs for the device; sourced by scripts/package after common.sh.
 
 # What a device build takes.
 # shellcheck disable=SC2034 # for the scripts
@@ -74,13 +74,15 @@ buildWithSdk() {
   buildPrograms "$(cd "$1" && pwd -P)"
 }
 
-# sign_device FOLDER: puts the two programs there, trimmed and signed.
-sign_device() {
-  local program
-  for program in vorlatchd vorlatchctl; do
-    llvm-strip-19 -o "$1/$program" "$programs/$program"
+# layOutPackage STAGING: the installed tree below var/jb, its programs trimmed and signed.
+layOutPackage() {
+  local jb=$1/var/jb program
+  rm -rf "$1"
+  quietly "$programs.log" cmake --install "$programs" --prefix "$jb" --strip ||
+    die "the package's files cannot be laid out"
+  for program in "$jb"/usr/libexec/vorlatchd "$jb"/usr/bin/vorlatchctl; do
     python3 "$root/packaging/sign.py" --identifier com.zel.vorlatch \
-      --entitlements "$root/packaging/$program.entitlements.plist" "$1/$program" ||
+      --entitlements "$root/packaging/${program##*/}.entitlements.plist" "$program" ||
       die "$program cannot be signed"
   done
 }

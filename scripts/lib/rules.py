@@ -10,27 +10,22 @@ import sys
 
 LINES_MAX = 400
 
-# An include points to a folder of a smaller number, or to its own.
-FLOORS = {
-    "platform": 0,
-    "rootprefix": 1,
-    "config": 2,
-    "kernel": 3,
-    "proc": 3,
-    "reconcile": 4,
-    "daemon": 5,
-    "cli": 6,
+# What is installed. Which of these folders may include which is the build's to say.
+PRODUCT = {
+    "base",
+    "platform",
+    "rootprefix",
+    "log",
+    "config",
+    "kernel",
+    "proc",
+    "reconcile",
+    "daemon",
+    "cli",
 }
-PLATFORMS = {"darwin", "linux", "model", "simulated"}
-# What a platform's own sources may use beside the seam's headers.
-PLATFORMS_USABLE = {
-    "darwin": {"darwin"},
-    "linux": {"linux", "model"},
-    "model": {"model"},
-    "simulated": {"simulated", "model"},
-}
+PLATFORMS = {"darwin", "linux", "model"}
 # Headers that may ask which compiler it is; of the platform none may.
-OF_THE_COMPILER = {"platform/thread_safety.h"}
+OF_THE_COMPILER = {"base/thread_safety.h"}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"')
 CONDITION = re.compile(r"^\s*#\s*(if|ifdef|ifndef|elif|else)\b")
@@ -76,7 +71,7 @@ class Source:
 
     @property
     def is_portable(self):
-        return self.folder in FLOORS and self.platform is None
+        return self.folder in PRODUCT and self.platform is None
 
     def line_of(self, position):
         return self.text.count("\n", 0, position) + 1
@@ -138,7 +133,7 @@ def check_cpp(source):
         is_bound = source.is_portable and source.name not in OF_THE_COMPILER
         if is_bound and CONDITION.match(line):
             yield number, "the build picks the platform: no #if at or above the seam"
-        if source.folder in FLOORS and (found := HEAVY_INCLUDE.match(line)):
+        if source.folder in PRODUCT and (found := HEAVY_INCLUDE.match(line)):
             yield number, f"<{found[1]}> costs memory and start-up time"
         if source.folder == "tests" and (found := NOT_IN_TESTS.search(line)):
             yield number, f"{found[0]}: a test waits for events, and none is left out"
@@ -153,37 +148,10 @@ def check_header(source):
         yield 1, "a header begins with a comment that says what it is for"
 
 
-def platform_of(target):
-    parts = target.split("/")
-    named = parts[0] == "platform" and len(parts) > 2 and parts[1] in PLATFORMS
-    return parts[1] if named else None
-
-
-def why_not_included(source, target):
-    """Why the source may not include the target; nothing when it may."""
-    floor = FLOORS.get(source.folder)
-    if floor is None:
-        return None
-    target_folder = target.split("/")[0]
-    target_floor = FLOORS.get(target_folder)
-    if target_floor is None:
-        return f"product code does not include {target_folder}/"
-    sideways = target_floor == floor and target_folder != source.folder
-    if target_floor > floor or sideways:
-        return f"{source.folder}/ does not include {target_folder}/: includes point down"
-    target_platform = platform_of(target)
-    usable = PLATFORMS_USABLE.get(source.platform, set())
-    if target_platform is not None and target_platform not in usable:
-        return f"{target} belongs to one platform"
-    return None
-
-
 def check_includes(source, known):
     for number, target in source.includes():
         if target not in known:
             yield number, f'"{target}" is no file of this checkout, named from its root'
-        elif reason := why_not_included(source, target):
-            yield number, reason
 
 
 def find_cycle(known):
@@ -228,7 +196,7 @@ def check_messages(sources, documentation):
     # In a table of the document a bar is written with a backslash.
     documented = documentation.replace("\\|", "|")
     for source in sources:
-        if source.folder not in FLOORS or not source.is_cpp:
+        if source.folder not in PRODUCT or not source.is_cpp:
             continue
         for number, text in messages_of(source):
             message = text.removeprefix(STAMP).removesuffix("\\n")

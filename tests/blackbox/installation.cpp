@@ -14,9 +14,9 @@
 
 #include <gtest/gtest.h>
 
-#include "config/log_file.h"
 #include "config/preferences.h"
 #include "config/status_file.h"
+#include "log/log_file.h"
 #include "platform/property_list.h"
 #include "tests/support/files.h"
 #include "tests/support/stamp.h"

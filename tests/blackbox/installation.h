@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/plist_value.h"
+#include "base/plist_value.h"
 #include "tests/blackbox/directory_watch.h"
 #include "tests/blackbox/processes.h"
 

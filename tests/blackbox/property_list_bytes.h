@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "platform/plist_value.h"
+#include "base/plist_value.h"
 
 namespace vorlatch {
 

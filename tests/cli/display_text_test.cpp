@@ -9,9 +9,9 @@
 
 #include <gtest/gtest.h>
 
+#include "base/utf8.h"
 #include "cli/nearest.h"
 #include "cli/table.h"
-#include "platform/utf8.h"
 
 namespace vorlatch::cli {
 namespace {

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/plist_value.h"
+#include "base/plist_value.h"
 #include "tests/cli/control_run.h"
 
 namespace vorlatch::tests {

@@ -9,8 +9,8 @@
 
 #include "config/property_list_file.h"
 #include "platform/property_list.h"
+#include "tests/base/binary_builder.h"
 #include "tests/cli/edit_story.h"
-#include "tests/platform/binary_builder.h"
 
 namespace vorlatch::tests {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/utf8.h"
+#include "base/utf8.h"
 #include "tests/cli/held_story.h"
 
 namespace vorlatch::tests {

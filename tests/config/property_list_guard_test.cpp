@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/property_list.h"
-#include "tests/platform/binary_builder.h"
+#include "tests/base/binary_builder.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "config/files.h"
+#include "base/files.h"
 #include "tests/support/story.h"
 
 namespace vorlatch {

@@ -1,5 +1,5 @@
-#include "platform/simulated/device.h"
 #include "tests/conformance/driver.h"
+#include "tests/simulated/device.h"
 
 namespace vorlatch::conformance {
 namespace {

@@ -8,8 +8,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/property_list.h"
-#include "tests/platform/binary_builder.h"
-#include "tests/platform/describe.h"
+#include "tests/base/binary_builder.h"
+#include "tests/base/describe.h"
 
 namespace vorlatch::platform {
 namespace {

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "platform/simulated/device.h"
+#include "tests/simulated/device.h"
 
 namespace vorlatch::faults {
 namespace {

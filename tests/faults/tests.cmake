@@ -41,5 +41,5 @@ endif()
 if(NOT VORLATCH_SANITIZE)
   add_test(NAME "${prefix}.Faults.EveryCallIsMadeToFail"
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/faults/wrapped_calls_test.sh" "${CMAKE_NM}"
-      "$<TARGET_FILE:vorlatch_core>" "$<TARGET_FILE:vorlatch_seam>" -- ${failing_seam} ${vorlatch_file_calls})
+      "$<TARGET_FILE:vorlatch_core>" "$<TARGET_FILE:vorlatch_base>" -- ${failing_seam} ${vorlatch_file_calls})
 endif()

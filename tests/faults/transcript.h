@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/plist_value.h"
+#include "base/plist_value.h"
 #include "tests/faults/call.h"
 #include "tests/oracle/witness.h"
 

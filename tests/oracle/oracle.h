@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/plist_value.h"
+#include "base/plist_value.h"
 #include "tests/oracle/witness.h"
 
 namespace vorlatch::tests {

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/plist_value.h"
+#include "base/plist_value.h"
 
 namespace vorlatch::tests {
 

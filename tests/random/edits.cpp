@@ -2,7 +2,7 @@
 #include <limits>
 
 #include "platform/property_list.h"
-#include "tests/platform/describe.h"
+#include "tests/base/describe.h"
 #include "tests/random/steps.h"
 
 namespace vorlatch::tests::random {

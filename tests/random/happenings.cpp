@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "tests/platform/describe.h"
+#include "tests/base/describe.h"
 #include "tests/random/steps.h"
 
 namespace vorlatch::tests::random {

@@ -11,7 +11,7 @@
 #include <numeric>
 #include <optional>
 
-#include "platform/descriptor.h"
+#include "base/descriptor.h"
 #include "tests/random/stage.h"
 #include "tests/random/steps.h"
 

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/simulated/trace_text.h"
+#include "tests/simulated/trace_text.h"
 
 namespace vorlatch::tests::random {
 namespace {

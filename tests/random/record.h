@@ -9,10 +9,10 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/descriptor.h"
-#include "platform/plist_value.h"
-#include "platform/simulated/device.h"
+#include "base/descriptor.h"
+#include "base/plist_value.h"
 #include "tests/oracle/witness.h"
+#include "tests/simulated/device.h"
 
 namespace vorlatch::tests::random {
 

@@ -7,11 +7,11 @@
 #include <optional>
 #include <string>
 
-#include "platform/descriptor.h"
-#include "platform/plist_value.h"
-#include "platform/simulated/device.h"
+#include "base/descriptor.h"
+#include "base/plist_value.h"
 #include "tests/oracle/oracle.h"
 #include "tests/random/record.h"
+#include "tests/simulated/device.h"
 #include "tests/support/story.h"
 
 namespace vorlatch::tests::random {

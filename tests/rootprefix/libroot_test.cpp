@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/simulated/device.h"
 #include "rootprefix/pref_path.h"
+#include "tests/simulated/device.h"
 #include "tests/support/scarce_memory.h"
 
 namespace vorlatch {

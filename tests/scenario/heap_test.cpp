@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "config/property_list_guard.h"
-#include "tests/platform/binary_builder.h"
+#include "tests/base/binary_builder.h"
 #include "tests/scenario/heap_day.h"
 
 namespace vorlatch {

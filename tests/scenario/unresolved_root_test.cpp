@@ -7,8 +7,9 @@
 #include <gtest/gtest.h>
 
 #include "config/default_preset.h"
-#include "config/log_file.h"
+#include "config/log_size_cap.h"
 #include "config/status_file.h"
+#include "log/log_file.h"
 #include "tests/support/story.h"
 
 namespace vorlatch {

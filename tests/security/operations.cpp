@@ -6,10 +6,11 @@
 #include "cli/log_reader.h"
 #include "cli/preferences_edit.h"
 #include "config/default_preset.h"
-#include "config/log_file.h"
-#include "config/log_line.h"
+#include "config/log_size_cap.h"
 #include "config/preferences.h"
 #include "config/status_file.h"
+#include "log/log_file.h"
+#include "log/log_line.h"
 #include "rootprefix/pref_path.h"
 
 namespace vorlatch::tests {

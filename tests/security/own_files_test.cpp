@@ -10,12 +10,13 @@
 
 #include <gtest/gtest.h>
 
+#include "base/files.h"
 #include "config/default_preset.h"
-#include "config/files.h"
-#include "config/log_file.h"
-#include "config/log_line.h"
+#include "config/log_size_cap.h"
 #include "config/preferences.h"
 #include "config/status_file.h"
+#include "log/log_file.h"
+#include "log/log_line.h"
 #include "platform/property_list.h"
 #include "tests/security/planted.h"
 #include "tests/security/taken_calls.h"

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/descriptor.h"
+#include "base/descriptor.h"
 
 namespace vorlatch::tests {
 

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/plist_value.h"
 #include "config/preferences.h"
-#include "platform/plist_value.h"
 #include "tests/blackbox/installation.h"
 #include "tests/blackbox/memory_file_system.h"
 #include "tests/blackbox/resource_use.h"

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/plist_value.h"
+#include "base/plist_value.h"
 #include "tests/blackbox/installation.h"
 #include "tests/blackbox/processes.h"
 #include "tests/support/dice.h"

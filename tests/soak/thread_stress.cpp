@@ -15,13 +15,13 @@
 
 #include <gtest/gtest.h>
 
-#include "config/log_file.h"
-#include "config/log_line.h"
 #include "config/preferences.h"
 #include "config/property_list_file.h"
 #include "config/status_file.h"
 #include "daemon/patrol.h"
 #include "kernel/jetsam_readback.h"
+#include "log/log_file.h"
+#include "log/log_line.h"
 #include "platform/linux/installation.h"
 #include "platform/property_list.h"
 #include "platform/queues.h"

@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include "config/log_file.h"
 #include "config/property_list_file.h"
 #include "daemon/startup.h"
+#include "log/log_file.h"
 #include "platform/property_list.h"
 #include "tests/support/stamp.h"
 

@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/plist_value.h"
-#include "platform/simulated/device.h"
+#include "base/plist_value.h"
+#include "tests/simulated/device.h"
 #include "tests/support/files.h"
 
 namespace vorlatch::tests {

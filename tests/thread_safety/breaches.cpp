@@ -1,7 +1,7 @@
 // What may not compile: the lines with a warning behind them, which is an error in every build, and
 // no other. Clang itself compares the two (-verify).
+#include "base/thread_safety.h"
 #include "daemon/apply_scheduling.h"
-#include "platform/thread_safety.h"
 #include "reconcile/pass_state.h"
 #include "reconcile/reconciliation_pass.h"
 

@@ -1,4 +1,4 @@
-#include "platform/descriptor.h"
+#include "base/descriptor.h"
 
 #include <cerrno>
 

@@ -1,4 +1,4 @@
-#include "platform/plist_value.h"
+#include "base/plist_value.h"
 
 #include <cmath>
 #include <limits>

@@ -1,6 +1,8 @@
 // The log file: where the log lines go, and how it is kept small.
 #pragma once
 
+#include <cstdint>
+
 namespace vorlatch {
 
 inline constexpr const char* kLogFileName = "Vorlatch.log";
@@ -11,10 +13,9 @@ inline constexpr const char* kLogFileName = "Vorlatch.log";
 // at start, on the main thread.
 void openLog();
 
-// Empties the log when it is larger than the preferences allow. It is done in place, so that the
-// file itself and its mode stay; both streams then write from its beginning, and no longer at
-// whatever is its end. Anything else in the log's place is left alone, and the streams stay as they
-// are. Called by the pass, on the debounce queue.
-void checkLogSizeAndClearIfNeeded();
+// Empties the log when it is larger than this, and says so in its first line. The file itself and
+// its mode stay; both streams then write from its beginning and no longer append. Anything but a
+// plain file in the log's place is left alone. Safe to call from any queue.
+void clearLogAbove(std::int64_t limit_bytes);
 
 }  // namespace vorlatch

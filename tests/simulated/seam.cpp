@@ -15,8 +15,8 @@
 #include "platform/process_table.h"
 #include "platform/queues.h"
 #include "platform/root_prefix_library.h"
-#include "platform/simulated/device.h"
-#include "platform/simulated/process_list.h"
+#include "tests/simulated/device.h"
+#include "tests/simulated/process_list.h"
 
 namespace vorlatch::platform {
 namespace {

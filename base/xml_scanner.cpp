@@ -1,4 +1,4 @@
-#include "platform/xml_scanner.h"
+#include "base/xml_scanner.h"
 
 #include <algorithm>
 

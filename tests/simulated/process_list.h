@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/model/jetsam_model.h"
-#include "platform/simulated/device.h"
+#include "tests/simulated/device.h"
 
 namespace vorlatch::simulated {
 

@@ -1,4 +1,4 @@
-#include "platform/binary_property_list.h"
+#include "base/binary_property_list.h"
 
 #include <cstddef>
 

@@ -1,4 +1,4 @@
-#include "config/log_file.h"
+#include "log/log_file.h"
 
 #include <sys/stat.h>
 
@@ -6,7 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "config/log_line.h"
+#include "config/log_size_cap.h"
+#include "log/log_line.h"
 #include "tests/support/story.h"
 
 namespace vorlatch {

@@ -1,4 +1,4 @@
-#include "platform/simulated/trace_text.h"
+#include "tests/simulated/trace_text.h"
 
 #include <algorithm>
 #include <cstdint>

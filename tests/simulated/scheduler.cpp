@@ -1,4 +1,4 @@
-#include "platform/simulated/scheduler.h"
+#include "tests/simulated/scheduler.h"
 
 #include <algorithm>
 #include <tuple>

@@ -1,4 +1,4 @@
-#include "platform/simulated/device.h"
+#include "tests/simulated/device.h"
 
 #include <unistd.h>
 
@@ -7,8 +7,8 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/simulated/process_list.h"
-#include "platform/simulated/trace_text.h"
+#include "tests/simulated/process_list.h"
+#include "tests/simulated/trace_text.h"
 
 namespace vorlatch::simulated {
 namespace {

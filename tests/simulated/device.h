@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "platform/model/jetsam_model.h"
-#include "platform/simulated/scheduler.h"
+#include "tests/simulated/scheduler.h"
 
 namespace vorlatch::simulated {
 

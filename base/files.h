@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/descriptor.h"
+#include "base/descriptor.h"
 
 namespace vorlatch {
 
