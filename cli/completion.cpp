@@ -2,36 +2,107 @@
 
 #include <algorithm>
 #include <set>
-#include <utility>
+#include <string_view>
 
 #include "cli/arguments.h"
-#include "cli/bands.h"
-#include "cli/display_text.h"
-#include "cli/log_reader.h"
-#include "cli/settings_schema.h"
 #include "config/preferences.h"
+#include "control/setting_text.h"
 #include "proc/process_lookup.h"
 
 namespace vorlatch::cli {
 namespace {
 
-using Words = std::vector<std::string>;
-
-bool isOneOf(const std::string& word, const Words& words) {
-  return std::find(words.begin(), words.end(), word) != words.end();
+bool isOption(const Argument& argument) {
+  return argument.name[0] == '-';
 }
 
-void add(Words& words, const Words& more) {
-  words.insert(words.end(), more.begin(), more.end());
+bool takesValue(const Argument& argument) {
+  return !std::holds_alternative<bool*>(argument.value);
 }
 
-Words configuredTargets() {
+// "-n,--lines" has two.
+Words namesOf(const Argument& option) {
+  Words names;
+  std::string_view rest = option.name;
+  for (std::size_t comma = 0; comma != rest.npos; rest.remove_prefix(comma + 1)) {
+    comma = rest.find(',');
+    names.emplace_back(rest.substr(0, comma));
+    if (comma == rest.npos) break;
+  }
+  return names;
+}
+
+const Argument* optionNamed(const Arguments& arguments, const std::string& name) {
+  for (const Argument& argument : arguments) {
+    if (!isOption(argument)) continue;
+    const Words names = namesOf(argument);
+    if (std::find(names.begin(), names.end(), name) != names.end()) return &argument;
+  }
+  return nullptr;
+}
+
+// The argument that a command takes in this place; the last one may take all that follow.
+const Argument* positionalAt(const Arguments& arguments, std::size_t place) {
+  for (const Argument& argument : arguments) {
+    if (isOption(argument)) continue;
+    if (place == 0 || std::holds_alternative<Words*>(argument.value)) return &argument;
+    --place;
+  }
+  return nullptr;
+}
+
+Words optionNames(const Arguments& arguments) {
+  Words all{"--help"};
+  for (const Argument& argument : arguments) {
+    if (!isOption(argument)) continue;
+    for (std::string& name : namesOf(argument)) {
+      if (name.starts_with("--")) all.push_back(std::move(name));
+    }
+  }
+  return all;
+}
+
+}  // namespace
+
+Words wordsToComplete(const Words& words) {
+  const std::string unfinished = words.empty() ? std::string() : words.back();
+  bool unused = false;
+  Arguments arguments = commonArguments(unused);
+  Run work;  // keeps what the arguments point to
+  const Argument* awaiting_value = nullptr;
+  bool has_command = false;
+  std::size_t place = 0;
+  for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+    const std::string& word = words[i];
+    if (awaiting_value != nullptr) {
+      awaiting_value = nullptr;
+    } else if (word.starts_with('-')) {
+      const Argument* option = optionNamed(arguments, word);
+      if (option != nullptr && takesValue(*option)) awaiting_value = option;
+    } else if (has_command) {
+      ++place;
+    } else {
+      has_command = true;
+      const Command* command = findCommand(word);
+      Arguments own;
+      if (command != nullptr) work = command->prepare(own);
+      arguments.insert(arguments.end(), own.begin(), own.end());
+    }
+  }
+  if (awaiting_value == nullptr && unfinished.starts_with('-')) return optionNames(arguments);
+  if (!has_command && awaiting_value == nullptr) return commandNames();
+  const Argument* taken =
+      awaiting_value != nullptr ? awaiting_value : positionalAt(arguments, place);
+  return taken != nullptr && taken->offer != nullptr ? taken->offer(unfinished) : Words{};
+}
+
+Words configuredTargets(const std::string& /*unfinished*/) {
   Words targets;
   for (const auto& [key, settings] : appConfigs(loadPreferences())) targets.push_back(key);
   return targets;
 }
 
-Words runningNames() {
+Words runningNames(const std::string& /*unfinished*/) {
   std::set<std::string> names;
   for (const RunningProcess& process : listRunningProcesses()) {
     names.insert(process.name);
@@ -44,82 +115,21 @@ Words assignments(const std::string& unfinished) {
   const std::size_t equals = unfinished.find('=');
   Words words;
   if (equals == unfinished.npos) {
-    for (const std::string& key : settingKeys()) words.push_back(key + "=");
+    for (const std::string& key : control::settingKeyNames()) words.push_back(key + "=");
     return words;
   }
   const std::string key = unfinished.substr(0, equals);
-  const SettingRule* rule = settingRule(key);
-  if (rule != nullptr && rule->kind == SettingKind::Boolean) {
+  const SettingKey* row = findSettingKey(key);
+  if (row != nullptr && row->kind == SettingKey::Kind::Boolean) {
     words = {key + "=true", key + "=false"};
   } else if (key == keys::kJetsamPriority) {
-    for (const Band& band : jetsamBands()) {
-      if (!band.is_reserved) words.push_back(key + "=" + band.name);
-    }
+    for (const std::string& band : control::bandNames()) words.push_back(key + "=" + band);
   }
   return words;
 }
 
-// What stands in front of the word to complete.
-struct Typed {
-  std::string command;
-  std::size_t place = 0;  // how many words of its own the command has
-  std::string option;     // the one whose value the word is
-};
-
-Typed typedBefore(const Words& words) {
-  Typed typed;
-  for (std::size_t i = 0; i + 1 < words.size(); ++i) {
-    if (!std::exchange(typed.option, {}).empty()) continue;  // the value of the option before
-    if (words[i].starts_with('-')) {
-      if (isOneOf(words[i], optionNames(typed.command, true))) typed.option = words[i];
-    } else if (typed.command.empty()) {
-      typed.command = words[i];
-    } else {
-      ++typed.place;
-    }
-  }
-  return typed;
-}
-
-Words valuesOf(const std::string& option) {
-  if (option == "--target") return configuredTargets();
-  if (option == "--category") return logCategories();
-  return {};
-}
-
-Words candidates(const Typed& typed, const std::string& unfinished) {
-  const std::string& command = typed.command;
-  const bool first = typed.place == 0;
-  if (!typed.option.empty()) return valuesOf(typed.option);
-  if (unfinished.starts_with('-')) return optionNames(command);
-  if (command.empty()) return commandNames();
-  if (first && command == "match") return runningNames();
-  if (first && command == "set") {
-    Words words = configuredTargets();
-    add(words, runningNames());
-    return words;
-  }
-  const bool takes_targets =
-      isOneOf(command, {"status", "remove"}) || (first && isOneOf(command, {"show", "unset"}));
-  if (takes_targets) return configuredTargets();
-  if (command == "set") return assignments(unfinished);
-  if (command == "unset") return settingKeys();
-  return {};
-}
-
-}  // namespace
-
-ExitStatus completeCommand(const Session& session, const std::vector<std::string>& words) {
-  const std::string unfinished = words.empty() ? std::string() : words.back();
-  std::set<std::string> shown;
-  for (const std::string& word : candidates(typedBefore(words), unfinished)) {
-    // A name that would break the list apart or command the terminal is not offered.
-    const bool fits = visible(word) == word;
-    if (fits && word.starts_with(unfinished) && shown.insert(word).second) {
-      session.terminal.out(word + "\n");
-    }
-  }
-  return kDone;
+Words settingKeyWords(const std::string& /*unfinished*/) {
+  return control::settingKeyNames();
 }
 
 }  // namespace vorlatch::cli

@@ -1,19 +1,19 @@
-// What the shells' completion asks for.
+// The words that arguments offer to the shells' completion.
 #pragma once
 
-#include <string>
-#include <vector>
-
-#include "cli/failure.h"
-#include "cli/session.h"
+#include "cli/command.h"
 
 namespace vorlatch::cli {
 
-inline constexpr const char* kCompletionCommand = "__complete";
+// The words that may stand in place of the last one: commands, options, and what the argument in
+// that place offers.
+Words wordsToComplete(const Words& words);
 
-// Prints, one a line, the words that may stand in place of the last one: commands, options, keys,
-// configured targets, running process names, bands. Never fails: where nothing can be known, there
-// is nothing to offer.
-ExitStatus completeCommand(const Session& session, const std::vector<std::string>& words);
+Words configuredTargets(const std::string& unfinished);
+// Process names and bundle identifiers.
+Words runningNames(const std::string& unfinished);
+// KEY=, and behind it the values that can be listed.
+Words assignments(const std::string& unfinished);
+Words settingKeyWords(const std::string& unfinished);
 
 }  // namespace vorlatch::cli

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <typeinfo>
 
-#include "cli/control.h"
-#include "cli/failure.h"
+#include "cli/command_line.h"
+#include "control/failure.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ namespace {
   constexpr std::string_view kMessage = "vorlatchctl: there is not enough memory\n";
   const ssize_t written = ::write(STDERR_FILENO, kMessage.data(), kMessage.size());
   static_cast<void>(written);  // there is nobody else to tell
-  ::_exit(vorlatch::cli::kCouldNot);
+  ::_exit(vorlatch::control::kCouldNot);
 }
 
 }  // namespace
@@ -28,8 +28,9 @@ int main(int argc, char** argv) {
   namespace cli = vorlatch::cli;
   std::set_terminate(endForWantOfMemory);
   cli::Terminal terminal = cli::processTerminal();
-  const int status = cli::runControl({argv + (argc > 0 ? 1 : 0), argv + argc}, terminal);
-  if (cli::outputError() == 0 || status != cli::kDone) return status;
-  terminal.err("vorlatchctl: standard output: " + cli::reasonOf(cli::outputError()) + "\n");
-  return cli::kCouldNot;
+  const int status = cli::runCommandLine({argv + (argc > 0 ? 1 : 0), argv + argc}, terminal);
+  if (cli::outputError() == 0 || status != vorlatch::control::kDone) return status;
+  terminal.err("vorlatchctl: standard output: " + vorlatch::control::reasonOf(cli::outputError()) +
+               "\n");
+  return vorlatch::control::kCouldNot;
 }

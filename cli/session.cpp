@@ -1,6 +1,6 @@
 #include "cli/session.h"
 
-#include "cli/display_text.h"
+#include "base/display_text.h"
 
 namespace vorlatch::cli {
 namespace {

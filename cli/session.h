@@ -1,14 +1,19 @@
 // What every command is given, and how it answers.
 #pragma once
 
-#include <nlohmann/json.hpp>
-
 #include "base/plist_value.h"
 #include "cli/terminal.h"
+#include "control/failure.h"
+#include "control/setting_views.h"
 
 namespace vorlatch::cli {
 
-using Json = nlohmann::ordered_json;
+using control::ExitStatus;
+using control::Json;
+using enum control::ExitStatus;
+using control::failCouldNot;
+using control::failWrongUsage;
+using control::jsonOf;
 
 struct Session {
   Terminal& terminal;
@@ -26,11 +31,5 @@ void printError(const Session& session, std::string_view line);
 
 // A stored value as JSON; a date as {"date": seconds since 2001}, data as {"data": hexadecimal}.
 Json jsonOf(const plist::Value& value);
-
-// null for nothing.
-template <typename T>
-Json jsonOf(const std::optional<T>& value) {
-  return value ? Json(*value) : Json();
-}
 
 }  // namespace vorlatch::cli

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <numeric>
 
-#include "cli/display_text.h"
+#include "base/display_text.h"
 
 namespace vorlatch::cli {
 namespace {

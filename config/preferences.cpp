@@ -1,6 +1,5 @@
 #include "config/preferences.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "config/property_list_file.h"
@@ -21,18 +20,6 @@ plist::Dictionary loadPreferences() {
 bool isEnabled(const plist::Dictionary& preferences) {
   const plist::Value* enabled = plist::find(preferences, keys::kEnabled);
   return enabled != nullptr && plist::truthValue(*enabled);
-}
-
-TargetSettings targetSettings(const plist::Dictionary& dictionary) {
-  const auto integer = [&dictionary](const char* key) { return integerSetting(dictionary, key); };
-  const plist::Value* strip = plist::find(dictionary, keys::kStripManaged);
-  return {
-      .jetsam_priority = integer(keys::kJetsamPriority),
-      .nice_value = std::clamp(integer(keys::kNiceValue), kLowestNice, kHighestNice),
-      .active_limit_mb = integer(keys::kMemLimitActive),
-      .inactive_limit_mb = integer(keys::kMemLimitInactive),
-      .check_interval_s = std::max(0, integer(keys::kCheckInterval)),
-      .strips_managed = strip != nullptr ? std::optional(plist::truthValue(*strip)) : std::nullopt};
 }
 
 TargetDictionaries appConfigs(plist::Dictionary preferences) {
@@ -56,7 +43,7 @@ Targets configuredTargets(plist::Dictionary preferences) {
   TargetDictionaries dictionaries = appConfigs(std::move(preferences));
   while (!dictionaries.empty()) {
     auto target = dictionaries.extract(dictionaries.begin());
-    TargetSettings settings = targetSettings(target.mapped());
+    TargetSettings settings = readTargetSettings(target.mapped());
     std::string stored_form = plist::comparisonForm(std::move(target.mapped()));
     targets.emplace_hint(targets.end(), std::move(target.key()),
                          ConfiguredTarget{settings, std::move(stored_form)});
@@ -70,11 +57,6 @@ std::optional<std::int64_t> logSizeLimit(const plist::Dictionary& preferences) {
   const std::int64_t limit_bytes = plist::int64Value(*limit);
   if (limit_bytes < 1) return std::nullopt;
   return limit_bytes;
-}
-
-std::int32_t integerSetting(const plist::Dictionary& dictionary, const char* key) {
-  const plist::Value* value = plist::find(dictionary, key);
-  return value != nullptr ? plist::int32Value(*value) : 0;
 }
 
 }  // namespace vorlatch

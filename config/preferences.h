@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/plist_value.h"
+#include "config/target_settings.h"
 
 namespace vorlatch {
 
@@ -19,30 +20,7 @@ namespace keys {
 inline constexpr const char* kEnabled = "Enabled";
 inline constexpr const char* kAppConfigs = "AppConfigs";
 inline constexpr const char* kLogSizeLimit = "LogSizeLimit";
-inline constexpr const char* kCheckInterval = "CheckInterval";
-inline constexpr const char* kJetsamPriority = "JetsamPriority";
-inline constexpr const char* kMemLimitActive = "MemLimitActive";
-inline constexpr const char* kMemLimitInactive = "MemLimitInactive";
-inline constexpr const char* kNiceValue = "NiceValue";
-inline constexpr const char* kStripManaged = "StripManaged";
-inline constexpr const char* kRemark = "Remark";
 }  // namespace keys
-
-// How a target is to be held, as the daemon reads its dictionary: numbers and truth values of any
-// stored type, within their ranges.
-struct TargetSettings {
-  std::int32_t jetsam_priority = 0;  // the band; -1: left alone, 0: given back to the system
-  std::int32_t nice_value = 0;
-  std::int32_t active_limit_mb = 0;  // below 1: the system's default
-  std::int32_t inactive_limit_mb = 0;
-  std::int32_t check_interval_s = 0;  // the period of the watch timer; 0 without one
-  std::optional<bool> strips_managed =
-      std::nullopt;  // out of the system's memory management; empty: not asked for
-
-  friend bool operator==(const TargetSettings&, const TargetSettings&) = default;
-};
-
-TargetSettings targetSettings(const plist::Dictionary& dictionary);
 
 // One entry of AppConfigs.
 struct ConfiguredTarget {
@@ -71,11 +49,5 @@ Targets configuredTargets(plist::Dictionary preferences);
 
 // The size in bytes above which the log is emptied; nothing when the cap is off.
 std::optional<std::int64_t> logSizeLimit(const plist::Dictionary& preferences);
-
-// A number of a dictionary; 0 when missing. An empty string counts as missing, and reads as 0.
-std::int32_t integerSetting(const plist::Dictionary& dictionary, const char* key);
-
-inline constexpr std::int32_t kLowestNice = -20;
-inline constexpr std::int32_t kHighestNice = 20;
 
 }  // namespace vorlatch

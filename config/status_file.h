@@ -23,4 +23,9 @@ inline constexpr const char* kJetsamPriority = "p";
 void updateStatusFile(const std::string& key, std::int32_t pid, std::int32_t nice_value,
                       std::int32_t jetsam_priority);
 
+// Removes the target's entry, by the same call.
+inline void removeStatusEntry(const std::string& key) {
+  updateStatusFile(key, 0, 0, 0);
+}
+
 }  // namespace vorlatch

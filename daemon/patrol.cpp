@@ -48,7 +48,7 @@ void patrolSweep(const PatrolTargets& targets) REQUIRES(kWorkerQueue) {
     if (pid != 0) {
       applyLimitsForApp(key, settings, pid);
     } else {
-      updateStatusFile(key, 0, 0, 0);
+      removeStatusEntry(key);
     }
     recordPatrolPID(key, pid);
   }

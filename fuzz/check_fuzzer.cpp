@@ -6,10 +6,9 @@
 #include <gtest/gtest.h>
 
 #include "base/binary_property_list.h"
-#include "cli/commands.h"
-#include "cli/preferences_edit.h"
 #include "config/preferences.h"
 #include "config/property_list_file.h"
+#include "control/preferences_edit.h"
 #include "fuzz/support/fuzzer.h"
 #include "fuzz/support/subject.h"
 #include "platform/property_list.h"
@@ -26,13 +25,10 @@ constexpr const char* kTarget = "SpringBoard";
 // As text each finding is a line, or there is one that says that all is in order, and the size of a
 // readable file is another. The daemon reads nothing only where that is said.
 void check(Subject& subject, std::string_view input) {
-  const Command check_it = [](const cli::Session& session) {
-    return cli::checkCommand(session, {});
-  };
-  const Output json = subject.look(check_it, true);
+  const Output json = subject.look({"check"}, true);
   const auto findings = nlohmann::json::parse(json.out).at("findings");
   EXPECT_EQ(json.status, findings.empty() ? 0 : 1);
-  const Output text = subject.look(check_it, false);
+  const Output text = subject.look({"check"}, false);
   EXPECT_EQ(text.status, json.status);
   const auto lines = static_cast<std::size_t>(std::count(text.out.begin(), text.out.end(), '\n'));
   const std::optional<Value> root = propertyListIn(input);
@@ -77,12 +73,12 @@ bool holdsNul(std::string_view bytes) {
 // Whether an edit of these bytes, which stand for `before`, may leave `after`: it was read whole,
 // and comes back as it is from the form of the file. What changes nothing may be anything.
 bool mayBecome(std::string_view bytes, const Dictionary& before, const Dictionary& after) {
-  if (cli::isIdentical(before, after)) return true;
+  if (control::isIdentical(before, after)) return true;
   const bool is_binary = plist::isBinaryPropertyList(bytes);
   if (is_binary && holdsNul(bytes)) return false;
   const std::optional<Value> back = propertyListIn(
       is_binary ? platform::writeBinaryPropertyList(after) : platform::writeXmlPropertyList(after));
-  return back && cli::isIdentical(*back, after);
+  return back && control::isIdentical(*back, after);
 }
 
 // What stands in the file after the nice value is set; nothing where that has to be refused.
@@ -95,17 +91,13 @@ std::optional<Dictionary> afterSetting(std::string_view bytes, const Value& nice
 }
 
 Output setNiceValue(Subject& subject) {
-  return subject.edit(
-      [](const cli::Session& session) {
-        return cli::setCommand(session, {}, kTarget, {"NiceValue=-5"});
-      },
-      false);
+  return subject.edit({"set", kTarget, "NiceValue=-5"}, false);
 }
 
 void expectStored(const Subject& subject, const Dictionary& preferences, bool is_binary) {
   const std::string bytes = tests::readAll(subject.preferencesFile());
   const std::optional<Value> root = propertyListIn(bytes);
-  EXPECT_TRUE(root && cli::isIdentical(*root, preferences)) << bytes;
+  EXPECT_TRUE(root && control::isIdentical(*root, preferences)) << bytes;
   EXPECT_EQ(plist::isBinaryPropertyList(bytes), is_binary);
 }
 
@@ -113,9 +105,7 @@ void removeOne(Subject& subject, const Dictionary& before) {
   const std::string bytes = tests::readAll(subject.preferencesFile());
   const Dictionary after = withoutTarget(before);
   const bool may = mayBecome(bytes, before, after);
-  const Output output = subject.edit(
-      [](const cli::Session& session) { return cli::removeCommand(session, {}, {kTarget}); },
-      false);
+  const Output output = subject.edit({"remove", kTarget}, false);
   EXPECT_EQ(output.status, may ? 0 : 3) << output.err;
   expectStored(subject, may ? after : before, plist::isBinaryPropertyList(bytes));
 }
@@ -140,15 +130,8 @@ void editOne(Subject& subject, std::string_view input) {
 }
 
 void editMore(Subject& subject) {
-  const cli::EditOptions options;
-  subject.edit(
-      [&](const cli::Session& session) { return cli::switchCommand(session, options, true); },
-      true);
-  subject.edit(
-      [&](const cli::Session& session) {
-        return cli::presetCommand(session, options, {.replaces_targets = true});
-      },
-      false);
+  subject.edit({"enable"}, true);
+  subject.edit({"preset", "--replace"}, false);
 }
 
 }  // namespace
@@ -163,11 +146,10 @@ void tell(std::string_view input) {
     subject.putPreferences(input);
     check(subject, input);
     for (const bool wants_json : {false, true}) {
-      subject.look(cli::listCommand, wants_json);
-      subject.look(cli::planCommand, wants_json);
-      subject.look([](const auto& session) { return cli::showCommand(session, kTarget); },
-                   wants_json);
-      subject.look([](const auto& session) { return cli::statusCommand(session, {}); }, wants_json);
+      for (const Words& words :
+           {Words{"list"}, Words{"plan"}, Words{"show", kTarget}, Words{"status"}}) {
+        subject.look(words, wants_json);
+      }
     }
     editOne(subject, input);
     editMore(subject);

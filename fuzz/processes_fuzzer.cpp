@@ -14,8 +14,6 @@
 #include <gtest/gtest.h>
 
 #include "base/utf8.h"
-#include "cli/commands.h"
-#include "cli/completion.h"
 #include "config/preferences.h"
 #include "config/property_list_file.h"
 #include "fuzz/support/fuzzer.h"
@@ -125,18 +123,12 @@ void expectNoStrangerTouched(const tests::Lines& calls) {
 
 void look(Subject& subject, const std::string& key) {
   for (const bool wants_json : {false, true}) {
-    subject.look(cli::psCommand, wants_json);
-    subject.look(cli::planCommand, wants_json);
-    subject.look(cli::doctorCommand, wants_json);
-    subject.look([](const auto& session) { return cli::statusCommand(session, {}); }, wants_json);
-    subject.look([](const auto& session) { return cli::checkCommand(session, {}); }, wants_json);
-    subject.look([&](const auto& session) { return cli::matchCommand(session, key); }, wants_json);
+    for (const char* command : {"ps", "plan", "doctor", "status", "check"}) {
+      subject.look({command}, wants_json);
+    }
+    subject.look({"match", key}, wants_json);
   }
-  subject.look(
-      [](const auto& session) {
-        return cli::completeCommand(session, {"match", ""});
-      },
-      false);
+  subject.look({"__complete", "match", ""}, false);
 }
 
 }  // namespace

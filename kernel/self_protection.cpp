@@ -5,28 +5,27 @@
 #include <array>
 #include <cstdint>
 
+#include "kernel/jetsam_band.h"
 #include "kernel/jetsam_readback.h"
-#include "kernel/process_settings.h"
+#include "kernel/nice_value.h"
 #include "log/log_line.h"
 #include "platform/memorystatus.h"
 
 namespace vorlatch {
 namespace {
 
-constexpr std::int32_t kHighestSchedulingPriority = -20;
-
-// Tried in this order. 999 is above every band that a known kernel has, 210 is the highest since
-// xnu-8792 and 21 before it.
-constexpr std::array<std::int32_t, 3> kBandLadder = {999, 210, 21};
+// Tried in this order: a band above those of every known kernel, then the highest of each.
+constexpr std::array<std::int32_t, 3> kBandLadder = {
+    kBandNeverAdapted, platform::kHighestBandSinceIOS16, platform::kHighestBandToIOS15};
 
 void raiseNiceValue(std::int32_t own_pid) {
-  const int set_result = setNiceValue(own_pid, kHighestSchedulingPriority);
+  const int set_result = setNiceValue(own_pid, kLowestNice);
   const int actual = getNiceValue(own_pid);
   writeLogLine("[%s] [系统] 设定进程优先级 -> %s\n",
                set_result == 0 ? "[内核: 成功]" : "[内核: 失败]");
   if (set_result != 0) {
     writeLogLine("[%s] [内核] ：失败\n");
-  } else if (actual == kHighestSchedulingPriority) {
+  } else if (actual == kLowestNice) {
     writeLogLine("[%s] [内核] ：成功\n");
   } else {
     writeLogLine("[%s] [内核] ：已被系统覆盖 (实际: %d)\n", actual);

@@ -13,7 +13,7 @@ void handleChangedPID(const std::string& key, const TargetSettings& settings, st
     applyLimitsForApp(key, settings, pid);
   } else {
     writeLogLine("[%s] [进程] 目标: %s 已退出\n", key.c_str());
-    updateStatusFile(key, 0, 0, 0);
+    removeStatusEntry(key);
   }
 }
 

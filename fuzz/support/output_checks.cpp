@@ -11,9 +11,9 @@
 #include <gtest/gtest.h>
 
 #include "base/utf8.h"
-#include "cli/preferences_edit.h"
 #include "config/default_preset.h"
 #include "config/preferences.h"
+#include "control/preferences_edit.h"
 
 namespace vorlatch::fuzz {
 namespace {
@@ -93,7 +93,7 @@ void expectEntriesNamed(const Dictionary& before, const Dictionary& after, const
 
 void expectNamed(const Value* before, const Value* after, const Path& path, const Words& words) {
   static const Dictionary nothing;
-  if (before != nullptr && after != nullptr && cli::isIdentical(*before, *after)) return;
+  if (before != nullptr && after != nullptr && control::isIdentical(*before, *after)) return;
   const auto* old_entries = before != nullptr ? before->as<Dictionary>() : &nothing;
   const auto* new_entries = after != nullptr ? after->as<Dictionary>() : &nothing;
   const bool is_empty_now = (old_entries == nullptr || old_entries->empty()) &&

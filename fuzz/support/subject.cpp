@@ -58,6 +58,24 @@ bool mayPutBack(const Words& words) {
          });
 }
 
+// Gives a command's arguments the words in their order, and its flags theirs.
+void giveValues(const cli::Arguments& arguments, const Words& words) {
+  auto word = words.begin();
+  for (const cli::Argument& argument : arguments) {
+    if (auto* const* flag = std::get_if<bool*>(&argument.value)) {
+      if (std::find(words.begin(), words.end(), argument.name) != words.end()) {
+        **flag = argument.flag_means;
+      }
+    } else if (word == words.end() || word->starts_with("--")) {
+      continue;
+    } else if (auto* const* text = std::get_if<std::string*>(&argument.value)) {
+      **text = *word++;
+    } else if (auto* const* all = std::get_if<cli::Words*>(&argument.value)) {
+      (*all)->assign(word, words.end());
+    }
+  }
+}
+
 // Whether what the command prints is JSON.
 bool printsJson(const Words& words) {
   const bool may_want_it = std::any_of(words.begin(), words.end(), [](const std::string& word) {
@@ -66,7 +84,7 @@ bool printsJson(const Words& words) {
   if (!may_want_it || commandOf(words) == "__complete") return false;
   try {
     return cli::parseArguments(words).wants_json;
-  } catch (const cli::Failure&) {
+  } catch (const control::Failure&) {
     return false;
   }
 }
@@ -228,26 +246,29 @@ tests::Output Subject::type(const Words& words) {
   return output;
 }
 
-tests::Output Subject::look(const Command& command, bool wants_json) {
+tests::Output Subject::look(const Words& words, bool wants_json) {
   const auto before = files();
-  tests::Output output = runCommand(command, wants_json);
+  tests::Output output = runCommand(words, wants_json);
   EXPECT_EQ(files(), before);
   return output;
 }
 
-tests::Output Subject::edit(const Command& command, bool wants_json) {
+tests::Output Subject::edit(const Words& words, bool wants_json) {
   const auto before = files();
-  tests::Output output = runCommand(command, wants_json);
+  tests::Output output = runCommand(words, wants_json);
   expectOnlyPreferencesChanged(before, false);
   return output;
 }
 
-tests::Output Subject::runCommand(const Command& command, bool wants_json) {
+tests::Output Subject::runCommand(const Words& words, bool wants_json) {
   tests::Output output = run([&](cli::Terminal& terminal) -> int {
     const cli::Session session{.terminal = terminal, .wants_json = wants_json};
     try {
-      return command(session);
-    } catch (const cli::Failure& failure) {
+      cli::Arguments arguments;
+      const cli::Run work = cli::findCommand(words.front())->prepare(arguments);
+      giveValues(arguments, {words.begin() + 1, words.end()});
+      return work(session);
+    } catch (const control::Failure& failure) {
       cli::printError(session, failure.message);
       return failure.status;
     }

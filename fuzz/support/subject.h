@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "base/plist_value.h"
-#include "cli/commands.h"
+#include "cli/command.h"
 #include "fuzz/support/fuzzer.h"
 #include "tests/cli/control_run.h"
 
@@ -24,9 +24,6 @@ using namespace std::chrono_literals;
 
 // What preferences files are made of.
 const Words& preferencesWords();
-
-// A command of vorlatchctl with its arguments, which gives its exit status or throws a Failure.
-using Command = std::function<cli::ExitStatus(const cli::Session&)>;
 
 // One a process: the daemon in it is never taken apart.
 class Subject : public tests::ControlStory {
@@ -49,11 +46,11 @@ class Subject : public tests::ControlStory {
   // when they go; a pass that finds them takes charge of them.
   void takeChargeOfHeld() const;
   // Types a command line, gives a command that looks, one that edits: and expects of the answer and
-  // of the files what holds for all of them. The latter two spare the reading of arguments, which
+  // of the files what holds for all of them. The latter two do without the argument parser, which
   // takes longer than most commands.
   tests::Output type(const Words& words);
-  tests::Output look(const Command& command, bool wants_json);
-  tests::Output edit(const Command& command, bool wants_json);
+  tests::Output look(const Words& words, bool wants_json);
+  tests::Output edit(const Words& words, bool wants_json);
   // Every line of the log is whole and stamped; a key of the preferences that holds a line end may
   // break lines.
   void expectWholeLog(const plist::Dictionary& preferences) const;
@@ -75,7 +72,7 @@ class Subject : public tests::ControlStory {
   void letGo() const;
   void waitForNextPeriod();
   Doings doWithSoundFile();
-  tests::Output runCommand(const Command& command, bool wants_json);
+  tests::Output runCommand(const Words& words, bool wants_json);
   void expectSound(const tests::Output& output, bool is_json) const;
   // The bytes of each file in the daemon's directory but its log and status file, by name.
   [[nodiscard]] std::map<std::string, std::string> files() const;

@@ -73,7 +73,7 @@ std::optional<Placement> placementOf(const Bands& bands, std::int32_t priority) 
   if (priority == kDefaultBandAlias) return Placement{.band = bands.fallback};
   if (priority == kIdleHeadAlias) return Placement{.band = kIdleBand, .at_head = true};
   if (priority < kIdleBand || priority > bands.highest) return std::nullopt;
-  if (priority >= bands.first_reserved && priority <= bands.last_reserved) {
+  if (priority > kIdleBand && priority <= bands.last_reserved) {
     return Placement{.band = kIdleBand, .reserved = true};
   }
   return Placement{.band = priority};

@@ -21,6 +21,7 @@ PRODUCT = {
     "proc",
     "reconcile",
     "daemon",
+    "control",
     "cli",
 }
 PLATFORMS = {"darwin", "linux", "model"}

@@ -16,7 +16,7 @@ ControlStory::ControlStory() {
 
 Output ControlStory::run(const std::vector<std::string>& arguments) {
   return run(
-      [&arguments](cli::Terminal& terminal) { return cli::runControl(arguments, terminal); });
+      [&arguments](cli::Terminal& terminal) { return cli::runCommandLine(arguments, terminal); });
 }
 
 Output ControlStory::run(const std::function<int(cli::Terminal&)>& work) {

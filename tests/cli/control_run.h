@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/control.h"
+#include "cli/command_line.h"
 #include "tests/support/story.h"
 
 namespace vorlatch::tests {

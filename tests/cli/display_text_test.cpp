@@ -1,5 +1,5 @@
 // Text as it is shown, tables of it, and the nearest of several words.
-#include "cli/display_text.h"
+#include "base/display_text.h"
 
 #include <algorithm>
 #include <array>
@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "base/utf8.h"
-#include "cli/nearest.h"
 #include "cli/table.h"
+#include "control/nearest.h"
 
 namespace vorlatch::cli {
 namespace {
@@ -43,7 +43,7 @@ TEST(VisibleText, SpellsCommandsBeyondAsciiOut) {
 TEST(VisibleText, SpellsEveryMarkOfDirectionOut) {
   EXPECT_EQ(visible("a\u061c" + utf8(0x200E) + utf8(0x200F) + "b"),
             "a\\xD8\\x9C\\xE2\\x80\\x8E\\xE2\\x80\\x8Fb");
-  EXPECT_EQ(cli::commandsEscaped("\"\u061c\u200e\u200f\""), "\"\\u061c\\u200e\\u200f\"");
+  EXPECT_EQ(commandsEscaped("\"\u061c\u200e\u200f\""), "\"\\u061c\\u200e\\u200f\"");
   EXPECT_EQ(displayWidth("a\u061c\u200e\u200fb"), 2U);
 }
 
@@ -201,41 +201,41 @@ TEST(Table, WithoutRowsHasItsHeadings) {
 const std::vector<std::string> kWords{"status", "set", "unset", "SpringBoard"};
 
 TEST(Nearest, ASlipOfTheKeyboard) {
-  EXPECT_EQ(nearest("statsu", kWords), "status");
-  EXPECT_EQ(nearest("springbord", kWords), "SpringBoard");
-  EXPECT_EQ(nearest("sett", kWords), "set");
-  EXPECT_EQ(nearest("set", kWords), "set");
+  EXPECT_EQ(control::nearest("statsu", kWords), "status");
+  EXPECT_EQ(control::nearest("springbord", kWords), "SpringBoard");
+  EXPECT_EQ(control::nearest("sett", kWords), "set");
+  EXPECT_EQ(control::nearest("set", kWords), "set");
 }
 
 TEST(Nearest, NothingIsNear) {
-  EXPECT_EQ(nearest("xyz", kWords), std::nullopt);
-  EXPECT_EQ(nearest("", kWords), std::nullopt);
-  EXPECT_EQ(nearest("status", {}), std::nullopt);
+  EXPECT_EQ(control::nearest("xyz", kWords), std::nullopt);
+  EXPECT_EQ(control::nearest("", kWords), std::nullopt);
+  EXPECT_EQ(control::nearest("status", {}), std::nullopt);
 }
 
 TEST(Nearest, UpToAThirdOfTheWordMayBeWrong) {
-  EXPECT_EQ(nearest("stXXus", kWords), "status");
-  EXPECT_EQ(nearest("stXXXs", kWords), std::nullopt);
+  EXPECT_EQ(control::nearest("stXXus", kWords), "status");
+  EXPECT_EQ(control::nearest("stXXXs", kWords), std::nullopt);
 }
 
 TEST(Nearest, OfEquallyNearOnesTheFirst) {
-  EXPECT_EQ(nearest("cat", std::vector<std::string>{"bat", "rat"}), "bat");
+  EXPECT_EQ(control::nearest("cat", std::vector<std::string>{"bat", "rat"}), "bat");
 }
 
 TEST(Nearest, WhatIsTooLongIsNoSlip) {
   const std::string longest(100, 'a');
-  EXPECT_EQ(nearest(longest, std::vector<std::string>{longest}), longest);
-  EXPECT_EQ(nearest(longest + "a", std::vector<std::string>{longest}), std::nullopt);
-  EXPECT_EQ(nearest(longest, std::vector<std::string>{longest + "a"}), std::nullopt);
+  EXPECT_EQ(control::nearest(longest, std::vector<std::string>{longest}), longest);
+  EXPECT_EQ(control::nearest(longest + "a", std::vector<std::string>{longest}), std::nullopt);
+  EXPECT_EQ(control::nearest(longest, std::vector<std::string>{longest + "a"}), std::nullopt);
 }
 
 TEST(Suggestion, AsksForTheNearest) {
-  EXPECT_EQ(suggestion("statsu", kWords), "; did you mean status?");
-  EXPECT_EQ(suggestion("xyz", kWords), "");
+  EXPECT_EQ(control::suggestion("statsu", kWords), "; did you mean status?");
+  EXPECT_EQ(control::suggestion("xyz", kWords), "");
 }
 
 TEST(DisplayText, JsonKeepsItsMeaningWithoutCommands) {
-  EXPECT_EQ(cli::commandsEscaped("{\"a\u009b\u202e\x7f\": \"微信\"}\n"),
+  EXPECT_EQ(commandsEscaped("{\"a\u009b\u202e\x7f\": \"微信\"}\n"),
             "{\"a\\u009b\\u202e\\u007f\": \"微信\"}\n");
 }
 

@@ -3,10 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include "cli/failure.h"
-#include "cli/preferences_edit.h"
 #include "config/default_preset.h"
 #include "config/preferences.h"
+#include "control/failure.h"
+#include "control/preferences_edit.h"
 #include "platform/property_list.h"
 #include "tests/cli/edit_story.h"
 
@@ -260,7 +260,7 @@ TEST(EditPreferences, BeginsAgainWhenTheFileChangesMeanwhile) {
   EditStory story;
   story.writePreferences({{"Mine", 1}});
   int calls = 0;
-  const cli::Edit edit = cli::editPreferences(
+  const control::Edit edit = control::editPreferences(
       [&](Dictionary& preferences) {
         if (++calls == 1) story.writePreferences({{"Mine", 1}, {"Theirs", 2}});
         preferences.insert_or_assign("Added", true);
@@ -276,14 +276,14 @@ TEST(EditPreferences, GivesUpOnAFileThatNeverStandsStill) {
   story.writePreferences({});
   int calls = 0;
   try {
-    cli::editPreferences(
+    control::editPreferences(
         [&](Dictionary& preferences) {
           story.writePreferences({{"Theirs", ++calls}});
           preferences.insert_or_assign("Added", true);
         },
         true);
     ADD_FAILURE() << "it was written";
-  } catch (const cli::Failure& failure) {
+  } catch (const control::Failure& failure) {
     EXPECT_EQ(failure.status, 3);
     EXPECT_EQ(failure.message, story.preferencesFile() +
                                    " is changed by another program all the time; nothing is "

@@ -7,15 +7,15 @@
 
 #include <gtest/gtest.h>
 
-#include "cli/log_reader.h"
+#include "control/log_reader.h"
 #include "tests/cli/control_run.h"
 
 namespace vorlatch::tests {
 namespace {
 
-using cli::LogFilter;
-using cli::LogLine;
-using cli::LogReader;
+using control::LogFilter;
+using control::LogLine;
+using control::LogReader;
 using plist::Dictionary;
 
 const std::string kStamp = "[03-04 05:06:07] ";
@@ -169,7 +169,7 @@ struct Parts {
 };
 
 Parts partsOf(const std::string& line) {
-  const LogLine parts = cli::logLineOf(line);
+  const LogLine parts = control::logLineOf(line);
   return {parts.stamp, parts.category, parts.text};
 }
 
@@ -187,8 +187,8 @@ TEST(LogFilter, WithoutATargetNothingIsHeldBack) {
   LogFilter filter("", "守护");
   Lines passed;
   const auto pass_on = [&passed](const LogLine& line) { passed.push_back(line.text); };
-  filter.take(cli::logLineOf(kStamp + "[守护] one"), pass_on);
-  filter.take(cli::logLineOf(kStamp + "[内核] two"), pass_on);
+  filter.take(control::logLineOf(kStamp + "[守护] one"), pass_on);
+  filter.take(control::logLineOf(kStamp + "[内核] two"), pass_on);
   EXPECT_EQ(passed, Lines{"one"});
   filter.finish(pass_on);
   EXPECT_EQ(passed, Lines{"one"});

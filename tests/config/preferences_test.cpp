@@ -82,28 +82,28 @@ TEST(ConfiguredTargets, AreReadOnceEach) {
 }
 
 TEST(TargetSettings, AreTheirDefaultsWhereTheKeysAreMissing) {
-  EXPECT_EQ(targetSettings({}), TargetSettings{});
+  EXPECT_EQ(readTargetSettings({}), TargetSettings{});
 }
 
 TEST(TargetSettings, HaveTheirKeys) {
-  EXPECT_EQ(targetSettings({{"JetsamPriority", 1},
-                            {"NiceValue", 2},
-                            {"MemLimitActive", 3},
-                            {"MemLimitInactive", 4},
-                            {"CheckInterval", 5},
-                            {"StripManaged", false},
-                            {"Remark", 7}}),
-            (TargetSettings{.jetsam_priority = 1,
-                            .nice_value = 2,
+  EXPECT_EQ(readTargetSettings({{"JetsamPriority", 1},
+                                {"NiceValue", 2},
+                                {"MemLimitActive", 3},
+                                {"MemLimitInactive", 4},
+                                {"CheckInterval", 5},
+                                {"StripManaged", false},
+                                {"Remark", 7}}),
+            (TargetSettings{.check_interval_s = 5,
+                            .jetsam_priority = 1,
                             .active_limit_mb = 3,
                             .inactive_limit_mb = 4,
-                            .check_interval_s = 5,
+                            .nice_value = 2,
                             .strips_managed = false}));
 }
 
 TEST(TargetSettings, ReadNumericStrings) {
   const auto band = [](const Value& value) {
-    return targetSettings({{"JetsamPriority", value}}).jetsam_priority;
+    return readTargetSettings({{"JetsamPriority", value}}).jetsam_priority;
   };
   EXPECT_EQ(band("15"), 15);
   EXPECT_EQ(band("fifteen"), 0);
@@ -112,7 +112,7 @@ TEST(TargetSettings, ReadNumericStrings) {
 
 TEST(TargetSettings, SaturateNumbers) {
   const auto limit_mb = [](const Value& value) {
-    return targetSettings({{"MemLimitActive", value}}).active_limit_mb;
+    return readTargetSettings({{"MemLimitActive", value}}).active_limit_mb;
   };
   EXPECT_EQ(limit_mb(UINT64_MAX), INT32_MAX);
   EXPECT_EQ(limit_mb(INT64_MIN), INT32_MIN);
@@ -121,7 +121,7 @@ TEST(TargetSettings, SaturateNumbers) {
 
 TEST(TargetSettings, ClampTheNiceValue) {
   const auto nice_value = [](int value) {
-    return targetSettings({{"NiceValue", value}}).nice_value;
+    return readTargetSettings({{"NiceValue", value}}).nice_value;
   };
   EXPECT_EQ(nice_value(-35), -20);
   EXPECT_EQ(nice_value(-20), -20);
@@ -131,7 +131,7 @@ TEST(TargetSettings, ClampTheNiceValue) {
 
 TEST(TargetSettings, HaveNoCheckIntervalBelowOne) {
   const auto interval_s = [](const Value& value) {
-    return targetSettings({{"CheckInterval", value}}).check_interval_s;
+    return readTargetSettings({{"CheckInterval", value}}).check_interval_s;
   };
   EXPECT_EQ(interval_s("5"), 5);
   EXPECT_EQ(interval_s(INT32_MAX), INT32_MAX);
@@ -141,7 +141,7 @@ TEST(TargetSettings, HaveNoCheckIntervalBelowOne) {
 
 TEST(TargetSettings, ReadStripManagedAsATruthValue) {
   const auto strips = [](const Value& value) {
-    return targetSettings({{"StripManaged", value}}).strips_managed;
+    return readTargetSettings({{"StripManaged", value}}).strips_managed;
   };
   EXPECT_EQ(strips(true), true);
   EXPECT_EQ(strips(0), false);

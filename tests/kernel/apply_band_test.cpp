@@ -218,9 +218,9 @@ TEST(ManagedStage, TheRoleOfAnAppInFrontIsSetWhenStripping) {
   tests::RunningTarget target;
   target.device.launch(
       {.name = "WeChat", .executable_path = "/Applications/WeChat.app/WeChat", .pid = 101});
-  applyLimitsForApp("com.tencent.xin", targetSettings({{"StripManaged", true}}), 101);
+  applyLimitsForApp("com.tencent.xin", readTargetSettings({{"StripManaged", true}}), 101);
   EXPECT_EQ(target.device.jetsam(101).darwin_role, 1);
-  applyLimitsForApp("com.tencent.xin", targetSettings({{"StripManaged", false}}), 101);
+  applyLimitsForApp("com.tencent.xin", readTargetSettings({{"StripManaged", false}}), 101);
   EXPECT_EQ(target.device.jetsam(101).darwin_role, 1);
 }
 

@@ -20,7 +20,7 @@ const Lines kQuietLimits{"[内存限制] 目标 Act:0 Inact:0 | 最终 Act:1450 
 
 TEST(ApplyLimits, PidZeroDoesNothing) {
   tests::RunningTarget target;
-  applyLimitsForApp("backboardd", targetSettings({{"NiceValue", -5}}), 0);
+  applyLimitsForApp("backboardd", readTargetSettings({{"NiceValue", -5}}), 0);
   EXPECT_EQ(target.takeLog(), Lines{});
   EXPECT_EQ(target.device.takeTrace(), Lines{});
   EXPECT_EQ(tests::modeOf(target.statusFile()), 0U);
@@ -30,11 +30,11 @@ TEST(ApplyLimits, RunsEveryStageInOrderAndRecordsTheOutcome) {
   tests::RunningTarget target;
   target.device.takeTrace();
   applyLimitsForApp("backboardd",
-                    targetSettings({{"MemLimitActive", 300},
-                                    {"MemLimitInactive", "200"},
-                                    {"NiceValue", -5},
-                                    {"JetsamPriority", 100},
-                                    {"StripManaged", true}}),
+                    readTargetSettings({{"MemLimitActive", 300},
+                                        {"MemLimitInactive", "200"},
+                                        {"NiceValue", -5},
+                                        {"JetsamPriority", 100},
+                                        {"StripManaged", true}}),
                     100);
   EXPECT_EQ(target.takeLog(),
             (Lines{"[内存限制] 目标 Act:300 Inact:200 | 最终 Act:300 Inact:200 -> [成功]",

@@ -29,7 +29,8 @@ struct Held : Story {
     device.launch({.name = "backboardd", .pid = 100});
     applyLimitsForApp(
         "backboardd",
-        targetSettings({{"NiceValue", -5}, {"JetsamPriority", 100}, {"MemLimitActive", 300}}), 100);
+        readTargetSettings({{"NiceValue", -5}, {"JetsamPriority", 100}, {"MemLimitActive", 300}}),
+        100);
     takeLog();
     device.takeTrace();
   }

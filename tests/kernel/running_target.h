@@ -20,7 +20,7 @@ struct RunningTarget : Story {
   }
   // Applies, and gives the log without its last line, which is the same each time.
   Lines apply(const plist::Dictionary& dictionary) {
-    applyLimitsForApp("backboardd", targetSettings(dictionary), 100);
+    applyLimitsForApp("backboardd", readTargetSettings(dictionary), 100);
     Lines log = takeLog();
     EXPECT_EQ(log.back(), "[守护] backboardd PID:100 完成");
     log.pop_back();

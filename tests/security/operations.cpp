@@ -2,13 +2,13 @@
 
 #include <cstdio>
 
-#include "cli/failure.h"
-#include "cli/log_reader.h"
-#include "cli/preferences_edit.h"
 #include "config/default_preset.h"
 #include "config/log_size_cap.h"
 #include "config/preferences.h"
 #include "config/status_file.h"
+#include "control/failure.h"
+#include "control/log_reader.h"
+#include "control/preferences_edit.h"
 #include "log/log_file.h"
 #include "log/log_line.h"
 #include "rootprefix/pref_path.h"
@@ -26,7 +26,7 @@ void writeToBothStreams() {
 void unlessItFails(const std::function<void()>& command) {
   try {
     command();
-  } catch (const cli::Failure&) {
+  } catch (const control::Failure&) {
   }
 }
 
@@ -79,7 +79,7 @@ const std::vector<Operation>& operations() {
        .run =
            [] {
              unlessItFails([] {
-               cli::editPreferences(
+               control::editPreferences(
                    [](plist::Dictionary& preferences) {
                      preferences.insert_or_assign(keys::kEnabled, false);
                    },
@@ -92,8 +92,9 @@ const std::vector<Operation>& operations() {
        .prepare = [](Story& story) { writeAll(story.logFile(), "old line\n"); },
        .run =
            [] {
-             unlessItFails(
-                 [] { cli::LogReader(cli::daemonFile(kLogFileName)).readNew([](const auto&) {}); });
+             unlessItFails([] {
+               control::LogReader(control::daemonFile(kLogFileName)).readNew([](const auto&) {});
+             });
            }},
   };
   return all;

@@ -120,7 +120,7 @@ void Chaos::editAllTargets() {
 
 TargetSettings Chaos::settingsOf(const std::string& key) const {
   const auto* targets = plist::find(expected_, keys::kAppConfigs)->as<Dictionary>();
-  return targetSettings(*plist::find(*targets, key)->as<Dictionary>());
+  return readTargetSettings(*plist::find(*targets, key)->as<Dictionary>());
 }
 
 pid_t Chaos::heldProcess(const std::string& key) const {

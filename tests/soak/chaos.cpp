@@ -230,7 +230,9 @@ void Chaos::lookAtStatus() {
   for (const auto& [key, entry] : *list->as<Dictionary>()) {
     const auto* numbers = entry.as<Dictionary>();
     ASSERT_NE(numbers, nullptr) << bytes;
-    const std::int32_t pid = integerSetting(*numbers, status_keys::kPid);
+    const plist::Value* stored_pid = plist::find(*numbers, status_keys::kPid);
+    ASSERT_NE(stored_pid, nullptr) << bytes;
+    const std::int32_t pid = plist::int32Value(*stored_pid);
     EXPECT_TRUE(crowd_.ranSince(started_, key, pid)) << key << " " << pid << "\n" << bytes;
   }
 }

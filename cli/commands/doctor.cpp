@@ -1,0 +1,27 @@
+// vorlatchctl doctor
+#include "cli/command.h"
+#include "control/diagnosis.h"
+
+namespace vorlatch::cli {
+namespace {
+
+ExitStatus doctor(const Session& session) {
+  const control::Diagnosis diagnosis = control::diagnose();
+  if (session.wants_json) {
+    print(session, diagnosis.report);
+  } else {
+    for (const std::string& line : diagnosis.lines) printLine(session, line);
+  }
+  return kDone;
+}
+
+const RegisteredCommand kDoctor({
+    .name = "doctor",
+    .description = "how the installation stands; changes nothing",
+    .examples = "  vorlatchctl doctor",
+    .place = 18,
+    .prepare = [](Arguments&) { return Run(doctor); },
+});
+
+}  // namespace
+}  // namespace vorlatch::cli

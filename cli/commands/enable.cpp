@@ -1,0 +1,24 @@
+// vorlatchctl enable
+#include "cli/edit_report.h"
+
+namespace vorlatch::cli {
+namespace {
+
+Run prepare(Arguments& arguments) {
+  const auto options = std::make_shared<EditOptions>();
+  addEditOptions(arguments, *options);
+  return [options](const Session& session) {
+    return editAndReport(session, *options, control::switchDaemon(true));
+  };
+}
+
+const RegisteredCommand kEnable({
+    .name = "enable",
+    .description = "switch the daemon on",
+    .examples = "  vorlatchctl enable",
+    .place = 7,
+    .prepare = prepare,
+});
+
+}  // namespace
+}  // namespace vorlatch::cli

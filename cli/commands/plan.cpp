@@ -1,0 +1,58 @@
+// vorlatchctl plan
+#include "control/plan.h"
+
+#include "cli/command.h"
+#include "config/preferences.h"
+#include "control/preferences_edit.h"
+
+namespace vorlatch::cli {
+namespace {
+
+using control::PlannedTarget;
+
+Json jsonOfTarget(const PlannedTarget& target) {
+  return {{"target", target.key},
+          {"pid", target.pid},
+          {"reason", target.reason},
+          {"steps", target.steps},
+          {"afterwards", target.afterwards},
+          {"held_already", target.is_held}};
+}
+
+void show(const Session& session, const PlannedTarget& target) {
+  printLine(session, target.key + ": " + target.reason + (target.is_held ? " (held already)" : ""));
+  for (const std::string& step : target.steps) printLine(session, "  " + step);
+  printLine(session, "  " + target.afterwards);
+}
+
+ExitStatus plan(const Session& session) {
+  const auto observation = control::Observation::now(
+      control::readStoredPreferences(control::daemonFile(kPreferencesFileName)).dictionary);
+  const std::vector<PlannedTarget> targets = control::planOf(observation);
+  if (session.wants_json) {
+    Json list = Json::array();
+    for (const PlannedTarget& target : targets) list.push_back(jsonOfTarget(target));
+    print(session, {{"enabled", observation.isSwitchedOn()},
+                    {"targets", list},
+                    {"unknown", control::kUnknownToPlan}});
+    return kDone;
+  }
+  if (!observation.isSwitchedOn()) {
+    printLine(session, "Switched off: the daemon would do nothing. Switched on, it would:");
+  }
+  if (targets.empty()) printLine(session, "no targets");
+  for (const PlannedTarget& target : targets) show(session, target);
+  printLine(session, control::kUnknownToPlan);
+  return kDone;
+}
+
+const RegisteredCommand kPlan({
+    .name = "plan",
+    .description = "what a freshly started daemon would do to each target, and why",
+    .examples = "  vorlatchctl plan",
+    .place = 12,
+    .prepare = [](Arguments&) { return Run(plan); },
+});
+
+}  // namespace
+}  // namespace vorlatch::cli

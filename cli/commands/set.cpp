@@ -1,0 +1,49 @@
+// vorlatchctl set
+#include "cli/completion.h"
+#include "cli/edit_report.h"
+
+namespace vorlatch::cli {
+namespace {
+
+struct Options {
+  std::string target;
+  Words assignments;
+  EditOptions edit;
+};
+
+Words targetsAndRunningNames(const std::string& unfinished) {
+  Words words = configuredTargets(unfinished);
+  for (std::string& name : runningNames(unfinished)) words.push_back(std::move(name));
+  return words;
+}
+
+Run prepare(Arguments& arguments) {
+  const auto options = std::make_shared<Options>();
+  arguments = {{.name = "TARGET",
+                .description = "the target",
+                .value = &options->target,
+                .offer = targetsAndRunningNames,
+                .is_required = true},
+               {.name = "KEY=VALUE",
+                .description = "what to set",
+                .value = &options->assignments,
+                .offer = assignments,
+                .is_required = true}};
+  addEditOptions(arguments, options->edit);
+  return [options](const Session& session) {
+    return editAndReport(session, options->edit,
+                         control::setSettings(options->target, options->assignments));
+  };
+}
+
+const RegisteredCommand kSet({
+    .name = "set",
+    .description = "change a target's settings, or add a target",
+    .examples = "  vorlatchctl set backboardd JetsamPriority=highest NiceValue=-20\n"
+                "  vorlatchctl set com.tencent.xin MemLimitActive=1500 --dry-run",
+    .place = 4,
+    .prepare = prepare,
+});
+
+}  // namespace
+}  // namespace vorlatch::cli

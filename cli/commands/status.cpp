@@ -1,0 +1,188 @@
+// vorlatchctl status
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "cli/completion.h"
+#include "cli/table.h"
+#include "config/preferences.h"
+#include "control/edits.h"
+#include "control/preferences_edit.h"
+#include "control/setting_views.h"
+
+namespace vorlatch::cli {
+namespace {
+
+using control::TargetView;
+using control::Verdict;
+
+struct Options {
+  Words targets;  // none: all
+  bool watches = false;
+  int interval_s = 2;
+};
+
+std::string writtenText(const control::StatusEntry* written) {
+  if (written == nullptr) return "-";
+  return std::to_string(written->pid) + " n:" + std::to_string(written->nice_value) +
+         " b:" + control::numberText(written->band);
+}
+
+Colour colourOf(Verdict verdict) {
+  if (verdict == Verdict::Held) return Colour::Green;
+  if (verdict == Verdict::Overridden) return Colour::Red;
+  return verdict == Verdict::NotRunning || verdict == Verdict::SwitchedOff ? Colour::Dim
+                                                                           : Colour::Yellow;
+}
+
+Table tableOf(const std::vector<TargetView>& targets) {
+  std::vector<std::string> headings{"TARGET", "PID", "NAME"};
+  for (std::string& heading : control::settingHeadings()) headings.push_back(std::move(heading));
+  headings.insert(headings.end(), {"DAEMON WROTE", "VERDICT"});
+  Table table(headings);
+  for (const TargetView& target : targets) {
+    std::vector<Cell> row{target.key, target.pid != 0 ? std::to_string(target.pid) : "-",
+                          target.process != nullptr ? target.process->name : "-"};
+    for (std::string& cell : control::settingCells(target)) row.emplace_back(std::move(cell));
+    row.emplace_back(writtenText(target.written));
+    row.emplace_back(control::verdictText(target.verdict), colourOf(target.verdict));
+    table.add(std::move(row));
+  }
+  return table;
+}
+
+Json jsonOfTarget(const TargetView& target) {
+  Json json;
+  json["target"] = target.key;
+  json["verdict"] = control::verdictText(target.verdict);
+  json["wanted"] = control::wantedJson(target.wanted);
+  json["daemon_wrote"] = nullptr;
+  if (target.written != nullptr) {
+    json["daemon_wrote"] = {{"pid", target.written->pid},
+                            {"nice", target.written->nice_value},
+                            {"band", jsonOf(target.written->band)}};
+  }
+  json["now"] = nullptr;
+  if (target.pid != 0) {
+    Json& now = json["now"];
+    now = {{"pid", target.pid},
+           {"name", target.process != nullptr ? Json(target.process->name) : Json()}};
+    control::addStateJson(target, now);
+  }
+  return json;
+}
+
+std::vector<TargetView> lookAt(const control::Observation& observation,
+                               const std::vector<std::string>& wanted_targets) {
+  std::vector<std::string> known;
+  for (const auto& [key, target] : observation.targets) known.push_back(key);
+  for (const std::string& key : wanted_targets) {
+    if (observation.targets.contains(key)) continue;
+    control::failUnknownTarget(known, key);
+  }
+  std::vector<TargetView> views;
+  for (const auto& [key, target] : observation.targets) {
+    const bool is_wanted =
+        wanted_targets.empty() ||
+        std::find(wanted_targets.begin(), wanted_targets.end(), key) != wanted_targets.end();
+    if (is_wanted) views.push_back(control::viewOf(observation, key, target.settings));
+  }
+  return views;
+}
+
+std::string headLine(const control::Observation& observation) {
+  std::string line = observation.isSwitchedOn() ? "switched on" : "switched off";
+  if (observation.daemon_pids.empty()) {
+    line += ", the daemon does not run";
+  } else {
+    line += ", the daemon runs as " + std::to_string(observation.daemon_pids.front());
+  }
+  return line;
+}
+
+struct Picture {
+  std::string text;
+  ExitStatus status;
+};
+
+Picture take(const Session& session, const Options& options) {
+  const auto observation = control::Observation::now(
+      control::readStoredPreferences(control::daemonFile(kPreferencesFileName)).dictionary);
+  const std::vector<TargetView> views = lookAt(observation, options.targets);
+  const bool overridden = std::any_of(views.begin(), views.end(), [](const TargetView& view) {
+    return view.verdict == Verdict::Overridden;
+  });
+  std::string text;
+  if (session.wants_json) {
+    Json json{{"enabled", observation.isSwitchedOn()},
+              {"daemon_pids", observation.daemon_pids},
+              {"targets", Json::array()}};
+    for (const TargetView& view : views) json["targets"].push_back(jsonOfTarget(view));
+    text = textOf(json, 2) + "\n";
+  } else {
+    text = headLine(observation) + "\n";
+    text += views.empty() ? "no targets\n" : tableOf(views).text(session.terminal);
+  }
+  return {.text = std::move(text), .status = overridden ? kFinding : kDone};
+}
+
+// Draws over the last picture in one write, line by line, so that nothing flickers: what is left of
+// a longer line is erased behind it, and what is left of a longer picture below it. No more lines
+// than the terminal has, and none that goes on in the next one, as it would scroll.
+std::string drawnOver(const std::string& picture, std::size_t rows) {
+  std::string drawn = "\x1b[?7l\x1b[H";
+  std::size_t begin = 0;
+  for (std::size_t row = 1; begin < picture.size() && (rows == 0 || row < rows); ++row) {
+    const std::size_t end = picture.find('\n', begin);
+    drawn += picture.substr(begin, end - begin) + "\x1b[K\n";
+    begin = end + 1;
+  }
+  return drawn + "\x1b[J\x1b[?7h";
+}
+
+ExitStatus status(const Session& session, const Options& options) {
+  const Terminal& terminal = session.terminal;
+  const bool draws_over = options.watches && terminal.is_terminal && !session.wants_json;
+  if (options.watches) terminal.catch_signals();
+  if (draws_over) terminal.out("\x1b[2J");
+  while (true) {
+    const std::chrono::nanoseconds begin = terminal.now();
+    const Picture picture = take(session, options);
+    terminal.out(draws_over ? drawnOver(picture.text, terminal.rows()) : picture.text);
+    if (!options.watches) return picture.status;
+    // Looking takes no more than a hundredth of the time, however much there is to look at.
+    const auto taken =
+        std::chrono::duration_cast<std::chrono::milliseconds>(terminal.now() - begin);
+    terminal.wait(
+        std::max<std::chrono::milliseconds>(std::chrono::seconds(options.interval_s), 100 * taken));
+    if (terminal.interrupted()) return picture.status;
+  }
+}
+
+Run prepare(Arguments& arguments) {
+  const auto options = std::make_shared<Options>();
+  arguments = {{.name = "TARGET",
+                .description = "only these targets",
+                .value = &options->targets,
+                .offer = configuredTargets},
+               {.name = "--watch",
+                .description = "look again and again, until Ctrl-C",
+                .value = &options->watches},
+               {.name = "--interval",
+                .description = "seconds between looks",
+                .value = &options->interval_s,
+                .lowest = 1,
+                .highest = 3600}};
+  return [options](const Session& session) { return status(session, *options); };
+}
+
+const RegisteredCommand kStatus({
+    .name = "status",
+    .description = "what is held, and whether it worked",
+    .examples = "  vorlatchctl status\n  vorlatchctl status SpringBoard --watch",
+    .place = 1,
+    .prepare = prepare,
+});
+
+}  // namespace
+}  // namespace vorlatch::cli

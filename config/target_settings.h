@@ -1,0 +1,115 @@
+// A target's settings: the typed values that the daemon works with, and the one table that says how
+// each is stored, read and typed in.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string_view>
+
+#include "base/plist_value.h"
+#include "platform/jetsam_bands.h"
+
+namespace vorlatch {
+
+namespace keys {
+inline constexpr const char* kCheckInterval = "CheckInterval";
+inline constexpr const char* kJetsamPriority = "JetsamPriority";
+inline constexpr const char* kMemLimitActive = "MemLimitActive";
+inline constexpr const char* kMemLimitInactive = "MemLimitInactive";
+inline constexpr const char* kNiceValue = "NiceValue";
+inline constexpr const char* kStripManaged = "StripManaged";
+inline constexpr const char* kRemark = "Remark";
+}  // namespace keys
+
+inline constexpr std::int32_t kLowestNice = -20;
+inline constexpr std::int32_t kHighestNice = 20;
+
+// How a target is held. A member's initial value is what a missing key means.
+struct TargetSettings {
+  std::int32_t check_interval_s = 0;  // the period of the watch timer; 0 without one
+  std::int32_t jetsam_priority = 0;   // the band; -1: left alone, 0: given back to the system
+  std::int32_t active_limit_mb = 0;   // below 1: the system's default
+  std::int32_t inactive_limit_mb = 0;
+  std::int32_t nice_value = 0;
+  // Taken out of the system's memory management; empty: the managed state is left alone.
+  std::optional<bool> strips_managed = std::nullopt;
+
+  friend bool operator==(const TargetSettings&, const TargetSettings&) = default;
+};
+
+// One key of a target's dictionary.
+struct SettingKey {
+  enum class Kind { Integer, Boolean, Text };
+  static constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
+
+  const char* key;
+  const char* meaning;
+  Kind kind;
+  // Of an integer: the numbers that mean something, and whether the daemon reads any other number
+  // as the nearest of them. Where it does not, the number goes to the kernel as it is.
+  std::int32_t lowest = 0;
+  std::int32_t highest = 0;
+  bool is_clamped = false;
+  // What becomes of any other number, for people; null where it depends on the number.
+  const char* outside = nullptr;
+  // Where the value is kept; null for a key that the daemon does not read.
+  std::int32_t TargetSettings::*integer = nullptr;
+  std::optional<bool> TargetSettings::*boolean = nullptr;
+};
+
+inline constexpr std::array<SettingKey, 7> kSettingKeys = {{
+    {.key = keys::kCheckInterval,
+     .meaning = "seconds between looks of the target's own timer; 0: none, the patrol looks every "
+                "1800 s",
+     .kind = SettingKey::Kind::Integer,
+     .lowest = 0,
+     .highest = SettingKey::kMost,
+     .is_clamped = true,
+     .outside = "it counts as none",
+     .integer = &TargetSettings::check_interval_s},
+    {.key = keys::kJetsamPriority,
+     .meaning = "jetsam band to hold the process at; -1: left alone, 0: the system's default",
+     .kind = SettingKey::Kind::Integer,
+     .lowest = -1,
+     .highest = platform::kHighestBandSinceIOS16,
+     .integer = &TargetSettings::jetsam_priority},
+    {.key = keys::kMemLimitActive,
+     .meaning = "memory limit in MB while active; 0: the system's default",
+     .kind = SettingKey::Kind::Integer,
+     .lowest = -1,
+     .highest = SettingKey::kMost,
+     .outside = "the kernel takes it for the system's default",
+     .integer = &TargetSettings::active_limit_mb},
+    {.key = keys::kMemLimitInactive,
+     .meaning = "memory limit in MB while inactive; 0: the system's default",
+     .kind = SettingKey::Kind::Integer,
+     .lowest = -1,
+     .highest = SettingKey::kMost,
+     .outside = "the kernel takes it for the system's default",
+     .integer = &TargetSettings::inactive_limit_mb},
+    {.key = keys::kNiceValue,
+     .meaning = "nice value to hold the process at",
+     .kind = SettingKey::Kind::Integer,
+     .lowest = kLowestNice,
+     .highest = kHighestNice,
+     .is_clamped = true,
+     .integer = &TargetSettings::nice_value},
+    {.key = keys::kStripManaged,
+     .meaning = "whether to take the process out of the system's memory management",
+     .kind = SettingKey::Kind::Boolean,
+     .boolean = &TargetSettings::strips_managed},
+    {.key = keys::kRemark,
+     .meaning = "a note for yourself; the daemon never reads it",
+     .kind = SettingKey::Kind::Text},
+}};
+
+// Returns the key's row of the table, null for a key that is not in it.
+const SettingKey* findSettingKey(std::string_view key);
+
+// Reads the settings from a stored dictionary: numbers and truth values of any stored type, each by
+// its row of the table.
+TargetSettings readTargetSettings(const plist::Dictionary& dictionary);
+
+}  // namespace vorlatch

@@ -1,0 +1,194 @@
+#include "control/check.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <system_error>
+
+#include "base/files.h"
+#include "config/property_list_file.h"
+#include "control/failure.h"
+#include "control/nearest.h"
+#include "control/observation.h"
+#include "control/preferences_edit.h"
+#include "control/setting_text.h"
+
+namespace vorlatch::control {
+namespace {
+
+using plist::Dictionary;
+using plist::Value;
+
+using Findings = std::vector<Finding>;
+
+const std::vector<std::string>& topLevelKeys() {
+  static const std::vector<std::string>& names =
+      *new std::vector<std::string>{keys::kEnabled, keys::kAppConfigs, keys::kLogSizeLimit};
+  return names;
+}
+
+void checkLogSizeLimit(const Value& limit, Findings& findings) {
+  if (limit.as<std::int64_t>() != nullptr || limit.as<std::uint64_t>() != nullptr) return;
+  findings.push_back({{keys::kLogSizeLimit},
+                      "wrong-type",
+                      std::string("is ") + kindText(limit) + " (" + settingText(limit) +
+                          ") and not an integer; the daemon reads it as " +
+                          std::to_string(plist::int64Value(limit))});
+}
+
+void checkTopLevel(const Dictionary& preferences, Findings& findings) {
+  for (const auto& [key, value] : preferences) {
+    const auto& known = topLevelKeys();
+    if (std::find(known.begin(), known.end(), key) != known.end()) continue;
+    findings.push_back({{key}, "unknown-key", "is unknown to the daemon" + suggestion(key, known)});
+  }
+  if (const Value* enabled = plist::find(preferences, keys::kEnabled)) {
+    if (const auto fault = booleanFaultOf(*enabled)) {
+      findings.push_back({{keys::kEnabled}, fault->kind, fault->message});
+    }
+  } else {
+    findings.push_back({{keys::kEnabled}, "missing", "is missing: the daemon is switched off"});
+  }
+  if (const Value* limit = plist::find(preferences, keys::kLogSizeLimit)) {
+    checkLogSizeLimit(*limit, findings);
+  }
+  const Value* targets = plist::find(preferences, keys::kAppConfigs);
+  if (targets == nullptr) {
+    findings.push_back({{keys::kAppConfigs}, "missing", "is missing: there are no targets"});
+  } else if (targets->as<Dictionary>() == nullptr) {
+    findings.push_back({{keys::kAppConfigs},
+                        "wrong-type",
+                        std::string("is ") + kindText(*targets) +
+                            " and not a dictionary; the daemon reads it as missing"});
+  }
+}
+
+void checkTarget(const std::string& target, const Dictionary& settings, Findings& findings) {
+  for (const auto& [key, value] : settings) {
+    const SettingKey* row = findSettingKey(key);
+    if (row == nullptr) {
+      findings.push_back({{keys::kAppConfigs, target, key},
+                          "unknown-key",
+                          "is unknown to the daemon" + suggestion(key, settingKeyNames())});
+    } else if (const auto fault = faultOf(*row, value)) {
+      findings.push_back({{keys::kAppConfigs, target, key}, fault->kind, fault->message});
+    }
+  }
+}
+
+void checkTargets(const Dictionary& preferences, Findings& findings) {
+  const Value* stored = plist::find(preferences, keys::kAppConfigs);
+  const auto* targets = stored != nullptr ? stored->as<Dictionary>() : nullptr;
+  if (targets == nullptr) return;
+  for (const auto& [target, value] : *targets) {
+    if (const auto* settings = value.as<Dictionary>()) {
+      checkTarget(target, *settings, findings);
+    } else {
+      findings.push_back({{keys::kAppConfigs, target},
+                          "wrong-type",
+                          std::string("is ") + kindText(value) +
+                              " and not a dictionary; the daemon passes it over"});
+    }
+  }
+}
+
+// The processes that a target's settings may be applied to: a pass's, and its watch timer's.
+std::set<std::int32_t> pidsFor(const Observation& observation, const std::string& target,
+                               const TargetSettings& settings) {
+  std::set<std::int32_t> pids{observation.pidForPass(target)};
+  if (settings.check_interval_s > 0) pids.insert(observation.pidForWatchTimer(target));
+  pids.erase(0);
+  return pids;
+}
+
+void checkProcesses(const Dictionary& preferences, Findings& findings) {
+  const Observation observation = Observation::now();
+  std::map<std::int32_t, std::string> target_by_pid;
+  for (const auto& [target, configured] : configuredTargets(preferences)) {
+    const std::set<std::int32_t> pids = pidsFor(observation, target, configured.settings);
+    if (pids.empty()) {
+      findings.push_back({{keys::kAppConfigs, target},
+                          "no-match",
+                          "is the name or bundle identifier of no process that runs now"});
+    }
+    for (const std::int32_t pid : pids) {
+      const auto [other, is_first] = target_by_pid.emplace(pid, target);
+      if (is_first) continue;
+      findings.push_back({{keys::kAppConfigs, target},
+                          "same-process",
+                          "finds the same process as " + other->second + " (" +
+                              std::to_string(pid) +
+                              "): both are applied to it, one after the other"});
+    }
+  }
+}
+
+// What stands at a path that gives no contents, though it is there and may be read.
+std::string whyNoFile(const std::string& path) {
+  std::error_code unknown;
+  const std::filesystem::file_status status = std::filesystem::status(path, unknown);
+  if (std::filesystem::is_directory(status)) return "is a directory";
+  return std::filesystem::is_regular_file(status) ? "is larger than 512 kB" : "is no regular file";
+}
+
+struct Contents {
+  Dictionary preferences;
+  PropertyListSize size;
+};
+
+// What keeps the file from being read as preferences at all; nothing, and the contents, when
+// nothing does.
+std::optional<std::string> readAt(const std::string& path, bool is_the_daemons,
+                                  Contents& contents) {
+  errno = 0;
+  const std::optional<std::string> bytes = readFile(path, kPropertyListBound.file_bytes);
+  if (!bytes) {
+    if (errno == ENOENT && !is_the_daemons) failCouldNot(path + ": there is no such file");
+    if (errno == ENOENT) {
+      return "is missing: the daemon is switched off, and writes its default "
+             "preset when it is started";
+    }
+    if (errno == ELOOP) return "is a link to itself; the daemon reads it as empty";
+    if (errno != 0) failCouldNot(path + ": " + reasonOf(errno));
+    return whyNoFile(path) + "; the daemon reads it as empty";
+  }
+  if (bytes->empty()) return "is empty: the daemon is switched off";
+  const std::optional<PropertyListSize> size = measurePropertyList(*bytes);
+  if (!size) return "is damaged, or neither XML in UTF-8 nor binary; the daemon reads it as empty";
+  if (size->levels > kPropertyListBound.levels) {
+    return "nests deeper than 128 levels; the daemon reads it as empty";
+  }
+  if (!size->isWithin(kPropertyListBound)) {
+    return "would take more memory than the daemon gives it; the daemon reads it as empty";
+  }
+  std::optional<Value> root = propertyListIn(*bytes);
+  if (!root) return "is no property list; the daemon reads it as empty";
+  auto* dictionary = root->as<Dictionary>();
+  if (dictionary == nullptr) {
+    return std::string("holds ") + kindText(*root) +
+           " and no dictionary; the daemon reads it as empty";
+  }
+  contents = {.preferences = std::move(*dictionary), .size = *size};
+  return std::nullopt;
+}
+
+}  // namespace
+
+CheckedFile checkFile(const std::optional<std::string>& file, bool looks_at_processes) {
+  CheckedFile checked{
+      .path = file ? *file : daemonFile(kPreferencesFileName), .findings = {}, .size = {}};
+  Contents contents;
+  if (const std::optional<std::string> obstacle = readAt(checked.path, !file, contents)) {
+    checked.findings.push_back({{}, "unreadable", *obstacle});
+    return checked;
+  }
+  checked.size = contents.size;
+  checkTopLevel(contents.preferences, checked.findings);
+  checkTargets(contents.preferences, checked.findings);
+  if (looks_at_processes) checkProcesses(contents.preferences, checked.findings);
+  return checked;
+}
+
+}  // namespace vorlatch::control

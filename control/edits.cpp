@@ -1,0 +1,165 @@
+#include "control/edits.h"
+
+#include <utility>
+
+#include "base/utf8.h"
+#include "config/default_preset.h"
+#include "config/preferences.h"
+#include "control/failure.h"
+#include "control/nearest.h"
+#include "control/preferences_edit.h"
+#include "control/setting_text.h"
+#include "platform/notifications.h"
+
+namespace vorlatch::control {
+namespace {
+
+using plist::Dictionary;
+using plist::Value;
+
+// The places at which the two differ; a dictionary that is new or gone counts by its entries.
+void collect(const Dictionary& before, const Dictionary& after,
+             const std::vector<std::string>& above, std::vector<Difference>& differences) {
+  static const Dictionary nothing;
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : before) keys.push_back(key);
+  for (const auto& [key, value] : after) {
+    if (!before.contains(key)) keys.push_back(key);
+  }
+  for (const std::string& key : keys) {
+    std::vector<std::string> path = above;
+    path.push_back(key);
+    const Value* old_value = plist::find(before, key);
+    const Value* new_value = plist::find(after, key);
+    const auto* old_entries = old_value != nullptr ? old_value->as<Dictionary>() : nullptr;
+    const auto* new_entries = new_value != nullptr ? new_value->as<Dictionary>() : nullptr;
+    const bool both_by_entries = (old_entries != nullptr || old_value == nullptr) &&
+                                 (new_entries != nullptr || new_value == nullptr);
+    const std::size_t count = differences.size();
+    if (both_by_entries) {
+      collect(old_entries != nullptr ? *old_entries : nothing,
+              new_entries != nullptr ? *new_entries : nothing, path, differences);
+    }
+    const bool came_or_went = (old_value == nullptr) != (new_value == nullptr);
+    const bool changed =
+        old_value != nullptr && new_value != nullptr && !isIdentical(*old_value, *new_value);
+    if ((both_by_entries && came_or_went && differences.size() == count) ||
+        (!both_by_entries && (came_or_went || changed))) {
+      differences.push_back({std::move(path), old_value, new_value});
+    }
+  }
+}
+
+// The dictionary under the key, made when there is none; a Failure when something else stands
+// there.
+Dictionary& dictionaryUnder(Dictionary& parent, const std::string& key) {
+  auto entry = parent.find(key);
+  if (entry == parent.end()) entry = parent.emplace(key, Dictionary{}).first;
+  auto* dictionary = entry->second.as<Dictionary>();
+  if (dictionary == nullptr) {
+    failCouldNot(key + " is " + kindText(entry->second) +
+                 " and no dictionary; vorlatchctl check says more, and nothing is changed");
+  }
+  return *dictionary;
+}
+
+Dictionary& targetsOf(Dictionary& preferences) {
+  return dictionaryUnder(preferences, keys::kAppConfigs);
+}
+
+std::vector<std::string> keysOf(const Dictionary& dictionary) {
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : dictionary) keys.push_back(key);
+  return keys;
+}
+
+const SettingKey& rowOf(std::string_view key) {
+  const SettingKey* row = findSettingKey(key);
+  if (row == nullptr) {
+    failWrongUsage("there is no key " + std::string(key) + suggestion(key, settingKeyNames()));
+  }
+  return *row;
+}
+
+}  // namespace
+
+void failUnknownTarget(const std::vector<std::string>& known, const std::string& target) {
+  failWrongUsage("no target " + target + " is configured" + suggestion(target, known));
+}
+
+Change setSettings(const std::string& target, const std::vector<std::string>& assignments) {
+  if (target.empty() || !isValidUtf8(target) || target.find('\0') != target.npos) {
+    failWrongUsage("a target is a bundle identifier or a process name");
+  }
+  Dictionary settings;
+  for (const std::string& assignment : assignments) {
+    const std::size_t equals = assignment.find('=');
+    if (equals == assignment.npos || equals == 0) {
+      failWrongUsage("\"" + assignment + "\" is not KEY=VALUE");
+    }
+    const SettingKey& row = rowOf(assignment.substr(0, equals));
+    settings.insert_or_assign(row.key, parseSetting(row, assignment.substr(equals + 1)));
+  }
+  return [target, settings = std::move(settings)](Dictionary& preferences) {
+    Dictionary& stored = dictionaryUnder(targetsOf(preferences), target);
+    for (const auto& [key, value] : settings) {
+      const Value* old_value = plist::find(stored, key);
+      if (old_value == nullptr || !isIdentical(*old_value, value)) {
+        stored.insert_or_assign(key, value);
+      }
+    }
+  };
+}
+
+Change unsetSettings(const std::string& target, const std::vector<std::string>& keys) {
+  return [target, keys](Dictionary& preferences) {
+    Dictionary& targets = targetsOf(preferences);
+    if (!targets.contains(target)) failUnknownTarget(keysOf(targets), target);
+    Dictionary& settings = dictionaryUnder(targets, target);
+    for (const std::string& key : keys) {
+      // A key that only this file knows may be taken out as well.
+      if (settings.erase(key) == 0) rowOf(key);
+    }
+  };
+}
+
+Change removeTargets(const std::vector<std::string>& removed) {
+  return [removed](Dictionary& preferences) {
+    Dictionary& targets = targetsOf(preferences);
+    for (const std::string& target : removed) {
+      if (!targets.contains(target)) failUnknownTarget(keysOf(targets), target);
+    }
+    for (const std::string& target : removed) targets.erase(target);
+  };
+}
+
+Change switchDaemon(bool on) {
+  return [on](Dictionary& preferences) { preferences.insert_or_assign(keys::kEnabled, on); };
+}
+
+Change addPreset(bool replaces_targets) {
+  return [replaces_targets](Dictionary& preferences) {
+    Dictionary& targets = targetsOf(preferences);
+    for (const auto& [key, settings] : appConfigs(defaultPreset())) {
+      if (replaces_targets) {
+        targets.insert_or_assign(key, settings);
+      } else {
+        targets.try_emplace(key, settings);
+      }
+    }
+  };
+}
+
+std::vector<Difference> differencesBetween(const Dictionary& before, const Dictionary& after) {
+  std::vector<Difference> differences;
+  collect(before, after, {}, differences);
+  return differences;
+}
+
+void postApply() {
+  if (!platform::postNotification(kApplyNotificationName)) {
+    failCouldNot("the notification could not be posted; what was to be written is written");
+  }
+}
+
+}  // namespace vorlatch::control

@@ -1,0 +1,16 @@
+#include "control/failure.h"
+
+#include <cerrno>
+#include <system_error>
+
+namespace vorlatch::control {
+
+std::string reasonOf(int error) {
+  std::string reason = std::generic_category().message(error);
+  if (error == EACCES || error == EPERM) reason += "; run it as root";
+  if (error == ENOSPC) reason += "; make room on the disk";
+  if (error == ENOENT) reason += "; is the package installed, and has the daemon been started?";
+  return reason;
+}
+
+}  // namespace vorlatch::control

@@ -1,0 +1,60 @@
+#include "control/plan.h"
+
+#include "control/setting_views.h"
+
+namespace vorlatch::control {
+namespace {
+
+std::string reasonFor(const TargetView& target) {
+  if (target.pid == 0) return "does not run: nothing now, watched for";
+  std::string reason = "runs as " + std::to_string(target.pid);
+  if (target.process != nullptr) {
+    reason += isNamedBy(*target.process, target.key) ? ", found by its name"
+                                                     : ", found by its bundle identifier";
+  }
+  return reason;
+}
+
+std::string afterwards(const TargetView& target) {
+  return target.wanted.check_interval_s > 0
+             ? "then again every " + std::to_string(target.wanted.check_interval_s) +
+                   " s by its own timer"
+             : "then again every 1800 s by the patrol";
+}
+
+PlannedTarget planFor(const Observation& observation, const std::string& key,
+                      const TargetSettings& settings) {
+  TargetView target = viewOf(observation, key, settings);
+  // A freshly started daemon has written nothing, so the process that its first pass finds counts.
+  const std::int32_t pid = observation.pidForPass(key);
+  const bool is_held = target.written != nullptr && pid != 0 && target.written->pid == pid;
+  if (target.pid != pid) {
+    target.pid = pid;
+    target.process = observation.process(pid);
+    target.state = observeProcess(pid);
+  }
+  return {.key = key,
+          .pid = pid,
+          .reason = reasonFor(target),
+          .steps = pid != 0 ? plannedSteps(target, observation.highestBand())
+                            : std::vector<std::string>{},
+          .afterwards = afterwards(target),
+          .is_held = is_held};
+}
+
+}  // namespace
+
+const char* const kUnknownToPlan =
+    "What the kernel will accept, and what the running daemon remembers of settings that it "
+    "applied before, cannot be known from here: the running daemon passes over a target whose "
+    "settings and process have not changed since.";
+
+std::vector<PlannedTarget> planOf(const Observation& observation) {
+  std::vector<PlannedTarget> plan;
+  for (const auto& [key, target] : observation.targets) {
+    plan.push_back(planFor(observation, key, target.settings));
+  }
+  return plan;
+}
+
+}  // namespace vorlatch::control

@@ -1,0 +1,180 @@
+#include "control/setting_text.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+
+#include "base/display_text.h"
+#include "base/utf8.h"
+#include "control/failure.h"
+#include "control/nearest.h"
+#include "kernel/jetsam_band.h"
+#include "platform/jetsam_bands.h"
+
+namespace vorlatch::control {
+namespace {
+
+bool isBand(const SettingKey& row) {
+  return std::string_view(row.key) == keys::kJetsamPriority;
+}
+
+bool isInRange(const SettingKey& row, std::int64_t number) {
+  return (number >= row.lowest && number <= row.highest) ||
+         (isBand(row) && number == kBandNeverAdapted);
+}
+
+std::string rangeText(const SettingKey& row) {
+  return std::to_string(row.lowest) + " to " + std::to_string(row.highest) +
+         (isBand(row) ? ", or a band's name (see vorlatchctl bands)" : "");
+}
+
+// The number that stands for the name in the preferences: that of iOS 16, which the daemon adapts
+// to older kernels. Empty for an unknown name and for a reserved band.
+std::optional<std::int64_t> bandNumber(std::string_view name) {
+  for (const platform::JetsamBand& band : platform::kJetsamBands) {
+    if (band.name == name && !band.is_reserved) return band.since_ios16;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::int64_t> wholeNumber(std::string_view text) {
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+plist::Value parseInteger(const SettingKey& row, std::string_view text) {
+  std::optional<std::int64_t> number = wholeNumber(text);
+  if (!number && isBand(row)) number = bandNumber(text);
+  if (number && isInRange(row, *number)) return *number;
+  std::string message =
+      std::string(row.key) + " takes " + rangeText(row) + ", not \"" + visible(text) + "\"";
+  if (isBand(row) && !number) {
+    message += suggestion(text, bandNames());
+  }
+  failWrongUsage(message);
+}
+
+plist::Value parseBoolean(const SettingKey& row, std::string_view text) {
+  constexpr std::array<std::string_view, 4> kYes = {"true", "yes", "on", "1"};
+  constexpr std::array<std::string_view, 4> kNo = {"false", "no", "off", "0"};
+  if (std::find(kYes.begin(), kYes.end(), text) != kYes.end()) return true;
+  if (std::find(kNo.begin(), kNo.end(), text) != kNo.end()) return false;
+  failWrongUsage(std::string(row.key) + " takes true or false, not \"" + visible(text) + "\"");
+}
+
+// What becomes of an integer that the daemon has read, in words; nothing when it takes it as it is.
+std::string consequenceOf(const SettingKey& row, std::int32_t number) {
+  if (isInRange(row, number)) return {};
+  if (row.outside != nullptr) return row.outside;
+  if (row.is_clamped) {
+    return "the daemon makes it " + std::to_string(std::clamp(number, row.lowest, row.highest));
+  }
+  const std::optional<std::int32_t> adapted = adaptedBand(number);
+  if (!adapted) return "no kernel has this band, and it is refused";
+  return "no kernel has this band; refused, the daemon tries " + std::to_string(*adapted);
+}
+
+std::optional<Fault> integerFaultOf(const SettingKey& row, const plist::Value& value) {
+  const std::int32_t number = plist::int32Value(value);
+  const bool is_integer =
+      value.as<std::int64_t>() != nullptr || value.as<std::uint64_t>() != nullptr;
+  std::string consequence = consequenceOf(row, number);
+  if (!is_integer) {
+    std::string message = std::string("is ") + kindText(value) + " (" + settingText(value) +
+                          ") and not an integer; the daemon reads it as " + std::to_string(number);
+    if (!consequence.empty()) message += ", and " + consequence;
+    return Fault{"wrong-type", message};
+  }
+  if (consequence.empty() && !isInRange(row, plist::int64Value(value))) {
+    consequence = "the daemon makes it " + std::to_string(number);
+  }
+  if (consequence.empty()) return std::nullopt;
+  return Fault{"out-of-range", "is " + settingText(value) + ", outside " +
+                                   std::to_string(row.lowest) + " to " +
+                                   std::to_string(row.highest) + "; " + consequence};
+}
+
+struct KindText {
+  const char* operator()(bool) const { return "a truth value"; }
+  const char* operator()(std::int64_t) const { return "an integer"; }
+  const char* operator()(std::uint64_t) const { return "an integer"; }
+  const char* operator()(double) const { return "a real number"; }
+  const char* operator()(const std::string&) const { return "a text"; }
+  const char* operator()(const plist::Date&) const { return "a date"; }
+  const char* operator()(const plist::Data&) const { return "data"; }
+  const char* operator()(const plist::Array&) const { return "a list"; }
+  const char* operator()(const plist::Dictionary&) const { return "a dictionary"; }
+};
+
+struct SettingText {
+  std::string operator()(bool value) const { return value ? "true" : "false"; }
+  std::string operator()(std::int64_t value) const { return std::to_string(value); }
+  std::string operator()(std::uint64_t value) const { return std::to_string(value); }
+  std::string operator()(double value) const {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.15g", value);
+    return text.data();
+  }
+  std::string operator()(const std::string& value) const { return value; }
+  std::string operator()(const plist::Date&) const { return "date"; }
+  std::string operator()(const plist::Data& value) const {
+    return std::to_string(value.bytes.size()) + " bytes";
+  }
+  std::string operator()(const plist::Array& value) const {
+    return std::to_string(value.size()) + " items";
+  }
+  std::string operator()(const plist::Dictionary& value) const {
+    return std::to_string(value.size()) + " entries";
+  }
+};
+
+}  // namespace
+
+std::vector<std::string> settingKeyNames() {
+  std::vector<std::string> names;
+  names.reserve(kSettingKeys.size());
+  for (const SettingKey& row : kSettingKeys) names.emplace_back(row.key);
+  return names;
+}
+
+std::vector<std::string> bandNames() {
+  std::vector<std::string> names;
+  for (const platform::JetsamBand& band : platform::kJetsamBands) {
+    if (!band.is_reserved) names.emplace_back(band.name);
+  }
+  return names;
+}
+
+plist::Value parseSetting(const SettingKey& row, std::string_view text) {
+  if (row.kind == SettingKey::Kind::Integer) return parseInteger(row, text);
+  if (row.kind == SettingKey::Kind::Boolean) return parseBoolean(row, text);
+  if (!isValidUtf8(text)) failWrongUsage(std::string(row.key) + " takes UTF-8 text");
+  return std::string(text);
+}
+
+std::string settingText(const plist::Value& value) {
+  return std::visit(SettingText{}, value.storage());
+}
+
+const char* kindText(const plist::Value& value) {
+  return std::visit(KindText{}, value.storage());
+}
+
+std::optional<Fault> faultOf(const SettingKey& row, const plist::Value& value) {
+  if (row.kind == SettingKey::Kind::Integer) return integerFaultOf(row, value);
+  if (row.kind == SettingKey::Kind::Boolean) return booleanFaultOf(value);
+  if (value.as<std::string>() != nullptr) return std::nullopt;
+  return Fault{"wrong-type", std::string("is ") + kindText(value) + " and not a text"};
+}
+
+std::optional<Fault> booleanFaultOf(const plist::Value& value) {
+  if (value.as<bool>() != nullptr) return std::nullopt;
+  return Fault{"wrong-type", std::string("is ") + kindText(value) + " (" + settingText(value) +
+                                 ") and no truth value; the daemon reads it as " +
+                                 (plist::truthValue(value) ? "true" : "false")};
+}
+
+}  // namespace vorlatch::control

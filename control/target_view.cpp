@@ -1,0 +1,67 @@
+#include "control/target_view.h"
+
+#include <array>
+
+#include "platform/jetsam_bands.h"
+
+namespace vorlatch::control {
+namespace {
+
+bool isWanted(const TargetSettings& wanted, std::int32_t nice_value,
+              std::optional<std::int32_t> band, std::int32_t highest_band) {
+  return nice_value == wanted.nice_value && band && jetsamBandHolds(wanted, *band, highest_band);
+}
+
+Verdict judgeApplied(const Observation& observation, const TargetView& target) {
+  // For a user to whom the kernel shows no list, every adapted band counts as held.
+  const std::int32_t highest = observation.highestBand().value_or(platform::kHighestBandToIOS15);
+  const StatusEntry& written = *target.written;
+  const bool holds_now =
+      isWanted(target.wanted, target.state.nice_value.value_or(written.nice_value),
+               target.band ? target.band : written.band, highest);
+  const bool limits_hold =
+      !target.state.memory_limits || memoryLimitsHold(target.wanted, *target.state.memory_limits);
+  if (holds_now && limits_hold) return Verdict::Held;
+  // The daemon saw the wanted values in place, so something other than an edit changed them since.
+  const bool held_once = isWanted(target.wanted, written.nice_value, written.band, highest);
+  if (held_once && !holds_now) return Verdict::Overridden;
+  return observation.preferences_are_newer_than_status ? Verdict::NotAppliedYet
+                                                       : Verdict::Overridden;
+}
+
+Verdict judge(const Observation& observation, const TargetView& target) {
+  if (!observation.isSwitchedOn()) return Verdict::SwitchedOff;
+  if (target.pid == 0) {
+    return target.written == nullptr ? Verdict::NotRunning : Verdict::StaleStatus;
+  }
+  if (target.written == nullptr) return Verdict::NotAppliedYet;
+  if (target.written->pid != target.pid || observation.daemon_pids.empty()) {
+    return Verdict::StaleStatus;
+  }
+  return judgeApplied(observation, target);
+}
+
+}  // namespace
+
+TargetView viewOf(const Observation& observation, const std::string& key,
+                  const TargetSettings& wanted) {
+  TargetView target{.key = key, .wanted = wanted, .band = {}, .state = {}};
+  target.pid = observation.pidOf(key, wanted);
+  target.process = observation.process(target.pid);
+  target.written = observation.statusEntry(key);
+  if (target.pid != 0) {
+    target.band = observation.band(target.pid);
+    target.state = observeProcess(target.pid);
+  }
+  target.verdict = judge(observation, target);
+  return target;
+}
+
+const char* verdictText(Verdict verdict) {
+  static constexpr std::array<const char*, 6> kTexts = {"held",         "overridden by the system",
+                                                        "not running",  "not applied yet",
+                                                        "stale status", "switched off"};
+  return kTexts.at(static_cast<std::size_t>(verdict));
+}
+
+}  // namespace vorlatch::control
