@@ -14,6 +14,9 @@ build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libbenchmark-dev l
   libcli11-dev nlohmann-json3-dev lowdown util-linux)
 # shellcheck disable=SC2034
 clang_packages=(clang libclang-rt-14-dev llvm)
+# What the tests of the optimised build run.
+# shellcheck disable=SC2034
+test_packages=(procps python3 shellcheck zsh)
 
 say() { printf '%s\n' "$*"; }
 

@@ -32,12 +32,12 @@ exec /bin/cp "$@"
 
 
 class Fuzz(ScriptCopy):
-    script, preset = "fuzz", "fuzz"
+    script, preset = "fuzz", "asan"
 
     def setUp(self):
         super().setUp()
-        self.put("build/fuzz/fuzz/sample_fuzzer", FUZZER)
-        self.put("build/fuzz/fuzz/status", "0")
+        self.put("build/asan/fuzz/sample_fuzzer", FUZZER)
+        self.put("build/asan/fuzz/status", "0")
         self.put("fuzz/corpus/sample/named.xml", "named")
         self.put(f"fuzz/corpus/sample/{HASH[::-1]}", "old")
 
@@ -55,7 +55,7 @@ class Fuzz(ScriptCopy):
         self.assertEqual(self.files("build/fuzz/found"), {f"sample/{HASH}": "new\n"})
 
     def test_what_a_run_reached_before_a_finding_is_kept(self):
-        self.put("build/fuzz/fuzz/status", "77")
+        self.put("build/asan/fuzz/status", "77")
         status, out, _ = self.said_by()
         self.assertEqual((status, out), (1, []))
         self.assertEqual(self.files("build/fuzz/found"), {f"sample/{HASH}": "new\n"})
