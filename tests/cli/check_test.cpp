@@ -1,7 +1,10 @@
-// What check finds in preferences that can be read: every kind of finding, in both forms, in the
-// exact words.
+// vorlatchctl check: every kind of finding, in both forms, in the exact words; files that cannot be
+// read as preferences; and a file that it is given.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -13,320 +16,322 @@
 namespace vorlatch::tests {
 namespace {
 
-using plist::Array;
 using plist::Data;
 using plist::Date;
-using plist::Dictionary;
-using plist::Value;
 
-struct Finding {
-  Lines path;
-  std::string kind;
-  std::string message;
-};
-
-constexpr const char* kBoundJson =
-    R"("bound": {
-    "file_bytes": 524288,
-    "memory_bytes": 2150000,
-    "levels": 128
-  })";
-
-PropertyListSize sizeOf(const std::string& file) {
-  return measurePropertyList(readAll(file)).value();
+// What is in front of the separator, which goes with it.
+std::string takeUpTo(const std::string& separator, std::string& text) {
+  const std::size_t end = std::min(text.find(separator), text.size());
+  const std::string part = text.substr(0, end);
+  text.erase(0, end + separator.size());
+  return part;
 }
 
-// The last line of the text. Of files as small as these, each share is above 0.
-std::string sizeText(const std::string& file) {
-  const PropertyListSize size = sizeOf(file);
-  return file + ": takes " + std::to_string(size.memory_bytes / 21'500 + 1) +
-         " % of the memory that the daemon gives it, 1 % of the bytes, " +
-         std::to_string(size.levels) + " of 128 levels\n";
+std::string checkJson(const std::string& file, const std::string& findings,
+                      const std::string& size) {
+  return pretty(R"({"file": ")" + file + R"(", "findings": [)" + findings + R"(], "size": )" +
+                size +
+                R"(, "bound": {"file_bytes": 524288, "memory_bytes": 2150000, "levels": 128}})");
 }
 
-std::string sizeJson(const std::string& file) {
-  const PropertyListSize size = sizeOf(file);
-  return "\"size\": {\n    \"file_bytes\": " + std::to_string(size.file_bytes) +
-         ",\n    \"memory_bytes\": " + std::to_string(size.memory_bytes) +
-         ",\n    \"levels\": " + std::to_string(size.levels) + "\n  },\n  " + kBoundJson;
-}
-
-std::string textOf(const std::string& file, const std::vector<Finding>& findings) {
-  std::string text = findings.empty() ? file + ": all in order\n" : "";
-  for (const Finding& each : findings) {
-    std::string where;
-    for (const std::string& key : each.path) where += (where.empty() ? "" : " / ") + key;
-    text += where + ": " + each.message + "\n";
+// Both forms of the answer. Of each finding there is a line: its kind, the place, and the message.
+void expectFindings(ControlStory& story, const std::string& line, std::string findings) {
+  const PropertyListSize size = measurePropertyList(readAll(story.preferencesFile())).value();
+  const std::string end = findings.empty() ? "" : "exit 1\n";
+  std::string text = findings.empty() ? "{preferences}: all in order\n" : "";
+  std::string json;
+  while (!findings.empty()) {
+    const std::string kind = takeUpTo(" | ", findings);
+    std::string place = takeUpTo(" | ", findings);
+    const std::string message = takeUpTo("\n", findings);
+    text += place + ": " + message + "\n";
+    std::string path;
+    while (!place.empty()) path += (path.empty() ? "\"" : ",\"") + takeUpTo(" / ", place) + "\"";
+    json += (json.empty() ? "" : ",") + ("{\"path\":[" + path + "],\"kind\":\"" + kind) +
+            "\",\"message\":\"" + message + "\"}";
   }
-  return text + sizeText(file);
-}
-
-std::string jsonOf(const std::string& file, const std::vector<Finding>& findings) {
-  std::string items;
-  for (const Finding& each : findings) {
-    std::string keys;
-    for (const std::string& key : each.path) {
-      keys += (keys.empty() ? "\n" : ",\n") + std::string(8, ' ') + "\"" + key + "\"";
-    }
-    items += (items.empty() ? "\n" : ",\n");
-    items += "    {\n      \"path\": [" + keys + "\n      ],\n";
-    items += "      \"kind\": \"" + each.kind + "\",\n";
-    items += "      \"message\": \"" + each.message + "\"\n    }";
-  }
-  return "{\n  \"file\": \"" + file + "\",\n  \"findings\": [" +
-         (items.empty() ? "" : items + "\n  ") + "],\n  " + sizeJson(file) + "\n}\n";
-}
-
-// Both forms of the answer.
-void expectFindings(ControlStory& story, const std::vector<std::string>& options,
-                    const std::vector<Finding>& findings) {
-  const int status = findings.empty() ? 0 : 1;
-  std::vector<std::string> arguments{"check"};
-  arguments.insert(arguments.end(), options.begin(), options.end());
-  EXPECT_EQ(story.run(arguments), (Output{status, textOf(story.preferencesFile(), findings), ""}));
-  arguments.emplace_back("--json");
-  EXPECT_EQ(story.run(arguments), (Output{status, jsonOf(story.preferencesFile(), findings), ""}));
-}
-
-// One finding or none in preferences that are otherwise in order.
-void expectOfPreferences(const Dictionary& preferences, const std::vector<Finding>& findings) {
-  ControlStory story;
-  story.writePreferences(preferences);
-  expectFindings(story, {"--no-processes"}, findings);
-}
-
-// The one finding about a value of a target's key; an empty message is none.
-struct SettingCase {
-  std::string key;
-  Value value;
-  std::string kind;
-  std::string message;
-};
-
-void expectOfSettings(const std::vector<SettingCase>& cases) {
-  ControlStory story;
-  for (const SettingCase& each : cases) {
-    SCOPED_TRACE(each.key + ": " + each.message);
-    story.writeTargets({{"alpha", Dictionary{{each.key, each.value}}}});
-    const std::vector<Finding> one{{{"AppConfigs", "alpha", each.key}, each.kind, each.message}};
-    expectFindings(story, {"--no-processes"}, each.message.empty() ? std::vector<Finding>{} : one);
-  }
+  // Of files as small as these, each share is above 0.
+  EXPECT_EQ(story.answer(line),
+            text + "{preferences}: takes " + std::to_string(size.memory_bytes / 21'500 + 1) +
+                " % of the memory that the daemon gives it, 1 % of the bytes, " +
+                std::to_string(size.levels) + " of 128 levels\n" + end);
+  EXPECT_EQ(story.answer(line + " --json"),
+            checkJson("{preferences}", json,
+                      R"({"file_bytes": )" + std::to_string(size.file_bytes) +
+                          R"(, "memory_bytes": )" + std::to_string(size.memory_bytes) +
+                          R"(, "levels": )" + std::to_string(size.levels) + "}") +
+                end);
 }
 
 TEST(Check, FindsNothingInThePreset) {
   ControlStory story;
   story.writePreferences(defaultPreset());
-  expectFindings(story, {"--no-processes"}, {});
+  expectFindings(story, "check --no-processes", "");
   for (const char* name : {"SpringBoard", "backboardd", "com.tencent.xin", "dasd", "kbd",
                            "runningboardd", "sharingd"}) {
     story.device.launch({.name = name});
   }
-  expectFindings(story, {}, {});
+  expectFindings(story, "check", "");
 }
 
-TEST(Check, FindsNothingInValuesAtTheEndsOfTheirRanges) {
-  expectOfSettings({{"NiceValue", -20, "", ""},
-                    {"NiceValue", 20, "", ""},
-                    {"JetsamPriority", -1, "", ""},
-                    {"JetsamPriority", 210, "", ""},
-                    {"JetsamPriority", 999, "", ""},
-                    {"MemLimitActive", -1, "", ""},
-                    {"MemLimitInactive", INT32_MAX, "", ""},
-                    {"CheckInterval", 0, "", ""},
-                    {"CheckInterval", INT32_MAX, "", ""},
-                    {"StripManaged", false, "", ""},
-                    {"Remark", "", "", ""}});
-}
-
-TEST(Check, FindsNumbersOutOfRange) {
-  const std::string kind = "out-of-range";
-  expectOfSettings({
-      {"NiceValue", 21, kind, "is 21, outside -20 to 20; the daemon makes it 20"},
-      {"NiceValue", INT64_MIN, kind,
-       "is -9223372036854775808, outside -20 to 20; the daemon makes it -20"},
-      {"CheckInterval", -1, kind, "is -1, outside 0 to 2147483647; it counts as none"},
-      {"CheckInterval", std::int64_t{1} << 40, kind,
-       "is 1099511627776, outside 0 to 2147483647; the daemon makes it 2147483647"},
-      {"MemLimitActive", -2, kind,
-       "is -2, outside -1 to 2147483647; the kernel takes it for the system's default"},
-      {"MemLimitInactive", INT64_MIN, kind,
-       "is -9223372036854775808, outside -1 to 2147483647; the kernel takes it for the system's "
-       "default"},
-      {"MemLimitActive", UINT64_MAX, kind,
-       "is 18446744073709551615, outside -1 to 2147483647; the daemon makes it 2147483647"},
-      {"JetsamPriority", 211, kind,
-       "is 211, outside -1 to 210; no kernel has this band; refused, the daemon tries 21"},
-      {"JetsamPriority", -2, kind,
-       "is -2, outside -1 to 210; no kernel has this band, and it is refused"},
-  });
-}
-
-TEST(Check, FindsNumbersOfAnotherType) {
-  const std::string kind = "wrong-type";
-  expectOfSettings({
-      {"NiceValue", "-5", kind, "is a text (-5) and not an integer; the daemon reads it as -5"},
-      {"NiceValue", "x", kind, "is a text (x) and not an integer; the daemon reads it as 0"},
-      {"NiceValue", 2.5, kind,
-       "is a real number (2.5) and not an integer; the daemon reads it as 2"},
-      {"NiceValue", true, kind,
-       "is a truth value (true) and not an integer; the daemon reads it as 1"},
-      {"NiceValue", "30", kind,
-       "is a text (30) and not an integer; the daemon reads it as 30, and the daemon makes it 20"},
-      {"CheckInterval", "-5 s", kind,
-       "is a text (-5 s) and not an integer; the daemon reads it as -5, and it counts as none"},
-      {"MemLimitActive", 524288.5, kind,
-       "is a real number (524288.5) and not an integer; the daemon reads it as 524288"},
-      {"MemLimitInactive", Date{1}, kind,
-       "is a date (date) and not an integer; the daemon reads it as 0"},
-      {"MemLimitActive", Data{"abc"}, kind,
-       "is data (3 bytes) and not an integer; the daemon reads it as 0"},
-      {"JetsamPriority", Array{1, 2}, kind,
-       "is a list (2 items) and not an integer; the daemon reads it as 0"},
-      {"JetsamPriority", Dictionary{}, kind,
-       "is a dictionary (0 entries) and not an integer; the daemon reads it as 0"},
-      {"JetsamPriority", "home", kind,
-       "is a text (home) and not an integer; the daemon reads it as 0"},
-  });
-}
-
-TEST(Check, FindsTruthValuesAndRemarksOfAnotherType) {
-  const std::string kind = "wrong-type";
-  expectOfSettings({
-      {"StripManaged", 1, kind,
-       "is an integer (1) and no truth value; the daemon reads it as true"},
-      {"StripManaged", "no", kind,
-       "is a text (no) and no truth value; the daemon reads it as false"},
-      {"StripManaged", Array{true}, kind,
-       "is a list (1 items) and no truth value; the daemon reads it as false"},
-      {"Remark", 7, kind, "is an integer and not a text"},
-      {"Remark", Dictionary{}, kind, "is a dictionary and not a text"},
-  });
-}
-
-TEST(Check, FindsUnknownKeysOfATarget) {
-  const std::string kind = "unknown-key";
-  expectOfSettings({
-      {"NiceValu", 1, kind, "is unknown to the daemon; did you mean NiceValue?"},
-      {"remark", "x", kind, "is unknown to the daemon; did you mean Remark?"},
-      {"Own", Dictionary{}, kind, "is unknown to the daemon"},
-  });
-}
-
-TEST(Check, FindsWhatIsMissingAtTheTop) {
-  expectOfPreferences({}, {{{"Enabled"}, "missing", "is missing: the daemon is switched off"},
-                           {{"AppConfigs"}, "missing", "is missing: there are no targets"}});
-}
-
-TEST(Check, FindsWhatIsUnknownAtTheTop) {
-  expectOfPreferences(
-      {{"Enabled", true},
-       {"AppConfigs", Dictionary{}},
-       {"enable", 1},
-       {"AppConfig", 1},
-       {"Zzz", 1}},
-      {{{"AppConfig"}, "unknown-key", "is unknown to the daemon; did you mean AppConfigs?"},
-       {{"Zzz"}, "unknown-key", "is unknown to the daemon"},
-       {{"enable"}, "unknown-key", "is unknown to the daemon; did you mean Enabled?"}});
-}
-
-TEST(Check, FindsWrongTypesAtTheTop) {
-  expectOfPreferences(
-      {{"Enabled", "yes"}, {"AppConfigs", Array{}}, {"LogSizeLimit", 2097152.5}},
-      {{{"Enabled"},
-        "wrong-type",
-        "is a text (yes) and no truth value; the daemon reads it as true"},
-       {{"LogSizeLimit"},
-        "wrong-type",
-        "is a real number (2097152.5) and not an integer; the daemon reads it as 2097152"},
-       {{"AppConfigs"},
-        "wrong-type",
-        "is a list and not a dictionary; the daemon reads it as missing"}});
-}
-
-TEST(Check, TakesEveryIntegerForTheLogsLimit) {
+TEST(Check, FindsNothingAtTheEndsOfRanges) {
   ControlStory story;
-  for (const Value& limit : {Value(0), Value(-1), Value(INT64_MIN), Value(UINT64_MAX)}) {
-    story.writePreferences(
-        {{"Enabled", false}, {"AppConfigs", Dictionary{}}, {"LogSizeLimit", limit}});
-    expectFindings(story, {"--no-processes"}, {});
+  const Dictionary targets = dictionary(R"({
+    "lowest": {"NiceValue": -20, "JetsamPriority": -1, "MemLimitActive": -1, "CheckInterval": 0,
+               "StripManaged": false, "Remark": ""},
+    "highest": {"NiceValue": 20, "JetsamPriority": 210, "MemLimitInactive": 2147483647,
+                "CheckInterval": 2147483647},
+    "beyond": {"JetsamPriority": 999}})");
+  for (const plist::Value& limit : Array{0, -1, INT64_MIN, UINT64_MAX}) {
+    story.writePreferences({{"Enabled", false}, {"AppConfigs", targets}, {"LogSizeLimit", limit}});
+    expectFindings(story, "check --no-processes", "");
   }
 }
 
-TEST(Check, FindsTargetsThatAreNoDictionaries) {
-  expectOfPreferences(
-      {{"Enabled", true}, {"AppConfigs", Dictionary{{"alpha", 7}, {"微信", Data{"x"}}}}},
-      {{{"AppConfigs", "alpha"},
-        "wrong-type",
-        "is an integer and not a dictionary; the daemon passes it over"},
-       {{"AppConfigs", "微信"},
-        "wrong-type",
-        "is data and not a dictionary; the daemon passes it over"}});
+TEST(Check, FindsNumbersOutOfRange) {
+  ControlStory story;
+  story.writeTargets(dictionary(R"({
+    "high": {"NiceValue": 21, "CheckInterval": 1099511627776, "JetsamPriority": 211,
+             "MemLimitActive": 18446744073709551615},
+    "low": {"NiceValue": -9223372036854775808, "CheckInterval": -1, "JetsamPriority": -2,
+            "MemLimitActive": -2, "MemLimitInactive": -9223372036854775808}})"));
+  expectFindings(
+      story, "check --no-processes",
+      R"(out-of-range | AppConfigs / high / CheckInterval | is 1099511627776, outside 0 to 2147483647; the daemon makes it 2147483647
+out-of-range | AppConfigs / high / JetsamPriority | is 211, outside -1 to 210; no kernel has this band; refused, the daemon tries 21
+out-of-range | AppConfigs / high / MemLimitActive | is 18446744073709551615, outside -1 to 2147483647; the daemon makes it 2147483647
+out-of-range | AppConfigs / high / NiceValue | is 21, outside -20 to 20; the daemon makes it 20
+out-of-range | AppConfigs / low / CheckInterval | is -1, outside 0 to 2147483647; it counts as none
+out-of-range | AppConfigs / low / JetsamPriority | is -2, outside -1 to 210; no kernel has this band, and it is refused
+out-of-range | AppConfigs / low / MemLimitActive | is -2, outside -1 to 2147483647; the kernel takes it for the system's default
+out-of-range | AppConfigs / low / MemLimitInactive | is -9223372036854775808, outside -1 to 2147483647; the kernel takes it for the system's default
+out-of-range | AppConfigs / low / NiceValue | is -9223372036854775808, outside -20 to 20; the daemon makes it -20
+)");
 }
 
+TEST(Check, FindsValuesOfAnotherType) {
+  ControlStory story;
+  Dictionary targets = dictionary(R"({
+    "a": {"NiceValue": "-5", "CheckInterval": "-5 s", "MemLimitActive": 524288.5,
+          "JetsamPriority": [1, 2], "StripManaged": 1, "Remark": 7},
+    "b": {"NiceValue": "x", "JetsamPriority": {}, "StripManaged": "no", "Remark": {}},
+    "c": {"NiceValue": 2.5, "JetsamPriority": "home", "StripManaged": [true]},
+    "d": {"NiceValue": true},
+    "e": {"NiceValue": "30"}})");
+  targets.emplace("f", Dictionary{{"MemLimitInactive", Date{1}}, {"MemLimitActive", Data{"abc"}}});
+  story.writeTargets(targets);
+  expectFindings(
+      story, "check --no-processes",
+      R"(wrong-type | AppConfigs / a / CheckInterval | is a text (-5 s) and not an integer; the daemon reads it as -5, and it counts as none
+wrong-type | AppConfigs / a / JetsamPriority | is a list (2 items) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / a / MemLimitActive | is a real number (524288.5) and not an integer; the daemon reads it as 524288
+wrong-type | AppConfigs / a / NiceValue | is a text (-5) and not an integer; the daemon reads it as -5
+wrong-type | AppConfigs / a / Remark | is an integer and not a text
+wrong-type | AppConfigs / a / StripManaged | is an integer (1) and no truth value; the daemon reads it as true
+wrong-type | AppConfigs / b / JetsamPriority | is a dictionary (0 entries) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / b / NiceValue | is a text (x) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / b / Remark | is a dictionary and not a text
+wrong-type | AppConfigs / b / StripManaged | is a text (no) and no truth value; the daemon reads it as false
+wrong-type | AppConfigs / c / JetsamPriority | is a text (home) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / c / NiceValue | is a real number (2.5) and not an integer; the daemon reads it as 2
+wrong-type | AppConfigs / c / StripManaged | is a list (1 items) and no truth value; the daemon reads it as false
+wrong-type | AppConfigs / d / NiceValue | is a truth value (true) and not an integer; the daemon reads it as 1
+wrong-type | AppConfigs / e / NiceValue | is a text (30) and not an integer; the daemon reads it as 30, and the daemon makes it 20
+wrong-type | AppConfigs / f / MemLimitActive | is data (3 bytes) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / f / MemLimitInactive | is a date (date) and not an integer; the daemon reads it as 0
+)");
+}
+
+TEST(Check, FindsWhatIsWrongAtTheTop) {
+  ControlStory story;
+  story.writePreferences({});
+  expectFindings(story, "check --no-processes",
+                 R"(missing | Enabled | is missing: the daemon is switched off
+missing | AppConfigs | is missing: there are no targets
+)");
+  story.writePreferences(
+      dictionary(R"({"Enabled": "yes", "AppConfigs": [], "LogSizeLimit": 2097152.5})"));
+  expectFindings(
+      story, "check --no-processes",
+      R"(wrong-type | Enabled | is a text (yes) and no truth value; the daemon reads it as true
+wrong-type | LogSizeLimit | is a real number (2097152.5) and not an integer; the daemon reads it as 2097152
+wrong-type | AppConfigs | is a list and not a dictionary; the daemon reads it as missing
+)");
+}
+
+TEST(Check, FindsUnknownKeysAndWrongTargets) {
+  ControlStory story;
+  Dictionary preferences =
+      dictionary(R"({"Enabled": true, "enable": 1, "AppConfig": 1, "Zzz": 1})");
+  Dictionary targets =
+      dictionary(R"({"alpha": {"NiceValu": 1, "remark": "x"}, "beta": {"Own": {}}, "gamma": 7})");
+  targets.emplace("微信", Data{"x"});
+  preferences.emplace("AppConfigs", targets);
+  story.writePreferences(preferences);
+  expectFindings(story, "check --no-processes",
+                 R"(unknown-key | AppConfig | is unknown to the daemon; did you mean AppConfigs?
+unknown-key | Zzz | is unknown to the daemon
+unknown-key | enable | is unknown to the daemon; did you mean Enabled?
+unknown-key | AppConfigs / alpha / NiceValu | is unknown to the daemon; did you mean NiceValue?
+unknown-key | AppConfigs / alpha / remark | is unknown to the daemon; did you mean Remark?
+unknown-key | AppConfigs / beta / Own | is unknown to the daemon
+wrong-type | AppConfigs / gamma | is an integer and not a dictionary; the daemon passes it over
+wrong-type | AppConfigs / 微信 | is data and not a dictionary; the daemon passes it over
+)");
+}
+
+// It asks for the priority list, and does nothing else.
 TEST(Check, FindsTargetsThatMatchNothing) {
   ControlStory story;
   story.device.launch({.name = "alpha"});
   story.writeTargets({{"Alpha", Dictionary{}}, {"alpha", Dictionary{}}, {"beta", Dictionary{}}});
-  const std::string nothing = "is the name or bundle identifier of no process that runs now";
-  expectFindings(story, {},
-                 {{{"AppConfigs", "Alpha"}, "no-match", nothing},
-                  {{"AppConfigs", "beta"}, "no-match", nothing}});
-  expectFindings(story, {"--no-processes"}, {});
-}
-
-TEST(Check, FindsTwoTargetsOfOneProcess) {
-  ControlStory story;
-  const std::string executable =
-      story.installApp("X.app", Dictionary{{"CFBundleIdentifier", "com.example.x"}});
-  const auto pid = story.device.launch({.name = "Example", .executable_path = executable});
-  story.writeTargets({{"Example", Dictionary{}}, {"com.example.x", Dictionary{}}});
-  expectFindings(story, {},
-                 {{{"AppConfigs", "com.example.x"},
-                   "same-process",
-                   "finds the same process as Example (" + std::to_string(pid) +
-                       "): both are applied to it, one after the other"}});
-}
-
-TEST(Check, ChangesNothing) {
-  ControlStory story;
-  story.writeTargets({{"alpha", Dictionary{{"NiceValue", 99}}}});
   const std::string bytes = readAll(story.preferencesFile());
   story.startAndSettle();
-  EXPECT_EQ(story.run({"check"}).status, 1);
+  expectFindings(
+      story, "check",
+      R"(no-match | AppConfigs / Alpha | is the name or bundle identifier of no process that runs now
+no-match | AppConfigs / beta | is the name or bundle identifier of no process that runs now
+)");
+  expectFindings(story, "check --no-processes", "");
   EXPECT_EQ(readAll(story.preferencesFile()), bytes);
-  // It asks for the priority list, and does nothing else.
-  EXPECT_EQ(story.takeCalls(), (Lines{"memorystatus_control(1, 0, 0, null, 0) = 24",
-                                      "memorystatus_control(1, 0, 0, buffer, 264) = 24"}));
+  const Lines listed{"memorystatus_control(1, 0, 0, null, 0) = 48",
+                     "memorystatus_control(1, 0, 0, buffer, 288) = 48"};
+  EXPECT_EQ(story.takeCalls(), with(listed, listed));  // for either form
   EXPECT_EQ(story.takeLog(), Lines{});
+}
+
+// A pass finds the first process of the app, a watch timer the second.
+TEST(Check, FindsTwoTargetsOfOneProcess) {
+  ControlStory story;
+  const auto app = story.installApp("X.app", Dictionary{{"CFBundleIdentifier", "com.x"}});
+  story.device.launch({.name = "One", .executable_path = app, .pid = 201});
+  story.device.launch({.name = "Two", .executable_path = app, .pid = 202});
+  story.writeTargets({{"One", Dictionary{}}, {"com.x", Dictionary{}}});
+  expectFindings(
+      story, "check",
+      R"(same-process | AppConfigs / com.x | finds the same process as One (201): both are applied to it, one after the other
+)");
+  story.writeTargets({{"Two", Dictionary{}}, {"com.x", Dictionary{{"CheckInterval", 5}}}});
+  expectFindings(
+      story, "check",
+      R"(same-process | AppConfigs / com.x | finds the same process as Two (202): both are applied to it, one after the other
+)");
 }
 
 // No key commands the terminal; JSON has its own way to spell it.
 TEST(Check, SpellsControlCharactersOut) {
   ControlStory story;
   story.writeTargets({{"\x1b[31m\n", 7}});
-  EXPECT_EQ(story.run({"check"}),
-            (Output{1,
-                    "AppConfigs / ^[[31m^J: is an integer and not a dictionary; the daemon passes "
-                    "it over\n" +
-                        sizeText(story.preferencesFile()),
-                    ""}));
-  const std::string json = story.run({"check", "--json"}).out;
+  EXPECT_EQ(
+      story.answer("check"),
+      "AppConfigs / ^[[31m^J: is an integer and not a dictionary; the daemon passes it over\n"
+      "{preferences}: takes 1 % of the memory that the daemon gives it, 1 % of the bytes, 2 of "
+      "128 levels\nexit 1\n");
+  const std::string json = story.answer("check --json");
   EXPECT_NE(json.find("\"\\u001b[31m\\n\""), std::string::npos) << json;
 }
 
-TEST(Check, FindsTwoTargetsOfTheProcessThatAWatchTimerFinds) {
+// The message about the daemon's file, or about the same file that is given.
+void expectUnreadable(ControlStory& story, const std::string& message, bool is_given = true) {
+  const std::string text = "{preferences}: " + message + "\nexit 1\n";
+  EXPECT_EQ(story.answer("check"), text);
+  if (is_given) {
+    EXPECT_EQ(story.answer("check --no-processes " + story.preferencesFile()), text);
+  }
+  EXPECT_EQ(
+      story.answer("check --json"),
+      checkJson("{preferences}",
+                R"({"path": [], "kind": "unreadable", "message": ")" + message + "\"}", "null") +
+          "exit 1\n");
+}
+
+std::string repeated(const std::string& text, int count) {
+  std::string all;
+  for (int i = 0; i < count; ++i) all += text;
+  return all;
+}
+
+std::string nested(int depth) {
+  return "<plist version=\"1.0\">" + repeated("<array>", depth) + repeated("</array>", depth) +
+         "</plist>";
+}
+
+TEST(CheckFile, SaysWhatKeepsItFromBeingRead) {
   ControlStory story;
-  const std::string app =
-      story.installApp("Two.app", Dictionary{{"CFBundleIdentifier", "org.two.app"}});
-  story.device.launch({.name = "one", .executable_path = app, .pid = 201});
-  story.device.launch({.name = "two", .executable_path = app, .pid = 202});
-  story.writeTargets({{"org.two.app", Dictionary{{"CheckInterval", 5}}}, {"two", Dictionary{}}});
-  EXPECT_EQ(story.run({"check"}),
-            (Output{1,
-                    "AppConfigs / two: finds the same process as org.two.app (202): both are "
-                    "applied to it, one after the other\n" +
-                        sizeText(story.preferencesFile()),
-                    ""}));
+  const std::string whole = platform::writeXmlPropertyList(defaultPreset());
+  const std::string binary = platform::writeBinaryPropertyList(defaultPreset());
+  const std::string as_empty = "; the daemon reads it as empty";
+  const std::string damaged = "is damaged, or neither XML in UTF-8 nor binary" + as_empty;
+  const std::string too_deep = "nests deeper than 128 levels" + as_empty;
+  const std::string no_list = "is no property list" + as_empty;
+  const std::string a_list = "holds a list and no dictionary" + as_empty;
+  const std::vector<std::pair<std::string, std::string>> files{
+      {"", "is empty: the daemon is switched off"},
+      {whole.substr(0, whole.size() / 2), no_list},
+      {whole.substr(0, whole.find("</key>") + 3), damaged},
+      {binary.substr(0, binary.size() / 2), damaged},
+      {"no property list", damaged},
+      {std::string(1, '\0'), damaged},
+      {"<plist><array><true/></array></plist>", a_list},
+      {platform::writeBinaryPropertyList(Array{1}), a_list},
+      {"<plist><string>x</string></plist>", "holds a text and no dictionary" + as_empty},
+      {"bplist00", damaged},
+      {"bplist00\xd1\x01\x02", damaged},
+      {std::string("\xff\xfe<\0p\0", 6), damaged},
+      {nested(128), a_list},
+      {nested(129), too_deep},
+      {nested(20'000), too_deep},
+      {"<plist version=\"1.0\"><array>" + repeated("<string/>", 20'000) + "</array></plist>",
+       "would take more memory than the daemon gives it" + as_empty},
+      {std::string(500'000, '<'), damaged},
+      {std::string(512U * 1024 + 1, 'x'), "is larger than 512 kB" + as_empty},
+      {"<plist><dict><key>a</key><string>\xff</string></dict></plist>", no_list},
+  };
+  for (const auto& [bytes, message] : files) {
+    SCOPED_TRACE(bytes.substr(0, 40));
+    writeAll(story.preferencesFile(), bytes);
+    expectUnreadable(story, message);
+  }
+}
+
+TEST(CheckFile, SaysWhatStandsInItsPlace) {
+  ControlStory story;
+  const std::string path = story.preferencesFile();
+  expectUnreadable(story,
+                   "is missing: the daemon is switched off, and writes its default preset when it "
+                   "is started",
+                   false);
+  std::filesystem::create_directory(path);
+  expectUnreadable(story, "is a directory; the daemon reads it as empty");
+  std::filesystem::remove(path);
+  ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
+  expectUnreadable(story, "is no regular file; the daemon reads it as empty");
+  std::filesystem::remove(path);
+  std::filesystem::create_symlink(path, path);
+  expectUnreadable(story, "is a link to itself; the daemon reads it as empty");
+}
+
+TEST(CheckFile, LooksAtTheFileThatItIsGiven) {
+  ControlStory story;
+  story.writePreferences({{"Enabled", 1}});
+  const std::string given = story.rootPath("/given.plist");
+  const std::string check = "check " + given;
+  const std::string missing =
+      "err: vorlatchctl: {root}/given.plist: there is no such file\nexit 3\n";
+  EXPECT_EQ(story.answer(check), missing);
+  EXPECT_EQ(story.answer(check + " --json"), missing);
+  EXPECT_EQ(story.answer("check "), "err: vorlatchctl: : there is no such file\nexit 3\n");
+  writeAll(given, platform::writeBinaryPropertyList(defaultPreset()));
+  EXPECT_EQ(story.answer(check + " --no-processes"),
+            "{root}/given.plist: all in order\n"
+            "{root}/given.plist: takes 2 % of the memory that the daemon gives it, 1 % of the "
+            "bytes, 3 of 128 levels\n");
+  EXPECT_EQ(story.answer(check + " --no-processes --json"),
+            checkJson("{root}/given.plist", "",
+                      R"({"file_bytes": 521, "memory_bytes": 25473, "levels": 3})"));
+  writeAll(given, "<plist/>");
+  EXPECT_EQ(story.answer(check),
+            "{root}/given.plist: is no property list; the daemon reads it as empty\nexit 1\n");
 }
 
 }  // namespace

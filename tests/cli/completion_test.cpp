@@ -8,8 +8,6 @@
 namespace vorlatch::tests {
 namespace {
 
-using plist::Dictionary;
-
 // Two targets are configured; one app and one daemon run.
 struct Shell : ControlStory {
   Shell() {
@@ -20,99 +18,81 @@ struct Shell : ControlStory {
     device.launch({.name = "backboardd"});
     writeTargets({{"backboardd", Dictionary{}}, {"微信", Dictionary{}}});
   }
-  // The words that may stand in place of the last one.
-  std::string offered(std::vector<std::string> words) {
-    words.insert(words.begin(), {"__complete", "--"});
-    const Output output = run(words);
-    EXPECT_EQ(output.status, 0);
-    EXPECT_EQ(output.err, "");
-    return output.out;
+  // The words typed, the unfinished one last (behind a blank a new one begins), and the words that
+  // are offered in its place, commas between them.
+  void expectOffers(const std::vector<std::pair<std::string, std::string>>& offers) {
+    for (const auto& [typed, offered] : offers) {
+      std::string lines = offered.empty() ? "" : offered + "\n";
+      for (char& c : lines) c = c == ',' ? '\n' : c;
+      EXPECT_EQ(answer("__complete -- " + typed), lines) << typed;
+    }
   }
 };
 
-TEST(Completion, Commands) {
+TEST(Completion, OfCommandsAndOptions) {
   Shell shell;
   const std::string all =
-      "status\nlist\nshow\nset\nunset\nremove\nenable\ndisable\npreset\napply\nrelease\nplan\n"
-      "match\nps\ncheck\nlog\nbands\ndoctor\n";
-  EXPECT_EQ(shell.offered({""}), all);
-  EXPECT_EQ(shell.offered({}), all);
-  EXPECT_EQ(shell.offered({"--json", ""}), all);
-  EXPECT_EQ(shell.offered({"re"}), "remove\nrelease\n");
-  EXPECT_EQ(shell.offered({"xyz"}), "");
+      "status,list,show,set,unset,remove,enable,disable,preset,apply,release,plan,match,ps,check,"
+      "log,bands,doctor";
+  shell.expectOffers({{"", all},
+                      {"--json ", all},
+                      {"re", "remove,release"},
+                      {"xyz", ""},
+                      {"-", "--help,--json"},
+                      {"status --", "--help,--json,--watch,--interval"},
+                      {"release --k", "--keep-preferences"},
+                      {"set backboardd --no", "--no-apply"},
+                      {"log --follow -", "--help,--json,--lines,--follow,--target,--category"}});
+  EXPECT_EQ(shell.answer("__complete --"), shell.answer("__complete -- "));
 }
 
-TEST(Completion, Options) {
+TEST(Completion, OfTargetsAndRunningNames) {
   Shell shell;
-  EXPECT_EQ(shell.offered({"-"}), "--help\n--json\n");
-  EXPECT_EQ(shell.offered({"status", "--"}), "--help\n--json\n--watch\n--interval\n");
-  EXPECT_EQ(shell.offered({"release", "--k"}), "--keep-preferences\n");
-  EXPECT_EQ(shell.offered({"set", "backboardd", "--no"}), "--no-apply\n");
-  EXPECT_EQ(shell.offered({"log", "--follow", "-"}),
-            "--help\n--json\n--lines\n--follow\n--target\n--category\n");
+  shell.expectOffers({{"show ", "backboardd,微信"},
+                      {"show 微", "微信"},
+                      {"show backboardd ", ""},
+                      {"status 微信 ", "backboardd,微信"},
+                      {"remove backboardd b", "backboardd"},
+                      {"unset ", "backboardd,微信"},
+                      {"match ", "WeChat,backboardd,com.tencent.xin"},
+                      {"match WeChat ", ""},
+                      {"set ", "backboardd,微信,WeChat,com.tencent.xin"}});
 }
 
-TEST(Completion, ConfiguredTargets) {
+// The value of an option is no word of the command's own.
+TEST(Completion, OfValues) {
   Shell shell;
-  const std::string both = "backboardd\n微信\n";
-  EXPECT_EQ(shell.offered({"show", ""}), both);
-  EXPECT_EQ(shell.offered({"show", "微"}), "微信\n");
-  EXPECT_EQ(shell.offered({"show", "backboardd", ""}), "");
-  EXPECT_EQ(shell.offered({"status", "微信", ""}), both);
-  EXPECT_EQ(shell.offered({"remove", "backboardd", "b"}), "backboardd\n");
-  EXPECT_EQ(shell.offered({"unset", ""}), both);
+  shell.expectOffers(
+      {{"log --target ", "backboardd,微信"},
+       {"log --target -", ""},
+       {"log --category 内", "内核,内存优先级,内存限制"},
+       {"log -n ", ""},
+       {"status --interval ", ""},
+       {"status --interval 5 b", "backboardd"},
+       {"set 微信 Mem", "MemLimitActive=,MemLimitInactive="},
+       {"set 微信 NiceValue=-5 S", "StripManaged="},
+       {"set 微信 StripManaged=", "StripManaged=true,StripManaged=false"},
+       {"set 微信 JetsamPriority=f",
+        "JetsamPriority=freezer,JetsamPriority=foreground-support,JetsamPriority=foreground"},
+       {"set 微信 JetsamPriority=ag", ""},
+       {"set 微信 NiceValue=", ""},
+       {"set 微信 Unknown=", ""},
+       {"unset 微信 Nice", "NiceValue"}});
 }
 
-TEST(Completion, TheValuesOfOptions) {
+// A name that would break the list apart or command the terminal is not offered.
+TEST(Completion, OffersNothingItCannotKnow) {
   Shell shell;
-  EXPECT_EQ(shell.offered({"log", "--target", ""}), "backboardd\n微信\n");
-  EXPECT_EQ(shell.offered({"log", "--target", "-"}), "");
-  EXPECT_EQ(shell.offered({"log", "--category", "内"}), "内核\n内存优先级\n内存限制\n");
-  EXPECT_EQ(shell.offered({"log", "-n", ""}), "");
-  EXPECT_EQ(shell.offered({"status", "--interval", ""}), "");
-  // The value is no word of the command's own.
-  EXPECT_EQ(shell.offered({"status", "--interval", "5", "b"}), "backboardd\n");
-}
-
-TEST(Completion, RunningNames) {
-  Shell shell;
-  EXPECT_EQ(shell.offered({"match", ""}), "WeChat\nbackboardd\ncom.tencent.xin\n");
-  EXPECT_EQ(shell.offered({"match", "WeChat", ""}), "");
-  EXPECT_EQ(shell.offered({"set", ""}), "backboardd\n微信\nWeChat\ncom.tencent.xin\n");
-}
-
-TEST(Completion, SettingsAndTheirValues) {
-  Shell shell;
-  EXPECT_EQ(shell.offered({"set", "微信", "Mem"}), "MemLimitActive=\nMemLimitInactive=\n");
-  EXPECT_EQ(shell.offered({"set", "微信", "NiceValue=-5", "S"}), "StripManaged=\n");
-  EXPECT_EQ(shell.offered({"set", "微信", "StripManaged="}),
-            "StripManaged=true\nStripManaged=false\n");
-  EXPECT_EQ(shell.offered({"set", "微信", "JetsamPriority=f"}),
-            "JetsamPriority=freezer\nJetsamPriority=foreground-support\n"
-            "JetsamPriority=foreground\n");
-  EXPECT_EQ(shell.offered({"set", "微信", "JetsamPriority=ag"}), "");
-  EXPECT_EQ(shell.offered({"set", "微信", "NiceValue="}), "");
-  EXPECT_EQ(shell.offered({"set", "微信", "Unknown="}), "");
-  EXPECT_EQ(shell.offered({"unset", "微信", "Nice"}), "NiceValue\n");
-}
-
-TEST(Completion, NothingWhereNothingCanBeKnown) {
-  Shell shell;
-  EXPECT_EQ(shell.offered({"plan", ""}), "");
-  EXPECT_EQ(shell.offered({"unknown", ""}), "");
+  for (const char* name : {"two\nlines", "no utf-8 \xff", "two words", "\x1b[2J"}) {
+    shell.device.launch({.name = name});
+  }
+  shell.expectOffers({{"match t", "two words"},
+                      {"match no", ""},
+                      {"match \x1b", ""},
+                      {"plan ", ""},
+                      {"unknown ", ""}});
   writeAll(shell.preferencesFile(), "no property list");
-  EXPECT_EQ(shell.offered({"show", ""}), "");
-}
-
-TEST(Completion, ANameThatWouldBreakTheListApartIsNotOffered) {
-  Shell shell;
-  shell.device.launch({.name = "two\nlines"});
-  shell.device.launch({.name = "no utf-8 \xff"});
-  shell.device.launch({.name = "two words"});
-  shell.device.launch({.name = "\x1b[2J"});
-  EXPECT_EQ(shell.offered({"match", "t"}), "two words\n");
-  EXPECT_EQ(shell.offered({"match", "no"}), "");
-  EXPECT_EQ(shell.offered({"match", "\x1b"}), "");
+  shell.expectOffers({{"show ", ""}});
 }
 
 }  // namespace

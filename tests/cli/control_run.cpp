@@ -1,20 +1,59 @@
 #include "tests/cli/control_run.h"
 
 #include <filesystem>
-#include <ostream>
+#include <nlohmann/json.hpp>
+#include <utility>
 
 namespace vorlatch::tests {
+namespace {
 
-std::ostream& operator<<(std::ostream& stream, const Output& output) {
-  return stream << "status " << output.status << "\nout:\n" << output.out << "err:\n" << output.err;
+using nlohmann::ordered_json;
+
+plist::Value valueOf(const ordered_json& json) {
+  if (json.is_boolean()) return json.get<bool>();
+  if (json.is_number_float()) return json.get<double>();
+  const bool is_large = json.is_number_unsigned() && json.get<std::uint64_t>() > INT64_MAX;
+  if (is_large) return json.get<std::uint64_t>();
+  if (json.is_number()) return json.get<std::int64_t>();
+  if (json.is_string()) return json.get<std::string>();
+  Array array;
+  Dictionary entries;
+  for (const auto& [key, value] : json.items()) {
+    if (json.is_array()) array.push_back(valueOf(value));
+    entries.insert_or_assign(key, valueOf(value));
+  }
+  return json.is_array() ? plist::Value(array) : plist::Value(entries);
 }
+
+}  // namespace
 
 ControlStory::ControlStory() {
   std::filesystem::create_directories(rootPath("/usr/libexec"));
   writeAll(rootPath("/usr/libexec/vorlatchd"), "");
 }
 
-Output ControlStory::run(const std::vector<std::string>& arguments) {
+std::string ControlStory::answer(const Arguments& arguments) {
+  const Output output = run(arguments);
+  std::string text = output.out;
+  if (!output.err.empty()) text += "err: " + output.err;
+  if (output.status != 0) text += "exit " + std::to_string(output.status) + "\n";
+  const std::vector<std::pair<std::string, std::string>> names{{preferencesFile(), "{preferences}"},
+                                                               {statusFile(), "{status}"},
+                                                               {logFile(), "{log}"},
+                                                               {rootPath(""), "{root}"}};
+  for (const auto& [path, name] : names) {
+    for (auto at = text.find(path); at != text.npos; at = text.find(path, at)) {
+      text.replace(at, path.size(), name);
+    }
+  }
+  return text;
+}
+
+std::string ControlStory::answer(const std::string& line) {
+  return answer(wordsOf(line));
+}
+
+Output ControlStory::run(const Arguments& arguments) {
   return run(
       [&arguments](cli::Terminal& terminal) { return cli::runCommandLine(arguments, terminal); });
 }
@@ -42,6 +81,31 @@ Output ControlStory::run(const std::function<int(cli::Terminal&)>& work) {
 std::int32_t ControlStory::launchDaemon() {
   return device.launch(
       {.name = "vorlatchd", .executable_path = rootPath("/usr/libexec/vorlatchd")});
+}
+
+Dictionary dictionary(const std::string& json) {
+  return *valueOf(ordered_json::parse(json)).as<Dictionary>();
+}
+
+std::string pretty(const std::string& json) {
+  return ordered_json::parse(json).dump(2) + "\n";
+}
+
+Arguments wordsOf(const std::string& line) {
+  Arguments words{""};
+  for (const char c : line) {
+    if (c == ' ') {
+      words.emplace_back();
+    } else {
+      words.back() += c;
+    }
+  }
+  return words;
+}
+
+Arguments with(Arguments arguments, const Arguments& more) {
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  return arguments;
 }
 
 }  // namespace vorlatch::tests

@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -13,14 +12,16 @@
 
 namespace vorlatch::tests {
 
+using plist::Array;
+using plist::Dictionary;
+
+using Arguments = std::vector<std::string>;
+
 struct Output {
   int status = -1;
   std::string out;
   std::string err;
-  friend bool operator==(const Output&, const Output&) = default;
 };
-
-std::ostream& operator<<(std::ostream& stream, const Output& output);
 
 // A story with a daemon's program in it, and a terminal to type commands at. Waiting lets the
 // story's time pass.
@@ -28,7 +29,14 @@ class ControlStory : public Story {
  public:
   ControlStory();
 
-  Output run(const std::vector<std::string>& arguments);
+  // All that comes back from a command line, as one text: what is printed, then "err: " and the
+  // errors, then "exit" and the exit status, where there are errors and where it is not 0. For the
+  // paths of the daemon's files and of the root stand {preferences}, {status}, {log} and {root}.
+  std::string answer(const Arguments& arguments);
+  // Likewise; blanks divide the line into arguments.
+  std::string answer(const std::string& line);
+
+  Output run(const Arguments& arguments);
   // What comes of the work, which gives an exit status, at this terminal.
   Output run(const std::function<int(cli::Terminal&)>& work);
 
@@ -43,5 +51,20 @@ class ControlStory : public Story {
   // Asked after each wait, with the number of waits so far; true is Ctrl-C.
   std::function<bool(int waits)> is_interrupted = [](int) { return false; };
 };
+
+// The dictionary that is written so in JSON.
+Dictionary dictionary(const std::string& json);
+// The JSON as vorlatchctl lays it out.
+std::string pretty(const std::string& json);
+
+Arguments wordsOf(const std::string& line);
+
+// The arguments with more of them behind.
+Arguments with(Arguments arguments, const Arguments& more);
+
+// The answer of a command that cannot read the preferences.
+inline constexpr const char* kNoPreferences =
+    "err: vorlatchctl: {preferences} is no property list with a dictionary, and is left as it is; "
+    "vorlatchctl check says more, vorlatchctl preset --replace-file starts afresh\nexit 3\n";
 
 }  // namespace vorlatch::tests

@@ -12,36 +12,38 @@
 namespace vorlatch::tests {
 namespace {
 
-using plist::Dictionary;
-
 std::string systemName() {
   utsname system{};
   uname(&system);
   return std::string(system.sysname) + " " + system.release;
 }
 
-std::string userLine() {
-  return geteuid() == 0 ? "" : "user: not root, so the kernel answers only in part\n";
+std::string sizeOf(const std::string& path) {
+  return std::to_string(std::filesystem::file_size(path));
 }
 
-std::string kernelLine(const std::string& by_daemon) {
-  return "kernel: " + systemName() + ", highest jetsam band unknown by its version, " + by_daemon +
-         " by the daemon's own\n";
+std::string fileText(const std::string& path) {
+  return ": file, mode 0666, " + sizeOf(path) + " bytes\n";
 }
 
-// A story in which nothing is installed but the daemon's program.
+// A story in which nothing is installed but the daemon's program and preferences.
 struct Installation : ControlStory {
   Installation() { writePreferences({}); }
 
-  [[nodiscard]] std::string rootLine() const {
-    return "jailbreak root: " + rootPath("") + " (by " + rootPath("/usr/lib/libroot.so") + ")\n";
+  // The doctor says this between the root and the kernel.
+  void expectSaid(const std::string& of_files, const std::string& of_daemons) {
+    EXPECT_EQ(answer("doctor"),
+              "jailbreak root: {root} (by {root}/usr/lib/libroot.so)\n" + of_files + of_daemons +
+                  "kernel: " + systemName() +
+                  ", highest jetsam band unknown by its version, unknown by the daemon's own\n" +
+                  (geteuid() == 0 ? "" : "user: not root, so the kernel answers only in part\n"));
   }
-  [[nodiscard]] std::string preferencesSize() const {
-    return std::to_string(std::filesystem::file_size(preferencesFile()));
+  [[nodiscard]] std::string onlyPreferences() const {
+    return "{preferences}" + fileText(preferencesFile()) + "{status}: missing\n{log}: missing\n";
   }
 };
 
-TEST(Doctor, ADaemonAtWork) {
+TEST(Doctor, SeesADaemonAtWork) {
   Installation story;
   const auto pid = story.launchDaemon();
   story.startAndSettle();
@@ -49,22 +51,13 @@ TEST(Doctor, ADaemonAtWork) {
   story.writeTargets({{"alpha", Dictionary{}}});
   story.postAndRun();
   story.device.find(pid)->nice_value = -20;
-  const auto size = [](const std::string& path) {
-    return std::to_string(std::filesystem::file_size(path)) + " bytes\n";
-  };
-  const std::string file = ": file, mode 0666, ";
-  EXPECT_EQ(story.run({"doctor"}),
-            (Output{0,
-                    story.rootLine() + story.preferencesFile() + file +
-                        size(story.preferencesFile()) + story.statusFile() + file +
-                        size(story.statusFile()) + story.logFile() + file + size(story.logFile()) +
-                        "daemon: runs as 100, jetsam band 180, nice -20\n"
-                        "daemon: memory limits 1450 MB active, 1450 MB inactive\n" +
-                        kernelLine("unknown") + userLine(),
-                    ""}));
+  story.expectSaid("{preferences}" + fileText(story.preferencesFile()) + "{status}" +
+                       fileText(story.statusFile()) + "{log}" + fileText(story.logFile()),
+                   "daemon: runs as 100, jetsam band 180, nice -20\n"
+                   "daemon: memory limits 1450 MB active, 1450 MB inactive\n");
 }
 
-TEST(Doctor, ADaemonOfFewMegabytes) {
+TEST(Doctor, SeesALowMemoryLimit) {
   Installation story;
   const auto pid = story.launchDaemon();
   platform::memorystatus_memlimit_properties limits{.memlimit_active = -1,
@@ -73,35 +66,55 @@ TEST(Doctor, ADaemonOfFewMegabytes) {
                                                     .memlimit_inactive_attr = 1};
   platform::memorystatus_control(platform::MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES, pid, 0,
                                  &limits, sizeof(limits));
-  const std::string out = story.run({"doctor"}).out;
-  const std::string said =
+  story.expectSaid(
+      story.onlyPreferences(),
+      "daemon: runs as 100, jetsam band 180, nice 0\n"
       "daemon: memory limits 1450 MB active, 6 MB inactive\n"
       "daemon: the system ends it above so low a limit; this target of its own gives it more: "
       "vorlatchctl set vorlatchd MemLimitActive=32 MemLimitInactive=32 JetsamPriority=-1 "
-      "NiceValue=-20\n";
-  EXPECT_NE(out.find(said), std::string::npos) << out;
+      "NiceValue=-20\n");
 }
 
-TEST(Doctor, NothingButPreferencesOfAnUnexpectedMode) {
+// A process is no daemon with the program of another root, with another name, nor with a path that
+// fills its buffer.
+TEST(Doctor, SeesNoDaemonAndAnUnexpectedMode) {
   Installation story;
   std::filesystem::permissions(story.preferencesFile(), std::filesystem::perms::owner_read);
-  EXPECT_EQ(story.run({"doctor"}),
-            (Output{0,
-                    story.rootLine() + story.preferencesFile() + ": file, mode 0400, " +
-                        story.preferencesSize() + " bytes (expected: a file of mode 0666)\n" +
-                        story.statusFile() + ": missing\n" + story.logFile() +
-                        ": missing\n"
-                        "daemon: does not run\n" +
-                        kernelLine("unknown") + userLine(),
-                    ""}));
+  story.device.launch({.name = "vorlatchd", .executable_path = "/elsewhere/usr/libexec/vorlatchd"});
+  story.device.launch(
+      {.name = "other", .executable_path = story.rootPath("/usr/libexec/vorlatchd")});
+  story.device.script({.function = "proc_pidpath",
+                       .pid = story.launchDaemon(),
+                       .result = 4096,
+                       .buffer = std::string(4096, '/')});
+  story.expectSaid("{preferences}: file, mode 0400, " + sizeOf(story.preferencesFile()) +
+                       " bytes (expected: a file of mode 0666)\n"
+                       "{status}: missing\n{log}: missing\n",
+                   "daemon: does not run\n");
 }
 
-TEST(Doctor, NothingIsChanged) {
-  ControlStory story;
-  EXPECT_EQ(story.run({"doctor"}).status, 0);
-  const std::filesystem::path directory = story.rootPath("/var/mobile/Library/Preferences");
-  EXPECT_EQ(std::filesystem::is_empty(directory), true);
+TEST(Doctor, ChangesNothing) {
+  Installation story;
+  std::filesystem::remove(story.preferencesFile());
+  story.expectSaid("{preferences}: missing\n{status}: missing\n{log}: missing\n",
+                   "daemon: does not run\n");
+  EXPECT_EQ(std::filesystem::is_empty(story.file("")), true);
   EXPECT_EQ(story.takeCalls().size(), 2U);  // the kernel's list, its size first
+}
+
+TEST(Doctor, SeesAnInterruptedRelease) {
+  Installation story;
+  writeAll(story.preferencesFile() + ".released", "x");
+  story.launchDaemon();
+  story.launchDaemon();
+  story.device.kernel.caller_is_privileged = false;
+  story.expectSaid(story.onlyPreferences() +
+                       "{preferences}.released: preferences that an interrupted release set "
+                       "aside; vorlatchctl release --keep-preferences puts them back\n",
+                   "daemon: runs as 101, jetsam band -, nice 0\n"
+                   "daemon: runs as 100, jetsam band -, nice 0\n"
+                   "daemon: more than one runs, and they work against each other; end all but "
+                   "one\n");
 }
 
 TEST(Doctor, AsJson) {
@@ -109,102 +122,26 @@ TEST(Doctor, AsJson) {
   story.launchDaemon();
   std::filesystem::create_directory_symlink("/nowhere", story.logFile());
   writeAll(story.preferencesFile() + ".released", "x");
-  const auto link_size = std::filesystem::read_symlink(story.logFile()).string().size();
-  const std::string root = story.rootPath("");
-  EXPECT_EQ(story.run({"doctor", "--json"}), (Output{0,
-                                                     R"({
-  "root_prefix": {
-    "path": ")" + root + R"(",
-    "found_by": ")" + root + R"(/usr/lib/libroot.so"
-  },
-  "files": [
-    {
-      "path": ")" + story.preferencesFile() +
-                                                         R"(",
-      "exists": true,
-      "type": "file",
-      "mode": "0666",
-      "size_bytes": )" + story.preferencesSize() +
-                                                         R"(
-    },
-    {
-      "path": ")" + story.statusFile() +
-                                                         R"(",
-      "exists": false
-    },
-    {
-      "path": ")" + story.logFile() +
-                                                         R"(",
-      "exists": true,
-      "type": "link",
-      "mode": "0777",
-      "size_bytes": )" + std::to_string(link_size) +
-                                                         R"(
-    }
-  ],
-  "release_was_interrupted": true,
-  "daemons": [
-    {
-      "pid": 100,
-      "band": 180,
-      "nice": 0,
-      "active_limit_mb": 1450,
-      "inactive_limit_mb": 1450
-    }
-  ],
-  "kernel": {
-    "system": ")" + systemName() +
-                                                         R"(",
-    "highest_band_by_version": null,
-    "highest_band_by_daemon": null
-  },
-  "is_root": )" + (geteuid() == 0 ? "true" : "false") + "\n}\n",
-                                                     ""}));
+  const std::string is_root = geteuid() == 0 ? "true" : "false";
+  EXPECT_EQ(story.answer("doctor --json"),
+            pretty(R"({"root_prefix": {"path": "{root}", "found_by": "{root}/usr/lib/libroot.so"},
+  "files": [{"path": "{preferences}", "exists": true, "type": "file", "mode": "0666",
+  "size_bytes": )" +
+                   sizeOf(story.preferencesFile()) +
+                   R"(}, {"path": "{status}", "exists": false}, {"path": "{log}",
+  "exists": true, "type": "link", "mode": "0777", "size_bytes": 8}],
+  "release_was_interrupted": true, "daemons": [{"pid": 100, "band": 180, "nice": 0,
+  "active_limit_mb": 1450, "inactive_limit_mb": 1450}], "kernel": {"system": ")" +
+                   systemName() + R"(",
+  "highest_band_by_version": null, "highest_band_by_daemon": null}, "is_root": )" +
+                   is_root + R"(})"));
 }
 
-TEST(Doctor, AnInterruptedReleaseASecondDaemonAndWhatItCannotAsk) {
-  Installation story;
-  writeAll(story.preferencesFile() + ".released", "x");
-  story.launchDaemon();
-  story.launchDaemon();
-  story.device.kernel.caller_is_privileged = false;
-  EXPECT_EQ(story.run({"doctor"}),
-            (Output{0,
-                    story.rootLine() + story.preferencesFile() + ": file, mode 0666, " +
-                        story.preferencesSize() + " bytes\n" + story.statusFile() + ": missing\n" +
-                        story.logFile() + ": missing\n" + story.preferencesFile() +
-                        ".released: preferences that an interrupted release set aside; "
-                        "vorlatchctl release --keep-preferences puts them back\n"
-                        "daemon: runs as 101, jetsam band -, nice 0\n"
-                        "daemon: runs as 100, jetsam band -, nice 0\n"
-                        "daemon: more than one runs, and they work against each other; end all "
-                        "but one\n" +
-                        kernelLine("unknown") + userLine(),
-                    ""}));
-}
-
-TEST(Doctor, ADaemonOfAnotherRootIsNotThisOnes) {
-  Installation story;
-  story.device.launch({.name = "vorlatchd", .executable_path = "/elsewhere/usr/libexec/vorlatchd"});
-  story.device.launch(
-      {.name = "other", .executable_path = story.rootPath("/usr/libexec/vorlatchd")});
-  EXPECT_NE(story.run({"doctor"}).out.find("\ndaemon: does not run\n"), std::string::npos);
-}
-
-TEST(Doctor, AProcessWhosePathFillsItsBufferIsNoDaemon) {
-  Installation story;
-  story.device.script({.function = "proc_pidpath",
-                       .pid = story.launchDaemon(),
-                       .result = 4096,
-                       .buffer = std::string(4096, '/')});
-  EXPECT_NE(story.run({"doctor"}).out.find("daemon: does not run\n"), std::string::npos);
-}
-
-TEST(Doctor, WithoutTheRootPrefixLibrary) {
+TEST(Doctor, NamesABuiltInRoot) {
   ControlStory story;
   story.device.root_prefix_library = "no-such-library";
-  const Output output = story.run({"doctor"});
-  EXPECT_EQ(output.out.substr(0, output.out.find('\n')),
+  const std::string text = story.answer("doctor");
+  EXPECT_EQ(text.substr(0, text.find('\n')),
             "jailbreak root: /var/jb (built in: there is no no-such-library)");
 }
 

@@ -2,19 +2,43 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
+#include <cstdint>
+#include <filesystem>
 #include <ostream>
+#include <set>
+#include <tuple>
+
+#include <gtest/gtest.h>
 
 #include "config/preferences.h"
+#include "platform/property_list.h"
 
 namespace vorlatch::tests {
+namespace {
+
+// Tells a file that was written again from one that was left alone.
+auto versionOf(const std::string& path) {
+  struct stat status {};
+  const bool exists = stat(path.c_str(), &status) == 0;
+  std::error_code missing;
+  return std::tuple(exists ? std::uint64_t{status.st_ino} : 0,
+                    std::filesystem::last_write_time(path, missing), readAll(path));
+}
+
+std::set<std::string> filesBeside(const std::filesystem::path& path) {
+  std::set<std::string> names;
+  std::error_code missing;
+  for (const auto& entry : std::filesystem::directory_iterator(path.parent_path(), missing)) {
+    if (entry.path() != path) names.insert(entry.path().filename());
+  }
+  return names;
+}
+
+}  // namespace
 
 std::ostream& operator<<(std::ostream& stream, const EditResult& result) {
-  const auto& [output, bytes, posts] = result;
-  return stream << "status " << output.status << "\nout:\n"
-                << output.out << "err:\n"
-                << output.err << "posts " << posts << "\nfile:\n"
-                << bytes;
+  return stream << result.answer << "posts " << result.posts << "\nfile:\n"
+                << result.written.value_or("left alone");
 }
 
 EditStory::EditStory() {
@@ -22,32 +46,42 @@ EditStory::EditStory() {
 }
 
 EditResult EditStory::edit(const Arguments& arguments) {
-  EditResult result{.output = run(arguments), .bytes = bytes()};
+  const auto before = versionOf(preferencesFile());
+  const auto others = filesBeside(preferencesFile());
   Story::run(0ms);
-  result.posts = std::exchange(posts_, 0);
+  posts_ = 0;
+  EditResult result{.answer = answer(arguments)};
+  Story::run(0ms);
+  result.posts = posts_;
+  if (versionOf(preferencesFile()) != before) {
+    result.written = bytes();
+    EXPECT_EQ(modeOf(preferencesFile()), 0666U);
+  }
+  EXPECT_EQ(filesBeside(preferencesFile()), others);
   return result;
 }
 
-FileVersion EditStory::version() const {
-  struct stat status {};
-  if (stat(preferencesFile().c_str(), &status) != 0) return {};
-  return {.inode = status.st_ino,
-          .written = std::filesystem::last_write_time(preferencesFile()),
-          .bytes = bytes()};
+void EditStory::expectEdit(const Arguments& arguments, const Dictionary& before,
+                           const std::string& changes, const Dictionary& after,
+                           const std::string& hint) {
+  SCOPED_TRACE(testing::PrintToString(arguments));
+  writePreferences(before);
+  EXPECT_EQ(edit(with(arguments, {"--dry-run"})),
+            EditResult{changes + "nothing was written\n" + hint});
+  EXPECT_EQ(edit(with(arguments, {"--no-apply"})), (EditResult{changes + hint, xml(after)}));
+  writePreferences(before);
+  EXPECT_EQ(edit(arguments), (EditResult{changes + hint, xml(after), 1}));
 }
 
-std::vector<std::string> EditStory::filesBeside() const {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
-    names.push_back(entry.path().filename());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
+void EditStory::expectRefusal(const Arguments& arguments, const std::string& option,
+                              const std::string& answer) {
+  SCOPED_TRACE(testing::PrintToString(arguments));
+  EXPECT_EQ(edit(arguments), EditResult{answer});
+  EXPECT_EQ(edit(with(arguments, {option})), EditResult{answer});
 }
 
-Arguments with(Arguments arguments, const Arguments& more) {
-  arguments.insert(arguments.end(), more.begin(), more.end());
-  return arguments;
+std::string xml(const Dictionary& preferences) {
+  return platform::writeXmlPropertyList(preferences);
 }
 
 }  // namespace vorlatch::tests

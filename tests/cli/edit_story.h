@@ -1,34 +1,19 @@
-// Edits in a story: what stands in the preferences file before and after, and whether the daemon
-// was told.
+// Edits in a story: what is said, what is written, and whether the daemon is told.
 #pragma once
 
-#include <cstdint>
-#include <filesystem>
 #include <iosfwd>
+#include <optional>
 #include <string>
-#include <utility>
-#include <vector>
 
-#include "base/plist_value.h"
 #include "tests/cli/control_run.h"
 
 namespace vorlatch::tests {
 
-using Arguments = std::vector<std::string>;
-
-// Tells a file that was written again from one that was left alone.
-struct FileVersion {
-  std::uint64_t inode = 0;
-  std::filesystem::file_time_type written;
-  std::string bytes;
-  friend bool operator==(const FileVersion&, const FileVersion&) = default;
-};
-
 // What one command did.
 struct EditResult {
-  Output output;
-  std::string bytes;  // in the file afterwards
-  int posts = 0;      // that reached the daemon
+  std::string answer;
+  std::optional<std::string> written = std::nullopt;  // nothing: the file was left alone
+  int posts = 0;                                      // that reached the daemon
   friend bool operator==(const EditResult&, const EditResult&) = default;
 };
 
@@ -38,19 +23,29 @@ class EditStory : public ControlStory {
  public:
   EditStory();
 
-  // Types the command and lets the daemon hear what was posted.
+  // Types the command and lets the daemon hear what was posted. Fails the test when a written file
+  // has not the mode 0666, or when the command leaves another file beside it.
   EditResult edit(const Arguments& arguments);
+  EditResult edit(const std::string& line) { return edit(wordsOf(line)); }
+
+  // The edit prints the changes and turns the preferences from before into after; with --dry-run it
+  // writes nothing, and with --no-apply it does not tell the daemon. The hint is printed last.
+  void expectEdit(const Arguments& arguments, const Dictionary& before, const std::string& changes,
+                  const Dictionary& after, const std::string& hint = "");
+  // The command gives this answer and changes nothing, with and without the option.
+  void expectRefusal(const Arguments& arguments, const std::string& option,
+                     const std::string& answer);
 
   [[nodiscard]] std::string bytes() const { return readAll(preferencesFile()); }
-  [[nodiscard]] FileVersion version() const;
-  // The names in the directory of the preferences, sorted: no edit leaves anything else there.
-  [[nodiscard]] std::vector<std::string> filesBeside() const;
 
  private:
   int posts_ = 0;
 };
 
-// The arguments with more of them behind.
-Arguments with(Arguments arguments, const Arguments& more);
+std::string xml(const Dictionary& preferences);
+
+// Said behind an edit of preferences that are switched off.
+inline constexpr const char* kOffHint =
+    "the daemon is switched off; vorlatchctl enable switches it on\n";
 
 }  // namespace vorlatch::tests

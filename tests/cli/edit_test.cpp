@@ -1,262 +1,167 @@
-// The commands that change the preferences: what is written, what is said, and who is told.
+// The commands that change the preferences: what is written, what is said, also in JSON, and who is
+// told.
 #include <filesystem>
 
 #include <gtest/gtest.h>
 
 #include "config/default_preset.h"
-#include "config/preferences.h"
 #include "control/failure.h"
 #include "control/preferences_edit.h"
-#include "platform/property_list.h"
 #include "tests/cli/edit_story.h"
 
 namespace vorlatch::tests {
 namespace {
 
-using plist::Array;
-using plist::Dictionary;
-
-std::string xml(const Dictionary& preferences) {
-  return platform::writeXmlPropertyList(preferences);
-}
-
 Dictionary enabledWith(const Dictionary& targets) {
   return {{"Enabled", true}, {"AppConfigs", targets}};
 }
 
-struct EditCase {
-  Arguments arguments;
-  std::string out;
-  Dictionary after;
-};
+const Dictionary kAlpha{{"NiceValue", 5}, {"Remark", "x"}, {"Own", Array{1, 2}}};
+const Dictionary kBeta{{"CheckInterval", 30}};
+const Dictionary kTargets{{"alpha", kAlpha}, {"beta", kBeta}, {"empty", Dictionary{}}, {"odd", 7}};
 
-const Dictionary& before() {
-  static const Dictionary preferences =
-      enabledWith({{"alpha", Dictionary{{"NiceValue", 5}, {"Remark", "x"}, {"Own", Array{1, 2}}}},
-                   {"beta", Dictionary{{"CheckInterval", 30}}},
-                   {"empty", Dictionary{}},
-                   {"odd", 7}});
-  return preferences;
+// The edit gives one of those targets these settings.
+void expectSettings(EditStory& story, const std::string& line, const std::string& changes,
+                    const std::string& target, const Dictionary& settings) {
+  Dictionary after = kTargets;
+  after.insert_or_assign(target, settings);
+  story.expectEdit(wordsOf(line), enabledWith(kTargets), changes, enabledWith(after));
 }
 
-// Those preferences with one target's settings changed, or without it.
-Dictionary beforeWith(const std::string& target, const Dictionary& settings) {
-  Dictionary preferences = before();
-  preferences.at("AppConfigs").as<Dictionary>()->insert_or_assign(target, settings);
-  return preferences;
-}
-Dictionary beforeWithout(const std::vector<std::string>& targets) {
-  Dictionary preferences = before();
-  for (const std::string& target : targets) {
-    preferences.at("AppConfigs").as<Dictionary>()->erase(target);
-  }
-  return preferences;
-}
-
-std::vector<EditCase> settingCases() {
-  return {
-      {{"set", "alpha", "NiceValue=-20"},
-       "AppConfigs / alpha / NiceValue: 5 -> -20\n",
-       beforeWith("alpha", {{"NiceValue", -20}, {"Remark", "x"}, {"Own", Array{1, 2}}})},
-      {{"set", "empty", "JetsamPriority=highest", "MemLimitActive=2147483647",
-        "MemLimitInactive=-1", "StripManaged=yes", "CheckInterval=0"},
-       "AppConfigs / empty / CheckInterval: (none) -> 0\n"
-       "AppConfigs / empty / JetsamPriority: (none) -> 210\n"
-       "AppConfigs / empty / MemLimitActive: (none) -> 2147483647\n"
-       "AppConfigs / empty / MemLimitInactive: (none) -> -1\n"
-       "AppConfigs / empty / StripManaged: (none) -> true\n",
-       beforeWith("empty", {{"JetsamPriority", 210},
-                            {"MemLimitActive", INT32_MAX},
-                            {"MemLimitInactive", -1},
-                            {"StripManaged", true},
-                            {"CheckInterval", 0}})},
-      {{"set", "com.tencent.xin", "Remark=微信=x", "JetsamPriority=999", "StripManaged=off"},
-       "AppConfigs / com.tencent.xin / JetsamPriority: (none) -> 999\n"
-       "AppConfigs / com.tencent.xin / Remark: (none) -> 微信=x\n"
-       "AppConfigs / com.tencent.xin / StripManaged: (none) -> false\n",
-       beforeWith("com.tencent.xin",
-                  {{"Remark", "微信=x"}, {"JetsamPriority", 999}, {"StripManaged", false}})},
-      // The last of two counts.
-      {{"set", "beta", "CheckInterval=1", "Remark=", "CheckInterval=60"},
-       "AppConfigs / beta / CheckInterval: 30 -> 60\n"
-       "AppConfigs / beta / Remark: (none) -> \n",
-       beforeWith("beta", {{"CheckInterval", 60}, {"Remark", ""}})},
-  };
-}
-
-std::vector<EditCase> removingCases() {
-  return {
-      {{"unset", "alpha", "Remark"},
-       "AppConfigs / alpha / Remark: x -> (none)\n",
-       beforeWith("alpha", {{"NiceValue", 5}, {"Own", Array{1, 2}}})},
-      // A key that only this file knows goes as well; what was never set does not matter.
-      {{"unset", "alpha", "Own", "NiceValue", "StripManaged"},
-       "AppConfigs / alpha / NiceValue: 5 -> (none)\n"
-       "AppConfigs / alpha / Own: 2 items -> (none)\n",
-       beforeWith("alpha", {{"Remark", "x"}})},
-      {{"unset", "beta", "CheckInterval"},
-       "AppConfigs / beta / CheckInterval: 30 -> (none)\n",
-       beforeWith("beta", {})},
-      {{"remove", "alpha", "beta"},
-       "AppConfigs / alpha / NiceValue: 5 -> (none)\n"
-       "AppConfigs / alpha / Own: 2 items -> (none)\n"
-       "AppConfigs / alpha / Remark: x -> (none)\n"
-       "AppConfigs / beta / CheckInterval: 30 -> (none)\n",
-       beforeWithout({"alpha", "beta"})},
-      {{"remove", "odd", "empty", "odd"},
-       "AppConfigs / empty: 0 entries -> (none)\nAppConfigs / odd: 7 -> (none)\n",
-       beforeWithout({"empty", "odd"})},
-  };
-}
-
-std::vector<EditCase> switchingCases() {
-  Dictionary off = before();
-  off.insert_or_assign("Enabled", false);
-  return {{{"disable"}, "Enabled: true -> false\n", off}};
-}
-
-void expectEdits(const std::vector<EditCase>& cases) {
+TEST(Set, ChangesWhatIsNamedAndNothingElse) {
   EditStory story;
-  for (const EditCase& each : cases) {
-    SCOPED_TRACE(each.arguments.at(0) + " " + each.out);
-    story.writePreferences(before());
-    const FileVersion untouched = story.version();
-    EXPECT_EQ(story.edit(with(each.arguments, {"--dry-run"})),
-              (EditResult{{0, each.out + "nothing was written\n", ""}, xml(before()), 0}));
-    EXPECT_EQ(story.version(), untouched);
-    EXPECT_EQ(story.edit(with(each.arguments, {"--no-apply"})),
-              (EditResult{{0, each.out, ""}, xml(each.after), 0}));
-    story.writePreferences(before());
-    EXPECT_EQ(story.edit(each.arguments), (EditResult{{0, each.out, ""}, xml(each.after), 1}));
-    EXPECT_EQ(modeOf(story.preferencesFile()), 0666U);
-    EXPECT_EQ(story.filesBeside(), Lines{"com.zel.vorlatch.plist"});
-  }
+  expectSettings(story, "set alpha NiceValue=-20", "AppConfigs / alpha / NiceValue: 5 -> -20\n",
+                 "alpha", {{"NiceValue", -20}, {"Remark", "x"}, {"Own", Array{1, 2}}});
+  expectSettings(story,
+                 "set empty JetsamPriority=highest MemLimitActive=2147483647 MemLimitInactive=-1 "
+                 "StripManaged=yes CheckInterval=0",
+                 R"(AppConfigs / empty / CheckInterval: (none) -> 0
+AppConfigs / empty / JetsamPriority: (none) -> 210
+AppConfigs / empty / MemLimitActive: (none) -> 2147483647
+AppConfigs / empty / MemLimitInactive: (none) -> -1
+AppConfigs / empty / StripManaged: (none) -> true
+)",
+                 "empty", dictionary(R"({"JetsamPriority": 210, "MemLimitActive": 2147483647,
+                     "MemLimitInactive": -1, "StripManaged": true, "CheckInterval": 0})"));
+  expectSettings(story, "set com.tencent.xin Remark=微信=x JetsamPriority=999 StripManaged=off",
+                 R"(AppConfigs / com.tencent.xin / JetsamPriority: (none) -> 999
+AppConfigs / com.tencent.xin / Remark: (none) -> 微信=x
+AppConfigs / com.tencent.xin / StripManaged: (none) -> false
+)",
+                 "com.tencent.xin",
+                 {{"Remark", "微信=x"}, {"JetsamPriority", 999}, {"StripManaged", false}});
+  // The last of two counts.
+  expectSettings(story, "set beta CheckInterval=1 Remark= CheckInterval=60",
+                 "AppConfigs / beta / CheckInterval: 30 -> 60\n"
+                 "AppConfigs / beta / Remark: (none) -> \n",
+                 "beta", {{"CheckInterval", 60}, {"Remark", ""}});
 }
 
-TEST(Edit, SetAddsATargetAndTellsTheDaemon) {
+TEST(Set, TellsTheDaemon) {
   ControlStory story;
   story.writeTargets({});
   story.device.launch({.name = "backboardd"});
   story.startAndSettle();
-  EXPECT_EQ(story.run({"set", "backboardd", "NiceValue=-5", "JetsamPriority=foreground"}),
-            (Output{0,
-                    "AppConfigs / backboardd / JetsamPriority: (none) -> 100\n"
-                    "AppConfigs / backboardd / NiceValue: (none) -> -5\n",
-                    ""}));
-  EXPECT_EQ(
-      readAll(story.preferencesFile()),
-      platform::writeXmlPropertyList(Dictionary{
-          {"Enabled", true},
-          {"AppConfigs",
-           Dictionary{{"backboardd", Dictionary{{"JetsamPriority", 100}, {"NiceValue", -5}}}}}}));
-  EXPECT_EQ(modeOf(story.preferencesFile()), 0666U);
+  EXPECT_EQ(story.answer("set backboardd NiceValue=-5"),
+            "AppConfigs / backboardd / NiceValue: (none) -> -5\n");
   story.Story::run(150ms);
   EXPECT_EQ(story.takeLog().at(1), "[进程] 目标: backboardd 已启动 PID: 100 ");
 }
 
-TEST(Edit, SetChangesWhatIsNamedAndNothingElse) {
-  expectEdits(settingCases());
-}
-
-TEST(Edit, UnsetAndRemoveTakeOutWhatIsNamedAndNothingElse) {
-  expectEdits(removingCases());
-}
-
-TEST(Edit, DisableSwitchesOff) {
-  expectEdits(switchingCases());
-}
-
-TEST(Edit, EnableSwitchesOnWhateverStoodThere) {
-  EditStory story;
-  const std::string on = xml({{"Enabled", true}});
-  story.writePreferences({});
-  EXPECT_EQ(story.edit({"enable"}), (EditResult{{0, "Enabled: (none) -> true\n", ""}, on, 1}));
-  story.writePreferences({{"Enabled", false}});
-  EXPECT_EQ(story.edit({"enable"}), (EditResult{{0, "Enabled: false -> true\n", ""}, on, 1}));
-  // A number that reads as true becomes a truth value.
-  story.writePreferences({{"Enabled", 1}});
-  EXPECT_EQ(story.edit({"enable"}), (EditResult{{0, "Enabled: 1 -> true\n", ""}, on, 1}));
-}
-
-TEST(Edit, EveryBandsNameIsTakenAndWrittenAsItsNumber) {
+TEST(Set, TakesEveryBandsName) {
   EditStory story;
   story.writeTargets({});
-  const std::vector<std::pair<std::string, int>> bands{{"idle", 0},
-                                                       {"background", 30},
-                                                       {"mail", 40},
-                                                       {"phone", 50},
-                                                       {"freezer", 75},
-                                                       {"ui-support", 80},
-                                                       {"foreground", 100},
-                                                       {"foreground-support", 90},
-                                                       {"audio-and-accessory", 120},
-                                                       {"conductor", 130},
-                                                       {"driver", 150},
-                                                       {"home", 160},
-                                                       {"executive", 170},
-                                                       {"important", 180},
-                                                       {"telephony", 190},
-                                                       {"default", 180},
-                                                       {"critical", 190},
-                                                       {"highest", 210}};
-  for (const auto& [name, number] : bands) {
-    EXPECT_EQ(story.run({"set", "a", "JetsamPriority=" + name}).status, 0) << name;
-    EXPECT_EQ(story.bytes(), xml(enabledWith({{"a", Dictionary{{"JetsamPriority", number}}}})))
-        << name;
+  for (const std::string& band :
+       wordsOf("idle=0 background=30 mail=40 phone=50 freezer=75 ui-support=80 foreground=100 "
+               "foreground-support=90 audio-and-accessory=120 conductor=130 driver=150 home=160 "
+               "executive=170 important=180 telephony=190 default=180 critical=190 highest=210")) {
+    const std::size_t equals = band.find('=');
+    const int number = std::stoi(band.substr(equals + 1));
+    EXPECT_EQ(story.edit("set a JetsamPriority=" + band.substr(0, equals)).written,
+              xml(enabledWith({{"a", Dictionary{{"JetsamPriority", number}}}})))
+        << band;
   }
 }
 
-TEST(Edit, WhatIsAlreadySoIsNotWrittenAndNobodyIsTold) {
+// A key that only this file knows goes as well; what was never set does not matter.
+TEST(Unset, TakesOutWhatIsNamedAndNothingElse) {
+  EditStory story;
+  expectSettings(story, "unset alpha Remark", "AppConfigs / alpha / Remark: x -> (none)\n", "alpha",
+                 {{"NiceValue", 5}, {"Own", Array{1, 2}}});
+  expectSettings(story, "unset alpha Own NiceValue StripManaged",
+                 "AppConfigs / alpha / NiceValue: 5 -> (none)\n"
+                 "AppConfigs / alpha / Own: 2 items -> (none)\n",
+                 "alpha", {{"Remark", "x"}});
+  expectSettings(story, "unset beta CheckInterval",
+                 "AppConfigs / beta / CheckInterval: 30 -> (none)\n", "beta", {});
+}
+
+TEST(Remove, TakesOutWhatIsNamedAndNothingElse) {
+  EditStory story;
+  story.expectEdit({"remove", "alpha", "beta"}, enabledWith(kTargets),
+                   R"(AppConfigs / alpha / NiceValue: 5 -> (none)
+AppConfigs / alpha / Own: 2 items -> (none)
+AppConfigs / alpha / Remark: x -> (none)
+AppConfigs / beta / CheckInterval: 30 -> (none)
+)",
+                   enabledWith({{"empty", Dictionary{}}, {"odd", 7}}));
+  story.expectEdit({"remove", "odd", "empty", "odd"}, enabledWith(kTargets),
+                   "AppConfigs / empty: 0 entries -> (none)\nAppConfigs / odd: 7 -> (none)\n",
+                   enabledWith({{"alpha", kAlpha}, {"beta", kBeta}}));
+}
+
+// A number that reads as true becomes a truth value, and a file of any mode one that everybody may
+// edit.
+TEST(Enable, SwitchesOnAndDisableOff) {
+  EditStory story;
+  const Dictionary on{{"Enabled", true}};
+  const Dictionary off{{"Enabled", false}};
+  story.writePreferences(on);
+  std::filesystem::permissions(story.preferencesFile(), std::filesystem::perms(0600));
+  EXPECT_EQ(story.edit("disable"), (EditResult{"Enabled: true -> false\n", xml(off), 1}));
+  story.expectEdit({"disable"}, on, "Enabled: true -> false\n", off);
+  story.expectEdit({"enable"}, {}, "Enabled: (none) -> true\n", on);
+  story.expectEdit({"enable"}, off, "Enabled: false -> true\n", on);
+  story.expectEdit({"enable"}, {{"Enabled", 1}}, "Enabled: 1 -> true\n", on);
+}
+
+TEST(Edit, LeavesAloneWhatIsAlreadySo) {
   EditStory story;
   Dictionary preferences = defaultPreset();
   preferences.at("AppConfigs").as<Dictionary>()->insert_or_assign("odd", 7);
   story.writePreferences(preferences);
-  const FileVersion untouched = story.version();
-  for (const Arguments& arguments :
-       std::vector<Arguments>{{"set", "kbd", "NiceValue=-18", "Remark=键盘", "JetsamPriority=-1"},
-                              {"unset", "kbd", "StripManaged"},
-                              {"enable"},
-                              {"preset"},
-                              {"preset", "--replace"}}) {
-    EXPECT_EQ(story.edit(arguments),
-              (EditResult{{0, "nothing to change\n", ""}, untouched.bytes, 0}))
-        << arguments[0];
-    EXPECT_EQ(story.edit(with(arguments, {"--dry-run"})),
-              (EditResult{{0, "nothing to change\nnothing was written\n", ""}, untouched.bytes, 0}))
-        << arguments[0];
-    EXPECT_EQ(story.version(), untouched) << arguments[0];
+  for (const std::string line :
+       {"set kbd NiceValue=-18 Remark=键盘 JetsamPriority=-1", "unset kbd StripManaged", "enable",
+        "preset", "preset --replace"}) {
+    EXPECT_EQ(story.edit(line), EditResult{"nothing to change\n"}) << line;
+    EXPECT_EQ(story.edit(line + " --dry-run"),
+              EditResult{"nothing to change\nnothing was written\n"})
+        << line;
   }
 }
 
-TEST(Edit, AMissingFileIsMade) {
+TEST(Edit, MakesAMissingFile) {
   EditStory story;
-  EXPECT_EQ(story.edit({"set", "alpha", "NiceValue=1", "--dry-run"}),
-            (EditResult{{0,
-                         "AppConfigs / alpha / NiceValue: (none) -> 1\nnothing was written\n"
-                         "the daemon is switched off; vorlatchctl enable switches it on\n",
-                         ""},
-                        "",
-                        0}));
-  EXPECT_EQ(story.filesBeside(), Lines{});
-  EXPECT_EQ(story.edit({"set", "alpha", "NiceValue=1"}),
-            (EditResult{{0,
-                         "AppConfigs / alpha / NiceValue: (none) -> 1\n"
-                         "the daemon is switched off; vorlatchctl enable switches it on\n",
-                         ""},
-                        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                        "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-                        "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-                        "<plist version=\"1.0\">\n<dict>\n"
-                        "\t<key>AppConfigs</key>\n\t<dict>\n"
-                        "\t\t<key>alpha</key>\n\t\t<dict>\n"
-                        "\t\t\t<key>NiceValue</key>\n\t\t\t<integer>1</integer>\n"
-                        "\t\t</dict>\n\t</dict>\n</dict>\n</plist>\n",
-                        1}));
-  EXPECT_EQ(modeOf(story.preferencesFile()), 0666U);
+  const std::string change = "AppConfigs / alpha / NiceValue: (none) -> 1\n";
+  EXPECT_EQ(story.edit("set alpha NiceValue=1 --dry-run"),
+            EditResult{change + "nothing was written\n" + kOffHint});
+  EXPECT_EQ(
+      story.edit("set alpha NiceValue=1"),
+      (EditResult{change + kOffHint,
+                  xml({{"AppConfigs", Dictionary{{"alpha", Dictionary{{"NiceValue", 1}}}}}}), 1}));
+}
+
+TEST(Edit, TakesSquareBracketsAsTheyAre) {
+  EditStory story;
+  story.writeTargets({{"[a,b]", Dictionary{}}, {"a", Dictionary{}}});
+  EXPECT_EQ(story.answer("set [a,b] Remark=[x]"), "AppConfigs / [a,b] / Remark: (none) -> [x]\n");
+  EXPECT_EQ(story.answer("set a [Remark=1]"),
+            "err: vorlatchctl: there is no key [Remark; did you mean Remark?\nexit 2\n");
+  EXPECT_EQ(story.answer("remove [a,b]"), "AppConfigs / [a,b] / Remark: [x] -> (none)\n");
 }
 
 // What another editor writes between the reading and the writing is not lost, lock or no lock.
-TEST(EditPreferences, BeginsAgainWhenTheFileChangesMeanwhile) {
+TEST(Edit, BeginsAgainWhenTheFileChanges) {
   EditStory story;
   story.writePreferences({{"Mine", 1}});
   int calls = 0;
@@ -271,7 +176,7 @@ TEST(EditPreferences, BeginsAgainWhenTheFileChangesMeanwhile) {
   EXPECT_EQ(story.bytes(), xml({{"Added", true}, {"Mine", 1}, {"Theirs", 2}}));
 }
 
-TEST(EditPreferences, GivesUpOnAFileThatNeverStandsStill) {
+TEST(Edit, GivesUpOnAFileThatNeverStandsStill) {
   EditStory story;
   story.writePreferences({});
   int calls = 0;
@@ -292,15 +197,106 @@ TEST(EditPreferences, GivesUpOnAFileThatNeverStandsStill) {
   EXPECT_EQ(story.bytes(), xml({{"Theirs", calls}}));
 }
 
-TEST(Edit, SquareBracketsAreCharactersLikeAnyOther) {
+Dictionary& targetsIn(Dictionary& preferences) {
+  return *preferences.at("AppConfigs").as<Dictionary>();
+}
+
+// The preset switched off, without one of its targets, with one changed and one added.
+Dictionary edited(const std::string& missing, const std::string& changed) {
+  Dictionary preferences = defaultPreset();
+  preferences.insert_or_assign("Enabled", false);
+  preferences.insert_or_assign("LogSizeLimit", 1000);
+  Dictionary& targets = targetsIn(preferences);
+  targets.erase(missing);
+  if (!changed.empty()) targets.insert_or_assign(changed, Dictionary{{"NiceValue", 3}});
+  targets.insert_or_assign("alpha", Dictionary{{"NiceValue", 1}});
+  return preferences;
+}
+
+constexpr const char* kKeyboardAdded = R"(AppConfigs / kbd / CheckInterval: (none) -> 0
+AppConfigs / kbd / JetsamPriority: (none) -> -1
+AppConfigs / kbd / MemLimitActive: (none) -> 0
+AppConfigs / kbd / MemLimitInactive: (none) -> 0
+AppConfigs / kbd / NiceValue: (none) -> -18
+AppConfigs / kbd / Remark: (none) -> 键盘
+)";
+const std::string kDasdReplaced = R"(AppConfigs / dasd / NiceValue: 3 -> 1
+AppConfigs / dasd / CheckInterval: (none) -> 0
+AppConfigs / dasd / JetsamPriority: (none) -> -1
+AppConfigs / dasd / MemLimitActive: (none) -> 0
+AppConfigs / dasd / MemLimitInactive: (none) -> 0
+AppConfigs / dasd / Remark: (none) -> 后台刷新
+)";
+
+void expectPreset(const std::string& line, const std::string& changes, const Dictionary& after,
+                  const std::string& hint) {
   EditStory story;
-  story.writeTargets({{"[a,b]", Dictionary{}}, {"a", Dictionary{}}});
-  EXPECT_EQ(story.edit({"set", "[a,b]", "Remark=[x]"}).output,
-            (Output{0, "AppConfigs / [a,b] / Remark: (none) -> [x]\n", ""}));
-  EXPECT_EQ(story.edit({"set", "a", "[Remark=1]"}).output,
-            (Output{2, "", "vorlatchctl: there is no key [Remark; did you mean Remark?\n"}));
-  EXPECT_EQ(story.edit({"remove", "[a,b]"}).output,
-            (Output{0, "AppConfigs / [a,b] / Remark: [x] -> (none)\n", ""}));
+  story.expectEdit(wordsOf(line), edited("kbd", "dasd"), changes, after, hint);
+  EXPECT_EQ(story.edit(line), EditResult{"nothing to change\n" + hint});
+}
+
+TEST(Preset, AddsMissingTargets) {
+  expectPreset("preset", kKeyboardAdded, edited("", "dasd"), kOffHint);
+}
+
+TEST(Preset, ReplacesItsTargets) {
+  expectPreset("preset --replace", kDasdReplaced + kKeyboardAdded, edited("", ""), kOffHint);
+}
+
+TEST(Preset, ReplacesTheWholeFile) {
+  expectPreset("preset --replace-file",
+               "AppConfigs / alpha / NiceValue: 1 -> (none)\n" + kDasdReplaced + kKeyboardAdded +
+                   "Enabled: false -> true\n"
+                   "LogSizeLimit: 1000 -> (none)\n",
+               defaultPreset(), "");
+}
+
+TEST(Preset, ReplacesAFileThatCannotBeRead) {
+  EditStory story;
+  for (const std::string bytes :
+       {"missing", "", "no property list", "bplist00", "<plist><array/></plist>"}) {
+    SCOPED_TRACE(bytes);
+    if (bytes != "missing") writeAll(story.preferencesFile(), bytes);
+    EXPECT_EQ(story.edit("preset --replace-file --dry-run").written, std::nullopt);
+    const EditResult result = story.edit("preset --replace-file");
+    EXPECT_EQ(result, (EditResult{result.answer, xml(defaultPreset()), 1}));
+    EXPECT_EQ(result.answer.find("exit"), std::string::npos);
+    EXPECT_EQ(result.answer.find("err: "), std::string::npos);
+  }
+}
+
+TEST(EditJson, SaysWhatIsChangedWrittenAndApplied) {
+  EditStory story;
+  const auto json = [](const std::string& written, const std::string& applied) {
+    return pretty(R"({"changes": [
+      {"path": ["AppConfigs", "alpha", "NiceValue"], "before": 1, "after": -5},
+      {"path": ["AppConfigs", "alpha", "StripManaged"], "before": null, "after": true}
+    ], "written": )" +
+                  written + ", \"applied\": " + applied + "}");
+  };
+  const auto with_alpha = [](const Dictionary& settings) {
+    return Dictionary{{"AppConfigs", Dictionary{{"alpha", settings}}}};
+  };
+  const std::string line = "set alpha NiceValue=-5 StripManaged=1 --json";
+  const std::string after = xml(with_alpha({{"NiceValue", -5}, {"StripManaged", true}}));
+  story.writePreferences(with_alpha({{"NiceValue", 1}}));
+  EXPECT_EQ(story.edit(line + " --dry-run"), EditResult{json("false", "false")});
+  EXPECT_EQ(story.edit(line + " --no-apply"), (EditResult{json("true", "false"), after}));
+  EXPECT_EQ(story.edit(line),
+            EditResult{pretty(R"({"changes": [], "written": false, "applied": false})")});
+  story.writePreferences(with_alpha({{"NiceValue", 1}}));
+  EXPECT_EQ(story.edit(line), (EditResult{json("true", "true"), after, 1}));
+}
+
+TEST(EditJson, GivesWhatARemovedTargetHeld) {
+  EditStory story;
+  story.writePreferences({{"AppConfigs", Dictionary{{"odd", 7}, {"空", Dictionary{}}}}});
+  EXPECT_EQ(story.edit("--json remove odd 空"),
+            (EditResult{
+                pretty(R"({"changes": [{"path": ["AppConfigs", "odd"], "before": 7, "after": null},
+  {"path": ["AppConfigs", "空"], "before": {}, "after": null}], "written": true,
+  "applied": true})"),
+                xml({{"AppConfigs", Dictionary{}}}), 1}));
 }
 
 }  // namespace

@@ -1,16 +1,20 @@
-// vorlatchctl log: what is shown of the daemon's log, and how.
+// vorlatchctl log: what is shown of the daemon's log, and how; with -f, across clearings and
+// whatever else becomes of the file.
 #include <filesystem>
+#include <fstream>
 
 #include <gtest/gtest.h>
 
-#include "tests/cli/control_run.h"
+#include "tests/cli/held_story.h"
 
 namespace vorlatch::tests {
 namespace {
 
-using plist::Dictionary;
-
 const std::string kStamp = "[03-04 05:06:07] ";
+
+constexpr const char* kNoLog =
+    "err: vorlatchctl: {log}: No such file or directory; is the package installed, and has the "
+    "daemon been started?\nexit 3\n";
 
 // The lines under one stamp.
 std::string stamped(const Lines& lines, const std::string& stamp = kStamp) {
@@ -23,162 +27,127 @@ struct LogStory : ControlStory {
   explicit LogStory(const Lines& lines) { writeAll(logFile(), stamped(lines)); }
 };
 
-TEST(Log, AllOfIt) {
-  LogStory story({"[守护] PID:7", kChapterRule, "without a category"});
-  EXPECT_EQ(story.run({"log"}),
-            (Output{0, stamped({"[守护] PID:7", kChapterRule, "without a category"}), ""}));
+TEST(Log, ShowsTheLastLines) {
+  const Lines lines{"[守护] PID:7", kChapterRule, "without a category"};
+  LogStory story(lines);
+  for (const char* all : {"log", "log --lines 9", "log -n 0"}) {
+    EXPECT_EQ(story.answer(all), stamped(lines)) << all;
+  }
+  EXPECT_EQ(story.answer("log -n 2"), stamped({kChapterRule, "without a category"}));
 }
 
-TEST(Log, TheLastLines) {
-  LogStory story({"one", "two", "three"});
-  EXPECT_EQ(story.run({"log", "-n", "2"}), (Output{0, stamped({"two", "three"}), ""}));
-  EXPECT_EQ(story.run({"log", "--lines", "9"}), (Output{0, stamped({"one", "two", "three"}), ""}));
-  EXPECT_EQ(story.run({"log", "-n", "0"}), (Output{0, stamped({"one", "two", "three"}), ""}));
-}
-
-TEST(Log, OneCategoryWithAndWithoutItsBrackets) {
+TEST(Log, ShowsOneCategory) {
   LogStory story({"[内核] ：成功", "[内核: 失败] is another", "[守护] [内核] is text", "内核",
                   kTargetRule, "[内核] ：失败"});
-  const Output expected{0, stamped({"[内核] ：成功", "[内核] ：失败"}), ""};
-  EXPECT_EQ(story.run({"log", "--category", "内核"}), expected);
-  EXPECT_EQ(story.run({"log", "--category", "[内核]"}), expected);
-  EXPECT_EQ(story.run({"log", "--category", "内核", "-n", "1"}),
-            (Output{0, stamped({"[内核] ：失败"}), ""}));
-  EXPECT_EQ(story.run({"log", "--category", "全局守护"}), (Output{0, "", ""}));
+  const std::string expected = stamped({"[内核] ：成功", "[内核] ：失败"});
+  EXPECT_EQ(story.answer("log --category 内核"), expected);
+  EXPECT_EQ(story.answer("log --category [内核]"), expected);
+  EXPECT_EQ(story.answer("log --category 内核 -n 1"), stamped({"[内核] ：失败"}));
+  EXPECT_EQ(story.answer("log --category 全局守护"), "");
+  EXPECT_EQ(story.answer("log --category 核"),
+            "err: vorlatchctl: there is no category 核; there are: 守护 内核 配置 进程 内存优先级 "
+            "内存限制 进程优先级 系统 恢复 状态剥离 环境适配 全局守护\nexit 2\n");
 }
 
-TEST(Log, AnUnknownCategoryIsWrongUsage) {
-  LogStory story({"[内核] ：成功"});
-  EXPECT_EQ(story.run({"log", "--category", "核"}),
-            (Output{2, "",
-                    "vorlatchctl: there is no category 核; there are: 守护 内核 配置 进程 "
-                    "内存优先级 内存限制 进程优先级 系统 恢复 状态剥离 环境适配 全局守护\n"}));
-}
-
-TEST(Log, ControlCharactersAreShownAndNotObeyed) {
+TEST(Log, SpellsControlCharactersOut) {
   LogStory story({"[守护] \x1b[2Jalpha\x07\tPID:1 \xff\xc2\x9b", "[\x1b]0;x\x07] \x7f"});
-  EXPECT_EQ(
-      story.run({"log"}),
-      (Output{0, stamped({"[守护] ^[[2Jalpha^G^IPID:1 \\xFF\\xC2\\x9B", "[^[] 0;x^G] ^?"}), ""}));
+  EXPECT_EQ(story.answer("log"),
+            stamped({"[守护] ^[[2Jalpha^G^IPID:1 \\xFF\\xC2\\x9B", "[^[] 0;x^G] ^?"}));
 }
 
-TEST(Log, ALineWithoutAStampIsShownAsItIs) {
+// The last line is still being written.
+TEST(Log, ShowsWholeLinesWithoutAStamp) {
   ControlStory story;
-  writeAll(story.logFile(), "foreign\x1b[m\n\n[short]\n[03-04 05:06:07]\n");
-  EXPECT_EQ(story.run({"log"}), (Output{0, "foreign^[[m\n\n[short]\n[03-04 05:06:07]\n", ""}));
-}
-
-TEST(Log, ALineThatIsStillBeingWrittenIsLeftOut) {
-  ControlStory story;
-  writeAll(story.logFile(), kStamp + "one\n" + kStamp + "tw");
-  EXPECT_EQ(story.run({"log"}), (Output{0, kStamp + "one\n", ""}));
+  writeAll(story.logFile(), "foreign\x1b[m\n\n[short]\n[03-04 05:06:07]\n" + kStamp + "tw");
+  EXPECT_EQ(story.answer("log"), "foreign^[[m\n\n[short]\n[03-04 05:06:07]\n");
 }
 
 TEST(Log, InColours) {
   LogStory story({kTargetRule, "[守护] PID:7", "[内核] ：成功",
                   "[系统] 内存优先级:9 -> [内核: 失败]", "[内核] ：已被系统覆盖", "[\x1b] x"});
   story.has_colour = true;
-  const std::string stamp = "\x1b[2m[03-04 05:06:07]\x1b[0m ";
   const auto category = [](const std::string& name) { return "\x1b[36m[" + name + "]\x1b[0m "; };
-  EXPECT_EQ(story.run({"log"}),
-            (Output{0,
-                    stamp + "\x1b[2m" + kTargetRule + "\x1b[0m\n" +                     //
-                        stamp + category("守护") + "PID:7\n" +                          //
-                        stamp + category("内核") + "\x1b[32m：成功\x1b[0m\n" +          //
-                        stamp + category("系统") +                                      //
-                        "\x1b[31m内存优先级:9 -> [内核: 失败]\x1b[0m\n" +               //
-                        stamp + category("内核") + "\x1b[33m：已被系统覆盖\x1b[0m\n" +  //
-                        stamp + category("^[") + "x\n",
-                    ""}));
+  EXPECT_EQ(story.answer("log"),
+            stamped({"\x1b[2m" + kTargetRule + "\x1b[0m", category("守护") + "PID:7",
+                     category("内核") + "\x1b[32m：成功\x1b[0m",
+                     category("系统") + "\x1b[31m内存优先级:9 -> [内核: 失败]\x1b[0m",
+                     category("内核") + "\x1b[33m：已被系统覆盖\x1b[0m", category("^[") + "x"},
+                    "\x1b[2m[03-04 05:06:07]\x1b[0m "));
 }
 
-TEST(Log, FindsStampsOfOtherClocksAndDigits) {
+// Stamps may be of other clocks and in other digits.
+TEST(Log, AsJsonALineEach) {
   ControlStory story;
   writeAll(story.logFile(),
+           "[03-04 05:06:07] ----\n"
+           "[03-04 05:06:07] [守护] \"PID\":7\x1b\n"
+           "[03-04 05:06:07] \xff\n"
+           "[03-04 05:06:07] [open\n"
            "[03-04 下午5:06:07] [守护] twelve hours\n"
            "[٠٣-٠٤ ٠٥:٠٦:٠٧] [内核] other digits\n"
            "[note] [守护] no stamp\n"
-           "[a:b:c] [守护] none either\n");
-  EXPECT_EQ(story.run({"log", "--json"}),
-            (Output{0,
-                    R"({"stamp":"03-04 下午5:06:07","category":"守护","text":"twelve hours"}
+           "[a:b:c] [守护] none either\n"
+           "[03-04 05:06:07\n"
+           "\n");
+  EXPECT_EQ(story.answer("log --json"),
+            R"({"stamp":"03-04 05:06:07","category":"","text":"----"}
+{"stamp":"03-04 05:06:07","category":"守护","text":"\"PID\":7\u001b"}
+{"stamp":"03-04 05:06:07","category":"","text":"�"}
+{"stamp":"03-04 05:06:07","category":"","text":"[open"}
+{"stamp":"03-04 下午5:06:07","category":"守护","text":"twelve hours"}
 {"stamp":"٠٣-٠٤ ٠٥:٠٦:٠٧","category":"内核","text":"other digits"}
 {"stamp":"","category":"","text":"[note] [守护] no stamp"}
 {"stamp":"","category":"","text":"[a:b:c] [守护] none either"}
-)",
-                    ""}));
+{"stamp":"","category":"","text":"[03-04 05:06:07"}
+{"stamp":"","category":"","text":""}
+)");
 }
 
-TEST(Log, AsJsonALineEach) {
-  LogStory story({kTargetRule, "[守护] \"PID\":7\x1b", "\xff"});
-  EXPECT_EQ(story.run({"log", "--json"}),
-            (Output{0,
-                    R"({"stamp":"03-04 05:06:07","category":"","text":")" + kTargetRule +
-                        R"("}
-{"stamp":"03-04 05:06:07","category":"守护","text":"\"PID\":7\u001b"}
-{"stamp":"03-04 05:06:07","category":"","text":"�"}
-)",
-                    ""}));
-}
-
-TEST(Log, AMissingFile) {
+TEST(Log, CannotShowWhatIsNoFile) {
   ControlStory story;
-  EXPECT_EQ(story.run({"log"}),
-            (Output{3, "",
-                    "vorlatchctl: " + story.logFile() +
-                        ": No such file or directory; is the package installed, and has the daemon "
-                        "been started?\n"}));
-}
-
-TEST(Log, ADirectoryInItsPlace) {
-  ControlStory story;
+  EXPECT_EQ(story.answer("log"), kNoLog);
   std::filesystem::create_directory(story.logFile());
-  EXPECT_EQ(story.run({"log"}),
-            (Output{3, "", "vorlatchctl: " + story.logFile() + " is no regular file\n"}));
+  EXPECT_EQ(story.answer("log"), "err: vorlatchctl: {log} is no regular file\nexit 3\n");
 }
 
-// What an apply with these settings logs.
-const Dictionary kLeftAlone{{"JetsamPriority", -1}};
-
-Lines applied(const std::string& key, const std::string& pid) {
-  return {"[内存限制] 目标 Act:0 Inact:0 | 最终 Act:1450 Inact:1450 -> [成功]", "[内核] ：成功",
-          "[进程优先级] 目标已是 0", "[内存优先级] 目标:-1 -> 未设置, 跳过",
-          "[守护] " + key + " PID:" + pid + " 完成"};
+// What is logged of a target's apply, the first lines given.
+std::string applied(Lines lines, const std::string& name, const std::string& pid,
+                    const std::string& stamp = kStamp) {
+  return stamped(
+      with(std::move(lines),
+           {"[内存限制] 目标 Act:0 Inact:0 | 最终 Act:1450 Inact:1450 -> [成功]", "[内核] ：成功",
+            "[进程优先级] 目标已是 0", "[内存优先级] 目标:-1 -> 未设置, 跳过",
+            "[守护] " + name + " PID:" + pid + " 完成"}),
+      stamp);
 }
 
-Lines joined(const std::vector<Lines>& parts) {
-  Lines lines;
-  for (const Lines& part : parts) lines.insert(lines.end(), part.begin(), part.end());
-  return lines;
-}
-
-TEST(Log, OfATargetThePassAndThePatrol) {
+TEST(LogOfTarget, FromPassToRestore) {
   ControlStory story;
   story.device.launch({.name = "alpha"});
   story.device.launch({.name = "beta"});
   story.writeTargets({{"alpha", kLeftAlone}, {"beta", kLeftAlone}});
   story.startAndSettle();
+  EXPECT_EQ(story.answer("log --target beta --category 守护"),
+            stamped({"[守护] beta PID:101 完成"}));
   story.Story::run(1800s);
   const std::string patrolled = "[03-04 05:36:07] ";
+  EXPECT_EQ(story.answer("log --target beta"),
+            applied({kTargetRule, "[进程] 目标: beta 已启动 PID: 101 "}, "beta", "101") +
+                applied({}, "beta", "101", patrolled));
+  EXPECT_EQ(story.answer("log --target bet"), "");
+  story.writeTargets({{"alpha", Dictionary{{"JetsamPriority", -1}, {"Remark", "x"}}}});
+  story.postAndRun();
+  story.writeTargets({});
+  story.postAndRun();
   EXPECT_EQ(
-      story.run({"log", "--target", "alpha"}),
-      (Output{
-          0,
-          stamped(joined(
-              {{kTargetRule, "[进程] 目标: alpha 已启动 PID: 100 "}, applied("alpha", "100")})) +
-              stamped(joined({{kChapterRule, "[守护] 开始执行 1800s "}, applied("alpha", "100")}),
-                      patrolled),
-          ""}));
-  EXPECT_EQ(story.run({"log", "--target", "beta"}),
-            (Output{0,
-                    stamped(joined({{kTargetRule, "[进程] 目标: beta 已启动 PID: 101 "},
-                                    applied("beta", "101")})) +
-                        stamped(applied("beta", "101"), patrolled),
-                    ""}));
-  EXPECT_EQ(story.run({"log", "--target", "bet"}), (Output{0, "", ""}));
+      story.answer("log --target alpha"),
+      applied({kTargetRule, "[进程] 目标: alpha 已启动 PID: 100 "}, "alpha", "100") +
+          applied({kChapterRule, "[守护] 开始执行 1800s "}, "alpha", "100", patrolled) +
+          applied({kTargetRule, "[配置] 目标: alpha PID: 100"}, "alpha", "100", patrolled) +
+          stamped({kTargetRule, "[恢复] 目标: alpha PID: 100", "[守护] alpha PID:100"}, patrolled));
 }
 
-TEST(Log, OfATargetTheWatchTimerAndTheExit) {
+TEST(LogOfTarget, FromWatchTimerToExit) {
   ControlStory story;
   story.device.launch({.name = "alpha"});
   story.device.launch({.name = "alphabet"});
@@ -188,54 +157,114 @@ TEST(Log, OfATargetTheWatchTimerAndTheExit) {
   story.Story::run(60s);
   story.device.exit(100);
   story.Story::run(60s);
-  EXPECT_EQ(story.run({"log", "--target", "alpha"}),
-            (Output{0,
-                    stamped(joined({{kTargetRule, "[进程] 目标: alpha 已启动 PID: 100 "},
-                                    applied("alpha", "100")})) +
-                        stamped(joined({{kTargetRule, "[守护] 目标: alpha | 检测: 60s | PID: 100"},
-                                        applied("alpha", "100")}),
-                                "[03-04 05:07:07] ") +
-                        stamped({kTargetRule, "[进程] 目标: alpha 已退出"}, "[03-04 05:08:07] "),
-                    ""}));
+  EXPECT_EQ(story.answer("log --target alpha"),
+            applied({kTargetRule, "[进程] 目标: alpha 已启动 PID: 100 "}, "alpha", "100") +
+                applied({kTargetRule, "[守护] 目标: alpha | 检测: 60s | PID: 100"}, "alpha", "100",
+                        "[03-04 05:07:07] ") +
+                stamped({kTargetRule, "[进程] 目标: alpha 已退出"}, "[03-04 05:08:07] "));
 }
 
-TEST(Log, OfATargetTheEditAndTheRestore) {
-  ControlStory story;
-  story.device.launch({.name = "alpha"});
-  story.device.launch({.name = "beta"});
-  story.writeTargets({{"alpha", kLeftAlone}, {"beta", kLeftAlone}});
-  story.startAndSettle();
-  const std::size_t before = story.run({"log", "--target", "alpha"}).out.size();
-  story.writeTargets({{"alpha", Dictionary{{"JetsamPriority", -1}, {"Remark", "x"}}}});
-  story.postAndRun();
-  story.writeTargets({});
-  story.postAndRun();
-  EXPECT_EQ(
-      story.run({"log", "--target", "alpha"}).out.substr(before),
-      stamped(joined({{kTargetRule, "[配置] 目标: alpha PID: 100"}, applied("alpha", "100")})) +
-          stamped({kTargetRule, "[恢复] 目标: alpha PID: 100", "[守护] alpha PID:100"}));
-}
-
-TEST(Log, OfATargetOneCategory) {
-  ControlStory story;
-  story.device.launch({.name = "alpha"});
-  story.device.launch({.name = "beta"});
-  story.writeTargets({{"alpha", kLeftAlone}, {"beta", kLeftAlone}});
-  story.startAndSettle();
-  EXPECT_EQ(story.run({"log", "--target", "beta", "--category", "守护"}),
-            (Output{0, stamped({"[守护] beta PID:101 完成"}), ""}));
-}
-
-TEST(Log, ATargetWhoseNameBeginsLikeAnothersIsNotTakenForIt) {
+TEST(LogOfTarget, NotOfALongerName) {
   LogStory story({kTargetRule, "[进程] 目标: alpha two 已退出", kTargetRule,
                   "[守护] alpha two PID:9 完成", kTargetRule,
                   "[状态剥离] 目标: alpha -> [操作: 成功] [内核]: 1)"});
-  EXPECT_EQ(story.run({"log", "--target", "alpha"}), (Output{0, "", ""}));
-  EXPECT_EQ(story.run({"log", "--target", "alpha two"}),
-            (Output{0,
-                    stamped({kTargetRule, "[进程] 目标: alpha two 已退出", kTargetRule,
-                             "[守护] alpha two PID:9 完成"}),
-                    ""}));
+  EXPECT_EQ(story.answer("log --target alpha"), "");
+  EXPECT_EQ(story.answer(Arguments{"log", "--target", "alpha two"}),
+            stamped({kTargetRule, "[进程] 目标: alpha two 已退出", kTargetRule,
+                     "[守护] alpha two PID:9 完成"}));
+}
+
+// A log that is followed from these bytes on; the n-th happening takes place before the n-th wait,
+// and a look later comes Ctrl-C. The first character says what happens with the text behind it:
+//   +  it is appended                  >  a file of it replaces the log
+//   =  it is all that is left          -  the log is removed
+//   _  it stands behind a hole, after a clearing; ~ likewise without the clearing
+struct Followed {
+  std::string bytes;
+  Lines happenings;
+  std::string shown;
+  std::string options = "";
+};
+
+struct FollowStory : ControlStory {
+  void happen(char what, const std::string& text) const {
+    const std::string path = logFile();
+    if (what == '-') {
+      std::filesystem::remove(path);
+    } else if (what == '>') {
+      writeAll(path + ".new", text);
+      std::filesystem::rename(path + ".new", path);
+    } else {
+      if (what == '=' || what == '_') std::filesystem::resize_file(path, 0);
+      if (what == '~') std::filesystem::resize_file(path, 8);
+      if (what == '_') std::filesystem::resize_file(path, 200'000);
+      std::ofstream file(path, std::ios::binary | std::ios::app);
+      file << text;
+      file.close();
+      ASSERT_TRUE(file.good()) << path;
+    }
+  }
+  void expectShown(const Followed& followed) {
+    SCOPED_TRACE(testing::PrintToString(followed.happenings) + followed.options);
+    if (!followed.bytes.empty()) writeAll(logFile(), followed.bytes);
+    is_interrupted = [this, &happenings = followed.happenings](int waits) {
+      const auto next = static_cast<std::size_t>(waits);
+      if (next == happenings.size()) return true;
+      happen(happenings[next].at(0), happenings[next].substr(1));
+      return false;
+    };
+    EXPECT_EQ(answer("log -f" + followed.options), followed.shown);
+  }
+};
+
+TEST(LogFollow, OverTheDaemonsClearing) {
+  FollowStory story;
+  story.writePreferences({{"Enabled", true}, {"LogSizeLimit", 1}, {"AppConfigs", Dictionary{}}});
+  story.start();
+  const std::string cleared = kStamp + "[守护] 日志大小超过设定限制(0.0MB)，已自动清空。\n";
+  story.expectShown({"", {"+", "+"}, story.answer("log") + cleared});
+}
+
+// A stream that goes on at its place after a clearing leaves a hole.
+TEST(LogFollow, OverWhatBecomesOfTheFile) {
+  FollowStory story;
+  const std::string old = "one\ntwo\n";
+  for (const Followed& each : std::vector<Followed>{
+           {old, {"+three\nfo", "+ur\n", "+"}, "two\nthree\nfour\n", " -n 1"},
+           {old, {"=three\nfour\nfive\n"}, old + "three\nfour\nfive\n"},
+           {old, {"=six\nten\n"}, old + "six\nten\n"},
+           {"one\nunfin", {"=ished\n"}, "one\nished\n"},
+           {old, {"=", "~three\n"}, old + "three\n"},
+           {old, {"_three\n", "+four\n"}, old + "three\nfour\n"},
+           {old, {">three\nfour\nfive\n", "+six\n"}, old + "three\nfour\nfive\nsix\n"},
+           {"one\n", {"-", "+"}, std::string("one\n") + kNoLog}}) {
+    story.expectShown(each);
+  }
+  story.happen('+', "1\n");
+  story.happen('_', "2\n");
+  EXPECT_EQ(story.answer("log"), "2\n");
+}
+
+TEST(LogFollow, ShowsATargetsWholeBlocks) {
+  FollowStory story;
+  const std::string rule = kStamp + kTargetRule + "\n";
+  const std::string exited = rule + kStamp + "[进程] 目标: alpha 已退出\n";
+  const std::string begun = rule + kStamp + "[进程] 目标: alpha 已启动 PID: 9 \n";
+  const std::string completed = kStamp + "[守护] alpha PID:9 完成\n";
+  const std::string other = rule + kStamp + "[进程] 目标: beta 已退出\n";
+  story.expectShown({other + begun,
+                     {"+", "+" + completed, "+" + other + exited, "+"},
+                     begun + completed + exited,
+                     " --target alpha"});
+}
+
+// A line is cut behind 64 kB. Without a target, no line waits for the end of its block.
+TEST(LogFollow, ShowsLinesAtOnce) {
+  FollowStory story;
+  const std::string first = kStamp + "[守护] PID:7\n";
+  const std::string second(65'536, 'x');
+  story.expectShown({first + second + second + "\n", {"+", "+"}, first + second + "\n"});
+  story.expectShown({first + kStamp + "[内核] two\n", {}, first, " --category 守护"});
 }
 
 }  // namespace

@@ -9,16 +9,39 @@
 namespace vorlatch::tests {
 namespace {
 
-using plist::Dictionary;
+const Dictionary kTargets{{"alpha", kAlphaSettings}, {"beta", Dictionary{{"NiceValue", 4}}}};
+const Dictionary kSwitchedOff{{"Enabled", false}, {"AppConfigs", kTargets}};
+
+constexpr const char* kKeep = "release --keep-preferences";
+constexpr const char* kBoth = "handed back: alpha, beta\n";
+constexpr const char* kNothing = "nothing was held\n";
+
+std::string asideOf(const Story& story) {
+  return story.preferencesFile() + ".released";
+}
+
+// The command gives the answer and leaves the preferences as these bytes, with nothing beside them.
+void expectKept(ControlStory& story, const std::string& line, const std::string& answer,
+                const std::string& bytes) {
+  EXPECT_EQ(story.answer(line), answer);
+  EXPECT_EQ(readAll(story.preferencesFile()), bytes);
+  EXPECT_EQ(std::filesystem::exists(asideOf(story)), false);
+}
+void expectKept(ControlStory& story, const std::string& line, const std::string& answer) {
+  expectKept(story, line, answer, readAll(story.preferencesFile()));
+}
 
 // Two targets that the daemon holds, 101 and 102.
 struct TwoHeld : HeldStory {
   TwoHeld() {
     device.launch({.name = "beta"});
-    writeTargets({{"alpha", kAlphaSettings}, {"beta", Dictionary{{"NiceValue", 4}}}});
+    holdBoth();
+    before = readAll(preferencesFile());
+  }
+  void holdBoth() {
+    writeTargets(kTargets);
     postAndRun();
     EXPECT_EQ(status().size(), 2U);
-    before = readAll(preferencesFile());
   }
   void expectHandedBack() {
     EXPECT_EQ(status(), Dictionary{});
@@ -29,35 +52,33 @@ struct TwoHeld : HeldStory {
     EXPECT_EQ(device.jetsam(101).managed, true);
     EXPECT_EQ(device.jetsam(101).effective_band, 0);
   }
-  // The preferences as they were, with nothing beside them.
-  void expectPreferencesBack() const {
-    EXPECT_EQ(readAll(preferencesFile()), before);
-    EXPECT_EQ(std::filesystem::exists(aside()), false);
-  }
-  [[nodiscard]] std::string aside() const { return preferencesFile() + ".released"; }
+  // As a run does that is killed.
+  void setAside() const { std::filesystem::rename(preferencesFile(), asideOf(*this)); }
 
   std::string before;
 };
 
-TEST(Release, HandsEverythingBackAndStaysSwitchedOff) {
+TEST(Release, HandsBackAndStaysSwitchedOff) {
   TwoHeld story;
-  const Dictionary targets{{"alpha", kAlphaSettings}, {"beta", Dictionary{{"NiceValue", 4}}}};
-  EXPECT_EQ(story.run({"release"}), (Output{0, "handed back: alpha, beta\n", ""}));
+  EXPECT_EQ(story.answer("release"), kBoth);
   story.expectHandedBack();
-  EXPECT_EQ(readDictionary(story.preferencesFile()),
-            (Dictionary{{"Enabled", false}, {"AppConfigs", targets}}));
+  EXPECT_EQ(readDictionary(story.preferencesFile()), kSwitchedOff);
   story.device.exit(101);
   story.device.launch({.name = "alpha"});
   story.Story::run(1h);
   EXPECT_EQ(story.status(), Dictionary{});
 }
 
-TEST(Release, KeepsThePreferencesByteForByte) {
+TEST(Release, KeepsPreferencesByteForByte) {
   TwoHeld story;
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}),
-            (Output{0, "handed back: alpha, beta\n", ""}));
+  Dictionary meanwhile;
+  story.is_interrupted = [&](int /*waits*/) {
+    meanwhile = readDictionary(story.preferencesFile());
+    return false;
+  };
+  expectKept(story, kKeep, kBoth);
+  EXPECT_EQ(meanwhile, kSwitchedOff);
   story.expectHandedBack();
-  story.expectPreferencesBack();
   EXPECT_EQ(modeOf(story.preferencesFile()), 0666U);
   story.Story::run(1min);
   EXPECT_EQ(story.status(), Dictionary{});
@@ -65,190 +86,119 @@ TEST(Release, KeepsThePreferencesByteForByte) {
 
 TEST(Release, AsJson) {
   TwoHeld story;
-  EXPECT_EQ(story.run({"release", "--keep-preferences", "--json"}), (Output{0,
-                                                                            R"({
+  EXPECT_EQ(story.answer("release --keep-preferences --json"), R"({
   "released": [
     "alpha",
     "beta"
   ],
   "preferences_kept": true
 }
-)",
-                                                                            ""}));
+)");
 }
 
-TEST(Release, NothingIsHeld) {
+TEST(Release, SaysThatNothingWasHeld) {
   ControlStory story;
+  expectKept(story, kKeep, kNothing, "");  // no file is made
   story.writeTargets({{"alpha", kAlphaSettings}});
-  EXPECT_EQ(story.run({"release"}), (Output{0, "nothing was held\n", ""}));
+  std::filesystem::create_hard_link(story.preferencesFile(), asideOf(story));
+  expectKept(story, kKeep, kNothing);
+  EXPECT_EQ(story.answer("release"), kNothing);
   EXPECT_EQ(readDictionary(story.preferencesFile()).at("Enabled"), plist::Value(false));
 }
 
-TEST(Release, AnEntryOfAProcessThatIsGoneIsNotWaitedFor) {
+// The id may belong to another process by now.
+TEST(Release, WaitsForNoProcessThatIsGone) {
   HeldStory story;
   story.device.exit(101);
   story.device.exit(100);
-  EXPECT_EQ(story.run({"release"}), (Output{0, "nothing was held\n", ""}));
+  EXPECT_EQ(story.answer("release"), kNothing);
+  story.device.launch({.name = "somebody else", .pid = 101});
+  EXPECT_EQ(story.answer("release"), kNothing);
 }
 
-TEST(Release, WithoutPreferencesNothingIsPutBack) {
-  ControlStory story;
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}), (Output{0, "nothing was held\n", ""}));
-  EXPECT_EQ(std::filesystem::exists(story.preferencesFile()), false);
-}
-
-TEST(Release, WithoutADaemonNothingCanBeHandedBack) {
+TEST(Release, NeedsTheDaemon) {
   TwoHeld story;
   story.device.exit(100);
-  const Output expected{3, "",
-                        "vorlatchctl: the daemon does not run, so alpha, beta stay as they are "
-                        "until they end; start it and run this again\n"};
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}), expected);
-  story.expectPreferencesBack();
-  EXPECT_EQ(story.run({"release"}), expected);
+  const std::string refused =
+      "err: vorlatchctl: the daemon does not run, so alpha, beta stay as they are until they end; "
+      "start it and run this again\nexit 3\n";
+  expectKept(story, kKeep, refused);
+  EXPECT_EQ(story.answer("release"), refused);
 }
 
-TEST(Release, ADaemonThatHearsNothing) {
+TEST(Release, GivesUpOnADaemonThatHearsNothing) {
   ControlStory story;
   story.launchDaemon();
   story.device.launch({.name = "alpha"});
   story.writeTargets({{"alpha", kAlphaSettings}});
-  const std::string before = readAll(story.preferencesFile());
   const Dictionary status{{"alpha", Dictionary{{"pid", 101}, {"n", -7}, {"p", 100}}}};
   ASSERT_TRUE(writePropertyList(story.statusFile(), status));
   const auto begin_ns = story.device.scheduler.nowNs();
-  EXPECT_EQ(story.run({"release", "--keep-preferences", "--timeout", "3"}),
-            (Output{3, "",
-                    "vorlatchctl: after 3 s the daemon still reports alpha; vorlatchctl log shows "
-                    "what it does. A daemon that was started while it was switched off knows of "
-                    "none: vorlatchctl enable, then this again\n"}));
+  expectKept(story, "release --keep-preferences --timeout 3",
+             "err: vorlatchctl: after 3 s the daemon still reports alpha; vorlatchctl log shows "
+             "what it does. A daemon that was started while it was switched off knows of none: "
+             "vorlatchctl enable, then this again\nexit 3\n");
   EXPECT_EQ(story.device.scheduler.nowNs() - begin_ns, 3'000'000'000U);
-  EXPECT_EQ(readAll(story.preferencesFile()), before);
-  EXPECT_EQ(std::filesystem::exists(story.preferencesFile() + ".released"), false);
 }
 
-// What is held is nothing yet, but the target's own timer would hold it when it starts.
-TEST(Release, TheDaemonIsToldThoughNothingIsHeld) {
+// Nothing is held yet, but the target's own timer would hold it when it starts.
+TEST(Release, TellsTheDaemonThoughNothingIsHeld) {
   HeldStory story({{"NiceValue", -7}, {"CheckInterval", 5}}, {.name = "other"});
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}), (Output{0, "nothing was held\n", ""}));
+  EXPECT_EQ(story.answer(kKeep), kNothing);
   story.device.launch({.name = "alpha"});
   story.Story::run(1min);
   EXPECT_EQ(story.device.find(102)->nice_value, 0);
   EXPECT_EQ(story.status(), Dictionary{});
 }
 
-TEST(Release, InterruptedThePreferencesArePutBack) {
+TEST(Release, PutsBackWhenInterrupted) {
   TwoHeld story;
   story.is_interrupted = [&story](int waits) {
-    EXPECT_EQ(std::filesystem::exists(story.aside()), true);
+    EXPECT_EQ(std::filesystem::exists(asideOf(story)), true);
     return waits == 2;
   };
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}),
-            (Output{3, "", "vorlatchctl: interrupted\n"}));
-  story.expectPreferencesBack();
+  expectKept(story, kKeep, "err: vorlatchctl: interrupted\nexit 3\n");
 }
 
-TEST(Release, WhileItWaitsThePreferencesAreSwitchedOffAndOtherwiseTheSame) {
-  TwoHeld story;
-  Dictionary meanwhile;
-  story.is_interrupted = [&](int /*waits*/) {
-    meanwhile = readDictionary(story.preferencesFile());
-    return false;
-  };
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}).status, 0);
-  EXPECT_EQ(meanwhile,
-            (Dictionary{{"Enabled", false},
-                        {"AppConfigs", Dictionary{{"alpha", kAlphaSettings},
-                                                  {"beta", Dictionary{{"NiceValue", 4}}}}}}));
-}
-
-TEST(Release, WhatAKilledRunSetAsideIsPutBackByTheNext) {
-  TwoHeld story;
-  Dictionary off = readDictionary(story.preferencesFile());
-  off.insert_or_assign("Enabled", false);
-  std::filesystem::rename(story.preferencesFile(), story.aside());
-  story.writePreferences(off);
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}),
-            (Output{0, "handed back: alpha, beta\n", ""}));
-  story.expectHandedBack();
-  story.expectPreferencesBack();
-}
-
-TEST(Release, WhatAKilledRunSetAsideIsPutBackWhereNothingStands) {
-  TwoHeld story;
-  std::filesystem::rename(story.preferencesFile(), story.aside());
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}),
-            (Output{0, "handed back: alpha, beta\n", ""}));
-  story.expectPreferencesBack();
-}
-
-TEST(Release, WhatAKilledRunSetAsideIsNotPutBackOverALaterEdit) {
-  TwoHeld story;
-  std::filesystem::rename(story.preferencesFile(), story.aside());
-  story.writeTargets({{"gamma", Dictionary{{"NiceValue", 1}}}});
-  story.before = readAll(story.preferencesFile());
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}),
-            (Output{0, "handed back: alpha, beta\n", ""}));
-  story.expectPreferencesBack();
-}
-
-TEST(Release, WhatAKilledRunSetAsideIsPutBackThoughNothingIsHeld) {
-  ControlStory story;
-  story.writeTargets({{"alpha", kAlphaSettings}});
-  const std::string before = readAll(story.preferencesFile());
-  const std::string aside = story.preferencesFile() + ".released";
-  std::filesystem::create_hard_link(story.preferencesFile(), aside);
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}), (Output{0, "nothing was held\n", ""}));
-  EXPECT_EQ(readAll(story.preferencesFile()), before);
-  EXPECT_EQ(std::filesystem::exists(aside), false);
-}
-
-TEST(Release, PreferencesThatCannotBeReadAreLeftAsTheyAre) {
-  TwoHeld story;
-  writeAll(story.preferencesFile(), "no property list");
-  const Output expected{3, "",
-                        "vorlatchctl: " + story.preferencesFile() +
-                            " is no property list with a dictionary, and is left as it is; "
-                            "vorlatchctl check says more, vorlatchctl preset --replace-file starts "
-                            "afresh\n"};
-  EXPECT_EQ(story.run({"release"}), expected);
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}), expected);
-  EXPECT_EQ(readAll(story.preferencesFile()), "no property list");
-  EXPECT_EQ(std::filesystem::exists(story.aside()), false);
-}
-
-TEST(Release, ATimeoutOfNothingIsWrongUsage) {
-  TwoHeld story;
-  EXPECT_EQ(story.run({"release", "--timeout", "0"}).status, 2);
-  story.expectPreferencesBack();
-}
-
-TEST(Release, InterruptedBeforeTheDaemonHasLookedItHasNotReleased) {
+TEST(Release, InterruptedBeforeTheDaemonLooked) {
   HeldStory story({{"CheckInterval", 5}}, {.name = "other"});
   story.is_interrupted = [](int) { return true; };
-  const std::string before = readAll(story.preferencesFile());
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}),
-            (Output{3, "", "vorlatchctl: interrupted\n"}));
-  EXPECT_EQ(readAll(story.preferencesFile()), before);
+  expectKept(story, kKeep, "err: vorlatchctl: interrupted\nexit 3\n");
 }
 
-TEST(Release, OfAnEditBesideWhatAKilledRunSetAsideOnlyTheSwitchIsPutBack) {
+// In their place stand the same preferences, switched off, or nothing.
+TEST(Release, PutsBackWhatAKilledRunSetAside) {
   TwoHeld story;
-  std::filesystem::rename(story.preferencesFile(), story.aside());
-  story.writePreferences({{"Enabled", false}, {"AppConfigs", Dictionary{{"gamma", Dictionary{}}}}});
-  EXPECT_EQ(story.run({"release", "--keep-preferences"}).status, 0);
-  EXPECT_EQ(readDictionary(story.preferencesFile()),
-            (Dictionary{{"Enabled", true}, {"AppConfigs", Dictionary{{"gamma", Dictionary{}}}}}));
-  EXPECT_EQ(std::filesystem::exists(story.aside()), false);
+  story.setAside();
+  story.writePreferences(kSwitchedOff);
+  expectKept(story, kKeep, kBoth, story.before);
+  story.expectHandedBack();
+  story.holdBoth();
+  story.setAside();
+  expectKept(story, kKeep, kBoth, story.before);
 }
 
-TEST(Release, AnotherProcessUnderTheOldIdIsNotWaitedFor) {
-  ControlStory story;
-  story.writeTargets({{"alpha", kAlphaSettings}});
-  const std::int32_t pid = story.device.launch({.name = "somebody else"});
-  ASSERT_TRUE(writePropertyList(
-      story.statusFile(), Dictionary{{"alpha", Dictionary{{"pid", pid}, {"n", 0}, {"p", 0}}}}));
-  EXPECT_EQ(story.run({"release"}), (Output{0, "nothing was held\n", ""}));
+// Of the preferences set aside, only the switch goes into others that stand in their place.
+TEST(Release, PutsNothingBackOverALaterEdit) {
+  TwoHeld story;
+  story.setAside();
+  story.writeTargets({{"gamma", Dictionary{{"NiceValue", 1}}}});
+  const std::string edited = readAll(story.preferencesFile());
+  expectKept(story, kKeep, kBoth, edited);
+  story.holdBoth();
+  story.setAside();
+  story.writePreferences(
+      {{"Enabled", false}, {"AppConfigs", Dictionary{{"gamma", Dictionary{{"NiceValue", 1}}}}}});
+  expectKept(story, kKeep, kBoth, edited);
+}
+
+TEST(Release, RefusesWhatItCannotRead) {
+  TwoHeld story;
+  EXPECT_EQ(story.run({"release", "--timeout", "0"}).status, 2);
+  EXPECT_EQ(readAll(story.preferencesFile()), story.before);
+  writeAll(story.preferencesFile(), "no property list");
+  expectKept(story, "release", kNoPreferences);
+  expectKept(story, kKeep, kNoPreferences);
 }
 
 }  // namespace

@@ -1,0 +1,258 @@
+// vorlatchctl match, ps and plan: what runs, under which names, what a key finds, and what a
+// freshly started daemon would do to it, step by step.
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/cli/held_story.h"
+
+namespace vorlatch::tests {
+namespace {
+
+// Of this story no process but its own runs.
+struct EmptyDevice : ControlStory {
+  EmptyDevice() { device.exit(getpid()); }
+  void launchApp(const std::vector<std::string>& names, const std::string& identifier) const {
+    const auto path =
+        installApp(identifier + ".app", Dictionary{{"CFBundleIdentifier", identifier}});
+    for (const std::string& name : names) device.launch({.name = name, .executable_path = path});
+  }
+};
+
+TEST(Match, FindsNothing) {
+  EmptyDevice story;
+  story.device.launch({.name = "alpha"});
+  EXPECT_EQ(story.answer("match Alpha"), "no running process has this name or bundle identifier\n");
+  EXPECT_EQ(
+      story.answer("match Alpha --json"),
+      pretty(R"({"text": "Alpha", "pid_for_pass": 0, "pid_for_watch_timer": 0, "processes": []})"));
+  const Output without_text = story.run({"match"});
+  EXPECT_EQ(without_text.status, 2);
+  EXPECT_EQ(without_text.out, "");
+}
+
+TEST(Match, FindsANameOrABundleIdentifier) {
+  EmptyDevice story;
+  story.launchApp({"WeChat"}, "com.tencent.xin");
+  story.device.launch({.name = "alpha"});
+  EXPECT_EQ(story.answer("match alpha"), R"(PID  NAME   BUNDLE IDENTIFIER  FOUND BY  CHOSEN BY
+101  alpha  -                  name      pass, watch timer
+)");
+  EXPECT_EQ(story.answer("match com.tencent.xin"),
+            R"(PID  NAME    BUNDLE IDENTIFIER  FOUND BY           CHOSEN BY
+100  WeChat  com.tencent.xin    bundle identifier  pass, watch timer
+)");
+  story.device.launch({.name = "alpha"});
+  EXPECT_EQ(story.answer("match alpha"), R"(PID  NAME   BUNDLE IDENTIFIER  FOUND BY  CHOSEN BY
+102  alpha  -                  name      pass, watch timer
+101  alpha  -                  name      -
+)");
+}
+
+const std::string kDiffer =
+    "The two differ: among several processes a pass takes the first name and the last bundle "
+    "identifier of the kernel's list, a watch timer the first of either.\n";
+
+TEST(Match, SaysThatPassAndTimerDiffer) {
+  EmptyDevice story;
+  story.launchApp({"One", "Two", "Three"}, "org.app");
+  EXPECT_EQ(story.answer("match org.app"),
+            R"(PID  NAME   BUNDLE IDENTIFIER  FOUND BY           CHOSEN BY
+102  Three  org.app            bundle identifier  watch timer
+101  Two    org.app            bundle identifier  -
+100  One    org.app            bundle identifier  pass
+)" + kDiffer);
+}
+
+TEST(Match, FindsBothAtOnce) {
+  EmptyDevice story;
+  story.launchApp({"both"}, "both");
+  story.device.launch({.name = "both"});
+  EXPECT_EQ(story.answer("match both"),
+            R"(PID  NAME  BUNDLE IDENTIFIER  FOUND BY                    CHOSEN BY
+101  both  -                  name                        watch timer
+100  both  both               name and bundle identifier  pass
+)" + kDiffer);
+  EXPECT_EQ(
+      story.answer("match both --json"),
+      pretty(
+          R"({"text": "both", "pid_for_pass": 100, "pid_for_watch_timer": 101, "processes": [{"pid": 101,
+  "name": "both", "bundle_identifier": null, "rule": "name"}, {"pid": 100, "name": "both",
+  "bundle_identifier": "both", "rule": "name and bundle identifier"}]})"));
+}
+
+// A nice value of -1 is no failure, and a failure is no nice value of -1.
+TEST(Ps, ShowsWhatTheKernelSays) {
+  EmptyDevice story;
+  story.launchApp({"微信"}, "com.tencent.xin");
+  story.device.launch({.name = "a\tb", .nice_value = -1});
+  story.device.launch({.name = "beta", .nice_value = 3});
+  story.device.script({.function = "getpriority", .pid = 102, .result = -1, .error = 1});
+  EXPECT_EQ(story.answer("ps"), R"(PID  NAME  BUNDLE IDENTIFIER  BAND  NICE  LIMIT MB
+102  beta  -                   180     -      1450
+101  a^Ib  -                   180    -1      1450
+100  微信  com.tencent.xin     180     0      1450
+)");
+}
+
+TEST(Ps, AsJsonWithAndWithoutPrivilege) {
+  EmptyDevice story;
+  story.device.launch({.name = "a\xff"
+                               "b",
+                       .nice_value = -7});
+  EXPECT_EQ(
+      story.answer("ps --json"),
+      pretty(R"({"processes": [{"pid": 100, "name": "a�b", "bundle_identifier": null, "band": 180,
+  "nice": -7, "limit_mb": 1450}]})"));
+  story.device.kernel.caller_is_privileged = false;
+  EXPECT_EQ(
+      story.answer("ps --json"),
+      pretty(R"({"processes": [{"pid": 100, "name": "a�b", "bundle_identifier": null, "band": null,
+  "nice": -7, "limit_mb": null}]})"));
+  EXPECT_EQ(story.answer("ps"), R"(PID  NAME    BUNDLE IDENTIFIER  BAND  NICE  LIMIT MB
+100  a\xFFb  -                  -       -7  -
+)");
+}
+
+const std::string kUnknown =
+    "What the kernel will accept, and what the running daemon remembers of settings that it "
+    "applied before, cannot be known from here: the running daemon passes over a target whose "
+    "settings and process have not changed since.";
+const std::string kEnd = "  then again every 1800 s by the patrol\n" + kUnknown + "\n";
+
+// The plan for the process alpha, which runs as 100 with nice value 3.
+void expectPlan(ControlStory& story, const std::string& settings, const std::string& steps) {
+  SCOPED_TRACE(steps);
+  story.writeTargets({{"alpha", dictionary(settings)}});
+  EXPECT_EQ(story.answer("plan"), "alpha: runs as 100, found by its name\n" + steps + kEnd);
+}
+
+TEST(Plan, NamesEachStep) {
+  ControlStory story;
+  story.device.launch({.name = "alpha", .nice_value = 3});
+  expectPlan(
+      story,
+      R"({"MemLimitActive": 1500, "MemLimitInactive": 1000, "NiceValue": -7, "JetsamPriority": 100,
+          "StripManaged": true})",
+      R"(  set the memory limits: active 1500 MB, fatal, inactive 1000 MB, fatal
+  set the nice value from 3 to -7
+  mark the process as unmanaged and set jetsam band 100
+  take it out of the system's management, not freezable, elevated
+)");
+  expectPlan(story, "{}",
+             R"(  set the memory limits: active the system's default, inactive the system's default
+  set the nice value from 3 to 0
+  return the process to the system's management, and its band to idle
+)");
+  expectPlan(
+      story,
+      R"({"MemLimitActive": -1, "NiceValue": 3, "JetsamPriority": -1, "StripManaged": false})",
+      R"(  set the memory limits: active the system's default, inactive the system's default
+  leave the nice value, which is 3
+  leave the jetsam band
+  give it back to the system's management, freezable, not elevated
+)");
+  expectPlan(story, R"({"JetsamPriority": 999, "NiceValue": 3})",
+             R"(  set the memory limits: active the system's default, inactive the system's default
+  leave the nice value, which is 3
+  mark the process as unmanaged and set jetsam band 999
+)");
+}
+
+TEST(Plan, NamesTheBandIfAnOlderKernelRefuses) {
+  ControlStory story;
+  story.device.kernel.generation = model::KernelGeneration::Xnu4903To8020;
+  story.device.launch({.name = "alpha", .nice_value = 3});
+  expectPlan(story, R"({"JetsamPriority": 210, "NiceValue": 3})",
+             R"(  set the memory limits: active the system's default, inactive the system's default
+  leave the nice value, which is 3
+  mark the process as unmanaged and set jetsam band 210; if refused, band 21
+)");
+}
+
+TEST(Plan, NamesTheBandIfRefusedUnprivileged) {
+  ControlStory story;
+  story.device.kernel.caller_is_privileged = false;
+  story.device.launch({.name = "alpha"});
+  story.device.script({.function = "getpriority", .result = -1, .error = 1});
+  expectPlan(story, R"({"JetsamPriority": 100, "NiceValue": -1})",
+             R"(  set the memory limits: active the system's default, inactive the system's default
+  read the nice value, and set it to -1 unless it is that
+  mark the process as unmanaged and set jetsam band 100; if refused, band 10
+)");
+}
+
+TEST(Plan, NamesTheStepsThatTheDaemonTakes) {
+  HeldStory story(dictionary(R"({"MemLimitActive": 1500, "NiceValue": -7, "JetsamPriority": 100,
+                                 "StripManaged": true})"));
+  EXPECT_EQ(story.answer("plan"), R"(alpha: runs as 101, found by its name (held already)
+  set the memory limits: active 1500 MB, fatal, inactive the system's default
+  leave the nice value, which is -7
+  mark the process as unmanaged and set jetsam band 100
+  take it out of the system's management, not freezable, elevated
+)" + kEnd);
+  EXPECT_EQ(story.device.jetsam(101).active, (model::MemoryLimit{1500, true}));
+  EXPECT_EQ(story.device.jetsam(101).inactive, (model::MemoryLimit{-1, true}));
+  EXPECT_EQ(story.device.jetsam(101).managed, false);
+  EXPECT_EQ(story.device.jetsam(101).freezable, false);
+  EXPECT_EQ(story.device.jetsam(101).elevated, true);
+}
+
+TEST(Plan, HoldsNoRestartedProcess) {
+  HeldStory story(kLeftAlone);
+  story.device.exit(101);
+  story.device.launch({.name = "alpha"});
+  EXPECT_EQ(story.answer("plan"), R"(alpha: runs as 102, found by its name
+  set the memory limits: active the system's default, inactive the system's default
+  leave the nice value, which is 0
+  leave the jetsam band
+)" + kEnd);
+}
+
+TEST(Plan, IsAPassAndNotTheWatchTimer) {
+  WatchedAppStory story({{"JetsamPriority", -1}, {"NiceValue", 4}, {"CheckInterval", 5}});
+  story.device.find(101)->nice_value = 2;
+  story.Story::run(5s);
+  EXPECT_EQ(story.device.find(102)->nice_value, 4);
+  EXPECT_EQ(story.answer("plan"), R"(org.app: runs as 101, found by its bundle identifier
+  set the memory limits: active the system's default, inactive the system's default
+  set the nice value from 2 to 4
+  leave the jetsam band
+  then again every 5 s by its own timer
+)" + kUnknown + "\n");
+}
+
+// No key commands the terminal or breaks its line.
+TEST(Plan, SaysWhatItWatchesFor) {
+  ControlStory story;
+  const Dictionary targets{{"alpha", Dictionary{{"CheckInterval", 5}}},
+                           {"b\tb\n\xc2\x9b"
+                            "2J",
+                            Dictionary{}}};
+  const std::string steps = R"(alpha: does not run: nothing now, watched for
+  then again every 5 s by its own timer
+b^Ib^J\xC2\x9B2J: does not run: nothing now, watched for
+)" + kEnd;
+  story.writeTargets(targets);
+  EXPECT_EQ(story.answer("plan"), steps);
+  story.writePreferences({{"Enabled", false}, {"AppConfigs", targets}});
+  EXPECT_EQ(story.answer("plan"),
+            "Switched off: the daemon would do nothing. Switched on, it would:\n" + steps);
+  story.writeTargets({});
+  EXPECT_EQ(story.answer("plan"), "no targets\n" + kUnknown + "\n");
+}
+
+TEST(Plan, AsJson) {
+  HeldStory story(kLeftAlone);
+  EXPECT_EQ(story.answer("plan --json"),
+            pretty(R"({"enabled": true, "targets": [{"target": "alpha", "pid": 101,
+  "reason": "runs as 101, found by its name",
+  "steps": ["set the memory limits: active the system's default, inactive the system's default",
+  "leave the nice value, which is 0", "leave the jetsam band"],
+  "afterwards": "then again every 1800 s by the patrol", "held_already": true}],
+  "unknown": ")" + kUnknown +
+                   R"("})"));
+}
+
+}  // namespace
+}  // namespace vorlatch::tests
