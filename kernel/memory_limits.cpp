@@ -25,6 +25,15 @@ int setMemoryLimits(std::int32_t pid, std::int32_t active_mb, std::int32_t inact
                               sizeof(limits));
 }
 
+// Returns 0, or -1; `limits` has what the kernel wrote in either case.
+int getMemoryLimits(std::int32_t pid, MemoryLimits& limits) {
+  platform::memorystatus_memlimit_properties properties{};
+  const int result = memorystatus_control(platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES, pid,
+                                          0, &properties, sizeof(properties));
+  limits = {.active_mb = properties.memlimit_active, .inactive_mb = properties.memlimit_inactive};
+  return result;
+}
+
 bool limitHolds(std::int32_t wanted_mb, std::int32_t actual_mb) {
   if ((wanted_mb == 0 || wanted_mb == -1) && actual_mb >= 1) return true;
   return actual_mb == wanted_mb;
@@ -43,7 +52,8 @@ void holdMemoryLimits(const TargetSettings& settings, std::int32_t pid) {
     writeLogLine("[%s] [内核] ：失败\n");
     return;
   }
-  const MemoryLimits actual = observeMemoryLimits(pid).value_or(MemoryLimits{});
+  MemoryLimits actual;
+  getMemoryLimits(pid, actual);
   writeLogLine("[%s] [内存限制] 目标 Act:%d Inact:%d | 最终 Act:%d Inact:%d -> [成功]\n", active_mb,
                inactive_mb, actual.active_mb, actual.inactive_mb);
   if (memoryLimitsHold(settings, actual)) {
@@ -58,12 +68,9 @@ void returnMemoryLimits(std::int32_t pid) {
 }
 
 std::optional<MemoryLimits> observeMemoryLimits(std::int32_t pid) {
-  platform::memorystatus_memlimit_properties limits{};
-  if (memorystatus_control(platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES, pid, 0, &limits,
-                           sizeof(limits)) != 0) {
-    return std::nullopt;
-  }
-  return MemoryLimits{.active_mb = limits.memlimit_active, .inactive_mb = limits.memlimit_inactive};
+  MemoryLimits limits;
+  if (getMemoryLimits(pid, limits) != 0) return std::nullopt;
+  return limits;
 }
 
 bool memoryLimitsHold(const TargetSettings& settings, const MemoryLimits& actual) {

@@ -1,9 +1,11 @@
+// What the daemon takes of the machine does not grow with its passes, nor while it has nothing to
+// do.
 #include <cstdint>
 
 #include <gtest/gtest.h>
 
+#include "tests/blackbox/expected_log.h"
 #include "tests/blackbox/installation.h"
-#include "tests/blackbox/resource_use.h"
 #include "tests/blackbox/target.h"
 
 namespace vorlatch {
@@ -11,44 +13,27 @@ namespace {
 
 constexpr std::int64_t kGrowthMaxKb = 64;
 
-// A daemon with one running target, and edits that each make one pass.
-class Ceilings : public testing::Test {
- protected:
-  void SetUp() override { installation_.start(); }
-
-  void editUntil(int passes) {
-    const std::string done = "[守护] " + program_.key + " PID:";
-    for (; edits_ < passes; ++edits_) {
-      const plist::Dictionary settings{{"Remark", "edit " + std::to_string(edits_)}};
-      const std::size_t lines = installation_.log().size();
-      installation_.writePreferences(preferencesWith({{program_.key, settings}}));
-      installation_.post();
-      ASSERT_TRUE(installation_.waitForLog(lines, done));
-    }
+TEST(Ceilings, HoldOverPassesAndAtRest) {
+  Installation installation;
+  const Program program = programNamed(installation.path(""), ownName("ceiling"));
+  const Target target(program);
+  installation.start();
+  const pid_t daemon = installation.daemon();
+  ResourceUse after_ten{};
+  for (int edits = 1; edits <= 100; ++edits) {
+    const plist::Dictionary settings{{"Remark", "edit " + std::to_string(edits)}};
+    const std::size_t lines = installation.log().size();
+    installation.writePreferences(preferencesWith({{program.key, settings}}));
+    installation.post();
+    ASSERT_TRUE(installation.waitForLog(lines, doneLine(program.key, target.pid())));
+    if (edits == 10) after_ten = resourceUseOf(daemon);
   }
+  expectNoMore(resourceUseOf(daemon), after_ten, kGrowthMaxKb);
 
-  Installation installation_;
-
- private:
-  const Program program_ = programNamed(installation_, ownName("ceiling"));
-  const Target target_{program_};
-  int edits_ = 0;
-};
-
-TEST_F(Ceilings, StayTheSameFromTenToAHundredPasses) {
-  editUntil(10);
-  const ResourceUse after_ten = resourceUseOf(installation_.daemon());
-  editUntil(100);
-  expectNoMore(resourceUseOf(installation_.daemon()), after_ten, kGrowthMaxKb);
-}
-
-TEST_F(Ceilings, AreNotTouchedByADaemonWithNothingToDo) {
-  editUntil(1);
-  const pid_t daemon = installation_.daemon();
-  EXPECT_TRUE(installation_.waitForQuiet());
+  EXPECT_TRUE(installation.waitForQuiet());
   const ResourceUse before = resourceUseOf(daemon);
   const std::int64_t switches_before = voluntarySwitches(daemon);
-  EXPECT_TRUE(installation_.watch().staysQuietFor(std::chrono::seconds(5)));
+  EXPECT_TRUE(installation.watch().staysQuietFor(std::chrono::seconds(5)));
   [[maybe_unused]] const std::int64_t switches = voluntarySwitches(daemon) - switches_before;
 #ifndef VORLATCH_SANITIZED  // which may bring threads of its own
   EXPECT_LE(switches, before.threads);

@@ -1,6 +1,5 @@
 // Many vorlatchctl at once on one file: no edit is lost, and whoever reads finds a whole file.
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -8,7 +7,9 @@
 
 #include "config/preferences.h"
 #include "platform/property_list.h"
+#include "tests/base/describe.h"
 #include "tests/blackbox/installation.h"
+#include "tests/blackbox/target.h"
 #include "tests/support/files.h"
 
 namespace vorlatch {
@@ -17,85 +18,63 @@ namespace {
 constexpr int kEditors = 8;
 constexpr int kEditsOfEach = 25;
 
-std::string targetOf(int editor, int edit) {
-  return "target-" + std::to_string(editor) + "-" + std::to_string(edit);
-}
+// Runs one vorlatchctl for each of its edits, one after the other.
+struct Editor {
+  int number;
+  int edits = 0;
+  std::unique_ptr<ChildProcess> process;
 
-// Another one for each edit of an editor.
-int niceSetBy(int editor, int edit) {
-  return edit - editor - 5;
-}
+  // Another target and another nice value for each edit.
+  [[nodiscard]] std::string target(int edit) const {
+    return "target-" + std::to_string(number) + "-" + std::to_string(edit);
+  }
+  [[nodiscard]] int nice(int edit) const { return edit - number - 5; }
 
-// One editor: a vorlatchctl for each of its edits, one after the other.
-class Editor {
- public:
-  Editor(const Installation& installation, int number)
-      : installation_(installation), number_(number) {}
-
-  // Goes on when its vorlatchctl has ended; false once the last one has.
-  bool goOn() {
-    if (process_ != nullptr && !process_->hasEnded()) return true;
-    if (process_ != nullptr) {
-      EXPECT_EQ(process_->exitCode(), 0) << targetOf(number_, edits_);
-      process_.reset();
+  // Starts the next vorlatchctl when the last one has ended; false once all have.
+  bool goOn(const Installation& installation) {
+    if (process != nullptr && !process->hasEnded()) return true;
+    if (process != nullptr) {
+      EXPECT_EQ(process->exitCode(), 0) << target(edits);
     }
-    if (edits_ == kEditsOfEach) return false;
-    ++edits_;
-    const std::string setting = "NiceValue=" + std::to_string(niceSetBy(number_, edits_));
-    Launch launch;
-    launch.arguments = {"set", targetOf(number_, edits_), setting};
-    process_ = std::make_unique<ChildProcess>(installation_.path("usr/bin/vorlatchctl"), launch);
+    process.reset();
+    if (edits == kEditsOfEach) return false;
+    ++edits;
+    const std::string setting = "NiceValue=" + std::to_string(nice(edits));
+    process = installation.startControl({.arguments = {"set", target(edits), setting}});
     return true;
   }
-
- private:
-  const Installation& installation_;
-  const int number_;
-  int edits_ = 0;
-  std::unique_ptr<ChildProcess> process_;
 };
 
-// The targets in the file; nothing when it is not whole.
-std::optional<TargetDictionaries> targetsIn(const std::string& path) {
-  std::optional<plist::Value> list = platform::parsePropertyList(tests::readAll(path));
-  const auto* preferences = list ? list->as<plist::Dictionary>() : nullptr;
-  if (preferences == nullptr) return std::nullopt;
-  return appConfigs(*preferences);
-}
-
-plist::Dictionary everyEdit() {
-  plist::Dictionary targets;
-  for (int editor = 0; editor < kEditors; ++editor) {
-    for (int edit = 1; edit <= kEditsOfEach; ++edit) {
-      targets.insert_or_assign(targetOf(editor, edit),
-                               plist::Dictionary{{"NiceValue", niceSetBy(editor, edit)}});
-    }
-  }
-  return {{"Enabled", true}, {"AppConfigs", targets}};
-}
-
-TEST(ConcurrentEdits, AreAllKeptAndTheFileIsWholeAtEveryMoment) {
+TEST(ConcurrentEdits, KeepEveryEditAndAWholeFile) {
   Installation installation;
-  std::vector<std::unique_ptr<Editor>> editors;
-  editors.reserve(kEditors);
-  for (int i = 0; i < kEditors; ++i) editors.push_back(std::make_unique<Editor>(installation, i));
+  const auto preferences = [&] {
+    return platform::parsePropertyList(tests::readAll(installation.preferencesPath()));
+  };
+  std::vector<Editor> editors(kEditors);
+  for (int i = 0; i < kEditors; ++i) editors[static_cast<std::size_t>(i)].number = i;
 
   std::size_t targets_seen = 0;
   int contents_seen = 0;
   for (bool at_work = true; at_work;) {
     at_work = false;
-    for (const auto& editor : editors) at_work = editor->goOn() || at_work;
-    const std::optional<TargetDictionaries> targets = targetsIn(installation.preferencesPath());
-    ASSERT_TRUE(targets) << "after " << targets_seen << " targets";
+    for (Editor& editor : editors) at_work = editor.goOn(installation) || at_work;
+    const auto list = preferences();
+    ASSERT_TRUE(list && list->as<plist::Dictionary>()) << "after " << targets_seen << " targets";
+    const auto targets = appConfigs(*list->as<plist::Dictionary>());
     // Each edit adds one; none ever takes one away.
-    ASSERT_GE(targets->size(), targets_seen);
-    if (targets->size() > targets_seen) ++contents_seen;
-    targets_seen = targets->size();
+    ASSERT_GE(targets.size(), targets_seen);
+    if (targets.size() > targets_seen) ++contents_seen;
+    targets_seen = targets.size();
   }
-  EXPECT_GE(contents_seen, kEditsOfEach);  // it looked while they wrote
+  EXPECT_GE(contents_seen, kEditsOfEach);  // the test looked while they wrote
 
-  EXPECT_EQ(textOf(*platform::parsePropertyList(tests::readAll(installation.preferencesPath()))),
-            textOf(everyEdit()));
+  plist::Dictionary all;
+  for (const Editor& editor : editors) {
+    for (int edit = 1; edit <= kEditsOfEach; ++edit) {
+      all.emplace(editor.target(edit), plist::Dictionary{{"NiceValue", editor.nice(edit)}});
+    }
+  }
+  EXPECT_EQ(test::describe(*preferences()), test::describe(preferencesWith(all)));
   EXPECT_EQ(tests::modeOf(installation.preferencesPath()), 0666U);
   EXPECT_EQ(filesIn(installation.preferencesDirectory()), Lines{kPreferencesFileName});
 }

@@ -1,23 +1,17 @@
 #include "tests/blackbox/installation.h"
 
 #include <poll.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <type_traits>
 #include <utility>
-
-#include <gtest/gtest.h>
 
 #include "config/preferences.h"
 #include "config/status_file.h"
 #include "log/log_file.h"
 #include "platform/property_list.h"
+#include "tests/base/describe.h"
 #include "tests/support/files.h"
 #include "tests/support/stamp.h"
 
@@ -28,33 +22,10 @@ namespace fs = std::filesystem;
 
 constexpr const char* kDaemon = "usr/libexec/vorlatchd";
 constexpr const char* kControl = "usr/bin/vorlatchctl";
-constexpr const char* kFiles = "var/mobile/Library/Preferences";
 constexpr const char* kSanitizerReport = "sanitizer-report";
 
 // Once for the size cap and once for the targets.
 constexpr int kReadsOfAPass = 2;
-
-std::string makeRoot() {
-  std::string pattern = fs::temp_directory_path() / "vorlatch-XXXXXX";
-  EXPECT_NE(mkdtemp(pattern.data()), nullptr);
-  fs::permissions(pattern, fs::perms(0755));  // a daemon of another user has to get in
-  return fs::canonical(pattern);
-}
-
-void installFile(const std::string& from, const std::string& to) {
-  fs::create_directories(fs::path(to).parent_path());
-  fs::copy_file(from, to);
-}
-
-// A sanitizer would write to standard error, and so into the log.
-Launch withReportsBeside(Launch launch, const std::string& path) {
-  for (const char* name : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
-    const char* options = std::getenv(name);
-    launch.environment[name] =
-        (options != nullptr ? std::string(options) + ":" : "") + "log_path=" + path;
-  }
-  return launch;
-}
 
 std::string withoutStamp(const std::string& line) {
   return isStamped(line) ? line.substr(kStampLength) : "(no stamp) " + line;
@@ -62,10 +33,16 @@ std::string withoutStamp(const std::string& line) {
 
 }  // namespace
 
-Installation::Installation() : root_(makeRoot()), files_(path(kFiles)) {
-  installFile(VORLATCH_DAEMON, path(kDaemon));
-  installFile(VORLATCH_CONTROL, path(kControl));
-  installFile(VORLATCH_LIBROOT, path("usr/lib/libroot.so"));
+Installation::Installation() : files_(path("var/mobile/Library/Preferences")) {
+  fs::permissions(root_.path(), fs::perms(0755));  // a daemon of another user has to get in
+  const std::pair<const char*, const char*> installed[] = {
+      {VORLATCH_DAEMON, kDaemon},
+      {VORLATCH_CONTROL, kControl},
+      {VORLATCH_LIBROOT, "usr/lib/libroot.so"}};
+  for (const auto& [built, place] : installed) {
+    fs::create_directories(fs::path(path(place)).parent_path());
+    fs::copy_file(built, path(place));
+  }
   fs::create_directories(files_);
   watchFiles();
   writePreferences(plist::Dictionary{{"Enabled", true}, {"AppConfigs", plist::Dictionary{}}});
@@ -74,16 +51,11 @@ Installation::Installation() : root_(makeRoot()), files_(path(kFiles)) {
 Installation::~Installation() {
   EXPECT_TRUE(daemon_ == nullptr || isRunning()) << "the daemon died by itself";
   daemon_.reset();
-  for (const std::string& name : filesIn(root_)) {
+  for (const std::string& name : filesIn(root_.path())) {
     if (name.starts_with(kSanitizerReport)) ADD_FAILURE() << tests::readAll(path(name));
   }
-  std::error_code ignored;
-  fs::remove_all(root_, ignored);
 }
 
-std::string Installation::preferencesDirectory() const {
-  return files_;
-}
 std::string Installation::preferencesPath() const {
   return files_ + "/" + kPreferencesFileName;
 }
@@ -99,10 +71,6 @@ void Installation::useFilesIn(const std::string& directory) {
   watchFiles();
 }
 
-void Installation::watchFiles() {
-  watch_ = std::make_unique<DirectoryWatch>(files_);
-}
-
 void Installation::start(const Launch& launch) {
   const int passes_before = passes();
   startWithoutWaiting(launch);
@@ -111,8 +79,18 @@ void Installation::start(const Launch& launch) {
 }
 
 void Installation::startWithoutWaiting(const Launch& launch) {
-  daemon_ = std::make_unique<ChildProcess>(path(kDaemon),
-                                           withReportsBeside(launch, path(kSanitizerReport)));
+  daemon_ = std::make_unique<ChildProcess>(path(kDaemon), withReportsBeside(launch));
+}
+
+// No event tells of it: between two looks only the daemon's end is waited for.
+void Installation::waitUntilPostsAreHeard() const {
+  constexpr int kBetweenLooksMs = 5;
+  const auto deadline = Clock::now() + kPatience;
+  while (!watchesSomething(daemon())) {
+    pollfd end{.fd = daemonEnd(), .events = POLLIN, .revents = 0};
+    ASSERT_EQ(poll(&end, 1, kBetweenLooksMs), 0) << "the daemon died by itself";
+    ASSERT_LT(Clock::now(), deadline) << "the daemon does not listen";
+  }
 }
 
 void Installation::stop() {
@@ -125,11 +103,18 @@ pid_t Installation::daemon() const {
   return daemon_ ? daemon_->pid() : -1;
 }
 
-void Installation::post() const {
-  Launch launch;
-  launch.arguments = {"apply"};
-  ChildProcess control(path(kControl), withReportsBeside(launch, path(kSanitizerReport)));
-  EXPECT_EQ(control.exitCode(), 0);
+std::unique_ptr<ChildProcess> Installation::startControl(Launch launch) const {
+  launch.gives_output = true;
+  return std::make_unique<ChildProcess>(path(kControl), withReportsBeside(std::move(launch)));
+}
+
+Launch Installation::withReportsBeside(Launch launch) const {
+  for (const char* name : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+    const char* options = std::getenv(name);
+    launch.environment[name] = (options != nullptr ? std::string(options) + ":" : "") +
+                               "log_path=" + path(kSanitizerReport);
+  }
+  return launch;
 }
 
 void Installation::writePreferences(const plist::Value& value) const {
@@ -137,12 +122,7 @@ void Installation::writePreferences(const plist::Value& value) const {
 }
 
 void Installation::writePreferencesBytes(const std::string& bytes) const {
-  const std::string beside = path("edited.plist");
-  tests::writeAll(beside, bytes);
-  // Between two file systems a file cannot be moved into place.
-  std::error_code error;
-  fs::rename(beside, preferencesPath(), error);
-  if (!error) return;
+  // Within one file system: between two a file cannot be moved into place.
   const std::string temporary = preferencesPath() + ".edited";
   tests::writeAll(temporary, bytes);
   fs::rename(temporary, preferencesPath());
@@ -165,8 +145,7 @@ Lines Installation::logBehind(std::size_t count, std::size_t expected) {
     lines = log();
     return lines.size() >= count + expected;
   });
-  const auto behind = lines.begin() + static_cast<std::ptrdiff_t>(std::min(count, lines.size()));
-  return {behind, lines.end()};
+  return {lines.begin() + static_cast<std::ptrdiff_t>(std::min(count, lines.size())), lines.end()};
 }
 
 bool Installation::waitForLog(std::size_t count, std::string_view text) {
@@ -180,9 +159,8 @@ bool Installation::waitForLog(std::size_t count, std::string_view text) {
 
 std::string Installation::status() const {
   if (!fs::exists(statusPath())) return "missing";
-  const std::optional<plist::Value> value =
-      platform::parsePropertyList(tests::readAll(statusPath()));
-  return value ? textOf(*value) : "unparsable";
+  const auto value = platform::parsePropertyList(tests::readAll(statusPath()));
+  return value ? test::describe(*value) : "unparsable";
 }
 
 std::string Installation::statusOnce(const std::string& expected) {
@@ -206,6 +184,12 @@ bool Installation::waitForPasses(int count) {
   return true;
 }
 
+bool Installation::pass() {
+  const int passes_before = passes();
+  post();
+  return waitForPasses(passes_before + 1);
+}
+
 bool Installation::waitForRemoval(const std::string& prefix) {
   return waitUntil([&] { return watch_->removalsOf(prefix) > 0; });
 }
@@ -226,17 +210,6 @@ bool Installation::waitUntil(const std::function<bool()>& happened) {
   return true;
 }
 
-// No event tells of it: between two looks only the daemon's end is waited for.
-void Installation::waitUntilPostsAreHeard() const {
-  constexpr int kBetweenLooksMs = 5;
-  const auto deadline = Clock::now() + kPatience;
-  while (!watchesSomething(daemon())) {
-    pollfd end{.fd = daemonEnd(), .events = POLLIN, .revents = 0};
-    ASSERT_EQ(poll(&end, 1, kBetweenLooksMs), 0) << "the daemon died by itself";
-    ASSERT_LT(Clock::now(), deadline) << "the daemon does not listen";
-  }
-}
-
 Lines filesIn(const std::string& directory) {
   Lines names;
   std::error_code error;
@@ -246,29 +219,6 @@ Lines filesIn(const std::string& directory) {
   EXPECT_FALSE(error) << directory << ": " << error.message();
   std::sort(names.begin(), names.end());
   return names;
-}
-
-std::string textOf(const plist::Value& value) {
-  return std::visit(
-      [](const auto& held) -> std::string {
-        using Held = std::decay_t<decltype(held)>;
-        if constexpr (std::is_same_v<Held, bool>) {
-          return held ? "true" : "false";
-        } else if constexpr (std::is_integral_v<Held>) {
-          return std::to_string(held);
-        } else if constexpr (std::is_same_v<Held, std::string>) {
-          return '"' + held + '"';
-        } else if constexpr (std::is_same_v<Held, plist::Dictionary>) {
-          std::string text;
-          for (const auto& [key, member] : held) {
-            text += (text.empty() ? "\"" : ", \"") + key + "\": " + textOf(member);
-          }
-          return '{' + text + '}';
-        } else {
-          return "(another type)";
-        }
-      },
-      value.storage());
 }
 
 }  // namespace vorlatch

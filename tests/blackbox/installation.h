@@ -2,19 +2,19 @@
 // what another program sees of both.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "base/plist_value.h"
 #include "tests/blackbox/directory_watch.h"
 #include "tests/blackbox/processes.h"
+#include "tests/support/temporary_directory.h"
 
 namespace vorlatch {
 
@@ -34,8 +34,8 @@ class Installation {
   ~Installation();
 
   // A path below the root.
-  [[nodiscard]] std::string path(const std::string& below) const { return root_ + "/" + below; }
-  [[nodiscard]] std::string preferencesDirectory() const;
+  [[nodiscard]] std::string path(const std::string& below) const { return root_ / below; }
+  [[nodiscard]] std::string preferencesDirectory() const { return files_; }
   [[nodiscard]] std::string preferencesPath() const;
   [[nodiscard]] std::string statusPath() const;
   [[nodiscard]] std::string logPath() const;
@@ -43,7 +43,7 @@ class Installation {
   // Makes the daemon's files lie in another directory, for a test that has arranged for that.
   void useFilesIn(const std::string& directory);
   // Watches the directory of the files; again after it was replaced.
-  void watchFiles();
+  void watchFiles() { watch_ = std::make_unique<DirectoryWatch>(files_); }
 
   // Starts the daemon and waits until its first pass is over and it hears posts.
   void start(const Launch& launch = {});
@@ -55,8 +55,13 @@ class Installation {
   [[nodiscard]] pid_t daemon() const;
   [[nodiscard]] bool isRunning() const { return daemon_ != nullptr && !daemon_->hasEnded(); }
 
+  // Starts the installed vorlatchctl; runs it to its end.
+  [[nodiscard]] std::unique_ptr<ChildProcess> startControl(Launch launch) const;
+  [[nodiscard]] Output control(const Launch& launch) const {
+    return startControl(launch)->output();
+  }
   // Tells the daemon to apply its preferences, as another program would.
-  void post() const;
+  void post() const { EXPECT_EQ(control({.arguments = {"apply"}}).status, 0); }
 
   // Replaces the preferences file as editors do: a file beside it, moved into place.
   void writePreferences(const plist::Value& value) const;
@@ -71,7 +76,7 @@ class Installation {
   // Whether a line that holds the text comes into the log behind the first `count` lines.
   bool waitForLog(std::size_t count, std::string_view text);
 
-  // The status file as text, as {"name": {"n": 0, "p": 160, "pid": 7}}; or why there is none.
+  // The status file as text; or why there is none.
   [[nodiscard]] std::string status() const;
   // The same once it is as expected or will not be.
   std::string statusOnce(const std::string& expected);
@@ -80,6 +85,8 @@ class Installation {
   int passes();
   // Waits until there have been so many; false when they do not come.
   bool waitForPasses(int count);
+  // Posts, and waits for the pass; false when it does not come.
+  bool pass();
   // Waits until a file whose name begins so has been removed.
   bool waitForRemoval(const std::string& prefix);
   // Waits until nothing has happened to the files for longer than the daemon waits before a pass;
@@ -89,10 +96,11 @@ class Installation {
 
  private:
   bool waitUntil(const std::function<bool()>& happened);
-
   [[nodiscard]] int daemonEnd() const { return daemon_ ? daemon_->endDescriptor() : -1; }
+  // A sanitizer would write to standard error, and so into the log.
+  [[nodiscard]] Launch withReportsBeside(Launch launch) const;
 
-  std::string root_;
+  const tests::TemporaryDirectory root_;
   std::string files_;
   std::unique_ptr<DirectoryWatch> watch_;
   std::unique_ptr<ChildProcess> daemon_;
@@ -100,8 +108,5 @@ class Installation {
 
 // The names in a directory, sorted.
 Lines filesIn(const std::string& directory);
-
-// One value as text; each type has a form of its own.
-std::string textOf(const plist::Value& value);
 
 }  // namespace vorlatch

@@ -1,10 +1,4 @@
 // The daemon among file systems and processes of the test's own, apart from the machine's.
-#include <fcntl.h>
-#include <sched.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 
@@ -23,13 +17,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Leaves the machine's mounts for a copy of them.
-class PrivilegedFileSystems : public testing::Test {
- protected:
-  void SetUp() override { leaveTheMachinesMounts(); }
-};
-
-TEST_F(PrivilegedFileSystems, TakeTheUsualPlaceWithoutTheRootPrefixLibrary) {
+TEST(PrivilegedFileSystems, GiveTheUsualPlaceWithoutLibrary) {
+  leaveTheMachinesMounts();
   const MemoryFileSystem var("/var", "mode=755");
   const std::string usual_place = "/var/jb/var/mobile/Library/Preferences";
   fs::create_directories(usual_place);
@@ -48,21 +37,19 @@ TEST_F(PrivilegedFileSystems, TakeTheUsualPlaceWithoutTheRootPrefixLibrary) {
   EXPECT_EQ(filesIn(installed_place), Lines{"com.zel.vorlatch.plist"});
 }
 
-TEST_F(PrivilegedFileSystems, KeepTheOldStatusWholeWhileTheyAreFull) {
+TEST(PrivilegedFileSystems, KeepOldStatusWholeWhileFull) {
+  leaveTheMachinesMounts();
   Installation installation;
   const MemoryFileSystem small(installation.preferencesDirectory(), "size=256k");
   installation.watchFiles();
-  const Program first = programNamed(installation, ownName("first"));
-  const Program second = programNamed(installation, ownName("second"));
-  const auto entry = [](const Program& program, const Target& target) {
-    return "\"" + program.key +
-           "\": {\"n\": 3, \"p\": 180, \"pid\": " + std::to_string(target.pid()) + "}";
-  };
+  const Program first = programNamed(installation.path(""), ownName("first"));
+  const Program second = programNamed(installation.path(""), ownName("second"));
   plist::Dictionary settings{{"JetsamPriority", -1}, {"NiceValue", 3}};
+  const plist::Dictionary unchanged = settings;
   const Target a(first);
   installation.writePreferences(preferencesWith({{first.key, settings}, {second.key, settings}}));
   installation.start();
-  const std::string old_status = "{" + entry(first, a) + "}";
+  const std::string old_status = "{" + statusOf(first.key, a.pid(), 3, 180) + "}";
   ASSERT_EQ(installation.statusOnce(old_status), old_status);
   const std::string old_bytes = tests::readAll(installation.statusPath());
 
@@ -78,11 +65,10 @@ TEST_F(PrivilegedFileSystems, KeepTheOldStatusWholeWhileTheyAreFull) {
   EXPECT_EQ(filesIn(installation.preferencesDirectory()),
             (Lines{"Vorlatch.log", "com.zel.vorlatch.plist", "com.zel.vorlatch.status.plist"}));
   settings.insert_or_assign("Remark", "edited");
-  installation.writePreferences(
-      preferencesWith({{first.key, settings},
-                       {second.key, plist::Dictionary{{"JetsamPriority", -1}, {"NiceValue", 3}}}}));
+  installation.writePreferences(preferencesWith({{first.key, settings}, {second.key, unchanged}}));
   installation.post();
-  const std::string new_status = "{" + entry(first, a) + ", " + entry(second, b) + "}";
+  const std::string new_status =
+      "{" + statusOf(first.key, a.pid(), 3, 180) + statusOf(second.key, b.pid(), 3, 180) + "}";
   EXPECT_EQ(installation.statusOnce(new_status), new_status);
 }
 
@@ -98,7 +84,7 @@ class OwnProcessTable {
   OwnProcessTable& operator=(const OwnProcessTable&) = delete;
   ~OwnProcessTable() {
     first_process_.reset();
-    EXPECT_EQ(setns(machines_.number(), CLONE_NEWPID), 0) << std::strerror(errno);
+    EXPECT_EQ(setns(machines_.get(), CLONE_NEWPID), 0) << std::strerror(errno);
   }
 
  private:
@@ -107,14 +93,11 @@ class OwnProcessTable {
 };
 
 // The preset names processes that the machine may have, and moves them.
-TEST(PrivilegedProcessTable, OfAFreshInstallationLetsThePresetBeMadeAndUsed) {
+TEST(PrivilegedProcessTable, LetsFreshInstallationUsePreset) {
   const OwnProcessTable table;
   Installation installation;
   fs::remove(installation.preferencesPath());
-  Launch launch;
-  launch.umask = 077;
-  launch.sees_own_process_table = true;
-  installation.start(launch);
+  installation.start({.umask = 077, .sees_own_process_table = true});
 
   Lines log = startLines(pidInItsTable(installation.daemon()));
   log.insert(log.begin() + 1, "[配置] 已生成默认预设参数");
@@ -125,7 +108,7 @@ TEST(PrivilegedProcessTable, OfAFreshInstallationLetsThePresetBeMadeAndUsed) {
   EXPECT_EQ(filesIn(installation.preferencesDirectory()),
             (Lines{"Vorlatch.log", "com.zel.vorlatch.plist"}));
 
-  const Target keyboard(programNamed(installation, "kbd"));
+  const Target keyboard(programNamed(installation.path(""), "kbd"));
   const pid_t pid = pidInItsTable(keyboard.pid());
   installation.post();
   log = log + startedLines("kbd", pid) + appliedLines("kbd", pid, {.nice = -18});

@@ -8,7 +8,6 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,6 +20,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 
 #include <gtest/gtest.h>
 
@@ -29,17 +29,24 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using Ends = std::array<int, 2>;
+
+Ends makePipe() {
+  Ends ends{-1, -1};
+  EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+  return ends;
+}
+
 bool becomeUser(uid_t user) {
   return setgroups(0, nullptr) == 0 && setgid(user) == 0 && setuid(user) == 0;
 }
 
 // Nothing is passed on: what the test itself has open is not the program's.
-bool leaveOnlyStandardStreams() {
+bool leaveOnlyStandardStreams(int out, int err) {
   const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
-  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    if (dup2(nothing, stream) < 0) return false;
-  }
-  return close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0;
+  return dup2(nothing, STDIN_FILENO) >= 0 && dup2(out < 0 ? nothing : out, STDOUT_FILENO) >= 0 &&
+         dup2(err < 0 ? nothing : err, STDERR_FILENO) >= 0 &&
+         close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0;
 }
 
 bool seeOwnProcessTable() {
@@ -49,16 +56,15 @@ bool seeOwnProcessTable() {
 }
 
 // In the child, up to the program; comes back only when it cannot be run.
-void become(const std::string& executable, const Launch& launch) {
+void become(std::string program, const Launch& launch, int out, int err) {
   if (launch.umask) ::umask(*launch.umask);
   // Whatever nice value the test itself was started with.
   setpriority(PRIO_PROCESS, 0, 0);
   if (launch.sees_own_process_table && !seeOwnProcessTable()) return;
   if (launch.user && !becomeUser(*launch.user)) return;
   // After the change of the user, which would undo it.
-  if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || !leaveOnlyStandardStreams()) return;
+  if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || !leaveOnlyStandardStreams(out, err)) return;
   for (const auto& [name, value] : launch.environment) setenv(name.c_str(), value.c_str(), 1);
-  std::string program = executable;
   std::vector<std::string> arguments = launch.arguments;
   std::vector<char*> argv{program.data()};
   for (std::string& argument : arguments) argv.push_back(argument.data());
@@ -66,35 +72,60 @@ void become(const std::string& executable, const Launch& launch) {
   execv(program.c_str(), argv.data());
 }
 
-pid_t startChild(const std::string& executable, const Launch& launch) {
-  std::array<int, 2> ends{-1, -1};
-  EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+pid_t startChild(const std::string& executable, const Launch& launch,
+                 std::optional<Descriptor>& out, std::optional<Descriptor>& err) {
+  const Ends ends = makePipe();
+  const Ends out_ends = launch.gives_output ? makePipe() : Ends{-1, -1};
+  const Ends err_ends = launch.gives_output ? makePipe() : Ends{-1, -1};
   const Descriptor reading(ends[0]);
   const pid_t parent = getpid();
   const pid_t pid = fork();
   if (pid == 0) {
-    become(executable, launch);
+    become(executable, launch, out_ends[1], err_ends[1]);
     const int error = errno;
     if (getppid() == parent && write(ends[1], &error, sizeof(error)) < 0) _exit(126);
     _exit(127);
   }
-  close(ends[1]);
+  out.emplace(out_ends[0]);
+  err.emplace(err_ends[0]);
+  for (const int writing : {ends[1], out_ends[1], err_ends[1]}) {
+    if (writing >= 0) close(writing);
+  }
   // The program closes the pipe by running.
   int error = 0;
-  EXPECT_EQ(read(reading.number(), &error, sizeof(error)), 0)
+  EXPECT_EQ(read(reading.get(), &error, sizeof(error)), 0)
       << executable << ": " << std::strerror(error);
   return pid;
 }
 
-// As the system call: the C library's function is not declared for C++ everywhere.
-int openEnd(pid_t pid) {
-  return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+// The rest of the line that begins with the label, in a file of the process under /proc.
+std::string procLine(pid_t pid, const std::string& file, const std::string& label) {
+  std::ifstream lines("/proc/" + std::to_string(pid) + "/" + file);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with(label)) return line.substr(label.size());
+  }
+  ADD_FAILURE() << "no " << label << " in " << file << " of " << pid;
+  return "0";
+}
+
+std::int64_t procNumber(pid_t pid, const std::string& file, const std::string& label) {
+  return std::stoll(procLine(pid, file, label));
+}
+
+// Appends what comes next; false when nothing does.
+bool readSome(const Descriptor& from, std::string& text) {
+  pollfd readable{.fd = from.get(), .events = POLLIN, .revents = 0};
+  if (poll(&readable, 1, millisecondsUntil(Clock::now() + kPatience)) <= 0) return false;
+  std::array<char, 4096> block{};
+  const ssize_t got = read(from.get(), block.data(), block.size());
+  if (got > 0) text.append(block.data(), static_cast<std::size_t>(got));
+  return got > 0;
 }
 
 }  // namespace
 
-Descriptor::~Descriptor() {
-  if (number_ >= 0) close(number_);
+std::ostream& operator<<(std::ostream& stream, const Output& output) {
+  return stream << "status " << output.status << "\nout:\n" << output.out << "err:\n" << output.err;
 }
 
 int millisecondsUntil(Clock::time_point deadline) {
@@ -102,17 +133,16 @@ int millisecondsUntil(Clock::time_point deadline) {
   return std::max(0, static_cast<int>(left.count()));
 }
 
+// The descriptor as the system call gives it: the C library's function is not declared for C++
+// everywhere.
 ChildProcess::ChildProcess(const std::string& executable, const Launch& launch)
-    : pid_(startChild(executable, launch)), end_(openEnd(pid_)) {
-  EXPECT_GE(end_.number(), 0);
-}
-
-ChildProcess::~ChildProcess() {
-  kill();
+    : pid_(startChild(executable, launch, out_, err_)),
+      end_(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0))) {
+  EXPECT_TRUE(end_.isOpen());
 }
 
 bool ChildProcess::hasEnded() const {
-  pollfd end{.fd = end_.number(), .events = POLLIN, .revents = 0};
+  pollfd end{.fd = end_.get(), .events = POLLIN, .revents = 0};
   return poll(&end, 1, 0) == 1;
 }
 
@@ -124,12 +154,30 @@ void ChildProcess::kill() {
 }
 
 int ChildProcess::exitCode() {
-  pollfd end{.fd = end_.number(), .events = POLLIN, .revents = 0};
+  pollfd end{.fd = end_.get(), .events = POLLIN, .revents = 0};
   if (poll(&end, 1, millisecondsUntil(Clock::now() + kPatience)) != 1) return -1;
   int status = 0;
   EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
   reaped_ = true;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool ChildProcess::waitForOutput(const std::string& text) {
+  while (read_out_.find(text) == std::string::npos) {
+    if (!readSome(*out_, read_out_)) return false;
+  }
+  return true;
+}
+
+Output ChildProcess::output() {
+  Output output;
+  while (readSome(*out_, read_out_)) {
+  }
+  while (readSome(*err_, output.err)) {
+  }
+  output.out = read_out_;
+  output.status = exitCode();
+  return output;
 }
 
 int niceOf(pid_t pid) {
@@ -141,19 +189,6 @@ int niceOf(pid_t pid) {
 
 void setNice(pid_t pid, int value) {
   EXPECT_EQ(setpriority(PRIO_PROCESS, static_cast<id_t>(pid), value), 0) << std::strerror(errno);
-}
-
-std::vector<std::string> openFiles(pid_t pid) {
-  std::vector<std::string> files;
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error)) {
-    std::error_code closed_meanwhile;
-    const fs::path file = fs::read_symlink(entry.path(), closed_meanwhile);
-    if (!closed_meanwhile) files.push_back(file);
-  }
-  EXPECT_FALSE(error) << error.message();
-  std::sort(files.begin(), files.end());
-  return files;
 }
 
 bool watchesSomething(pid_t pid) {
@@ -168,31 +203,41 @@ bool watchesSomething(pid_t pid) {
   return false;
 }
 
-std::int64_t procNumber(pid_t pid, const std::string& file, const std::string& label) {
-  std::ifstream lines("/proc/" + std::to_string(pid) + "/" + file);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.starts_with(label)) return std::strtoll(line.c_str() + label.size(), nullptr, 10);
-  }
-  return -1;
-}
-
 pid_t pidInItsTable(pid_t pid) {
-  std::ifstream lines("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(lines, line);) {
-    if (line.starts_with("NSpid:")) return std::atoi(line.c_str() + line.rfind('\t'));
-  }
-  return -1;
+  const std::string pids = procLine(pid, "status", "NSpid:");
+  return std::stoi(pids.substr(pids.rfind('\t') + 1));
 }
 
 std::int64_t voluntarySwitches(pid_t pid) {
   std::int64_t switches = 0;
   for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
     const std::string file = "task/" + task.path().filename().string() + "/status";
-    const std::int64_t of_thread = procNumber(pid, file, "voluntary_ctxt_switches:");
-    EXPECT_GE(of_thread, 0);
-    switches += of_thread;
+    switches += procNumber(pid, file, "voluntary_ctxt_switches:");
   }
   return switches;
+}
+
+ResourceUse resourceUseOf(pid_t pid) {
+  ResourceUse use{.open_files = {},
+                  .threads = procNumber(pid, "status", "Threads:"),
+                  .anonymous_kb = procNumber(pid, "smaps_rollup", "Anonymous:")};
+  for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+    std::error_code closed_meanwhile;
+    const fs::path file = fs::read_symlink(entry.path(), closed_meanwhile);
+    if (!closed_meanwhile) use.open_files.push_back(file);
+  }
+  std::sort(use.open_files.begin(), use.open_files.end());
+  return use;
+}
+
+void expectNoMore(const ResourceUse& now, const ResourceUse& before,
+                  [[maybe_unused]] std::int64_t growth_max_kb) {
+  EXPECT_EQ(now.open_files, before.open_files);
+  EXPECT_EQ(now.threads, before.threads);
+#ifndef VORLATCH_SANITIZED
+  ASSERT_GT(before.anonymous_kb, 0);
+  EXPECT_LE(now.anonymous_kb, before.anonymous_kb + growth_max_kb);
+#endif
 }
 
 }  // namespace vorlatch

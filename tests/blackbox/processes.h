@@ -1,14 +1,17 @@
-// Real programs run by the tests, and what the machine says of a process.
+// Real programs that tests run, and what the machine says of a process.
 #pragma once
 
 #include <sys/types.h>
 
 #include <chrono>
 #include <cstdint>
+#include <iosfwd>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "base/descriptor.h"
 
 namespace vorlatch {
 
@@ -21,73 +24,86 @@ inline constexpr std::chrono::seconds kPatience{60};
 inline constexpr uid_t kNobody = 65534;
 
 struct Launch {
-  std::vector<std::string> arguments;
-  std::map<std::string, std::string> environment;  // added to the test's own
-  std::optional<uid_t> user;
-  std::optional<mode_t> umask;
+  std::vector<std::string> arguments = {};
+  std::map<std::string, std::string> environment = {};  // added to the test's own
+  std::optional<uid_t> user = {};
+  std::optional<mode_t> umask = {};
   // The program's /proc shows the process namespace that it runs in, not the test's.
   bool sees_own_process_table = false;
+  // What the program writes is kept for output(); otherwise it goes to /dev/null.
+  bool gives_output = false;
 };
 
-// A file descriptor that closes itself; below zero it holds nothing.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor();
-  [[nodiscard]] int number() const { return number_; }
-
- private:
-  const int number_;
+// What a program wrote until it ended; status -1 when a signal ended it or it took too long.
+struct Output {
+  int status = -1;
+  std::string out;
+  std::string err;
+  friend bool operator==(const Output&, const Output&) = default;
 };
+std::ostream& operator<<(std::ostream& stream, const Output& output);
 
 // The milliseconds until then, as poll takes them; 0 when it has passed.
 int millisecondsUntil(Clock::time_point deadline);
 
-// A child with its standard streams on /dev/null. It is killed and reaped with the object, and by
-// the kernel when the test process dies first.
+// A child process. It is killed and reaped with the object, and by the kernel when the test process
+// dies first.
 class ChildProcess {
  public:
   // Comes back when the program runs under its own name; fails the test when it cannot be run.
   explicit ChildProcess(const std::string& executable, const Launch& launch = {});
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
-  ~ChildProcess();
+  ~ChildProcess() { kill(); }
 
   [[nodiscard]] pid_t pid() const { return pid_; }
   // Readable once the process has ended.
-  [[nodiscard]] int endDescriptor() const { return end_.number(); }
+  [[nodiscard]] int endDescriptor() const { return end_.get(); }
   [[nodiscard]] bool hasEnded() const;
 
   // Kills and reaps it: its pid belongs to nobody.
   void kill();
   // Waits for its end and gives the exit code; -1 when it was killed or took too long.
   int exitCode();
+  // Reads on until the output so far holds the text; false when it ends without.
+  bool waitForOutput(const std::string& text);
+  // Everything, once it has ended.
+  Output output();
 
  private:
+  std::optional<Descriptor> out_;
+  std::optional<Descriptor> err_;
   const pid_t pid_;
   const Descriptor end_;
+  std::string read_out_;
   bool reaped_ = false;
 };
 
 int niceOf(pid_t pid);
 void setNice(pid_t pid, int value);
 
-// What each open descriptor of the process leads to, sorted.
-std::vector<std::string> openFiles(pid_t pid);
-
 // Whether one of its descriptors is an inotify instance that watches something.
 bool watchesSomething(pid_t pid);
-
-// The number behind a label of a file of the process under /proc, as "Pss:" of "smaps_rollup" or
-// "Threads:" of "status"; -1 when there is none.
-std::int64_t procNumber(pid_t pid, const std::string& file, const std::string& label);
 
 // The id by which the processes of its own namespace know the process.
 pid_t pidInItsTable(pid_t pid);
 
 // How often the threads of the process gave up the processor by themselves, all together.
 std::int64_t voluntarySwitches(pid_t pid);
+
+// What a process takes of the machine.
+struct ResourceUse {
+  std::vector<std::string> open_files;  // what each open descriptor leads to, sorted
+  std::int64_t threads;
+  // Heap, stacks and changed data. Of a program that was installed just now the kernel counts more
+  // pages as the process's own: those that are not on the disk yet.
+  std::int64_t anonymous_kb;
+};
+
+ResourceUse resourceUseOf(pid_t pid);
+
+// Fails the test when it is more than before: the same files and threads, and memory of its own
+// within the bound. A sanitizer's memory grows as it likes.
+void expectNoMore(const ResourceUse& now, const ResourceUse& before, std::int64_t growth_max_kb);
 
 }  // namespace vorlatch

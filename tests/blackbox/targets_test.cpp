@@ -1,3 +1,4 @@
+// Targets on real processes, with every line of the log and the whole status file.
 #include <algorithm>
 
 #include <gtest/gtest.h>
@@ -10,16 +11,14 @@
 namespace vorlatch {
 namespace {
 
-constexpr int kDefaultBand = 180;
+using plist::Dictionary;
 
-std::string statusOf(const std::string& key, pid_t pid, int nice, int band) {
-  return "\"" + key + "\": {\"n\": " + std::to_string(nice) + ", \"p\": " + std::to_string(band) +
-         ", \"pid\": " + std::to_string(pid) + "}";
-}
+constexpr int kDefaultBand = 180;
 
 // Each line of the log is looked at once, in its order, and none is left over.
 class PrivilegedTargets : public testing::Test {
  protected:
+  PrivilegedTargets() { start(); }
   void TearDown() override { EXPECT_EQ(installation_.logBehind(lines_seen_, 0), Lines{}); }
 
   // That many of the lines not yet looked at; fewer when they do not come.
@@ -29,7 +28,7 @@ class PrivilegedTargets : public testing::Test {
     lines_seen_ += lines.size();
     return lines;
   }
-  void apply(const plist::Dictionary& targets) {
+  void apply(const Dictionary& targets) {
     installation_.writePreferences(preferencesWith(targets));
     installation_.post();
   }
@@ -39,7 +38,11 @@ class PrivilegedTargets : public testing::Test {
   }
   void start() {
     installation_.start();
+    EXPECT_EQ(niceOf(installation_.daemon()), -20);
     expectLines(startLines(installation_.daemon()));
+  }
+  Program program(const std::string& name) {
+    return programNamed(installation_.path(""), ownName(name));
   }
 
   Installation installation_;
@@ -48,64 +51,50 @@ class PrivilegedTargets : public testing::Test {
   std::size_t lines_seen_ = 0;
 };
 
-// Follows a program from its start to its end under settings that move everything.
-class PrivilegedTargetsOfEachKind : public PrivilegedTargets {
- protected:
-  void expectHeldFromStartToExit(const Program& program) {
-    installation_.writePreferences(
-        preferencesWith({{program.key, plist::Dictionary{{"JetsamPriority", 160},
-                                                         {"NiceValue", -7},
-                                                         {"MemLimitActive", 300},
-                                                         {"StripManaged", true}}}}));
-    start();
-    EXPECT_EQ(installation_.status(), "missing");
+TEST_F(PrivilegedTargets, OfEachKindAreHeldFromStartToExit) {
+  const std::string root = installation_.path("");
+  const std::vector<Program> kinds{program("name"), programNamed(root, ownName("long", 25)),
+                                   program("%s%n"),
+                                   appIdentified(root, "org.example." + ownName("app"))};
+  const Dictionary settings{
+      {"JetsamPriority", 160}, {"NiceValue", -7}, {"MemLimitActive", 300}, {"StripManaged", true}};
+  Dictionary targets;
+  for (const Program& kind : kinds) targets.emplace(kind.key, settings);
+  installation_.writePreferences(preferencesWith(targets));
+  ASSERT_TRUE(installation_.pass());
+  EXPECT_EQ(installation_.status(), "missing");
 
-    Target target(program);
+  for (const Program& kind : kinds) {
+    SCOPED_TRACE(kind.key);
+    Target target(kind);
     installation_.post();
-    expectLines(startedLines(program.key, target.pid()) +
-                appliedLines(program.key, target.pid(),
+    expectLines(startedLines(kind.key, target.pid()) +
+                appliedLines(kind.key, target.pid(),
                              {.memory_limit_mb = 300, .nice = -7, .band = 160, .stripped = true}));
     EXPECT_EQ(target.nice(), -7);
-    expectStatus(statusOf(program.key, target.pid(), -7, 160));
+    expectStatus(statusOf(kind.key, target.pid(), -7, 160));
 
     target.kill();
     installation_.post();
-    expectLines(exitedLines(program.key));
+    expectLines(exitedLines(kind.key));
     expectStatus("");
   }
-};
-
-TEST_F(PrivilegedTargetsOfEachKind, AreFoundByTheirName) {
-  expectHeldFromStartToExit(programNamed(installation_, ownName("name")));
 }
 
-TEST_F(PrivilegedTargetsOfEachKind, AreFoundByANameLongerThanLinuxKeeps) {
-  expectHeldFromStartToExit(programNamed(installation_, ownName("long", 25)));
-}
-
-TEST_F(PrivilegedTargetsOfEachKind, AreFoundByTheirBundleIdentifier) {
-  expectHeldFromStartToExit(appIdentified(installation_, "org.example." + ownName("app")));
-}
-
-TEST_F(PrivilegedTargetsOfEachKind, MayBearNamesThatAreFormats) {
-  expectHeldFromStartToExit(programNamed(installation_, ownName("%s%n")));
-}
-
-TEST_F(PrivilegedTargets, AreHandedBackWhenTheyLeaveTheFile) {
-  const Program leaving = programNamed(installation_, ownName("leaves"));
-  const Program staying = programNamed(installation_, ownName("stays"));
-  const plist::Dictionary settings{{"JetsamPriority", 100}, {"NiceValue", 4}};
-  const plist::Dictionary untouched{{"JetsamPriority", -1}};
-  start();
-  Target leaver(leaving);
-  Target stayer(staying);
+TEST_F(PrivilegedTargets, AreHandedBackWhenRemovedOrSwitchedOff) {
+  const Program leaving = program("leaves");
+  const Program staying = program("stays");
+  const Dictionary settings{{"JetsamPriority", 100}, {"NiceValue", -3}};
+  const Dictionary untouched{{"JetsamPriority", -1}};
+  const Target leaver(leaving);
+  const Target stayer(staying);
+  const Lines taken_up = startedLines(leaving.key, leaver.pid()) +
+                         appliedLines(leaving.key, leaver.pid(), {.nice = -3, .band = 100});
   apply({{leaving.key, settings}, {staying.key, untouched}});
-  expectLines(startedLines(leaving.key, leaver.pid()) +
-              appliedLines(leaving.key, leaver.pid(), {.nice = 4, .band = 100}) +
-              startedLines(staying.key, stayer.pid()) +
+  expectLines(taken_up + startedLines(staying.key, stayer.pid()) +
               appliedLines(staying.key, stayer.pid(), {}));
   const std::string stays = statusOf(staying.key, stayer.pid(), 0, kDefaultBand);
-  expectStatus(statusOf(leaving.key, leaver.pid(), 4, 100) + ", " + stays);
+  expectStatus(statusOf(leaving.key, leaver.pid(), -3, 100) + stays);
 
   apply({{staying.key, untouched}});
   expectLines(removedLines() + restoredLines(leaving.key, leaver.pid()));
@@ -116,54 +105,43 @@ TEST_F(PrivilegedTargets, AreHandedBackWhenTheyLeaveTheFile) {
   apply({{leaving.key, untouched}, {staying.key, untouched}});
   expectLines(startedLines(leaving.key, leaver.pid()) +
               appliedLines(leaving.key, leaver.pid(), {}));
-  expectStatus(statusOf(leaving.key, leaver.pid(), 0, 0) + ", " + stays);
-}
+  expectStatus(statusOf(leaving.key, leaver.pid(), 0, 0) + stays);
 
-TEST_F(PrivilegedTargets, AreAllHandedBackWhenSwitchedOff) {
-  const Program first = programNamed(installation_, ownName("a"));
-  const Program second = programNamed(installation_, ownName("b"));
-  const plist::Dictionary settings{{"JetsamPriority", 100}, {"NiceValue", -3}};
-  start();
-  const Target a(first);
-  const Target b(second);
-  apply({{first.key, settings}, {second.key, settings}});
-  expectLines(startedLines(first.key, a.pid()) +
-              appliedLines(first.key, a.pid(), {.nice = -3, .band = 100}) +
-              startedLines(second.key, b.pid()) +
-              appliedLines(second.key, b.pid(), {.nice = -3, .band = 100}));
-
-  installation_.writePreferences(plist::Dictionary{{"Enabled", false}});
+  apply({{leaving.key, settings}, {staying.key, settings}});
+  expectLines(editedLines(leaving.key, leaver.pid()) +
+              appliedLines(leaving.key, leaver.pid(), {.nice = -3, .band = 100}) +
+              editedLines(staying.key, stayer.pid()) +
+              appliedLines(staying.key, stayer.pid(), {.nice = -3, .band = 100}));
+  installation_.writePreferences(Dictionary{{"Enabled", false}});
   installation_.post();
-  expectLines(switchedOffLines() + restoredLines(first.key, a.pid()) +
-              restoredLines(second.key, b.pid()));
-  EXPECT_EQ(a.nice(), 0);
-  EXPECT_EQ(b.nice(), 0);
+  expectLines(switchedOffLines() + restoredLines(leaving.key, leaver.pid()) +
+              restoredLines(staying.key, stayer.pid()));
+  EXPECT_EQ(leaver.nice(), 0);
+  EXPECT_EQ(stayer.nice(), 0);
   expectStatus("");
 
-  apply({{first.key, settings}});
-  expectLines(startedLines(first.key, a.pid()) +
-              appliedLines(first.key, a.pid(), {.nice = -3, .band = 100}));
-  expectStatus(statusOf(first.key, a.pid(), -3, 100));
+  apply({{leaving.key, settings}});
+  expectLines(taken_up);
+  expectStatus(statusOf(leaving.key, leaver.pid(), -3, 100));
 }
 
 TEST_F(PrivilegedTargets, AreWatchedEverySecond) {
-  const Program program = programNamed(installation_, ownName("watched"));
-  installation_.writePreferences(preferencesWith(
-      {{program.key,
-        plist::Dictionary{{"JetsamPriority", 160}, {"NiceValue", -7}, {"CheckInterval", 1}}}}));
-  start();
-  Target target(program);
+  const Program watched = program("watched");
+  Target target(watched);
   const auto started = Clock::now();
-  expectLines(startedLines(program.key, target.pid()) +
-              appliedLines(program.key, target.pid(), {.nice = -7, .band = 160}));
+  apply({{watched.key,
+          Dictionary{{"JetsamPriority", 160}, {"NiceValue", -7}, {"CheckInterval", 1}}}});
+  expectLines(startedLines(watched.key, target.pid()) +
+              appliedLines(watched.key, target.pid(), {.nice = -7, .band = 160}));
+  const auto tick = [&](int nice_before) {
+    return tickedLines(watched.key, 1, target.pid()) +
+           appliedLines(watched.key, target.pid(),
+                        {.nice = -7, .nice_before = nice_before, .band = 160});
+  };
+  expectLines(tick(-7));
   // One interval, one second of leeway, and what a busy machine adds.
   EXPECT_LT(Clock::now() - started, std::chrono::seconds(6));
 
-  const auto tick = [&](int nice_before) {
-    return tickedLines(program.key, 1, target.pid()) +
-           appliedLines(program.key, target.pid(),
-                        {.nice = -7, .nice_before = nice_before, .band = 160});
-  };
   setNice(target.pid(), 9);
   // On a busy machine ticks may have come before the change.
   Lines lines = nextLines(tick(-7).size());
@@ -171,37 +149,35 @@ TEST_F(PrivilegedTargets, AreWatchedEverySecond) {
   EXPECT_EQ(lines + nextLines(1), tick(9));
   EXPECT_EQ(target.nice(), -7);
   expectLines(tick(-7));
-  expectStatus(statusOf(program.key, target.pid(), -7, 160));
+  expectStatus(statusOf(watched.key, target.pid(), -7, 160));
 
   target.kill();
-  expectLines(exitedLines(program.key));
+  expectLines(exitedLines(watched.key));
   expectStatus("");
 }
 
-TEST_F(PrivilegedTargets, KeepTheirBandWhenTheDaemonIsKilledAndAreTakenUpAgain) {
-  const Program program = programNamed(installation_, ownName("kept"));
-  start();
-  const Target target(program);
-  apply({{program.key, plist::Dictionary{{"JetsamPriority", 160}, {"NiceValue", -7}}}});
-  expectLines(startedLines(program.key, target.pid()) +
-              appliedLines(program.key, target.pid(), {.nice = -7, .band = 160}));
+TEST_F(PrivilegedTargets, AreTakenUpAgainAfterADaemonsDeath) {
+  const Program kept = program("kept");
+  const Target target(kept);
+  apply({{kept.key, Dictionary{{"JetsamPriority", 160}, {"NiceValue", -7}}}});
+  expectLines(startedLines(kept.key, target.pid()) +
+              appliedLines(kept.key, target.pid(), {.nice = -7, .band = 160}));
   installation_.stop();
   EXPECT_EQ(target.nice(), -7);
 
   // An entry of the earlier run that nothing in the file asks for any more.
   tests::writeAll(installation_.statusPath(), "an old status");
-  installation_.writePreferences(preferencesWith(
-      {{program.key, plist::Dictionary{{"JetsamPriority", -1}, {"NiceValue", -7}}}}));
-  installation_.start();
-  expectLines(startLines(installation_.daemon()) + startedLines(program.key, target.pid()) +
-              appliedLines(program.key, target.pid(), {.nice = -7, .nice_before = -7}));
-  expectStatus(statusOf(program.key, target.pid(), -7, 160));
+  installation_.writePreferences(
+      preferencesWith({{kept.key, Dictionary{{"JetsamPriority", -1}, {"NiceValue", -7}}}}));
+  start();
+  expectLines(startedLines(kept.key, target.pid()) +
+              appliedLines(kept.key, target.pid(), {.nice = -7, .nice_before = -7}));
+  expectStatus(statusOf(kept.key, target.pid(), -7, 160));
 
-  apply({{program.key, plist::Dictionary{{"JetsamPriority", 100}, {"NiceValue", -7}}}});
-  expectLines(
-      editedLines(program.key, target.pid()) +
-      appliedLines(program.key, target.pid(), {.nice = -7, .nice_before = -7, .band = 100}));
-  expectStatus(statusOf(program.key, target.pid(), -7, 100));
+  apply({{kept.key, Dictionary{{"JetsamPriority", 100}, {"NiceValue", -7}}}});
+  expectLines(editedLines(kept.key, target.pid()) +
+              appliedLines(kept.key, target.pid(), {.nice = -7, .nice_before = -7, .band = 100}));
+  expectStatus(statusOf(kept.key, target.pid(), -7, 100));
 }
 
 }  // namespace

@@ -1,54 +1,52 @@
 #include "platform/process_table.h"
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "tests/conformance/driver.h"
+#include "tests/conformance/driven_process.h"
 
+namespace vorlatch::conformance {
 namespace {
 
-using vorlatch::conformance::endProcess;
-using vorlatch::conformance::executablePath;
-using vorlatch::conformance::startProcess;
-using vorlatch::platform::PROC_ALL_PIDS;
-using vorlatch::platform::proc_listpids;
-using vorlatch::platform::proc_name;
-using vorlatch::platform::proc_pidpath;
+using Pids = std::vector<std::int32_t>;
+using platform::PROC_ALL_PIDS;
+using platform::proc_listpids;
+using platform::proc_name;
+using platform::proc_pidpath;
 
-std::vector<std::int32_t> listedPids() {
-  const int size = proc_listpids(PROC_ALL_PIDS, 0, nullptr, 0);
-  std::vector<std::int32_t> pids(static_cast<std::size_t>(size) / sizeof(std::int32_t));
-  const int written = proc_listpids(PROC_ALL_PIDS, 0, pids.data(), size);
-  pids.resize(static_cast<std::size_t>(written) / sizeof(std::int32_t));
+// As many as fit into so many bytes; -1 behind them.
+Pids listedIn(int bytes) {
+  Pids pids(static_cast<std::size_t>(bytes) / sizeof(std::int32_t) + 1, -1);
+  const int written = proc_listpids(PROC_ALL_PIDS, 0, pids.data(), bytes);
+  EXPECT_EQ(written % 4, 0);
+  EXPECT_LE(written, bytes);
+  EXPECT_EQ(std::count(pids.begin(), pids.end(), -1), std::ssize(pids) - written / 4);
   return pids;
 }
 
+Pids listed() {
+  return listedIn(proc_listpids(PROC_ALL_PIDS, 0, nullptr, 0));
+}
+
 // Where a process stands in the list, or the list's length.
-std::ptrdiff_t placeOf(int pid, const std::vector<std::int32_t>& pids) {
+std::ptrdiff_t placeOf(int pid, const Pids& pids) {
   return std::find(pids.begin(), pids.end(), pid) - pids.begin();
 }
 
-bool isListed(int pid) {
-  const std::vector<std::int32_t> pids = listedPids();
-  return std::find(pids.begin(), pids.end(), pid) != pids.end();
-}
-
 // A call's result with its text or, when the result is 0, its errno.
-struct Answer {
+struct TextAnswer {
   int result;
   std::string text;
   int error;
-  friend bool operator==(const Answer&, const Answer&) = default;
+  friend bool operator==(const TextAnswer&, const TextAnswer&) = default;
 };
 
 template <typename Call>
-Answer answerOf(const Call& call, int pid, std::uint32_t size) {
+TextAnswer answerOf(const Call& call, int pid, std::uint32_t size) {
   std::vector<char> buffer(8192, '#');
   errno = 0;
   const int result = call(pid, buffer.data(), size);
@@ -56,99 +54,72 @@ Answer answerOf(const Call& call, int pid, std::uint32_t size) {
   return {result, buffer.data(), 0};
 }
 
-constexpr std::uint32_t kNameBuffer = 256;
-constexpr std::uint32_t kPathBuffer = 4096;
-
-Answer nameOf(int pid, std::uint32_t size = kNameBuffer) {
+TextAnswer nameOf(int pid, std::uint32_t size = 256) {
   return answerOf(proc_name, pid, size);
 }
-Answer pathOf(int pid, std::uint32_t size = kPathBuffer) {
+TextAnswer pathOf(int pid, std::uint32_t size = 4096) {
   return answerOf(proc_pidpath, pid, size);
 }
-Answer textAnswer(const std::string& text) {
+TextAnswer given(const std::string& text) {
   return {static_cast<int>(text.size()), text, 0};
 }
-
-TEST(ProcessTable, AProcessIsListedWithItsNameAndPathUntilItEnds) {
-  const std::string path = executablePath("vl-listed");
-  const int pid = startProcess(path);
-  ASSERT_GT(pid, 0);
-  EXPECT_TRUE(isListed(pid));
-  EXPECT_EQ(nameOf(pid), textAnswer("vl-listed"));
-  EXPECT_EQ(pathOf(pid), textAnswer(path));
-  endProcess(pid);
-  EXPECT_FALSE(isListed(pid));
-  EXPECT_EQ(nameOf(pid), (Answer{0, "", ESRCH}));
-  EXPECT_EQ(pathOf(pid), (Answer{0, "", ESRCH}));
+TextAnswer refused(int error) {
+  return {0, "", error};
 }
 
-TEST(ProcessTable, NamesAreWholeUpToThirtyOneCharacters) {
-  for (const std::string& name :
-       {std::string("vl-fifteen-char"), std::string("vl-a-name-of-more-than-fifteen"),
-        std::string("vl-a-name-of-thirty-one-charact"),
-        std::string("vl-a-name-of-thirty-one-characters-and-more")}) {
-    const int pid = startProcess(executablePath(name));
-    ASSERT_GT(pid, 0);
-    EXPECT_EQ(nameOf(pid), textAnswer(name.substr(0, 31)));
-    endProcess(pid);
+TEST(ProcessTable, ListsProcessUntilItEnds) {
+  Process process("vl-listed");
+  const int pid = process.pid();
+  EXPECT_EQ(std::ranges::count(listed(), pid), 1);
+  EXPECT_EQ(nameOf(pid), given("vl-listed"));
+  EXPECT_EQ(pathOf(pid), given(process.path()));
+  process.end();
+  EXPECT_EQ(std::ranges::count(listed(), pid), 0);
+  EXPECT_EQ(nameOf(pid), refused(ESRCH));
+  EXPECT_EQ(pathOf(pid), refused(ESRCH));
+}
+
+TEST(ProcessTable, GivesNamesUpToThirtyOneCharacters) {
+  for (const std::string name :
+       {"vl-fifteen-char", "vl-a-name-of-more-than-fifteen", "vl-a-name-of-thirty-one-charact",
+        "vl-a-name-of-thirty-one-characters-and-more"}) {
+    EXPECT_EQ(nameOf(Process(name).pid()), given(name.substr(0, 31)));
   }
 }
 
-TEST(ProcessTable, TheNewestProcessComesFirst) {
-  const int first = startProcess(executablePath("vl-first"));
-  const int second = startProcess(executablePath("vl-second"));
-  const int third = startProcess(executablePath("vl-third"));
-  ASSERT_TRUE(first > 0 && second > 0 && third > 0);
-  const std::vector<std::int32_t> pids = listedPids();
-  EXPECT_LT(placeOf(third, pids), placeOf(second, pids));
-  EXPECT_LT(placeOf(second, pids), placeOf(first, pids));
-  for (const int pid : {first, second, third}) {
-    EXPECT_EQ(std::count(pids.begin(), pids.end(), pid), 1);
-    endProcess(pid);
-  }
-}
+TEST(ProcessTable, ListsNewestFirst) {
+  const Process first("vl-first");
+  const Process second("vl-second");
+  const Process third("vl-third");
+  const Pids pids = listed();
+  EXPECT_LT(placeOf(third.pid(), pids), placeOf(second.pid(), pids));
+  EXPECT_LT(placeOf(second.pid(), pids), placeOf(first.pid(), pids));
+  EXPECT_EQ(std::ranges::count(pids, first.pid()), 1);
 
-TEST(ProcessTable, TheSizeToldHasRoomForProcessesThatStartMeanwhile) {
-  const int size = proc_listpids(PROC_ALL_PIDS, 0, nullptr, 0);
-  const int pid = startProcess(executablePath("vl-meanwhile"));
-  ASSERT_GT(pid, 0);
-  std::vector<std::int32_t> pids(static_cast<std::size_t>(size) / sizeof(std::int32_t));
-  const int written = proc_listpids(PROC_ALL_PIDS, 0, pids.data(), size);
-  EXPECT_GT(written, 0);
-  EXPECT_LE(written, size);
-  EXPECT_LT(placeOf(pid, pids), std::ssize(pids));
-  endProcess(pid);
-}
-
-TEST(ProcessTable, AListThatDoesNotFitIsCutAfterTheNewest) {
-  const int older = startProcess(executablePath("vl-older"));
-  const int newer = startProcess(executablePath("vl-newer"));
-  ASSERT_TRUE(older > 0 && newer > 0);
-  const std::vector<std::int32_t> all = listedPids();
-  const std::size_t room = static_cast<std::size_t>(placeOf(newer, all)) + 1;
-  std::vector<std::int32_t> pids(room + 1, -1);
   // Three bytes more than the entries that fit; nothing is written into them.
-  const int size = static_cast<int>(room * sizeof(std::int32_t)) + 3;
-  EXPECT_EQ(proc_listpids(PROC_ALL_PIDS, 0, pids.data(), size), size - 3);
-  EXPECT_NE(pids.front(), -1);
-  EXPECT_EQ(pids.back(), -1);
-  endProcess(older);
-  endProcess(newer);
+  const std::size_t room = static_cast<std::size_t>(placeOf(third.pid(), pids)) + 1;
+  const Pids cut = listedIn(static_cast<int>(room * sizeof(std::int32_t)) + 3);
+  EXPECT_NE(cut[room - 1], -1);
+  EXPECT_EQ(cut[room], -1);
 }
 
-TEST(ProcessTable, BuffersThatAreTooSmallAreRefused) {
-  const int pid = startProcess(executablePath("vl-small"));
-  ASSERT_GT(pid, 0);
-  EXPECT_EQ(nameOf(pid, 31), (Answer{0, "", ENOMEM}));
-  EXPECT_EQ(nameOf(pid, 32), textAnswer("vl-small"));
-  EXPECT_EQ(pathOf(pid, 1023), (Answer{0, "", ENOMEM}));
-  EXPECT_EQ(pathOf(pid, 1024).error, 0);
-  EXPECT_EQ(pathOf(pid, 4097), (Answer{0, "", EOVERFLOW}));
-  std::array<std::int32_t, 1> pids{};
-  errno = 0;
-  EXPECT_EQ(proc_listpids(PROC_ALL_PIDS, 0, pids.data(), 3), 0);
-  EXPECT_EQ(errno, ENOMEM);
-  endProcess(pid);
+TEST(ProcessTable, TellsSizeWithRoomForNewProcesses) {
+  const int size = proc_listpids(PROC_ALL_PIDS, 0, nullptr, 0);
+  const Process process("vl-meanwhile");
+  EXPECT_EQ(std::ranges::count(listedIn(size), process.pid()), 1);
+}
+
+TEST(ProcessTable, RefusesUnfitBuffers) {
+  const Process process("vl-small");
+  const int pid = process.pid();
+  EXPECT_EQ(nameOf(pid, 31), refused(ENOMEM));
+  EXPECT_EQ(nameOf(pid, 32), given("vl-small"));
+  EXPECT_EQ(pathOf(pid, 1023), refused(ENOMEM));
+  EXPECT_EQ(pathOf(pid, 1024), given(process.path()));
+  EXPECT_EQ(pathOf(pid, 4097), refused(EOVERFLOW));
+  std::int32_t entry = 0;
+  EXPECT_EQ(ask([&] { return proc_listpids(PROC_ALL_PIDS, 0, &entry, 3); }), (Answer{0, ENOMEM}));
 }
 
 }  // namespace
+}  // namespace vorlatch::conformance

@@ -29,12 +29,6 @@ class ThousandProcesses final : public model::ProcessList {
 
 const ThousandProcesses kThousandProcesses;
 
-std::string bootId() {
-  std::string text = tests::readAll("/proc/sys/kernel/random/boot_id");
-  text.resize(36);
-  return text;
-}
-
 JetsamTable sampleTable() {
   JetsamTable table;
   JetsamRecord& everything = table.records[7];
@@ -81,31 +75,22 @@ std::vector<std::int32_t> pidsIn(const std::string& path) {
 
 using Pids = std::vector<std::int32_t>;
 
-TEST(JetsamStateFile, ReadsBackEveryFieldThatItWrote) {
-  EXPECT_EQ(decodeJetsamTable(encodeJetsamTable(sampleTable(), "a boot"), "a boot"), sampleTable());
+TEST(JetsamStateFile, ReadsBackWholeFilesOfItsBoot) {
   EXPECT_EQ(decodeJetsamTable(encodeJetsamTable({}, ""), ""), JetsamTable{});
-}
-
-TEST(JetsamStateFile, ReadsNothingFromAnotherBoot) {
   const std::string bytes = encodeJetsamTable(sampleTable(), "a boot");
+  EXPECT_EQ(decodeJetsamTable(bytes, "a boot"), sampleTable());
   EXPECT_EQ(decodeJetsamTable(bytes, "b boot"), std::nullopt);
   EXPECT_EQ(decodeJetsamTable(bytes, ""), std::nullopt);
-}
-
-TEST(JetsamStateFile, ReadsNothingFromBytesCutShortOrChanged) {
-  const std::string bytes = encodeJetsamTable(sampleTable(), "a boot");
-  for (std::size_t length = 0; length < bytes.size(); ++length) {
-    EXPECT_EQ(decodeJetsamTable(bytes.substr(0, length), "a boot"), std::nullopt) << length;
-  }
+  EXPECT_EQ(decodeJetsamTable(bytes + '\0', "a boot"), std::nullopt);
   for (std::size_t at = 0; at < bytes.size(); ++at) {
+    EXPECT_EQ(decodeJetsamTable(bytes.substr(0, at), "a boot"), std::nullopt) << at;
     std::string changed = bytes;
     changed[at] = static_cast<char>(changed[at] ^ 1);
     EXPECT_EQ(decodeJetsamTable(changed, "a boot"), std::nullopt) << at;
   }
-  EXPECT_EQ(decodeJetsamTable(bytes + '\0', "a boot"), std::nullopt);
 }
 
-TEST(JetsamStateFile, MakesItsDirectoriesAndLetsNobodyElseReadTheState) {
+TEST(JetsamStateFile, MakesDirectoriesAndAPrivateFile) {
   const TemporaryDirectory root;
   JetsamStateFile file(root / "var/run/vorlatch/jetsam.state");
   const mode_t before = umask(077);
@@ -130,7 +115,7 @@ TEST(JetsamStateFile, WritesOnlyWhatChanged) {
   EXPECT_EQ(std::filesystem::last_write_time(root / "state"), written);
 }
 
-TEST(JetsamStateFile, ShowsWhatOthersChangeWhileTheyHoldTheLock) {
+TEST(JetsamStateFile, ShowsChangesWhileOthersHoldTheLock) {
   const TemporaryDirectory directory;
   JetsamStateFile writer(directory / "state");
   JetsamStateFile reader(directory / "state");
@@ -166,7 +151,7 @@ TEST(JetsamStateFile, ForgetsTheDeadWhenItWrites) {
   EXPECT_EQ(pidsIn(root / "state"), (Pids{7}));
 }
 
-TEST(JetsamStateFile, StartsAnewOverADamagedFileAndALeftTemporaryOne) {
+TEST(JetsamStateFile, StartsAnewOverDamagedAndLeftFiles) {
   const TemporaryDirectory root;
   for (const std::string& damaged :
        {std::string(), std::string("rubbish"), std::string(300, 'x')}) {
@@ -181,39 +166,25 @@ TEST(JetsamStateFile, StartsAnewOverADamagedFileAndALeftTemporaryOne) {
 }
 
 TEST(JetsamStateFile, FollowsNoLink) {
-  for (const char* name : {"state", "state.lock", "state.new"}) {
+  const std::string state = encodeJetsamTable(sampleTable(), bootId());
+  for (const std::string name : {"state", "state.lock", "state.new"}) {
+    SCOPED_TRACE(name);
     const TemporaryDirectory root;
-    const std::string target = root / "elsewhere";
-    tests::writeAll(target, "not ours to touch");
-    std::filesystem::create_symlink(target, root / name);
+    tests::writeAll(root / "elsewhere", state);
+    std::filesystem::create_symlink(root / "elsewhere", root / name);
     JetsamStateFile file(root / "state");
+    EXPECT_EQ(read(file), JetsamTable{});
     addRecord(file, 5);
     addRecord(file, 6);
-    EXPECT_EQ(tests::readAll(target), "not ours to touch") << name;
-    EXPECT_EQ(read(file).records.size(), 2U) << name;
+    EXPECT_EQ(read(file).records.size(), 2U);
+    EXPECT_EQ(tests::readAll(root / "elsewhere"), state);
+    // Under a lock that is a link the state is kept in memory.
+    EXPECT_EQ(std::filesystem::exists(root / "state"), name != "state.lock");
   }
 }
 
-TEST(JetsamStateFile, TakesNoStateThroughALink) {
-  const TemporaryDirectory root;
-  tests::writeAll(root / "elsewhere", encodeJetsamTable(sampleTable(), bootId()));
-  std::filesystem::create_symlink(root / "elsewhere", root / "state");
-  JetsamStateFile file(root / "state");
-  EXPECT_EQ(read(file), JetsamTable{});
-}
-
-TEST(JetsamStateFile, KeepsNoStateUnderALockThatIsALink) {
-  const TemporaryDirectory root;
-  tests::writeAll(root / "elsewhere", "");
-  std::filesystem::create_symlink(root / "elsewhere", root / "state.lock");
-  JetsamStateFile file(root / "state");
-  addRecord(file, 5);
-  EXPECT_EQ(read(file).records.size(), 1U);
-  EXPECT_FALSE(std::filesystem::exists(root / "state"));
-}
-
 // Who may open the file could keep its lock, and the daemon waiting.
-TEST(JetsamStateFile, KeepsNoStateUnderALockThatOthersMayOpen) {
+TEST(JetsamStateFile, KeepsNothingUnderALockOpenToOthers) {
   namespace fs = std::filesystem;
   for (const bool has_two_names : {false, true}) {
     const TemporaryDirectory root;
@@ -228,7 +199,7 @@ TEST(JetsamStateFile, KeepsNoStateUnderALockThatOthersMayOpen) {
   }
 }
 
-TEST(JetsamStateFile, KeepsTheStateInMemoryWhereThereIsNoPlaceForIt) {
+TEST(JetsamStateFile, KeepsStateInMemoryWithoutAPlace) {
   const TemporaryDirectory root;
   tests::writeAll(root / "var", "a file where a directory should be");
   JetsamStateFile file(root / "var/run/vorlatch/jetsam.state");

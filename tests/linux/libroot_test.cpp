@@ -64,53 +64,41 @@ class Library {
 constexpr const char* kJbroot = "libroot_jbrootpath";
 constexpr const char* kRootfs = "libroot_rootfspath";
 
-TEST(Libroot, FindsTheTreeThatItIsInstalledIn) {
-  const TemporaryDirectory directory;
-  const Library library(directory / "jb/usr/lib/libroot.so");
-  EXPECT_EQ(library.get("libroot_get_jbroot_prefix"), directory / "jb");
-  EXPECT_STREQ(library.get("libroot_get_root_prefix"), "");
-}
-
-TEST(Libroot, TakesItsOwnDirectoryOutsideATree) {
-  const TemporaryDirectory directory;
-  const Library library(directory / "lib/libroot.so");
-  EXPECT_EQ(library.get("libroot_get_jbroot_prefix"), directory / "lib");
-}
-
-TEST(Libroot, FindsItsTreeThroughALink) {
+TEST(Libroot, FindsItsTree) {
   const TemporaryDirectory directory;
   std::filesystem::create_directory_symlink("real", directory / "link");
-  const Library library(directory / "real/usr/lib/libroot.so",
-                        directory / "link/usr/lib/libroot.so");
-  EXPECT_EQ(library.get("libroot_get_jbroot_prefix"), directory / "real");
-}
-
-TEST(Libroot, KnowsItsTreeWhenTheProgramHasChangedItsDirectory) {
-  const TemporaryDirectory directory;
+  std::filesystem::create_directories(directory / "moved/usr/lib");
   const auto before = std::filesystem::current_path();
-  std::filesystem::create_directories(directory / "jb/usr/lib");
-  std::filesystem::current_path(directory / "jb/usr");
-  const Library library(directory / "jb/usr/lib/libroot.so", "./lib/libroot.so");
-  std::filesystem::current_path(before);
-  EXPECT_EQ(library.get("libroot_get_jbroot_prefix"), directory / "jb");
-}
-
-TEST(Libroot, GivesTheSameTextEachTime) {
-  const TemporaryDirectory directory;
-  const Library library(directory / "jb/usr/lib/libroot.so");
-  for (const char* name :
-       {"libroot_get_root_prefix", "libroot_get_jbroot_prefix", "libroot_get_boot_uuid"}) {
-    EXPECT_EQ(library.get(name), library.get(name)) << name;
+  struct Case {
+    const char* copy;
+    std::string loaded_as;
+    const char* root;
+  };
+  const Case cases[] = {{"jb/usr/lib/libroot.so", directory / "jb/usr/lib/libroot.so", "jb"},
+                        {"lib/libroot.so", directory / "lib/libroot.so", "lib"},
+                        {"real/usr/lib/libroot.so", directory / "link/usr/lib/libroot.so", "real"},
+                        {"moved/usr/lib/libroot.so", "./lib/libroot.so", "moved"}};
+  for (const Case& c : cases) {
+    std::filesystem::current_path(directory / "moved/usr");
+    const Library library(directory / c.copy, c.loaded_as);
+    // It does not matter that the program has changed its directory since.
+    std::filesystem::current_path(before);
+    EXPECT_EQ(library.get("libroot_get_jbroot_prefix"), directory / c.root);
+    EXPECT_STREQ(library.get("libroot_get_root_prefix"), "");
   }
 }
 
-TEST(Libroot, GivesTheMachinesBootIdentifier) {
+TEST(Libroot, GivesTheBootIdentifierAndLastingTexts) {
   const TemporaryDirectory directory;
   const Library library(directory / "jb/usr/lib/libroot.so");
-  std::string expected = tests::readAll("/proc/sys/kernel/random/boot_id");
-  expected.resize(36);
+  std::string expected = bootId();
   for (char& c : expected) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   EXPECT_EQ(library.get("libroot_get_boot_uuid"), expected);
+  for (const char* name :
+       {"libroot_get_root_prefix", "libroot_get_jbroot_prefix", "libroot_get_boot_uuid"}) {
+    const char* const first = library.get(name);
+    EXPECT_EQ(first, library.get(name)) << name;
+  }
 }
 
 TEST(Libroot, MapsPathsIntoItsTreeAndBack) {
@@ -142,26 +130,16 @@ TEST(Libroot, MapsPathsIntoItsTreeAndBack) {
         library.resolveNew(c.function, c.path.c_str()), &std::free);
     EXPECT_STREQ(fresh.get(), c.resolved.c_str());
   }
-}
-
-TEST(Libroot, CutsPathsAtTheBuffersEnd) {
-  const TemporaryDirectory directory;
-  const std::string jb = directory / "jb";
-  const Library library(jb + "/usr/lib/libroot.so");
+  // What does not fit is cut at the buffer's end, and no path gives nothing.
   const std::string path = "/" + std::string(2000, 'p');
   EXPECT_EQ(library.resolve(kJbroot, path.c_str()), (jb + path).substr(0, 1023));
   EXPECT_EQ(library.resolve(kRootfs, path.c_str()), path.substr(0, 1023));
+  EXPECT_EQ(library.resolveNew(kJbroot, nullptr), nullptr);
+  EXPECT_EQ(library.resolveNew(kRootfs, nullptr), nullptr);
 }
 
-TEST(Libroot, GivesNothingForNoPath) {
-  const TemporaryDirectory directory;
-  const Library library(directory / "jb/usr/lib/libroot.so");
-  for (const char* name : {kJbroot, kRootfs}) {
-    EXPECT_EQ(library.resolveNew(name, nullptr), nullptr) << name;
-  }
-}
-
-TEST(Libroot, ExportsItsFiveFunctionsAlone) {
+TEST(Libroot, ExportsFiveFunctionsUnderItsName) {
+  EXPECT_EQ(std::filesystem::path(VORLATCH_LIBROOT).filename(), platform::rootPrefixLibraryName());
   const std::unique_ptr<FILE, decltype(&pclose)> nm(
       popen(VORLATCH_NM " -D --defined-only --format=posix " VORLATCH_LIBROOT, "r"), &pclose);
   ASSERT_TRUE(nm);
@@ -175,10 +153,6 @@ TEST(Libroot, ExportsItsFiveFunctionsAlone) {
   EXPECT_EQ(names, (std::vector<std::string>{"libroot_get_boot_uuid", "libroot_get_jbroot_prefix",
                                              "libroot_get_root_prefix", "libroot_jbrootpath",
                                              "libroot_rootfspath"}));
-}
-
-TEST(Libroot, HasTheNameThatTheDaemonLoadsItBy) {
-  EXPECT_EQ(std::filesystem::path(VORLATCH_LIBROOT).filename(), platform::rootPrefixLibraryName());
 }
 
 }  // namespace

@@ -8,33 +8,21 @@
 
 #include <array>
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <string>
-#include <utility>
 
 #include <gtest/gtest.h>
 
+#include "tests/support/files.h"
+#include "tests/support/temporary_directory.h"
+
 namespace vorlatch {
 
-class TemporaryDirectory {
- public:
-  TemporaryDirectory() {
-    std::string pattern = std::filesystem::temp_directory_path() / "vorlatch-XXXXXX";
-    if (mkdtemp(pattern.data()) != nullptr) path_ = std::filesystem::canonical(pattern);
-  }
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-  }
-  [[nodiscard]] std::string operator/(const std::string& name) const { return path_ / name; }
+using tests::TemporaryDirectory;
 
- private:
-  std::filesystem::path path_;
-};
+inline std::string bootId() {
+  return tests::readAll("/proc/sys/kernel/random/boot_id").substr(0, 36);
+}
 
 // Both ends of a pipe; they close by themselves, and in a program that is executed.
 class Pipe {
@@ -43,18 +31,14 @@ class Pipe {
   Pipe(const Pipe&) = delete;
   Pipe& operator=(const Pipe&) = delete;
   ~Pipe() {
-    closeReading();
+    close(ends_[0]);
     closeWriting();
   }
-  void closeReading() { closeEnd(ends_[0]); }
-  void closeWriting() { closeEnd(ends_[1]); }
-  [[nodiscard]] int reading() const { return ends_[0]; }
-  [[nodiscard]] int writing() const { return ends_[1]; }
-
-  void say() const {
-    const char byte = '!';
-    EXPECT_EQ(write(ends_[1], &byte, 1), 1);
+  void closeWriting() {
+    if (ends_[1] >= 0) close(ends_[1]);
+    ends_[1] = -1;
   }
+  void say() const { EXPECT_EQ(write(ends_[1], "!", 1), 1); }
   // Waits for what the other side says; false when it has gone instead.
   [[nodiscard]] bool hear() const {
     char byte = 0;
@@ -62,43 +46,25 @@ class Pipe {
   }
 
  private:
-  static void closeEnd(int& end) {
-    if (end >= 0) close(end);
-    end = -1;
-  }
   std::array<int, 2> ends_{-1, -1};
 };
 
-struct Program {
-  std::string path;  // of a copy of cat
-};
-
-// A child process, ended and reaped with the object.
+// A forked child, ended and reaped with the object.
 class Child {
  public:
-  // Forks a child that runs the body and then waits to be killed; comes back when the body is done.
-  explicit Child(const std::function<void()>& body = [] {}) {
-    start([&] {
+  // The child runs the body and then waits to be killed. Comes back when the body is done; fails
+  // the test when a check in the body failed.
+  explicit Child(const std::function<void()>& body = [] {}) : pid_(fork()) {
+    if (pid_ == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
       body();
-      output_.say();
+      if (testing::Test::HasFailure()) _exit(1);
+      done_.say();
       while (true) pause();
-    });
-    output_.closeWriting();
-    EXPECT_TRUE(output_.hear());
+    }
+    done_.closeWriting();
+    EXPECT_TRUE(done_.hear());
   }
-
-  // Runs a copy of cat; comes back when it has answered and so bears its own name.
-  explicit Child(const Program& program) {
-    start([&] {
-      dup2(input_.reading(), STDIN_FILENO);
-      dup2(output_.writing(), STDOUT_FILENO);
-      execl(program.path.c_str(), program.path.c_str(), nullptr);
-    });
-    output_.closeWriting();
-    input_.say();
-    EXPECT_TRUE(output_.hear());
-  }
-
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
   ~Child() { end(); }
@@ -114,24 +80,15 @@ class Child {
 
   // Kills and reaps it: its pid belongs to nobody.
   void end() {
-    if (pid_ < 0 || reaped_) return;
+    if (reaped_) return;
     ::kill(pid_, SIGKILL);
     EXPECT_EQ(waitpid(pid_, nullptr, 0), pid_);
     reaped_ = true;
   }
 
  private:
-  void start(const std::function<void()>& run) {
-    pid_ = fork();
-    if (pid_ != 0) return;
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    run();
-    _exit(1);
-  }
-
-  Pipe input_;
-  Pipe output_;
-  pid_t pid_ = -1;
+  Pipe done_;
+  const pid_t pid_;
   bool reaped_ = false;
 };
 

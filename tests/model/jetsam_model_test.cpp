@@ -21,7 +21,7 @@ constexpr std::uint32_t kGetManaged = platform::MEMORYSTATUS_CMD_GET_PROCESS_IS_
 constexpr std::uint32_t kSetFreezable = platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_FREEZABLE;
 constexpr std::uint32_t kAssertion = platform::MEMORYSTATUS_SET_PRIORITY_ASSERTION;
 
-TEST(JetsamModel, TurnsReservedBandsAndAliasesIntoTheBandsTheyMean) {
+TEST(JetsamModel, TurnsReservedAndAliasBandsIntoOthers) {
   const std::array<std::tuple<KernelGeneration, std::int32_t, std::int32_t>, 16> bands = {{
       {KernelGeneration::Xnu4903To8020, -2, 0},
       {KernelGeneration::Xnu4903To8020, -1, 18},
@@ -43,57 +43,57 @@ TEST(JetsamModel, TurnsReservedBandsAndAliasesIntoTheBandsTheyMean) {
   for (const auto& [generation, asked, given] : bands) {
     Machine machine(generation);
     EXPECT_EQ(machine.setPriority(kDaemonPid, 0, asked, 7), kSuccess) << asked;
-    JetsamRecord expected;
-    expected.start_time = 10;
-    expected.arrival = asked == -2 ? -1 : 1;
-    expected.requested_band = given;
-    expected.effective_band = given;
-    expected.user_data = 7;
-    EXPECT_EQ(machine.record(kDaemonPid), expected) << asked;
+    EXPECT_EQ(machine.record(kDaemonPid), (JetsamRecord{.start_time = 10,
+                                                        .arrival = asked == -2 ? -1 : 1,
+                                                        .requested_band = given,
+                                                        .effective_band = given,
+                                                        .user_data = 7,
+                                                        .active = {},
+                                                        .inactive = {}}))
+        << asked;
   }
 }
 
-TEST(JetsamModel, LeavesTheRequestedBandUnderAnAssertion) {
+TEST(JetsamModel, LeavesRequestedBandUnderAnAssertion) {
   Machine machine;
   ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 30), kSuccess);
   ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 160, 5), kSuccess);
-  JetsamRecord expected;
-  expected.start_time = 10;
-  expected.arrival = 2;
-  expected.requested_band = 30;
-  expected.effective_band = 160;
-  expected.user_data = 5;
-  expected.assertion = true;
+  JetsamRecord expected{.start_time = 10,
+                        .arrival = 2,
+                        .requested_band = 30,
+                        .effective_band = 160,
+                        .user_data = 5,
+                        .active = {},
+                        .inactive = {},
+                        .assertion = true};
+  EXPECT_EQ(machine.record(kDaemonPid), expected);
+
+  // A set without assertion keeps the bit.
+  ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 0, 6), kSuccess);
+  expected.arrival = 3;
+  expected.requested_band = expected.effective_band = 0;
+  expected.user_data = 6;
   EXPECT_EQ(machine.record(kDaemonPid), expected);
 
   ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 0), kSuccess);
-  expected.arrival = 3;
-  expected.effective_band = 0;
+  expected.arrival = 4;
   expected.user_data = 0;
   expected.assertion = false;
   EXPECT_EQ(machine.record(kDaemonPid), expected);
 }
 
-TEST(JetsamModel, ASetWithoutAssertionKeepsTheAssertionBit) {
-  Machine machine;
-  ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 160), kSuccess);
-  ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 0), kSuccess);
-  EXPECT_EQ(machine.band(kDaemonPid), 0);
-  EXPECT_TRUE(machine.record(kDaemonPid).assertion);
-}
-
-TEST(JetsamModel, IgnoresAnIdleAssertionWhereNoneHeldUpToIos17) {
+TEST(JetsamModel, IgnoresIdleAssertionOnNoneUpToIos17) {
   for (const KernelGeneration generation :
        {KernelGeneration::Xnu4903To8020, KernelGeneration::Xnu8792To10063}) {
     Machine machine(generation);
-    EXPECT_EQ(machine.setPriority(kDaemonPid, kAssertion, 0, 9), kSuccess);
-    JetsamRecord expected = Machine(generation).record(kDaemonPid);
+    JetsamRecord expected = machine.record(kDaemonPid);
     expected.user_data = 9;
+    EXPECT_EQ(machine.setPriority(kDaemonPid, kAssertion, 0, 9), kSuccess);
     EXPECT_EQ(machine.record(kDaemonPid), expected);
   }
 }
 
-TEST(JetsamModel, RefusesAnAssertionOnAnUnmanagedProcessOnIos18Alone) {
+TEST(JetsamModel, RefusesAssertionOnUnmanagedOnIos18) {
   for (const KernelGeneration generation : kGenerations) {
     const bool refused = generation == KernelGeneration::Xnu11215To11417;
     Machine machine(generation);
@@ -108,38 +108,40 @@ TEST(JetsamModel, RefusesAnAssertionOnAnUnmanagedProcessOnIos18Alone) {
   }
 }
 
-TEST(JetsamModel, StoresLimitsAndReportsTheDefaultWhereNoneIsOfItsOwn) {
+TEST(JetsamModel, StoresLimitsAndReportsDefaults) {
   struct Case {
+    KernelGeneration generation;
     std::int32_t default_mb;
     memorystatus_memlimit_properties set;
-    memorystatus_memlimit_properties read;
+    Limits read;
   };
-  const std::array<Case, 6> cases = {{
-      {2048, {300, 1, 200, 0}, {300, 1, 200, 0}},
-      {2048, {0, 0, 0, 0}, {2048, 1, 2048, 1}},
-      {2048, {-1, 0, INT32_MIN, 0}, {2048, 1, 2048, 1}},
-      {-1, {0, 0, 50, 1}, {-1, 1, 50, 1}},
-      {2048, {2048, 0, 2048, 1}, {2048, 0, 2048, 1}},
-      {2048, {INT32_MAX, 0, 1, 1}, {INT32_MAX, 0, 1, 1}},
+  constexpr auto kOld = KernelGeneration::Xnu8792To10063;
+  constexpr auto kNew = KernelGeneration::Xnu11215To11417;
+  // On iOS 18 the default limit is fatal by its value.
+  const std::array<Case, 8> cases = {{
+      {kOld, 2048, {300, 1, 200, 0}, {300, 1, 200, 0}},
+      {kOld, 2048, {0, 0, 0, 0}, {2048, 1, 2048, 1}},
+      {kOld, 2048, {-1, 0, INT32_MIN, 0}, {2048, 1, 2048, 1}},
+      {kOld, -1, {0, 0, 50, 1}, {-1, 1, 50, 1}},
+      {kOld, 2048, {2048, 0, 2048, 1}, {2048, 0, 2048, 1}},
+      {kOld, 2048, {INT32_MAX, 0, 1, 1}, {INT32_MAX, 0, 1, 1}},
+      {kNew, 2048, {2048, 0, 0, 0}, {2048, 1, 2048, 1}},
+      {kNew, -1, {0, 0, -1, 1}, {-1, 0, -1, 1}},
   }};
   for (const Case& c : cases) {
-    Machine machine;
+    Machine machine(c.generation);
     machine.kernel.default_task_limit_mb = c.default_mb;
     EXPECT_EQ(machine.setLimits(kDaemonPid, c.set), kSuccess);
     EXPECT_EQ(machine.limits(kDaemonPid), c.read);
-    EXPECT_EQ(machine.limits(kAppPid),
-              (memorystatus_memlimit_properties{c.default_mb, 1, c.default_mb, 1}));
+    EXPECT_EQ(machine.limits(kAppPid), (Limits{c.default_mb, 1, c.default_mb, 1}));
   }
-}
-
-TEST(JetsamModel, MakesTheDefaultLimitFatalByItsValueOnIos18) {
-  Machine machine(KernelGeneration::Xnu11215To11417);
-  machine.kernel.default_task_limit_mb = 2048;
-  EXPECT_EQ(machine.setLimits(kDaemonPid, {2048, 0, 0, 0}), kSuccess);
-  EXPECT_EQ(machine.limits(kDaemonPid), (memorystatus_memlimit_properties{2048, 1, 2048, 1}));
-  machine.kernel.default_task_limit_mb = -1;
-  EXPECT_EQ(machine.setLimits(kAppPid, {0, 0, -1, 1}), kSuccess);
-  EXPECT_EQ(machine.limits(kAppPid), (memorystatus_memlimit_properties{-1, 0, -1, 1}));
+  // The longer record has zeros behind the limits.
+  Machine machine;
+  ASSERT_EQ(machine.setLimits(kDaemonPid, {7, 1, 8, 0}), kSuccess);
+  std::array<std::int32_t, 6> record{};
+  record.fill(-1);
+  EXPECT_EQ(machine.control(kGetLimits, kDaemonPid, 0, record.data(), 24), kSuccess);
+  EXPECT_EQ(record, (std::array<std::int32_t, 6>{7, 1, 8, 0, 0, 0}));
 }
 
 TEST(JetsamModel, RefusesUnknownLimitAttributes) {
@@ -148,15 +150,6 @@ TEST(JetsamModel, RefusesUnknownLimitAttributes) {
   EXPECT_EQ(machine.setLimits(kDaemonPid, {1, 0, 1, 3}), refusal(EINVAL));
   EXPECT_EQ(machine.setLimits(kGonePid, {1, 2, 1, 0}), refusal(ESRCH));
   EXPECT_EQ(machine.table, JetsamTable{});
-}
-
-TEST(JetsamModel, FillsTheLongerLimitRecordWithZerosBehindTheLimits) {
-  Machine machine;
-  ASSERT_EQ(machine.setLimits(kDaemonPid, {7, 1, 8, 0}), kSuccess);
-  std::array<std::int32_t, 6> record{};
-  record.fill(-1);
-  EXPECT_EQ(machine.control(kGetLimits, kDaemonPid, 0, record.data(), 24), kSuccess);
-  EXPECT_EQ(record, (std::array<std::int32_t, 6>{7, 1, 8, 0, 0, 0}));
 }
 
 TEST(JetsamModel, RaisesLaterBandsOfAnElevatedProcess) {
@@ -216,14 +209,11 @@ TEST(JetsamModel, LowersNothingThatWasNotElevated) {
   const JetsamTable before = machine.table;
   EXPECT_EQ(machine.elevate(kDaemonPid, false, 1), kSuccess);
   EXPECT_EQ(machine.table, before);
-}
-
-TEST(JetsamModel, RefusesToElevateLaunchdOnIos18) {
   EXPECT_EQ(Machine(KernelGeneration::Xnu11215To11417).elevate(1, true, 0), refusal(EINVAL));
   EXPECT_EQ(Machine(KernelGeneration::Xnu8792To10063).elevate(1, true, 0), kSuccess);
 }
 
-TEST(JetsamModel, TakesTheManagedStateFromTheBufferOrFromTheFlags) {
+TEST(JetsamModel, TakesManagedStateFromBufferOrFlags) {
   std::uint32_t in_buffer = 1;
   for (const auto& [argument, managed] :
        {std::pair(StateArgument::Buffer, 1), std::pair(StateArgument::Flags, 0)}) {
@@ -251,32 +241,32 @@ TEST(JetsamModel, CountsOnlyTheStateOneAsManaged) {
   }
 }
 
-TEST(JetsamModel, TakesTheFreezableStateFromTheBufferOrFromTheFlags) {
+TEST(JetsamModel, TakesFreezableStateFromBufferOrFlags) {
   std::uint32_t in_buffer = 2;
-  Machine by_buffer(KernelGeneration::Xnu4903To8020, StateArgument::Buffer);
-  EXPECT_EQ(by_buffer.control(kSetFreezable, kDaemonPid, 0, &in_buffer, 4), kSuccess);
-  EXPECT_TRUE(by_buffer.record(kDaemonPid).freezable);
+  for (const auto& [generation, argument, freezable] :
+       {std::tuple(KernelGeneration::Xnu4903To8020, StateArgument::Buffer, true),
+        std::tuple(KernelGeneration::Xnu8792To10063, StateArgument::Flags, false)}) {
+    Machine machine(generation, argument);
+    EXPECT_EQ(machine.control(kSetFreezable, kDaemonPid, 0, &in_buffer, 4), kSuccess);
+    EXPECT_EQ(machine.record(kDaemonPid).freezable, freezable);
+  }
   Machine by_flags(KernelGeneration::Xnu8792To10063, StateArgument::Flags);
-  EXPECT_EQ(by_flags.control(kSetFreezable, kDaemonPid, 0, &in_buffer, 4), kSuccess);
-  EXPECT_FALSE(by_flags.record(kDaemonPid).freezable);
   EXPECT_EQ(by_flags.control(kSetFreezable, kDaemonPid, 2, nullptr, 0), kSuccess);
   EXPECT_TRUE(by_flags.record(kDaemonPid).freezable);
 }
 
-TEST(JetsamModel, RefusesAForeignProcesssFreezableStateOnIos15WithTheKernelsOwnReading) {
-  Machine machine(KernelGeneration::Xnu4903To8020, StateArgument::Flags);
-  EXPECT_EQ(machine.control(kSetFreezable, kDaemonPid, 1, nullptr, 0), refusal(EPERM));
-  EXPECT_EQ(machine.control(kSetFreezable, kDaemonPid, 0, nullptr, 0), refusal(EPERM));
-  EXPECT_EQ(machine.control(kSetFreezable, kGonePid, 0, nullptr, 0), refusal(ESRCH));
-}
-
-TEST(JetsamModel, RefusesTheFreezableStateToACallerWithoutPrivilege) {
-  Machine machine;
-  machine.kernel.caller_is_privileged = false;
-  EXPECT_EQ(machine.setState(kSetFreezable, kGonePid, 1), refusal(EPERM));
-  EXPECT_EQ(machine.setState(kSetFreezable, kGonePid, 0), refusal(ESRCH));
-  EXPECT_EQ(machine.setState(kSetFreezable, kDaemonPid, 0), refusal(EPERM));
-  EXPECT_EQ(machine.table, JetsamTable{});
+TEST(JetsamModel, RefusesForeignProcessesFreezableState) {
+  Machine unprivileged;
+  unprivileged.kernel.caller_is_privileged = false;
+  EXPECT_EQ(unprivileged.setState(kSetFreezable, kGonePid, 1), refusal(EPERM));
+  EXPECT_EQ(unprivileged.setState(kSetFreezable, kGonePid, 0), refusal(ESRCH));
+  EXPECT_EQ(unprivileged.setState(kSetFreezable, kDaemonPid, 0), refusal(EPERM));
+  EXPECT_EQ(unprivileged.table, JetsamTable{});
+  // On iOS 15, where the state is in the flags, to root too.
+  Machine ios15(KernelGeneration::Xnu4903To8020, StateArgument::Flags);
+  EXPECT_EQ(ios15.control(kSetFreezable, kDaemonPid, 1, nullptr, 0), refusal(EPERM));
+  EXPECT_EQ(ios15.control(kSetFreezable, kDaemonPid, 0, nullptr, 0), refusal(EPERM));
+  EXPECT_EQ(ios15.control(kSetFreezable, kGonePid, 0, nullptr, 0), refusal(ESRCH));
 }
 
 TEST(JetsamModel, GivesDarwinRolesToAppsAlone) {
@@ -311,14 +301,14 @@ TEST(JetsamModel, StartsANewProcessWithDefaultsAtAnOldPid) {
   ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 210), kSuccess);
   ASSERT_EQ(machine.setManaged(kDaemonPid, 1), kSuccess);
   const LiveProcess reborn{.pid = kDaemonPid, .start_time = 11};
-  JetsamRecord expected;
-  expected.start_time = 11;
-  expected.requested_band = 180;
-  expected.effective_band = 180;
-  EXPECT_EQ(recordOf(machine.kernel, machine.table, reborn), expected);
+  EXPECT_EQ(recordOf(machine.kernel, machine.table, reborn), (JetsamRecord{.start_time = 11,
+                                                                           .requested_band = 180,
+                                                                           .effective_band = 180,
+                                                                           .active = {},
+                                                                           .inactive = {}}));
 }
 
-TEST(JetsamModel, ForgetsTheDeadAndThoseWhosePidIsAnothers) {
+TEST(JetsamModel, ForgetsTheDeadAndReusedPids) {
   Machine machine;
   for (const std::int32_t pid : {kDaemonPid, kAppPid, kOtherPid}) {
     ASSERT_EQ(machine.setPriority(pid, 0, 30), kSuccess);

@@ -24,7 +24,7 @@ constexpr std::array<std::uint32_t, 9> kCommands = {kGetPriorityList, kSetPriori
                                                     kGetLimits,       kElevate,     kLower,
                                                     kSetManaged,      kGetManaged,  kSetFreezable};
 
-TEST(JetsamRefusals, RefusesEveryCommandButFreezableToACallerWithoutPrivilege) {
+TEST(JetsamRefusals, ComeFirstWithoutPrivilege) {
   Machine machine;
   machine.kernel.caller_is_privileged = false;
   for (const std::uint32_t command : kCommands) {
@@ -36,7 +36,7 @@ TEST(JetsamRefusals, RefusesEveryCommandButFreezableToACallerWithoutPrivilege) {
   EXPECT_EQ(machine.table, JetsamTable{});
 }
 
-TEST(JetsamRefusals, RefusesABufferAbove65536BytesEvenWhenItIsNull) {
+TEST(JetsamRefusals, MeetBuffersAbove65536Bytes) {
   for (const std::uint32_t command : kCommands) {
     Machine machine;
     EXPECT_EQ(machine.control(command, kDaemonPid, 0, nullptr, 65537), refusal(EINVAL)) << command;
@@ -44,7 +44,7 @@ TEST(JetsamRefusals, RefusesABufferAbove65536BytesEvenWhenItIsNull) {
   EXPECT_EQ(Machine().control(kGetPriorityList, 0, 0, nullptr, 65536), (CallResult{.result = 72}));
 }
 
-TEST(JetsamRefusals, RefusesCommandsItDoesNotKnow) {
+TEST(JetsamRefusals, MeetUnknownCommands) {
   for (const std::uint32_t command : {0U, 3U, 5U, 6U, 9U, 13U, 19U, 20U, 0xffffffffU}) {
     std::array<char, 16> buffer{};
     EXPECT_EQ(Machine().control(command, kDaemonPid, 0, buffer.data(), buffer.size()),
@@ -63,7 +63,7 @@ struct Refused {
   int error;
 };
 
-TEST(JetsamRefusals, RefusesArgumentsInTheKernelsOrder) {
+TEST(JetsamRefusals, ComeInTheKernelsOrder) {
   const std::array<Refused, 34> refused = {{
       {"one entry, wrong size", kGetPriorityList, kGonePid, 0, true, 23, EINVAL},
       {"one entry, gone", kGetPriorityList, kGonePid, 0, true, 24, ESRCH},
@@ -115,7 +115,7 @@ TEST(JetsamRefusals, RefusesArgumentsInTheKernelsOrder) {
   }
 }
 
-TEST(JetsamRefusals, RefusesBandsOutsideTheGenerationsRange) {
+TEST(JetsamRefusals, MeetBandsOutsideTheRange) {
   for (const KernelGeneration generation : kGenerations) {
     Machine machine(generation);
     const std::int32_t highest = highestBand(generation);

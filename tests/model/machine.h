@@ -1,6 +1,7 @@
 // A machine of a few processes, and short forms of the model's commands, for its tests.
 #pragma once
 
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <optional>
@@ -10,33 +11,6 @@
 
 #include "platform/memorystatus.h"
 #include "platform/model/jetsam_model.h"
-
-namespace vorlatch::platform {
-
-inline bool operator==(const memorystatus_priority_entry& a, const memorystatus_priority_entry& b) {
-  return a.pid == b.pid && a.priority == b.priority && a.user_data == b.user_data &&
-         a.limit == b.limit && a.state == b.state;
-}
-
-inline std::ostream& operator<<(std::ostream& out, const memorystatus_priority_entry& entry) {
-  return out << "{pid " << entry.pid << ", priority " << entry.priority << ", user_data "
-             << entry.user_data << ", limit " << entry.limit << ", state " << entry.state << '}';
-}
-
-inline bool operator==(const memorystatus_memlimit_properties& a,
-                       const memorystatus_memlimit_properties& b) {
-  return a.memlimit_active == b.memlimit_active &&
-         a.memlimit_active_attr == b.memlimit_active_attr &&
-         a.memlimit_inactive == b.memlimit_inactive &&
-         a.memlimit_inactive_attr == b.memlimit_inactive_attr;
-}
-
-inline std::ostream& operator<<(std::ostream& out, const memorystatus_memlimit_properties& limits) {
-  return out << '{' << limits.memlimit_active << ", " << limits.memlimit_active_attr << ", "
-             << limits.memlimit_inactive << ", " << limits.memlimit_inactive_attr << '}';
-}
-
-}  // namespace vorlatch::platform
 
 namespace vorlatch::model {
 
@@ -49,6 +23,11 @@ inline constexpr CallResult kSuccess{};
 inline CallResult refusal(int error) {
   return {.result = -1, .error = error};
 }
+
+// An entry of the priority list: pid, band, user data, limit and state.
+using Entry = std::array<std::int64_t, 5>;
+// The limits of a process: active and its attributes, inactive and its attributes.
+using Limits = std::array<std::int64_t, 4>;
 
 inline constexpr std::int32_t kAppPid = 200;
 
@@ -97,11 +76,13 @@ class Machine {
                    sizeof(limits));
   }
 
-  platform::memorystatus_memlimit_properties limits(std::int32_t pid) {
+  std::optional<Limits> limits(std::int32_t pid) {
     platform::memorystatus_memlimit_properties limits{};
     const CallResult result = control(platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES, pid, 0,
                                       &limits, sizeof(limits));
-    return result == kSuccess ? limits : platform::memorystatus_memlimit_properties{-9, 9, -9, 9};
+    if (result != kSuccess) return std::nullopt;
+    return Limits{limits.memlimit_active, limits.memlimit_active_attr, limits.memlimit_inactive,
+                  limits.memlimit_inactive_attr};
   }
 
   // The command with its state both in the buffer and in the flags: every reading hears it.
@@ -119,12 +100,17 @@ class Machine {
                    pid, at_once, nullptr, 0);
   }
 
-  std::vector<platform::memorystatus_priority_entry> list() {
-    std::vector<platform::memorystatus_priority_entry> entries(16);
-    const CallResult result =
-        control(platform::MEMORYSTATUS_CMD_GET_PRIORITY_LIST, 0, 0, entries.data(),
-                entries.size() * sizeof(platform::memorystatus_priority_entry));
-    entries.resize(result.result < 0 ? 0 : static_cast<std::size_t>(result.result) / 24);
+  // The whole list, or one process's entry.
+  std::vector<Entry> list(std::int32_t pid = 0) {
+    std::array<platform::memorystatus_priority_entry, 16> buffer{};
+    const CallResult result = control(platform::MEMORYSTATUS_CMD_GET_PRIORITY_LIST, pid, 0, &buffer,
+                                      (pid == 0 ? buffer.size() : 1) * sizeof(buffer[0]));
+    std::vector<Entry> entries;
+    for (std::size_t i = 0; i * sizeof(buffer[0]) < static_cast<std::size_t>(result.result); ++i) {
+      entries.push_back({buffer[i].pid, buffer[i].priority,
+                         static_cast<std::int64_t>(buffer[i].user_data), buffer[i].limit,
+                         buffer[i].state});
+    }
     return entries;
   }
 

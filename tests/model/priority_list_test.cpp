@@ -9,49 +9,53 @@
 namespace vorlatch::model {
 namespace {
 
-using Entry = platform::memorystatus_priority_entry;
 using Entries = std::vector<Entry>;
 
 constexpr std::uint32_t kGetPriorityList = platform::MEMORYSTATUS_CMD_GET_PRIORITY_LIST;
 constexpr std::uint32_t kAssertion = platform::MEMORYSTATUS_SET_PRIORITY_ASSERTION;
 
-std::vector<std::int32_t> pidsOf(const Entries& entries) {
-  std::vector<std::int32_t> pids;
-  pids.reserve(entries.size());
-  for (const Entry& entry : entries) pids.push_back(entry.pid);
+using Pids = std::vector<std::int64_t>;
+
+Pids listedPids(Machine& machine) {
+  Pids pids;
+  for (const Entry& entry : machine.list()) pids.push_back(entry[0]);
   return pids;
 }
 
-using Pids = std::vector<std::int32_t>;
-
-TEST(PriorityList, HoldsEveryProcessButTheKernelAndLaunchd) {
+TEST(PriorityList, HoldsEveryProcessButKernelAndLaunchd) {
   Machine machine;
-  machine.kernel.default_task_limit_mb = 1850;
-  EXPECT_EQ(machine.list(), (Entries{{kDaemonPid, 180, 0, 1850, 0},
-                                     {kAppPid, 180, 0, 1850, 0},
-                                     {kOtherPid, 180, 0, 1850, 0}}));
+  for (const std::int32_t limit_mb : {-1, 1850}) {  // the system's; -1: it has none
+    machine.kernel.default_task_limit_mb = limit_mb;
+    EXPECT_EQ(machine.list(), (std::vector<Entry>{{kDaemonPid, 180, 0, limit_mb, 0},
+                                                  {kAppPid, 180, 0, limit_mb, 0},
+                                                  {kOtherPid, 180, 0, limit_mb, 0}}));
+  }
+  const FixedProcesses launchd({{.pid = 1, .start_time = 1}});
+  char byte = 0;
+  EXPECT_EQ(getPriorityList(machine.kernel, machine.table, launchd, 0, &byte, 0), kSuccess);
 }
 
-TEST(PriorityList, AsksForTwentyFourBytesAProcess) {
+TEST(PriorityList, TakesTwentyFourBytesAProcess) {
   Machine machine;
-  EXPECT_EQ(machine.control(kGetPriorityList, 0, 0, nullptr, 0), (CallResult{.result = 72}));
-  EXPECT_EQ(machine.control(kGetPriorityList, kDaemonPid, 0, nullptr, 0),
-            (CallResult{.result = 24}));
+  const auto size = [&](std::int32_t pid) {
+    return machine.control(kGetPriorityList, pid, 0, nullptr, 0);
+  };
+  EXPECT_EQ(size(0), (CallResult{.result = 72}));
+  EXPECT_EQ(size(kDaemonPid), (CallResult{.result = 24}));
   // The size of one entry is known without the process.
-  EXPECT_EQ(machine.control(kGetPriorityList, kGonePid, 0, nullptr, 0), (CallResult{.result = 24}));
+  EXPECT_EQ(size(kGonePid), (CallResult{.result = 24}));
+
+  for (const std::size_t room : {72U, 80U}) {
+    std::array<unsigned char, 80> bytes{};
+    bytes.fill(0xaa);
+    EXPECT_EQ(machine.control(kGetPriorityList, 0, 0, bytes.data(), room),
+              (CallResult{.result = 72}));
+    EXPECT_EQ(bytes[71], 0);
+    for (std::size_t at = 72; at < bytes.size(); ++at) EXPECT_EQ(bytes[at], 0xaa) << at;
+  }
 }
 
-TEST(PriorityList, WritesNoFurtherThanItsEntries) {
-  Machine machine;
-  std::array<unsigned char, 80> bytes{};
-  bytes.fill(0xaa);
-  EXPECT_EQ(machine.control(kGetPriorityList, 0, 0, bytes.data(), bytes.size()),
-            (CallResult{.result = 72}));
-  EXPECT_EQ(bytes[71], 0);
-  for (std::size_t at = 72; at < bytes.size(); ++at) EXPECT_EQ(bytes[at], 0xaa) << at;
-}
-
-TEST(PriorityList, WritesTheRecordsBytesWhereTheKernelDoes) {
+TEST(PriorityList, HasBytesWhereTheKernelHas) {
   Machine machine(KernelGeneration::Xnu4903To8020);
   ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 16, 0x0807060504030201U), kSuccess);
   ASSERT_EQ(machine.setLimits(kDaemonPid, {0x1234, 1, 5, 1}), kSuccess);
@@ -62,31 +66,28 @@ TEST(PriorityList, WritesTheRecordsBytesWhereTheKernelDoes) {
                                                   5,   6, 7, 8, 0x34, 0x12, 0, 0, 0x40, 0, 0, 0}));
 }
 
-TEST(PriorityList, StandsInOrderOfBandAndThenOfArrival) {
+TEST(PriorityList, GoesByBandThenArrival) {
+  struct Case {
+    std::int32_t pid;
+    std::int32_t band;
+    Pids listed;
+  };
+  // One after the other; -2 is the head of the idle band.
+  const std::array<Case, 6> cases = {{
+      {kAppPid, 30, {kAppPid, kDaemonPid, kOtherPid}},
+      {kDaemonPid, 30, {kAppPid, kDaemonPid, kOtherPid}},
+      {kAppPid, 30, {kDaemonPid, kAppPid, kOtherPid}},
+      {kOtherPid, 0, {kOtherPid, kDaemonPid, kAppPid}},
+      {kAppPid, -2, {kAppPid, kOtherPid, kDaemonPid}},
+      {kDaemonPid, -2, {kDaemonPid, kAppPid, kOtherPid}},
+  }};
   Machine machine;
-  ASSERT_EQ(machine.setPriority(kAppPid, 0, 30), kSuccess);
-  EXPECT_EQ(pidsOf(machine.list()), (Pids{kAppPid, kDaemonPid, kOtherPid}));
-  ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 30), kSuccess);
-  EXPECT_EQ(pidsOf(machine.list()), (Pids{kAppPid, kDaemonPid, kOtherPid}));
-  ASSERT_EQ(machine.setPriority(kAppPid, 0, 30), kSuccess);
-  EXPECT_EQ(pidsOf(machine.list()), (Pids{kDaemonPid, kAppPid, kOtherPid}));
-  ASSERT_EQ(machine.setPriority(kOtherPid, 0, 0), kSuccess);
-  EXPECT_EQ(pidsOf(machine.list()), (Pids{kOtherPid, kDaemonPid, kAppPid}));
-}
-
-TEST(PriorityList, PutsMinusTwoAtTheHeadOfTheIdleBand) {
-  Machine machine;
-  ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 0), kSuccess);
-  ASSERT_EQ(machine.setPriority(kAppPid, 0, -2), kSuccess);
-  EXPECT_EQ(pidsOf(machine.list()), (Pids{kAppPid, kDaemonPid, kOtherPid}));
-  ASSERT_EQ(machine.setPriority(kOtherPid, 0, -2), kSuccess);
-  EXPECT_EQ(pidsOf(machine.list()), (Pids{kOtherPid, kAppPid, kDaemonPid}));
-}
-
-TEST(PriorityList, KeepsItsOrderWhenOnlyLimitsChange) {
-  Machine machine;
-  ASSERT_EQ(machine.setLimits(kDaemonPid, {5, 0, 5, 0}), kSuccess);
-  EXPECT_EQ(pidsOf(machine.list()), (Pids{kDaemonPid, kAppPid, kOtherPid}));
+  ASSERT_EQ(machine.setLimits(kDaemonPid, {5, 0, 5, 0}), kSuccess);  // moves nothing
+  EXPECT_EQ(listedPids(machine), (Pids{kDaemonPid, kAppPid, kOtherPid}));
+  for (const Case& c : cases) {
+    ASSERT_EQ(machine.setPriority(c.pid, 0, c.band), kSuccess);
+    EXPECT_EQ(listedPids(machine), c.listed) << c.pid << " at " << c.band;
+  }
 }
 
 TEST(PriorityList, ShowsTheLimitInForce) {
@@ -119,23 +120,9 @@ TEST(PriorityList, ShowsTheLimitInForce) {
     ASSERT_EQ(machine.setManaged(kDaemonPid, c.managed ? 1 : 0), kSuccess);
     ASSERT_EQ(machine.elevate(kDaemonPid, c.elevated, 0), kSuccess);
     ASSERT_EQ(machine.setPriority(kDaemonPid, c.flags, c.band), kSuccess);
-    Entry entry{};
-    ASSERT_EQ(machine.control(kGetPriorityList, kDaemonPid, 0, &entry, sizeof(entry)),
-              (CallResult{.result = 24}));
-    EXPECT_EQ(entry.limit, c.limit_mb) << c.band;
+    ASSERT_EQ(machine.list(kDaemonPid).size(), 1U);
+    EXPECT_EQ(machine.list(kDaemonPid)[0][3], c.limit_mb) << c.band;
   }
-}
-
-TEST(PriorityList, ReportsMinusOneWithoutAnyLimit) {
-  Machine machine;
-  EXPECT_EQ(machine.list().front(), (Entry{kDaemonPid, 180, 0, -1, 0}));
-}
-
-TEST(PriorityList, IsEmptyOnAMachineOfLaunchdAlone) {
-  Machine machine;
-  const FixedProcesses launchd({{.pid = 1, .start_time = 1}});
-  char byte = 0;
-  EXPECT_EQ(getPriorityList(machine.kernel, machine.table, launchd, 0, &byte, 0), kSuccess);
 }
 
 }  // namespace

@@ -2,31 +2,16 @@
 // nothing of it.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "base/plist_value.h"
 #include "tests/blackbox/installation.h"
-#include "tests/blackbox/processes.h"
 #include "tests/support/dice.h"
 
 namespace vorlatch {
-
-// What one vorlatchctl is to do, and what has become of the preferences when it has done so.
-struct ControlEdit {
-  std::vector<std::string> arguments;
-  std::function<void(plist::Dictionary& preferences)> effect;
-};
-
-// Gives the target all settings that it can have, at random, but such that what they make of a
-// process does not depend on what it went through before.
-ControlEdit wholeEdit(tests::Dice& dice, const std::string& key, int remark);
-// Switches the daemon on or off.
-ControlEdit switchEdit(bool on);
 
 // Runs one vorlatchctl after the other. Its targets are its own: no other editor touches them.
 class ControlEditor {
@@ -38,10 +23,12 @@ class ControlEditor {
 
   // Whether its vorlatchctl still runs; one that has ended counts as done or refused from here on.
   [[nodiscard]] bool isBusy();
-  // Starts one; it must not be busy.
-  void begin(ControlEdit edit);
-  // Some edit of one of its targets that the preferences as they have to be allow.
+  // Each starts an edit; the editor must not be busy. Some edit of one of its targets:
   void beginSome(tests::Dice& dice);
+  // All settings that the target can have, at random, but such that what they make of a process
+  // does not depend on what it went through before:
+  void beginWhole(tests::Dice& dice, const std::string& key, int remark);
+  void beginSwitch(bool on);
   // Waits until it is through.
   void finish();
 
@@ -51,10 +38,18 @@ class ControlEditor {
   [[nodiscard]] int refused() const { return refused_; }
 
  private:
+  // Starts vorlatchctl, which is to make this of the target, or of the switch where no key is
+  // given.
+  void begin(const std::vector<std::string>& arguments, std::string key,
+             std::optional<plist::Value> after);
+  void beginSet(const std::string& key, const plist::Dictionary& settings);
+  [[nodiscard]] const plist::Dictionary* expectedOf(const std::string& key) const;
+
   const Installation& installation_;
   const std::vector<std::string> keys_;
   plist::Dictionary& expected_;
-  std::optional<ControlEdit> edit_;
+  std::string key_;
+  std::optional<plist::Value> after_;
   std::unique_ptr<ChildProcess> process_;
   int done_ = 0;
   int refused_ = 0;
@@ -63,9 +58,8 @@ class ControlEditor {
 // Reads the preferences, and some time later puts its version in their place, locking nothing.
 class ForeignEditor {
  public:
-  enum class Form { Xml, Binary };
-  ForeignEditor(const Installation& installation, Form form, std::vector<std::string> keys)
-      : installation_(installation), form_(form), keys_(std::move(keys)) {}
+  ForeignEditor(const Installation& installation, bool is_binary, std::vector<std::string> keys)
+      : installation_(installation), is_binary_(is_binary), keys_(std::move(keys)) {}
 
   // Reads, or replaces what it has read.
   void goOn(tests::Dice& dice);
@@ -75,11 +69,10 @@ class ForeignEditor {
   [[nodiscard]] int replacements() const { return replacements_; }
 
  private:
-  void change(tests::Dice& dice, plist::Dictionary& preferences) const;
   bool replace(const plist::Dictionary& preferences);
 
   const Installation& installation_;
-  const Form form_;
+  const bool is_binary_;
   const std::vector<std::string> keys_;
   std::optional<plist::Dictionary> read_;
   int replacements_ = 0;

@@ -1,8 +1,8 @@
 # What runs as long as it is told to: short here, long by scripts/soak. The thread stress is a daemon in
 # a tree of its own, for real threads and files.
-add_library(vorlatch_soak STATIC soak/log_forms.cpp)
-target_link_libraries(vorlatch_soak PUBLIC vorlatch_blackbox vorlatch_test_main)
-target_compile_definitions(vorlatch_soak PRIVATE
+add_library(vorlatch_soak INTERFACE)
+target_link_libraries(vorlatch_soak INTERFACE vorlatch_blackbox vorlatch_test_main)
+target_compile_definitions(vorlatch_soak INTERFACE
   VORLATCH_LOG_DOCUMENT="${PROJECT_SOURCE_DIR}/docs/log.md")
 add_executable(thread_stress soak/thread_stress.cpp)
 target_link_libraries(thread_stress PRIVATE vorlatch_soak)
@@ -24,11 +24,7 @@ set_tests_properties("${prefix}.ThreadStress" PROPERTIES TIMEOUT 300 COST ${stre
 add_executable(poster soak/poster.cpp)
 target_link_libraries(poster PRIVATE vorlatch_core vorlatch_platform_linux)
 add_executable(real_chaos
-  soak/calm.cpp
-  soak/chaos.cpp
-  soak/crowd.cpp
   soak/editing.cpp
-  soak/onlooker.cpp
   soak/real_chaos_test.cpp)
 target_link_libraries(real_chaos PRIVATE vorlatch_soak)
 target_compile_definitions(real_chaos PRIVATE VORLATCH_POSTER="$<TARGET_FILE:poster>")

@@ -27,8 +27,7 @@
 #include "platform/queues.h"
 #include "reconcile/reconciliation_pass.h"
 #include "reconcile/work_queues.h"
-#include "tests/blackbox/installation.h"
-#include "tests/blackbox/processes.h"
+#include "tests/base/describe.h"
 #include "tests/blackbox/target.h"
 #include "tests/soak/log_forms.h"
 #include "tests/support/dice.h"
@@ -56,63 +55,31 @@ struct Held {
   std::unique_ptr<ChildProcess> process;
 };
 
-// The tree in which this program is installed, as a daemon would be.
-class Tree {
- public:
-  Tree() {
-    for (const char* made : {"var", "programs", "Applications"}) fs::remove_all(path(made));
-    for (const char* needed : {"var/mobile/Library/Preferences", "programs", "Applications"}) {
-      fs::create_directories(path(needed));
-    }
-  }
-  static std::string path(const std::string& below) {
-    return platform::installationRoot() + "/" + below;
-  }
-  static std::string file(const std::string& name) {
-    return path("var/mobile/Library/Preferences/" + name);
-  }
-};
+// A path in the tree in which this program is installed, as a daemon would be.
+std::string inTree(const std::string& below) {
+  return platform::installationRoot() + "/" + below;
+}
+std::string fileNamed(const std::string& name) {
+  return inTree("var/mobile/Library/Preferences/" + name);
+}
 
-// An app whose bundle takes another place again and again, so that its identifier is looked up
-// anew.
-class MovingApp {
- public:
-  explicit MovingApp(std::string identifier) : identifier_(std::move(identifier)) {
-    fs::create_directories(bundle());
-    fs::copy_file(VORLATCH_IDLER, executable());
-    tests::writeAll(bundle() + "/Info.plist", platform::writeXmlPropertyList(
-                                                  Dictionary{{"CFBundleIdentifier", identifier_}}));
-  }
-  [[nodiscard]] std::string executable() const { return bundle() + "/app"; }
-  void move() {
-    const std::string old_place = bundle();
-    ++place_;
-    fs::rename(old_place, bundle());
-  }
-
- private:
-  [[nodiscard]] std::string bundle() const {
-    return Tree::path("Applications/" + identifier_ + "-" + std::to_string(place_) + ".app");
-  }
-
-  const std::string identifier_;
-  int place_ = 0;
-};
+// Without what an earlier run left.
+bool makeTree() {
+  for (const char* made : {"var", "programs", "Applications"}) fs::remove_all(inTree(made));
+  return fs::create_directories(fileNamed(""));
+}
 
 class ThreadStress : public testing::Test {
  protected:
   // All processes are there before the first thread is.
   ThreadStress() {
     for (int i = 0; i < kNames; ++i) {
-      const std::string name = ownName("n" + std::to_string(i));
-      const std::string program = Tree::path("programs/" + name);
-      fs::copy_file(VORLATCH_IDLER, program);
-      hold(name, program);
+      hold(programNamed(inTree(""), ownName("n" + std::to_string(i))));
     }
     for (int i = 0; i < kApps; ++i) {
       const std::string identifier = ownName(".app" + std::to_string(i));
-      apps_.emplace_back(identifier);
-      hold(identifier, apps_.back().executable());
+      bundles_.push_back(inTree("Applications/" + identifier + ".app"));
+      hold(appIdentified(inTree(""), identifier));
     }
   }
 
@@ -122,7 +89,7 @@ class ThreadStress : public testing::Test {
     const auto end = Clock::now() + duration;
     while (Clock::now() < end) {
       const bool is_on = !with_switch || !dice_.oneIn(16);
-      ASSERT_TRUE(writePropertyList(Tree::file(kPreferencesFileName), someList(is_on)));
+      ASSERT_TRUE(writePropertyList(fileNamed(kPreferencesFileName), someList(is_on)));
       const auto both_are_there = std::make_shared<std::latch>(2);
       const auto meet = [both_are_there] {
         both_are_there->arrive_and_wait();
@@ -132,10 +99,10 @@ class ThreadStress : public testing::Test {
       platform::async(debounceQueue(), patrolTick);
       platform::async(debounceQueue(), meet);
       platform::async(debounceQueue(), executeMemoryLimits);
-      dice_.of(apps_).move();
+      moveSomeBundle();
       for (const char* name : {kPreferencesFileName, kStatusFileName}) {
         // In this order, as the file may come in between.
-        ASSERT_TRUE(!fs::exists(Tree::file(name)) || readPropertyList(Tree::file(name))) << name;
+        ASSERT_TRUE(!fs::exists(fileNamed(name)) || readPropertyList(fileNamed(name))) << name;
       }
       settleAll();
       lookAtLog();
@@ -146,7 +113,7 @@ class ThreadStress : public testing::Test {
   // Whatever was under way ends; then one pass and one patrol, each undisturbed.
   void calmDown() {
     settleAll();
-    ASSERT_TRUE(writePropertyList(Tree::file(kPreferencesFileName), listOf(settingsOfAll())));
+    ASSERT_TRUE(writePropertyList(fileNamed(kPreferencesFileName), listOf(settingsOfAll())));
     platform::async(debounceQueue(), executeMemoryLimits);
     settleAll();
     platform::async(debounceQueue(), patrolTick);
@@ -154,8 +121,8 @@ class ThreadStress : public testing::Test {
   }
 
   void expectAllInOrder() {
-    const std::string status = textOf(readDictionary(Tree::file(kStatusFileName)));
-    EXPECT_EQ(status, textOf(statusOfAll()));
+    const std::string status = test::describe(readDictionary(fileNamed(kStatusFileName)));
+    EXPECT_EQ(status, test::describe(statusOfAll()));
     for (const Held& held : held_) EXPECT_EQ(niceOf(held.process->pid()), held.nice) << held.key;
     lookAtLog();
   }
@@ -170,14 +137,22 @@ class ThreadStress : public testing::Test {
   // As many of the first have a watch timer whose settings never change while there is fire.
   static constexpr std::size_t kSteady = 2;
 
-  void hold(const std::string& key, const std::string& program) {
+  // To a place where none was, so that its identifier is looked up anew.
+  void moveSomeBundle() {
+    std::string& bundle = dice_.of(bundles_);
+    const std::string old_place = bundle;
+    bundle = inTree("Applications/" + std::to_string(++moves_) + ".app");
+    fs::rename(old_place, bundle);
+  }
+
+  void hold(const Program& program) {
     const int number = static_cast<int>(held_.size());
     const bool is_root = geteuid() == 0;
-    held_.push_back({.key = key,
+    held_.push_back({.key = program.key,
                      .nice = is_root ? kFirstNice + number : 19,
                      // The kernel shows its list of bands to root alone.
                      .band = is_root ? 100 + number : kNoJetsamPriority,
-                     .process = std::make_unique<ChildProcess>(program)});
+                     .process = std::make_unique<ChildProcess>(program.executable)});
   }
 
   // More of them in a row than a target has.
@@ -188,7 +163,7 @@ class ThreadStress : public testing::Test {
   // On the queue of the passes and watch timers, with the other one at rest: nothing writes then.
   void lookAtLog() {
     const auto read = std::make_shared<std::string>();
-    platform::async(debounceQueue(), [read] { *read = tests::readAll(Tree::file(kLogFileName)); });
+    platform::async(debounceQueue(), [read] { *read = tests::readAll(fileNamed(kLogFileName)); });
     settle(debounceQueue());
     const std::string& log = *read;
     EXPECT_EQ(brokenLines(log), Lines{});
@@ -272,11 +247,12 @@ class ThreadStress : public testing::Test {
     settle(debounceQueue());
   }
 
-  const Tree tree_;
+  const bool has_tree_ = makeTree();
   tests::Dice dice_{tests::runOptions().seed};
   std::vector<Held> held_;
-  std::vector<MovingApp> apps_;
+  std::vector<std::string> bundles_;
   int remark_ = 0;
+  int moves_ = 0;
   std::size_t log_bytes_ = 0;
 };
 

@@ -1,0 +1,16 @@
+// A text of parts, each as a stream prints it.
+#pragma once
+
+#include <sstream>
+#include <string>
+
+namespace vorlatch::tests {
+
+template <typename... Parts>
+std::string text(const Parts&... parts) {
+  std::ostringstream stream;
+  (stream << ... << parts);
+  return stream.str();
+}
+
+}  // namespace vorlatch::tests
