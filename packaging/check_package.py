@@ -5,7 +5,7 @@ What it compares with stands here and in imports.txt; of how the package was mad
 """
 
 import argparse
-import collections
+import io
 import pathlib
 import plistlib
 import re
@@ -13,8 +13,10 @@ import subprocess
 import sys
 import tarfile
 import tempfile
+from collections.abc import Iterator
 
 import check_signature
+from check_signature import lief
 
 PACKAGE = "com.zel.vorlatch"
 HERE = pathlib.Path(__file__).resolve().parent
@@ -48,32 +50,27 @@ LAUNCH = {
     "RunAtLoad": True,
     "KeepAlive": True,
 }
-ENTITLEMENTS = dict.fromkeys(
-    (
-        "com.apple.private.memorystatus",
-        "com.apple.private.security.no-container",
-        "com.apple.private.security.storage.AppBundles",
-        "com.apple.private.skip-library-validation",
-        "platform-application",
-    ),
-    True,
-)
+ENTITLEMENTS = [
+    "com.apple.private.memorystatus",
+    "com.apple.private.security.no-container",
+    "com.apple.private.security.storage.AppBundles",
+    "com.apple.private.skip-library-validation",
+    "platform-application",
+]
 RUN_PATHS = ["/var/jb/usr/lib", "@loader_path/.jbroot/usr/lib", "@loader_path/../lib"]
 LIBRARIES = {
-    "CoreFoundation": "/System/Library/Frameworks/CoreFoundation.framework/CoreFoundation",
-    "libSystem": "/usr/lib/libSystem.B.dylib",
-    "libc++": "/usr/lib/libc++.1.dylib",
+    "/System/Library/Frameworks/CoreFoundation.framework/CoreFoundation": "CoreFoundation",
+    "/usr/lib/libSystem.B.dylib": "libSystem",
+    "/usr/lib/libc++.1.dylib": "libc++",
 }
 EXPORTS = ["__mh_execute_header"]
 
-Entry = collections.namedtuple("Entry", "kind mode owner")
+
+def run(*command: str | pathlib.Path) -> bytes:
+    return subprocess.run(command, check=True, capture_output=True).stdout
 
 
-def run(*command):
-    return subprocess.run(command, check=True, capture_output=True, text=True, encoding="utf-8").stdout
-
-
-def differences(what, expected, found):
+def differences(what: str, expected: dict[str, object], found: dict[str, object]) -> Iterator[str]:
     """One line for each key of a dictionary that is missing, different or too many."""
     for key in sorted({*expected, *found}):
         if expected.get(key) != found.get(key):
@@ -83,107 +80,97 @@ def differences(what, expected, found):
 # The package's own parts
 
 
-def entries_of(package, part):
+def entries_of(package: pathlib.Path, part: str) -> dict[str, str]:
     """What the tar archive of a package holds, by path without the leading "./"."""
-    with subprocess.Popen(["dpkg-deb", part, package], stdout=subprocess.PIPE) as deb:
-        with tarfile.open(fileobj=deb.stdout, mode="r|") as archive:
-            entries = {
-                member.name.removeprefix("./").removeprefix("."): Entry(
-                    "folder" if member.isdir() else "file" if member.isreg() else "neither",
-                    member.mode,
-                    (member.uid, member.gid, member.uname, member.gname),
-                )
-                for member in archive
-            }
-        deb.stdout.read()
-    return entries
+    with tarfile.open(fileobj=io.BytesIO(run("dpkg-deb", part, package))) as archive:
+        return {
+            member.name.removeprefix("./").removeprefix("."): (
+                f"{'folder' if member.isdir() else 'file' if member.isreg() else 'neither'} {member.mode:o} "
+                f"{member.uid}:{member.gid} {member.uname}:{member.gname}"
+            )
+            for member in archive
+        }
 
 
-def expected_entries(modes):
-    root = (0, 0, "root", "root")
-    entries = {"": Entry("folder", 0o755, root)}
-    for path, mode in modes.items():
-        entries[path] = Entry("file", mode, root)
+def expected_entries(modes: dict[str, int]) -> dict[str, str]:
+    """Those files, root's, and the folders that they are in."""
+    entries = {path: f"file {mode:o} 0:0 root:root" for path, mode in modes.items()}
+    for path in modes:
         for folder in pathlib.PurePosixPath(path).parents:
-            entries[str(folder).removeprefix(".")] = Entry("folder", 0o755, root)
+            entries[str(folder).removeprefix(".")] = "folder 755 0:0 root:root"
     return entries
 
 
-def check_entries(package):
-    modes = {f"var/jb/{path}": 0o644 for path in OTHER_FILES}
-    modes.update({f"var/jb/{path}": 0o755 for path in PROGRAMS})
+def check_entries(package: pathlib.Path) -> Iterator[str]:
+    modes = {f"var/jb/{path}": 0o644 for path in OTHER_FILES} | {f"var/jb/{path}": 0o755 for path in PROGRAMS}
     yield from differences("path", expected_entries(modes), entries_of(package, "--fsys-tarfile"))
     expected = expected_entries(CONTROL_FILES)
     yield from differences("control file", expected, entries_of(package, "--ctrl-tarfile"))
 
 
-def check_control(package, version):
-    fields = dict(re.findall(r"^([\w-]+): (.*)$", run("dpkg-deb", "--field", package), re.MULTILINE))
+def check_control(package: pathlib.Path, version: str) -> Iterator[str]:
+    text = run("dpkg-deb", "--field", package).decode()
+    fields = dict(re.findall(r"^([\w-]+): (.*)$", text, re.MULTILINE))
     if not re.fullmatch(r"[1-9]\d*", fields.pop("Installed-Size", "")):
         yield "control field Installed-Size: not a number of KiB"
     yield from differences("control field", {**CONTROL_FIELDS, "Version": version}, fields)
     name = f"{PACKAGE}_{version}_iphoneos-arm64.deb"
-    if pathlib.Path(package).name != name:
+    if package.name != name:
         yield f"the package's name is not {name}"
 
 
 # The programs
 
 
-def load_commands(program):
-    """The fields of each load command by name, as llvm-objdump spells them."""
-    blocks = run("llvm-objdump", "--macho", "--private-headers", program).split("\nLoad command ")
-    for block in blocks[1:]:
-        yield dict(re.findall(r"^ *(\w+) (.+?)(?: \(offset \d+\))?$", block, re.MULTILINE))
-
-
-def check_header(program):
-    header = run("llvm-objdump", "--macho", "--private-header", program).splitlines()[-1].split()
-    if header[:3] != ["MH_MAGIC_64", "ARM64", "ALL"] or header[4] != "EXECUTE":
-        yield f"not an arm64 executable: {' '.join(header[:5])}"
-    if "PIE" not in header:
+def check_header(program: lief.MachO.Binary) -> Iterator[str]:
+    header = program.header
+    kind = [header.cpu_type.name, header.cpu_subtype, header.file_type.name]
+    if kind != ["ARM64", 0, "EXECUTE"]:
+        yield f"not an arm64 executable: {kind}"
+    flags = {flag.name for flag in header.flags_list}
+    if "PIE" not in flags:
         yield "not position independent"
     # With either of these dyld compares the program's definitions with those of every library.
-    for flag in sorted({"WEAK_DEFINES", "BINDS_TO_WEAK"} & set(header)):
+    for flag in sorted({"WEAK_DEFINES", "BINDS_TO_WEAK"} & flags):
         yield f"the flag {flag} is set"
 
 
-def check_load_commands(program):
-    commands = list(load_commands(program))
-    versions = [command for command in commands if command["cmd"] == "LC_BUILD_VERSION"]
-    built = [(version.get("platform"), version.get("minos")) for version in versions]
-    if built != [("ios", "15.0")]:
-        yield f"platform and minimum: {built}, not ios 15.0"
-    run_paths = [command["path"] for command in commands if command["cmd"] == "LC_RPATH"]
+def check_load_commands(program: lief.MachO.Binary) -> Iterator[str]:
+    versions = [command for command in program.commands if isinstance(command, lief.MachO.BuildVersion)]
+    built = [(version.platform.name, version.minos) for version in versions]
+    if built != [("IOS", [15, 0, 0])]:
+        yield f"platform and minimum: {built}, not iOS 15.0"
+    run_paths = [command.path for command in program.rpaths]
     if run_paths != RUN_PATHS:
         yield f"run paths: {run_paths}, not {RUN_PATHS}"
-    loaded = [command["name"] for command in commands if "_DYLIB" in command["cmd"]]
-    if sorted(loaded) != sorted(LIBRARIES.values()):
-        yield f"libraries: {sorted(loaded)}, not {sorted(LIBRARIES.values())}"
+    loaded = sorted(library.name for library in program.libraries)
+    if loaded != sorted(LIBRARIES):
+        yield f"libraries: {loaded}, not {sorted(LIBRARIES)}"
 
 
-def kept_imports():
+def kept_imports() -> set[tuple[str, str]]:
     """What may be asked of each library."""
     lines = (HERE / "imports.txt").read_text(encoding="utf-8").splitlines()
     return {tuple(line.split()) for line in lines if line and not line.startswith("#")}
 
 
-def table(program, option):
-    """The rows of one of dyld's tables, split at blanks, without its head."""
-    rows = [line.split() for line in run("llvm-objdump", "--macho", option, program).splitlines()[3:]]
-    return [row for row in rows if row and row[0] != "segment"]
+def bindings_of(program: lief.MachO.Binary, weak: bool) -> list[lief.MachO.DyldBindingInfo]:
+    """What dyld looks up, from the tables that it goes by itself."""
+    bindings = program.dyld_info.bindings if program.has_dyld_info else []
+    return [one for one in bindings if (one.binding_class == lief.MachO.DyldBindingInfo.CLASS.WEAK) == weak]
 
 
-def imports_of(program):
-    """What dyld looks up, by library and name, from the tables that it goes by itself."""
-    eager = {(row[5], row[6]) for row in table(program, "--bind")}
-    return eager | {(row[3], row[4]) for row in table(program, "--lazy-bind")}
+def imports_of(program: lief.MachO.Binary) -> set[tuple[str, str]]:
+    return {
+        (LIBRARIES.get(one.library.name, one.library.name) if one.library else "no library", one.symbol.name)
+        for one in bindings_of(program, False)
+    }
 
 
-def check_symbols(program):
-    for row in table(program, "--weak-bind"):
-        yield f"bound weakly: {row[-1]}"
-    exports = [row[1] for row in table(program, "--exports-trie")]
+def check_symbols(program: lief.MachO.Binary) -> Iterator[str]:
+    for binding in bindings_of(program, True):
+        yield f"bound weakly: {binding.symbol.name}"
+    exports = sorted(one.symbol.name for one in program.dyld_info.exports) if program.has_dyld_info else []
     if exports != EXPORTS:
         yield f"exports: {exports}, not {EXPORTS}"
     imports = imports_of(program)
@@ -193,45 +180,41 @@ def check_symbols(program):
         yield "no imports, so this is no program"
 
 
-def check_program(program, limit_bytes):
-    findings = [*check_header(program), *check_load_commands(program), *check_symbols(program)]
-    size = program.stat().st_size
-    if size >= limit_bytes:
-        findings.append(f"{size} bytes, not under {limit_bytes}")
-    findings += check_signature.examine(program.read_bytes(), PACKAGE, ENTITLEMENTS)
-    return [f"{program.name}: {finding}" for finding in findings]
-
-
-def check_files(folder):
-    findings, imports = [], set()
+def check_files(folder: pathlib.Path) -> Iterator[str]:
+    imports = set()
     for path, limit_bytes in PROGRAMS.items():
-        findings += check_program(folder / path, limit_bytes)
-        imports |= imports_of(folder / path)
+        data = (folder / path).read_bytes()
+        findings = [f"{len(data)} bytes, not under {limit_bytes}"] if len(data) >= limit_bytes else []
+        findings += check_signature.examine(data, PACKAGE, ENTITLEMENTS)
+        if program := check_signature.read_program(data):
+            findings += [*check_header(program), *check_load_commands(program), *check_symbols(program)]
+            imports |= imports_of(program)
+        yield from (f"{pathlib.Path(path).name}: {finding}" for finding in findings)
     for library, name in sorted(kept_imports() - imports):
-        findings.append(f"imports.txt: no program asks for {name} of {library}")
+        yield f"imports.txt: no program asks for {name} of {library}"
     launch = plistlib.loads((folder / LAUNCH_DAEMON).read_bytes())
-    return findings + list(differences(LAUNCH_DAEMON, LAUNCH, launch))
+    yield from differences(LAUNCH_DAEMON, LAUNCH, launch)
 
 
-def examine(package, version):
+def examine(package: pathlib.Path, version: str) -> list[str]:
     """What is wrong with the package, one line each. The files' contents only once all are there."""
     findings = [*check_entries(package), *check_control(package, version)]
     if findings:
         return findings
     with tempfile.TemporaryDirectory() as folder:
         run("dpkg-deb", "--extract", package, folder)
-        return check_files(pathlib.Path(folder) / "var/jb")
+        return list(check_files(pathlib.Path(folder) / "var/jb"))
 
 
-def main():
+def main() -> int:
     parser = argparse.ArgumentParser(description="Look over a package for the device.")
     parser.add_argument("--version", required=True, help="the one that it should have")
-    parser.add_argument("package", metavar="PACKAGE")
+    parser.add_argument("package", metavar="PACKAGE", type=pathlib.Path)
     arguments = parser.parse_args()
     try:
         findings = examine(arguments.package, arguments.version)
     except (OSError, subprocess.CalledProcessError, tarfile.TarError, plistlib.InvalidFileException) as error:
-        findings = [f"cannot be read: {getattr(error, 'stderr', None) or error}".strip()]
+        findings = [f"cannot be read: {error}"]
     for finding in findings:
         print(f"{arguments.package}: {finding}")
     if not findings:

@@ -1,381 +1,175 @@
-#!/usr/bin/env python3
-"""Reads the ad-hoc signature of a Mach-O executable back and says what is wrong with it.
+"""Reads the ad-hoc signature of a program for the device back, and says what is wrong with it.
 
-It shares no code with sign.py, so that a mistake there cannot excuse itself here.
+It shares no code with what makes the signature, so that a mistake there cannot excuse itself here. The
+layout is that of xnu's cs_blobs.h.
 """
 
-import argparse
 import hashlib
+import io
+import pathlib
 import plistlib
 import struct
 import sys
+from collections.abc import Iterator
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "build/python"))
+import lief  # noqa: E402
+
+lief.logging.disable()  # its warnings come back here as findings
 
 PAGE = 4096
-DIGEST_LENGTH = 32
-SLOTS = {
-    0: ("the code directory", 0xFADE0C02),
-    2: ("the requirements", 0xFADE0C01),
-    5: ("the XML entitlements", 0xFADE7171),
-    7: ("the DER entitlements", 0xFADE7172),
-    0x10000: ("the CMS wrapper", 0xFADE0B01),
+NO_HASH = bytes(32)
+EMPTY_REQUIREMENTS = struct.pack(">3I", 0xFADE0C01, 12, 0)
+EMPTY_CMS = struct.pack(">2I", 0xFADE0B01, 8)
+BLOBS = {
+    0: "code directory",
+    2: "requirements",
+    5: "XML entitlements",
+    7: "DER entitlements",
+    0x10000: "CMS wrapper",
 }
-DIRECTORY_FIELDS = (
-    *("magic", "length", "version", "flags", "hashOffset", "identOffset", "nSpecialSlots", "nCodeSlots"),
-    *("codeLimit", "hashSize", "hashType", "platform", "pageSize", "spare2", "scatterOffset", "teamOffset"),
-    *("spare3", "codeLimit64", "execSegBase", "execSegLimit", "execSegFlags"),
-)
-DIRECTORY_LAYOUT = struct.Struct(">9L4B4L4Q")
-# What an entitlement that is true adds to execSegFlags, which are 1 for an executable itself.
-EXEC_SEGMENT_BITS = (
-    *((4, "get-task-allow"), (4, "run-unsigned-code"), (5, "com.apple.private.cs.debugger")),
-    *((6, "dynamic-codesigning"), (7, "com.apple.private.skip-library-validation")),
-    *((8, "com.apple.private.amfi.can-load-cdhash"), (9, "com.apple.private.amfi.can-execute-cdhash")),
-)
-MOST_PAGES_NAMED = 5
+DIRECTORY = struct.Struct(">9I4B4I4Q")
+# What an entitlement adds to execSegFlags, which are 1 for every executable.
+EXEC_SEGMENT_FLAGS = {
+    "get-task-allow": 0x10,
+    "run-unsigned-code": 0x10,
+    "com.apple.private.cs.debugger": 0x20,
+    "dynamic-codesigning": 0x40,
+    "com.apple.private.skip-library-validation": 0x80,
+    "com.apple.private.amfi.can-load-cdhash": 0x100,
+    "com.apple.private.amfi.can-execute-cdhash": 0x200,
+}
 
 
-class Broken(Exception):
-    """What keeps the rest from being read."""
+def read_program(data: bytes) -> lief.MachO.Binary | None:
+    """The program, when it is a thin 64-bit Mach-O file."""
+    found = lief.MachO.parse(io.BytesIO(data)) if data[:4] == b"\xcf\xfa\xed\xfe" else None
+    return found.at(0) if found else None
 
 
-def part(data, offset, length, what):
-    if offset + length > len(data):
-        raise Broken(f"{what}: cut off by the end of what holds it")
-    return data[offset : offset + length]
+def superblob(blobs: dict[int, bytes]) -> bytes:
+    """The blobs one right after the other, in the order of their slots, each slot once."""
+    index, body, begin = b"", b"", 12 + 8 * len(blobs)
+    for slot, blob in sorted(blobs.items()):
+        index += struct.pack(">2I", slot, begin + len(body))
+        body += blob
+    return struct.pack(">3I", 0xFADE0CC0, begin + len(body), len(blobs)) + index + body
 
 
-def number(data, offset, length, order, what):
-    return int.from_bytes(part(data, offset, length, what), order)
+def read_blobs(signature: bytes) -> dict[int, bytes]:
+    blobs = {}
+    for at in range(12, 12 + 8 * struct.unpack_from(">I", signature, 8)[0], 8):
+        slot, begin = struct.unpack_from(">2I", signature, at)
+        blobs[slot] = signature[begin : begin + struct.unpack_from(">I", signature, begin + 4)[0]]
+    return blobs
 
 
-# DER entitlements
+def der(tag: int, body: bytes) -> bytes:
+    size = len(body).to_bytes(2, "big").lstrip(b"\0") or b"\0"
+    return bytes([tag, *([0x80 | len(size)] if len(body) > 0x7F else []), *size]) + body
 
 
-class DerReader:
-    """Reads strictly: what has two encodings in BER has one here."""
-
-    def __init__(self, data):
-        self.data = data
-        self.position = 0
-
-    def at_end(self):
-        return self.position == len(self.data)
-
-    def take(self, length):
-        taken = part(self.data, self.position, length, "a DER element")
-        self.position += length
-        return taken
-
-    def take_length(self):
-        first = self.take(1)[0]
-        if first < 0x80:
-            return first
-        digits = self.take(first & 0x7F)
-        length = int.from_bytes(digits, "big")
-        if not digits or digits[0] == 0 or length < 0x80:
-            raise Broken("a DER length is not in its shortest form")
-        return length
-
-    def element(self):
-        tag = self.take(1)[0]
-        return tag, self.take(self.take_length())
-
-    def inside(self, expected, what):
-        tag, body = self.element()
-        if tag != expected:
-            raise Broken(f"DER tag 0x{tag:02x} where {what} (0x{expected:02x}) belongs")
-        return DerReader(body)
-
-    def expect_end(self, what):
-        if not self.at_end():
-            raise Broken(f"there are DER bytes left over after {what}")
+def der_entitlements(names: list[str]) -> bytes:
+    """The form that the kernel reads from iOS 15 on: version 1, and each key with true."""
+    pairs = [der(0x30, der(0x0C, name.encode()) + b"\x01\x01\xff") for name in sorted(names)]
+    return der(0x70, b"\x02\x01\x01" + der(0xB0, b"".join(pairs)))
 
 
-def der_boolean(body):
-    if body not in (b"\x00", b"\xff"):
-        raise Broken("a DER boolean is neither 00 nor ff")
-    return body == b"\xff"
+def check_place(program: lief.MachO.Binary, size: int) -> Iterator[str]:
+    signature, linkedit = program.code_signature, program.get_segment("__LINKEDIT")
+    begin, end = signature.data_offset, signature.data_offset + signature.data_size
+    if begin % 16:
+        yield f"the signature's offset {begin} is not a multiple of 16"
+    if end != size:
+        yield f"the signature ends at {end}, the file at {size}"
+    if begin < linkedit.file_offset or end != linkedit.file_offset + linkedit.file_size:
+        yield "the signature is not at the end of __LINKEDIT"
+    if linkedit.virtual_size < linkedit.file_size or linkedit.virtual_size % 0x4000:
+        yield f"__LINKEDIT's size in memory 0x{linkedit.virtual_size:x} does not fit its size in the file"
 
 
-def der_integer(body):
-    # The first byte only repeats the sign when all of its bits are that of the second's highest.
-    if body[:1] in (b"\x00", b"\xff") and len(body) > 1 and (body[0] ^ body[1]) < 0x80:
-        raise Broken("a DER integer is not in its shortest form")
-    if not 1 <= len(body) <= 8:
-        raise Broken(f"a DER integer of {len(body)} bytes")
-    return int.from_bytes(body, "big", signed=True)
-
-
-def der_text(body):
+def check_blobs(signature: bytes, blobs: dict[int, bytes], entitlements: list[str]) -> Iterator[str]:
+    whole = superblob(blobs)
+    if signature[: len(whole)] != whole or any(signature[len(whole) :]):
+        yield "the blobs do not follow one right after the other up to zeros"
+    if blobs.keys() != BLOBS.keys():
+        yield f"the blobs are of the slots {sorted(blobs)}, not {sorted(BLOBS)}"
+    if blobs.get(2) != EMPTY_REQUIREMENTS:
+        yield "the requirements are not an empty set"
+    if blobs.get(0x10000) != EMPTY_CMS:
+        yield "the CMS wrapper is not empty"
+    expected = der_entitlements(entitlements)
+    if blobs.get(7) != struct.pack(">2I", 0xFADE7172, 8 + len(expected)) + expected:
+        yield "the DER entitlements are not those of the package"
+    xml = blobs.get(5, b"")
     try:
-        return body.decode("utf-8")
-    except UnicodeDecodeError:
-        raise Broken("a DER string is not UTF-8") from None
-
-
-def der_list(body):
-    reader, values = DerReader(body), []
-    while not reader.at_end():
-        values.append(der_item(*reader.element()))
-    return values
-
-
-def der_pairs(body):
-    reader, values, last = DerReader(body), {}, None
-    while not reader.at_end():
-        pair = reader.inside(0x30, "a key with its value")
-        key = pair.inside(0x0C, "a key").data
-        if last is not None and key <= last:
-            raise Broken("the keys of a DER dictionary are not sorted, or one is there twice")
-        last = key
-        values[der_text(key)] = der_item(*pair.element())
-        pair.expect_end("a value")
-    return values
-
-
-def der_item(tag, body):
-    readers = {0x01: der_boolean, 0x02: der_integer, 0x0C: der_text, 0x30: der_list, 0xB0: der_pairs}
-    if tag not in readers:
-        raise Broken(f"DER tag 0x{tag:02x} is not that of an entitlement's value")
-    return readers[tag](body)
-
-
-def read_der(data):
-    outside = DerReader(data)
-    reader = outside.inside(0x70, "the entitlements")
-    outside.expect_end("the entitlements")
-    version = der_integer(reader.inside(0x02, "the version").data)
-    if version != 1:
-        raise Broken(f"version {version} of the DER form, not 1")
-    values = der_pairs(reader.inside(0xB0, "the dictionary").data)
-    reader.expect_end("the dictionary")
-    return values
-
-
-def read_plist(data, what, form=None):
-    try:
-        values = plistlib.loads(data, fmt=form)
+        found = plistlib.loads(xml[8:], fmt=plistlib.FMT_XML)
+        same = sorted(found) == sorted(entitlements) and all(value is True for value in found.values())
     except Exception:  # plistlib lets out whatever its parsers meet
-        raise Broken(f"{what}: not a property list") from None
-    if not isinstance(values, dict):
-        raise Broken(f"{what}: not a dictionary")
-    return values
+        same = False
+    if not same or xml[:4] != b"\xfa\xde\x71\x71":
+        yield "the XML entitlements are not those of the package"
 
 
-def spelled(value):
-    """A form in which true differs from 1, and the order of keys does not matter."""
-    if isinstance(value, dict):
-        return ("dict", sorted((key, spelled(item)) for key, item in value.items()))
-    if isinstance(value, list):
-        return ("list", [spelled(item) for item in value])
-    return (type(value).__name__, value)
-
-
-# The executable
-
-
-class Executable:
-    """Where the load commands say that the segments and the signature are."""
-
-    def __init__(self, data):
-        if data[:4] != b"\xcf\xfa\xed\xfe" or len(data) < 32:
-            raise Broken("not a thin 64-bit little-endian Mach-O file")
-        self.segments = {}
-        self.signatures = []
-        commands = part(data, 32, number(data, 20, 4, "little", "the header"), "the list of load commands")
-        position = 0
-        for _ in range(number(data, 16, 4, "little", "the header")):
-            kind = number(commands, position, 4, "little", "a load command")
-            size = number(commands, position + 4, 4, "little", "a load command")
-            self.note(kind, part(commands, position, max(size, 8), "a load command"))
-            position += max(size, 8)
-        if position != len(commands):
-            raise Broken("the load commands do not fill their place")
-
-    def note(self, kind, command):
-        if kind == 0x1D:
-            offset = number(command, 8, 4, "little", "LC_CODE_SIGNATURE")
-            self.signatures.append((offset, number(command, 12, 4, "little", "LC_CODE_SIGNATURE")))
-        elif kind == 0x19:
-            name = part(command, 8, 16, "a segment command").rstrip(b"\0").decode("latin-1")
-            names = ("vmaddr", "vmsize", "fileoff", "filesize")
-            values = [number(command, 24 + 8 * index, 8, "little", "a segment command") for index in range(4)]
-            self.segments[name] = dict(zip(names, values))
-
-    def segment(self, name):
-        if name not in self.segments:
-            raise Broken(f"no segment {name}")
-        return self.segments[name]
-
-    def signature_place(self):
-        if not self.signatures:
-            raise Broken("not signed: no LC_CODE_SIGNATURE")
-        if len(self.signatures) > 1:
-            raise Broken("more than one LC_CODE_SIGNATURE")
-        return self.signatures[0]
-
-
-def check_place(data, executable):
-    offset, size = executable.signature_place()
-    linkedit = executable.segment("__LINKEDIT")
-    linkedit_end = linkedit["fileoff"] + linkedit["filesize"]
-    if offset % 16:
-        yield f"the signature's offset {offset} is not a multiple of 16"
-    if offset + size != len(data):
-        yield f"the signature ends at {offset + size}, the file at {len(data)}"
-    if linkedit_end != offset + size:
-        yield f"__LINKEDIT ends at {linkedit_end}, the signature at {offset + size}"
-    if offset < linkedit["fileoff"]:
-        yield f"the signature begins at {offset}, __LINKEDIT at {linkedit['fileoff']}"
-    if linkedit["vmsize"] < linkedit["filesize"] or linkedit["vmsize"] % 0x4000:
-        yield f"__LINKEDIT's size in memory 0x{linkedit['vmsize']:x} does not fit its size in the file"
-
-
-# The signature
-
-
-def read_index(signature):
-    """Gives the blobs by slot, and what is wrong with how they lie."""
-    findings, blobs = [], {}
-    magic, length, count = struct.unpack(">LLL", part(signature, 0, 12, "the superblob's header"))
-    if magic != 0xFADE0CC0:
-        raise Broken(f"the superblob's magic is 0x{magic:08x}")
-    content = part(signature, 0, length, "the superblob")
-    if any(signature[length:]):
-        findings.append("what follows the superblob is not zero")
-    end = 12 + 8 * count
-    entries = struct.iter_unpack(">LL", part(content, 12, 8 * count, "the superblob's index"))
-    for slot, offset in sorted(entries, key=lambda entry: entry[1]):
-        what, expected = SLOTS.get(slot, (f"slot 0x{slot:x}", None))
-        if slot in blobs or expected is None:
-            findings.append(f"{what} does not belong there" if expected is None else f"{what} is there twice")
-        size = number(content, offset + 4, 4, "big", what)
-        if offset != end:
-            findings.append(f"{what} begins at {offset}, not {end}")
-        end = offset + size
-        blobs[slot] = part(content, offset, size, what)
-        if len(blobs[slot]) < 8 or expected not in (None, number(blobs[slot], 0, 4, "big", what)):
-            raise Broken(f"{what}: the magic or the size is wrong")
-    if end != length:
-        findings.append(f"the blobs end at {end}, the superblob at {length}")
-    for slot in SLOTS.keys() - blobs.keys():
-        raise Broken(f"{SLOTS[slot][0]} is missing")
-    return blobs, findings
-
-
-def check_fields(fields, code_length, text, entitlements):
-    bits = {bit for bit, name in EXEC_SEGMENT_BITS if entitlements.get(name) is True}
-    expected = {
-        **{"version": 0x20400, "flags": 0x2, "hashSize": DIGEST_LENGTH, "hashType": 2, "pageSize": 12},
-        **{"platform": 0, "spare2": 0, "scatterOffset": 0, "teamOffset": 0, "spare3": 0, "codeLimit64": 0},
-        **{"nSpecialSlots": 7, "nCodeSlots": -(-code_length // PAGE), "codeLimit": code_length},
-        **{"execSegBase": text["fileoff"], "execSegLimit": text["filesize"], "execSegFlags": sum(1 << bit for bit in {0} | bits)},
-    }
-    for name, value in expected.items():
-        if fields[name] != value:
-            yield f"{name} is 0x{fields[name]:x}, not 0x{value:x}"
-
-
-def check_identifier(directory, offset, identifier):
-    name, zero, _ = directory[offset:].partition(b"\0")
-    if not zero or name != identifier.encode("utf-8"):
-        yield f"the identifier is {name[:80].decode('utf-8', 'replace')!r}, not {identifier!r}"
-
-
-def check_pages(code, directory, hash_offset):
-    wrong = []
-    for page, begin in enumerate(range(0, len(code), PAGE)):
-        digest = hashlib.sha256(code[begin : begin + PAGE]).digest()
-        at = hash_offset + page * DIGEST_LENGTH
-        if directory[at : at + DIGEST_LENGTH] != digest:
-            wrong.append(page)
-    for page in wrong[:MOST_PAGES_NAMED]:
-        yield f"page {page}, at 0x{page * PAGE:x}, does not have the hash that is signed"
-    if len(wrong) > MOST_PAGES_NAMED:
-        yield f"and {len(wrong) - MOST_PAGES_NAMED} more pages do not"
-
-
-def check_special_slots(blobs, directory, hash_offset):
-    for slot in range(1, 8):
-        at = hash_offset - slot * DIGEST_LENGTH
-        signed = directory[at : at + DIGEST_LENGTH] if at >= 0 else b""
-        expected = hashlib.sha256(blobs[slot]).digest() if slot in blobs else bytes(DIGEST_LENGTH)
-        if signed != expected:
-            what = f"the hash of {SLOTS[slot][0]}" if slot in SLOTS else "zeros"
-            yield f"special slot {slot} does not have {what}"
-
-
-def check_directory(blobs, code, text, identifier, entitlements):
+def check_hashes(blobs: dict[int, bytes], code: bytes, first: int) -> Iterator[str]:
     directory = blobs[0]
-    part(directory, 0, DIRECTORY_LAYOUT.size, "the code directory's header")
-    fields = dict(zip(DIRECTORY_FIELDS, DIRECTORY_LAYOUT.unpack_from(directory)))
-    yield from check_fields(fields, len(code), text, entitlements)
-    yield from check_identifier(directory, fields["identOffset"], identifier)
-    yield from check_special_slots(blobs, directory, fields["hashOffset"])
-    yield from check_pages(code, directory, fields["hashOffset"])
+    for slot in range(1, 8):
+        expected = hashlib.sha256(blobs[slot]).digest() if slot in blobs else NO_HASH
+        if directory[first - 32 * slot : first - 32 * (slot - 1)] != expected:
+            yield f"special slot {slot} does not have {'the hash of the ' + BLOBS[slot] if slot in BLOBS else 'zeros'}"
+    pages = [code[begin : begin + PAGE] for begin in range(0, len(code), PAGE)]
+    wrong = [
+        f"page {number}, at 0x{number * PAGE:x}, does not have the hash that is signed"
+        for number, page in enumerate(pages)
+        if directory[first + 32 * number : first + 32 * (number + 1)] != hashlib.sha256(page).digest()
+    ]
+    yield from wrong[:5]
+    if len(wrong) > 5:
+        yield f"and {len(wrong) - 5} more pages do not"
 
 
-def check_entitlements(blobs, expected):
-    found = {}
-    readers = {5: lambda data: read_plist(data, "as signed", plistlib.FMT_XML), 7: read_der}
-    for slot, read in readers.items():
-        try:
-            found[slot] = spelled(read(blobs[slot][8:]))
-        except Broken as reason:
-            yield f"{SLOTS[slot][0]}: {reason}"
-            continue
-        if found[slot] != spelled(expected):
-            yield f"{SLOTS[slot][0]} differ from those of the file"
-    if len(found) == 2 and found[5] != found[7]:
-        yield "the XML and the DER entitlements differ from each other"
+def check_directory(
+    blobs: dict[int, bytes], code: bytes, text: lief.MachO.SegmentCommand, identifier: str, entitlements: list[str]
+) -> Iterator[str]:
+    directory, name = blobs[0], identifier.encode() + b"\0"
+    pages = -(-len(code) // PAGE)
+    first = DIRECTORY.size + len(name) + 7 * 32
+    flags = 1
+    for entitlement in entitlements:
+        flags |= EXEC_SEGMENT_FLAGS.get(entitlement, 0)
+    expected = {
+        **{"magic": 0xFADE0C02, "length": first + 32 * pages, "version": 0x20400, "flags": 2},
+        **{"hashOffset": first, "identOffset": DIRECTORY.size, "nSpecialSlots": 7, "nCodeSlots": pages},
+        **{"codeLimit": len(code), "hashSize": 32, "hashType": 2, "platform": 0, "pageSize": 12},
+        **{"spare2": 0, "scatterOffset": 0, "teamOffset": 0, "spare3": 0, "codeLimit64": 0},
+        **{"execSegBase": text.file_offset, "execSegLimit": text.file_size, "execSegFlags": flags},
+    }
+    for (field, value), found in zip(expected.items(), DIRECTORY.unpack_from(directory)):
+        if found != value:
+            yield f"{field} is 0x{found:x}, not 0x{value:x}"
+    signed_name = directory[DIRECTORY.size :].partition(b"\0")[0].decode("utf-8", "replace")
+    if signed_name != identifier:
+        yield f"the identifier is {signed_name[:80]!r}, not {identifier!r}"
+    else:
+        yield from check_hashes(blobs, code, first)
 
 
-def examine(data, identifier, entitlements):
-    """Gives what is wrong with the signature, one line each; nothing when all is well."""
-    findings = []
+def examine(data: bytes, identifier: str, entitlements: list[str]) -> list[str]:
+    """What is wrong with the signature, one line each; the entitlements are keys that are true."""
+    program = read_program(data)
+    if program is None:
+        return ["not a thin 64-bit little-endian Mach-O file"]
+    signatures = [c for c in program.commands if c.command == lief.MachO.LoadCommand.TYPE.CODE_SIGNATURE]
+    if len(signatures) != 1:
+        return [f"{len(signatures)} LC_CODE_SIGNATURE, not 1"]
+    findings, begin = [], program.code_signature.data_offset
     try:
-        executable = Executable(data)
-        findings += check_place(data, executable)
-        offset, size = executable.signature_place()
-        blobs, misplaced = read_index(part(data, offset, size, "the signature"))
-        findings += misplaced
-        if blobs[2][8:] != bytes(4):
-            findings.append("the requirements are not an empty set")
-        if blobs[0x10000][8:]:
-            findings.append("the CMS wrapper is not empty")
-        findings += check_entitlements(blobs, entitlements)
-        text = executable.segment("__TEXT")
-        findings += check_directory(blobs, data[:offset], text, identifier, entitlements)
-    except Broken as reason:
-        findings.append(str(reason))
-    except RecursionError:
-        findings.append("the entitlements are nested too deeply")
+        findings += check_place(program, len(data))
+        signature = data[begin : begin + program.code_signature.data_size]
+        blobs = read_blobs(signature)
+        findings += check_blobs(signature, blobs, entitlements)
+        text = program.get_segment("__TEXT")
+        findings += check_directory(blobs, data[:begin], text, identifier, entitlements)
+    except (AttributeError, KeyError, struct.error) as error:  # cut short, or without what is looked up
+        findings.append(f"the signature cannot be read: {error}")
     return findings
-
-
-def read_file(path):
-    with open(path, "rb") as file:
-        return file.read()
-
-
-def main():
-    parser = argparse.ArgumentParser(description="Check the ad-hoc signature of a Mach-O executable.")
-    parser.add_argument("--identifier", required=True, help="the one that it should have")
-    parser.add_argument("--entitlements", required=True, metavar="FILE", help="those that it should have")
-    parser.add_argument("binary", metavar="BINARY")
-    arguments = parser.parse_args()
-    try:
-        entitlements = read_plist(read_file(arguments.entitlements), arguments.entitlements)
-        findings = examine(read_file(arguments.binary), arguments.identifier, entitlements)
-    except (Broken, OSError) as error:
-        print(f"check_signature.py: {error}")
-        return 1
-    for finding in findings:
-        print(f"{arguments.binary}: {finding}")
-    if not findings:
-        print(f"{arguments.binary}: the signature as {arguments.identifier} is in order")
-    return 1 if findings else 0
-
-
-if __name__ == "__main__":
-    sys.exit(main())

@@ -15,14 +15,12 @@ import zipfile
 HERE = pathlib.Path(__file__).resolve().parent
 WHEEL_HEADERS = "ziglang/lib/libc/include/any-darwin-any/"
 FRAMEWORK = "System/Library/Frameworks/CoreFoundation.framework"
-
 # The stub's path in the SDK, the library's path on the device, its versions in the SDK of iOS 15.6.
 LIBRARIES = {
     "CoreFoundation": (f"{FRAMEWORK}/CoreFoundation.tbd", f"/{FRAMEWORK}/CoreFoundation", "1860", 150),
     "libSystem": ("usr/lib/libSystem.tbd", "/usr/lib/libSystem.B.dylib", "1311.120.1", 1),
     "libc++": ("usr/lib/libc++.tbd", "/usr/lib/libc++.1.dylib", "1300.25", 1),
 }
-
 STUB = """--- !tapi-tbd
 tbd-version: 4
 targets: [ arm64-ios ]
@@ -36,52 +34,30 @@ exports:
 """
 
 
-def imports():
-    """The names by library, as imports.txt has them."""
-    names = {library: [] for library in LIBRARIES}
-    for line in (HERE / "imports.txt").read_text(encoding="utf-8").splitlines():
-        if line and not line.startswith("#"):
-            library, name = line.split()
-            names[library].append(name)
-    return names
-
-
-def write_libraries(sdk):
-    for library, names in imports().items():
-        stub, path, version, compatibility = LIBRARIES[library]
-        (sdk / stub).parent.mkdir(parents=True, exist_ok=True)
-        symbols = ",\n               ".join(names)
-        text = STUB.format(path=path, version=version, compatibility=compatibility, symbols=symbols)
-        (sdk / stub).write_text(text, encoding="utf-8")
-
-
-def write_headers(sdk):
-    (sdk / "usr/include").mkdir(parents=True, exist_ok=True)
-    shutil.copy2(HERE / "stubs/notify.h", sdk / "usr/include")
-    shutil.copytree(HERE / "stubs/CoreFoundation", sdk / FRAMEWORK / "Headers", dirs_exist_ok=True)
-
-
-def unpack_headers(sdk, wheel):
-    with zipfile.ZipFile(wheel) as archive:
-        for name in archive.namelist():
-            if name.startswith(WHEEL_HEADERS) and not name.endswith("/"):
-                target = sdk / "usr/include" / name.removeprefix(WHEEL_HEADERS)
-                target.parent.mkdir(parents=True, exist_ok=True)
-                target.write_bytes(archive.read(name))
-
-
-def main():
+def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--wheel", help="zig's; without it, the C library's headers are there already")
     parser.add_argument("sdk", type=pathlib.Path, help="the folder to make")
     arguments = parser.parse_args()
+    sdk, include = arguments.sdk, arguments.sdk / "usr/include"
+    include.mkdir(parents=True, exist_ok=True)
     if arguments.wheel:
-        unpack_headers(arguments.sdk, arguments.wheel)
-    write_headers(arguments.sdk)
-    write_libraries(arguments.sdk)
+        with zipfile.ZipFile(arguments.wheel) as archive:
+            archive.extractall(sdk, [name for name in archive.namelist() if name.startswith(WHEEL_HEADERS)])
+        shutil.copytree(sdk / WHEEL_HEADERS, include, dirs_exist_ok=True)
+        shutil.rmtree(sdk / "ziglang")
+    shutil.copy2(HERE / "stubs/notify.h", include)
+    shutil.copytree(HERE / "stubs/CoreFoundation", sdk / FRAMEWORK / "Headers", dirs_exist_ok=True)
+    lines = (HERE / "imports.txt").read_text(encoding="utf-8").splitlines()
+    imports = [line.split() for line in lines if line and not line.startswith("#")]
+    for library, (stub, path, version, compatibility) in LIBRARIES.items():
+        symbols = ",\n               ".join(name for owner, name in imports if owner == library)
+        text = STUB.format(path=path, version=version, compatibility=compatibility, symbols=symbols)
+        (sdk / stub).parent.mkdir(parents=True, exist_ok=True)
+        (sdk / stub).write_text(text, encoding="utf-8")
     # The system's libraries behave as a program's SDK lets them expect: as those of iOS 15 do.
     settings = json.dumps({"Version": "15.0", "MaximumDeploymentTarget": "15.0.99"})
-    (arguments.sdk / "SDKSettings.json").write_text(settings, encoding="utf-8")
+    (sdk / "SDKSettings.json").write_text(settings, encoding="utf-8")
 
 
 if __name__ == "__main__":

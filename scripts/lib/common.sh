@@ -16,7 +16,7 @@ build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libbenchmark-dev l
 clang_packages=(clang libclang-rt-14-dev llvm)
 # What the tests of the optimised build run.
 # shellcheck disable=SC2034
-test_packages=(procps python3 shellcheck zsh)
+test_packages=(clang clang-format lld procps shellcheck zsh)
 
 say() { printf '%s\n' "$*"; }
 
@@ -57,6 +57,24 @@ require_packages() {
     die "these packages could not be installed: ${missing[*]}"
   fi
   rm -f "$log"
+}
+
+installPython() {
+  local wanted=$root/scripts/lib/requirements.txt folder=$root/build/python
+  cmp -s "$wanted" "$folder/requirements.txt" && return
+  note "fetching Python packages from PyPI"
+  rm -rf "$folder"
+  quietly "$folder.log" python3 -m pip --disable-pip-version-check install --require-hashes --no-deps \
+    --only-binary :all: --target "$folder" --requirement "$wanted" ||
+    die "Python packages cannot be had from PyPI: check the network, or pip's settings for a mirror"
+  cp "$wanted" "$folder"
+}
+
+# Sees to it that the Python packages in requirements.txt are there, in build/python.
+require_python() {
+  require_packages python3 python3-pip
+  locked installPython
+  export PYTHONPATH=$root/build/python PYTHONDONTWRITEBYTECODE=1
 }
 
 # Where no package manager could be asked.

@@ -28,67 +28,38 @@ checkStaging() {
   [[ -n $(find "$staging" -type f -print -quit) ]] || die "there is no file in $staging"
 }
 
-# The files without the directories that hold none: those are the device's, with owners of its own.
-copyStaging() {
-  cp -R --no-dereference --preserve=mode "$1/." "$2" &&
-    find "$2" -mindepth 1 -type d -empty -delete
-}
-
-# In KiB, as the device's file system rounds is not known here: each file up to the next KiB, and
-# one for each directory and link.
-installedSize() {
-  find "$1" -mindepth 1 \( -type f -printf '%s\n' -o -printf '1\n' \) |
-    awk '{ sum += int(($1 + 1023) / 1024) } END { print sum + 0 }'
-}
-
-writeControl() {
-  local tree=$1 version=$2 size script
-  size=$(installedSize "$tree") &&
-    mkdir "$tree/DEBIAN" &&
-    sed -e "s/@VERSION@/$version/" -e "s/@INSTALLED_SIZE@/$size/" \
-      "$root/packaging/debian/control.in" >"$tree/DEBIAN/control" || return
-  (cd "$tree" && find var -type f -print0 | sort -z | xargs -0 md5sum) >"$tree/DEBIAN/md5sums" || return
-  for script in preinst postinst prerm postrm; do
-    [[ -f $root/packaging/debian/$script ]] || continue
-    cp "$root/packaging/debian/$script" "$tree/DEBIAN/" && chmod +x "$tree/DEBIAN/$script" || return
-  done
-}
-
-# What depends on who makes the package, where and when.
-normalise() {
-  find "$1" -type d -exec chmod 0755 {} + &&
-    find "$1" -type f -perm /0111 -exec chmod 0755 {} + &&
-    find "$1" -type f ! -perm /0111 -exec chmod 0644 {} + &&
-    find "$1" -exec touch --no-dereference --date="@$2" {} +
-}
-
-layOut() {
-  mkdir "$4" && copyStaging "$1" "$4" && writeControl "$4" "$2" && normalise "$4" "$3"
-}
-
-# In a subshell, so that its trap is its own.
-makeDebHere() (
-  local staging=$1 version=$2 output=$3 work time
-  dpkg --validate-version "$version" 2>/dev/null || die "not a package's version: ${version@Q}"
-  checkStaging "$staging"
-  time=$(debTime) || exit
-  # Beside the output, so that the last step is a move within one file system.
-  work=$(mktemp -d "$output.XXXXXX") || die "nothing can be written beside $output"
-  trap 'rm -rf "$work"' EXIT
-  trap 'exit 130' INT
-  trap 'exit 143' TERM HUP
-  layOut "$staging" "$version" "$time" "$work/tree" || die "the package's files cannot be laid out"
-  SOURCE_DATE_EPOCH=$time quietly "$work/log" \
-    dpkg-deb --root-owner-group --uniform-compression -Zgzip -z9 --build "$work/tree" "$work/deb" ||
-    die "dpkg-deb could not make the package"
-  { chmod 0644 "$work/deb" && mv -f "$work/deb" "$output"; } || die "$output cannot be written"
-)
-
 # make_deb STAGING VERSION OUTPUT: makes OUTPUT of the files in STAGING, which are all below
 # STAGING/var/jb, with the control files of packaging/debian. The same bytes for the same files and
-# commit; OUTPUT is whole or is as it was.
-make_deb() {
-  local result=0
-  makeDebHere "$@" || result=$?
-  return "$result"
-}
+# commit; OUTPUT is whole or is as it was. Not to be called in a list, where errexit does not hold.
+make_deb() (
+  staging=$1 version=$2 output=$3
+  dpkg --validate-version "$version" 2>/dev/null || die "not a package's version: ${version@Q}"
+  checkStaging "$staging"
+  time=$(debTime)
+  # Beside the output, so that the last step is a move within one file system.
+  work=$(mktemp -d "$output.XXXXXX") || die "nothing can be written beside $output"
+  trap 'status=$?; rm -rf "$work"; ((status == 0)) || note "$output was not made"' EXIT
+  trap 'exit 1' INT TERM HUP
+  tree=$work/tree
+  mkdir "$tree"
+  cp -R --no-dereference --preserve=mode "$staging/." "$tree"
+  # A directory that holds no file is the device's, with an owner of its own.
+  find "$tree" -mindepth 1 -type d -empty -delete
+  # How the device's file system rounds is not known here: each file up to the next KiB, and one for
+  # each directory and link.
+  size=$(find "$tree" -mindepth 1 \( -type f -printf '%s\n' -o -printf '1\n' \) |
+    awk '{ sum += int(($1 + 1023) / 1024) } END { print sum + 0 }')
+  mkdir "$tree/DEBIAN"
+  sed -e "s/@VERSION@/$version/" -e "s/@INSTALLED_SIZE@/$size/" "$root/packaging/debian/control.in" \
+    >"$tree/DEBIAN/control"
+  (cd "$tree" && find var -type f -print0 | sort -z | xargs -0 md5sum) >"$tree/DEBIAN/md5sums"
+  find "$root/packaging/debian" -name 'p*' -exec cp -t "$tree/DEBIAN" {} +
+  chmod +x "$tree"/DEBIAN/p*
+  # What depends on who makes the package, where and when.
+  chmod -R a-st,u=rwX,go=rX "$tree"
+  find "$tree" -exec touch --no-dereference --date="@$time" {} +
+  SOURCE_DATE_EPOCH=$time quietly "$work/log" \
+    dpkg-deb --root-owner-group --uniform-compression -Zgzip -z9 --build "$tree" "$work/deb"
+  chmod 0644 "$work/deb"
+  mv -f "$work/deb" "$output"
+)

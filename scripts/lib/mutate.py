@@ -1,188 +1,170 @@
-"""Changes the core's sources in one small place at a time, and tells which changes no test notices.
+"""Changes one line of the core's sources at a time, and tells which changes no test notices.
 
-The changes are drawn by a seed, from the folders in turn until each has no more, and only those that
-compile are counted. Each survivor is printed as a diff, the sum at the end. Works on a copy under
-build/mutate.
+Usage: mutate.py FOLDER [--seed N] [--count N] [--only CHANGE...] [FILE...]. FOLDER holds a copy of the
+sources, sources/, and a configured build of their tests, tests/.
 """
 
 import argparse
 import collections
-import concurrent.futures
+import contextlib
 import dataclasses
-import difflib
+import hashlib
+import io
 import pathlib
-import queue
 import random
+import subprocess
 import sys
 import time
 
-from mutants import FOLDERS, BuildError, Mutant, TestBuild
-from mutations import mutations_in
+from universalmutator import mutator
+
+FOLDERS = ["daemon", "reconcile", "kernel", "proc", "config", "rootprefix"]
+TESTS = [
+    *("kernel_test", "reconcile_test", "daemon_test", "proc_test", "config_test", "libroot_test"),
+    *("property_list_guard_test", "security_test", "scenario_test", "cli_test"),
+]
+RULES = ["universal.rules", "c_like.rules", "cpp.rules"]
+# A changed program may write and allocate without end.
+LIMITS = ["prlimit", f"--as={4 << 30}", f"--fsize={1 << 30}", "--core=0"]
+PATIENCE_S = 20
+PATIENCE_FACTOR = 5
 
 
-def core_sources(root):
-    """By its path below the root: every source in the core's folders."""
-    return {
-        path.relative_to(root).as_posix(): path
-        for folder in FOLDERS
-        for path in sorted((root / folder).iterdir())
-        if path.suffix in (".cpp", ".h")
-    }
+@dataclasses.dataclass(frozen=True)
+class Change:
+    file: str
+    line: int
+    number: int  # among the changes of this line
+    old: str
+    new: str
+
+    @property
+    def name(self) -> str:
+        return f"{self.file}:{self.line}:{self.number}"
 
 
-def find_mutations(sources, names):
-    """By folder: all mutations of the named files, or of every source in the core's folders."""
-    known = core_sources(sources)
-    if unknown := [name for name in names if name not in known]:
-        raise BuildError(f"no such source: {unknown[0]}")
-    by_folder = {}
-    for name, path in known.items():
-        if names and name not in names:
-            continue
-        text = path.read_text(encoding="utf-8")
-        by_folder.setdefault(name.split("/")[0], []).extend(mutations_in(name, text))
-    if not any(by_folder.values()):
-        raise BuildError("there is nothing to change in " + ", ".join(names))
-    return by_folder
+def changes_of(sources: pathlib.Path, file: str) -> list[Change]:
+    lines = (sources / file).read_text(encoding="utf-8").splitlines(keepends=True)
+    with contextlib.redirect_stdout(io.StringIO()):
+        found = mutator.mutants_regexp(lines, RULES, ignorePatterns=[r"^#", "static_assert"])
+    numbers = collections.Counter()
+    changes = []
+    for line, new, *_ in found:
+        numbers[line] += 1
+        changes.append(Change(file, line, numbers[line], lines[line - 1], new))
+    return changes
 
 
-def draw(by_folder, seed):
-    """Every mutation once, in a random order in which the folders take turns."""
-    piles = []
-    for folder in sorted(by_folder):
-        pile = list(by_folder[folder])
+def draw(sources: pathlib.Path, files: list[str], seed: int) -> list[Change]:
+    """Every change once, in a random order in which the folders take turns."""
+    piles = collections.defaultdict(list)
+    for file in files:
+        piles[file.split("/")[0]] += changes_of(sources, file)
+    for folder, pile in piles.items():
         random.Random(f"{seed} {folder}").shuffle(pile)
-        piles.append(pile)
-    while any(piles):
-        for pile in piles:
-            if pile:
-                yield pile.pop()
+    turns = [(turn, folder) for folder, pile in piles.items() for turn in range(len(pile))]
+    return [piles[folder][turn] for turn, folder in sorted(turns)]
 
 
-def shown(sources, mutation):
-    """The change as a diff."""
-    text = (sources / mutation.file).read_text(encoding="utf-8")
-    changed = mutation.applied_to(text)
-    lines = difflib.unified_diff(
-        text.splitlines(), changed.splitlines(), mutation.file, mutation.id, n=1, lineterm=""
+class Tests:
+    def __init__(self, folder: pathlib.Path) -> None:
+        self.sources, self.build = folder / "sources", folder / "tests"
+        self.unchanged, self.cases = {}, {}
+        for test in TESTS:
+            if not self._builds(test):
+                sys.exit(f"mutate: {test} cannot be built before anything is changed")
+            self.unchanged[test], self.cases[test] = self._digest(test), {}
+            for case in self._list_cases(test):
+                began = time.monotonic()
+                if self._run(test, case, 600) != 0:
+                    sys.exit(f"mutate: {case} fails before anything is changed")
+                self.cases[test][case] = PATIENCE_S + PATIENCE_FACTOR * (time.monotonic() - began)
+
+    def _builds(self, test: str) -> bool:
+        command = ["ninja", "-C", self.build, test]
+        return subprocess.run(command, capture_output=True, check=False).returncode == 0
+
+    def _digest(self, test: str) -> str:
+        return hashlib.sha256((self.build / "tests" / test).read_bytes()).hexdigest()
+
+    def _list_cases(self, test: str) -> list[str]:
+        """Without those that need root, so that a verdict is the same whoever asks."""
+        command = [self.build / "tests" / test, "--gtest_list_tests", "--gtest_filter=-Privileged*"]
+        suite, cases = "", []
+        for line in subprocess.run(command, capture_output=True, text=True, check=True).stdout.splitlines():
+            name = line.split("#")[0].strip()
+            if line.startswith(" "):
+                cases.append(suite + name)
+            else:
+                suite = name
+        return cases
+
+    def _run(self, test: str, case: str, patience_s: float) -> int:
+        """The exit status; timeout's own, 137, when the test and its children had to be killed."""
+        program = self.build / "tests" / test
+        command = ["timeout", "--signal=KILL", str(patience_s), *LIMITS, program, f"--gtest_filter={case}"]
+        return subprocess.run(
+            command, cwd=program.parent, stdin=subprocess.DEVNULL, capture_output=True, check=False
+        ).returncode
+
+    def judge(self, change: Change) -> str:
+        path = self.sources / change.file
+        lines = path.read_text(encoding="utf-8").splitlines(keepends=True)
+        try:
+            path.write_text("".join([*lines[: change.line - 1], change.new, *lines[change.line :]]))
+            # That of the changed folder first, where there is one.
+            own = change.file.split("/")[0] + "_test"
+            return self._held_against(sorted(TESTS, key=lambda test: test != own))
+        finally:
+            path.write_text("".join(lines), encoding="utf-8")
+
+    def _held_against(self, tests: list[str]) -> str:
+        verdict = "changes nothing"
+        for test in tests:
+            if not self._builds(test):
+                return "not compiled"
+            if self._digest(test) == self.unchanged[test]:
+                continue
+            verdict = "survived"
+            for case, patience_s in self.cases[test].items():
+                # A case that fails is run again: a busy machine must not count as having noticed the change.
+                if self._run(test, case, patience_s) and (status := self._run(test, case, patience_s)):
+                    return f"{'timed out' if status in (137, -9) else 'noticed'} by {case}"
+        return verdict
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(prog="mutate")
+    parser.add_argument("folder", type=pathlib.Path)
+    for option, default in (("--seed", 1), ("--count", 400)):
+        parser.add_argument(option, type=int, default=default)
+    parser.add_argument("--only", nargs="+", default=[], metavar="FILE:LINE:NUMBER")
+    parser.add_argument("files", nargs="*", metavar="FILE")
+    asked = parser.parse_args()
+    sources = asked.folder / "sources"
+    paths = (path for folder in FOLDERS for path in sorted((sources / folder).glob("*.[ch]*")))
+    known = [path.relative_to(sources).as_posix() for path in paths]
+    drawn = draw(sources, asked.files or known, asked.seed)
+    if asked.only:
+        drawn = [change for change in drawn if change.name in asked.only]
+    if not set(asked.files) <= set(known) or len(drawn) < len(asked.only):
+        sys.exit("mutate: no such source or change")
+    tests, verdicts = Tests(asked.folder), collections.Counter()
+    with (asked.folder / "verdicts.txt").open("w", encoding="utf-8") as log:
+        for change in drawn:
+            if verdicts["noticed"] + verdicts["timed out"] + verdicts["survived"] == asked.count:
+                break
+            verdict = tests.judge(change)
+            verdicts[verdict.split(" by ")[0]] += 1
+            print(f"{change.name} {verdict}", file=log, flush=True)
+            if verdict == "survived":
+                print(f"survived: {change.name}\n-{change.old}+{change.new}", flush=True)
+    died = verdicts["noticed"] + verdicts["timed out"]
+    print(
+        f"{died + verdicts['survived']} changes: {died} noticed ({verdicts['timed out']} by taking too long), "
+        f"{verdicts['survived']} survived. {verdicts['not compiled']} more did not compile and "
+        f"{verdicts['changes nothing']} gave the same program; these do not count."
     )
-    return "\n".join(lines)
-
-
-def judge(tests, mutation, slots):
-    slot = slots.get()
-    try:
-        text = (tests.sources / mutation.file).read_text(encoding="utf-8")
-        folder = tests.folder / f"job{slot}"
-        with Mutant(tests, mutation.file, mutation.applied_to(text), folder) as mutant:
-            return mutant.judge()
-    finally:
-        slots.put(slot)
-
-
-def check_the_check(tests, by_folder, slots):
-    """An unchanged source must pass by the road that mutants take, and one without a call die."""
-    mutations = [mutation for folder in by_folder.values() for mutation in folder]
-    first = mutations[0]
-    unchanged = dataclasses.replace(first, end=first.start, replacement="")
-    if judge(tests, unchanged, slots).outcome != "survived":
-        raise BuildError(f"{first.file} does not pass unchanged")
-    text = (tests.sources / "daemon/startup.cpp").read_text(encoding="utf-8")
-    silent = [
-        mutation
-        for mutation in mutations_in("daemon/startup.cpp", text)
-        if text[mutation.start : mutation.end] == "applyMemoryLimits();"
-    ]
-    if len(silent) != 1 or judge(tests, silent[0], slots).outcome != "killed":
-        raise BuildError("a daemon that never asks for a pass is not noticed")
-
-
-def judge_all(tests, mutations, count, jobs, slots):
-    """Judges mutations in their order, until so many counted."""
-    verdicts, counted, left = {}, 0, iter(mutations)
-    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-        running = {}
-        while True:
-            while len(running) < min(jobs, count - counted) and (mutation := next(left, None)):
-                running[pool.submit(judge, tests, mutation, slots)] = mutation
-            if not running:
-                return verdicts
-            done, _ = concurrent.futures.wait(running, return_when="FIRST_COMPLETED")
-            for future in done:
-                mutation, verdict = running.pop(future), future.result()
-                verdicts[mutation] = verdict
-                counted += verdict.counts
-                report(tests, mutation, verdict, counted)
-
-
-def report(tests, mutation, verdict, counted):
-    if verdict.outcome == "survived":
-        print(f"\nsurvived: {mutation.id}\n{shown(tests.sources, mutation)}\n", flush=True)
-    by = f" by {verdict.by}" if verdict.by else ""
-    with (tests.folder / "verdicts.txt").open("a", encoding="utf-8") as log:
-        print(f"{counted:4} {mutation.id} {verdict.outcome}{by}", file=log)
-
-
-def parse_arguments():
-    parser = argparse.ArgumentParser(prog="mutate", description=__doc__)
-    parser.add_argument("--root", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
-    parser.add_argument("--seed", type=int, default=1, help="draws the changes (1)")
-    parser.add_argument("--count", type=int, default=400, help="how many, if there are (400)")
-    parser.add_argument("--jobs", type=int, default=1, help="how many at once (1)")
-    parser.add_argument(
-        "--only",
-        nargs="+",
-        default=[],
-        metavar="FILE:LINE:COLUMN:KIND",
-        help="these changes, as they are printed, and no others",
-    )
-    parser.add_argument("files", nargs="*", metavar="FILE", help="of these sources only")
-    return parser.parse_args()
-
-
-def choose(by_folder, arguments):
-    """The mutations to judge, in their order, and how many of them are to count."""
-    if not arguments.only:
-        return draw(by_folder, arguments.seed), arguments.count
-    known = {mutation.id: mutation for folder in by_folder.values() for mutation in folder}
-    if unknown := [name for name in arguments.only if name not in known]:
-        raise BuildError(f"no such change: {unknown[0]}")
-    return [known[name] for name in arguments.only], len(arguments.only)
-
-
-def summary(verdicts):
-    outcomes = collections.Counter(verdict.outcome for verdict in verdicts.values())
-    died = outcomes["killed"] + outcomes["timed out"]
-    counted = died + outcomes["survived"]
-    return (
-        f"{counted} changes: {died} noticed ({outcomes['timed out']} by taking too long), "
-        f"{outcomes['survived']} survived; {100 * died / max(1, counted):.1f} % died. "
-        f"{outcomes['not compiled']} more did not compile and do not count."
-    )
-
-
-def main():
-    arguments = parse_arguments()
-    began = time.monotonic()
-    slots = queue.Queue()
-    for slot in range(arguments.jobs):
-        slots.put(slot)
-    try:
-        root = arguments.root.resolve()
-        find_mutations(root, arguments.files)  # before anything is built for what is not there
-        print("building the tests from a copy", file=sys.stderr)
-        tests = TestBuild(root)
-        tests.find_cases()
-        (tests.folder / "verdicts.txt").write_text("", encoding="utf-8")
-        by_folder = find_mutations(tests.sources, arguments.files)
-        mutations, count = choose(by_folder, arguments)
-        check_the_check(tests, by_folder, slots)
-        print(f"ready after {time.monotonic() - began:.0f} s", file=sys.stderr)
-        verdicts = judge_all(tests, mutations, count, arguments.jobs, slots)
-    except BuildError as why:
-        print(f"mutate: {why}", file=sys.stderr)
-        return 1
-    print(f"{summary(verdicts)} {time.monotonic() - began:.0f} s.")
     return 0
 
 

@@ -112,7 +112,6 @@ begin() {
 }
 
 rules() { printf '%s\n' "$@" >"$FAKE/rules"; }
-noRules() { : >"$FAKE/rules"; }
 
 # As the daemon and its user leave it.
 writeFiles() {
@@ -133,7 +132,8 @@ run() {
     "$@" >"$here/output" 2>&1 </dev/null || status=$?
 }
 
-# It is as far as dpkg was let come; and nothing stands outside the jailbreak root.
+# expect STATUS OF DPKG, STATE OF THE PACKAGE, WHETHER IT IS LOADED, RECORD...; and nothing stands outside the
+# jailbreak root.
 expect() {
   local wanted_status=$1 state=$2 loaded=$3
   check "dpkg's status" "$wanted_status" "$((status != 0))"
@@ -141,7 +141,8 @@ expect() {
     "$(dpkg-query --admindir="$here/admin" -W -f '${db:Status-Status} ${Version}' "$package" 2>/dev/null ||
       echo none)"
   check 'loaded' "$loaded" "$([[ -e $FAKE/loaded ]] && echo yes || echo no)"
-  check 'record' "$(grep .)" "$(<"$FAKE/record")"
+  shift 3
+  check 'record' "$(printf '%s\n' "$@" | grep .)" "$(<"$FAKE/record")"
   check 'outside' 'device/var device/var/jb' \
     "$(cd "$here" && find device -mindepth 1 -maxdepth 2 | sort | paste -sd ' ')"
 }
@@ -162,42 +163,23 @@ unload='  launchctl unload ROOT/Library/LaunchDaemons/com.zel.vorlatch.plist'
 bootstrap='  launchctl bootstrap system ROOT/Library/LaunchDaemons/com.zel.vorlatch.plist'
 load='  launchctl load -w ROOT/Library/LaunchDaemons/com.zel.vorlatch.plist'
 release='  vorlatchctl release --keep-preferences'
+lines() { printf '%s\n' "$@"; }
 # A daemon that goes is seen twice more.
-stopped="$stop
-$look
-$look
-$look
-$look_again"
-not_there="$stop
-$unload
-$look
-$look_again"
-will_not_go="$stop
-$unload
-$look
-$look
-$look
-$look
-$look"
-restarted="$stopped
-$bootstrap"
-removed="1.0 prerm: <remove>
-$release
-$stopped
-1.0 postrm: <remove>
-$look
-$look_again"
+stopped=$(lines "$stop" "$look" "$look" "$look" "$look_again")
+not_there=$(lines "$stop" "$unload" "$look" "$look_again")
+will_not_go=$(lines "$stop" "$unload" "$look" "$look" "$look" "$look" "$look")
+restarted=$(lines "$stopped" "$bootstrap")
+upgraded=$(lines '1.0 prerm: <upgrade> <2.0>' '1.0 postrm: <upgrade> <2.0>' '2.0 postinst: <configure> <1.0>')
+removed=$(lines '1.0 prerm: <remove>' "$release" "$stopped" '1.0 postrm: <remove>' "$look" "$look_again")
 
 # shellcheck source=tests/packaging/maintainer_stories.sh
 source "$(dirname "${BASH_SOURCE[0]}")/maintainer_stories.sh"
 
 for shell in /bin/dash '/bin/bash --posix'; do
-  makePackage "$shell" 1.0
-  makePackage "$shell" 2.0
-  makePackage "$shell" 1.0 preinst
-  makePackage "$shell" 2.0 preinst
-  makePackage "$shell" 1.0 prerm
-  makePackage "$shell" 1.0 postrm
+  for version in 1.0 2.0 '1.0 preinst' '2.0 preinst' '1.0 prerm' '1.0 postrm'; do
+    # shellcheck disable=SC2086 # words
+    makePackage "$shell" $version
+  done
   tellStories
 done
 

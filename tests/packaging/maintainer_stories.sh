@@ -8,19 +8,36 @@ installed() {
   writeFiles
 }
 
+# Each does it with rules for the programs: NAME OF THE STORY RULE...
+install() {
+  begin "$1"
+  mkdir -p "$preferences"
+  rules "${@:2}"
+  run -i "$here/1.0.deb"
+}
+upgrade() {
+  installed "$1"
+  rules "${@:2}"
+  run -i "$here/2.0.deb"
+}
+remove() {
+  installed "$1"
+  rules "${@:2}"
+  run -r "$package"
+}
+# onceMore ARGUMENT OF DPKG...: without the rules.
+onceMore() {
+  scenario+=', and once more'
+  rules
+  run "$@"
+}
+
 theirs='./Library/LaunchDaemons/com.zel.vorlatch.plist'
-programs='./usr/bin/vorlatchctl
-./usr/libexec/vorlatchd'
-settings='./var/mobile/Library/Preferences/Vorlatch.log
-./var/mobile/Library/Preferences/Vorlatch.log.aside.0123456789abcdef0123456789abcdef
-./var/mobile/Library/Preferences/com.other.plist
-./var/mobile/Library/Preferences/com.zel.vorlatch.plist
-./var/mobile/Library/Preferences/com.zel.vorlatch.plist.backup
-./var/mobile/Library/Preferences/com.zel.vorlatch.plist.tmp.aB3xYz
-./var/mobile/Library/Preferences/com.zel.vorlatch.status.plist
-./var/mobile/Library/Preferences/com.zel.vorlatch.status.plist.tmp.000000'
-foreign='./var/mobile/Library/Preferences/com.other.plist
-./var/mobile/Library/Preferences/com.zel.vorlatch.plist.backup'
+programs=$(lines ./usr/bin/vorlatchctl ./usr/libexec/vorlatchd)
+settings=$(printf './var/mobile/Library/Preferences/%s\n' Vorlatch.log \
+  Vorlatch.log.aside.0123456789abcdef0123456789abcdef com.other.plist "$package.plist" "$package.plist.backup" \
+  "$package.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000")
+foreign=$(printf './var/mobile/Library/Preferences/%s\n' com.other.plist "$package.plist.backup")
 purged='  rm -f ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist.released ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist.tmp.aB3xYz ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.status.plist ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.status.plist.tmp.000000 ROOT/var/mobile/Library/Preferences/Vorlatch.log ROOT/var/mobile/Library/Preferences/Vorlatch.log.aside.0123456789abcdef0123456789abcdef'
 
 expectKept() {
@@ -32,345 +49,173 @@ expectKept() {
 wholeLife() {
   begin 'install'
   run -i "$here/1.0.deb"
-  expect 0 'installed 1.0' yes <<END
-1.0 postinst: <configure> <>
-  chown -h 501:501 ROOT/var/mobile
-  chown -h 501:501 ROOT/var/mobile/Library
-  chown -h 501:501 ROOT/var/mobile/Library/Preferences
-$not_there
-$bootstrap
-END
+  expect 0 'installed 1.0' yes '1.0 postinst: <configure> <>' '  chown -h 501:501 ROOT/var/mobile' \
+    '  chown -h 501:501 ROOT/var/mobile/Library' '  chown -h 501:501 ROOT/var/mobile/Library/Preferences' \
+    "$not_there" "$bootstrap"
   says
   expectFiles <<<"$theirs"$'\n'"$programs"
   writeFiles
 
   scenario+=', upgrade'
   run -i "$here/2.0.deb"
-  expect 0 'installed 2.0' yes <<END
-1.0 prerm: <upgrade> <2.0>
-1.0 postrm: <upgrade> <2.0>
-2.0 postinst: <configure> <1.0>
-$restarted
-END
+  expect 0 'installed 2.0' yes "$upgraded" "$restarted"
   says
   expectKept 2.0
 
   scenario+=', remove'
   run -r "$package"
-  expect 0 'config-files 2.0' no <<END
-2.0 prerm: <remove>
-$release
-$stopped
-2.0 postrm: <remove>
-$look
-$look_again
-END
+  expect 0 'config-files 2.0' no '2.0 prerm: <remove>' "$release" "$stopped" '2.0 postrm: <remove>' \
+    "$look" "$look_again"
   says
   expectFiles <<<"$settings"
 
   scenario+=', install again'
   run -i "$here/1.0.deb"
-  expect 0 'installed 1.0' yes <<END
-1.0 postinst: <configure> <2.0>
-$not_there
-$bootstrap
-END
+  expect 0 'installed 1.0' yes '1.0 postinst: <configure> <2.0>' "$not_there" "$bootstrap"
   expectKept 1.0
 
   scenario+=', purge'
   echo aside >"$preferences/$package.plist.released"
   run -P "$package"
-  expect 0 none no <<END
-1.0 prerm: <remove>
-$release
-$stopped
-1.0 postrm: <remove>
-$look
-$look_again
-1.0 postrm: <purge>
-$purged
-END
+  expect 0 none no '1.0 prerm: <remove>' "$release" "$stopped" '1.0 postrm: <remove>' "$look" \
+    "$look_again" '1.0 postrm: <purge>' "$purged"
   says
   expectFiles <<<"$foreign"
 }
 
 installFailures() {
-  begin 'install, bootstrap refused'
-  mkdir -p "$preferences"
-  rules '5 launchctl bootstrap *'
-  run -i "$here/1.0.deb"
-  expect 0 'installed 1.0' yes <<END
-1.0 postinst: <configure> <>
-$not_there
-$bootstrap
-$load
-$look
-END
+  install 'install, bootstrap refused' '5 launchctl bootstrap *'
+  expect 0 'installed 1.0' yes '1.0 postinst: <configure> <>' "$not_there" "$bootstrap" "$load" "$look"
   says
 
   begin 'install, nothing starts it, nor can the directory be given to mobile'
   rules '5 launchctl bootstrap *' '1 launchctl load *' '1 chown *'
   run -i "$here/1.0.deb"
-  expect 0 'installed 1.0' no <<END
-1.0 postinst: <configure> <>
-  chown -h 501:501 ROOT/var/mobile
-$not_there
-$bootstrap
-$load
-END
+  expect 0 'installed 1.0' no '1.0 postinst: <configure> <>' '  chown -h 501:501 ROOT/var/mobile' \
+    "$not_there" "$bootstrap" "$load"
   says 'ROOT/var/mobile could not be made for the user mobile' \
     'the daemon could not be started; it will be when the jailbreak next starts its daemons'
 
-  begin 'install, load says that it loaded, and did not'
-  mkdir -p "$preferences"
-  rules '5 launchctl bootstrap *' '0 launchctl load *'
-  run -i "$here/1.0.deb"
-  expect 0 'installed 1.0' no <<END
-1.0 postinst: <configure> <>
-$not_there
-$bootstrap
-$load
-$look
-$look_again
-END
+  install 'install, load says that it loaded, and did not' '5 launchctl bootstrap *' '0 launchctl load *'
+  expect 0 'installed 1.0' no '1.0 postinst: <configure> <>' "$not_there" "$bootstrap" "$load" "$look" \
+    "$look_again"
   says 'the daemon could not be started; it will be when the jailbreak next starts its daemons'
 
   begin 'install without launchctl'
   mkdir -p "$preferences"
   rm "$VORLATCH_JBROOT/usr/bin/launchctl"
   run -i "$here/1.0.deb"
-  expect 0 'installed 1.0' no <<<'1.0 postinst: <configure> <>'
+  expect 0 'installed 1.0' no '1.0 postinst: <configure> <>'
   says 'the daemon could not be started; it will be when the jailbreak next starts its daemons'
 
-  begin 'install, killed half-way'
-  mkdir -p "$preferences"
-  rules 'kill launchctl bootstrap *'
-  run -i "$here/1.0.deb"
-  expect 1 'half-configured 1.0' no <<END
-1.0 postinst: <configure> <>
-$not_there
-$bootstrap
-END
-  scenario+=', and once more'
-  noRules
-  run --configure -a
-  expect 0 'installed 1.0' yes <<END
-1.0 postinst: <configure> <>
-$not_there
-$bootstrap
-END
+  install 'install, killed half-way' 'kill launchctl bootstrap *'
+  expect 1 'half-configured 1.0' no '1.0 postinst: <configure> <>' "$not_there" "$bootstrap"
+  onceMore --configure -a
+  expect 0 'installed 1.0' yes '1.0 postinst: <configure> <>' "$not_there" "$bootstrap"
 
   begin 'install called off'
   run -i "$here/1.0-preinst.deb"
-  expect 1 'not-installed ' no <<END
-1.0 preinst: <install>
-1.0 postrm: <abort-install>
-END
+  expect 1 'not-installed ' no '1.0 preinst: <install>' '1.0 postrm: <abort-install>'
   expectFiles </dev/null
 }
 
 upgradeFailures() {
-  installed 'upgrade, bootout refused'
-  rules '36 launchctl bootout *'
-  run -i "$here/2.0.deb"
-  expect 0 'installed 2.0' yes <<END
-1.0 prerm: <upgrade> <2.0>
-1.0 postrm: <upgrade> <2.0>
-2.0 postinst: <configure> <1.0>
-$stop
-$unload
-$look
-$look
-$look
-$look_again
-$bootstrap
-END
+  upgrade 'upgrade, bootout refused' '36 launchctl bootout *'
+  expect 0 'installed 2.0' yes "$upgraded" "$stop" "$unload" "$look" "$look" "$look" "$look_again" "$bootstrap"
   expectKept 2.0
 
-  installed 'upgrade, the daemon cannot be stopped'
-  rules '36 launchctl bootout *' '1 launchctl unload *'
-  run -i "$here/2.0.deb"
-  expect 0 'installed 2.0' yes <<END
-1.0 prerm: <upgrade> <2.0>
-1.0 postrm: <upgrade> <2.0>
-2.0 postinst: <configure> <1.0>
-$will_not_go
-END
+  upgrade 'upgrade, the daemon cannot be stopped' '36 launchctl bootout *' '1 launchctl unload *'
+  expect 0 'installed 2.0' yes "$upgraded" "$will_not_go"
   says 'the daemon that runs could not be stopped; it goes on until the device is restarted'
   expectKept 2.0
 
-  installed 'upgrade, killed half-way'
-  rules 'kill launchctl bootstrap *'
-  run -i "$here/2.0.deb"
-  expect 1 'half-configured 2.0' no <<END
-1.0 prerm: <upgrade> <2.0>
-1.0 postrm: <upgrade> <2.0>
-2.0 postinst: <configure> <1.0>
-$restarted
-END
+  upgrade 'upgrade, killed half-way' 'kill launchctl bootstrap *'
+  expect 1 'half-configured 2.0' no "$upgraded" "$restarted"
   expectKept 2.0
-  scenario+=', and once more'
-  noRules
-  run --configure -a
-  expect 0 'installed 2.0' yes <<END
-2.0 postinst: <configure> <1.0>
-$not_there
-$bootstrap
-END
+  onceMore --configure -a
+  expect 0 'installed 2.0' yes '2.0 postinst: <configure> <1.0>' "$not_there" "$bootstrap"
   expectKept 2.0
 
   installed 'upgrade called off by the new package'
   run -i "$here/2.0-preinst.deb"
-  expect 1 'installed 1.0' yes <<END
-1.0 prerm: <upgrade> <2.0>
-2.0 preinst: <upgrade> <1.0> <2.0>
-2.0 postrm: <abort-upgrade> <1.0> <2.0>
-1.0 postinst: <abort-upgrade> <2.0>
-$restarted
-END
+  expect 1 'installed 1.0' yes '1.0 prerm: <upgrade> <2.0>' '2.0 preinst: <upgrade> <1.0> <2.0>' \
+    '2.0 postrm: <abort-upgrade> <1.0> <2.0>' '1.0 postinst: <abort-upgrade> <2.0>' "$restarted"
   expectKept 1.0
 
   local breaking
   for breaking in prerm postrm; do
     installed "upgrade, the old $breaking breaks" "$breaking"
     run -i "$here/2.0.deb"
-    expect 0 'installed 2.0' yes <<END
-1.0 prerm: <upgrade> <2.0>
-$([[ $breaking != prerm ]] || echo '2.0 prerm: <failed-upgrade> <1.0> <2.0>')
-1.0 postrm: <upgrade> <2.0>
-$([[ $breaking != postrm ]] || echo '2.0 postrm: <failed-upgrade> <1.0> <2.0>')
-2.0 postinst: <configure> <1.0>
-$restarted
-END
+    expect 0 'installed 2.0' yes '1.0 prerm: <upgrade> <2.0>' \
+      "$([[ $breaking != prerm ]] || echo '2.0 prerm: <failed-upgrade> <1.0> <2.0>')" \
+      '1.0 postrm: <upgrade> <2.0>' \
+      "$([[ $breaking != postrm ]] || echo '2.0 postrm: <failed-upgrade> <1.0> <2.0>')" \
+      '2.0 postinst: <configure> <1.0>' "$restarted"
     expectKept 2.0
   done
 }
 
 removeFailures() {
-  installed 'remove, the release fails'
-  rules '3 vorlatchctl *'
-  run -r "$package"
-  expect 0 'config-files 1.0' no <<<"$removed"
+  remove 'remove, the release fails' '3 vorlatchctl *'
+  expect 0 'config-files 1.0' no "$removed"
   says 'not every target was handed back; they stay as they are until they end'
   expectFiles <<<"$settings"
 
   local deed
   for deed in hang hang-on; do
-    installed "remove, the release does not end ($deed)"
-    rules "$deed vorlatchctl *"
-    run -r "$package"
-    expect 0 'config-files 1.0' no <<END
-${removed/"$release"/"$release$([[ $deed != hang ]] || printf '\n  interrupted')"}
-END
+    remove "remove, the release does not end ($deed)" "$deed vorlatchctl *"
+    expect 0 'config-files 1.0' no \
+      "${removed/"$release"/"$release$([[ $deed != hang ]] || printf '\n  interrupted')"}"
     says 'not every target was handed back; they stay as they are until they end'
     check 'vorlatchctl is ended' no "$(kill -0 "$(<"$FAKE/hung")" 2>/dev/null && echo yes || echo no)"
   done
 
-  installed 'remove, bootout refused'
-  rules '36 launchctl bootout *'
-  run -r "$package"
-  expect 0 'config-files 1.0' no <<END
-1.0 prerm: <remove>
-$release
-$stop
-$unload
-$look
-$look
-$look
-$look_again
-1.0 postrm: <remove>
-$look
-$look_again
-END
+  remove 'remove, bootout refused' '36 launchctl bootout *'
+  expect 0 'config-files 1.0' no '1.0 prerm: <remove>' "$release" "$stop" "$unload" "$look" "$look" \
+    "$look" "$look_again" '1.0 postrm: <remove>' "$look" "$look_again"
   says
 
-  installed 'remove, the daemon cannot be stopped before'
-  rules '36 launchctl bootout *' '1 launchctl unload *'
-  run -r "$package"
-  expect 0 'config-files 1.0' no <<END
-1.0 prerm: <remove>
-$release
-$will_not_go
-1.0 postrm: <remove>
-$look
-$stop
-  launchctl remove com.zel.vorlatch
-END
+  remove 'remove, the daemon cannot be stopped before' '36 launchctl bootout *' '1 launchctl unload *'
+  expect 0 'config-files 1.0' no '1.0 prerm: <remove>' "$release" "$will_not_go" '1.0 postrm: <remove>' \
+    "$look" "$stop" '  launchctl remove com.zel.vorlatch'
   says 'the daemon could not be stopped yet'
 
-  installed 'remove, the daemon cannot be stopped at all'
-  rules '36 launchctl bootout *' '1 launchctl unload *' '1 launchctl remove *'
-  run -r "$package"
-  expect 0 'config-files 1.0' yes <<END
-1.0 prerm: <remove>
-$release
-$will_not_go
-1.0 postrm: <remove>
-$look
-$stop
-  launchctl remove com.zel.vorlatch
-END
+  remove 'remove, the daemon cannot be stopped at all' '36 launchctl bootout *' \
+    '1 launchctl unload *' '1 launchctl remove *'
+  expect 0 'config-files 1.0' yes '1.0 prerm: <remove>' "$release" "$will_not_go" '1.0 postrm: <remove>' \
+    "$look" "$stop" '  launchctl remove com.zel.vorlatch'
   says 'the daemon could not be stopped yet' \
     'the daemon could not be stopped; it ends with the next restart of the device'
 
-  installed 'remove, killed half-way'
-  rules 'kill launchctl bootout *'
-  run -r "$package"
+  remove 'remove, killed half-way' 'kill launchctl bootout *'
   # The script that then starts it again is killed by the same call.
-  expect 1 'half-configured 1.0' yes <<END
-1.0 prerm: <remove>
-$release
-$stop
-1.0 postinst: <abort-remove>
-$stop
-END
+  expect 1 'half-configured 1.0' yes '1.0 prerm: <remove>' "$release" "$stop" \
+    '1.0 postinst: <abort-remove>' "$stop"
   expectKept 1.0
 
-  installed 'remove, killed half-way, called off'
-  rules 'kill vorlatchctl *'
-  run -r "$package"
-  expect 1 'installed 1.0' yes <<END
-1.0 prerm: <remove>
-$release
-1.0 postinst: <abort-remove>
-$restarted
-END
+  remove 'remove, killed half-way, called off' 'kill vorlatchctl *'
+  expect 1 'installed 1.0' yes '1.0 prerm: <remove>' "$release" '1.0 postinst: <abort-remove>' "$restarted"
   expectKept 1.0
-  scenario+=', and once more'
-  noRules
-  run -r "$package"
-  expect 0 'config-files 1.0' no <<<"$removed"
+  onceMore -r "$package"
+  expect 0 'config-files 1.0' no "$removed"
   expectFiles <<<"$settings"
 }
 
 purgeFailures() {
-  installed 'purge, killed half-way'
-  run -r "$package"
+  remove 'purge, killed half-way'
   rules 'kill rm *'
   run -P "$package"
-  expect 1 'config-files 1.0' no <<END
-1.0 postrm: <purge>
-$purged
-END
+  expect 1 'config-files 1.0' no '1.0 postrm: <purge>' "$purged"
   expectFiles <<<"$settings"
-  scenario+=', and once more'
-  noRules
-  run -P "$package"
-  expect 0 none no <<END
-1.0 postrm: <purge>
-$purged
-END
+  onceMore -P "$package"
+  expect 0 none no '1.0 postrm: <purge>' "$purged"
   expectFiles <<<"$foreign"
 
-  installed 'purge, a file cannot be removed'
-  run -r "$package"
+  remove 'purge, a file cannot be removed'
   rm "$preferences/$package.status.plist"
   mkdir "$preferences/$package.status.plist"
   run -P "$package"
-  expect 0 none no <<END
-1.0 postrm: <purge>
-$purged
-END
+  expect 0 none no '1.0 postrm: <purge>' "$purged"
   says 'not every file could be removed from ROOT/var/mobile/Library/Preferences'
   expectFiles <<<"$foreign"
 }

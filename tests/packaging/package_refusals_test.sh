@@ -63,7 +63,7 @@ cannot 'no tool at all' 'package: dpkg-deb is missing' env PATH="$here/bin" "$co
 printf '#!/bin/sh\nexit 1\n' >"$here/apt/dpkg-query"
 printf '#!/bin/sh\necho "E: Unable to locate package" >&2\nexit 100\n' >"$here/apt/apt-get"
 chmod +x "$here/apt/"*
-wanted='git dpkg coreutils findutils cmake ninja-build python3 python3-pip clang-19 lld-19 llvm-19'
+wanted='git dpkg coreutils findutils cmake ninja-build clang-19 lld-19 llvm-19'
 wanted+=' libc++-19-dev libcli11-dev nlohmann-json3-dev lowdown'
 why="package: these packages could not be installed: $wanted"
 ((EUID == 0)) || why="package: packages are missing; as root: apt-get update && apt-get install $wanted"
@@ -72,8 +72,11 @@ cannot 'packages that cannot be had' "$why" env PATH="$here/apt:$PATH" "$copy/sc
 # PyPI cannot be reached: nothing listens on that port.
 export PIP_INDEX_URL=http://127.0.0.1:9/simple PIP_RETRIES=0 PIP_NO_CACHE_DIR=1 PIP_CONFIG_FILE=/dev/null
 unset PIP_FIND_LINKS PIP_EXTRA_INDEX_URL
-cannot 'no PyPI' \
-  "package: Darwin's headers cannot be had from PyPI: check the network, or pip's settings for a mirror" package
+unreachable="cannot be had from PyPI: check the network, or pip's settings for a mirror"
+cannot 'no PyPI' "package: Python packages $unreachable" package
+mkdir -p "$copy/build/python"
+cp "$copy/scripts/lib/requirements.txt" "$copy/build/python"
+cannot 'no PyPI any more' "package: Darwin's headers $unreachable" package
 
 # A disk with too little room, where only its user sees it.
 rm -rf "$copy/build"
