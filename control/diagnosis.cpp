@@ -38,6 +38,13 @@ std::string octal(mode_t mode) {
   return text.data();
 }
 
+struct Diagnosis {
+  Json& report;
+  std::vector<std::string>& lines;
+
+  void say(std::string line) { lines.push_back(std::move(line)); }
+};
+
 void lookAtRoot(Diagnosis& diagnosis) {
   const std::string prefix = libroot_get_jbroot_prefix();  // loads the library, where there is one
   const char* library = platform::rootPrefixLibraryName();
@@ -45,10 +52,9 @@ void lookAtRoot(Diagnosis& diagnosis) {
   if (loaded != nullptr) dlclose(loaded);
   const std::string found_by = loaded != nullptr ? library : "built-in";
   diagnosis.report["root_prefix"] = {{"path", prefix}, {"found_by", found_by}};
-  diagnosis.lines.push_back("jailbreak root: " + prefix +
-                            (loaded != nullptr
-                                 ? " (by " + found_by + ")"
-                                 : " (built in: there is no " + std::string(library) + ")"));
+  diagnosis.say("jailbreak root: " + prefix +
+                (loaded != nullptr ? " (by " + found_by + ")"
+                                   : " (built in: there is no " + std::string(library) + ")"));
 }
 
 void lookAtFile(Diagnosis& diagnosis, const char* name) {
@@ -56,7 +62,7 @@ void lookAtFile(Diagnosis& diagnosis, const char* name) {
   Json file{{"path", jsonOf(path)}, {"exists", false}};
   struct stat status {};
   if (!path || ::lstat(path->c_str(), &status) != 0) {
-    diagnosis.lines.push_back(path.value_or(name) + ": missing");
+    diagnosis.say(path.value_or(name) + ": missing");
   } else {
     const bool as_expected =
         S_ISREG(status.st_mode) && (status.st_mode & kPermissionBits) == kExpectedMode;
@@ -64,9 +70,9 @@ void lookAtFile(Diagnosis& diagnosis, const char* name) {
     file["type"] = typeText(status.st_mode);
     file["mode"] = octal(status.st_mode);
     file["size_bytes"] = static_cast<std::int64_t>(status.st_size);
-    diagnosis.lines.push_back(*path + ": " + typeText(status.st_mode) + ", mode " +
-                              octal(status.st_mode) + ", " + std::to_string(status.st_size) +
-                              " bytes" + (as_expected ? "" : " (expected: a file of mode 0666)"));
+    diagnosis.say(*path + ": " + typeText(status.st_mode) + ", mode " + octal(status.st_mode) +
+                  ", " + std::to_string(status.st_size) + " bytes" +
+                  (as_expected ? "" : " (expected: a file of mode 0666)"));
   }
   diagnosis.report["files"].push_back(file);
 }
@@ -77,9 +83,8 @@ void lookAtSetAside(Diagnosis& diagnosis) {
   const bool left = path && ::lstat((*path + ".released").c_str(), &status) == 0;
   diagnosis.report["release_was_interrupted"] = left;
   if (left) {
-    diagnosis.lines.push_back(*path +
-                              ".released: preferences that an interrupted release set aside; " +
-                              "vorlatchctl release --keep-preferences puts them back");
+    diagnosis.say(*path + ".released: preferences that an interrupted release set aside; " +
+                  "vorlatchctl release --keep-preferences puts them back");
   }
 }
 
@@ -93,10 +98,10 @@ bool isLow(std::int32_t limit_mb) {
 
 // launchd gives a daemon that the system does not know a limit of a few megabytes.
 void sayLimits(Diagnosis& diagnosis, const MemoryLimits& now) {
-  diagnosis.lines.push_back("daemon: memory limits " + limitText(now.active_mb) + " active, " +
-                            limitText(now.inactive_mb) + " inactive");
+  diagnosis.say("daemon: memory limits " + limitText(now.active_mb) + " active, " +
+                limitText(now.inactive_mb) + " inactive");
   if (!isLow(now.active_mb) && !isLow(now.inactive_mb)) return;
-  diagnosis.lines.push_back(
+  diagnosis.say(
       "daemon: the system ends it above so low a limit; this target of its own gives it more: "
       "vorlatchctl set vorlatchd MemLimitActive=32 MemLimitInactive=32 JetsamPriority=-1 "
       "NiceValue=-20");
@@ -116,14 +121,13 @@ void lookAtDaemon(Diagnosis& diagnosis, const Observation& observation) {
          {"nice", jsonOf(now.nice_value)},
          {"active_limit_mb", limit(&MemoryLimits::active_mb)},
          {"inactive_limit_mb", limit(&MemoryLimits::inactive_mb)}});
-    diagnosis.lines.push_back("daemon: runs as " + std::to_string(pid) + ", jetsam band " +
-                              numberText(band) + ", nice " + numberText(now.nice_value));
+    diagnosis.say("daemon: runs as " + std::to_string(pid) + ", jetsam band " + numberText(band) +
+                  ", nice " + numberText(now.nice_value));
     if (now.memory_limits) sayLimits(diagnosis, *now.memory_limits);
   }
-  if (observation.daemon_pids.empty()) diagnosis.lines.push_back("daemon: does not run");
+  if (observation.daemon_pids.empty()) diagnosis.say("daemon: does not run");
   if (observation.daemon_pids.size() > 1) {
-    diagnosis.lines.push_back(
-        "daemon: more than one runs, and they work against each other; end all but one");
+    diagnosis.say("daemon: more than one runs, and they work against each other; end all but one");
   }
 }
 
@@ -144,9 +148,10 @@ void lookAtKernel(Diagnosis& diagnosis, const Observation& observation) {
   ::uname(&system);
   const std::optional<int> major = darwinMajor(system);
   std::optional<std::int32_t> by_version;
-  if (major)
+  if (major) {
     by_version =
         *major < kDarwinOfIOS16 ? platform::kHighestBandToIOS15 : platform::kHighestBandSinceIOS16;
+  }
   // The daemon asks for the highest: another band than that of a generation says nothing of it.
   std::optional<std::int32_t> by_daemon;
   if (!observation.daemon_pids.empty()) {
@@ -159,20 +164,19 @@ void lookAtKernel(Diagnosis& diagnosis, const Observation& observation) {
   diagnosis.report["kernel"] = {{"system", name},
                                 {"highest_band_by_version", jsonOf(by_version)},
                                 {"highest_band_by_daemon", jsonOf(by_daemon)}};
-  diagnosis.lines.push_back(
-      "kernel: " + name + ", highest jetsam band " +
-      (by_version ? std::to_string(*by_version) : "unknown") + " by its version, " +
-      (by_daemon ? std::to_string(*by_daemon) : "unknown") + " by the daemon's own");
+  diagnosis.say("kernel: " + name + ", highest jetsam band " +
+                (by_version ? std::to_string(*by_version) : "unknown") + " by its version, " +
+                (by_daemon ? std::to_string(*by_daemon) : "unknown") + " by the daemon's own");
   if (by_version && by_daemon && by_version != by_daemon) {
-    diagnosis.lines.push_back(
-        "kernel: the two differ; the log's first lines show what the daemon was refused");
+    diagnosis.say("kernel: the two differ; the log's first lines show what the daemon was refused");
   }
 }
 
 }  // namespace
 
-Diagnosis diagnose() {
-  Diagnosis diagnosis;
+nlohmann::ordered_json diagnose(std::vector<std::string>& lines) {
+  Json report;
+  Diagnosis diagnosis{.report = report, .lines = lines};
   const Observation observation = Observation::now();
   lookAtRoot(diagnosis);
   for (const char* name : {kPreferencesFileName, kStatusFileName, kLogFileName}) {
@@ -181,11 +185,9 @@ Diagnosis diagnose() {
   lookAtSetAside(diagnosis);
   lookAtDaemon(diagnosis, observation);
   lookAtKernel(diagnosis, observation);
-  diagnosis.report["is_root"] = ::geteuid() == 0;
-  if (::geteuid() != 0) {
-    diagnosis.lines.emplace_back("user: not root, so the kernel answers only in part");
-  }
-  return diagnosis;
+  report["is_root"] = ::geteuid() == 0;
+  if (::geteuid() != 0) diagnosis.say("user: not root, so the kernel answers only in part");
+  return report;
 }
 
 }  // namespace vorlatch::control

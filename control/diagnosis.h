@@ -7,13 +7,8 @@
 
 namespace vorlatch::control {
 
-// The same facts twice: as JSON for programs and as lines for people, who also get advice.
-struct Diagnosis {
-  nlohmann::ordered_json report;
-  std::vector<std::string> lines;
-};
-
-// Looks and changes nothing.
-Diagnosis diagnose();
+// Looks and changes nothing. Returns the facts as JSON for programs, and adds them to `lines` for
+// people, with advice.
+nlohmann::ordered_json diagnose(std::vector<std::string>& lines);
 
 }  // namespace vorlatch::control

@@ -123,13 +123,13 @@ Change unsetSettings(const std::string& target, const std::vector<std::string>& 
   };
 }
 
-Change removeTargets(const std::vector<std::string>& removed) {
-  return [removed](Dictionary& preferences) {
-    Dictionary& targets = targetsOf(preferences);
-    for (const std::string& target : removed) {
-      if (!targets.contains(target)) failUnknownTarget(keysOf(targets), target);
+Change removeTargets(const std::vector<std::string>& targets) {
+  return [targets](Dictionary& preferences) {
+    Dictionary& configured = targetsOf(preferences);
+    for (const std::string& target : targets) {
+      if (!configured.contains(target)) failUnknownTarget(keysOf(configured), target);
     }
-    for (const std::string& target : removed) targets.erase(target);
+    for (const std::string& target : targets) configured.erase(target);
   };
 }
 

@@ -111,7 +111,7 @@ constexpr SettingView kManaged{
     .cell =
         [](const TargetView& target) {
           const std::optional<bool>& is_managed = target.state.is_managed;
-          const std::string now = !is_managed ? "-" : *is_managed ? "yes" : "no";
+          std::string now = !is_managed ? "-" : *is_managed ? "yes" : "no";
           if (!target.wanted.strips_managed) return now;
           return wantedAndNow(*target.wanted.strips_managed ? "no" : "yes", now);
         },
@@ -147,6 +147,7 @@ constexpr std::array kSteps = {&kLimits, &kNice, &kBand, &kManaged};
 
 std::vector<std::string> settingHeadings() {
   std::vector<std::string> headings;
+  headings.reserve(kColumns.size());
   for (const SettingView* view : kColumns) headings.emplace_back(view->heading);
   return headings;
 }

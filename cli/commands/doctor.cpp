@@ -6,11 +6,12 @@ namespace vorlatch::cli {
 namespace {
 
 ExitStatus doctor(const Session& session) {
-  const control::Diagnosis diagnosis = control::diagnose();
+  std::vector<std::string> lines;
+  const Json report = control::diagnose(lines);
   if (session.wants_json) {
-    print(session, diagnosis.report);
+    print(session, report);
   } else {
-    for (const std::string& line : diagnosis.lines) printLine(session, line);
+    for (const std::string& line : lines) printLine(session, line);
   }
   return kDone;
 }

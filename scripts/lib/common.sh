@@ -61,7 +61,6 @@ require_packages() {
 
 installPython() {
   local wanted=$root/scripts/lib/requirements.txt folder=$root/build/python
-  cmp -s "$wanted" "$folder/requirements.txt" && return
   note "fetching Python packages from PyPI"
   rm -rf "$folder"
   quietly "$folder.log" python3 -m pip --disable-pip-version-check install --require-hashes --no-deps \
@@ -73,7 +72,9 @@ installPython() {
 # Sees to it that the Python packages in requirements.txt are there, in build/python.
 require_python() {
   require_packages python3 python3-pip
-  locked installPython
+  # Without the lock when there is nothing to do, as another script may be building for long.
+  cmp -s "$root/scripts/lib/requirements.txt" "$root/build/python/requirements.txt" ||
+    locked installPython
   export PYTHONPATH=$root/build/python PYTHONDONTWRITEBYTECODE=1
 }
 
