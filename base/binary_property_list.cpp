@@ -9,9 +9,9 @@ constexpr std::string_view kMagic = "bplist";
 constexpr std::string_view kVersionPrefix = "bplist0";
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
-constexpr std::uint8_t kMaxIntegerSize = 8;  // of offsets and references
+constexpr std::uint8_t kMaxIntegerSize = 8;  // bytes per offset or reference
 
-// The low half of a marker when the count follows as an integer object.
+// The low half of a marker if the count follows as an integer object.
 constexpr std::uint8_t kCountFollows = 0xF;
 constexpr std::uint8_t kIntegerMarker = 0x1;
 
@@ -21,7 +21,7 @@ bool isIntegerSize(std::uint8_t size) {
   return size >= 1 && size <= kMaxIntegerSize;
 }
 
-// Takes the count that follows a marker off the bytes.
+// Removes the leading count from `rest` and returns it; std::nullopt if it is malformed.
 std::optional<std::uint64_t> takeCount(std::string_view& rest) {
   if (rest.empty()) return std::nullopt;
   const auto marker = static_cast<std::uint8_t>(rest.front());
@@ -43,7 +43,7 @@ std::optional<BinaryObject> number(Kind kind, std::uint8_t exponent, std::string
   return fixed(kind, rest, std::size_t{1} << exponent);
 }
 
-// The first `count` elements of the bytes, when they are there.
+// Returns the first `count` elements, or std::nullopt if `rest` is too short.
 std::optional<std::string_view> elements(std::string_view rest, std::uint64_t count,
                                          std::size_t element_size) {
   if (count > rest.size() / element_size) return std::nullopt;

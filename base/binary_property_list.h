@@ -1,5 +1,5 @@
-// The objects of a binary property list. Portable: it tells what stands in the bytes, for whoever
-// bounds them and for whoever reads them, and never reads outside them.
+// Decodes the objects of a binary property list. Portable; never reads outside the given bytes.
+// Shared by the code that bounds a list and the code that repairs or reads it.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace vorlatch::plist {
 
-// One object as it is stored.
+// One object as stored in the file.
 struct BinaryObject {
   enum class Kind : std::uint8_t {
     False,
@@ -21,34 +21,34 @@ struct BinaryObject {
     Utf16String,  // payload: the code units, big-endian
     Uid,          // payload: 1 to 8 bytes
     List,         // an array; payload: `count` references
-    Dict,         // a dictionary; payload: `count` references to keys, then as many to values
+    Dict,         // a dictionary; payload: `count` references to keys, then `count` to values
   };
   Kind kind;
   std::string_view payload;
-  std::uint64_t count;  // of the members of an array or dictionary, 0 otherwise
+  std::uint64_t count;  // members of an array or entries of a dictionary; 0 otherwise
 };
 
-// Whether the bytes claim to be a binary property list, of whatever version.
+// Returns true if the bytes begin with the magic of a binary property list, of any version.
 bool isBinaryPropertyList(std::string_view bytes);
 
-// The number that at most eight big-endian bytes stand for.
+// Returns the unsigned number that at most eight big-endian bytes hold.
 std::uint64_t bigEndian(std::string_view bytes);
 
 class BinaryPropertyList {
  public:
-  // Nothing when the trailer or the extent of the offset table is malformed, or the version is not
-  // one of "0x". The bytes must outlive the result and its objects.
+  // Returns std::nullopt if the trailer or the extent of the offset table is malformed, or if the
+  // first digit of the version is not 0. The bytes must outlive the result and its objects.
   static std::optional<BinaryPropertyList> open(std::string_view bytes);
 
   [[nodiscard]] std::uint64_t objectCount() const { return object_count_; }
   [[nodiscard]] std::uint64_t rootIndex() const { return root_index_; }
 
-  // Nothing when the index, the object's place or its extent is out of bounds, or it is of a type
-  // that no property list holds.
+  // Returns std::nullopt if the index, the object's offset or its extent is out of bounds, or if no
+  // property list can hold an object of its type.
   [[nodiscard]] std::optional<BinaryObject> object(std::uint64_t index) const;
 
-  // The n-th reference of an array's or dictionary's payload, an object's index that may be out of
-  // bounds; n is below `count`, or below twice `count` for a dictionary.
+  // Returns the n-th reference in the payload of an array or dictionary: an object index, which may
+  // be out of bounds. n must be below `count`, or below 2 * `count` for a dictionary.
   [[nodiscard]] std::uint64_t reference(const BinaryObject& object, std::uint64_t n) const;
 
  private:
@@ -56,7 +56,7 @@ class BinaryPropertyList {
 
   [[nodiscard]] std::optional<BinaryObject> sized(std::uint8_t marker, std::string_view rest) const;
 
-  std::string_view objects_;  // everything in front of the offset table, from the file's first byte
+  std::string_view objects_;  // the file's bytes before the offset table
   std::string_view offset_table_;
   std::uint64_t object_count_ = 0;
   std::uint64_t root_index_ = 0;

@@ -1,4 +1,4 @@
-// An open file, closed when it goes. POSIX, the same on every platform.
+// Owns a file descriptor and closes it on destruction. POSIX, the same on every platform.
 #pragma once
 
 #include <unistd.h>
@@ -10,7 +10,7 @@ namespace vorlatch {
 
 class Descriptor {
  public:
-  // Takes the descriptor over; below zero it holds nothing.
+  // Takes ownership of the descriptor; a negative number means none.
   explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
   Descriptor(Descriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
   Descriptor& operator=(Descriptor&&) = delete;
@@ -21,14 +21,14 @@ class Descriptor {
   }
   [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
   [[nodiscard]] int get() const { return descriptor_; }
-  // Leaves it open for the life of the process.
+  // Gives up ownership without closing: the descriptor stays open until the process ends.
   void release() { descriptor_ = -1; }
 
  private:
   int descriptor_;
 };
 
-// Writes all of the bytes; false when that failed, and then part of them may be written.
+// Writes all bytes. Returns false on failure; some of the bytes may then have been written.
 bool writeWhole(const Descriptor& file, std::string_view bytes);
 
 }  // namespace vorlatch

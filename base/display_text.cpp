@@ -15,7 +15,7 @@ struct Range {
   std::uint32_t last;
 };
 
-// East Asian Wide and Fullwidth, by block: single unassigned places in them do not matter.
+// Blocks of East Asian Wide and Fullwidth characters; unassigned code points in them do no harm.
 constexpr std::array<Range, 14> kWide = {{{0x1100, 0x115F},
                                           {0x2E80, 0x303E},
                                           {0x3041, 0xA4CF},
@@ -30,7 +30,7 @@ constexpr std::array<Range, 14> kWide = {{{0x1100, 0x115F},
                                           {0x1F900, 0x1F9FF},
                                           {0x20000, 0x2FFFD},
                                           {0x30000, 0x3FFFD}}};
-// What combines with the character before it: marks, the vowels and finals of Hangul, and formats.
+// Characters of width 0: combining marks, vowels and finals of Hangul, and format characters.
 constexpr std::array<Range, 16> kWithoutWidth = {{{0x0300, 0x036F},
                                                   {0x0483, 0x0489},
                                                   {0x061C, 0x061C},
@@ -60,7 +60,7 @@ std::size_t widthOf(std::uint32_t character) {
   return isIn(kWide, character) ? 2 : 1;
 }
 
-// The bytes of the character that the text begins with; 0 when it begins with none.
+// Returns the length in bytes of the UTF-8 character that the text begins with, or 0.
 std::size_t characterLength(std::string_view text) {
   for (std::size_t length = 1; length <= 4 && length <= text.size(); ++length) {
     if (isValidUtf8(text.substr(0, length))) return length;
@@ -85,7 +85,7 @@ std::string byteInHex(char byte) {
   return text.data();
 }
 
-// Characters that change what stands around them: the C1 controls and the changes of direction.
+// Returns true for C1 controls, line and paragraph separators, and changes of text direction.
 bool isCommand(std::uint32_t character) {
   constexpr std::array<Range, 5> kCommands = {
       {{0x80, 0x9F}, {0x061C, 0x061C}, {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}}};

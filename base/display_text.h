@@ -1,4 +1,4 @@
-// Text as it is shown: how wide it is, and without what would command the terminal.
+// Makes text safe to print on a terminal, and measures and shortens it in terminal columns.
 #pragma once
 
 #include <cstddef>
@@ -7,18 +7,20 @@
 
 namespace vorlatch {
 
-// The text with control characters and bytes that are not UTF-8 spelled out (^[, \xFF), so that no
-// process name, preferences key or log line commands the terminal.
+// Returns the text with control characters, changes of direction and invalid UTF-8 spelled out, for
+// example ^[ and \xFF, so that no process name, preferences key or log line can command the
+// terminal.
 std::string visible(std::string_view text);
 
-// JSON text with the same characters as \u escapes; its line ends and blanks are left.
+// Returns JSON text with DEL, C1 controls and changes of text direction as \u escapes. Expects JSON
+// without raw C0 controls in its strings; line breaks and spaces between values stay.
 std::string commandsEscaped(std::string_view json);
 
-// The columns that visible text takes: 2 for a wide (East Asian) character, 0 for a combining mark
-// of Latin, Greek, Cyrillic, kana or Hangul; of rarer scripts each counts 1.
+// Returns the columns that visible text takes: 2 for a wide (East Asian) character, 0 for a
+// combining mark of Latin, Greek, Cyrillic, kana or Hangul, 1 for any other character.
 std::size_t displayWidth(std::string_view text);
 
-// Visible text cut to so many columns, with an ellipsis where something went.
+// Returns visible text shortened to at most `columns`, with an ellipsis if anything was removed.
 std::string cutToWidth(std::string_view text, std::size_t columns);
 
 }  // namespace vorlatch

@@ -16,9 +16,9 @@ namespace vorlatch {
 namespace {
 
 constexpr mode_t kEveryoneReadsAndWrites = 0666;
-// Behind the name of what is moved aside; in bytes, of which each takes two digits.
+// Random bytes in the name of a file moved aside; each gives two hexadecimal digits.
 constexpr std::size_t kAsideNumberBytes = 16;
-// Behind the name of the file that it becomes, with a number behind it: unlike anybody's ".backup".
+// Temporary files are named FILE.tmp.XXXXXX, so that no backup made by hand is taken for one.
 constexpr const char* kTemporaryMark = ".tmp.";
 constexpr std::size_t kTemporaryNumberLength = 6;
 
@@ -30,15 +30,15 @@ bool isPlain(const struct stat& status) {
   return isRegular(status) && status.st_nlink == 1;
 }
 
-// Whether everybody may see what the file holds. Whoever can give it another name can reach it, and
-// then its mode alone keeps them out.
+// Returns true if the contents may be published. A file with several hard links may be a secret
+// that another user linked here, so its mode must already let others read it.
 bool isFitForEverybody(const struct stat& status) {
   return isPlain(status) || (isRegular(status) && (status.st_mode & S_IROTH) != 0);
 }
 
-// The file under the path, when it is what is meant, and how it stands; links are followed unless
-// the flags have O_NOFOLLOW. Without blocking, so that a FIFO or another program's lease that came
-// meanwhile holds nobody up; to what is then done with a regular file it makes no difference.
+// Opens the file if `is_meant` accepts it, and stores its status. Follows symbolic links unless the
+// flags have O_NOFOLLOW. Uses O_NONBLOCK, so that a FIFO or another program's lease cannot block
+// the daemon; it does not affect the later use of a regular file.
 Descriptor openFile(const std::string& path, int flags, bool (*is_meant)(const struct stat&),
                     struct stat& status) {
   const int at_link = (flags & O_NOFOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0;
@@ -56,14 +56,14 @@ Descriptor openPlainFile(const std::string& path, int access, struct stat& statu
   return openFile(path, access | O_NOFOLLOW, isPlain, status);
 }
 
-// What is meant for anything but a plain file goes nowhere.
+// Opens the file, or /dev/null if it is not a plain file.
 Descriptor openForAppending(const std::string& path) {
   struct stat status {};
   Descriptor file = openPlainFile(path, O_WRONLY | O_APPEND, status);
   return file.isOpen() ? std::move(file) : Descriptor(::open("/dev/null", O_RDWR | O_CLOEXEC));
 }
 
-// The stream is not opened anew by a path, which may lead elsewhere by then.
+// Redirects the stream without reopening a path, which may name another file by now.
 bool point(std::FILE* stream, const Descriptor& file) {
   std::fflush(stream);
   const bool is_pointed = ::dup2(file.get(), ::fileno(stream)) >= 0;
@@ -75,7 +75,7 @@ std::optional<std::string> contentsOf(const Descriptor& file, const struct stat&
                                       std::size_t limit_bytes) {
   if (!file.isOpen()) return std::nullopt;
   if (static_cast<std::uint64_t>(status.st_size) > limit_bytes) return std::nullopt;
-  // One byte more than the file is said to hold, so that the read that fills it also sees its end.
+  // One byte more than st_size leaves room for the read that detects the end of the file.
   std::string contents(static_cast<std::size_t>(status.st_size) + 1, '\0');
   std::size_t length = 0;
   while (true) {
@@ -84,7 +84,7 @@ std::optional<std::string> contentsOf(const Descriptor& file, const struct stat&
     if (got < 0) return std::nullopt;
     if (got == 0) break;
     length += static_cast<std::size_t>(got);
-    if (length > limit_bytes) return std::nullopt;  // it grew while it was read
+    if (length > limit_bytes) return std::nullopt;  // the file grew meanwhile
     if (length == contents.size()) contents.resize(std::min(2 * length, limit_bytes + 1));
   }
   contents.resize(length);
@@ -129,7 +129,7 @@ void pointStreamsAtEndOf(const std::string& path) {
   if (!file.isOpen()) return;
   static_cast<void>(point(stdout, file));
   static_cast<void>(point(stderr, file));
-  // Where a stream was closed when the daemon was started, the file has got that stream's number.
+  // If the daemon was started with a standard stream closed, the file got that stream's number.
   if (file.get() <= STDERR_FILENO) file.release();
 }
 
@@ -141,9 +141,9 @@ bool emptyUnderStreams(const std::string& path, std::int64_t limit_bytes) {
   const Descriptor out = openPlainFile(path, O_WRONLY, again);
   const bool is_one = status.st_dev == again.st_dev && status.st_ino == again.st_ino;
   if (!err.isOpen() || !out.isOpen() || !is_one || status.st_size <= limit_bytes) return false;
-  // So that no line of another thread's comes in between, to be overwritten by the next.
+  // Keeps other threads from writing a line between the steps, where it would be lost.
   ::flockfile(stderr);
-  // The streams first: one that kept its place would write behind a hole.
+  // Redirects before truncating: a stream that kept its old offset would leave a hole in the file.
   const bool is_emptied =
       point(stdout, out) && point(stderr, err) && ::ftruncate(err.get(), 0) == 0;
   if (!is_emptied) {
@@ -191,7 +191,7 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes,
   std::string temporary = path + kTemporaryMark + "XXXXXX";
   const Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
   if (!file.isOpen()) return false;
-  // The mode before the move, so that there is no moment at which readers are shut out.
+  // Sets the mode before the rename, so that readers are never locked out.
   bool written = ::fchmod(file.get(), kEveryoneReadsAndWrites) == 0 && writeWhole(file, bytes);
   if (written && may_replace && !may_replace()) {
     errno = ESTALE;

@@ -1,10 +1,10 @@
-// Every call by which the daemon finds, opens, moves or changes a file, in one place. All of it is
-// POSIX and the same on every platform. Safe to call from any thread.
+// All calls by which the daemon finds, opens, moves or changes a file. POSIX only, the same on
+// every platform. Safe to call from any thread.
 //
-// The daemon is root, and its files lie where others may put anything in their place, at any
-// moment. A plain file is what it may change: regular, under this one name, and reached through no
-// link. What stands under a path is looked at before it is opened, as opening a device already does
-// something, and judged once it is open, as it may have been exchanged in between.
+// The daemon runs as root, and its files are in directories where other users can replace them at
+// any moment. It therefore changes only plain files: regular files with a single hard link, whose
+// path is not a symbolic link. A file is checked before it is opened, because opening a device may
+// already have an effect, and again afterwards, because it may have been exchanged in between.
 #pragma once
 
 #include <cstddef>
@@ -18,52 +18,54 @@
 
 namespace vorlatch {
 
-// True also when that cannot be found out, so that nobody replaces a file that may be there.
+// Returns true if the path exists, and also if the check itself fails, so that callers never
+// overwrite a file they could not see.
 bool fileExists(const std::string& path);
 
-// Creates the file without contents; whatever is there already is left as it is, and nothing is
-// made where a link leads. Failure is silent.
+// Creates an empty file unless the path exists. Leaves an existing file as it is, and does not
+// follow a symbolic link. Failure is silent.
 void createEmptyFile(const std::string& path);
 
-// Renames what stands under the path, unless it is a plain file: ".aside." and a number that nobody
-// can guess go behind its name, so that nothing is replaced. Failure is silent.
+// Renames whatever is at the path, unless it is a plain file. Appends ".aside." and a random number
+// that nobody can guess, so that the rename never replaces a file. Failure is silent.
 void moveAsideUnlessPlain(const std::string& path);
 
-// Sets mode 0666 whatever the umask, so that unprivileged programs can read and edit the file, if
-// it is a plain one. Failure is silent; without privilege it takes a file that may be read or
-// written.
+// Sets mode 0666 on a plain file, whatever the umask, so that unprivileged programs can read and
+// edit it. Failure is silent. An unprivileged caller must be able to read or to write the file.
 void letEveryoneReadAndWrite(const std::string& path);
 
-// Points standard output and standard error at the end of a plain file, wherever its end will be.
-// When that fails, what is written to them is lost, but they stay valid and keep their descriptors
-// from being given to another file.
+// Redirects standard output and standard error to a plain file, in append mode. If that fails,
+// redirects them to /dev/null: their output is lost, but their descriptor numbers stay in use and
+// are never given to another file.
 void pointStreamsAtEndOf(const std::string& path);
 
-// Empties a plain file that is larger than this, and points both streams at its beginning, each
-// with a place of its own. False when it is not so large, is no plain file or cannot be emptied;
-// nothing is lost then, and what is written goes on at the end.
+// Empties a plain file larger than `limit_bytes` and redirects both streams to its beginning, each
+// with its own file offset. Returns false if the file is not larger, is not plain or cannot be
+// emptied; then it keeps its contents, and output continues at its end.
 bool emptyUnderStreams(const std::string& path, std::int64_t limit_bytes);
 
-// Opens a regular file for reading, also through links. A call that failed leaves its errno; it is
-// untouched where something else than a file is there.
+// Opens a regular file for reading; follows symbolic links. If a system call fails, errno is that
+// call's. If the path holds anything but a regular file, errno is unchanged.
 Descriptor openRegularFile(const std::string& path);
 
-// The contents of a regular file; nothing when it is none, cannot be read, or is longer than
-// `limit_bytes`.
+// Returns the contents of a regular file. Returns std::nullopt if it is not one, cannot be read, or
+// is longer than `limit_bytes`.
 std::optional<std::string> readFile(const std::string& path, std::size_t limit_bytes);
 
-// Likewise for one who writes them out again for everybody: nothing where that could show them what
-// they may not read, as the path is a link, or another name of a file that is closed to others.
+// Like readFile, for contents that will be published with mode 0666. Also returns std::nullopt for
+// a symbolic link, and for one of several hard links to a file that others may not read, because
+// publishing it would disclose it.
 std::optional<std::string> readFileToPublish(const std::string& path, std::size_t limit_bytes);
 
-// Writes a temporary file beside `path` and moves it into place, so that a reader sees the old
-// contents or the new, never a part. With `may_replace`, asks it right before the move. False and
-// errno when that failed, ESTALE when it said no; the old file is then as it was.
+// Writes a temporary file with mode 0666 beside `path` and renames it to `path`, so that a reader
+// sees either the old or the new contents. Calls `may_replace`, if given, right before the rename.
+// On failure returns false with errno and leaves the old file as it was; errno is ESTALE if
+// `may_replace` returned false.
 bool writeFileAtomically(const std::string& path, std::string_view bytes,
                          const std::function<bool()>& may_replace = nullptr);
 
-// Removes the temporary files of writers to `path` that were killed; also of one that is at work,
-// whose write then fails. Failure is silent.
+// Removes the temporary files that killed writers of `path` left behind. A writer that is still
+// running loses its file too, and its write fails. Failure is silent.
 void removeTemporariesOf(const std::string& path);
 
 }  // namespace vorlatch

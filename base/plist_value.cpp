@@ -14,9 +14,8 @@ constexpr const char* kUidKey = "CF$UID";
 constexpr double kTwoTo63 = 9223372036854775808.0;
 constexpr double kTwoTo64 = 18446744073709551616.0;
 
-// Goes through the comparison form of a value: a letter for the kind, then the contents, with the
-// length in front of what varies in length. Counts its bytes, and writes them where there is room
-// for them.
+// Produces the comparison form of a value: a letter for the kind, then the contents, with the
+// length first if it varies. Counts the bytes, and appends them to `written` unless that is null.
 struct ComparisonForm {
   std::string* written = nullptr;
   std::size_t bytes = 0;
@@ -31,8 +30,8 @@ struct ComparisonForm {
     putNumber(above_int64);
   }
   void operator()(double value) {
-    // A real that is a whole number within 64 bits is that integer. (The device's long double has
-    // the width of a double, so only integers keep 64 bits.)
+    // A real that is a whole number within 64 bits has the form of that integer, because integers
+    // keep all 64 bits and the device's long double is only as wide as a double.
     const bool is_whole = std::trunc(value) == value;
     if (is_whole && value >= -kTwoTo63 && value < kTwoTo63) {
       (*this)(static_cast<std::int64_t>(value));
@@ -46,7 +45,7 @@ struct ComparisonForm {
   void operator()(const std::string& text) { putSized("s", text); }
   void operator()(const Date& date) {
     put("d");
-    putReal(date.seconds_since_2001 == 0 ? 0.0 : date.seconds_since_2001);  // no -0
+    putReal(date.seconds_since_2001 == 0 ? 0.0 : date.seconds_since_2001);  // -0 equals 0
   }
   void operator()(const Data& data) { putSized("b", data.bytes); }
   void operator()(const Array& array) {
@@ -68,8 +67,8 @@ struct ComparisonForm {
     bytes += some.size();
     if (written != nullptr) written->append(some);
   }
-  // Seven bits to a byte, the lowest first, as most numbers are small; the top bit says that more
-  // follow.
+  // Seven bits per byte, lowest first, because most numbers are small. The top bit means that more
+  // bytes follow.
   void putNumber(std::uint64_t number) {
     for (; number > 0x7F; number >>= 7U) putByte((number & 0x7FU) | 0x80U);
     putByte(number);
@@ -96,7 +95,7 @@ bool isDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-// Skips leading blanks and one sign; tells whether the sign was a minus.
+// Skips leading blanks and one sign. Returns true if the sign was a minus.
 bool skipBlanksAndSign(std::string_view& text) {
   while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
   if (text.empty() || (text.front() != '-' && text.front() != '+')) return false;
@@ -109,7 +108,7 @@ std::int64_t leadingInteger(std::string_view text) {
   constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
   constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
   const bool negative = skipBlanksAndSign(text);
-  // Collected below zero, where the range reaches one further.
+  // Accumulates the negated number, because INT64_MIN has no positive counterpart.
   std::int64_t below_zero = 0;
   for (; !text.empty() && isDigit(text.front()); text.remove_prefix(1)) {
     const int digit = text.front() - '0';
@@ -145,10 +144,10 @@ Value::Value(std::uint64_t value) {
 }
 
 std::string comparisonForm(const Value& value) {
-  // Counted first, so that no second buffer is there while it grows.
+  // Counts first, so that the string never grows by copying into a second buffer.
   ComparisonForm counted;
   std::visit(counted, value.storage());
-  std::string form(counted.bytes, '\0');  // the very capacity, which reserve() would round up
+  std::string form(counted.bytes, '\0');  // exact capacity; reserve() would round up
   form.clear();
   std::visit(ComparisonForm{.written = &form}, value.storage());
   return form;

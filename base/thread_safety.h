@@ -1,6 +1,6 @@
-// Which lock guards what, and what is confined to a queue or thread, in words that clang checks
-// while it compiles (-Wthread-safety); to any other compiler they are nothing. The same on every
-// platform.
+// Annotations that say which lock guards a variable, and which queue or thread it is confined to.
+// clang checks them at compile time (-Wthread-safety); other compilers ignore them. The same on
+// every platform.
 #pragma once
 
 #include <condition_variable>
@@ -12,9 +12,9 @@
 #define VORLATCH_CHECKED(attribute)
 #endif
 
-// Of a variable: it is read and written only where this is held.
+// On a variable: it is read and written only while `held` is held.
 #define GUARDED_BY(held) VORLATCH_CHECKED(guarded_by(held))
-// Of a function: it is called only where this is held.
+// On a function: it is called only while `held` is held.
 #define REQUIRES(held) VORLATCH_CHECKED(requires_capability(held))
 
 namespace vorlatch {
@@ -25,7 +25,7 @@ class VORLATCH_CHECKED(capability("lock")) Mutex {
   std::mutex mutex_;
 };
 
-// Holds the mutex as long as it lives.
+// Holds the mutex for its own lifetime.
 class VORLATCH_CHECKED(scoped_lockable) Lock {
  public:
   explicit Lock(Mutex& mutex) VORLATCH_CHECKED(acquire_capability(mutex)) : lock_(mutex.mutex_) {}
@@ -33,7 +33,7 @@ class VORLATCH_CHECKED(scoped_lockable) Lock {
   Lock& operator=(const Lock&) = delete;
   ~Lock() VORLATCH_CHECKED(release_capability()) = default;
 
-  // Lets go of the mutex while it waits.
+  // Releases the mutex while waiting.
   void wait(std::condition_variable& changed) { changed.wait(lock_); }
   template <typename TimePoint>
   void waitUntil(std::condition_variable& changed, const TimePoint& time) {
@@ -44,10 +44,10 @@ class VORLATCH_CHECKED(scoped_lockable) Lock {
   std::unique_lock<std::mutex> lock_;
 };
 
-// A serial queue or a thread, as something that is held by what runs there.
+// A serial queue or thread as a capability, which the code that runs there holds.
 class VORLATCH_CHECKED(capability("queue")) Confinement {
  public:
-  // Says to the compiler that this runs there: where work begins that was sent there.
+  // Tells the compiler that the calling code runs there; placed where a work item begins.
   void assertHeld() const VORLATCH_CHECKED(assert_capability(this)) {}
 };
 

@@ -21,7 +21,7 @@ bool isLowSurrogate(char16_t unit) {
   return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-// Passes each character on, and the replacement character for half of one.
+// Calls `visit` with each code point, and with U+FFFD for a lone surrogate.
 template <typename Visit>
 void forEachCharacter(std::u16string_view units, Visit visit) {
   for (std::size_t i = 0; i < units.size(); ++i) {
@@ -34,9 +34,9 @@ void forEachCharacter(std::u16string_view units, Visit visit) {
 }
 
 struct Lead {
-  std::size_t length;         // of the whole sequence; 0: not a lead byte
-  std::uint32_t bits;         // the lead byte's share of the code point
-  std::uint32_t lowest_code;  // below this the sequence is overlong
+  std::size_t length;         // bytes of the whole sequence; 0: not a lead byte
+  std::uint32_t bits;         // the lead byte's part of the code point
+  std::uint32_t lowest_code;  // a lower code point is overlong
 };
 
 Lead leadOf(unsigned char byte) {
@@ -46,7 +46,7 @@ Lead leadOf(unsigned char byte) {
   return {0, 0, 0};
 }
 
-// The length of the well-formed multi-byte sequence at the start of the text, 0 without one.
+// Returns the length of the well-formed multi-byte sequence at the start of the text, or 0.
 std::size_t sequenceLength(std::string_view text) {
   const Lead lead = leadOf(static_cast<unsigned char>(text.front()));
   if (lead.length == 0 || lead.length > text.size()) return 0;

@@ -1,4 +1,4 @@
-// UTF-8, as strictly as the device's strings take it.
+// UTF-8 validation and conversion, as strict as the device's own strings.
 #pragma once
 
 #include <cstdint>
@@ -7,15 +7,16 @@
 
 namespace vorlatch {
 
-// Whether the text is well-formed UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
-// A NUL is a character like any other.
+// Returns true if the text is well-formed UTF-8: no overlong forms, no surrogates, nothing above
+// U+10FFFF. NUL is an ordinary character.
 bool isValidUtf8(std::string_view text);
 
-// Appends the character; false, and nothing appended, when the code point is a surrogate or above
-// U+10FFFF.
+// Appends the character. Returns false, and appends nothing, if the code point is a surrogate or
+// above U+10FFFF.
 bool appendUtf8(std::string& text, std::uint32_t code_point);
 
-// UTF-8 of UTF-16: how long it is, and itself. A surrogate without its other half becomes U+FFFD.
+// Convert UTF-16: utf8Length counts the bytes, appendUtf8 appends them. U+FFFD replaces a lone
+// surrogate.
 std::size_t utf8Length(std::u16string_view units);
 void appendUtf8(std::string& text, std::u16string_view units);
 

@@ -26,7 +26,7 @@ bool isAscii(std::string_view bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](char c) { return (c & 0x80) == 0; });
 }
 
-// Whether an XML declaration leaves the encoding at UTF-8, or for ASCII bytes at ASCII.
+// Returns true if an XML declaration names no encoding or UTF-8, or US-ASCII for ASCII bytes.
 bool isUtf8Declaration(std::string_view declaration, bool is_ascii) {
   const std::size_t encoding = declaration.find("encoding");
   if (encoding == std::string_view::npos) return true;
@@ -110,8 +110,8 @@ bool XmlScanner::skipDeclaration() {
   return true;
 }
 
-// Where the > of the tag at the start stands. Some parsers end a tag at the first >, others pass
-// over quoted ones: a bracket in quotes is refused, so that both find the same end.
+// Returns the index of the > that ends the tag at the start, or npos. Some parsers end a tag at the
+// first >, others skip a quoted >. Refuses quoted brackets, so that both find the same end.
 std::size_t XmlScanner::tagEnd() const {
   std::size_t at = rest_.find_first_of("<>\"'", 1);
   while (at != std::string_view::npos && (rest_[at] == '"' || rest_[at] == '\'')) {

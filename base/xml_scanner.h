@@ -1,5 +1,5 @@
-// The tokens of an XML property list. Portable: it tells what stands in the bytes for whoever
-// bounds them and for whoever reads them, so that both see the same nesting.
+// Splits an XML property list into tokens. Portable. The code that bounds a list and the code that
+// guards a parser share it, so that both see the same nesting.
 #pragma once
 
 #include <cstddef>
@@ -10,22 +10,22 @@ namespace vorlatch::plist {
 
 struct XmlToken {
   enum class Kind : std::uint8_t {
-    Text,       // between tags, entities not yet replaced
-    CData,      // taken literally
+    Text,       // text between tags, entities not yet replaced
+    CData,      // text to be taken literally
     Open,       // <name ...>
     Close,      // </name>
     Empty,      // <name .../>
-    End,        // of the bytes
-    Malformed,  // what follows cannot be told
+    End,        // the end of the bytes
+    Malformed,  // the rest cannot be read reliably
   };
   Kind kind;
-  std::string_view content;  // a tag's name, or the text; part of the bytes scanned
+  std::string_view content;  // the tag's name, or the text; points into the scanned bytes
 };
 
-// Goes through the bytes once, in linear time. Comments, processing instructions and the document
-// type are passed over. Malformed is also everything that parsers could take for different
-// structures: a NUL, an encoding other than UTF-8, angle brackets in an attribute, and a document
-// type with declarations of its own. Once malformed or at the end, it stays there.
+// Scans the bytes once, in linear time. Skips comments, processing instructions and the document
+// type. Malformed includes everything that parsers could read as different structures: a NUL, an
+// encoding other than UTF-8, angle brackets in an attribute, and a document type that contains
+// declarations. After Malformed or End, next() keeps returning it.
 class XmlScanner {
  public:
   // The bytes must outlive the scanner and its tokens.

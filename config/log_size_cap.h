@@ -1,10 +1,10 @@
-// The size cap of the log.
+// Limits the size of the log.
 #pragma once
 
 namespace vorlatch {
 
-// Empties the log when it is larger than the preferences allow, which it reads afresh. A log that
-// cannot be looked at is left alone. Called by the pass, on the debounce queue.
+// Reads the preferences again and empties the log if it is larger than they allow. Does nothing if
+// the log cannot be examined. The pass calls it, on the debounce queue.
 void checkLogSizeAndClearIfNeeded();
 
 }  // namespace vorlatch

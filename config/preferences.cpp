@@ -29,7 +29,7 @@ TargetDictionaries appConfigs(plist::Dictionary preferences) {
   auto* configs = entry->second.as<plist::Dictionary>();
   if (configs == nullptr) return targets;
   while (!configs->empty()) {
-    // Taken out, because only the key of an entry that is in no map may be moved.
+    // Extracts the entry, because its key may be moved only while the entry is in no map.
     auto target = configs->extract(configs->begin());
     auto* dictionary = target.mapped().as<plist::Dictionary>();
     if (dictionary == nullptr) continue;

@@ -1,5 +1,5 @@
-// The preferences file as the daemon reads it: its keys and the rules by which each is read. Every
-// reader loads the file afresh; nothing of it is kept between runs.
+// The preferences file as the daemon reads it: its keys and the rule for reading each of them.
+// Every reader loads the file again; nothing is cached between runs.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 namespace vorlatch {
 
 inline constexpr const char* kPreferencesFileName = "com.zel.vorlatch.plist";
-// Posted by whoever changed the file.
+// A program posts this notification after it has changed the file.
 inline constexpr const char* kApplyNotificationName = "com.zel.vorlatch/ApplyLimits";
 
 namespace keys {
@@ -25,29 +25,29 @@ inline constexpr const char* kLogSizeLimit = "LogSizeLimit";
 // One entry of AppConfigs.
 struct ConfiguredTarget {
   TargetSettings settings;
-  // The comparison form of the whole dictionary: keys that the daemon does not know count as an
-  // edit.
+  // The comparison form of the whole dictionary. It includes keys that the daemon does not know, so
+  // that changing them counts as an edit.
   std::string stored_form;
 };
 
-// By target key: an app's bundle identifier or a process name.
+// Keyed by target: an app's bundle identifier or a process name.
 using Targets = std::map<std::string, ConfiguredTarget, std::less<>>;
 using TargetDictionaries = std::map<std::string, plist::Dictionary, std::less<>>;
 
-// The file's dictionary; empty, and so switched off, when it is missing or does not parse.
+// Returns the file's dictionary; empty, and so switched off, if it is missing or does not parse.
 plist::Dictionary loadPreferences();
 
-// The master switch; off when missing.
+// Returns the master switch; false if it is missing.
 bool isEnabled(const plist::Dictionary& preferences);
 
-// The targets' dictionaries; an entry of another type is passed over.
+// Returns the targets' dictionaries. Skips an entry of another type.
 TargetDictionaries appConfigs(plist::Dictionary preferences);
 
-// The targets as the daemon reads them. Takes the preferences over, and frees each dictionary as
-// soon as it is read.
+// Returns the targets as the daemon reads them. Consumes the preferences, and frees each dictionary
+// as soon as it is read.
 Targets configuredTargets(plist::Dictionary preferences);
 
-// The size in bytes above which the log is emptied; nothing when the cap is off.
+// Returns the size in bytes above which the log is emptied, or std::nullopt if it has no limit.
 std::optional<std::int64_t> logSizeLimit(const plist::Dictionary& preferences);
 
 }  // namespace vorlatch

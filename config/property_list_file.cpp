@@ -10,7 +10,7 @@
 namespace vorlatch {
 
 std::optional<plist::Value> readPropertyList(const std::string& path, const char* only_key) {
-  // One file's bytes and tree at a time, whichever queues ask.
+  // Allows one file's bytes and tree in memory at a time, even if several queues read.
   static Mutex& reading = *new Mutex;
   const Lock lock(reading);
   const std::optional<std::string> bytes = readFile(path, kPropertyListBound.file_bytes);

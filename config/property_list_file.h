@@ -1,4 +1,4 @@
-// Property lists in files.
+// Reads and writes property list files.
 #pragma once
 
 #include <optional>
@@ -9,19 +9,19 @@
 
 namespace vorlatch {
 
-// The value that the file holds; nothing when it is missing, unreadable, not a property list, or
-// one beyond the bounds of size and nesting. Safe to call from any thread.
+// Returns the value in the file. Returns std::nullopt if the file is missing, unreadable, not a
+// property list, or beyond the limits of size and nesting. With `only_key`, a dictionary is reduced
+// to that entry. Safe to call from any thread.
 std::optional<plist::Value> readPropertyList(const std::string& path,
                                              const char* only_key = nullptr);
 
-// Likewise for the bytes of such a file.
+// Like readPropertyList, for the bytes of such a file.
 std::optional<plist::Value> propertyListIn(std::string_view bytes, const char* only_key = nullptr);
 
-// Likewise for a list whose root is a dictionary; empty otherwise. With `only_key`, that entry
-// alone.
+// Like readPropertyList, but returns an empty dictionary if the file does not hold one.
 plist::Dictionary readDictionary(const std::string& path, const char* only_key = nullptr);
 
-// Writes the value as XML, whole or not at all; false when that failed.
+// Writes the value as XML, replacing the file atomically. Returns false on failure.
 bool writePropertyList(const std::string& path, const plist::Value& value);
 
 }  // namespace vorlatch

@@ -16,22 +16,23 @@ using plist::BinaryPropertyList;
 using plist::XmlScanner;
 using plist::XmlToken;
 
-// What one object takes at most, in the library's tree and in ours together, with what the daemon
-// keeps of a target. Measured with libplist 2.2.0 on a 64-bit machine (benchmarks/heap_benchmark,
-// tests/scenario/heap_test).
+// The most that one object takes in the library's tree and in our values together, including what
+// the daemon keeps of a target. Measured with libplist 2.2.0 on a 64-bit machine
+// (benchmarks/heap_benchmark, tests/scenario/heap_test).
 constexpr std::size_t kScalarBytes = 190;
 constexpr std::size_t kKeyBytes = 240;
 constexpr std::size_t kContainerBytes = 450;
-// Each byte of a key above these: the daemon keeps the key of a target in several places.
+// Cost per byte of a key beyond a short one: the daemon keeps a target's key in several places.
 constexpr std::size_t kShortKeyBytes = 16;
 constexpr std::size_t kKeyByteBytes = 10;
-// Each byte of a text: in the file's bytes, in the library's tree and in ours.
+// Each byte of a string is held three times: in the file's bytes, the library's tree and our
+// values.
 constexpr std::size_t kTextByteBytes = 3;
 
-// A comment or character data, each of which libplist gives a part of its own.
+// Cost per comment or CDATA section: libplist stores each as a separate part of the text.
 constexpr std::size_t kTextPartBytes = 60;
 
-// Counts up to where the bound is passed.
+// Adds up the size of a list; callers stop when isOver() returns true.
 class Measure {
  public:
   explicit Measure(std::size_t file_bytes)
@@ -54,20 +55,19 @@ class Measure {
   PropertyListSize size_;
 };
 
-// Up to three bytes for each unit of two.
+// Returns an upper limit of the length in UTF-8: three bytes per UTF-16 unit.
 std::size_t utf8Bytes(const BinaryObject& object) {
   const bool is_wide = object.kind == BinaryObject::Kind::Utf16String;
   return is_wide ? object.payload.size() / 2 * 3 : object.payload.size();
 }
 
-// Visits every object as often as it is referred to. No memory of the visited is needed: each visit
-// counts, so their number is bounded, and a list that refers to itself runs into the bound of
-// levels.
+// Visits every object once per reference to it. It need not remember visited objects: every visit
+// adds to the size, so their number is bounded, and a list that contains itself exceeds the levels.
 class BinaryWalk {
  public:
   BinaryWalk(const BinaryPropertyList& list, Measure& measure) : list_(list), measure_(measure) {}
 
-  // False when the list is damaged.
+  // Returns false if the list is damaged.
   bool measure() {
     if (!enter(list_.rootIndex())) return false;
     while (depth_ > 0 && !measure_.isOver()) {
@@ -91,7 +91,7 @@ class BinaryWalk {
     std::uint64_t end = 0;
   };
 
-  // Only a text is one. Libraries written in C stop at a NUL in it, or stop the program.
+  // Returns false unless the key is a string without NUL: C libraries stop or crash at a NUL.
   bool addKey(std::uint64_t index) {
     const std::optional<BinaryObject> object = list_.object(index);
     if (!object) return false;
@@ -130,7 +130,7 @@ bool measureBinary(std::string_view bytes, Measure& measure) {
   return list && BinaryWalk(*list, measure).measure();
 }
 
-// Whatever is not known to be a scalar may hold others.
+// Returns true for a known scalar. Any other element counts as one that may hold others.
 bool isScalar(std::string_view name) {
   constexpr std::array<std::string_view, 7> kScalars = {"string", "integer", "real", "date",
                                                         "data",   "true",    "false"};
@@ -152,7 +152,7 @@ bool measureXml(std::string_view bytes, Measure& measure) {
   measure.addTextParts(countOf("<!", bytes));
   XmlScanner scanner(bytes);
   std::size_t depth = 0;
-  bool is_in_plist = false;  // the element around everything, which is no level of the list
+  bool is_in_plist = false;  // <plist> is the outermost element; it is no level
   std::size_t text_bytes = 0;
   while (!measure.isOver()) {
     const XmlToken token = scanner.next();
@@ -162,7 +162,7 @@ bool measureXml(std::string_view bytes, Measure& measure) {
     if (token.kind == Kind::Text || token.kind == Kind::CData) {
       text_bytes += token.content.size();
     } else if (isScalar(token.content) || token.content == "key") {
-      // What stands between elements is blanks, which nobody keeps.
+      // Does not count text between elements: it is blanks, which no parser keeps.
       if (token.kind == Kind::Close) add(token.content, text_bytes, measure);
       if (token.kind == Kind::Empty) add(token.content, 0, measure);
       text_bytes = 0;
@@ -177,7 +177,7 @@ bool measureXml(std::string_view bytes, Measure& measure) {
   return true;
 }
 
-// Parsers differ in what they take for blanks in front; no text list begins with any of it.
+// Returns true if '<' is the first printable character; parsers skip different bytes before it.
 bool looksLikeXml(std::string_view bytes) {
   const auto* const first =
       std::find_if(bytes.begin(), bytes.end(), [](char c) { return c > ' ' && c <= '~'; });

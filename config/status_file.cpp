@@ -19,7 +19,7 @@ struct StatusEntry {
 };
 
 struct Status {
-  // Held from the change to the mode, so that the file never falls behind a later change.
+  // Held until the file is written and has its mode, so that no older state replaces a newer one.
   Mutex mutex;
   std::map<std::string, StatusEntry> entries GUARDED_BY(mutex);
 };

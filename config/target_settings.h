@@ -1,5 +1,5 @@
-// A target's settings: the typed values that the daemon works with, and the one table that says how
-// each is stored, read and typed in.
+// A target's settings: the typed values that the daemon uses, and the table that says how each is
+// stored, read and entered.
 #pragma once
 
 #include <array>
@@ -26,14 +26,14 @@ inline constexpr const char* kRemark = "Remark";
 inline constexpr std::int32_t kLowestNice = -20;
 inline constexpr std::int32_t kHighestNice = 20;
 
-// How a target is held. A member's initial value is what a missing key means.
+// The settings at which a target is held. A member's initial value applies if its key is missing.
 struct TargetSettings {
-  std::int32_t check_interval_s = 0;  // the period of the watch timer; 0 without one
-  std::int32_t jetsam_priority = 0;   // the band; -1: left alone, 0: given back to the system
+  std::int32_t check_interval_s = 0;  // period of the watch timer; 0: no timer
+  std::int32_t jetsam_priority = 0;   // the band; -1: not changed, 0: returned to the system
   std::int32_t active_limit_mb = 0;   // below 1: the system's default
   std::int32_t inactive_limit_mb = 0;
   std::int32_t nice_value = 0;
-  // Taken out of the system's memory management; empty: the managed state is left alone.
+  // Whether the process is taken out of the system's memory management; empty: not changed.
   std::optional<bool> strips_managed = std::nullopt;
 
   friend bool operator==(const TargetSettings&, const TargetSettings&) = default;
@@ -47,14 +47,14 @@ struct SettingKey {
   const char* key;
   const char* meaning;
   Kind kind;
-  // Of an integer: the numbers that mean something, and whether the daemon reads any other number
-  // as the nearest of them. Where it does not, the number goes to the kernel as it is.
+  // For an integer: the range of meaningful numbers, and whether the daemon clamps other numbers to
+  // it. If it does not, they go to the kernel unchanged.
   std::int32_t lowest = 0;
   std::int32_t highest = 0;
   bool is_clamped = false;
-  // What becomes of any other number, for people; null where it depends on the number.
+  // Tells people what happens to a number outside the range; null if that depends on the number.
   const char* outside = nullptr;
-  // Where the value is kept; null for a key that the daemon does not read.
+  // The member that holds the value; null for a key that the daemon does not read.
   std::int32_t TargetSettings::*integer = nullptr;
   std::optional<bool> TargetSettings::*boolean = nullptr;
 };
@@ -105,11 +105,11 @@ inline constexpr std::array<SettingKey, 7> kSettingKeys = {{
      .kind = SettingKey::Kind::Text},
 }};
 
-// Returns the key's row of the table, null for a key that is not in it.
+// Returns the key's row of the table, or null if there is none.
 const SettingKey* findSettingKey(std::string_view key);
 
-// Reads the settings from a stored dictionary: numbers and truth values of any stored type, each by
-// its row of the table.
+// Reads the settings from a stored dictionary. Accepts any stored type as a number or truth value,
+// and clamps as the table says.
 TargetSettings readTargetSettings(const plist::Dictionary& dictionary);
 
 }  // namespace vorlatch

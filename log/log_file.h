@@ -1,4 +1,4 @@
-// The log file: where the log lines go, and how it is kept small.
+// Opens the log file and keeps it small.
 #pragma once
 
 #include <cstdint>
@@ -7,15 +7,15 @@ namespace vorlatch {
 
 inline constexpr const char* kLogFileName = "Vorlatch.log";
 
-// Makes the log file when missing, gives it mode 0666 and points standard output and standard error
-// at its end. What stands in its place, be it a link, a device, a directory or a file with another
-// name too, is renamed first. Failure is silent: the daemon then runs without a log. Called once,
+// Creates the log file if it is missing, sets mode 0666, and redirects standard output and standard
+// error to its end. First renames anything else at its path: a link, a device, a directory or a
+// file with several hard links. Failure is silent: the daemon then runs without a log. Called once,
 // at start, on the main thread.
 void openLog();
 
-// Empties the log when it is larger than this, and says so in its first line. The file itself and
-// its mode stay; both streams then write from its beginning and no longer append. Anything but a
-// plain file in the log's place is left alone. Safe to call from any queue.
+// Empties the log if it is larger than `limit_bytes`, and says so in its first line. The file and
+// its mode stay; both streams then write from its beginning and no longer append. Does nothing if
+// the path holds anything but a plain file. Safe to call from any queue.
 void clearLogAbove(std::int64_t limit_bytes);
 
 }  // namespace vorlatch

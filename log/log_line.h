@@ -1,4 +1,4 @@
-// The one way in which every message is written.
+// Writes log lines. Every message goes through these functions.
 #pragma once
 
 #include <cstddef>
@@ -12,8 +12,8 @@
 
 namespace vorlatch {
 
-// A message's format, checked when it is compiled: it begins with "[%s] " for the stamp, its other
-// fields are those of the arguments in their order, and only a literal can become one.
+// The format of a message, checked at compile time: a literal that begins with "[%s] " for the time
+// stamp, has one matching field per argument, in order, and ends with a line feed.
 template <typename... Args>
 class LogFormat {
  public:
@@ -48,9 +48,9 @@ class LogFormat {
   const char* text_;
 };
 
-// Writes one line to standard error, with the current stamp in front, and flushes it. One call is
-// one write to the stream, so lines of different queues do not mix. Failure is silent. Safe to call
-// from any thread.
+// Writes one line to standard error, with the current time stamp in front, and flushes it. Each
+// call writes to the stream once, so that lines of different queues do not mix. Failure is silent.
+// Safe to call from any thread.
 template <typename... Args>
 void writeLogLine(std::type_identity_t<LogFormat<Args...>> format, Args... args) {
   const std::string stamp = platform::localTimeStamp();
@@ -58,12 +58,12 @@ void writeLogLine(std::type_identity_t<LogFormat<Args...>> format, Args... args)
   std::fflush(stderr);
 }
 
-// The line between the daemon's own chapters: start-up and patrol.
+// Writes the line that separates the sections of the log: start-up and patrol.
 inline void writeChapterSeparator() {
   writeLogLine("[%s] ========================================\n");
 }
 
-// The line above the block of one target.
+// Writes the line above the messages about one target.
 inline void writeTargetSeparator() {
   writeLogLine("[%s] ----------------------------------------\n");
 }

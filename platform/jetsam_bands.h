@@ -1,4 +1,4 @@
-// The kernel's jetsam bands.
+// The kernel's jetsam bands. When memory is short, the kernel ends processes in low bands first.
 #pragma once
 
 #include <array>
@@ -10,13 +10,13 @@ inline constexpr std::int32_t kNoSuchBand = -1;
 inline constexpr std::int32_t kHighestBandToIOS15 = 21;
 inline constexpr std::int32_t kHighestBandSinceIOS16 = 210;
 
-// The bands of xnu-11417.101.15 (bsd/sys/kern_memorystatus.h). Since xnu-8792 (iOS 16) they are
-// those of earlier kernels times ten.
+// The bands of xnu-11417.101.15 (bsd/sys/kern_memorystatus.h). Since xnu-8792 (iOS 16) each number
+// is ten times that of earlier kernels.
 struct JetsamBand {
   const char* name;
-  std::int32_t to_ios15;  // kNoSuchBand where those kernels lack it
+  std::int32_t to_ios15;  // kNoSuchBand if those kernels lack the band
   std::int32_t since_ios16;
-  bool is_reserved;  // a kernel that is asked for it makes it idle
+  bool is_reserved;  // the kernel turns a request for this band into idle
 };
 
 inline constexpr std::array<JetsamBand, 20> kJetsamBands = {

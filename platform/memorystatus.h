@@ -1,6 +1,6 @@
-// The seam for the kernel's memory status and priority calls, with the kernel's own names, records
-// and numbers: xnu-11417.101.15, bsd/sys/kern_memorystatus.h and bsd/sys/resource.h. The public SDK
-// leaves them out, so they are declared here for every platform.
+// Platform interface for the kernel's memory status and priority calls, with the kernel's own
+// names, records and numbers: xnu-11417.101.15, bsd/sys/kern_memorystatus.h and bsd/sys/resource.h.
+// Declared here for every platform, because the public SDK lacks them.
 #pragma once
 
 #include <sys/resource.h>
@@ -20,24 +20,24 @@ inline constexpr std::uint32_t MEMORYSTATUS_CMD_SET_PROCESS_IS_MANAGED = 16;
 inline constexpr std::uint32_t MEMORYSTATUS_CMD_GET_PROCESS_IS_MANAGED = 17;
 inline constexpr std::uint32_t MEMORYSTATUS_CMD_SET_PROCESS_IS_FREEZABLE = 18;
 
-// Flag of SET_PRIORITY_PROPERTIES: the requested band stays, the effective one becomes the value.
+// Flag of SET_PRIORITY_PROPERTIES: changes the effective band and keeps the requested one.
 inline constexpr std::uint32_t MEMORYSTATUS_SET_PRIORITY_ASSERTION = 0x1;
-// Attribute of a memory limit: going over it ends the process.
+// Attribute of a memory limit: the kernel ends a process that exceeds the limit.
 inline constexpr std::uint32_t MEMORYSTATUS_MEMLIMIT_ATTR_FATAL = 0x1;
 
-// One process of the kernel's priority list.
+// One process in the kernel's priority list.
 struct memorystatus_priority_entry {
   std::int32_t pid;
-  std::int32_t priority;    // the jetsam band in force
+  std::int32_t priority;    // the effective jetsam band
   std::uint64_t user_data;  // never interpreted by the kernel
-  std::int32_t limit;       // MB in force now, -1 without one
+  std::int32_t limit;       // MB in force now; -1: none
   std::uint32_t state;
 };
 static_assert(sizeof(memorystatus_priority_entry) == 24);
 
 struct memorystatus_priority_properties {
   std::int32_t priority;
-  std::uint32_t padding;  // alignment in the kernel's record; always 0
+  std::uint32_t padding;  // alignment; always 0
   std::uint64_t user_data;
 };
 static_assert(sizeof(memorystatus_priority_properties) == 16);
@@ -50,20 +50,20 @@ struct memorystatus_memlimit_properties {
 };
 static_assert(sizeof(memorystatus_memlimit_properties) == 16);
 
-// `which` of setpriority beside PRIO_PROCESS of <sys/resource.h>, and its value.
+// A `which` argument of setpriority besides PRIO_PROCESS of <sys/resource.h>, and one value for it.
 inline constexpr int PRIO_DARWIN_ROLE = 6;
 inline constexpr int PRIO_DARWIN_ROLE_UI_FOCAL = 1;
 
-// memorystatus_control(2) of the kernel: -1 and errno on failure; on success the number of bytes
-// for GET_PRIORITY_LIST, 0 or 1 for GET_PROCESS_IS_MANAGED, 0 for the others.
-// Safe to call from any thread, as are the two below.
+// The kernel's memorystatus_control(2). Returns -1 with errno on failure. On success returns the
+// number of bytes for GET_PRIORITY_LIST, 0 or 1 for GET_PROCESS_IS_MANAGED, and 0 for the others.
+// Safe to call from any thread, as are the two functions below.
 int memorystatus_control(std::uint32_t command, std::int32_t pid, std::uint32_t flags, void* buffer,
                          std::size_t buffersize);
 
-// getpriority(2): the nice value, or -1 and errno. -1 is also a nice value: clear errno first.
+// Returns the nice value, or -1 with errno. -1 is also a nice value: clear errno first.
 int getpriority(int which, std::uint32_t who);
 
-// setpriority(2): 0, or -1 and errno. The value holds for the whole process.
+// setpriority(2): returns 0, or -1 with errno. The value applies to the whole process.
 int setpriority(int which, std::uint32_t who, int value);
 
 }  // namespace vorlatch::platform

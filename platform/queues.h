@@ -1,4 +1,4 @@
-// The seam for execution contexts: serial queues, their timers, and the main thread's run loop.
+// Platform interface for serial queues, their timers, and the main thread's run loop.
 #pragma once
 
 #include <cstdint>
@@ -9,13 +9,13 @@ namespace vorlatch::platform {
 
 using Work = std::function<void()>;
 
-// Runs its work one piece at a time, in the order in which it was sent. Lives as long as the
-// process.
+// Runs its work items one at a time, in the order in which they were sent. Lives until the process
+// ends.
 class SerialQueue;
 
 SerialQueue& makeSerialQueue(const char* label);
 
-// Sends work to the queue and returns at once. Safe to call from any thread.
+// Sends a work item to the queue and returns at once. Safe to call from any thread.
 void async(SerialQueue& queue, Work work);
 
 inline constexpr std::uint64_t kNever = UINT64_MAX;
@@ -23,7 +23,7 @@ inline constexpr std::uint64_t kNever = UINT64_MAX;
 struct TimerSchedule {
   std::uint64_t start_ns;     // from now
   std::uint64_t interval_ns;  // kNever: fires once
-  std::uint64_t leeway_ns;    // how much later than due a fire may come
+  std::uint64_t leeway_ns;    // how late a fire may be
 };
 
 class TimerSource;
@@ -31,17 +31,17 @@ struct CancelTimer {
   void operator()(TimerSource* source) const;
 };
 
-// A running timer. Letting go of it cancels it; done on the timer's own queue, its handler does not
-// run again, not even for a fire that was already due.
+// A running timer. Destroying it cancels it. If that happens on the timer's own queue, the handler
+// never runs again, not even for a fire that was already due.
 using Timer = std::unique_ptr<TimerSource, CancelTimer>;
 
-// Starts a timer that runs the handler on the queue. Fires that were missed come as one, and later
-// ones stay on the grid start + n x interval. Time is the uptime: it stands still while the device
+// Starts a timer that runs the handler on the queue. Missed fires are merged into one, and later
+// fires stay on the grid start + n x interval. Measures uptime, which stands still while the device
 // sleeps. Safe to call from any thread.
 Timer startTimer(SerialQueue& queue, const TimerSchedule& schedule, Work handler);
 
-// Serves the main thread: runs what is delivered to it, for the life of the process. Called once,
-// on the main thread. Returns only where the platform ends its run loop.
+// Runs the main thread's work until the process ends. Call once, on the main thread. Returns only
+// if the platform ends its run loop.
 void runMainLoop();
 
 }  // namespace vorlatch::platform

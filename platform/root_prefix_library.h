@@ -1,9 +1,9 @@
-// The seam for the jailbreak's root-prefix library.
+// Platform interface for the jailbreak's root-prefix library.
 #pragma once
 
 namespace vorlatch::platform {
 
-// The name by which dlopen finds the library through the program's run paths. Never null.
+// Returns the name under which dlopen finds the library in the program's run paths. Never null.
 const char* rootPrefixLibraryName();
 
 }  // namespace vorlatch::platform

@@ -24,8 +24,8 @@ const char* noBootUuid() {
   return "00000000-0000-0000-0000-000000000000";
 }
 
-// Writes `prefix` and `path` one after the other, cut short to the buffer. Null when the caller
-// gave no buffer and there is no memory for one.
+// Writes `prefix` and `path` one after the other, truncated to the buffer. Allocates a missing
+// buffer; returns null if there is no memory.
 const char* joinedInto(char* buffer, const char* prefix, const char* path) {
   if (buffer == nullptr) buffer = static_cast<char*>(std::malloc(kPathBufferBytes));
   if (buffer == nullptr) return nullptr;
@@ -44,7 +44,7 @@ const char* buildRootfsPath(const char* path, char* resolved_path) {
   if (path[0] != '/') return joinedInto(resolved_path, "", path);
   const char* jbroot_prefix = libroot_get_jbroot_prefix();
   const std::size_t length = std::strlen(jbroot_prefix);
-  // The prefix may end inside a path component: libroot itself compares no further either.
+  // As in libroot itself, the prefix may end inside a path component.
   if (std::strncmp(path, jbroot_prefix, length) == 0) {
     return joinedInto(resolved_path, "", path + length);
   }
@@ -66,7 +66,7 @@ void fill(Function& slot, void* library, const char* name, Function fallback) {
 }
 
 Slots load() {
-  // Never closed: the slots point into it for the life of the process.
+  // Never closed, because the slots point into it until the process ends.
   void* library = dlopen(platform::rootPrefixLibraryName(), RTLD_NOW);
   Slots slots;
   fill(slots.get_root_prefix, library, "libroot_get_root_prefix", &noRootPrefix);

@@ -1,5 +1,5 @@
-// A reference to a CoreFoundation object that this code owns, by CoreFoundation's rule of Create
-// and Copy: released when it goes.
+// Owns a reference to a CoreFoundation object, by CoreFoundation's Create and Copy rule, and
+// releases it on destruction.
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -11,7 +11,7 @@ namespace vorlatch::platform {
 template <typename Ref>
 class CFOwned {
  public:
-  // Takes over what a Create or Copy function gave; null holds nothing.
+  // Takes ownership of the result of a Create or Copy function; null means none.
   explicit CFOwned(Ref object) : object_(object) {}
   CFOwned(CFOwned&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
   CFOwned& operator=(CFOwned&&) = delete;

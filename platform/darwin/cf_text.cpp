@@ -11,7 +11,7 @@ namespace {
 
 constexpr CFIndex kPieceUnits = 1024;
 
-// Passes the text on in pieces, as it may be long; no piece ends inside a character.
+// Calls `visit` with pieces of the text, because it may be long. No piece splits a character.
 template <typename Visit>
 void forEachPiece(CFStringRef text, Visit visit) {
   std::array<char16_t, kPieceUnits> units{};
@@ -28,7 +28,7 @@ void forEachPiece(CFStringRef text, Visit visit) {
 
 }  // namespace
 
-// CoreFoundation's own conversion fails at a lone surrogate, with a loss byte too
+// CoreFoundation's own conversion fails at a lone surrogate, even with a loss byte
 // (swift-corelibs-foundation, CFString.c, CFStringCreateExternalRepresentation).
 std::string utf8Of(CFStringRef text) {
   std::size_t length = 0;

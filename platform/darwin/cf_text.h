@@ -1,4 +1,4 @@
-// Text to and from CoreFoundation.
+// Converts text to and from CoreFoundation strings.
 #pragma once
 
 #include <string>
@@ -8,10 +8,10 @@
 
 namespace vorlatch::platform {
 
-// UTF-8, NULs included, with U+FFFD in the place of each lone surrogate.
+// Returns the text as UTF-8, NULs included, with U+FFFD for each lone surrogate.
 std::string utf8Of(CFStringRef text);
 
-// Nothing when the text is not UTF-8.
+// Returns null if the text is not UTF-8.
 CFOwned<CFStringRef> cfStringOf(std::string_view utf8);
 
 }  // namespace vorlatch::platform

@@ -1,6 +1,6 @@
 #include "platform/memorystatus.h"
 
-// In libSystem since iOS 5, in no public header: xnu-11417.101.15, bsd/sys/kern_memorystatus.h.
+// In libSystem since iOS 5, but in no public header: xnu-11417.101.15, bsd/sys/kern_memorystatus.h.
 extern "C" int memorystatus_control(std::uint32_t command, std::int32_t pid, std::uint32_t flags,
                                     void* buffer, std::size_t buffersize);
 

@@ -11,7 +11,7 @@ std::string localTimeStamp() {
   const CFOwned<CFStringRef> pattern = cfStringOf("MM-dd HH:mm:ss");
   if (!formatter || !pattern) return {};
   CFDateFormatterSetFormat(formatter.get(), pattern.get());
-  // CoreFoundation remembers the zone that it found first.
+  // CoreFoundation caches the time zone, so reset it before each look-up.
   CFTimeZoneResetSystem();
   const CFOwned<CFTimeZoneRef> zone(CFTimeZoneCopySystem());
   CFDateFormatterSetProperty(formatter.get(), kCFDateFormatterTimeZone, zone.get());

@@ -8,7 +8,7 @@
 namespace vorlatch::platform {
 
 void observeNotification(const char* name, Work handler) {
-  // For the life of the process: neither the token nor the handler is ever given back.
+  // Neither the token nor the handler is ever freed: they last until the process ends.
   Work* const kept = new Work(std::move(handler));
   int token = 0;
   notify_register_dispatch(name, &token, dispatch_get_main_queue(), ^(int) {

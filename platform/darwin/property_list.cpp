@@ -20,7 +20,7 @@ using plist::Value;
 using Object = CFOwned<CFTypeRef>;
 
 Object parsed(std::string_view bytes) {
-  // Without a copy: what is parsed keeps none of these bytes.
+  // No copy: the parsed objects do not refer to these bytes.
   const CFOwned<CFDataRef> data(
       CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()),
                                   static_cast<CFIndex>(bytes.size()), kCFAllocatorNull));
@@ -28,15 +28,15 @@ Object parsed(std::string_view bytes) {
   CFPropertyListFormat format{};
   Object root(CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(),
                                            kCFPropertyListImmutable, &format, nullptr));
-  // Text in the old style, which CoreFoundation tries last: any word is a list there.
+  // Refuses OpenStep text, which CoreFoundation tries last: in that format any word is a list.
   return format == kCFPropertyListOpenStepFormat ? Object(nullptr) : std::move(root);
 }
 
 Value integerOf(CFNumberRef number) {
   std::int64_t low_word = 0;
   CFNumberGetValue(number, kCFNumberSInt64Type, &low_word);
-  // Of a number above the signed range too, CoreFoundation gives the low word and says that it
-  // succeeded (swift-corelibs-foundation, CFNumber.c, __CFNumberGetValueCompat).
+  // For a number above the signed range too, CoreFoundation returns the low word and reports
+  // success (swift-corelibs-foundation, CFNumber.c, __CFNumberGetValueCompat).
   double real = 0;
   CFNumberGetValue(number, kCFNumberDoubleType, &real);
   if (low_word < 0 && real > 0) return {static_cast<std::uint64_t>(low_word)};
@@ -85,8 +85,8 @@ std::optional<Value> dictionaryOf(CFDictionaryRef objects, const char* only_key 
   return Value(std::move(dictionary));
 }
 
-// A keyed archive's reference is of a type that is private to CoreFoundation. The type's name and
-// the number stand in descriptions alone, the second one as <CFKeyedArchiverUID ...>{value = 5}
+// A keyed archive's reference has a type that is private to CoreFoundation. Only descriptions show
+// the type's name and the number. An object's is <CFKeyedArchiverUID ...>{value = 5}
 bool isUid(CFTypeRef object) {
   const CFOwned<CFStringRef> type(CFCopyTypeIDDescription(CFGetTypeID(object)));
   return type && utf8Of(type.get()) == "CFKeyedArchiverUID";
@@ -106,7 +106,7 @@ std::optional<Value> uidOf(CFTypeRef object) {
   return plist::uidValue(uid);
 }
 
-// Recurses with the nesting, so what its frame holds is kept small.
+// Recurses once per level of nesting, so its stack frame is kept small.
 std::optional<Value> valueOf(CFTypeRef object) {
   const CFTypeID type = CFGetTypeID(object);
   if (type == CFDictionaryGetTypeID()) return dictionaryOf(static_cast<CFDictionaryRef>(object));
@@ -125,7 +125,7 @@ std::optional<Value> valueOf(CFTypeRef object) {
 
 Object objectOf(const Value& value);
 
-// CoreFoundation makes a keyed archive's reference of this dictionary in XML alone.
+// CoreFoundation turns this dictionary into a keyed archive's reference only in XML.
 Object uidObject(std::uint32_t uid) {
   return parsed("<plist><dict><key>CF$UID</key><integer>" + std::to_string(std::uint64_t{uid}) +
                 "</integer></dict></plist>");
@@ -138,7 +138,7 @@ struct MakeObject {
   Object operator()(std::int64_t value) const {
     return Object(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value));
   }
-  // CoreFoundation takes one above the signed range from a list alone.
+  // CoreFoundation creates a number above the signed range only by parsing a property list.
   Object operator()(std::uint64_t value) const {
     return parsed("<plist><integer>" + std::to_string(value) + "</integer></plist>");
   }

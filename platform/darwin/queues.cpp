@@ -21,7 +21,7 @@ void deleteWork(void* work) {
   delete static_cast<Work*>(work);
 }
 
-// dispatch_time takes a signed number and gives a time in the past for a negative one.
+// dispatch_time takes a signed offset; a negative one gives a time in the past.
 dispatch_time_t startTime(std::uint64_t start_ns) {
   if (start_ns > INT64_MAX) return DISPATCH_TIME_FOREVER;
   return dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(start_ns));
@@ -48,8 +48,7 @@ void async(SerialQueue& queue, Work work) {
   dispatch_async_f(queue.queue, new Work(std::move(work)), runAndDelete);
 }
 
-// A source keeps its handler until the cancellation has been carried out: a call that is under way
-// returns first.
+// The cancel handler deletes the work. It runs only after a running event handler has returned.
 class TimerSource {
  public:
   TimerSource(SerialQueue& queue, const TimerSchedule& schedule, Work handler)
@@ -83,7 +82,7 @@ Timer startTimer(SerialQueue& queue, const TimerSchedule& schedule, Work handler
 }
 
 void runMainLoop() {
-  CFRunLoopRun();  // which serves the main dispatch queue, too
+  CFRunLoopRun();  // also serves the main dispatch queue
 }
 
 }  // namespace vorlatch::platform

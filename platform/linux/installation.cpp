@@ -40,7 +40,7 @@ std::string runtimePath(const std::string& name) {
 
 bool makeDirectory(const std::string& path, mode_t mode) {
   constexpr mode_t kParentMode = 0755;
-  if (mkdir(path.c_str(), mode) == 0) return chmod(path.c_str(), mode) == 0;  // past the umask
+  if (mkdir(path.c_str(), mode) == 0) return chmod(path.c_str(), mode) == 0;  // undoes the umask
   if (errno == EEXIST) return true;
   const std::size_t slash = path.rfind('/');
   if (errno != ENOENT || slash == path.npos || slash == 0) return false;

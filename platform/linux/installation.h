@@ -1,4 +1,4 @@
-// Where this program is installed, for what the Linux platform keeps per jailbreak root.
+// Where this program is installed. The Linux platform keeps its state per jailbreak root.
 #pragma once
 
 #include <sys/types.h>
@@ -7,22 +7,22 @@
 
 namespace vorlatch::platform {
 
-// The jailbreak root of the running program: for .../usr/libexec/PROGRAM and .../usr/bin/PROGRAM
-// what stands before /usr, for a program anywhere else (a test in its build folder) the program's
-// own directory. Without a slash at the end. Found once; the same for the life of the process.
+// Returns the jailbreak root of the running program, without a slash at the end. For
+// .../usr/libexec/PROGRAM and .../usr/bin/PROGRAM that is the part before /usr, for any other
+// program (a test in its build folder) the program's own directory. Determined once per process.
 const std::string& installationRoot();
 
-// The directory under the root in which the platform keeps what is lost at a reboot, and the path
-// of something in it.
+// Return the directory under the root for state that is void after a reboot, and the path of a file
+// in it.
 std::string runtimeDirectory();
 std::string runtimePath(const std::string& name);
 
-// Mode of that directory: every user's daemons and tools of the root meet there, and the sticky bit
-// keeps one from taking away another's files.
+// Mode of that directory. The daemons and tools of all users share it; the sticky bit keeps users
+// from removing each other's files.
 inline constexpr mode_t kRuntimeDirectoryMode = 01777;
 
-// Makes a directory with this mode, whatever the umask, and those above it with mode 0755; an
-// existing one is left as it is. False when there is none afterwards.
+// Creates a directory with this mode, whatever the umask, and missing parents with mode 0755.
+// Leaves an existing path as it is. Returns false if the path does not exist afterwards.
 bool makeDirectory(const std::string& path, mode_t mode);
 
 }  // namespace vorlatch::platform

@@ -22,12 +22,12 @@ constexpr std::array<char, 8> kMagic = {'v', 'o', 'r', 'j', 'e', 't', '0', '1'};
 constexpr off_t kFileSizeMax = 1 << 24;  // bytes; room for 290000 records
 constexpr mode_t kStateMode = 0600;
 
-// Layouts of the file. No padding, so that the checksum covers nothing undefined.
+// Layout of the file. Without padding, so that the checksum covers only defined bytes.
 struct FileHeader {
   std::array<char, 8> magic;
   std::array<char, 40> boot_id;
   std::int64_t next_arrival;
-  std::uint64_t checksum;  // of the whole file with 0 here
+  std::uint64_t checksum;  // of the whole file, with 0 in this field
 };
 static_assert(sizeof(FileHeader) == 64);
 
@@ -87,14 +87,14 @@ model::JetsamRecord unpackRecord(const FileRecord& record) {
           .elevated = has(kElevated)};
 }
 
-// FNV-1a: tells a damaged file from a whole one; nobody is kept out by it.
+// FNV-1a: detects accidental damage, not an attack.
 std::uint64_t checksumOf(std::string_view bytes) {
   std::uint64_t hash = 14695981039346656037U;
   for (const char c : bytes) hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
   return hash;
 }
 
-// In a directory open to everybody, a file is ours only when it says so itself.
+// Returns true for a regular file of this user. Any user may create files in this directory.
 bool isOwnRegularFile(int descriptor, off_t& size) {
   struct stat status {};
   if (fstat(descriptor, &status) != 0) return false;
@@ -102,13 +102,14 @@ bool isOwnRegularFile(int descriptor, off_t& size) {
   return S_ISREG(status.st_mode) && status.st_uid == geteuid();
 }
 
-// Another of our user's files could be put here, and kept locked by who may open it.
+// Returns true if only this user can open, and so lock, the file. Refuses a file with several
+// links: another user may have linked one of this user's files here.
 bool isClosedToOthers(int descriptor) {
   struct stat status {};
   return fstat(descriptor, &status) == 0 && status.st_nlink == 1 && (status.st_mode & 077U) == 0;
 }
 
-// The lock that this process then holds until the file is closed; its death closes it too.
+// Opens and locks the lock file. The lock lasts until the file is closed or the process dies.
 Descriptor openLocked(const std::string& path) {
   const auto open_once = [&path] {
     return open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, kStateMode);
@@ -146,9 +147,9 @@ std::string readWhole(int descriptor, std::size_t size) {
   return bytes;
 }
 
-// Gives the new file the name of the state in one step. Where there is a state the two change
-// places first: a rename over a file makes ext4 write the new one out to the disk, which takes many
-// times longer than the rest of the call.
+// Renames the new file to the state's name in one step. If a state exists, exchanges the two and
+// deletes the old one, because a rename over a file makes ext4 write the new one to the disk, which
+// takes many times longer than the rest of the call.
 bool putInPlace(const std::string& fresh, const std::string& path) {
   if (renameat2(AT_FDCWD, fresh.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) == 0) {
     unlink(fresh.c_str());
@@ -157,8 +158,8 @@ bool putInPlace(const std::string& fresh, const std::string& path) {
   return std::rename(fresh.c_str(), path.c_str()) == 0;
 }
 
-// The old state stands until the new one is whole. Nothing is flushed to the disk: the state means
-// nothing after the machine has gone down.
+// Keeps the old state until the new one is complete. Flushes nothing to the disk, because a reboot
+// makes the state void.
 bool save(const std::string& path, std::string_view bytes) {
   const std::string fresh = path + ".new";
   if (unlink(fresh.c_str()) != 0 && errno != ENOENT) return false;
@@ -213,8 +214,8 @@ std::optional<model::JetsamTable> decodeJetsamTable(std::string_view bytes,
     std::memcpy(&record, bytes.data() + at, sizeof(record));
     table.records[record.pid] = unpackRecord(record);
   }
-  // Whatever this program would not have written itself is refused: another layout, another boot,
-  // a changed byte, a pid that stands twice.
+  // Rejects what this program would not have written: another layout, another boot, a changed byte,
+  // a pid that occurs twice.
   if (encodeJetsamTable(table, boot_id) != bytes) return std::nullopt;
   return table;
 }

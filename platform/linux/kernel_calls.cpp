@@ -1,5 +1,5 @@
-// The kernel's calls on Linux: nice values are the machine's own; memory status and Darwin roles,
-// which Linux lacks, are the model's.
+// The kernel's calls on Linux. Nice values are the machine's own; the model provides memory status
+// and Darwin roles, which Linux lacks.
 #include <dirent.h>
 #include <unistd.h>
 
@@ -23,7 +23,7 @@ namespace {
 
 constexpr std::uint32_t kHighestId = 0x7fffffff;
 
-// An app's executable stands directly in a directory whose name ends so.
+// An app's executable is directly in a directory whose name ends with this.
 constexpr std::string_view kAppDirectorySuffix = ".app";
 
 bool runsFromAppBundle(pid_t pid) {
@@ -69,8 +69,8 @@ JetsamStateFile& sharedState() {
   return state;
 }
 
-// Asks the model, with the state that all programs of this root share. A caller without privilege
-// gets the model's refusals alone, and the shared state never hears of it.
+// Calls the model with the state that all programs of this root share. An unprivileged caller gets
+// only the model's refusals, without any access to the shared state.
 template <typename Question>
 model::CallResult askModel(const Question& question) {
   const model::Kernel kernel = thisKernel();
@@ -86,7 +86,7 @@ model::CallResult askModel(const Question& question) {
   return result;
 }
 
-// Likewise a question that changes nothing.
+// Like askModel, for calls that change nothing.
 template <typename Question>
 model::CallResult consultModel(const Question& question) {
   const model::Kernel kernel = thisKernel();
@@ -103,8 +103,8 @@ model::CallResult consultModel(const Question& question) {
   return result;
 }
 
-// Puts back the errno that looking at the machine has left behind, as a system call would not
-// have touched it; a failure then sets its own.
+// Restores errno on destruction, because a successful system call would leave it unchanged. fail()
+// sets the errno of a failed call instead.
 class ErrnoKeeper {
  public:
   ErrnoKeeper() = default;
@@ -124,8 +124,8 @@ int answer(ErrnoKeeper& keeper, const model::CallResult& result) {
   return result.error == 0 ? result.result : keeper.fail(result.error);
 }
 
-// A nice value of Linux belongs to one thread. The main thread's speaks for the process; the
-// others follow as far as they can.
+// On Linux each thread has its own nice value. The main thread's counts as the process's; this
+// function sets the others as far as permitted.
 void setNiceOfOtherThreads(pid_t pid, int value) {
   struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }

@@ -14,7 +14,7 @@ using plist::BinaryObject;
 using plist::BinaryPropertyList;
 using plist::XmlToken;
 
-// A second's work or less.
+// Limit of the bytes that libplist moves to replace entities: a second's work or less.
 constexpr std::uint64_t kMaxBytesMoved = std::uint64_t{1} << 33U;
 
 bool isEasyXml(std::string_view bytes) {
@@ -31,13 +31,13 @@ bool isEasyXml(std::string_view bytes) {
   return true;
 }
 
-// Goes through the texts of a binary list and replaces what the library reads badly.
+// Visits the strings of a binary list and replaces what libplist reads wrongly.
 class TextMender {
  public:
   TextMender(std::string_view bytes, const BinaryPropertyList& list, std::string& mended)
       : bytes_(bytes), list_(list), mended_(mended) {}
 
-  // False when the texts of the list overlap so often that this would not take linear time.
+  // Returns false if the objects overlap so often that this would not take linear time.
   bool mend() {
     std::size_t left_bytes = 8 * bytes_.size();
     for (std::uint64_t i = 0; i < list_.objectCount(); ++i) {
@@ -82,7 +82,7 @@ class TextMender {
   std::string& mended_;
 };
 
-// Whether no replacement fell on something else: objects may overlap.
+// Returns true if no replacement changed another object, which is possible where objects overlap.
 bool sameStructure(const BinaryPropertyList& a, const BinaryPropertyList& b) {
   for (std::uint64_t i = 0; i < a.objectCount(); ++i) {
     const std::optional<BinaryObject> before = a.object(i);

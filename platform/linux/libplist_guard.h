@@ -1,4 +1,4 @@
-// What libplist 2.2.0 reads badly, found before it sees the bytes.
+// Checks and repairs, before libplist 2.2.0 sees the bytes, what it would read wrongly or slowly.
 #pragma once
 
 #include <optional>
@@ -7,11 +7,11 @@
 
 namespace vorlatch::platform {
 
-// Returns the bytes to give to the library: those given, or a copy in `mended` in which U+FFFD
-// stands for a lone surrogate and "?" for a byte above 127 in an ASCII text, because the library
-// drops the former and takes the latter for UTF-8. Empty for XML with so many entities that the
-// library, which moves the rest of a text at each, would take minutes, and for a binary list whose
-// objects overlap so that it cannot be mended. Takes linear time.
+// Returns the bytes to give to libplist: the given ones, or a repaired copy in `mended`. The copy
+// has U+FFFD for a lone surrogate, which libplist would drop, and "?" for a byte above 127 in an
+// ASCII string, which libplist would take for UTF-8. Returns std::nullopt for malformed XML, for
+// XML whose entities would take libplist minutes (it moves the rest of a text at each), and for a
+// binary list whose objects overlap so that it cannot be repaired. Takes linear time.
 std::optional<std::string_view> easyForLibplist(std::string_view bytes, std::string& mended);
 
 }  // namespace vorlatch::platform

@@ -1,5 +1,5 @@
-// The root-prefix library of an installed tree: answers where the tree stands. It exports its five
-// functions alone (libroot.map), so that loading it never changes what a name means elsewhere.
+// The root-prefix library of an installed tree: returns where the tree is. Exports only its five
+// functions (libroot.map), so that loading it never replaces a symbol elsewhere.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,18 +21,18 @@ char* libroot_rootfspath(const char* path, char* resolved_path);
 
 namespace {
 
-constexpr std::size_t kResolvedPathSize = 1024;  // what the callers' buffers hold
+constexpr std::size_t kResolvedPathSize = 1024;  // size of the callers' buffers
 constexpr std::size_t kUuidLength = 36;
 constexpr std::string_view kInstalledUnder = "/usr/lib";
 
-// As text, NUL-terminated and constant once made.
+// NUL-terminated text in a fixed buffer.
 template <std::size_t Size>
 struct Text {
   char characters[Size] = {};
 };
 
-// The root of the tree that this file is installed in: its directory without /usr/lib, or its
-// directory alone where it does not end so.
+// Returns the root of the tree that this file is installed in: its directory without /usr/lib, or
+// the whole directory if it does not end with /usr/lib.
 Text<PATH_MAX> findJbroot() {
   Text<PATH_MAX> root;
   Dl_info info{};
@@ -58,11 +58,11 @@ Text<kUuidLength + 1> readBootUuid() {
   return uuid;
 }
 
-// Found while the library is being loaded: a relative path that it was loaded by means nothing
-// after the program has changed its directory.
+// Determined while the library is loaded. If it was loaded by a relative path, the path becomes
+// invalid when the program changes its directory.
 const Text<PATH_MAX> kJbroot = findJbroot();
 
-// Appends as much of the text as the block holds; gives the new length.
+// Appends as much of the text as the block holds. Returns the new length.
 std::size_t append(char* block, std::size_t length, std::string_view text) {
   const std::size_t count = std::min(text.size(), kResolvedPathSize - 1 - length);
   std::memmove(block + length, text.data(), count);
@@ -70,7 +70,7 @@ std::size_t append(char* block, std::size_t length, std::string_view text) {
   return length + count;
 }
 
-// Writes prefix and path into the caller's buffer, or into a block that the caller frees.
+// Writes prefix and path into the caller's buffer; if it is null, into a block to be freed.
 char* resolve(std::string_view prefix, std::string_view path, char* resolved_path) {
   char* block = resolved_path;
   if (block == nullptr) block = static_cast<char*>(std::malloc(kResolvedPathSize));
@@ -105,7 +105,7 @@ char* libroot_rootfspath(const char* path, char* resolved_path) {
   std::string_view rest = path;
   if (rest.starts_with(root)) {
     rest.remove_prefix(root.size());
-    // A longer name beside the root is not below it.
+    // A path that merely begins with the same characters as the root is not below it.
     if (!rest.empty() && rest.front() != '/') rest = path;
     if (rest.empty()) rest = root.empty() ? "" : "/";
   }

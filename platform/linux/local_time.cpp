@@ -11,8 +11,8 @@ std::string localTimeStamp() {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
   {
-    // localtime_r, unlike localtime, does not look at the time zone anew by itself. The C library
-    // has a lock of its own for this, which the thread sanitizer cannot see.
+    // localtime_r, unlike localtime, does not look up the time zone again. The C library has its
+    // own lock for this, but the thread sanitizer cannot see it.
     static Mutex& time_zone = *new Mutex;
     const Lock lock(time_zone);
     tzset();

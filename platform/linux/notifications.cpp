@@ -19,9 +19,9 @@
 #include "base/descriptor.h"
 #include "platform/linux/installation.h"
 
-// A post opens and closes the name's file in a directory that every process of the root shares; an
-// observer has the kernel tell it of files there that were closed after writing. Nothing is kept:
-// who does not watch at that moment hears nothing.
+// A post opens and closes a file of that name in a directory that all processes of the root share.
+// The kernel (inotify) reports each file closed after writing to the observers. Nothing is stored:
+// a process that does not watch at that moment misses the post.
 namespace vorlatch::platform {
 namespace {
 
@@ -31,7 +31,7 @@ std::string directoryPath() {
   return runtimePath("notifications");
 }
 
-// The name as one component of a path: neither "/" nor a leading "." stays as it is.
+// Returns the name as a single path component: escapes "/", "%" and a leading ".".
 std::string fileName(std::string_view name) {
   constexpr std::string_view kHexadecimal = "0123456789abcdef";
   std::string file;
@@ -52,7 +52,7 @@ int openDirectory(const std::string& path) {
   return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
-// Whoever comes first, to observe or to post, makes it for all.
+// Creates the directory for all processes, unless an observer or a post already has.
 bool makeSharedDirectory() {
   return makeDirectory(runtimeDirectory(), kRuntimeDirectoryMode) &&
          makeDirectory(directoryPath(), kRuntimeDirectoryMode);
@@ -66,9 +66,9 @@ int openSharedDirectory() {
   return openDirectory(path);
 }
 
-// Only a file that is made here is given its mode: one that is there already may be another user's
-// link to anything. It is opened without O_CREAT too, which kernels with fs.protected_regular
-// refuse for another user's file.
+// Sets the mode only of a file that it creates, because an existing one may be another user's link
+// to anything. Opens an existing file without O_CREAT, because kernels with fs.protected_regular
+// refuse O_CREAT for another user's file.
 int openForPosting(int directory, const std::string& file) {
   constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
   const int made = openat(directory, file.c_str(), kFlags | O_CREAT | O_EXCL, kSharedFileMode);
@@ -86,7 +86,7 @@ class Observers {
     watchDirectory();
   }
 
-  // Serves the observers, or waits for good where there is nothing to serve.
+  // Runs the observers' handlers for ever, or only waits if inotify fails or nobody observes.
   [[noreturn]] void serve() {
     for (;;) {
       if (descriptor_ < 0 || !serveOnce()) pause();
@@ -94,14 +94,14 @@ class Observers {
   }
 
  private:
-  // Posts that were made between two looks come as one.
+  // What one read reported. Several posts of a name count as one.
   struct Seen {
     std::set<std::string, std::less<>> files;
     bool all = false;
     bool directory_gone = false;
   };
 
-  // Watching an inode anew gives the watch it has already, and only that one counts.
+  // Watching an inode again returns its existing watch. Events of other watches are ignored.
   void watchDirectory() {
     makeSharedDirectory();
     watch_ = inotify_add_watch(
@@ -123,7 +123,7 @@ class Observers {
     }
     if (seen.directory_gone) {
       recover();
-      // What was posted into the new directory before it was watched could not be seen.
+      // Runs every handler, because posts to the new directory before it was watched were missed.
       seen.all = true;
     }
     run(seen);
@@ -171,11 +171,11 @@ void observeNotification(const char* name, Work handler) {
 bool postNotification(const char* name) {
   const Descriptor directory(openSharedDirectory());
   if (directory.get() < 0) return false;
-  // Closing is the post.
+  // Closing the file is what notifies the observers.
   return Descriptor(openForPosting(directory.get(), fileName(name))).get() >= 0;
 }
 
-// Nothing is delivered to the main thread of Linux but notifications.
+// On Linux only notifications are delivered to the main thread.
 void runMainLoop() {
   observers().serve();
 }

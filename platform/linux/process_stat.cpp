@@ -16,15 +16,15 @@ namespace vorlatch::platform {
 namespace {
 
 constexpr std::string_view kDeletedMark = " (deleted)";
-// Fields of /proc/PID/stat behind the name, counted from the state.
+// Indexes of fields in /proc/PID/stat. The state, which follows the name, has index 0.
 constexpr std::size_t kThreadCountField = 17;
 constexpr std::size_t kStartTimeField = 19;
-// Up to the start time a line holds at most the name and twenty numbers of twenty digits.
+// Room for all fields up to the start time: the name and twenty numbers of at most twenty digits.
 constexpr std::size_t kStatBufferSize = 1024;
 
 using ProcPath = std::array<char, 40>;
 
-// A path below /proc/PID, for one of the fixed names of this file.
+// Returns a path below /proc/PID. `name` is one of the fixed names in this file.
 ProcPath procPath(pid_t pid, const char* name) {
   ProcPath path{};
   std::snprintf(path.data(), path.size(), "/proc/%d/%s", pid, name);
@@ -45,7 +45,7 @@ std::optional<std::uint64_t> parseNumber(std::string_view text) {
   return number;
 }
 
-// A main thread that ended before its process shows as a zombie with the other threads counted.
+// A zombie with more than one thread still runs: only its main thread has ended.
 bool stateSaysExited(std::string_view state, std::uint64_t thread_count) {
   return state == "X" || state == "x" || (state == "Z" && thread_count <= 1);
 }
@@ -57,7 +57,7 @@ void becomeNoSuchProcess() {
 }  // namespace
 
 std::optional<ProcessStat> parseProcessStat(std::string_view text) {
-  // The name may hold any character, brackets and blanks among them; no later field holds one.
+  // The name may contain any character, even parentheses; later fields contain no parentheses.
   const std::size_t open = text.find('(');
   const std::size_t close = text.rfind(')');
   if (open == std::string_view::npos || close == std::string_view::npos || close < open) {

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kSpareEntries = 20;           // as xnu's proc_listpids adds
 constexpr std::size_t kNameBufferMin = 32;          // sizeof pbi_name
-constexpr std::size_t kNameLengthMax = 31;          // characters of it
+constexpr std::size_t kNameLengthMax = 31;          // characters of pbi_name
 constexpr std::size_t kLinuxNameLengthMax = 15;     // TASK_COMM_LEN without the NUL
 constexpr std::uint32_t kPathBufferMin = 1024;      // PROC_PIDPATHINFO_SIZE
 constexpr std::uint32_t kPathBufferMax = 4 * 1024;  // PROC_PIDPATHINFO_MAXSIZE
@@ -30,7 +30,7 @@ int writeText(std::string_view text, void* buffer) {
   return static_cast<int>(text.size());
 }
 
-// The longer name that a cut one stands for: the executable's, if that begins with it.
+// Returns the executable's name if it begins with the truncated name `cut`, otherwise `cut`.
 std::string_view completeName(pid_t pid, std::string_view cut, ExecutablePathBuffer& buffer) {
   std::string_view name = readExecutablePath(pid, buffer);
   name.remove_prefix(name.rfind('/') + 1);  // npos + 1 is 0

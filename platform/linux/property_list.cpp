@@ -38,7 +38,7 @@ using Owned = std::unique_ptr<T, FreeMemory>;
 
 constexpr std::uint64_t kTopBit = std::uint64_t{1} << 63U;
 
-// The library's XML, whole: a document with one root.
+// Returns a complete XML document with one root, or an empty string on failure.
 std::string xmlOf(plist_t node) {
   char* text = nullptr;
   std::uint32_t length = 0;
@@ -63,7 +63,7 @@ Node parsed(std::string_view bytes) {
   return Node(node);
 }
 
-// libplist 2.2.0 knows whether an integer is above the signed range, but tells it only in its XML.
+// Only the XML that libplist 2.2.0 writes shows whether an integer is above the signed range.
 Value integerOf(plist_t node) {
   std::uint64_t bits = 0;
   plist_get_uint_val(node, &bits);
@@ -71,13 +71,13 @@ Value integerOf(plist_t node) {
   return {static_cast<std::int64_t>(bits)};
 }
 
-// ... and takes one from there alone.
+// libplist accepts an integer above the signed range only in XML.
 Node nodeOf(std::uint64_t above_int64) {
   return parsed("<plist version=\"1.0\"><integer>" + std::to_string(above_int64) +
                 "</integer></plist>");
 }
 
-// ... nor makes a date of more, other than from the one object of a binary list.
+// Parses a binary list with one object, because libplist's constructor takes 32-bit seconds.
 Node nodeOf(const Date& date) {
   std::string bytes = "bplist00\x33";
   auto bits = std::bit_cast<std::uint64_t>(date.seconds_since_2001);
@@ -105,13 +105,13 @@ std::optional<Value> arrayOf(plist_t node) {
   return Value(std::move(array));
 }
 
-// Up to this size the library finds a key from the front, and so removes the entry just read.
+// Up to this size libplist searches for a key from the front, and so removes the entry just read.
 constexpr std::uint32_t kMostEntriesFreed = 100;
 
 std::optional<Value> dictionaryOf(plist_t node, const char* only_key = nullptr) {
   Dictionary dictionary;
-  // A small dictionary's nodes are freed while they are read, so that the library's tree, which
-  // takes twice the memory of ours, is not there as a whole beside it.
+  // Frees a small dictionary's nodes while it reads them, so that libplist's tree, which takes
+  // twice the memory of the values, never exists as a whole beside them.
   const bool frees = plist_dict_get_size(node) <= kMostEntriesFreed;
   plist_dict_iter iterator = nullptr;
   plist_dict_new_iter(node, &iterator);
@@ -152,7 +152,7 @@ Value realOf(plist_t node) {
   return {value};
 }
 
-// ... and tells the seconds of a date in 32 bits, but keeps and writes a real.
+// libplist returns a date's seconds in 32 bits, but keeps a real, which only its output shows.
 Value dateOf(plist_t node) {
   const std::string bytes = binaryOf(node);
   const auto list = plist::BinaryPropertyList::open(bytes);
@@ -174,7 +174,7 @@ std::optional<Value> uidOf(plist_t node) {
   return plist::uidValue(static_cast<std::uint32_t>(uid));
 }
 
-// Recurses with the nesting, so what its frame holds is kept small.
+// Recurses once per level of nesting, so its stack frame is kept small.
 std::optional<Value> valueOf(plist_t node) {
   switch (plist_get_node_type(node)) {
     case PLIST_BOOLEAN:

@@ -21,11 +21,11 @@ namespace {
 using std::chrono::nanoseconds;
 using std::chrono::steady_clock;
 
-// Enough for the deepest property list. Below two megabytes, so that the kernel never backs a stack
-// with a huge page; of the rest only pages that were used cost memory.
+// Enough for the deepest property list. Only used pages cost memory, because a stack below two
+// megabytes never gets a huge page from the kernel.
 constexpr std::size_t kStackBytes = std::size_t{1024} * 1024;
 
-// The uptime: CLOCK_MONOTONIC, which stands still while the machine sleeps.
+// Returns the uptime: CLOCK_MONOTONIC, which stands still while the machine sleeps.
 std::uint64_t uptimeNs() {
   return static_cast<std::uint64_t>(nanoseconds(steady_clock::now().time_since_epoch()).count());
 }
@@ -40,16 +40,16 @@ std::uint64_t saturatingSum(std::uint64_t a, std::uint64_t b) {
   return a > kNever - b ? kNever : a + b;
 }
 
-// What a timer is to its queue. The queue lets go of it when it is cancelled; a call of the handler
-// that is under way keeps it until it returns. The leeway is not used: it is there to spare a
-// battery, and a wake-up on time is within every leeway.
+// A timer as its queue sees it. Cancelling it removes it from the queue; a handler that is running
+// keeps it alive until it returns. The leeway, which saves battery, is ignored: a fire on time is
+// within any leeway.
 struct RunningTimer {
   std::uint64_t due_ns;  // guarded by the queue's lock
   const std::uint64_t interval_ns;
   const Work handler;
 
-  // Moves on to the first point of the grid that is yet to come, which merges the fires missed so
-  // far into the present one; kNever when there is none.
+  // Sets due_ns to the next point of the grid in the future, so that missed fires are merged into
+  // the current one; to kNever if there is no such point.
   void advance(std::uint64_t uptime_ns) {
     const std::uint64_t step = std::max<std::uint64_t>(interval_ns, 1);
     const std::uint64_t missed = (uptime_ns - due_ns) / step;
@@ -68,7 +68,7 @@ class SerialQueue {
   SerialQueue& operator=(const SerialQueue&) = delete;
   ~SerialQueue() = delete;  // lives as long as the process
 
-  // Where the system has no thread to give, the work that is sent stays undone.
+  // If the system cannot create a thread, the work sent to this queue never runs.
   void start(const char* label) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
@@ -110,7 +110,7 @@ class SerialQueue {
     for (;;) static_cast<SerialQueue*>(queue)->awaitNext()();
   }
 
-  // A thread's name holds 15 characters; the last part of a label tells the queues apart.
+  // Uses the last part of the label, which differs per queue: a thread's name holds 15 characters.
   static void name(pthread_t thread, const char* label) {
     const char* dot = std::strrchr(label, '.');
     std::array<char, 16> short_label{};
@@ -118,7 +118,8 @@ class SerialQueue {
     pthread_setname_np(thread, short_label.data());
   }
 
-  // Whatever became ready first comes first, be it sent or due, so that neither starves the other.
+  // Waits for the next work item. Sent work and due timers run in the order in which they became
+  // ready, so that neither starves the other.
   Work awaitNext() {
     Lock lock(mutex_);
     for (;;) {
@@ -140,8 +141,8 @@ class SerialQueue {
     return work;
   }
 
-  // The next fire is armed before the handler runs, so that cancelling is taking it out, from
-  // inside the handler too.
+  // Schedules the next fire before the handler runs, so that removing the timer from the map always
+  // cancels it, even from inside the handler.
   Work takeFire() REQUIRES(mutex_) {
     auto entry = timers_.extract(timers_.begin());
     RunningTimerPointer timer = entry.mapped();
@@ -175,8 +176,8 @@ void CancelTimer::operator()(TimerSource* source) const {
 }
 
 SerialQueue& makeSerialQueue(const char* label) {
-  // By default the C library gives each thread a heap of its own, which costs a small daemon more
-  // memory than its threads would lose by sharing one.
+  // Makes all threads share one heap. The C library's default, one heap per thread, costs a small
+  // daemon more memory than sharing would cost its threads.
   static const bool one_heap = mallopt(M_ARENA_MAX, 1) != 0;
   static_cast<void>(one_heap);
   auto* queue = new SerialQueue;

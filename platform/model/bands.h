@@ -1,4 +1,4 @@
-// The jetsam bands of each kernel generation that a rule of the model depends on.
+// Numbers of the jetsam bands that the model's rules use, per kernel generation.
 #pragma once
 
 #include <cstdint>
@@ -10,10 +10,10 @@
 namespace vorlatch::model {
 
 struct Bands {
-  std::int32_t last_reserved;  // above idle and up to this: a band that is asked for becomes idle
+  std::int32_t last_reserved;  // requests for bands above idle, up to this one, become idle
   std::int32_t elevated;
   std::int32_t foreground;
-  std::int32_t fallback;  // what a process starts in, and what -1 means
+  std::int32_t fallback;  // the band of a new process, and the meaning of -1
   std::int32_t highest;
 };
 
@@ -34,7 +34,7 @@ constexpr Bands bandsOf(KernelGeneration generation) {
           .highest = number("highest")};
 }
 
-// The limit that a process with this stored one is reported to have, in MB.
+// Returns the limit in MB that the kernel reports for this stored limit.
 constexpr std::int32_t reportedLimitMb(const Kernel& kernel, const MemoryLimit& limit) {
   return limit.limit_mb > 0 ? limit.limit_mb : kernel.default_task_limit_mb;
 }

@@ -46,8 +46,8 @@ CallResult failure(int error) {
   return {.result = -1, .error = error};
 }
 
-// The record that the caller's buffer holds; nothing when it is null or of another size. The buffer
-// need not be aligned.
+// Copies the record out of the caller's buffer, which need not be aligned. Returns std::nullopt if
+// the buffer is null or of another size.
 template <typename Record>
 std::optional<Record> readRecord(const Arguments& arguments) {
   if (arguments.buffer == nullptr || arguments.buffersize != sizeof(Record)) return std::nullopt;
@@ -56,7 +56,7 @@ std::optional<Record> readRecord(const Arguments& arguments) {
   return record;
 }
 
-// The new state of commands 16 and 18.
+// Returns the new state that commands 16 and 18 request; std::nullopt if it cannot be read.
 std::optional<std::uint32_t> readState(const Kernel& kernel, const Arguments& arguments) {
   if (kernel.state_argument == StateArgument::Flags) return arguments.flags;
   return readRecord<std::uint32_t>(arguments);
@@ -68,7 +68,7 @@ struct Placement {
   bool reserved = false;
 };
 
-// The band that a requested priority means; nothing when the kernel refuses it.
+// Returns the band that a requested priority means, or std::nullopt if the kernel refuses it.
 std::optional<Placement> placementOf(const Bands& bands, std::int32_t priority) {
   if (priority == kDefaultBandAlias) return Placement{.band = bands.fallback};
   if (priority == kIdleHeadAlias) return Placement{.band = kIdleBand, .at_head = true};
@@ -87,8 +87,8 @@ void moveToBand(JetsamTable& table, JetsamRecord& record, std::int32_t band, boo
 
 void place(const Host& host, JetsamRecord& record, const Placement& placement) {
   const std::int32_t elevated = bandsOf(host.kernel.generation).elevated;
-  // Since xnu-11215 memorystatus_set_priority sends a reserved band to idle without ageing, and the
-  // elevated band belongs to ageing.
+  // Since xnu-11215 memorystatus_set_priority turns a reserved band into idle without ageing, and
+  // only ageing uses the elevated band.
   const bool to_idle_at_once =
       placement.reserved && host.kernel.generation == KernelGeneration::Xnu11215To11417;
   const bool raised = record.elevated && placement.band <= elevated && !to_idle_at_once;
@@ -98,8 +98,8 @@ void place(const Host& host, JetsamRecord& record, const Placement& placement) {
 void placeByAssertion(const Host& host, JetsamRecord& record, const Placement& placement) {
   const bool had_assertion = record.assertion;
   record.assertion = placement.band != kIdleBand;
-  // Up to xnu-10063 memorystatus_update ignores the way to idle of a process that no assertion
-  // holds, and calls that a success.
+  // Up to xnu-10063 memorystatus_update ignores a move to idle if the process has no assertion, and
+  // returns success.
   const bool ignored = !had_assertion && !record.assertion &&
                        host.kernel.generation != KernelGeneration::Xnu11215To11417;
   if (!ignored) place(host, record, placement);
@@ -135,9 +135,9 @@ CallResult setPriorityProperties(const Host& host, const Arguments& arguments) {
   return success();
 }
 
-// A limit of 0 or below asks for the system's default, which is always fatal. Since xnu-11215
-// (memstat_set_memlimits_locked) the default is known by its value: asking for the same number of
-// megabytes makes the limit fatal too, and where no default is configured nothing is forced.
+// A limit of 0 or below requests the system's default, which is always fatal. Since xnu-11215
+// (memstat_set_memlimits_locked) the kernel recognises the default by its value: a request for the
+// same number of megabytes is fatal too, and without a configured default nothing is made fatal.
 MemoryLimit storedLimit(const Kernel& kernel, std::int32_t limit_mb, std::uint32_t attributes) {
   const bool is_default = limit_mb <= 0;
   bool fatal = (attributes & platform::MEMORYSTATUS_MEMLIMIT_ATTR_FATAL) != 0;
@@ -168,8 +168,8 @@ CallResult setMemoryLimits(const Host& host, const Arguments& arguments) {
   return success();
 }
 
-// The longer record, memorystatus_memlimit_properties2_t, ends in what only development kernels
-// fill in; it is 0 here too.
+// memorystatus_memlimit_properties2_t, the longer record. Only development kernels fill in the last
+// two members; they are 0 here.
 struct LongMemoryLimits {
   memorystatus_memlimit_properties limits;
   std::uint32_t increase_mb;
@@ -198,8 +198,8 @@ CallResult getMemoryLimits(const View& host, const Arguments& arguments) {
   return success();
 }
 
-// The band moves at once only when flags say so; otherwise later sets are raised, or no longer.
-// A process that waits in an ageing band would move too, but nothing ages in this model.
+// Moves the process at once only if flags are not 0; otherwise the change affects later requests.
+// The kernel would also move a process that waits in an ageing band, but this model has no ageing.
 CallResult setElevated(const Host& host, const Arguments& arguments, bool enable) {
   if (arguments.pid == 0) return failure(EINVAL);
   const std::optional<LiveProcess> process = host.processes.find(arguments.pid);
@@ -240,10 +240,10 @@ CallResult getManaged(const View& host, const Arguments& arguments) {
   return {.result = recordOf(host.kernel, host.table, *process).managed ? 1 : 0};
 }
 
-// An unprivileged caller may change itself and the members of a coalition that it leads. The model
-// knows neither the caller nor coalitions, and answers as for a stranger. Up to xnu-8020 that rule
-// binds root too; it is kept for the reading of flags alone, so that under the other one every
-// generation lets the state change.
+// The kernel lets an unprivileged caller change itself and the members of a coalition that it
+// leads. The model knows neither the caller nor coalitions and refuses every such caller. Up to
+// xnu-8020 the rule binds root too. The model applies that only with StateArgument::Flags, so that
+// with StateArgument::Buffer root can change the state in every generation.
 CallResult setFreezable(const Host& host, const Arguments& arguments) {
   const std::optional<std::uint32_t> state = readState(host.kernel, arguments);
   if (arguments.pid == 0 || !state) return failure(EINVAL);
@@ -322,7 +322,7 @@ JetsamRecord recordOf(const Kernel& kernel, const JetsamTable& table, const Live
 }
 
 void forgetDeadProcesses(JetsamTable& table, const ProcessList& processes) {
-  // Asking for each record is cheaper than a list: few of a machine's processes have one.
+  // Looks up one process per record, because few processes have one; a list of all is slower.
   std::erase_if(table.records, [&processes](const auto& entry) {
     const std::optional<LiveProcess> process = processes.find(entry.first);
     return !process || process->start_time != entry.second.start_time;
@@ -360,7 +360,7 @@ CallResult setDarwinRole(const Kernel& kernel, JetsamTable& table, const Process
                          std::int32_t pid, std::int32_t role) {
   const std::optional<LiveProcess> process = processes.find(pid);
   if (!process) return failure(ESRCH);
-  // The kernel lets everyone change processes of their own; the model does not know whose they are.
+  // The kernel lets users change their own processes; the model does not know the owners.
   if (!kernel.caller_is_privileged) return failure(EPERM);
   if (!processes.isApp(pid)) return failure(ENOTSUP);
   if (role < 0 || role > kLastDarwinRole) return failure(EINVAL);

@@ -1,7 +1,8 @@
-// The jetsam side of the kernel, for platforms that have none: what memorystatus_control and the
-// Darwin role calls would answer for the processes of a host. Facts are from xnu-11417.101.15,
-// bsd/kern/kern_memorystatus.c and kern_memorystatus_freeze.c, unless a comment says otherwise.
-// Holds no lock and does no input or output: the host gives it the table and the live processes.
+// The jetsam side of the kernel, for platforms that have none: computes what memorystatus_control
+// and the Darwin role calls would return for the processes of a host. Facts are from
+// xnu-11417.101.15, bsd/kern/kern_memorystatus.c and kern_memorystatus_freeze.c, unless a comment
+// says otherwise. Holds no lock and does no input or output: the host passes in the table and the
+// live processes.
 #pragma once
 
 #include <cstddef>
@@ -12,21 +13,21 @@
 
 namespace vorlatch::model {
 
-// The kernels differ in their band numbers and in a few refusals.
+// Kernel generations differ in their band numbers and in a few refusals.
 enum class KernelGeneration : std::uint8_t {
   Xnu4903To8020,    // up to iOS 15: bands 0 to 21
   Xnu8792To10063,   // iOS 16 and 17: the same bands times ten, 0 to 210
   Xnu11215To11417,  // iOS 18: an assertion on an unmanaged process is refused
 };
 
-// Where commands 16 and 18 take the new state from. xnu reads the flags; the reading that honours
-// the four-byte buffer lets every state be seen to change.
+// Where commands 16 and 18 take the new state from. xnu reads the flags. Buffer reads the four-byte
+// buffer instead, so that a state passed there takes effect.
 enum class StateArgument : std::uint8_t { Buffer, Flags };
 
 struct Kernel {
   KernelGeneration generation = KernelGeneration::Xnu8792To10063;
   StateArgument state_argument = StateArgument::Buffer;
-  // The limit that a process without one of its own is reported to have, in MB; -1: none.
+  // The limit in MB that is reported for a process without a limit of its own; -1: none.
   std::int32_t default_task_limit_mb = -1;
   // Whether the caller is root or holds com.apple.private.memorystatus.
   bool caller_is_privileged = true;
@@ -35,13 +36,13 @@ struct Kernel {
 std::int32_t highestBand(KernelGeneration generation);
 std::int32_t defaultBand(KernelGeneration generation);
 
-// A process as the host lists it. A pid with another start time is another process.
+// A process as the host lists it. The same pid with another start time is another process.
 struct LiveProcess {
   std::int32_t pid = 0;
   std::uint64_t start_time = 0;
 };
 
-// The processes that run now, zombies left out.
+// The processes that run now, without zombies.
 class ProcessList {
  public:
   ProcessList() = default;
@@ -50,9 +51,9 @@ class ProcessList {
   virtual ~ProcessList() = default;
   [[nodiscard]] virtual std::vector<LiveProcess> all() const = 0;
   [[nodiscard]] virtual std::optional<LiveProcess> find(std::int32_t pid) const = 0;
-  // Whether a live process runs from an app bundle: Darwin roles apply to apps alone.
+  // Returns true if a live process runs from an app bundle; Darwin roles apply only to apps.
   [[nodiscard]] virtual bool isApp(std::int32_t pid) const = 0;
-  // Only their ids, for a host on which these are cheaper to have; zombies may be among them.
+  // Returns only the process ids, which some hosts can list faster; may include zombies.
   [[nodiscard]] virtual std::vector<std::int32_t> ids() const;
 };
 
@@ -62,11 +63,11 @@ struct MemoryLimit {
   friend bool operator==(const MemoryLimit&, const MemoryLimit&) = default;
 };
 
-// What the kernel keeps for one process. A process without a record has the defaults.
+// What the kernel keeps per process. A process without a record has the defaults.
 struct JetsamRecord {
   std::uint64_t start_time = 0;
-  // Order within a band. A set moves the process to its band's tail (a positive number, counting
-  // up) or, from -2, to its head (a negative one, counting down); 0 was never moved.
+  // Order within a band. A request moves the process to the tail of its band (positive, ascending)
+  // or, with priority -2, to the head (negative, descending). 0: never moved.
   std::int64_t arrival = 0;
   std::int32_t requested_band = 0;
   std::int32_t effective_band = 0;
@@ -87,14 +88,14 @@ struct JetsamTable {
   friend bool operator==(const JetsamTable&, const JetsamTable&) = default;
 };
 
-// A record of the table as it stands for a live process: the defaults where the table has none, or
-// one of an earlier process with the same pid.
+// Returns the record of a live process. Returns the defaults if the table has no record, or only
+// that of an earlier process with the same pid.
 JetsamRecord recordOf(const Kernel& kernel, const JetsamTable& table, const LiveProcess& process);
 
-// Takes out what belongs to no live process.
+// Removes the records of processes that are no longer live.
 void forgetDeadProcesses(JetsamTable& table, const ProcessList& processes);
 
-// As the system call returns: the result, and the errno that goes with -1 (0 otherwise).
+// What the system call returns: the result, and errno if the result is -1 (0 otherwise).
 struct CallResult {
   int result = 0;
   int error = 0;
@@ -106,14 +107,14 @@ CallResult memorystatusControl(const Kernel& kernel, JetsamTable& table,
                                std::int32_t pid, std::uint32_t flags, void* buffer,
                                std::size_t buffersize);
 
-// Whether the command is one of those that change nothing, and the answer to such a one alone; the
-// call above answers them too.
+// isGetCommand returns true for commands that change nothing. memorystatusGet answers only those;
+// memorystatusControl answers them too.
 bool isGetCommand(std::uint32_t command);
 CallResult memorystatusGet(const Kernel& kernel, const JetsamTable& table,
                            const ProcessList& processes, std::uint32_t command, std::int32_t pid,
                            std::uint32_t flags, void* buffer, std::size_t buffersize);
 
-// setpriority with PRIO_DARWIN_ROLE: refused with ENOTSUP unless the process is an app
+// setpriority with PRIO_DARWIN_ROLE. Fails with ENOTSUP unless the process is an app
 // (xnu-11417.101.15, bsd/kern/kern_resource.c, proc_set_darwin_role).
 CallResult setDarwinRole(const Kernel& kernel, JetsamTable& table, const ProcessList& processes,
                          std::int32_t pid, std::int32_t role);

@@ -22,9 +22,9 @@ struct Listed {
   JetsamRecord record;
 };
 
-// Which of the two limits is in force. An elevated process in the elevated band always counts as
-// active; otherwise the generations disagree (proc_jetsam_state_is_active_locked up to xnu-10063,
-// memstat_proc_is_active_locked since).
+// Returns true if the active limit is in force, false if the inactive one is. An elevated process
+// in the elevated band always counts as active; otherwise the generations differ
+// (proc_jetsam_state_is_active_locked up to xnu-10063, memstat_proc_is_active_locked since).
 bool isActive(const Kernel& kernel, const JetsamRecord& record) {
   const Bands bands = bandsOf(kernel.generation);
   if (record.elevated && record.effective_band == bands.elevated) return true;
@@ -34,7 +34,7 @@ bool isActive(const Kernel& kernel, const JetsamRecord& record) {
   return record.managed ? record.assertion : record.effective_band > kIdleBand;
 }
 
-// Of the state bits, the assertion is the only one whose cause the model keeps.
+// Sets only the assertion bit of the state, because the model keeps no cause of the others.
 Entry entryOf(const Kernel& kernel, std::int32_t pid, const JetsamRecord& record) {
   const MemoryLimit& limit = isActive(kernel, record) ? record.active : record.inactive;
   return {.pid = pid,
@@ -55,8 +55,8 @@ CallResult getOneEntry(const Kernel& kernel, const JetsamTable& table, const Pro
   return {.result = sizeof(Entry)};
 }
 
-// Processes that no set has moved stand in the order in which they started, as their forks
-// appended them.
+// Sorts by band, then by arrival. Processes that were never moved follow their start times, because
+// a fork appends a process to its band.
 std::vector<Listed> inKernelOrder(const Kernel& kernel, const JetsamTable& table,
                                   const std::vector<LiveProcess>& processes) {
   std::vector<Listed> listed;

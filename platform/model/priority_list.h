@@ -1,4 +1,4 @@
-// The list of processes by jetsam band: command 1.
+// Command 1, GET_PRIORITY_LIST: the processes by jetsam band.
 #pragma once
 
 #include <cstddef>
@@ -8,9 +8,9 @@
 
 namespace vorlatch::model {
 
-// GET_PRIORITY_LIST after the checks common to every command. With pid 0 every process, in the
-// order in which the kernel would end them; otherwise the one entry of that process. A null buffer
-// asks for the number of bytes.
+// Answers GET_PRIORITY_LIST, after the checks common to all commands. For pid 0 stores all
+// processes, in the order in which the kernel would end them; for another pid only its entry. With
+// a null buffer, returns the number of bytes needed.
 CallResult getPriorityList(const Kernel& kernel, const JetsamTable& table,
                            const ProcessList& processes, std::int32_t pid, void* buffer,
                            std::size_t buffersize);
