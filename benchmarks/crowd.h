@@ -1,4 +1,4 @@
-// Idle processes beside those that run anyway.
+// Starts idle processes in addition to those that already run.
 #pragma once
 
 #include <sys/prctl.h>
@@ -14,7 +14,7 @@ namespace vorlatch::benchmarks {
 
 class Crowd {
  public:
-  // With a prefix, each has a name of its own: the prefix and its number, at most 15 characters.
+  // With a prefix, each process is named by the prefix and its number, at most 15 characters.
   explicit Crowd(std::int64_t count, const std::string& prefix = {}) {
     for (std::int64_t i = 0; i < count; ++i) {
       const std::string name = prefix + std::to_string(i);

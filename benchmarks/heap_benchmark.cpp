@@ -1,4 +1,4 @@
-// The most of the heap that the daemon takes over a day with targets as people configure them.
+// The daemon's peak heap use over a day with targets as users configure them.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,7 +12,7 @@ int main() {
   std::printf("%10s %12s\n", "targets", "peak, kB");
   for (const int targets : {7, 50, 100, 200, 500}) {
     std::fflush(stdout);
-    // A day a process, as the daemon takes the standard streams for its log.
+    // One process per day, because the daemon redirects the standard streams to its log.
     const pid_t child = fork();
     if (child == 0) {
       const int console = dup(STDOUT_FILENO);

@@ -1,4 +1,4 @@
-// Two pieces of work timed in turn, so that what disturbs the machine disturbs both alike.
+// Times two functions alternately, so that disturbances of the machine affect both equally.
 #pragma once
 
 #include <algorithm>

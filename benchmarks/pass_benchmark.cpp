@@ -1,4 +1,4 @@
-// An unchanged pass on the simulated device, beyond its two readings of the preferences file.
+// The time of an unchanged pass on the simulated device, without its two reads of the preferences.
 #include <cstdio>
 #include <string>
 
@@ -14,7 +14,7 @@ namespace {
 
 using plist::Dictionary;
 
-// One story a process, so each size replaces the targets and processes of the one before.
+// Only one story per process, so each size replaces the previous targets and processes.
 tests::Story& story() {
   static tests::Story& one = *new tests::Story;
   return one;
@@ -72,7 +72,7 @@ BENCHMARK(unchangedPass)
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  // The applies of each arrangement are logged; the table is not to be found among them.
+  // Hides the log of each arrangement, which would clutter the table.
   static_cast<void>(std::freopen("/dev/null", "w", stderr));
   benchmark::RunSpecifiedBenchmarks();
   vorlatch::story().~Story();

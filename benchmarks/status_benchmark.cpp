@@ -1,5 +1,5 @@
-// What `vorlatchctl status` costs beyond `match`, which reads the same files and scans the same
-// processes, and asks nothing of single ones.
+// The extra time of `vorlatchctl status` over `match`. Both read the same files and scan the same
+// processes, but only `status` queries single processes.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -22,7 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 using plist::Dictionary;
 
-// A program's root is where it is installed.
+// A program's jailbreak root depends on where it is installed.
 class Installation {
  public:
   explicit Installation(const benchmarks::Crowd& crowd) {

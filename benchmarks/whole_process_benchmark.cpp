@@ -1,6 +1,5 @@
-// The installed daemon as a whole, with this program as its one target: how soon it is ready, how
-// soon a post is answered, what it costs while idle. Takes the seconds of idleness as its argument,
-// 60 without.
+// The installed daemon with this program as its only target: time to start, time to answer a
+// notification, and cost while idle. The argument is the idle time in seconds (default 60).
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
@@ -51,8 +50,8 @@ void report(const char* what, std::vector<double> values_ms) {
               values_ms.size());
 }
 
-// Posts reach the daemons of the same root, and a program's root is where it is installed: the
-// daemon is installed beside this program.
+// Installs the daemon beside this program: notifications reach only daemons in the same root, and a
+// program's root depends on where it is installed.
 class Root {
  public:
   Root() {
@@ -63,7 +62,7 @@ class Root {
     fs::create_directories(root / "var/mobile/Library/Preferences");
     fs::copy_file(VORLATCH_DAEMON, root / "usr/libexec/vorlatchd");
     fs::copy_file(VORLATCH_LIBROOT, root / "usr/lib/libroot.so");
-    // A program's pages that are not on the disk yet would be counted as its private dirty memory.
+    // Pages not yet on disk would count as the program's private dirty memory.
     sync();
   }
   Root(const Root&) = delete;
@@ -101,13 +100,13 @@ class Daemon {
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
   }
-  // The main thread waits for notifications, the last thing that start-up comes to. Asked by the
-  // function it sleeps in: the kernel answers a question for its system call only after waiting,
-  // up to a tick, for the thread to leave the processor.
+  // Whether start-up is complete, which ends with the main thread waiting for notifications. Reads
+  // the name of the kernel function that it sleeps in, because a query for its system call is
+  // delayed by up to a tick while the thread leaves the processor.
   [[nodiscard]] bool isServing() const {
     return readFile(proc("wchan"), 4096).value_or("") == "wait_woken";
   }
-  // The sum over all threads of a number of their status.
+  // The sum of a numeric status field over all threads.
   [[nodiscard]] long perThread(const std::string& field) const {
     long sum = 0;
     for (const auto& thread : fs::directory_iterator(proc("task"))) {
@@ -118,7 +117,7 @@ class Daemon {
   [[nodiscard]] long memoryKb(const std::string& field) const {
     return number(proc("smaps_rollup"), field);
   }
-  // Nanoseconds on a processor, over all threads.
+  // CPU time of all threads, in milliseconds.
   [[nodiscard]] double cpuMs() const {
     double sum_ns = 0;
     for (const auto& thread : fs::directory_iterator(proc("task"))) {
@@ -141,7 +140,7 @@ class Daemon {
   pid_t pid_ = 0;
 };
 
-// The log as it grows.
+// Watches the log for new lines.
 class Log {
  public:
   Log() : descriptor_(inotify_init1(IN_CLOEXEC)) {
@@ -150,7 +149,7 @@ class Log {
   Log(const Log&) = delete;
   Log& operator=(const Log&) = delete;
   ~Log() { close(descriptor_); }
-  // Waits for a line; false when none came.
+  // Waits for a line; returns false if none came in time.
   [[nodiscard]] bool waitForLine(milliseconds at_most) const {
     pollfd entry{.fd = descriptor_, .events = POLLIN, .revents = 0};
     if (poll(&entry, 1, static_cast<int>(at_most.count())) != 1) return false;
@@ -166,7 +165,7 @@ class Log {
   int descriptor_;
 };
 
-// Moves this thread, and the processes that it starts from now on, to one processor or to any.
+// Restricts this thread, and processes that it starts later, to these processors.
 void runOn(std::initializer_list<unsigned> processors) {
   cpu_set_t set;
   CPU_ZERO(&set);
@@ -177,7 +176,7 @@ void runOn(std::initializer_list<unsigned> processors) {
 void measureStart() {
   std::vector<double> starts_ms;
   for (int run = 0; run < kRuns; ++run) {
-    // Whoever looks on without pause would, on the daemon's processor, make it wait its turn.
+    // This program polls without pause, so it must not share the daemon's processor.
     runOn({1});
     const auto begin = Clock::now();
     const Daemon daemon;

@@ -1,13 +1,13 @@
-// vorlatchctl's command lines, beside a daemon at work. The input is a property list:
-//   Commands     the command lines, each a list of words; one that begins with @ is a path in the
-//                daemon's directory
+// Feeds command lines to vorlatchctl while a daemon runs. The input is a property list:
+//   Commands     the command lines, each a list of words; a word that begins with @ is a path in
+//                the daemon's directory
 //   Preferences, Status, Log, SetAside
-//                what stands in the file: data or text as it is, any other value as a property
-//                list; SetAside is what an interrupted release left behind
+//                the contents of the file: data or text is written unchanged, any other value as
+//                a property list; SetAside is the file that an interrupted release left behind
 //   Binary       whether property lists are binary
 //   Columns, Rows, Colour
-//                the terminal; none without columns
-//   Waits        how often a command may wait until Ctrl-C
+//                the terminal; there is no terminal without columns
+//   Waits        how often a command may wait before Ctrl-C
 #include <algorithm>
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@
 #include "config/status_file.h"
 #include "fuzz/support/fuzzer.h"
 #include "fuzz/support/scene.h"
-#include "fuzz/support/subject.h"
+#include "fuzz/support/system_under_test.h"
 #include "log/log_file.h"
 
 namespace vorlatch::fuzz {
@@ -29,14 +29,14 @@ using plist::Value;
 constexpr std::size_t kMostCommands = 4;
 constexpr std::size_t kMostWords = 16;
 
-// A word ends where the system would end it.
-std::string wordOf(const Subject& subject, const Value& value) {
+// A word ends at its first NUL, as in a real argument vector.
+std::string wordOf(const SystemUnderTest& system, const Value& value) {
   const std::string bytes = bytesOf(value);
   const std::string word = bytes.substr(0, bytes.find('\0'));
-  return word.starts_with('@') ? subject.file(word.substr(1)) : word;
+  return word.starts_with('@') ? system.file(word.substr(1)) : word;
 }
 
-std::vector<Words> commandsIn(const Subject& subject, const Dictionary& scene) {
+std::vector<Words> commandsIn(const SystemUnderTest& system, const Dictionary& scene) {
   std::vector<Words> commands;
   const Value* value = plist::find(scene, "Commands");
   const auto* lines = value != nullptr ? value->as<Array>() : nullptr;
@@ -46,32 +46,32 @@ std::vector<Words> commandsIn(const Subject& subject, const Dictionary& scene) {
     if (items == nullptr || commands.size() == kMostCommands) continue;
     Words words;
     for (const Value& item : *items) {
-      if (words.size() < kMostWords) words.push_back(wordOf(subject, item));
+      if (words.size() < kMostWords) words.push_back(wordOf(system, item));
     }
     commands.push_back(std::move(words));
   }
   return commands;
 }
 
-void prepare(Subject& subject, const Dictionary& scene) {
+void prepare(SystemUnderTest& system, const Dictionary& scene) {
   const bool is_binary = isTrueIn(scene, "Binary");
-  // What the daemon is told of first; its own files change behind its back.
-  if (const auto bytes = fileIn(scene, "Preferences", is_binary)) subject.putPreferences(*bytes);
-  subject.postAndRun();
+  // The daemon is notified of the preferences; its other files change without its knowledge.
+  if (const auto bytes = fileIn(scene, "Preferences", is_binary)) system.putPreferences(*bytes);
+  system.postAndRun();
   if (const auto bytes = fileIn(scene, "Status", is_binary)) {
-    tests::writeAll(subject.statusFile(), *bytes);
+    tests::writeAll(system.statusFile(), *bytes);
   }
   if (const auto bytes = fileIn(scene, "Log", is_binary)) {
-    tests::writeAll(subject.logFile(), *bytes);
+    tests::writeAll(system.logFile(), *bytes);
   }
   if (const auto bytes = fileIn(scene, "SetAside", is_binary)) {
-    tests::writeAll(subject.preferencesFile() + ".released", *bytes);
+    tests::writeAll(system.preferencesFile() + ".released", *bytes);
   }
-  subject.columns = static_cast<std::size_t>(std::clamp(integerIn(scene, "Columns", 0), 0, 300));
-  subject.rows = static_cast<std::size_t>(std::clamp(integerIn(scene, "Rows", 0), 0, 100));
-  subject.has_colour = isTrueIn(scene, "Colour");
+  system.columns = static_cast<std::size_t>(std::clamp(integerIn(scene, "Columns", 0), 0, 300));
+  system.rows = static_cast<std::size_t>(std::clamp(integerIn(scene, "Rows", 0), 0, 100));
+  system.has_colour = isTrueIn(scene, "Colour");
   const int waits = std::clamp(integerIn(scene, "Waits", 2), 0, 20);
-  subject.is_interrupted = [waits](int waited) { return waited > waits; };
+  system.is_interrupted = [waits](int waited) { return waited > waits; };
 }
 
 }  // namespace
@@ -159,18 +159,18 @@ const Words& vocabulary() {
   return words;
 }
 
-void tell(std::string_view input) {
-  static Subject& subject = *new Subject;
+void feed(std::string_view input) {
+  static SystemUnderTest& system = *new SystemUnderTest;
   const std::optional<Value> root = propertyListIn(input);
   if (!root || root->as<Dictionary>() == nullptr) return;
   const Dictionary& scene = *root->as<Dictionary>();
-  subject.tell([&] {
-    prepare(subject, scene);
-    for (const Words& words : commandsIn(subject, scene)) {
-      subject.type(words);
-      subject.Story::run(200ms);
+  system.feed([&] {
+    prepare(system, scene);
+    for (const Words& words : commandsIn(system, scene)) {
+      system.type(words);
+      system.Story::run(200ms);
     }
-    subject.takeChargeOfHeld();
+    system.takeChargeOfHeld();
   });
 }
 

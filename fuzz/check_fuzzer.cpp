@@ -1,4 +1,5 @@
-// Whole preferences files through vorlatchctl: what it says of them, and its edits of them.
+// Feeds whole preferences files to vorlatchctl: to `check` and other commands that read, and to
+// edits.
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -10,7 +11,7 @@
 #include "config/property_list_file.h"
 #include "control/preferences_edit.h"
 #include "fuzz/support/fuzzer.h"
-#include "fuzz/support/subject.h"
+#include "fuzz/support/system_under_test.h"
 #include "platform/property_list.h"
 
 namespace vorlatch::fuzz {
@@ -22,13 +23,14 @@ using tests::Output;
 
 constexpr const char* kTarget = "SpringBoard";
 
-// As text each finding is a line, or there is one that says that all is in order, and the size of a
-// readable file is another. The daemon reads nothing only where that is said.
-void check(Subject& subject, std::string_view input) {
-  const Output json = subject.look({"check"}, true);
+// Expects one line per finding, or one line that says that there is none, and one line with the
+// size of a readable file. `check` must report exactly the files that the daemon cannot read as
+// unreadable.
+void check(SystemUnderTest& system, std::string_view input) {
+  const Output json = system.look({"check"}, true);
   const auto findings = nlohmann::json::parse(json.out).at("findings");
   EXPECT_EQ(json.status, findings.empty() ? 0 : 1);
-  const Output text = subject.look({"check"}, false);
+  const Output text = system.look({"check"}, false);
   EXPECT_EQ(text.status, json.status);
   const auto lines = static_cast<std::size_t>(std::count(text.out.begin(), text.out.end(), '\n'));
   const std::optional<Value> root = propertyListIn(input);
@@ -38,7 +40,7 @@ void check(Subject& subject, std::string_view input) {
   EXPECT_EQ(lines, std::max<std::size_t>(findings.size(), 1) + (is_readable ? 1 : 0)) << text.out;
 }
 
-// The preferences with the target's nice value; nothing where no place is for it.
+// The preferences with the target's nice value; std::nullopt if they have no place for it.
 std::optional<Dictionary> withNiceValue(const Dictionary& before, const Value& nice_value) {
   Dictionary after = before;
   auto* targets = after.try_emplace(keys::kAppConfigs, Dictionary{}).first->second.as<Dictionary>();
@@ -54,7 +56,7 @@ Dictionary withoutTarget(Dictionary preferences) {
   return preferences;
 }
 
-// Whether a text in the binary list holds a NUL. Libraries written in C read nothing behind it.
+// Whether a text in the binary list contains a NUL, at which C libraries would cut it off.
 bool holdsNul(std::string_view bytes) {
   using Kind = plist::BinaryObject::Kind;
   const auto list = plist::BinaryPropertyList::open(bytes);
@@ -70,8 +72,9 @@ bool holdsNul(std::string_view bytes) {
   return false;
 }
 
-// Whether an edit of these bytes, which stand for `before`, may leave `after`: it was read whole,
-// and comes back as it is from the form of the file. What changes nothing may be anything.
+// Whether an edit of these bytes, which stand for `before`, may produce `after`: the bytes must be
+// read completely, and `after` must survive a round trip through the file's format. An edit without
+// a change is always allowed.
 bool mayBecome(std::string_view bytes, const Dictionary& before, const Dictionary& after) {
   if (control::isIdentical(before, after)) return true;
   const bool is_binary = plist::isBinaryPropertyList(bytes);
@@ -81,7 +84,7 @@ bool mayBecome(std::string_view bytes, const Dictionary& before, const Dictionar
   return back && control::isIdentical(*back, after);
 }
 
-// What stands in the file after the nice value is set; nothing where that has to be refused.
+// The expected preferences after setting the nice value; std::nullopt if the edit must be refused.
 std::optional<Dictionary> afterSetting(std::string_view bytes, const Value& nice_value) {
   const std::optional<Value> root = propertyListIn(bytes);
   const auto* before = root ? root->as<Dictionary>() : nullptr;
@@ -90,48 +93,48 @@ std::optional<Dictionary> afterSetting(std::string_view bytes, const Value& nice
   return after && mayBecome(bytes, *before, *after) ? after : std::nullopt;
 }
 
-Output setNiceValue(Subject& subject) {
-  return subject.edit({"set", kTarget, "NiceValue=-5"}, false);
+Output setNiceValue(SystemUnderTest& system) {
+  return system.edit({"set", kTarget, "NiceValue=-5"}, false);
 }
 
-void expectStored(const Subject& subject, const Dictionary& preferences, bool is_binary) {
-  const std::string bytes = tests::readAll(subject.preferencesFile());
+void expectStored(const SystemUnderTest& system, const Dictionary& preferences, bool is_binary) {
+  const std::string bytes = tests::readAll(system.preferencesFile());
   const std::optional<Value> root = propertyListIn(bytes);
   EXPECT_TRUE(root && control::isIdentical(*root, preferences)) << bytes;
   EXPECT_EQ(plist::isBinaryPropertyList(bytes), is_binary);
 }
 
-void removeOne(Subject& subject, const Dictionary& before) {
-  const std::string bytes = tests::readAll(subject.preferencesFile());
+void removeOne(SystemUnderTest& system, const Dictionary& before) {
+  const std::string bytes = tests::readAll(system.preferencesFile());
   const Dictionary after = withoutTarget(before);
   const bool may = mayBecome(bytes, before, after);
-  const Output output = subject.edit({"remove", kTarget}, false);
+  const Output output = system.edit({"remove", kTarget}, false);
   EXPECT_EQ(output.status, may ? 0 : 3) << output.err;
-  expectStored(subject, may ? after : before, plist::isBinaryPropertyList(bytes));
+  expectStored(system, may ? after : before, plist::isBinaryPropertyList(bytes));
 }
 
-void editOne(Subject& subject, std::string_view input) {
+void editOne(SystemUnderTest& system, std::string_view input) {
   const std::optional<Dictionary> expected = afterSetting(input, -5);
-  const Output output = setNiceValue(subject);
-  const std::string written = tests::readAll(subject.preferencesFile());
+  const Output output = setNiceValue(system);
+  const std::string written = tests::readAll(system.preferencesFile());
   EXPECT_EQ(output.status, expected ? 0 : 3) << output.err;
   if (!expected) {
     EXPECT_EQ(written, input);
     return;
   }
-  expectStored(subject, *expected, plist::isBinaryPropertyList(input));
-  EXPECT_EQ(setNiceValue(subject).status, 0);
-  EXPECT_EQ(tests::readAll(subject.preferencesFile()), written);
-  // The daemon heard of it, unless there was nothing to hear of, and does as it says.
-  if (written == input) subject.post();
-  subject.Story::run(150ms);
-  subject.expectTrueStatus(*expected);
-  removeOne(subject, *expected);
+  expectStored(system, *expected, plist::isBinaryPropertyList(input));
+  EXPECT_EQ(setNiceValue(system).status, 0);
+  EXPECT_EQ(tests::readAll(system.preferencesFile()), written);
+  // An edit without a change does not notify the daemon, so the test does.
+  if (written == input) system.post();
+  system.Story::run(150ms);
+  system.expectTrueStatus(*expected);
+  removeOne(system, *expected);
 }
 
-void editMore(Subject& subject) {
-  subject.edit({"enable"}, true);
-  subject.edit({"preset", "--replace"}, false);
+void editMore(SystemUnderTest& system) {
+  system.edit({"enable"}, true);
+  system.edit({"preset", "--replace"}, false);
 }
 
 }  // namespace
@@ -140,19 +143,19 @@ const Words& vocabulary() {
   return preferencesWords();
 }
 
-void tell(std::string_view input) {
-  static Subject& subject = *new Subject;
-  subject.tell([&] {
-    subject.putPreferences(input);
-    check(subject, input);
+void feed(std::string_view input) {
+  static SystemUnderTest& system = *new SystemUnderTest;
+  system.feed([&] {
+    system.putPreferences(input);
+    check(system, input);
     for (const bool wants_json : {false, true}) {
       for (const Words& words :
            {Words{"list"}, Words{"plan"}, Words{"show", kTarget}, Words{"status"}}) {
-        subject.look(words, wants_json);
+        system.look(words, wants_json);
       }
     }
-    editOne(subject, input);
-    editMore(subject);
+    editOne(system, input);
+    editMore(system);
   });
 }
 

@@ -1,4 +1,4 @@
-// Whole Info.plist files through each look-up.
+// Feeds whole Info.plist files to each process look-up.
 #include <unistd.h>
 
 #include <filesystem>
@@ -31,7 +31,7 @@ std::string identifierIn(std::string_view bytes) {
   return text != nullptr ? *text : std::string();
 }
 
-// Of the process by its identifier; it is found under nothing else but its name.
+// Expects to find the process by its identifier and its name, and by nothing else.
 void expectFound(std::int32_t pid, const std::string& identifier) {
   RunningProcessMap expected{{"X", pid}};
   if (!identifier.empty()) expected.insert_or_assign(identifier, pid);
@@ -57,9 +57,9 @@ const Words& vocabulary() {
   return words;
 }
 
-void tell(std::string_view input) {
+void feed(std::string_view input) {
   static EmptyDevice& story = *new EmptyDevice;
-  // An identifier is kept for the daemon's life, so each input is a bundle of its own.
+  // The daemon caches identifiers for its lifetime, so each input gets a new bundle.
   static int bundles = 0;
   const std::filesystem::path bundle = story.rootPath("/X" + std::to_string(++bundles) + ".app");
   const std::string info = bundle / "Info.plist";
@@ -69,7 +69,7 @@ void tell(std::string_view input) {
   tests::writeAll(info, input);
   const std::string identifier = identifierIn(input);
   expectFound(pid, identifier);
-  // One that was found is kept, whatever becomes of the file; any other file is read again.
+  // An identifier that was found is cached; a file without one is read again.
   tests::writeAll(
       info, "<plist><dict><key>CFBundleIdentifier</key><string>mended</string></dict></plist>");
   expectFound(pid, identifier.empty() ? "mended" : identifier);

@@ -1,10 +1,10 @@
-// Whole preferences files: the daemon reads one in a sound one's place, half written, then whole
-// again, in passes, on the ticks of watch timers, in the patrol and when it lets go.
+// Feeds whole preferences files to the daemon. The input replaces a valid file, is cut in half, and
+// is whole again; the daemon reads it in passes, watch timer ticks, the patrol and the release.
 #include <gtest/gtest.h>
 
 #include "config/property_list_file.h"
 #include "fuzz/support/fuzzer.h"
-#include "fuzz/support/subject.h"
+#include "fuzz/support/system_under_test.h"
 
 namespace vorlatch::fuzz {
 
@@ -12,32 +12,32 @@ const Words& vocabulary() {
   return preferencesWords();
 }
 
-void tell(std::string_view input) {
-  static Subject& subject = *new Subject;
-  subject.tell([&] {
-    subject.putSoundPreferences();
-    subject.postAndRun();
+void feed(std::string_view input) {
+  static SystemUnderTest& system = *new SystemUnderTest;
+  system.feed([&] {
+    system.putSoundPreferences();
+    system.postAndRun();
     for (const std::string_view bytes : {input, input.substr(0, input.size() / 2), input}) {
-      subject.putPreferences(bytes);
-      subject.postAndRun();
-      const plist::Dictionary preferences = readDictionary(subject.preferencesFile());
-      subject.expectTrueStatus(preferences);
-      subject.expectWholeLog(preferences);
+      system.putPreferences(bytes);
+      system.postAndRun();
+      const plist::Dictionary preferences = readDictionary(system.preferencesFile());
+      system.expectTrueStatus(preferences);
+      system.expectWholeLog(preferences);
     }
 
-    // Once more, and nothing changed.
-    subject.device.is_tracing = true;
-    subject.postAndRun();
-    subject.device.is_tracing = false;
-    EXPECT_EQ(subject.takeCalls(), tests::Lines{});
+    // One more pass without any change must make no kernel call.
+    system.device.is_tracing = true;
+    system.postAndRun();
+    system.device.is_tracing = false;
+    EXPECT_EQ(system.takeCalls(), tests::Lines{});
 
-    subject.runTo(4s);
-    subject.sleepTo(1799s);
-    subject.runTo(1802s);
-    const plist::Dictionary preferences = readDictionary(subject.preferencesFile());
-    subject.expectTrueStatus(preferences);
-    subject.expectWholeLog(preferences);
-    EXPECT_EQ(tests::readAll(subject.preferencesFile()), input);
+    system.runTo(4s);
+    system.sleepTo(1799s);
+    system.runTo(1802s);
+    const plist::Dictionary preferences = readDictionary(system.preferencesFile());
+    system.expectTrueStatus(preferences);
+    system.expectWholeLog(preferences);
+    EXPECT_EQ(tests::readAll(system.preferencesFile()), input);
   });
 }
 

@@ -1,12 +1,12 @@
-// What the kernel says of its processes: how many, which, their names and paths, and the list of
-// their priorities; as a sound kernel says it, and answers that none would give. The input is a
-// property list:
-//   Processes   {Name, Path, Pid, Nice, Zombie}, each where given; newest last. A Path that begins
-//               with @ is below the root's Applications.
-//   Copies      how often all of them run
+// Feeds kernel answers about processes to the daemon and vorlatchctl: their number, pids, names,
+// paths and priorities, including answers that no real kernel would give. The input is a property
+// list:
+//   Processes   {Name, Path, Pid, Nice, Zombie}, all optional; newest last. A Path that begins with
+//               @ is below the root's Applications.
+//   Copies      how many copies of all processes run
 //   AppConfigs  the targets
-//   Answers     {Function, Command, Pid, First, Count, Result, Error, Buffer, Acts} in the place of
-//               the simulated device's own
+//   Answers     {Function, Command, Pid, First, Count, Result, Error, Buffer, Acts}: results that
+//               replace those of the simulated device
 #include <algorithm>
 #include <cstring>
 #include <set>
@@ -18,7 +18,7 @@
 #include "config/property_list_file.h"
 #include "fuzz/support/fuzzer.h"
 #include "fuzz/support/scene.h"
-#include "fuzz/support/subject.h"
+#include "fuzz/support/system_under_test.h"
 #include "platform/property_list.h"
 #include "proc/process_lookup.h"
 
@@ -30,23 +30,23 @@ using plist::Dictionary;
 using plist::Value;
 
 constexpr std::size_t kMostProcesses = 200;
-// The most that an answer may claim, as room is made for it. A list of processes from kTooManyBytes
-// on may be claimed as well: it is refused before there is room for it.
+// The largest result that an answer may claim, because memory is allocated for it. A process list
+// may also claim kTooManyBytes or more, which is refused before an allocation.
 constexpr int kMostBytes = 1 << 20;
 constexpr int kTooManyBytes = 1 << 29;
 constexpr std::size_t kLongestName = 31;
 
-struct ProcessSubject : Subject {
-  ProcessSubject() {
+struct ProcessSystem : SystemUnderTest {
+  ProcessSystem() {
     static_cast<void>(installApp("Other.appex", Dictionary{{"CFBundleIdentifier", "a.b"}}));
     static_cast<void>(installApp("Nameless.app", Dictionary{{"CFBundleIdentifier", ""}}));
     static_cast<void>(installApp("Odd.app", Dictionary{{"CFBundleIdentifier", 7}}));
   }
 };
 
-void launchProcesses(Subject& subject, const Dictionary& scene) {
+void launchProcesses(SystemUnderTest& system, const Dictionary& scene) {
   std::set<std::int32_t> pids;
-  for (const auto& process : subject.device.processes()) pids.insert(process.pid);
+  for (const auto& process : system.device.processes()) pids.insert(process.pid);
   std::int32_t next_pid = 1000;
   const auto copies = static_cast<std::size_t>(std::clamp(integerIn(scene, "Copies", 1), 1, 200));
   for (std::size_t copy = 0; copy < copies; ++copy) {
@@ -56,18 +56,18 @@ void launchProcesses(Subject& subject, const Dictionary& scene) {
       if (pids.size() >= kMostProcesses || !pids.insert(pid).second) continue;
       const std::string name = textIn(*process, "Name");
       std::string path = textIn(*process, "Path");
-      if (path.starts_with('@')) path = subject.rootPath("/Applications/") + path.substr(1);
-      subject.device.launch({.name = name,
-                             .executable_path = path,
-                             .pid = pid,
-                             .nice_value = std::clamp(integerIn(*process, "Nice", 0), -20, 20)});
-      if (isTrueIn(*process, "Zombie")) subject.device.becomeZombie(pid);
+      if (path.starts_with('@')) path = system.rootPath("/Applications/") + path.substr(1);
+      system.device.launch({.name = name,
+                            .executable_path = path,
+                            .pid = pid,
+                            .nice_value = std::clamp(integerIn(*process, "Nice", 0), -20, 20)});
+      if (isTrueIn(*process, "Zombie")) system.device.becomeZombie(pid);
     }
   }
 }
 
-// A call may claim any result, but no more bytes than it leaves behind: what would be read beyond
-// them is another buffer's old contents, which no input repeats.
+// A call may claim any result, but gets a buffer with at least that many bytes. Otherwise old
+// contents of another buffer would be read, which would not be repeatable.
 void scriptAnswers(simulated::Device& device, const Dictionary& scene) {
   for (const Dictionary* answer : dictionariesIn(scene, "Answers")) {
     simulated::Script script{.function = textIn(*answer, "Function"),
@@ -90,7 +90,8 @@ void scriptAnswers(simulated::Device& device, const Dictionary& scene) {
   }
 }
 
-// Each process is found by its name, and both look-ups of vorlatchctl give what the daemon's give.
+// Expects each process to be found by its name, and both look-ups of vorlatchctl to agree with the
+// daemon's.
 void expectFound(const simulated::Device& device) {
   const RunningProcessMap running = getRunningProcessMap();
   const std::vector<RunningProcess> listed = listRunningProcesses();
@@ -108,11 +109,11 @@ void expectFound(const simulated::Device& device) {
     EXPECT_TRUE(pids.contains(pid)) << key;
     EXPECT_TRUE(!key.empty() && isValidUtf8(key));
     EXPECT_EQ(pidForBundleIDIn(listed, key), getPIDForBundleID(key)) << key;
-    if (pids.size() > 50) return;  // each key looks at every process
+    if (pids.size() > 50) return;  // each look-up scans all processes
   }
 }
 
-// Only the priority list, which is every process's, is asked of process 0.
+// Process 0 may appear only in the call for the priority list of all processes.
 void expectNoStrangerTouched(const tests::Lines& calls) {
   for (const std::string& call : calls) {
     if (call.starts_with("memorystatus_control(1,")) continue;
@@ -121,14 +122,14 @@ void expectNoStrangerTouched(const tests::Lines& calls) {
   }
 }
 
-void look(Subject& subject, const std::string& key) {
+void look(SystemUnderTest& system, const std::string& key) {
   for (const bool wants_json : {false, true}) {
     for (const char* command : {"ps", "plan", "doctor", "status", "check"}) {
-      subject.look({command}, wants_json);
+      system.look({command}, wants_json);
     }
-    subject.look({"match", key}, wants_json);
+    system.look({"match", key}, wants_json);
   }
-  subject.look({"__complete", "match", ""}, false);
+  system.look({"__complete", "match", ""}, false);
 }
 
 }  // namespace
@@ -181,8 +182,8 @@ const Words& vocabulary() {
   return words;
 }
 
-void tell(std::string_view input) {
-  static ProcessSubject& subject = *new ProcessSubject;
+void feed(std::string_view input) {
+  static ProcessSystem& system = *new ProcessSystem;
   const std::optional<Value> root = propertyListIn(input);
   if (!root || root->as<Dictionary>() == nullptr) return;
   const Dictionary& scene = *root->as<Dictionary>();
@@ -191,30 +192,30 @@ void tell(std::string_view input) {
                                {keys::kAppConfigs, targets != nullptr ? *targets : Dictionary{}}};
   const std::string bytes = platform::writeXmlPropertyList(preferences);
   if (!propertyListIn(bytes)) return;
-  subject.tell([&] {
-    launchProcesses(subject, scene);
-    expectFound(subject.device);
-    subject.putPreferences(bytes);
-    scriptAnswers(subject.device, scene);
-    subject.device.is_tracing = true;
-    subject.postAndRun();
-    subject.runTo(3s);
-    subject.sleepTo(1799s);
-    subject.runTo(1801s);
-    subject.device.is_tracing = false;
-    expectNoStrangerTouched(subject.takeCalls());
-    subject.expectWholeLog(readDictionary(subject.preferencesFile()));
-    const Dictionary status = subject.status();
-    look(subject, status.empty() ? std::string() : status.begin()->first);
+  system.feed([&] {
+    launchProcesses(system, scene);
+    expectFound(system.device);
+    system.putPreferences(bytes);
+    scriptAnswers(system.device, scene);
+    system.device.is_tracing = true;
+    system.postAndRun();
+    system.runTo(3s);
+    system.sleepTo(1799s);
+    system.runTo(1801s);
+    system.device.is_tracing = false;
+    expectNoStrangerTouched(system.takeCalls());
+    system.expectWholeLog(readDictionary(system.preferencesFile()));
+    const Dictionary status = system.status();
+    look(system, status.empty() ? std::string() : status.begin()->first);
 
-    // Once the kernel answers as it should, the next change puts everything right.
-    subject.device.clearScripts();
-    subject.putPreferences("");
-    subject.postAndRun();
-    subject.putPreferences(bytes);
-    subject.postAndRun();
-    subject.expectTrueStatus(readDictionary(subject.preferencesFile()));
-    look(subject, "SpringBoard");
+    // Once the kernel answers correctly, the next change repairs everything.
+    system.device.clearScripts();
+    system.putPreferences("");
+    system.postAndRun();
+    system.putPreferences(bytes);
+    system.postAndRun();
+    system.expectTrueStatus(readDictionary(system.preferencesFile()));
+    look(system, "SpringBoard");
   });
 }
 

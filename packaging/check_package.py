@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Looks over a finished package for the device, and says what in it is not as it must be.
+"""Checks a finished package for the device, and prints every difference from what is expected.
 
-What it compares with stands here and in imports.txt; of how the package was made it knows nothing.
+The expected values are in this file and in imports.txt. Shares no code with the scripts that build it.
 """
 
 import argparse
@@ -71,17 +71,17 @@ def run(*command: str | pathlib.Path) -> bytes:
 
 
 def differences(what: str, expected: dict[str, object], found: dict[str, object]) -> Iterator[str]:
-    """One line for each key of a dictionary that is missing, different or too many."""
+    """Yields a line for each key that is missing, unexpected, or has a different value."""
     for key in sorted({*expected, *found}):
         if expected.get(key) != found.get(key):
             yield f"{what} {key}: {found.get(key)}, not {expected.get(key)}"
 
 
-# The package's own parts
+# Checks of the package
 
 
 def entries_of(package: pathlib.Path, part: str) -> dict[str, str]:
-    """What the tar archive of a package holds, by path without the leading "./"."""
+    """Returns type, mode and owner of each entry of an archive in the package, by path without "./"."""
     with tarfile.open(fileobj=io.BytesIO(run("dpkg-deb", part, package))) as archive:
         return {
             member.name.removeprefix("./").removeprefix("."): (
@@ -93,7 +93,7 @@ def entries_of(package: pathlib.Path, part: str) -> dict[str, str]:
 
 
 def expected_entries(modes: dict[str, int]) -> dict[str, str]:
-    """Those files, root's, and the folders that they are in."""
+    """Returns the entries for these files, owned by root, and for their parent folders."""
     entries = {path: f"file {mode:o} 0:0 root:root" for path, mode in modes.items()}
     for path in modes:
         for folder in pathlib.PurePosixPath(path).parents:
@@ -119,7 +119,7 @@ def check_control(package: pathlib.Path, version: str) -> Iterator[str]:
         yield f"the package's name is not {name}"
 
 
-# The programs
+# Checks of the programs
 
 
 def check_header(program: lief.MachO.Binary) -> Iterator[str]:
@@ -130,7 +130,7 @@ def check_header(program: lief.MachO.Binary) -> Iterator[str]:
     flags = {flag.name for flag in header.flags_list}
     if "PIE" not in flags:
         yield "not position independent"
-    # With either of these dyld compares the program's definitions with those of every library.
+    # With either flag dyld compares the program's definitions with those of every library.
     for flag in sorted({"WEAK_DEFINES", "BINDS_TO_WEAK"} & flags):
         yield f"the flag {flag} is set"
 
@@ -149,13 +149,13 @@ def check_load_commands(program: lief.MachO.Binary) -> Iterator[str]:
 
 
 def kept_imports() -> set[tuple[str, str]]:
-    """What may be asked of each library."""
+    """Returns the (library, name) pairs that programs may import."""
     lines = (HERE / "imports.txt").read_text(encoding="utf-8").splitlines()
     return {tuple(line.split()) for line in lines if line and not line.startswith("#")}
 
 
 def bindings_of(program: lief.MachO.Binary, weak: bool) -> list[lief.MachO.DyldBindingInfo]:
-    """What dyld looks up, from the tables that it goes by itself."""
+    """Returns the weak or the other bindings, from the tables that dyld itself reads."""
     bindings = program.dyld_info.bindings if program.has_dyld_info else []
     return [one for one in bindings if (one.binding_class == lief.MachO.DyldBindingInfo.CLASS.WEAK) == weak]
 
@@ -197,7 +197,7 @@ def check_files(folder: pathlib.Path) -> Iterator[str]:
 
 
 def examine(package: pathlib.Path, version: str) -> list[str]:
-    """What is wrong with the package, one line each. The files' contents only once all are there."""
+    """Returns the problems of the package, one line each. Checks contents only if no file is missing."""
     findings = [*check_entries(package), *check_control(package, version)]
     if findings:
         return findings

@@ -1,7 +1,6 @@
-"""Reads the ad-hoc signature of a program for the device back, and says what is wrong with it.
+"""Checks the ad-hoc signature of a program for the device.
 
-It shares no code with what makes the signature, so that a mistake there cannot excuse itself here. The
-layout is that of xnu's cs_blobs.h.
+Shares no code with sign.py, so that a mistake there is found here. The layout is from xnu's cs_blobs.h.
 """
 
 import hashlib
@@ -15,7 +14,7 @@ from collections.abc import Iterator
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "build/python"))
 import lief  # noqa: E402
 
-lief.logging.disable()  # its warnings come back here as findings
+lief.logging.disable()  # this module reports the problems itself
 
 PAGE = 4096
 NO_HASH = bytes(32)
@@ -29,7 +28,7 @@ BLOBS = {
     0x10000: "CMS wrapper",
 }
 DIRECTORY = struct.Struct(">9I4B4I4Q")
-# What an entitlement adds to execSegFlags, which are 1 for every executable.
+# The bits that entitlements add to execSegFlags, which are 1 for every executable.
 EXEC_SEGMENT_FLAGS = {
     "get-task-allow": 0x10,
     "run-unsigned-code": 0x10,
@@ -42,13 +41,13 @@ EXEC_SEGMENT_FLAGS = {
 
 
 def read_program(data: bytes) -> lief.MachO.Binary | None:
-    """The program, when it is a thin 64-bit Mach-O file."""
+    """Returns the program, or None if it is not a thin 64-bit Mach-O file."""
     found = lief.MachO.parse(io.BytesIO(data)) if data[:4] == b"\xcf\xfa\xed\xfe" else None
     return found.at(0) if found else None
 
 
 def superblob(blobs: dict[int, bytes]) -> bytes:
-    """The blobs one right after the other, in the order of their slots, each slot once."""
+    """Returns a superblob with the blobs in the order of their slots, without gaps."""
     index, body, begin = b"", b"", 12 + 8 * len(blobs)
     for slot, blob in sorted(blobs.items()):
         index += struct.pack(">2I", slot, begin + len(body))
@@ -70,7 +69,7 @@ def der(tag: int, body: bytes) -> bytes:
 
 
 def der_entitlements(names: list[str]) -> bytes:
-    """The form that the kernel reads from iOS 15 on: version 1, and each key with true."""
+    """Encodes the entitlements as the kernel expects since iOS 15: version 1, each key with true."""
     pairs = [der(0x30, der(0x0C, name.encode()) + b"\x01\x01\xff") for name in sorted(names)]
     return der(0x70, b"\x02\x01\x01" + der(0xB0, b"".join(pairs)))
 
@@ -105,7 +104,7 @@ def check_blobs(signature: bytes, blobs: dict[int, bytes], entitlements: list[st
     try:
         found = plistlib.loads(xml[8:], fmt=plistlib.FMT_XML)
         same = sorted(found) == sorted(entitlements) and all(value is True for value in found.values())
-    except Exception:  # plistlib lets out whatever its parsers meet
+    except Exception:  # plistlib raises exceptions of several parsers
         same = False
     if not same or xml[:4] != b"\xfa\xde\x71\x71":
         yield "the XML entitlements are not those of the package"
@@ -155,7 +154,7 @@ def check_directory(
 
 
 def examine(data: bytes, identifier: str, entitlements: list[str]) -> list[str]:
-    """What is wrong with the signature, one line each; the entitlements are keys that are true."""
+    """Returns the problems of the signature, one line each. All entitlements have the value true."""
     program = read_program(data)
     if program is None:
         return ["not a thin 64-bit little-endian Mach-O file"]
@@ -170,6 +169,6 @@ def examine(data: bytes, identifier: str, entitlements: list[str]) -> list[str]:
         findings += check_blobs(signature, blobs, entitlements)
         text = program.get_segment("__TEXT")
         findings += check_directory(blobs, data[:begin], text, identifier, entitlements)
-    except (AttributeError, KeyError, struct.error) as error:  # cut short, or without what is looked up
+    except (AttributeError, KeyError, struct.error) as error:  # truncated, or a part is missing
         findings.append(f"the signature cannot be read: {error}")
     return findings

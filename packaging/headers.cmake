@@ -1,5 +1,5 @@
-# The two libraries of vorlatchctl that are headers alone, apart from this machine's own headers beside
-# which they are installed.
+# Copies vorlatchctl's two header-only libraries to a separate folder, because this machine's own headers
+# are installed in the same folder and must not be included.
 set(headers ${PROJECT_BINARY_DIR}/headers)
 foreach(header CLI/CLI.hpp nlohmann/json.hpp)
   find_path(found ${header} PATHS /usr/include NO_DEFAULT_PATH NO_CACHE REQUIRED)

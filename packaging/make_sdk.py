@@ -1,9 +1,8 @@
 #!/usr/bin/env python3
-"""Makes what stands in for Apple's iPhoneOS SDK: C headers, and stubs of the libraries to link against.
+"""Creates a replacement for Apple's iPhoneOS SDK: C headers, and stub libraries to link against.
 
-The headers of the C library come from a wheel of zig, those of CoreFoundation and notify from stubs/.
-A stub library exports the names in imports.txt and no others, so a program that asks the device for
-more does not link.
+The C library's headers come from a wheel of zig, those of CoreFoundation and notify from stubs/. The
+stub libraries export only the names in imports.txt, so a program that uses another name does not link.
 """
 
 import argparse
@@ -15,7 +14,7 @@ import zipfile
 HERE = pathlib.Path(__file__).resolve().parent
 WHEEL_HEADERS = "ziglang/lib/libc/include/any-darwin-any/"
 FRAMEWORK = "System/Library/Frameworks/CoreFoundation.framework"
-# The stub's path in the SDK, the library's path on the device, its versions in the SDK of iOS 15.6.
+# The stub's path in the SDK, the library's path on the device, and its versions in the iOS 15.6 SDK.
 LIBRARIES = {
     "CoreFoundation": (f"{FRAMEWORK}/CoreFoundation.tbd", f"/{FRAMEWORK}/CoreFoundation", "1860", 150),
     "libSystem": ("usr/lib/libSystem.tbd", "/usr/lib/libSystem.B.dylib", "1311.120.1", 1),
@@ -55,7 +54,7 @@ def main() -> None:
         text = STUB.format(path=path, version=version, compatibility=compatibility, symbols=symbols)
         (sdk / stub).parent.mkdir(parents=True, exist_ok=True)
         (sdk / stub).write_text(text, encoding="utf-8")
-    # The system's libraries behave as a program's SDK lets them expect: as those of iOS 15 do.
+    # System libraries adapt to the SDK version of a program: here they behave as in iOS 15.
     settings = json.dumps({"Version": "15.0", "MaximumDeploymentTarget": "15.0.99"})
     (sdk / "SDKSettings.json").write_text(settings, encoding="utf-8")
 

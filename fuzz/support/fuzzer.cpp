@@ -14,8 +14,8 @@
 namespace vorlatch::fuzz {
 namespace {
 
-// The daemon points the standard streams at its log, so what is found is said on a descriptor kept
-// from before.
+// Reports failures on a duplicate of standard error, because the daemon redirects the standard
+// streams to its log.
 class StopAtFailure : public testing::EmptyTestEventListener {
  public:
   void OnTestPartResult(const testing::TestPartResult& result) override {
@@ -40,7 +40,7 @@ std::string_view textOf(const std::uint8_t* data, std::size_t size) {
 
 using vorlatch::fuzz::textOf;
 
-// libFuzzer is told to keep its own output apart from the streams, whoever starts the program.
+// Adds the option that keeps libFuzzer's own output off the redirected streams.
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
   static std::vector<char*>& arguments = *new std::vector<char*>(*argv, *argv + *argc);
   static char keep_output[] = "-close_fd_mask=3";
@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  vorlatch::fuzz::tell(textOf(data, size));
+  vorlatch::fuzz::feed(textOf(data, size));
   return 0;
 }
 

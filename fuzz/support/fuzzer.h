@@ -1,6 +1,6 @@
-// What a fuzzer is made of: each source beside this folder defines these two, the rest is shared. A
-// fuzzer tells its input to the subject and expects what the tests would; an expectation that fails
-// is a finding, as is a crash.
+// The two functions that each fuzzer defines; the rest is shared. A fuzzer feeds its input to the
+// system under test and checks what the tests would check. A failed expectation or a crash is a
+// finding.
 #pragma once
 
 #include <string>
@@ -11,10 +11,11 @@ namespace vorlatch::fuzz {
 
 using Words = std::vector<std::string>;
 
-// Tells one input from beginning to end; the next one finds what the first one found.
-void tell(std::string_view input);
+// Runs one input. Afterwards the state must be as before, so that inputs do not depend on each
+// other.
+void feed(std::string_view input);
 
-// The keys and texts that inputs are made with.
+// The keys and texts from which the mutator builds inputs.
 const Words& vocabulary();
 
 }  // namespace vorlatch::fuzz

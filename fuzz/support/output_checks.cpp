@@ -22,7 +22,7 @@ using plist::Dictionary;
 using plist::Value;
 using Path = std::vector<std::string>;
 
-// Without the colours, and what `status --watch` moves the cursor and erases with.
+// Removes colours, and the cursor moves and erasures of `status --watch`.
 std::string undrawn(std::string_view text) {
   constexpr std::array<std::string_view, 13> kDrawing = {
       "\x1b[0m", "\x1b[1m", "\x1b[2m", "\x1b[31m", "\x1b[32m", "\x1b[33m", "\x1b[36m",
@@ -43,8 +43,8 @@ bool isIn(char byte, unsigned first, unsigned last) {
   return value >= first && value <= last;
 }
 
-// Of UTF-8 as its bytes: C0 and DEL; C1 (C2 80 on); the marks and embeddings of direction and the
-// separators (D8 9C, E2 80 8E on, E2 80 A8 on); the isolates (E2 81 A6 on).
+// The forbidden UTF-8 sequences: C0 and DEL; C1 (from C2 80); direction marks, embeddings and
+// separators (D8 9C, from E2 80 8E, from E2 80 A8); isolates (from E2 81 A6).
 bool beginsWithCommand(std::string_view text) {
   if (text[0] != '\n' && (isIn(text[0], 0, 0x1F) || text[0] == '\x7F')) return true;
   if (text.size() >= 2 && text[0] == '\xC2') return isIn(text[1], 0x80, 0x9F);

@@ -1,4 +1,4 @@
-// What holds for all that vorlatchctl prints.
+// Checks that apply to all output of vorlatchctl.
 #pragma once
 
 #include <string_view>
@@ -8,20 +8,20 @@
 
 namespace vorlatch::fuzz {
 
-// UTF-8 with nothing in it that commands a terminal: no control but the line's end, no change of
-// direction. `may_draw`: but for the colours, and the moves and erasures by which `status --watch`
-// shows one table in another's place.
+// Expects valid UTF-8 without control characters (other than line ends) and without changes of text
+// direction. `may_draw` also permits colours, and the cursor moves and erasures with which `status
+// --watch` replaces a table.
 void expectHarmless(std::string_view text, bool may_draw);
 
-// One JSON value after another, and nothing else.
+// Expects a sequence of JSON values and nothing else.
 void expectJson(std::string_view text);
 
-// The word that names the command; empty when there is none.
+// Returns the word that names the command, or an empty string.
 std::string commandOf(const Words& words);
 // Whether the command may change the preferences.
 bool isEdit(std::string_view command);
 
-// What differs between the two was named by the words.
+// Expects that every difference between the two dictionaries was named by the words.
 void expectOnlyNamedChanges(const plist::Dictionary& before, const plist::Dictionary& after,
                             const Words& words);
 

@@ -1,4 +1,4 @@
-// Inputs that are property lists which describe a scene: its parts, each where given.
+// Reads inputs that are property lists describing a scene. All parts of a scene are optional.
 #pragma once
 
 #include <cstdint>
@@ -11,20 +11,20 @@
 
 namespace vorlatch::fuzz {
 
-// The integer as the daemon reads it from a value of any type; `otherwise` where there is none.
+// The integer as the daemon reads it from a value of any type; `otherwise` if the key is missing.
 std::int32_t integerIn(const plist::Dictionary& scene, std::string_view key,
                        std::int32_t otherwise);
-// Whether the value counts as true for the daemon; false where there is none.
+// Whether the daemon reads the value as true; false if the key is missing.
 bool isTrueIn(const plist::Dictionary& scene, std::string_view key);
-// The bytes of a text or of data, which may be no text at all; empty for anything else.
+// The bytes of a string or data, which need not be valid text; empty for any other value.
 std::string textIn(const plist::Dictionary& scene, std::string_view key);
-// Likewise of a value at hand.
+// The bytes of a string or data; empty for any other value.
 std::string bytesOf(const plist::Value& value);
-// The dictionaries in an array, which the scene keeps; what else is in it is passed over.
+// The dictionaries in an array, which point into `scene`. Skips other elements.
 std::vector<const plist::Dictionary*> dictionariesIn(const plist::Dictionary& scene,
                                                      std::string_view key);
-// What a file holds: the bytes as they are where they are given as data or text, the property list
-// of any other value; nothing where the scene has no such file.
+// The contents of a file: the bytes of a string or data, or any other value as a property list.
+// std::nullopt if the scene does not contain the file.
 std::optional<std::string> fileIn(const plist::Dictionary& scene, std::string_view key,
                                   bool is_binary);
 

@@ -26,14 +26,14 @@ using plist::Date;
 using plist::Dictionary;
 using plist::Value;
 
-// How many bytes one mutation of a text may add.
+// The largest number of bytes that one mutation adds to a text.
 constexpr std::size_t kGrowth = 16;
 
 class TreeMutator {
  public:
   explicit TreeMutator(unsigned seed) : random_(seed) {}
 
-  // Below `end`.
+  // A number in [0, end).
   std::size_t pick(std::size_t end) { return random_() % end; }
   bool oneIn(std::size_t count) { return pick(count) == 0; }
 
@@ -112,7 +112,7 @@ class TreeMutator {
     }
   }
 
-  // By another value of the tree, by a new one, or by one that holds it.
+  // Replaces the node by another value of the tree, by a new value, or by one that contains it.
   void replace(Value& node, Value& root) {
     switch (pick(5)) {
       case 0: {
@@ -160,7 +160,7 @@ class TreeMutator {
     held.bytes = mutatedBytes(std::move(held.bytes));
   }
 
-  // A text that is none any more goes on as data.
+  // A text that is no longer valid becomes data.
   void change(std::string& held, Value& node) {
     switch (pick(4)) {
       case 0:
@@ -211,8 +211,8 @@ class TreeMutator {
   std::minstd_rand random_;
 };
 
-// The bytes of the tree, in the form that the input had or, now and then, the other. Copied to
-// `out`; 0 when they do not fit, or stand for no tree any more.
+// Writes the tree to `out`, usually in the input's form, sometimes in the other. Returns the size,
+// or 0 if the bytes do not fit or no longer form a tree.
 std::size_t write(const Value& tree, bool is_binary, std::uint8_t* out, std::size_t max_size) {
   const std::string bytes =
       is_binary ? platform::writeBinaryPropertyList(tree) : platform::writeXmlPropertyList(tree);

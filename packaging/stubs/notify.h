@@ -1,4 +1,4 @@
-/* What platform/darwin uses of <notify.h>, for a build without Apple's SDK. */
+/* The part of <notify.h> that platform/darwin uses, for a build without Apple's SDK. */
 #pragma once
 
 #include <dispatch/dispatch.h>

@@ -1,20 +1,20 @@
 # shellcheck shell=bash
-# What the scripts of this checkout share; sourced, never run.
+# Functions that all scripts share; to be sourced.
 
 set -euo pipefail
 unset CDPATH
-# The log is Chinese, and sorting must not depend on who runs the scripts.
+# UTF-8 for the Chinese log, and a sort order that does not depend on the user.
 export LC_ALL=C.UTF-8
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
 
-# What a build takes; the clang presets take both lists.
+# Packages that a build needs; the clang presets need both lists.
 # shellcheck disable=SC2034 # for the scripts
 build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libbenchmark-dev libplist-dev
   libcli11-dev nlohmann-json3-dev lowdown util-linux)
 # shellcheck disable=SC2034
 clang_packages=(clang libclang-rt-14-dev llvm)
-# What the tests of the optimised build run.
+# Packages that the tests of the optimised build need.
 # shellcheck disable=SC2034
 test_packages=(clang clang-format lld procps shellcheck zsh)
 
@@ -27,7 +27,7 @@ die() {
   exit 1
 }
 
-# Prints the comment at the head of the running script.
+# Prints the comment at the top of the running script.
 usage() { sed -n '2,/^[^#]/{s/^# \{0,1\}//p}' "$0"; }
 
 missingPackages() {
@@ -38,10 +38,10 @@ missingPackages() {
   done
 }
 
-# Sees to it that these Debian packages are there. Nothing is asked of apt when they are.
+# Installs these Debian packages if they are missing. Does not call apt otherwise.
 require_packages() {
   if ! command -v dpkg-query >/dev/null; then
-    note "this is not Debian; what these packages hold has to be installed: $*"
+    note "this is not Debian; make sure that the contents of these packages are installed: $*"
     return
   fi
   local missing log
@@ -65,20 +65,20 @@ installPython() {
   rm -rf "$folder"
   quietly "$folder.log" python3 -m pip --disable-pip-version-check install --require-hashes --no-deps \
     --only-binary :all: --target "$folder" --requirement "$wanted" ||
-    die "Python packages cannot be had from PyPI: check the network, or pip's settings for a mirror"
+    die "Python packages cannot be downloaded from PyPI: check the network, or pip's settings for a mirror"
   cp "$wanted" "$folder"
 }
 
-# Sees to it that the Python packages in requirements.txt are there, in build/python.
+# Installs the Python packages of requirements.txt in build/python if they are missing or outdated.
 require_python() {
   require_packages python3 python3-pip
-  # Without the lock when there is nothing to do, as another script may be building for long.
+  # Checks before taking the lock, because another script may hold it during a long build.
   cmp -s "$root/scripts/lib/requirements.txt" "$root/build/python/requirements.txt" ||
     locked installPython
   export PYTHONPATH=$root/build/python PYTHONDONTWRITEBYTECODE=1
 }
 
-# Where no package manager could be asked.
+# For systems without Debian packages: fails if a program is missing.
 require_tools() {
   local tool
   for tool in "$@"; do
@@ -90,14 +90,14 @@ installPackages() {
   DEBIAN_FRONTEND=noninteractive apt-get -q install --yes --no-install-recommends "$@"
 }
 
-# The sanitizers lay out memory at fixed places, which a randomised address space may occupy. What
-# is run behind this prefix keeps clear of them, where the machine allows it.
+# The sanitizers need fixed addresses, which address space randomisation may occupy. Where the machine
+# allows it, this command prefix turns randomisation off.
 without_randomisation=()
 if setarch "$(uname -m)" -R true 2>/dev/null; then
   without_randomisation=(setarch "$(uname -m)" -R)
 fi
 
-# Runs a command quietly; what it said is shown when it fails.
+# quietly LOG COMMAND...: writes the output to the log, and shows it only if the command fails.
 quietly() {
   local log=$1
   shift
@@ -110,7 +110,7 @@ quietly() {
 configureUnlocked() {
   local folder=$root/build/$1
   local how=(cmake -S "$root" --preset "$1")
-  # A folder that was configured from these presets brings itself up to date.
+  # A folder that was configured from these presets reconfigures itself if needed.
   if [[ -f $folder/build.ninja && $folder/build.ninja -nt $root/CMakePresets.json ]]; then
     how=(ninja -C "$folder" build.ninja)
   fi
@@ -124,12 +124,12 @@ buildUnlocked() {
   left=$(ninja -C "$folder" -n "$@" 2>&1 || true)
   [[ $left == *'no work to do'* ]] && return
   note "building $preset"
-  # Tests are listed while they are built, by running them.
+  # The build runs each test program to list its tests.
   quietly "$folder.log" "${without_randomisation[@]}" ninja -C "$folder" -j "$(nproc)" "$@" ||
     die "preset $preset cannot be built"
 }
 
-# Two scripts at once do not build the same folder.
+# locked COMMAND...: holds the build lock, so that two scripts never build at the same time.
 locked() {
   mkdir -p "$root/build"
   (
@@ -141,20 +141,20 @@ locked() {
   ) 9>"$root/build/.lock"
 }
 
-# build PRESET [TARGET...]: brings build/PRESET up to date, configuring it first when needed.
+# build PRESET [TARGET...]: configures build/PRESET if needed, and builds it.
 build() { locked buildUnlocked "$@"; }
 
-# configure PRESET: no more than what makes build/PRESET/compile_commands.json.
+# configure PRESET: only configures build/PRESET, which writes compile_commands.json.
 configure() { locked configureUnlocked "$1"; }
 
 # Whether this process may lower nice values.
 mayLowerNiceValues() { [[ $(nice -n -40 nice 2>/dev/null) == -20 ]]; }
 
-# Whether this process may mount; tried in a namespace of its own, which leaves nothing behind.
+# Whether this process may mount. Tries it in a new namespace, so that no mount remains.
 mayMount() { unshare --mount mount -t tmpfs none /mnt 2>/dev/null; }
 
-# Prints the paths below the root, one a line and relative to it, of files whose names match one of
-# the patterns; nothing of what was built.
+# filesNamed PATTERN...: prints the files whose names match a pattern, one per line, relative to the
+# root, without build results.
 filesNamed() {
   local names=() pattern
   for pattern in "$@"; do names+=(-o -name "$pattern"); done
@@ -164,7 +164,7 @@ filesNamed() {
 
 cppFiles() { filesNamed '*.cpp' '*.h'; }
 
-# Prints the shell scripts, with or without an ending in their name.
+# Prints the shell scripts, which may have no file name extension.
 shellFiles() {
   filesNamed '*' | (
     cd "$root"

@@ -1,15 +1,15 @@
 # shellcheck shell=bash
-# A jailbreak root with targets and a daemon at work in it; sourced by scripts/run.
+# Runs targets and a daemon in a jailbreak root; sourced by scripts/run.
 
-# By file name, which is the process name; the app's is that of its bundle's executable.
+# File names, which are also the process names; WeChat is the executable of an app bundle.
 target_names=(SpringBoard backboardd dasd kbd runningboardd sharingd WeChat)
-# By target name, the process id.
+# Process ids by target name.
 declare -A target_pids=()
 daemon_pid=0
 log_lines_seen=0
 
-# Takes a root that no other run uses at the moment. Beside one in a process namespace of its own
-# another may run, in a second root; in a shared one their targets would be taken for each other.
+# Locks a jailbreak root that no other run uses. Several runs are possible only in process namespaces,
+# because otherwise each daemon would also find the targets of the other.
 takeRoot() {
   local suffix
   mkdir -p "$root/build"
@@ -19,7 +19,7 @@ takeRoot() {
     flock --nonblock 8 && return
     [[ -n ${VORLATCH_RUN_INSIDE-} ]] || break
   done
-  die "is running already (it holds $jbroot.lock); end that run first"
+  die "another run holds $jbroot.lock; end that run first"
 }
 
 prepareDemo() {
@@ -54,12 +54,12 @@ targetPath() {
   fi
 }
 
-# await SECONDS WHAT COMMAND...: until the command succeeds; WHAT is missed when it never does.
+# await SECONDS WHAT COMMAND...: waits until the command succeeds; fails with a message about WHAT.
 await() {
   local deadline=$((SECONDS + $1)) what=$2
   shift 2
   until "$@"; do
-    ((SECONDS < deadline)) || die "waited in vain for $what"
+    ((SECONDS < deadline)) || die "timed out waiting for $what"
     sleep 0.02
   done
 }
@@ -68,8 +68,8 @@ runs() { kill -0 "$1" 2>/dev/null; }
 
 runsAs() { [[ $(cat "/proc/$1/comm" 2>/dev/null) == "$2" ]]; }
 
-# What is started goes when this script goes, even if that is killed. No descriptor of this
-# script's is handed on: a lock held by a target would outlive the run.
+# The process ends with this script, even if this script is killed. It does not inherit the lock's
+# descriptor, because a target that survived would keep the lock.
 startProcess() { setpriv --pdeathsig KILL "$1" </dev/null >/dev/null 2>&1 8>&- & }
 
 startTarget() {
@@ -99,13 +99,13 @@ startDaemon() {
   await 5 "the daemon's log" test -s "$log"
 }
 
-# Runs vorlatchctl, and shows it as a user would type it.
+# Shows the command line, then runs vorlatchctl.
 control() {
   say "\$ vorlatchctl $*"
   "$jbroot/usr/bin/vorlatchctl" "$@"
 }
 
-# Ends what this run started, by id; the rest of the script's jobs is the view of the log.
+# Ends all jobs of this script by process id: targets, daemon, and the view of the log.
 endDemo() {
   local pid
   trap '' INT TERM HUP
@@ -116,20 +116,20 @@ newLog() { tail -n "+$((log_lines_seen + 1))" "$log"; }
 
 newLogHas() { newLog | grep -E "$1" >/dev/null; }
 
-# Waits for a line of the log that came since the last time.
+# Waits for a log line that matches and is newer than the last one awaited.
 awaitLog() {
   await 10 "the log line \"$1\"" newLogHas "$1"
   log_lines_seen=$(wc -l <"$log")
 }
 
-# Kept running as the system's own launcher would, so that one may be killed to see what happens.
+# Restarts targets as launchd would, so that a user may kill one to see the effect.
 restartDeadTargets() {
   local name
   for name in "${target_names[@]}"; do
     runs "${target_pids[$name]}" && continue
     wait "${target_pids[$name]}" 2>/dev/null || true
     startTarget "$name"
-    say "(run: $name had ended and was started again; vorlatchctl apply makes the daemon look.)"
+    say "(run: $name ended and was restarted; vorlatchctl apply makes the daemon look for it.)"
   done
 }
 
@@ -138,8 +138,8 @@ sayWhatIsRefused() {
     say "Without root's rights nice values below 0 are refused here; the log shows each refusal."
 }
 
-# Writes a script that runs a command where the targets run: seen from elsewhere they have other
-# process ids than the daemon knows.
+# Writes the script jbroot/enter, which runs a command in the targets' namespaces: outside, the targets
+# have different process ids than the daemon sees.
 writeEnter() {
   local enter=$jbroot/enter within=()
   if [[ -n ${VORLATCH_RUN_INSIDE-} ]]; then
@@ -154,9 +154,9 @@ writeEnter() {
 
 stayInView() {
   writeEnter
-  say "The daemon runs until Ctrl-C; this is its log. To try things out, in another terminal:"
+  say "The daemon runs until Ctrl-C; this is its log. To try commands, run in another terminal:"
   say "  $jbroot/enter bash"
-  say "and there, for a start:"
+  say "and there, for example:"
   say "  vorlatchctl status --watch"
   say "  vorlatchctl set kbd NiceValue=5"
   say "  vorlatchctl disable"

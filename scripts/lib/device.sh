@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# Builds and lays out the programs for the device; sourced by scripts/package after common.sh.
+# Builds and stages the programs for the device; sourced by scripts/package after common.sh.
 
-# What a device build takes.
+# Packages that a device build needs.
 # shellcheck disable=SC2034 # for the scripts
 device_packages=(cmake ninja-build clang-19 lld-19 llvm-19 libc++-19-dev
   libcli11-dev nlohmann-json3-dev lowdown)
@@ -10,9 +10,9 @@ device_tools=(git dpkg-deb cmake ninja clang++-19 ld64.lld-19 llvm-ar-19 llvm-ra
   lowdown)
 
 device=$root/build/device
-# Where the programs are built; Apple's SDK has a folder of its own.
+# The build folder of the programs; a build with Apple's SDK uses another one.
 programs=$device/programs
-# The wheel takes half of it.
+# Half of it is for the wheel.
 room_mb=250
 
 checkSdk() {
@@ -20,7 +20,7 @@ checkSdk() {
     die "this is no iPhoneOS SDK: ${1:-(no path)}"
 }
 
-# Rather than stopping half-way; what is there already is counted as room.
+# Checks for enough disk space before the build. Existing files of an earlier build count as free.
 requireRoom() {
   local free_mb had_mb
   mkdir -p "$device" || die "$device cannot be made"
@@ -30,8 +30,8 @@ requireRoom() {
     die "the disk is full: $free_mb MB are free in build/, and $((room_mb - had_mb)) are needed"
 }
 
-# Leaves in $device/sdk what stands for Apple's SDK. The headers of the C library are fetched anew only
-# when another version is asked for.
+# Creates the replacement for Apple's SDK in $device/sdk. Downloads the C library's headers only if
+# requirements.txt changed.
 makeSdk() {
   local wanted=$root/packaging/requirements.txt had=$device/sdk/requirements.txt wheel=()
   if ! cmp -s "$wanted" "$had"; then
@@ -40,7 +40,7 @@ makeSdk() {
     quietly "$device/pip.log" python3 -m pip --disable-pip-version-check download --require-hashes \
       --no-deps --only-binary :all: --platform manylinux_2_12_x86_64 --dest "$device/wheel" \
       --requirement "$wanted" ||
-      die "Darwin's headers cannot be had from PyPI: check the network, or pip's settings for a mirror"
+      die "Darwin's headers cannot be downloaded from PyPI: check the network, or pip's settings for a mirror"
     wheel=(--wheel "$device"/wheel/*.whl)
   fi
   quietly "$device/sdk.log" python3 "$root/packaging/make_sdk.py" "${wheel[@]}" "$device/sdk" ||
@@ -52,7 +52,7 @@ makeSdk() {
 # buildPrograms SDK: leaves unsigned vorlatchd and vorlatchctl in $programs.
 buildPrograms() {
   note "building for the device"
-  # What else the compiler would take from the environment.
+  # The compiler would otherwise take paths and flags from the environment.
   unset CPATH C_INCLUDE_PATH CPLUS_INCLUDE_PATH LIBRARY_PATH CXXFLAGS CPPFLAGS LDFLAGS
   quietly "$programs.log" cmake -S "$root" -B "$programs" -G Ninja \
     -DCMAKE_TOOLCHAIN_FILE="$root/packaging/ios.cmake" -DCMAKE_BUILD_TYPE=Release \
@@ -66,15 +66,15 @@ buildForDevice() {
   buildPrograms "$device/sdk"
 }
 
-# buildWithSdk SDK: the same against Apple's own C headers, libSystem and CoreFoundation.
+# buildWithSdk SDK: builds with Apple's own C headers, libSystem and CoreFoundation.
 buildWithSdk() {
   makeSdk
-  # Its path is in every flag, and another path may be given the next time.
+  # The SDK's path is in all compiler flags, and may differ from that of the last build.
   rm -rf "$programs"
   buildPrograms "$(cd "$1" && pwd -P)"
 }
 
-# layOutPackage STAGING: the installed tree below var/jb, its programs trimmed and signed.
+# layOutPackage STAGING: installs below STAGING/var/jb, and strips and signs the programs.
 layOutPackage() {
   local jb=$1/var/jb program
   rm -rf "$1"

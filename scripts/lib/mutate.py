@@ -1,7 +1,7 @@
-"""Changes one line of the core's sources at a time, and tells which changes no test notices.
+"""Changes one line of the core's sources at a time, and reports the changes that no test notices.
 
-Usage: mutate.py FOLDER [--seed N] [--count N] [--only CHANGE...] [FILE...]. FOLDER holds a copy of the
-sources, sources/, and a configured build of their tests, tests/.
+Usage: mutate.py FOLDER [--seed N] [--count N] [--only CHANGE...] [FILE...]. FOLDER contains a copy of the
+sources in sources/, and a configured build of their tests in tests/.
 """
 
 import argparse
@@ -24,7 +24,7 @@ TESTS = [
     *("property_list_guard_test", "security_test", "scenario_test", "cli_test"),
 ]
 RULES = ["universal.rules", "c_like.rules", "cpp.rules"]
-# A changed program may write and allocate without end.
+# A mutated program may write or allocate without limit.
 LIMITS = ["prlimit", f"--as={4 << 30}", f"--fsize={1 << 30}", "--core=0"]
 PATIENCE_S = 20
 PATIENCE_FACTOR = 5
@@ -34,7 +34,7 @@ PATIENCE_FACTOR = 5
 class Change:
     file: str
     line: int
-    number: int  # among the changes of this line
+    number: int  # counts the changes of this line from 1
     old: str
     new: str
 
@@ -56,7 +56,7 @@ def changes_of(sources: pathlib.Path, file: str) -> list[Change]:
 
 
 def draw(sources: pathlib.Path, files: list[str], seed: int) -> list[Change]:
-    """Every change once, in a random order in which the folders take turns."""
+    """All changes in random order, taken from each folder in turn."""
     piles = collections.defaultdict(list)
     for file in files:
         piles[file.split("/")[0]] += changes_of(sources, file)
@@ -88,7 +88,7 @@ class Tests:
         return hashlib.sha256((self.build / "tests" / test).read_bytes()).hexdigest()
 
     def _list_cases(self, test: str) -> list[str]:
-        """Without those that need root, so that a verdict is the same whoever asks."""
+        """Lists the cases that do not need root, so that the results do not depend on the user."""
         command = [self.build / "tests" / test, "--gtest_list_tests", "--gtest_filter=-Privileged*"]
         suite, cases = "", []
         for line in subprocess.run(command, capture_output=True, text=True, check=True).stdout.splitlines():
@@ -100,7 +100,7 @@ class Tests:
         return cases
 
     def _run(self, test: str, case: str, patience_s: float) -> int:
-        """The exit status; timeout's own, 137, when the test and its children had to be killed."""
+        """Returns the exit status; 137 if the timeout killed the test."""
         program = self.build / "tests" / test
         command = ["timeout", "--signal=KILL", str(patience_s), *LIMITS, program, f"--gtest_filter={case}"]
         return subprocess.run(
@@ -112,7 +112,7 @@ class Tests:
         lines = path.read_text(encoding="utf-8").splitlines(keepends=True)
         try:
             path.write_text("".join([*lines[: change.line - 1], change.new, *lines[change.line :]]))
-            # That of the changed folder first, where there is one.
+            # The changed folder's own test, if there is one, runs first.
             own = change.file.split("/")[0] + "_test"
             return self._held_against(sorted(TESTS, key=lambda test: test != own))
         finally:
@@ -127,7 +127,7 @@ class Tests:
                 continue
             verdict = "survived"
             for case, patience_s in self.cases[test].items():
-                # A case that fails is run again: a busy machine must not count as having noticed the change.
+                # Runs a failed case again, so that a timeout on a busy machine does not count as noticing the change.
                 if self._run(test, case, patience_s) and (status := self._run(test, case, patience_s)):
                     return f"{'timed out' if status in (137, -9) else 'noticed'} by {case}"
         return verdict

@@ -1,6 +1,6 @@
-"""The repository's own rules, which no compiler and no linter knows.
+"""Checks rules of this repository that compilers and linters do not know.
 
-Usage: rules.py ROOT. Prints each breach as PATH:LINE: MESSAGE; ends with 1 when there is one.
+Usage: rules.py ROOT. Prints each violation as PATH:LINE: MESSAGE; exits with 1 if there is any.
 """
 
 import graphlib
@@ -12,32 +12,32 @@ import sys
 from collections.abc import Iterator
 
 LINES_MAX = 400
-# What is installed. Which of these folders may include which is the build's to say.
+# The folders of installed code. The build enforces which of them may include which.
 PRODUCT = "base|platform|rootprefix|log|config|kernel|proc|reconcile|daemon|control|cli"
-# Without a platform's own folder, and without the header that may ask which compiler it is.
+# Excludes the folders of single platforms, and the header that may test for the compiler.
 PORTABLE = rf"(?!platform/(darwin|linux|model)/|base/thread_safety\.h$)({PRODUCT})/.*\.(cpp|h)"
-# Headers with the names and contents of others are left out: their makers' rules hold for them.
+# Fuzzing inputs, and stub headers that follow the conventions of the headers they replace.
 LEFT_OUT = re.compile(r"(.*/)?(corpus|stubs)/")
 SCRIPT = r"(scripts|\.ci)/[a-z-]+"
-# Of files whose path below the root matches: what no line may have.
+# (path pattern, pattern that no line may contain, message)
 FORBIDDEN = [
     (r".*\.(cpp|h)", r"NOLINT", "NOLINT: change the code, or the check for all in .clang-tidy"),
     (PORTABLE, r"^\s*#\s*(if|ifdef|ifndef|elif|else)\b", "the build picks the platform: no #if at or above the seam"),
     (
         rf"({PRODUCT})/.*\.(cpp|h)",
         r"^\s*#\s*include\s+<(iostream|regex|sstream)>",
-        "this header costs memory and start-up time",
+        "including this header costs memory and start-up time",
     ),
     (
         r"tests/.*\.(cpp|h)",
         r"\b(GTEST_SKIP|sleep_for|sleep_until|usleep|nanosleep)\b|DISABLED_",
-        "a test waits for events, and none is left out",
+        "tests must wait for events instead of sleeping, and must not be skipped",
     ),
-    # A here-document may hold a file in which tabs are usual.
+    # Lines that begin with a tab are allowed, because a here-document may contain such a file.
     (r".*\.(md|py|txt|json|cmake|map)", r"\t", "a tab character"),
     (r".*\.sh", r"^[^\t].*\t", "a tab character"),
 ]
-# Of files whose path matches: what the whole text must match.
+# (path pattern, pattern that the whole text must match, message)
 REQUIRED = [
     (r"(?!.*[.](clang|git)).*", r"(?s)(.*\n)?\Z", "the file does not end with a line feed"),
     (r".*\.(cpp|h)", rf"(.*\n){{0,{LINES_MAX}}}\Z", f"a file has at most {LINES_MAX} lines"),
@@ -53,7 +53,7 @@ STAMP = "[%s] "
 
 
 def read_texts(root: pathlib.Path) -> dict[str, str]:
-    """By path below the root: every file that is committed or may be."""
+    """Returns the text of every file that is committed or not ignored, by its path below the root."""
     command = ["git", "-C", root, "ls-files", "-z", "--cached", "--others", "--exclude-standard"]
     names = subprocess.run(command, check=True, capture_output=True, text=True).stdout.split("\0")
     return {
@@ -80,7 +80,7 @@ def check_includes(sources: dict[str, str]) -> Iterator[tuple[str, str]]:
     included = {name: INCLUDE.findall(text) for name, text in sources.items()}
     for name, targets in included.items():
         for target in set(targets) - set(sources):
-            yield name, f'"{target}" is no file of this checkout, named from its root'
+            yield name, f'"{target}" is not a path of a file relative to the root'
     used = {target for targets in included.values() for target in targets}
     for name in sources:
         if name.endswith(".h") and name not in used:
@@ -92,8 +92,8 @@ def check_includes(sources: dict[str, str]) -> Iterator[tuple[str, str]]:
 
 
 def check_messages(sources: dict[str, str], documentation: str) -> Iterator[tuple[str, str]]:
-    """Of the log's messages: whether they have the stamp's field, and the document has them."""
-    # In a table of the document a bar is written with a backslash.
+    """Checks that each log message begins with the stamp's field and is in docs/log.md."""
+    # Tables in Markdown escape a bar with a backslash.
     documented = documentation.replace("\\|", "|")
     for name, text in sources.items():
         for found in MESSAGE.finditer(text) if re.match(rf"({PRODUCT})/", name) else ():
@@ -112,7 +112,7 @@ def main() -> int:
     found += check_includes(sources)
     found += check_messages(sources, texts.get("docs/log.md", ""))
     scripts = [name for name in texts if re.fullmatch(SCRIPT, name)]
-    found += [(name, "a script without its executable bit") for name in scripts if not os.access(root / name, os.X_OK)]
+    found += [(name, "the script is not executable") for name in scripts if not os.access(root / name, os.X_OK)]
     for where, message in found:
         print(f"{where}: {message}")
     return 1 if found else 0

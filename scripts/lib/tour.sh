@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# A tour of what the daemon does, for somebody who sees it for the first time; sourced by
-# scripts/run when the targets run and the daemon does not.
+# A tour of what the daemon does, for new users. scripts/run sources this file after it started the
+# targets, and before it starts the daemon.
 
 heading() {
   printf '\n== %s\n' "$1"
@@ -15,34 +15,34 @@ showProcesses() {
 }
 
 tourOfStart() {
-  heading "1. Before" "Seven small processes stand for the ones that the default preset names."
+  heading "1. Before" "Seven small processes have the names of the targets in the default preset."
   showProcesses
 
   heading "2. The daemon starts" \
-    "It writes the default preset, as there are no preferences yet, and applies it after 150 ms."
+    "There are no preferences yet, so it writes the default preset, and applies it after 150 ms."
   startDaemon
   awaitLog '\[守护\] sharingd PID:[0-9]+ 完成$'
   control log
   say
   showProcesses
 
-  heading "3. What it holds" "What the daemon wrote of each target, beside what the kernel says now."
+  heading "3. What it holds" "The values that the daemon recorded for each target, and the current ones in the kernel."
   control status
   say
-  say "The file in which other programs read it:"
+  say "Other programs read the recorded values from this file:"
   local status=${log%/*}/com.zel.vorlatch.status.plist
   say "\$ cat $status"
   cat "$status"
 }
 
 tourOfChanges() {
-  heading "4. An edit" "kbd is to have nice 5. The daemon is told, and applies what has changed."
+  heading "4. An edit" "Sets the nice value of kbd to 5. vorlatchctl notifies the daemon, which applies the change."
   control set kbd NiceValue=5
   awaitLog '\[守护\] kbd PID:[0-9]+ 完成$'
   control log --target kbd -n 8
   control status kbd
 
-  heading "5. A restart" "dasd ends and is started again; after each, the daemon is told to look."
+  heading "5. A restart" "dasd ends and starts again. Each time, vorlatchctl apply makes the daemon check its targets."
   stopTarget dasd
   control apply
   awaitLog '\[进程\] 目标: dasd 已退出'
@@ -53,7 +53,7 @@ tourOfChanges() {
 }
 
 tourOfEnd() {
-  heading "6. Switched off" "Every target is handed back to the system; the daemon waits on."
+  heading "6. Switched off" "The daemon restores the default values of every target, and keeps running."
   control disable
   awaitLog '\[守护\] sharingd PID:[0-9]+$'
   control log --category 恢复
@@ -67,5 +67,5 @@ showTour() {
   tourOfStart
   tourOfChanges
   tourOfEnd
-  printf '\nThat was the tour; what was started is ended now. The files stay in %s\n' "$jbroot"
+  printf '\nEnd of the tour. All processes are stopped; the files remain in %s\n' "$jbroot"
 }

@@ -1,9 +1,8 @@
-"""Whether the Chinese documents are in step with the English ones.
+"""Checks that the Chinese documents match the English ones.
 
-Usage: translations.py ROOT. X.zh-CN.md has the headings of X.md, level by level, and between them the
-same commands. A block of code that shows a session counts by its lines that begin with "$ "; what they
-print may differ. Any other block counts line by line, up to a comment. Prints the differences; ends
-with 1 when there are any.
+Usage: translations.py ROOT. X.zh-CN.md must have headings of the same levels as X.md, and the same commands
+between them. In a code block that shows a session only the lines that begin with "$ " are compared; in any
+other block all lines, without comments. Prints the differences; exits with 1 if there are any.
 """
 
 import difflib
@@ -14,14 +13,14 @@ import sys
 from markdown_it import MarkdownIt
 
 SUFFIX = ".zh-CN.md"
-# Pages that must not lose their translation; any other that has one is compared likewise.
+# Pages that must have a translation. Other pages are compared if they have one.
 TRANSLATED = {"README.md", "docs/device.md"}
 COMMAND = re.compile(r"^\$ (?:.*\\\n)*.*$", re.MULTILINE)
 COMMENT = re.compile(r"(^|\s+)#(\s.*)?$")
 
 
 def outline(path: pathlib.Path) -> list[str]:
-    """What two pages have to share, in its order."""
+    """Returns the headings and commands of a page, in order."""
     result = []
     for token in MarkdownIt().parse(path.read_text(encoding="utf-8")):
         if token.type == "heading_open":

@@ -135,7 +135,7 @@ TEST(PlistValue, ComparisonIsDeep) {
   EXPECT_NE(Value(settings), Value(Dictionary{{"NiceValue", -5}}));
 }
 
-TEST(PlistValue, UnsignedNumberWithinTheSignedRangeHasOneForm) {
+TEST(PlistValue, SmallUnsignedNumbersAreStoredSigned) {
   EXPECT_NE(Value(std::uint64_t{5}).as<std::int64_t>(), nullptr);
   EXPECT_NE(Value(kLargest).as<std::uint64_t>(), nullptr);
 }

@@ -11,7 +11,7 @@ using namespace std::string_literals;
 using vorlatch::appendUtf8;
 using vorlatch::isValidUtf8;
 
-TEST(Utf8, EveryFormThatIsNotTheShortestOfACharacterIsRefused) {
+TEST(Utf8, AcceptsOnlyWellFormedSequences) {
   for (const std::string& text :
        {""s, "a\0b"s, "\xC2\x80"s, "\xDF\xBF"s, "\xE0\xA0\x80"s, "\xED\x9F\xBF"s, "\xEE\x80\x80"s,
         "\xEF\xBF\xBF"s, "\xF0\x90\x80\x80"s, "\xF4\x8F\xBF\xBF"s}) {

@@ -174,14 +174,15 @@ TEST(LogOfTarget, NotOfALongerName) {
                      "[守护] alpha two PID:9 完成"}));
 }
 
-// A log that is followed from these bytes on; the n-th happening takes place before the n-th wait,
-// and a look later comes Ctrl-C. The first character says what happens with the text behind it:
-//   +  it is appended                  >  a file of it replaces the log
-//   =  it is all that is left          -  the log is removed
-//   _  it stands behind a hole, after a clearing; ~ likewise without the clearing
+// A log with these bytes that `log --follow` shows. The n-th event happens before the n-th wait;
+// one wait after the last event comes Ctrl-C. The first character of an event says what happens
+// with the text behind it:
+//   +  appended to the log             >  written to a new file, which replaces the log
+//   =  replaces the log's contents     -  the log is removed
+//   _  appended behind a hole, after clearing the log; ~ appended at offset 8
 struct Followed {
   std::string bytes;
-  Lines happenings;
+  Lines events;
   std::string shown;
   std::string options = "";
 };
@@ -205,12 +206,12 @@ struct FollowStory : ControlStory {
     }
   }
   void expectShown(const Followed& followed) {
-    SCOPED_TRACE(testing::PrintToString(followed.happenings) + followed.options);
+    SCOPED_TRACE(testing::PrintToString(followed.events) + followed.options);
     if (!followed.bytes.empty()) writeAll(logFile(), followed.bytes);
-    is_interrupted = [this, &happenings = followed.happenings](int waits) {
+    is_interrupted = [this, &events = followed.events](int waits) {
       const auto next = static_cast<std::size_t>(waits);
-      if (next == happenings.size()) return true;
-      happen(happenings[next].at(0), happenings[next].substr(1));
+      if (next == events.size()) return true;
+      happen(events[next].at(0), events[next].substr(1));
       return false;
     };
     EXPECT_EQ(answer("log -f" + followed.options), followed.shown);

@@ -82,7 +82,7 @@ TEST(DefaultPreset, HoldsIntegersAndOneBoolean) {
   EXPECT_EQ(xml.find("<real>"), xml.npos);
 }
 
-TEST(DefaultPreset, AnExistingFileIsLeftAsItIsEvenWhenEmptyOrUnparsable) {
+TEST(DefaultPreset, LeavesAnExistingFileUntouched) {
   Story story;
   story.openLog();
   for (const char* contents : {"", "no property list", "<plist><dict/></plist>"}) {
@@ -96,7 +96,7 @@ TEST(DefaultPreset, AnExistingFileIsLeftAsItIsEvenWhenEmptyOrUnparsable) {
   }
 }
 
-TEST(DefaultPreset, AFailedWriteGoesUnnoticedAndLeavesTheDaemonSwitchedOff) {
+TEST(DefaultPreset, FailedWriteLeavesTheDaemonSwitchedOff) {
   Story story;
   story.openLog();
   const std::string log = story.logFile();

@@ -49,7 +49,7 @@ std::string nestedXml(const std::string& open, const std::string& inside, const 
          "</plist>";
 }
 
-// Arrays of one member, each holding the next; the last one is empty.
+// Nested arrays with one member each; the innermost is empty.
 std::string nestedBinary(std::size_t levels) {
   BinaryBuilder list{.objects = {}, .reference_size = 4};
   for (std::size_t i = 1; i < levels; ++i) list.objects.push_back(list.array({i}));
@@ -57,7 +57,7 @@ std::string nestedBinary(std::size_t levels) {
   return list.build();
 }
 
-// Arrays that each refer to the next one `fan_out` times; the last refers to the object.
+// Nested arrays that each refer to the next one `fan_out` times; the last refers to `object`.
 std::string sharedBinary(std::size_t levels, std::size_t fan_out, const std::string& object) {
   BinaryBuilder list;
   for (std::uint64_t i = 1; i <= levels; ++i) {
@@ -127,7 +127,7 @@ TEST(PropertyListGuard, WhatOnlyLooksLikeATagDoesNotCount) {
   EXPECT_FALSE(isBoundedPropertyList(repeated("<array><![CDATA[</array>]]>", 1000)));
 }
 
-TEST(PropertyListGuard, XmlThatParsersCouldTakeDifferentlyIsRefused) {
+TEST(PropertyListGuard, AmbiguousXmlIsRefused) {
   EXPECT_FALSE(isBoundedPropertyList("<plist a=\"</dict>\"><true/></plist>"));
   EXPECT_FALSE(isBoundedPropertyList("<plist a='>'><true/></plist>"));
   EXPECT_FALSE(isBoundedPropertyList("<!DOCTYPE plist [ ]><true/>"));
@@ -155,7 +155,7 @@ TEST(PropertyListGuard, ABinaryListThatHoldsItselfIsRefused) {
   EXPECT_FALSE(isBoundedPropertyList(list.build()));
 }
 
-TEST(PropertyListGuard, SharedObjectsCountAsOftenAsTheyAreReferredTo) {
+TEST(PropertyListGuard, SharedObjectsCountOncePerReference) {
   EXPECT_TRUE(isBoundedPropertyList(sharedBinary(2, 14, "\x09")));
   EXPECT_FALSE(isBoundedPropertyList(sharedBinary(30, 14, "\x09")));
   EXPECT_FALSE(isBoundedPropertyList(sharedBinary(100, 2, "\xA0")));
@@ -165,7 +165,7 @@ TEST(PropertyListGuard, SharedObjectsCountAsOftenAsTheyAreReferredTo) {
 }
 
 TEST(PropertyListGuard, EachBoundIsReachedExactly) {
-  // A thousand numbers, and a text whose bytes count in the file and three times in memory.
+  // A thousand booleans, and a text whose bytes count once in the file and three times in memory.
   const auto list_of = [](std::size_t text_bytes) {
     return "<array>" + repeated("<true/>", 1000) + "<string>" + std::string(text_bytes, 'a') +
            "</string></array>";
@@ -174,7 +174,7 @@ TEST(PropertyListGuard, EachBoundIsReachedExactly) {
   const std::size_t most_text = (most_memory - measurePropertyList(list_of(0))->memory_bytes) / 4;
   EXPECT_TRUE(isBoundedPropertyList(list_of(most_text)));
   EXPECT_FALSE(isBoundedPropertyList(list_of(most_text + 1)));
-  // A comment takes the file's bytes alone.
+  // A comment needs no memory.
   std::string comment = "<true/><!--";
   comment.resize(kPropertyListBound.file_bytes - 3, ' ');
   EXPECT_TRUE(isBoundedPropertyList(comment + "-->"));
@@ -188,13 +188,13 @@ TEST(PropertyListGuard, WhatIsNeitherXmlNorBinaryIsRefused) {
   }
 }
 
-TEST(PropertyListGuard, MalformedBinaryListsAreRefusedAndReadInBounds) {
+TEST(PropertyListGuard, MalformedBinaryListsAreRefused) {
   BinaryBuilder list;
   list.objects = {list.dictionary({1}, {2}), BinaryBuilder::ascii("a"), "\x09"};
   const std::string good = list.build();
   ASSERT_TRUE(isBoundedPropertyList(good));
   for (std::size_t size = 0; size < good.size(); ++size) {
-    if (size < 6) continue;  // too short to claim to be binary
+    if (size < 6) continue;  // too short to be recognised as binary
     EXPECT_FALSE(isBoundedPropertyList(std::string(good, 0, size))) << size;
   }
   for (std::size_t at = good.size() - 26; at < good.size(); ++at) {
@@ -205,15 +205,15 @@ TEST(PropertyListGuard, MalformedBinaryListsAreRefusedAndReadInBounds) {
   EXPECT_FALSE(isBoundedPropertyList("bplist1" + good.substr(7)));
 }
 
-// What the guard lets through must fit the stack of a queue's thread.
-// Sanitizers put room around every variable.
+// Parsing what the guard accepts must fit the stack of a dispatch queue's thread. Sanitizers
+// enlarge stack frames.
 #ifdef VORLATCH_SANITIZED
 constexpr std::size_t kSmallStackBytes = 8 * kMegabyte;
 #else
 constexpr std::size_t kSmallStackBytes = kMegabyte / 2;
 #endif
 
-TEST(PropertyListGuard, TheDeepestListIsParsedAndLetGoOfOnASmallStack) {
+TEST(PropertyListGuard, DeepestListFitsASmallStack) {
   const auto parse_and_write = [](void* bytes) -> void* {
     auto value = vorlatch::platform::parsePropertyList(*static_cast<std::string*>(bytes));
     const auto copy = value;
@@ -259,7 +259,7 @@ TEST(PropertyListGuard, TheTopLevelIsCountedLikeAnyOther) {
   EXPECT_FALSE(isBoundedPropertyList("<plist></plist>" + xml + "<dict>"));
 }
 
-// The smallest dictionary with a key and a value.
+// The smallest dictionary with one key and one value.
 std::string dictionaryOf(const std::string& key, const std::string& value) {
   BinaryBuilder list;
   list.objects = {list.dictionary({1}, {2}), key, value};
@@ -280,7 +280,7 @@ TEST(PropertyListGuard, ABinaryDictionarysKeysHoldNoNul) {
     return isBoundedPropertyList(dictionaryOf(key, "\x09"));
   };
   EXPECT_TRUE(is_bounded_with_key("\0a\0b"s));
-  EXPECT_TRUE(is_bounded_with_key("a\0\0b\0\1"s));  // no unit of two bytes is zero
+  EXPECT_TRUE(is_bounded_with_key("a\0\0b\0\1"s));  // no UTF-16 unit is zero
   EXPECT_FALSE(is_bounded_with_key("\0\0\0b"s));
   EXPECT_FALSE(is_bounded_with_key("aa\0\0aa"s));
   EXPECT_FALSE(is_bounded_with_key("aa\0\0"s));

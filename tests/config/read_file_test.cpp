@@ -1,4 +1,4 @@
-// Reading a file whole, whatever it says of its size.
+// Reading a whole file, independently of its reported size.
 #include <cerrno>
 #include <cstdint>
 #include <optional>
@@ -13,7 +13,7 @@ namespace {
 
 using tests::Story;
 
-TEST(ReadFile, AFileOfExactlyTheLimitIsReadAndALongerOneIsNot) {
+TEST(ReadFile, ReadsUpToExactlyTheLimit) {
   const Story story;
   const std::string path = story.file("some.file");
   tests::writeAll(path, "12345");
@@ -30,8 +30,8 @@ TEST(ReadFile, AnEmptyFileIsEmpty) {
   EXPECT_EQ(readFile(path, 0), "");
 }
 
-// Such a file says that it is empty, as one does that grows while it is read.
-TEST(ReadFile, AFileThatHoldsMoreThanItSaidIsReadToItsEndUpToTheLimit) {
+// Files in /proc report size 0, like a file that grows while it is read.
+TEST(ReadFile, ReadsBeyondTheReportedSize) {
   const std::string path = "/proc/version";
   const std::string whole = tests::readAll(path);
   ASSERT_GT(whole.size(), 20U);
@@ -40,10 +40,10 @@ TEST(ReadFile, AFileThatHoldsMoreThanItSaidIsReadToItsEndUpToTheLimit) {
 }
 
 TEST(ReadFile, AFileThatCannotBeReadIsNone) {
-  EXPECT_EQ(readFile("/proc/self/mem", SIZE_MAX), std::nullopt);  // its first page is nobody's
+  EXPECT_EQ(readFile("/proc/self/mem", SIZE_MAX), std::nullopt);  // its first page is not mapped
 }
 
-TEST(ReadFile, AnErrorOfAnEarlierCallIsNotMistakenForOne) {
+TEST(ReadFile, IgnoresStaleErrno) {
   const Story story;
   const std::string path = story.file("some.file");
   tests::writeAll(path, "12345");

@@ -40,7 +40,7 @@ TEST(StatusFile, AnEntryReplacesTheEarlierOneOfItsKey) {
                                         {"b", Dictionary{{"pid", 101}, {"n", 0}, {"p", -999}}}}));
 }
 
-TEST(StatusFile, PidZeroRemovesTheEntryAndASecondTimeIsHarmless) {
+TEST(StatusFile, PidZeroRemovesTheEntryTwiceSafely) {
   Story story;
   updateStatusFile("a", 100, -20, 210);
   updateStatusFile("b", 101, 0, 0);
@@ -49,7 +49,7 @@ TEST(StatusFile, PidZeroRemovesTheEntryAndASecondTimeIsHarmless) {
   EXPECT_EQ(story.status(), (Dictionary{{"b", Dictionary{{"pid", 101}, {"n", 0}, {"p", 0}}}}));
 }
 
-TEST(StatusFile, RemovingAnUnknownKeyStillRewritesTheFileAndResetsItsMode) {
+TEST(StatusFile, RemovingUnknownKeyStillRewritesTheFile) {
   Story story;
   updateStatusFile("a", 100, -20, 210);
   const std::string before = tests::readAll(story.statusFile());
@@ -83,7 +83,7 @@ TEST(StatusFile, LeavesNoTemporaryFileBehind) {
   Story story;
   updateStatusFile("a", 100, -20, 210);
   std::filesystem::remove(story.statusFile());
-  std::filesystem::create_directory(story.statusFile());  // which no file can be moved over
+  std::filesystem::create_directory(story.statusFile());  // no file can replace it
   updateStatusFile("a", 100, -20, 210);
   const std::filesystem::directory_iterator entries(story.file(""));
   EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
@@ -102,7 +102,7 @@ TEST(StatusFile, KeysAreWrittenAsTheyAre) {
                   {long_key, Dictionary{{"pid", 7}, {"n", 8}, {"p", 9}}}}));
 }
 
-TEST(AtomicWrite, LeavesWhatMayNotBeReplacedAndNothingBesideIt) {
+TEST(AtomicWrite, KeepsTheOldFileWhenReplacingIsVetoed) {
   const Story story;
   const std::string path = story.file("some.file");
   ASSERT_TRUE(writeFileAtomically(path, "old"));

@@ -15,16 +15,16 @@ std::uint64_t nowNs();
 // Lets the platform's queues, timers and main loop run until `done` is true, at most for the time
 // given, and gives what `done` says then. Called on the test's own thread. `done` reads what
 // handlers write: it is called with the driver's lock held, and asked again after each changed().
-// Where time is virtual it is asked after each piece of work too, and time goes on to what is due
-// next, never beyond the end of the time given.
+// With virtual time `done` is also called after each work item, and time advances to what is due
+// next, but not beyond the given time.
 bool runUntil(const std::function<bool()>& done, std::uint64_t at_most_ns);
 
 // Makes a change that a `done` may be waiting for, with the driver's lock held. Called by handlers,
 // on whatever thread they run.
 void changed(const std::function<void()>& change);
 
-// Lets time pass inside a piece of work, as slow work would: its queue runs nothing else meanwhile.
-// Called inside work and handlers only.
+// Lets time pass inside a work item, as slow work would: its queue runs nothing else meanwhile.
+// Call it only inside work items and handlers.
 void spendInside(std::uint64_t duration_ns);
 
 // Runs the platform's runMainLoop(), so that notifications observed before are delivered while

@@ -14,7 +14,7 @@ using tests::Lines;
 using tests::Story;
 using namespace std::chrono_literals;
 
-// A daemon of whose passes each makes itself known by one scan of the processes.
+// A daemon whose passes can be counted, because each scans the processes once.
 struct Daemon : Story {
   Daemon() {
     writeTargets({{"absent", Dictionary{}}});
@@ -52,7 +52,7 @@ TEST(Debounce, TwoPosts100MillisecondsApartGiveOnePass) {
   EXPECT_EQ(daemon.passesWithin(1s), 0U);
 }
 
-TEST(Debounce, TwoPosts200MillisecondsApartGiveTwoPasses) {
+TEST(Debounce, TwoPosts200MsApartGiveTwoPasses) {
   Daemon daemon;
   daemon.post();
   EXPECT_EQ(daemon.passesWithin(200ms), 1U);
@@ -60,7 +60,7 @@ TEST(Debounce, TwoPosts200MillisecondsApartGiveTwoPasses) {
   EXPECT_EQ(daemon.passesWithin(150ms), 1U);
 }
 
-TEST(Debounce, FivePostsWithin100MillisecondsGiveOnePassAfterTheLast) {
+TEST(Debounce, FivePostsWithin100MsGiveOnePass) {
   Daemon daemon;
   for (int i = 0; i < 5; ++i) {
     daemon.post();
@@ -73,7 +73,7 @@ TEST(Debounce, FivePostsWithin100MillisecondsGiveOnePassAfterTheLast) {
 
 TEST(Debounce, APostDuringAPassGivesAnotherAfterItsEnd) {
   Daemon daemon;
-  // A pass that takes 400 ms, with a post that comes right when it begins.
+  // A pass that takes 400 ms, with a notification posted at its beginning.
   daemon.device.script(
       {.function = "proc_listpids", .count = 1, .takes_ns = 400'000'000, .meanwhile = [&] {
          daemon.post();
@@ -81,7 +81,7 @@ TEST(Debounce, APostDuringAPassGivesAnotherAfterItsEnd) {
   daemon.post();
   EXPECT_EQ(daemon.passesWithin(150ms), 1U);  // ends at 550 ms
   EXPECT_EQ(daemon.passesWithin(150ms - 1ns), 0U);
-  EXPECT_EQ(daemon.passesWithin(1ns), 1U);  // 150 ms after that
+  EXPECT_EQ(daemon.passesWithin(1ns), 1U);  // 150 ms after the end of the pass
 }
 
 TEST(Debounce, APostBeforeTheFirstPassHoldsItOff) {
@@ -96,14 +96,14 @@ TEST(Debounce, APostBeforeTheFirstPassHoldsItOff) {
   EXPECT_EQ(story.device.takeTrace({"proc_listpids"}).size(), 2U);
 }
 
-TEST(Debounce, EachTriggerCancelsTheTimerBeforeAndStartsItsOwn) {
+TEST(Debounce, EachTriggerRestartsTheTimer) {
   Daemon daemon;
   daemon.post();
   daemon.run(0ms);
   daemon.post();
   daemon.run(0ms);
   EXPECT_EQ(daemon.device.takeTrace({"startTimer", "cancelTimer"}),
-            (Lines{"cancelTimer(timer 2)",  // fired already, kept until now
+            (Lines{"cancelTimer(timer 2)",  // it has fired, but exists until now
                    "startTimer(com.zel.vorlatch.debounce, 150000000, never, 0) = timer 3",
                    "cancelTimer(timer 3)",
                    "startTimer(com.zel.vorlatch.debounce, 150000000, never, 0) = timer 4"}));

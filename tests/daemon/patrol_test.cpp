@@ -86,7 +86,7 @@ TEST(Patrol, IsSilentWhenSwitchedOffOrWithoutTargets) {
   EXPECT_EQ(story.device.takeTrace({"proc_listpids"}), Lines{});
 }
 
-TEST(Patrol, LeavesATargetWithACheckIntervalToItsTimer) {
+TEST(Patrol, SkipsTargetsWithACheckInterval) {
   Story story;
   const auto covered = story.device.launch({.name = "covered"});
   story.device.launch({.name = "watched"});
@@ -95,13 +95,13 @@ TEST(Patrol, LeavesATargetWithACheckIntervalToItsTimer) {
   Dictionary zero = kSettings;
   zero.insert_or_assign("CheckInterval", 0);
   story.startAndSettle();
-  // Nobody posts, so that no timer speaks between.
+  // No notification is posted, so that no watch timer starts.
   story.writeTargets({{"covered", zero}, {"watched", watched}});
   story.run(1800s);
   EXPECT_EQ(story.takeLog(), kBegun + applied("covered", covered) + kEnded);
 }
 
-TEST(Patrol, OfATargetThatDoesNotRunTheEntryIsRemovedAndPidZeroRecorded) {
+TEST(Patrol, RemovesTheEntryOfAStoppedTarget) {
   Story story;
   const auto pid = story.device.launch({.name = "alpha"});
   story.writeTargets({{"alpha", kSettings}});
@@ -109,10 +109,10 @@ TEST(Patrol, OfATargetThatDoesNotRunTheEntryIsRemovedAndPidZeroRecorded) {
   story.device.exit(pid);
   story.run(1800s);
   EXPECT_EQ(story.takeLog(), kBegun + kEnded);
-  EXPECT_EQ(story.takeCalls(), Lines{});  // nothing is restored
+  EXPECT_EQ(story.takeCalls(), Lines{});  // no restore
   EXPECT_EQ(story.status(), Dictionary{});
   story.postAndRun();
-  EXPECT_EQ(story.takeLog(), Lines{});  // the pass sees no change any more
+  EXPECT_EQ(story.takeLog(), Lines{});  // the pass sees no further change
 }
 
 TEST(Patrol, WhatItAppliedThePassSkips) {
@@ -190,11 +190,11 @@ TEST(Patrol, MeetsAWatchTimerAndAPassAtOneInstant) {
   story.writeTargets({{"alpha", watched}, {"beta", kSettings}});
   story.start();
   story.run(850ms);
-  story.post();  // the pass moves no timer: nothing changed
+  story.post();  // the pass changes no timer, because nothing changed
   story.run(0ms);
   story.takeLog();
-  // The patrol is due at 1800 s, the timer, made at 0.15 s, at 1799.15 s; an edit at 1799.85 s
-  // makes a pass due with the patrol.
+  // The patrol is due at 1800 s. The watch timer started at 0.15 s and is due at 1799.15 s. The
+  // edit at 1799.85 s makes a pass due together with the patrol.
   story.run(1799s - 850ms + 850ms);
   story.takeLog();
   watched.insert_or_assign("Remark", "edited");
@@ -204,8 +204,8 @@ TEST(Patrol, MeetsAWatchTimerAndAPassAtOneInstant) {
   const Lines log = story.takeLog();
   const Lines edited = Lines{kTargetRule, "[配置] 目标: alpha PID: " + std::to_string(alpha)} +
                        applied("alpha", alpha);
-  // The pass was asked for after the patrol was armed, so the patrol's tick comes first; its sweep
-  // is the worker's and may come before or after the pass.
+  // The patrol's tick comes first, because its timer was started first. Its sweep runs on the
+  // worker queue, before or after the pass.
   EXPECT_EQ(log, kBegun + edited + applied("beta", beta) + kEnded);
 }
 

@@ -56,7 +56,7 @@ TEST(Startup, RemovesWhatAKilledDaemonLeftHalfWritten) {
   for (const std::string& path : others) EXPECT_TRUE(std::filesystem::exists(path)) << path;
 }
 
-TEST(Startup, AnExistingLogOfAnySizeIsKeptAndAppendedTo) {
+TEST(Startup, AppendsToAnExistingLogOfAnySize) {
   Story story;
   const std::string old_log(std::size_t{3} * 1024 * 1024, 'x');
   tests::writeAll(story.logFile(), old_log + "\n");
@@ -69,7 +69,7 @@ TEST(Startup, AnExistingLogOfAnySizeIsKeptAndAppendedTo) {
   EXPECT_EQ(tests::modeOf(story.logFile()), 0666U);
 }
 
-TEST(Startup, MakesQueuesTimersAndTheObserverInThisOrderAndThenServesTheMainThread) {
+TEST(Startup, MakesQueuesTimersAndObserverInOrder) {
   Story story;
   story.writePreferences({});
   story.start();
@@ -101,7 +101,7 @@ TEST(Startup, ThePatrolDoesNotTickAtStart) {
   EXPECT_EQ(story.takeLog(), Lines{});
 }
 
-TEST(Startup, WithoutThePreferencesDirectoryTheDaemonRunsSwitchedOff) {
+TEST(Startup, RunsSwitchedOffWithoutItsDirectory) {
   Story story;
   std::filesystem::remove_all(story.rootPath("/var"));
   story.device.launch({.name = "backboardd", .nice_value = 5});
@@ -111,7 +111,7 @@ TEST(Startup, WithoutThePreferencesDirectoryTheDaemonRunsSwitchedOff) {
   EXPECT_FALSE(std::filesystem::exists(story.rootPath("/var")));
 }
 
-TEST(Startup, UnparsablePreferencesAreLeftAloneAndTheDaemonRunsSwitchedOff) {
+TEST(Startup, RunsSwitchedOffOnUnparsablePreferences) {
   Story story;
   tests::writeAll(story.preferencesFile(), "no property list");
   story.device.launch({.name = "backboardd", .nice_value = 5});

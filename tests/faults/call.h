@@ -1,4 +1,5 @@
-// One call that the daemon made and that can fail: of the seam, on a file, for memory, to the log.
+// One call of the daemon that can fail: a platform function, a file operation, an allocation, or a
+// line of the log.
 #pragma once
 
 #include <cstdint>
@@ -9,15 +10,15 @@ namespace vorlatch::faults {
 
 struct Call {
   std::string name;
-  std::vector<std::int64_t> arguments = {};  // the numbers among them, in their order
-  std::string path = {};                     // of a file call
-  std::string given = {};                    // the bytes handed over; of a line, its text
-  std::string left = {};    // the bytes there afterwards; of a line, what was written
-  std::int64_t result = 0;  // null is 0, any other pointer 1
-  int error = 0;            // what the call set errno to
+  std::vector<std::int64_t> arguments = {};  // the numeric arguments, in order
+  std::string path = {};                     // for a file call
+  std::string given = {};                    // the bytes passed; for a line, its text
+  std::string left = {};    // the bytes in the buffer afterwards; for a line, what was written
+  std::int64_t result = 0;  // for a pointer 0 if null, otherwise 1
+  int error = 0;            // the errno that the call set
 };
 
-// The process that the call is about; 0 when it is about none or about the daemon itself.
+// The process that the call is about; 0 for no process or for the daemon itself.
 std::int32_t otherProcess(const Call& call);
 
 std::string describe(const Call& call);

@@ -8,7 +8,7 @@
 #include <set>
 #include <utility>
 
-#include "tests/faults/gate.h"
+#include "tests/faults/fault_injector.h"
 #include "tests/faults/transcript.h"
 #include "tests/oracle/oracle.h"
 #include "tests/oracle/reading.h"
@@ -22,13 +22,13 @@ using tests::Mismatch;
 using tests::Story;
 using namespace std::chrono_literals;
 
-// The one app, found by its bundle alone: its process has another name.
+// The only app. Only its bundle identifies it, because its process has a different name.
 constexpr const char* kApp = "com.tencent.xin";
 constexpr std::int64_t kCalmMs = 1'800'000;
 constexpr std::uint64_t kNsPerMs = 1'000'000;
 constexpr unsigned kModeOfEveryFile = 0666;
 
-// What a story writes into the preferences file.
+// The preferences that a story writes.
 struct Preferences {
   Dictionary targets;
   bool is_enabled = true;
@@ -39,7 +39,7 @@ struct Preferences {
   }
 };
 
-// What the settings decide about a process, as the kernel has it.
+// The state of a process in the kernel, as far as the settings determine it.
 std::string standingOf(Story& story, const Dictionary& settings,
                        const simulated::Process& process) {
   const model::JetsamRecord record = story.device.jetsam(process.pid);
@@ -58,10 +58,10 @@ std::string standingOf(Story& story, const Dictionary& settings,
   return text;
 }
 
-// A story with the oracle behind the daemon, along the calls that the gate kept.
+// A story in which the oracle follows the calls that the fault injector recorded.
 class RuledStory : public Story {
  public:
-  // The gate keeps the calls.
+  // Tracing is off because the fault injector records the calls.
   RuledStory() { device.is_tracing = false; }
 
   Transcript transcript{places()};
@@ -71,13 +71,13 @@ class RuledStory : public Story {
     transcript.preferences = preferences.list();
   }
   void startRuled() {
-    Gate::get().watch([this] { start(); });
+    FaultInjector::get().watch([this] { start(); });
     oracle_.started();
     until(0);
   }
-  // No two timers may be due at once.
+  // Runs the story to this time and checks it. No two timers may be due at the same time.
   void until(std::int64_t ms) {
-    Gate::get().watch([&] { run(std::chrono::milliseconds(ms - now_ms_)); });
+    FaultInjector::get().watch([&] { run(std::chrono::milliseconds(ms - now_ms_)); });
     now_ms_ = ms;
     const std::uint64_t end_ns = static_cast<std::uint64_t>(ms) * kNsPerMs;
     followQueues();
@@ -95,7 +95,7 @@ class RuledStory : public Story {
     post();
     if (transcript.isObserving()) oracle_.posted();
   }
-  // The process that the key means: its name, or the identifier of the one app.
+  // The process with the key as its name or, for the app, as its identifier.
   simulated::Process* process(const std::string& key) {
     for (const simulated::Process& candidate : device.processes()) {
       const bool is_app = key == kApp && candidate.executable_path.ends_with(".app/Executable");
@@ -116,14 +116,14 @@ class RuledStory : public Story {
          .executable_path = installApp("An.app", plist::Dictionary{{"CFBundleIdentifier", kApp}})});
   }
 
-  // Nothing fails any more: after a patrol and some ticks, and again after a pass, all stand right.
+  // Stops all faults. Checks every target after a patrol and some ticks, and again after a pass.
   Told calm(const Standing* expected) {
-    const std::size_t calls_before = Gate::get().calls().size();
-    // Planned for a call that an earlier fault has kept from being made.
-    Gate::get().plan({});
+    const std::size_t calls_before = FaultInjector::get().calls().size();
+    // Drops faults planned for calls that an earlier fault prevented.
+    FaultInjector::get().plan({});
     until(now_ms_ + kCalmMs);
     requireStanding(expected, [this](const std::string& key, const Dictionary& settings) {
-      // Without its timer, which a pass over unreadable preferences took away, only a pass helps.
+      // Without its timer, which a pass over unreadable preferences cancels, only a pass helps.
       return !settings.contains("CheckInterval") || oracle_.isWatched(key);
     });
     postAt(now_ms_);
@@ -166,9 +166,9 @@ class RuledStory : public Story {
     requireOnlyOwnFiles();
   }
 
-  // What could not be removed may stay.
+  // A file whose removal failed may remain.
   void requireOnlyOwnFiles() const {
-    const auto& calls = Gate::get().calls();
+    const auto& calls = FaultInjector::get().calls();
     const bool may_stay = std::any_of(calls.begin(), calls.end(), [](const Call& call) {
       return call.name == "unlink" && call.result != 0;
     });
@@ -216,7 +216,7 @@ class RuledStory : public Story {
 
 }  // namespace
 
-Told tellFirstStart(const Standing* expected) {
+Told playFirstStart(const Standing* expected) {
   RuledStory story;
   story.device.launch({.name = "kbd"});
   story.launchApp();
@@ -226,7 +226,7 @@ Told tellFirstStart(const Standing* expected) {
   return story.calm(expected);
 }
 
-Told tellDay(const Standing* expected) {
+Told playDay(const Standing* expected) {
   RuledStory story;
   tests::writeAll(story.logFile(), "earlier\n");
   story.transcript.beginLog("earlier\n");
@@ -255,7 +255,7 @@ Told tellDay(const Standing* expected) {
       }};
   story.write(preferences);
   story.startRuled();
-  story.until(600'000);  // ticks of a target that runs and of one that does not
+  story.until(600'000);  // ticks of a running target and of one that does not run
   story.relaunch({.name = "waiting"});
   story.until(1'100'000);  // ... and a start
   story.exit("watched");
@@ -264,7 +264,7 @@ Told tellDay(const Standing* expected) {
   story.until(1'700'000);
   story.exit("plain");
   story.relaunch({.name = "adapted"});
-  story.until(1'900'000);  // the patrol finds one gone and one with another process
+  story.until(1'900'000);  // the patrol finds one target exited and one restarted
 
   preferences.log_limit_bytes = 1000;
   preferences.targets.erase("refused");
@@ -277,7 +277,7 @@ Told tellDay(const Standing* expected) {
   story.write(preferences);
   story.postAt(2'000'000);
   story.postAt(2'000'100);
-  story.until(2'001'000);  // the log is emptied, two are handed back, one of them gone
+  story.until(2'001'000);  // clears the log, restores a running and an exited target
 
   preferences.is_enabled = false;
   story.write(preferences);

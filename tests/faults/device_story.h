@@ -1,6 +1,6 @@
-// Two stories that together visit every algorithm of the daemon, each told with calls that fail:
-// the first start of a fresh installation, and a day of edits, starts, exits and restarts. Each
-// ends in a calm in which nothing fails any more.
+// Two stories that together execute every algorithm of the daemon while calls fail: the first start
+// of a fresh installation, and a day of edits, starts, exits and restarts. Each ends with a calm
+// phase without faults.
 #pragma once
 
 #include <map>
@@ -8,7 +8,7 @@
 
 namespace vorlatch::faults {
 
-// How each process stands in the end, as far as its target's settings say, by its key.
+// The final state of each process by its key, as far as the settings determine it.
 using Standing = std::map<std::string, std::string>;
 
 struct Told {
@@ -16,10 +16,10 @@ struct Told {
   Standing standing;
 };
 
-// Tells the story and holds the daemon to the oracle all the way; throws Mismatch where it leaves
-// them. With `expected`, every configured target that runs must stand so after one undisturbed
-// patrol or tick, and again after one more pass. One story a process.
-Told tellFirstStart(const Standing* expected);
-Told tellDay(const Standing* expected);
+// Plays the story and compares the daemon with the oracle; throws Mismatch at the first difference.
+// With `expected`, every configured target that runs must have that state after one undisturbed
+// patrol or tick, and again after one more pass. Only one story per process.
+Told playFirstStart(const Standing* expected);
+Told playDay(const Standing* expected);
 
 }  // namespace vorlatch::faults

@@ -1,10 +1,11 @@
-// Every single fault, and two at once. Each run is a process of its own, in which the daemon on the
-// simulated device is held to its rules while one planned call, or two, give another result.
+// Tests every single fault, and pairs of faults. Each run is a process of its own: it plays a story
+// on the simulated device while one or two planned calls fail, and compares the daemon with its
+// rules.
 //
-//   fault_test single STORY SHARD SHARDS   every outcome of every call of the story's shard
-//   fault_test alike STORY SHARD SHARDS    likewise, of those that are alike only the first
-//   fault_test double STORY SEED RUNS      pairs of them
-//   fault_test repeat STORY FAULTS         CALL:OUTCOME, or two with a comma
+//   fault_test single STORY SHARD SHARDS   every outcome of every call in the shard
+//   fault_test alike STORY SHARD SHARDS    the same, but only the first of outcomes that are alike
+//   fault_test double STORY SEED RUNS      random pairs of faults
+//   fault_test repeat STORY FAULTS         FAULTS is CALL:OUTCOME, or two of them with a comma
 //
 // STORY is first_start or day. A failure prints the line that repeats it.
 #include <fcntl.h>
@@ -24,7 +25,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/faults/device_story.h"
-#include "tests/faults/gate.h"
+#include "tests/faults/fault_injector.h"
 #include "tests/faults/transcript.h"
 #include "tests/support/story.h"
 
@@ -38,7 +39,7 @@ namespace {
 
 constexpr unsigned kLongestRunS = 20;
 
-using Tell = Told (*)(const Standing*);
+using Play = Told (*)(const Standing*);
 using Faults = std::vector<Fault>;
 
 struct Run {
@@ -46,10 +47,11 @@ struct Run {
   std::string text;
 };
 
-// What an undisturbed run told of itself.
+// The results of a run without faults.
 struct Undisturbed {
   Standing standing;
-  // Of each call up to the calm a letter an outcome: n for a new one, a for one that is alike.
+  // For each call before the calm phase, one letter per outcome: n for a new one, a for one that is
+  // like an earlier one.
   std::vector<std::string> outcomes;
 };
 
@@ -74,12 +76,12 @@ std::string lettersFor(const Call& call) {
   return letters;
 }
 
-// Runs the story in this process, and gives what is wrong; nothing when all is well.
-std::string tellIn(Tell tell, const Faults& faults, const Standing* expected, Told& told) {
+// Runs the story in this process. Returns what is wrong, or an empty string.
+std::string playIn(Play play, const Faults& faults, const Standing* expected, Told& told) {
   const std::size_t files_before = tests::openFiles();
-  Gate::get().plan(faults);
+  FaultInjector::get().plan(faults);
   try {
-    told = tell(expected);
+    told = play(expected);
   } catch (const tests::Mismatch& mismatch) {
     return mismatch.what();
   }
@@ -89,9 +91,9 @@ std::string tellIn(Tell tell, const Faults& faults, const Standing* expected, To
   return "";
 }
 
-[[noreturn]] void runChild(Tell tell, const Faults& faults, const Standing* expected, int answer) {
+[[noreturn]] void runChild(Play play, const Faults& faults, const Standing* expected, int answer) {
   alarm(kLongestRunS);
-  // The daemon ends in the log; before, it speaks to nobody.
+  // Keeps standard error for the sanitizers, because the daemon redirects the standard streams.
   const int report = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 100);
   if (__sanitizer_set_report_fd != nullptr) {
     __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<long>(report)));
@@ -99,27 +101,27 @@ std::string tellIn(Tell tell, const Faults& faults, const Standing* expected, To
   static_cast<void>(std::freopen("/dev/null", "w", stdout));
   static_cast<void>(std::freopen("/dev/null", "w", stderr));
   Told told;
-  const std::string wrong = tellIn(tell, faults, expected, told);
+  const std::string wrong = playIn(play, faults, expected, told);
   std::string text = wrong;
   if (wrong.empty() && faults.empty()) {
     for (const auto& [key, standing] : told.standing) text.append(key + '\t' + standing + '\n');
     for (std::size_t i = 0; i < told.calls_before_calm; ++i) {
-      text += lettersFor(Gate::get().calls()[i]) + '\n';
+      text += lettersFor(FaultInjector::get().calls()[i]) + '\n';
     }
   } else if (!wrong.empty()) {
-    text = Gate::get().story() + ": " + wrong;
+    text = FaultInjector::get().story() + ": " + wrong;
   }
   dprintf(answer, "%s", text.c_str());
   _exit(wrong.empty() ? 0 : 1);
 }
 
-Run run(Tell tell, const Faults& faults, const Standing* expected) {
+Run run(Play play, const Faults& faults, const Standing* expected) {
   int pipe_ends[2];
   if (pipe2(pipe_ends, O_CLOEXEC) != 0) return {.text = "no pipe"};
   const pid_t child = fork();
   if (child == 0) {
     close(pipe_ends[0]);
-    runChild(tell, faults, expected, pipe_ends[1]);
+    runChild(play, faults, expected, pipe_ends[1]);
   }
   close(pipe_ends[1]);
   Run result;
@@ -139,8 +141,8 @@ Run run(Tell tell, const Faults& faults, const Standing* expected) {
   return result;
 }
 
-Undisturbed runUndisturbed(Tell tell) {
-  const Run result = run(tell, {}, nullptr);
+Undisturbed runUndisturbed(Play play) {
+  const Run result = run(play, {}, nullptr);
   if (!result.passed) {
     std::printf("without any fault: %s\n", result.text.c_str());
     std::exit(1);
@@ -164,8 +166,8 @@ class Campaign {
  public:
   explicit Campaign(std::string story)
       : story_(std::move(story)),
-        tell_(story_ == "day" ? tellDay : tellFirstStart),
-        undisturbed_(runUndisturbed(tell_)) {}
+        play_(story_ == "day" ? playDay : playFirstStart),
+        undisturbed_(runUndisturbed(play_)) {}
 
   void single(std::size_t shard, std::size_t shards, bool with_alike) {
     for (std::size_t call = shard; call < undisturbed_.outcomes.size(); call += shards) {
@@ -175,7 +177,7 @@ class Campaign {
       }
     }
   }
-  // The second is often close behind the first, where the daemon deals with it.
+  // Half of the second faults come soon after the first, while the daemon handles it.
   void twice(std::uint64_t seed, int runs) {
     std::mt19937_64 random(seed);
     const auto below = [&random](std::size_t end) {
@@ -190,7 +192,7 @@ class Campaign {
     }
   }
   void hold(const Faults& faults) {
-    const Run result = run(tell_, faults, &undisturbed_.standing);
+    const Run result = run(play_, faults, &undisturbed_.standing);
     ++runs_;
     if (result.passed) return;
     ++failures_;
@@ -205,7 +207,7 @@ class Campaign {
 
  private:
   std::string story_;
-  Tell tell_;
+  Play play_;
   Undisturbed undisturbed_;
   int runs_ = 0;
   int failures_ = 0;

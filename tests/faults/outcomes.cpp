@@ -30,7 +30,7 @@ Outcome told(const char* name, std::int64_t result, int error = 0) {
   return {.name = name, .way = Way::Acts, .result = result, .error = error};
 }
 
-// By the call's name and, where it has several meanings, what tells them apart.
+// The outcomes by kind of call: its name and, where it has several meanings, the meaning.
 const std::map<std::string, Outcomes>& table() {
   static const Outcome no_permission = refusal("EPERM", EPERM);
   static const Outcome no_access = refusal("EACCES", EACCES);
@@ -57,7 +57,8 @@ const std::map<std::string, Outcomes>& table() {
   static const Outcomes of_looking{no_access, io, no_memory, no_file, no_directory, is_link};
   static const Outcomes of_mode{no_permission, io, read_only, interrupted};
   static const std::map<std::string, Outcomes> outcomes{
-      // The kernel. A size that is too small, a list cut short, an answer that changes nothing.
+      // The kernel, including a size that is too small, a list cut short, and a call without
+      // effect.
       {"memorystatus_control 1 size", {no_permission, invalid, nothing("0"), told("24", 24)}},
       {"memorystatus_control 1 list",
        {no_permission,
@@ -88,12 +89,12 @@ const std::map<std::string, Outcomes>& table() {
         {.name = "half", .way = Way::Half}}},
       {"proc_name", {nothing("ESRCH", ESRCH), nothing("empty"), told("0", 0)}},
       {"proc_pidpath", {nothing("ESRCH", ESRCH), nothing("ENOENT", ENOENT)}},
-      // The rest of the seam.
+      // The other platform functions.
       {"observeNotification", {nothing("refused")}},
       {"parsePropertyList", {nothing("nothing")}},
       {"writeXmlPropertyList", {nothing("nothing")}},
       {"localTimeStamp", {nothing("empty")}},
-      // Memory, where the daemon asks for it and would live without.
+      // Allocations without which the daemon can continue.
       {"allocate", {nothing("null", ENOMEM)}},
       // Files.
       {"stat", of_looking},
@@ -111,7 +112,7 @@ const std::map<std::string, Outcomes>& table() {
       {"ftruncate", {io, interrupted, no_permission}},
       {"dup2", {io, interrupted, no_descriptor}},
       {"close", {told("EIO", -1, EIO), told("EINTR", -1, EINTR)}},
-      // The log. A full disk takes half a line.
+      // The log. A full disk may take half of a line.
       {"line",
        {io,
         interrupted,

@@ -1,4 +1,4 @@
-// How each call can fail.
+// The ways in which each call can fail.
 #pragma once
 
 #include <cstdint>
@@ -9,12 +9,12 @@
 namespace vorlatch::faults {
 
 enum class Way : std::uint8_t {
-  Refuses,  // does nothing, and gives the result and the error
-  Acts,     // does what it is asked, and gives them all the same
-  Part,     // does a part of it
-  Half,     // does what it is asked, and tells of half of it
-  Gone,     // the process is gone before the call
-  Goes,     // the process is gone right after it
+  Refuses,  // does nothing and returns the result and the error
+  Acts,     // makes the call, but returns the result and the error
+  Part,     // makes a part of the call
+  Half,     // makes the call, but returns half of its result
+  Gone,     // the process exits before the call
+  Goes,     // the process exits right after the call
 };
 
 struct Outcome {
@@ -24,12 +24,11 @@ struct Outcome {
   int error = 0;
 };
 
-// Whether the daemon has no reason to tell the two outcomes of the call apart. It looks at an
-// error's number only where an interrupted read or write is to go on, and where a file may be
-// missing.
+// Whether the daemon treats the two outcomes of the call alike. Error numbers matter to it only
+// where an interrupted read or write continues, and where a file may be missing.
 bool areAlike(const Call& call, const Outcome& one, const Outcome& other);
 
-// What may become of the call other than what was asked; empty for one that cannot fail.
+// The possible faults of the call; empty if it cannot fail.
 std::vector<Outcome> outcomesOf(const Call& call);
 
 }  // namespace vorlatch::faults

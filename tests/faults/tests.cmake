@@ -1,15 +1,15 @@
-# Stories in which calls of the daemon fail. The linker puts this program's functions before what can
-# fail: the calls on files, and the seam's functions by the names that the compiler gives them.
+# Stories in which calls of the daemon fail. The linker replaces everything that can fail: file
+# calls by name, and platform functions by their mangled names.
 if(NOT VORLATCH_SANITIZE STREQUAL "thread")
   add_executable(fault_test
     faults/device_story.cpp
-    faults/gate.cpp
+    faults/fault_injector.cpp
     faults/main.cpp
     faults/outcomes.cpp
     faults/transcript.cpp
     faults/wrapped_seam.cpp)
   target_link_libraries(fault_test PRIVATE vorlatch_oracle vorlatch_story_support)
-  vorlatch_take_file_calls(fault_test)
+  vorlatch_intercept_file_calls(fault_test)
   set(failing_seam
     _ZN8vorlatch8platform11getpriorityEij
     _ZN8vorlatch8platform11setpriorityEiji
@@ -25,7 +25,7 @@ if(NOT VORLATCH_SANITIZE STREQUAL "thread")
   foreach(function ${failing_seam})
     target_link_options(fault_test PRIVATE "-Wl,--wrap=${function}")
   endforeach()
-  # A sanitizer takes its time over each process: errors that are alike by number it sees once.
+  # Sanitized runs are slow, so they test only one of the errors that the daemon treats alike.
   set(single single)
   if(VORLATCH_SANITIZE)
     set(single alike)

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "tests/faults/gate.h"
+#include "tests/faults/fault_injector.h"
 
 namespace vorlatch::faults {
 namespace {
@@ -19,11 +19,11 @@ using tests::Mismatch;
 constexpr std::int64_t kErrorStream = 2;
 
 const std::vector<Call>& calls() {
-  return Gate::get().calls();
+  return FaultInjector::get().calls();
 }
 
-// Whether it is for this call that standard error is, or is not, the log. Where none could be made,
-// the look at it that follows tells.
+// Whether the failure of this call may leave standard error on another file. The failure of
+// creating the log is excluded, because the check that follows shows it.
 bool decidesAboutTheStream(const Call& call, bool emptying) {
   if (call.name == "dup2") return call.arguments[0] == kErrorStream;
   if (call.name == "open") return (call.arguments[0] & O_CREAT) == 0;
@@ -31,8 +31,8 @@ bool decidesAboutTheStream(const Call& call, bool emptying) {
   return call.name == "fstatat" || call.name == "fstat" || call.name == "ftruncate";
 }
 
-// Whether the call did what it was asked: with a short read or write, or an interrupted one, the
-// daemon goes on where it was, and of a file that it closes it asks nothing more.
+// Whether the call succeeded as far as the daemon is concerned: it continues short and interrupted
+// reads and writes, and ignores the results of close() and unlink().
 bool held(const Call& call) {
   if (call.name == "close" || call.name == "unlink") return true;
   if (call.name == "write" && call.result == 0) return false;
@@ -125,7 +125,7 @@ std::size_t Transcript::distanceTo(const std::string& line) {
   return std::string::npos;
 }
 
-// A list is read when every call held, all of it came, and it parsed.
+// A list was read if every call succeeded, all bytes came, and it parsed.
 bool Transcript::readsList(const std::string& path) {
   const std::vector<Call> reading = onFile(path);
   if (reading.empty()) fail("the reading of " + path);
@@ -138,8 +138,8 @@ bool Transcript::readsList(const std::string& path) {
   return next("parsePropertyList").result != 0 && is_whole;
 }
 
-// A list is written when all calls on its temporary file and the move held. Those on the file
-// itself, to set its mode, have no say.
+// A list was written if every call on its temporary file and the rename succeeded. Calls on the
+// file itself, which set its mode, do not count.
 bool Transcript::writesList(const std::string& path) {
   const bool has_form = next("writeXmlPropertyList").result != 0;
   const std::vector<Call> writing = onFile(path);
@@ -150,7 +150,7 @@ bool Transcript::writesList(const std::string& path) {
 
 bool Transcript::findsNoPreferences() {
   const std::vector<Call> looking = onFile(places_.preferences);
-  // What could not be asked may be there, and is then the user's.
+  // Only a definite "missing" counts; after any other error there may be a file of the user's.
   return std::any_of(looking.begin(), looking.end(), [](const Call& call) {
     return !held(call) && (call.error == ENOENT || call.error == ENOTDIR);
   });
@@ -180,7 +180,7 @@ void Transcript::opensLog() {
 bool Transcript::clearsLog(std::int64_t limit_bytes) {
   const std::vector<Call> logging = onFile(places_.log);
   const bool is_cleared = nextIs("localTimeStamp");
-  if (!is_cleared && !allHeld(logging)) return false;  // its size could not be asked
+  if (!is_cleared && !allHeld(logging)) return false;  // its size is unknown
   if (is_cleared && !held(logging.front())) throw Mismatch("a log of unknown size was emptied");
   if (logExceeds(limit_bytes, is_cleared)) bindLog(logging, true);
   return is_cleared;

@@ -1,5 +1,5 @@
-// The daemon's calls as the gate kept them, read in their order beside the oracle, and the log, the
-// status file and the preferences that they must have made.
+// Compares the calls that the fault injector recorded, in order, with the oracle, and derives from
+// them the expected log, status file and preferences.
 #pragma once
 
 #include <cstddef>
@@ -12,11 +12,11 @@
 
 #include "base/plist_value.h"
 #include "tests/faults/call.h"
-#include "tests/oracle/witness.h"
+#include "tests/oracle/observer.h"
 
 namespace vorlatch::faults {
 
-// Where the daemon's files are, and the identifier in each bundle directory.
+// The paths of the daemon's files, and the identifier in each bundle directory.
 struct Places {
   std::string log;
   std::string preferences;
@@ -24,31 +24,31 @@ struct Places {
   std::map<std::string, std::string> identifiers = {};
 };
 
-class Transcript : public tests::Witness {
+class Transcript : public tests::Observer {
  public:
   explicit Transcript(Places places) : places_(std::move(places)) {}
 
-  // What the preferences file holds; nothing when there is none.
+  // The contents of the preferences file; std::nullopt if there is none.
   std::optional<plist::Dictionary> preferences;
-  // When the calls that come next were made.
+  // The time of the calls that come next.
   std::uint64_t now_ns = 0;
 
-  // What a log that holds these bytes already goes on from.
+  // Sets the bytes that the log contained before the start.
   void beginLog(const std::string& bytes) { logs_ = {{.text = bytes}}; }
-  // Whether the log may hold these bytes. Where a call failed that decides about the log's stream,
-  // lines may be lost from then on, or the file not be emptied.
+  // Whether the log may contain these bytes. Several logs are possible after a failed call that
+  // decides where standard error points: lines may be lost, or the file may stay uncleared.
   [[nodiscard]] bool isLog(const std::string& bytes) const;
   [[nodiscard]] const std::string& expectedLog() const { return logs_.front().text; }
-  // The status file's contents; nothing as long as it was not written.
+  // The contents of the status file; std::nullopt before it was first written.
   [[nodiscard]] const std::optional<plist::Dictionary>& status() const { return status_; }
-  // Whether posts reach the daemon.
+  // Whether posted notifications reach the daemon.
   [[nodiscard]] bool isObserving() const { return is_observing_; }
-  // All calls were read.
+  // Fails if calls are left.
   void end() const;
 
   tests::Answer call(std::string_view function, const std::vector<std::int64_t>& arguments,
                      const std::optional<tests::Buffer>& buffer) override;
-  // Of these, the gate keeps only the one that can fail.
+  // The fault injector records only observeNotification, which is the only one that can fail.
   std::uint64_t schedules(const std::string& call) override;
   void logs(const std::string& line) override;
   bool lacksMemory() override;
@@ -70,9 +70,8 @@ class Transcript : public tests::Witness {
 
   const Call& next(std::string_view name, const std::vector<std::int64_t>& arguments = {});
   [[nodiscard]] bool nextIs(std::string_view name) const;
-  // The file calls that come next, as long as they are about the file or a temporary one beside it,
-  // in whatever number. Those on /dev/null, where a stream of the log may end, count with it, and
-  // so does what is flushed before a stream is pointed elsewhere.
+  // Consumes the next calls, however many, that concern the file or its temporary file. Calls on
+  // /dev/null, which may replace the log, and flushes before a redirection are included.
   std::vector<Call> onFile(const std::string& path);
   bool readsList(const std::string& path);
   bool writesList(const std::string& path);
@@ -82,7 +81,7 @@ class Transcript : public tests::Witness {
 
   Places places_;
   std::size_t read_ = 0;
-  std::vector<Log> logs_ = {{}};  // each as it may be
+  std::vector<Log> logs_ = {{}};  // the possible logs
   std::optional<plist::Dictionary> status_;
   bool is_observing_ = false;
 };

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Usage: wrapped_calls_test.sh NM LIBRARY... -- FUNCTION...
 #
-# Whether the functions that fault_test makes to fail are all of those that the daemon's libraries
-# call and that can fail: a call that is new in the daemon has to be wrapped, or named here.
+# Checks that fault_test makes every function fail that the daemon's libraries call and that can fail. A
+# function that the daemon calls for the first time has to be wrapped, or listed as harmless here.
 set -euo pipefail
 
 nm=$1
@@ -14,21 +14,21 @@ while [[ $1 != -- ]]; do
 done
 shift
 
-# The compiler's and the language's own but for those on files, and what only looks at memory.
+# Functions of the compiler and the language, except for files, and functions that only access memory.
 harmless='_GLOBAL_OFFSET_TABLE_|_Unwind_.*|__cxa_.*|__errno_location|__gxx_personality_v0|__stack_chk_fail'
 harmless+='|__assert_fail|isalnum|mem.*|str.*|snprintf|getpid|stderr|stdout|pthread_mutex_(un)?lock|_Z[A-Z]*St.*|_ZTVN10__cxxabiv1.*|_Z(da|dl)P.*'
-# Ends the process when there is none: the daemon asks so only for what it cannot do without.
+# These end the process if there is no memory; the daemon uses them only where it cannot continue.
 harmless+='|_Zn[aw]m'
-# They have no failure, on a regular file.
+# These cannot fail on a regular file.
 harmless+='|arc4random_buf|clearerr|fileno|f(un)?lockfile|lseek'
-# Without them, what a killed daemon left stays.
+# A failure only leaves the files of a killed daemon behind.
 harmless+='|opendir|readdir|closedir'
-# Tried with libraries that lack functions or are not there, and only without a caller's buffer.
+# Other tests cover these, with missing and incomplete libraries. malloc: only without a caller's buffer.
 harmless+='|dlopen|dlsym|malloc'
-# The seam knows no failure of these.
+# These platform functions cannot fail.
 harmless+='|_ZN8vorlatch8platform(10startTimer|11runMainLoop|15makeSerialQueue|21rootPrefixLibraryName|5async)E.*'
 harmless+='|_ZNK8vorlatch8platform11CancelTimerclE.*'
-# Only vorlatchctl writes this form.
+# Only vorlatchctl writes binary property lists.
 harmless+='|_ZN8vorlatch8platform23writeBinaryPropertyList.*'
 
 defined=$("$nm" --defined-only --format=posix "${libraries[@]}" | awk 'NF >= 2 { print $1 }')

@@ -1,5 +1,5 @@
-// The seam's functions as the linker gives them to the daemon in this program, and the memory that
-// it asks for without need. The names are those that the compiler makes of the declarations.
+// Wrappers of the platform functions, and of allocations without which the daemon can continue,
+// that the linker substitutes in this program. The names are the mangled names of the declarations.
 #include <new>
 #include <optional>
 #include <string>
@@ -10,7 +10,7 @@
 #include "platform/notifications.h"
 #include "platform/process_table.h"
 #include "platform/property_list.h"
-#include "tests/faults/gate.h"
+#include "tests/faults/fault_injector.h"
 
 #define VORLATCH_REAL(name) __asm__("__real_" name)
 #define VORLATCH_WRAP(name) __asm__("__wrap_" name)
@@ -62,24 +62,24 @@ void* wrapAllocate(size_t, const std::nothrow_t&) noexcept VORLATCH_WRAP(VORLATC
 namespace {
 
 bool isWatching() {
-  return Gate::get().isWatching();
+  return FaultInjector::get().isWatching();
 }
 
 template <typename Real>
 int pass(const char* name, const std::vector<std::int64_t>& arguments, void* buffer,
          size_t buffer_bytes, const Real& real) {
   if (!isWatching()) return real();
-  const auto result = Gate::get().pass({.name = name, .arguments = arguments}, buffer, buffer_bytes,
-                                       [&real](bool) { return real(); });
+  const auto result = FaultInjector::get().pass({.name = name, .arguments = arguments}, buffer,
+                                                buffer_bytes, [&real](bool) { return real(); });
   return static_cast<int>(result);
 }
 
-// A call that gives more than a number; null or empty is its failure.
+// For a call whose result is not a number; null or empty means failure.
 template <typename Real>
 auto passWhole(const char* name, const Real& real) {
   if (!isWatching()) return real();
   decltype(real()) whole{};
-  Gate::get().pass({.name = name}, nullptr, 0, [&](bool) {
+  FaultInjector::get().pass({.name = name}, nullptr, 0, [&](bool) {
     whole = real();
     return 1;
   });
@@ -123,7 +123,7 @@ int wrapProcPidpath(int pid, void* buffer, uint32_t buffersize) {
 
 void wrapObserve(const char* name, platform::Work handler) {
   if (!isWatching()) return realObserve(name, std::move(handler));
-  Gate::get().pass({.name = "observeNotification", .given = name}, nullptr, 0, [&](bool) {
+  FaultInjector::get().pass({.name = "observeNotification", .given = name}, nullptr, 0, [&](bool) {
     realObserve(name, std::move(handler));
     return 1;
   });
@@ -140,18 +140,18 @@ std::string wrapWriteXml(const Value& value) {
 std::string wrapLocalTime() {
   const bool was_watching = isWatching();
   std::string stamp = passWhole("localTimeStamp", realLocalTime);
-  if (was_watching) Gate::get().last().left = stamp;
+  if (was_watching) FaultInjector::get().last().left = stamp;
   return stamp;
 }
 
 void* wrapAllocate(size_t size, const std::nothrow_t& nothrow) noexcept {
   if (!isWatching()) return realAllocate(size, nothrow);
   void* memory = nullptr;
-  Gate::get().pass({.name = "allocate", .arguments = {static_cast<std::int64_t>(size)}}, nullptr, 0,
-                   [&](bool) {
-                     memory = realAllocate(size, nothrow);
-                     return memory != nullptr ? 1 : 0;
-                   });
+  FaultInjector::get().pass({.name = "allocate", .arguments = {static_cast<std::int64_t>(size)}},
+                            nullptr, 0, [&](bool) {
+                              memory = realAllocate(size, nothrow);
+                              return memory != nullptr ? 1 : 0;
+                            });
   return memory;
 }
 

@@ -30,7 +30,7 @@ TEST(BandStage, AMissingBandGoesBackToTheSystem) {
                    "memorystatus_control(1, 0, 0, buffer, 288) = 48"}));
 }
 
-TEST(BandStage, ZeroAndEverythingThatReadsAsZeroGoBackToTheSystem) {
+TEST(BandStage, ValuesReadAsZeroGoBackToTheSystem) {
   tests::RunningTarget target;
   EXPECT_EQ(target.band(0), kReturned);
   EXPECT_EQ(target.band(""), kReturned);
@@ -56,7 +56,7 @@ TEST(BandStage, MinusOneIsSkippedAndLaterStagesStillRun) {
   EXPECT_EQ(target.takeCalls()[3], "memorystatus_control(16, 100, 0, {01000000}, 4) = 0");
 }
 
-TEST(BandStage, ABandIsSetAsAnAssertionOnAnUnmanagedProcess) {
+TEST(BandStage, SetsAnAssertionOnAnUnmanagedProcess) {
   tests::RunningTarget target;
   target.device.takeTrace();
   EXPECT_EQ(target.band(210), (Lines{"[系统] 内存优先级:210 -> [内核: 成功]", "[内存优先级] 为:210",
@@ -101,14 +101,14 @@ TEST(BandStage, NineHundredNinetyNineIsNeverDivided) {
                                      "[内核] ：已被系统覆盖 (设置:999 实际:180)"}));
 }
 
-TEST(BandStage, ABandDividedToNineHundredNinetyNineIsNotDividedAgain) {
+TEST(BandStage, DividesOnlyOnce) {
   tests::RunningTarget target;
   EXPECT_EQ(target.band(9990),
             (Lines{"[环境适配] 目标 9990 -> 实际 999", "[系统] 内存优先级:999 -> [内核: 失败]",
                    "[内存优先级] 为:180", "[内核] ：已被系统覆盖 (设置:999 实际:180)"}));
 }
 
-TEST(BandStage, TheMarkerOfNoBandIsAskedForAndJudgedAsNone) {
+TEST(BandStage, MarkerOfNoBandIsRequestedButJudgedAsNone) {
   tests::RunningTarget target;
   EXPECT_EQ(target.band(-999),
             (Lines{"[系统] 内存优先级:-999 -> [内核: 失败]", "[内存优先级] 为:180",
@@ -135,7 +135,7 @@ TEST(BandStage, ABandThatTheSystemOverrodeIsReported) {
             (Dictionary{{"backboardd", Dictionary{{"pid", 100}, {"n", 0}, {"p", 40}}}}));
 }
 
-TEST(BandStage, OnTheNewestKernelAnAssertionOnAnUnmanagedProcessIsRefused) {
+TEST(BandStage, NewestKernelRefusesUnmanagedAssertion) {
   tests::RunningTarget target;
   target.device.kernel.generation = model::KernelGeneration::Xnu11215To11417;
   EXPECT_EQ(target.band(100),
@@ -177,8 +177,8 @@ TEST(ManagedStage, NotStrippingGivesItBack) {
   EXPECT_FALSE(state.elevated);
 }
 
-// The calls of the stage alone: those of the limits and the nice value come before it, three that
-// read the outcome after it.
+// The calls of the stage without the three before it (limits and nice value) and the three after
+// it, which read the result.
 Lines managedCalls(const tests::RunningTarget& target) {
   const Lines calls = target.takeCalls();
   return {calls.begin() + 3, calls.end() - 3};
@@ -224,13 +224,13 @@ TEST(ManagedStage, TheRoleOfAnAppInFrontIsSetWhenStripping) {
   EXPECT_EQ(target.device.jetsam(101).darwin_role, 1);
 }
 
-TEST(ManagedStage, WhereTheKernelReadsTheFlagsTheStateStaysAndIsReportedAsItIs) {
+TEST(ManagedStage, ReportsAStateThatTheKernelKept) {
   tests::RunningTarget target;
   target.device.kernel.state_argument = model::StateArgument::Flags;
   EXPECT_EQ(target.strip(false), Lines{"[状态剥离] 目标: 恢复系统托管 -> [操作: 成功] [内核]: 0)"});
 }
 
-TEST(ManagedStage, ARefusalIsReportedAndTheLockIsTriedAllTheSame) {
+TEST(ManagedStage, StillLocksAfterARefusal) {
   tests::RunningTarget target;
   target.device.script(
       {.function = "memorystatus_control", .command = kSetManaged, .result = -1, .error = EPERM});

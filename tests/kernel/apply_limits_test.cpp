@@ -26,7 +26,7 @@ TEST(ApplyLimits, PidZeroDoesNothing) {
   EXPECT_EQ(tests::modeOf(target.statusFile()), 0U);
 }
 
-TEST(ApplyLimits, RunsEveryStageInOrderAndRecordsTheOutcome) {
+TEST(ApplyLimits, RunsEveryStageAndRecordsTheOutcome) {
   tests::RunningTarget target;
   target.device.takeTrace();
   applyLimitsForApp("backboardd",
@@ -63,7 +63,7 @@ TEST(ApplyLimits, RunsEveryStageInOrderAndRecordsTheOutcome) {
             (Dictionary{{"backboardd", Dictionary{{"pid", 100}, {"n", -5}, {"p", 100}}}}));
 }
 
-TEST(ApplyLimits, AnExitedProcessFailsInEachStageAndIsRecordedAllTheSame) {
+TEST(ApplyLimits, ExitedProcessFailsButIsRecorded) {
   tests::RunningTarget target;
   target.device.exit(100);
   EXPECT_EQ(
@@ -77,7 +77,7 @@ TEST(ApplyLimits, AnExitedProcessFailsInEachStageAndIsRecordedAllTheSame) {
             (Dictionary{{"backboardd", Dictionary{{"pid", 100}, {"n", -1}, {"p", -999}}}}));
 }
 
-TEST(MemoryLimitStage, BothZeroStillAsksTheKernelAndHoldsWithItsPositiveDefaults) {
+TEST(MemoryLimitStage, ZeroIsRequestedAndReadBackAsTheDefault) {
   tests::RunningTarget target;
   target.device.takeTrace();
   EXPECT_EQ(target.limits(0, 0), kQuietLimits);
@@ -115,7 +115,7 @@ TEST(MemoryLimitStage, MinusOneReadBackAsZeroIsOverridden) {
   EXPECT_EQ(target.limits(-1, 50).back(), "[内核] ：已被系统覆盖");
 }
 
-TEST(MemoryLimitStage, MinusOneHoldsAsItselfAndAsAPositiveDefault) {
+TEST(MemoryLimitStage, MinusOneHoldsAsItselfOrAsADefault) {
   tests::RunningTarget target;
   target.readBackLimits(-1, 1);
   EXPECT_EQ(target.limits(-1, -1).back(), "[内核] ：成功");
@@ -129,13 +129,13 @@ TEST(MemoryLimitStage, AnotherValueReadBackIsOverridden) {
                    "[内核] ：已被系统覆盖"}));
 }
 
-TEST(MemoryLimitStage, ALimitBelowMinusOneIsNoRequestForTheDefault) {
+TEST(MemoryLimitStage, BelowMinusOneDoesNotRequestTheDefault) {
   tests::RunningTarget target;
   target.readBackLimits(1450, 1450);
   EXPECT_EQ(target.limits(-2, 0).back(), "[内核] ：已被系统覆盖");
 }
 
-TEST(MemoryLimitStage, ARefusalIsLoggedWithItsErrorAndNotReadBack) {
+TEST(MemoryLimitStage, RefusalIsLoggedAndNotReadBack) {
   tests::RunningTarget target;
   target.device.takeTrace();
   target.device.script(
@@ -197,7 +197,7 @@ TEST(NiceStage, MinusOneIsAValueLikeAnyOther) {
   EXPECT_EQ(target.nice(5), (Lines{"[进程优先级] 当前:-1 目标:5 -> [成功]", "[内核] ：成功"}));
 }
 
-TEST(NiceStage, MinusOneIsAValueEvenAfterARefusalOfTheLimits) {
+TEST(NiceStage, MinusOneIsAValueDespiteStaleErrno) {
   tests::RunningTarget target;
   target.device.find(100)->nice_value = -1;
   target.device.script(
@@ -225,7 +225,7 @@ TEST(NiceStage, ARefusalIsLoggedWithItsError) {
             (Lines{"[进程优先级] 当前:0 目标:-5 -> [失败] err:13", "[内核] ：失败"}));
 }
 
-TEST(NiceStage, AValueThatTheSystemOverrodeIsReportedWithWhatItIs) {
+TEST(NiceStage, ReportsAnOverriddenValue) {
   tests::RunningTarget target;
   target.device.find(100)->overriding_nice = 3;
   EXPECT_EQ(target.nice(-5),

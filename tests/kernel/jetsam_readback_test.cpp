@@ -25,7 +25,7 @@ struct Kernel : Story {
     pid = device.launch({.name = "backboardd"});
     device.takeTrace();
   }
-  // What the log says of the band read back when the process is at `band`.
+  // The log of a read-back that finds the process at `band`.
   Lines verify(std::int32_t band, int set_result, std::int32_t requested) {
     auto record = device.jetsam(pid);
     record.effective_band = band;
@@ -33,7 +33,8 @@ struct Kernel : Story {
     verifyJetsamPriority(pid, set_result, requested);
     return takeLog();
   }
-  // The call that fetches the list leaves one entry in the buffer, process 7 at band 3, and this.
+  // Scripts the call that fetches the list: it leaves one entry (process 7 at band 3) and returns
+  // this.
   void fetchGives(int result, int error = 0) const {
     const platform::memorystatus_priority_entry entry{
         .pid = 7, .priority = 3, .user_data = 0, .limit = -1, .state = 0};
@@ -56,7 +57,7 @@ TEST(JetsamReadBack, FetchesTheListOnceWithRoomForTenMore) {
 
 TEST(JetsamReadBack, AProcessThatIsNotListedHasNone) {
   Kernel kernel;
-  EXPECT_EQ(getActualJetsam(INT_MAX), -999);  // no pid is that large
+  EXPECT_EQ(getActualJetsam(INT_MAX), -999);  // larger than any pid
 }
 
 TEST(JetsamReadBack, PidZeroIsLookedForLikeAnyOther) {
@@ -114,7 +115,7 @@ TEST(JetsamReadBack, AListThatGrewByTenIsReadToItsEnd) {
   }
 }
 
-TEST(JetsamReadBack, AnySizeAboveZeroIsAskedForWithRoomForTenMore) {
+TEST(JetsamReadBack, AnyPositiveSizeGetsRoomForTenMore) {
   Kernel kernel;
   kernel.device.script(
       {.function = "memorystatus_control", .command = kGetPriorityList, .count = 1, .result = 1});
@@ -123,7 +124,7 @@ TEST(JetsamReadBack, AnySizeAboveZeroIsAskedForWithRoomForTenMore) {
                                        "memorystatus_control(1, 0, 0, buffer, 241) = 48"}));
 }
 
-TEST(JetsamReadBack, OfAKernelThatCountsBeyondTheBufferTheBufferIsRead) {
+TEST(JetsamReadBack, NeverReadsBeyondTheBuffer) {
   Kernel kernel;
   kernel.fetchGives(1'000'000);
   EXPECT_EQ(fetchJetsamPriorityList().count, 12U);
@@ -149,7 +150,7 @@ TEST(JetsamReadBack, AShortOrRefusedListGivesNone) {
   EXPECT_EQ(kernel.takeLog(), Lines{});
 }
 
-TEST(JetsamReadBack, WhatARefusedCallLeftInTheBufferIsNotLookedAt) {
+TEST(JetsamReadBack, IgnoresTheBufferOfARefusedCall) {
   Kernel kernel;
   kernel.fetchGives(-1, EPERM);
   EXPECT_EQ(getActualJetsam(7), -999);
@@ -179,7 +180,7 @@ TEST(JetsamReadBack, ABandThatTheSystemOverrode) {
             (Lines{"[内存优先级] 为:3", "[内核] ：已被系统覆盖 (设置:10 实际:3)"}));
 }
 
-TEST(JetsamReadBack, ARefusedCallThatLeftTheRequestedBandCountsAsSuccess) {
+TEST(JetsamReadBack, RequestedBandIsSuccessDespiteARefusal) {
   Kernel kernel;
   EXPECT_EQ(kernel.verify(10, -1, 10), (Lines{"[内存优先级] 为:10", "[内核] ：成功"}));
 }
@@ -190,7 +191,7 @@ TEST(JetsamReadBack, WithoutARequestTheSystemsBandIsReported) {
             (Lines{"[内存优先级] 为:0", "[内核] ：系统接管并分配真实优先级为 0"}));
 }
 
-TEST(JetsamReadBack, AProcessThatExitedAfterASuccessfulCallHasLostItsState) {
+TEST(JetsamReadBack, ExitAfterSuccessIsReportedAsLostState) {
   Kernel kernel;
   kernel.device.exit(kernel.pid);
   verifyJetsamPriority(kernel.pid, 0, 10);
@@ -199,7 +200,7 @@ TEST(JetsamReadBack, AProcessThatExitedAfterASuccessfulCallHasLostItsState) {
                    "[内核] ：调用成功但状态丢失"}));
 }
 
-TEST(JetsamReadBack, AProcessThatExitedAfterAnyOtherResultHasFailed) {
+TEST(JetsamReadBack, ExitAfterFailureIsReportedAsFailure) {
   Kernel kernel;
   kernel.device.exit(kernel.pid);
   for (const int set_result : {-1, 1}) {

@@ -76,7 +76,7 @@ TEST(RestoreDefaults, RefusalsChangeNothing) {
   EXPECT_EQ(held.takeCalls().size(), 4U);
 }
 
-TEST(RestoreDefaults, TheEntryIsClearedBeforeTheFirstKernelCall) {
+TEST(RestoreDefaults, ClearsTheEntryBeforeAnyKernelCall) {
   Held held;
   Dictionary status_at_first_call{{"not", "called"}};
   held.device.script(

@@ -1,4 +1,4 @@
-// One target that runs, for tests of what is applied to it.
+// A running target for tests of the stages of an application.
 #pragma once
 
 #include <string>
@@ -11,14 +11,14 @@
 
 namespace vorlatch::tests {
 
-// A target that runs as pid 100, with settings that leave all stages but one quiet: limits read
-// back as the system's 1450, nice value 0 held already, no band set.
+// A target that runs as pid 100. Its settings keep all stages but one quiet: limits read back as
+// the system's 1450, the nice value is already 0, and no band is set.
 struct RunningTarget : Story {
   RunningTarget() {
     openLog();
     device.launch({.name = "backboardd", .pid = 100});
   }
-  // Applies, and gives the log without its last line, which is the same each time.
+  // Applies the settings. Returns the log without its last line, which is always the same.
   Lines apply(const plist::Dictionary& dictionary) {
     applyLimitsForApp("backboardd", readTargetSettings(dictionary), 100);
     Lines log = takeLog();

@@ -70,7 +70,7 @@ TEST(SelfProtection, TakesOneCallWhereTheKernelAccepts999) {
              kReadBackCalls));
 }
 
-TEST(SelfProtection, TriesAllThreeAndStillReadsBackWhereTheKernelRefusesEach) {
+TEST(SelfProtection, ReadsBackAfterThreeRefusals) {
   Daemon daemon;
   daemon.device.script(
       {.function = "memorystatus_control", .command = kSetPriority, .result = -1, .error = EPERM});
@@ -97,7 +97,7 @@ TEST(SelfProtection, AnyOtherFailureEndsTheLadderAtOnce) {
   EXPECT_EQ(daemon.device.takeTrace({"memorystatus_control"}).size(), 3U);
 }
 
-TEST(SelfProtection, ARefusedNiceValueIsAFailureWhateverTheValueIs) {
+TEST(SelfProtection, RefusedNiceValueIsAlwaysAFailure) {
   Daemon daemon;
   daemon.device.find(getpid())->nice_value = -20;
   daemon.device.script({.function = "setpriority", .result = -1, .error = EACCES});
@@ -106,7 +106,7 @@ TEST(SelfProtection, ARefusedNiceValueIsAFailureWhateverTheValueIs) {
   EXPECT_EQ(log[2], "[内核] ：失败");
 }
 
-TEST(SelfProtection, ANiceValueThatTheSystemOverrodeIsReportedWithWhatItIs) {
+TEST(SelfProtection, ReportsAnOverriddenNiceValue) {
   Daemon daemon;
   daemon.device.find(getpid())->overriding_nice = -5;
   const Lines log = daemon.protect();

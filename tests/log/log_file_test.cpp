@@ -22,7 +22,7 @@ std::string cleared(const std::string& limit_mb) {
   return "[守护] 日志大小超过设定限制(" + limit_mb + "MB)，已自动清空。";
 }
 
-// A daemon whose log has grown to `size` bytes, with this limit in its preferences.
+// A daemon whose log has grown to `size` bytes, with these preferences.
 struct GrownLog : Story {
   GrownLog(std::size_t size, const plist::Dictionary& preferences) {
     tests::writeAll(logFile(), std::string(size, 'x'));
@@ -33,7 +33,7 @@ struct GrownLog : Story {
   [[nodiscard]] std::size_t size() const { return tests::readAll(logFile()).size(); }
 };
 
-TEST(LogSizeCap, OneByteOverTheDefaultEmptiesTheLogToOneLine) {
+TEST(LogSizeCap, OneByteOverTheDefaultClearsTheLog) {
   GrownLog story(kDefaultLimit + 1, {});
   EXPECT_EQ(tests::readAll(story.logFile()), "[03-04 05:06:07] " + cleared("2.0") + "\n");
 }
@@ -48,7 +48,7 @@ TEST(LogSizeCap, ALimitOfOneMebibyteIsPrintedSo) {
   EXPECT_EQ(story.takeLog(), Lines{cleared("1.0")});
 }
 
-TEST(LogSizeCap, AMebibyteIs1048576BytesHoweverLargeTheLimit) {
+TEST(LogSizeCap, AMebibyteIsAlways1048576Bytes) {
   Story story;
   story.writePreferences({{"LogSizeLimit", 104857600}});
   story.openLog();
@@ -97,10 +97,10 @@ TEST(LogSizeCap, LaterLinesFollowTheClearingLine) {
   EXPECT_EQ(story.takeLog(), (Lines{cleared("0.0"), tests::kTargetRule}));
 }
 
-TEST(LogSizeCap, AClearedLogIsNotAppendedToButWrittenWhereEachStreamStands) {
+TEST(LogSizeCap, StreamsKeepTheirOffsetsAfterClearing) {
   GrownLog story(11, {{"LogSizeLimit", 10}});
   const std::string line = "[03-04 05:06:07] " + cleared("0.0") + "\n";
-  std::fputs("out", stdout);  // which was opened anew too, and stands at the beginning
+  std::fputs("out", stdout);  // stdout was reopened too and is at offset 0
   std::fflush(stdout);
   EXPECT_EQ(tests::readAll(story.logFile()), "out" + line.substr(3));
   tests::writeAll(story.logFile(), "");  // emptied by another program
@@ -117,7 +117,7 @@ TEST(LogSizeCap, ADeletedLogIsNotMadeAgain) {
   EXPECT_FALSE(std::filesystem::exists(story.logFile()));
 }
 
-TEST(LogFile, IsMadeEmptyWithModeForEveryoneWhateverTheUmask) {
+TEST(LogFile, IsCreatedEmptyForEveryoneDespiteTheUmask) {
   Story story;
   const mode_t umask_before = umask(077);
   story.openLog();
@@ -150,13 +150,13 @@ TEST(LogFile, BothStreamsAppendToIt) {
   EXPECT_EQ(tests::readAll(story.logFile()), "out again");
 }
 
-TEST(LogFile, WithoutItsDirectoryNothingIsWrittenAnywhere) {
+TEST(LogFile, WritesNothingWithoutItsDirectory) {
   Story story;
   std::filesystem::remove_all(story.rootPath("/var/mobile"));
   story.openLog();
   writeTargetSeparator();
   EXPECT_FALSE(std::filesystem::exists(story.rootPath("/var/mobile")));
-  // The stream keeps its descriptor: no file opened later can get what is meant for the log.
+  // The stream keeps descriptor 2, so that no file opened later can receive lines of the log.
   EXPECT_EQ(fileno(stderr), 2);
 }
 

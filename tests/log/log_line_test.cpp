@@ -13,7 +13,7 @@ using tests::Lines;
 using tests::Story;
 using namespace std::chrono_literals;
 
-TEST(LogLine, CarriesTheLocalTimeOfTheMomentItIsWritten) {
+TEST(LogLine, CarriesTheLocalTimeOfWriting) {
   Story story;
   story.openLog();
   writeLogLine("[%s] [守护] PID:%d\n", 12);

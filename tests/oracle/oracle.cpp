@@ -57,22 +57,22 @@ std::string endedLine(const std::string& key) {
 
 }  // namespace
 
-// What runs when, and on which queue.
+// Scheduling: which work runs when, and on which queue.
 
 void Oracle::started() {
-  witness_.opensLog();
+  observer_.opensLog();
   line(kChapter);
-  if (witness_.findsNoPreferences()) {
-    witness_.writesPreset(preset());
+  if (observer_.findsNoPreferences()) {
+    observer_.writesPreset(preset());
     line("[配置] 已生成默认预设参数");
   }
   protectItself();
-  witness_.schedules("makeSerialQueue(\"" + kDebounce + "\")");
-  witness_.schedules("makeSerialQueue(\"" + kWorker + "\")");
+  observer_.schedules("makeSerialQueue(\"" + kDebounce + "\")");
+  observer_.schedules("makeSerialQueue(\"" + kWorker + "\")");
   queues_[kDebounce].emplace_back([this] { arm(); });
   startTimer(1800 * kSecond, 1800 * kSecond, 5 * kSecond, [this] { patrol(); });
-  witness_.schedules("observeNotification(\"com.zel.vorlatch/ApplyLimits\")");
-  witness_.schedules("runMainLoop()");
+  observer_.schedules("observeNotification(\"com.zel.vorlatch/ApplyLimits\")");
+  observer_.schedules("runMainLoop()");
 }
 
 void Oracle::posted() {
@@ -119,14 +119,14 @@ std::optional<std::string> Oracle::waitingQueue() const {
 int Oracle::startTimer(std::uint64_t start_ns, std::uint64_t interval_ns, std::uint64_t leeway_ns,
                        std::function<void()> tick) {
   const int id = ++last_timer_;
-  const std::uint64_t now_ns = witness_.schedules(timerCall(start_ns, interval_ns, leeway_ns) +
-                                                  " = timer " + std::to_string(id));
+  const std::uint64_t now_ns = observer_.schedules(timerCall(start_ns, interval_ns, leeway_ns) +
+                                                   " = timer " + std::to_string(id));
   timers_[id] = {.due_ns = now_ns + start_ns, .interval_ns = interval_ns, .tick = std::move(tick)};
   return id;
 }
 
 void Oracle::cancelTimer(int id) {
-  witness_.schedules(cancelCall(id));
+  observer_.schedules(cancelCall(id));
   timers_.erase(id);
 }
 
@@ -135,7 +135,7 @@ void Oracle::arm() {
   debounce_timer_ = startTimer(150 * kMs, kNever, 0, [this] { pass(); });
 }
 
-// The pass.
+// The reconciliation pass.
 
 void Oracle::pass() {
   clearLog();
@@ -238,7 +238,7 @@ void Oracle::switchOff() {
 void Oracle::cancelTimers(std::vector<int> timers) {
   while (!timers.empty()) {
     auto next = std::find_if(timers.begin(), timers.end(),
-                             [this](int id) { return witness_.isNext(cancelCall(id)); });
+                             [this](int id) { return observer_.isNext(cancelCall(id)); });
     if (next == timers.end()) next = timers.begin();
     cancelTimer(*next);
     timers.erase(next);
@@ -316,17 +316,17 @@ void Oracle::sweep(const Targets& targets) {
 
 Oracle::Target Oracle::takeNext(std::vector<Target>& targets) {
   const auto is_called = [this](const Target& target) {
-    return !target.call.empty() && witness_.isNext(target.call);
+    return !target.call.empty() && observer_.isNext(target.call);
   };
   auto next = std::find_if(targets.begin(), targets.end(), is_called);
   if (next == targets.end()) {
     std::size_t nearest = std::string::npos;
     for (const Target& target : targets) {
-      if (!target.line.empty()) nearest = std::min(nearest, witness_.distanceTo(target.line));
+      if (!target.line.empty()) nearest = std::min(nearest, observer_.distanceTo(target.line));
     }
     next = std::find_if(targets.begin(), targets.end(), [&](const Target& target) {
       if (target.line.empty()) return target.call.empty();
-      return witness_.distanceTo(target.line) == nearest;
+      return observer_.distanceTo(target.line) == nearest;
     });
   }
   if (next == targets.end()) next = targets.begin();

@@ -1,7 +1,7 @@
-// A second, plain reading of the daemon's rules, beside the daemon. It is told which piece of work
-// ran, goes through what the rules say of it, and has the witness take each step of the daemon in
-// turn: the kernel's answers and what files hold come from there, everything else from what the
-// oracle remembers. It shares the property-list value with the daemon, and nothing else.
+// A second, simple implementation of the daemon's rules that runs beside the daemon. It learns
+// which work item ran, derives the steps that the rules require, and checks each with the observer.
+// The observer supplies the kernel's answers and the contents of files; all other state is the
+// oracle's own. Of the daemon's code it uses only the property-list value.
 #pragma once
 
 #include <cstdint>
@@ -14,23 +14,23 @@
 #include <vector>
 
 #include "base/plist_value.h"
-#include "tests/oracle/witness.h"
+#include "tests/oracle/observer.h"
 
 namespace vorlatch::tests {
 
 class Oracle {
  public:
-  Oracle(Witness& witness, std::int32_t own_pid) : witness_(witness), own_pid_(own_pid) {}
+  Oracle(Observer& observer, std::int32_t own_pid) : observer_(observer), own_pid_(own_pid) {}
 
-  // The daemon started; another program posts the notification.
+  // Call when the daemon started, and when another program posted the notification.
   void started();
   void posted();
-  // A piece of work ran that began at this time: the first one sent to a queue, or a timer's.
+  // Call after a work item ran: the first one in a queue, or a timer's that began at `now_ns`.
   void ranQueue(const std::string& queue);
   void ranTimer(int id, std::uint64_t now_ns);
-  // Time passed up to now, as nothing was left to do.
+  // Call when time passed without any work.
   void idledUntil(std::uint64_t now_ns) const;
-  // The first queue with work that was sent to it and did not run.
+  // The first queue with work that was sent to it and has not run.
   [[nodiscard]] std::optional<std::string> waitingQueue() const;
 
   struct Timer {
@@ -41,7 +41,7 @@ class Oracle {
   [[nodiscard]] const std::map<int, Timer>& timers() const { return timers_; }
   [[nodiscard]] bool isWatched(const std::string& key) const { return watch_timers_.contains(key); }
   [[nodiscard]] const plist::Dictionary& status() const { return status_; }
-  // The identifier by which the daemon knows the bundle in this directory.
+  // The identifier under which the daemon knows the bundle in this directory.
   std::optional<std::string> identifierOf(const std::string& bundle_directory);
 
   static plist::Dictionary preset();
@@ -54,11 +54,11 @@ class Oracle {
     std::string key;
     plist::Dictionary settings = {};
     std::int32_t pid = 0;
-    std::string line = {};  // by which its work is told in the log; empty when it logs nothing
-    std::string call = {};  // by which it is told then; empty when it makes none either
+    std::string line = {};  // the log line that identifies its work; empty if it logs nothing
+    std::string call = {};  // otherwise the call that identifies it; empty if there is none
   };
 
-  // Passes and what starts them.
+  // Passes and their triggers.
   void arm();
   void pass();
   void switchOff();
@@ -68,9 +68,9 @@ class Oracle {
   void tick(const std::string& key, const plist::Dictionary& settings, std::int32_t interval_s);
   void patrol();
   void sweep(const Targets& targets);
-  // Takes out the target whose turn it is. The order is the daemon's choice, and the witness sees
-  // it, but for targets of which no more than a status write is seen: these are taken in the order
-  // of their keys, as are new watch timers with one interval.
+  // Removes and returns the target that the daemon handles next. The daemon may choose any order,
+  // which the observer sees. Targets that cause only a status write cannot be distinguished and are
+  // taken in order of their keys, and so are new watch timers with equal intervals.
   Target takeNext(std::vector<Target>& targets);
 
   int startTimer(std::uint64_t start_ns, std::uint64_t interval_ns, std::uint64_t leeway_ns,
@@ -80,16 +80,16 @@ class Oracle {
 
   // Files.
   void clearLog();
-  // By the preferences as they are now; nothing when they switch the daemon off.
+  // The targets in the current preferences; std::nullopt if they switch the daemon off.
   std::optional<Targets> configuredTargets();
 
   // Processes.
   std::int32_t pidOf(const std::string& key);
   PIDs runningProcesses();
   void walk(const std::function<bool(std::int32_t)>& visit);
-  // What the kernel left as its name, and whether it said that this is one.
+  // The name that the kernel left in the buffer, and whether the call succeeded.
   std::pair<std::string, bool> nameOf(std::int32_t pid);
-  // The identifier of the bundle that it runs from; nothing without one, and it may be empty.
+  // The identifier of the process's bundle, which may be empty; std::nullopt without a bundle.
   std::optional<std::string> bundleOf(std::int32_t pid);
 
   // One process.
@@ -104,18 +104,18 @@ class Oracle {
   void verifyBand(std::int32_t pid, std::int64_t result, std::int32_t requested);
   void record(const std::string& key, std::int32_t pid, std::int64_t nice_value, std::int32_t band);
 
-  // With a buffer of these words, or without one.
+  // With a buffer of these words, or without a buffer.
   Answer memorystatus(int command, std::int32_t pid, int flags,
                       const std::vector<std::int32_t>& words = {});
   std::int64_t getNice(std::int32_t pid);
   std::int64_t setNice(std::int32_t pid, int value);
-  void line(const std::string& text) { witness_.logs(text); }
+  void line(const std::string& text) { observer_.logs(text); }
 
-  Witness& witness_;
+  Observer& observer_;
   std::int32_t own_pid_;
 
   std::map<std::string, std::deque<std::function<void()>>> queues_;
-  std::map<int, Timer> timers_;  // by number, in the order in which they were started
+  std::map<int, Timer> timers_;  // by id, in the order of starting
   int last_timer_ = 0;
   int debounce_timer_ = 0;
   std::map<std::string, int> watch_timers_;

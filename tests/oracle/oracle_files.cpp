@@ -1,4 +1,4 @@
-// The oracle's rules of what the files say: the log's limit, the targets, and the preset.
+// The oracle's rules for the files: log limit, targets and preset.
 #include <array>
 #include <cstdio>
 
@@ -11,21 +11,21 @@ using plist::Dictionary;
 
 void Oracle::clearLog() {
   std::int64_t limit_bytes = 2097152;
-  const auto preferences = witness_.readsPreferences();
+  const auto preferences = observer_.readsPreferences();
   if (preferences && preferences->contains("LogSizeLimit")) {
     limit_bytes = longIn(*preferences, "LogSizeLimit");
     if (limit_bytes < 1) return;
   }
-  if (!witness_.clearsLog(limit_bytes)) return;
+  if (!observer_.clearsLog(limit_bytes)) return;
   std::array<char, 64> megabytes{};
   std::snprintf(megabytes.data(), megabytes.size(), "%.1f",
                 static_cast<double>(limit_bytes) / 1048576);
   line("[守护] 日志大小超过设定限制(" + std::string(megabytes.data()) + "MB)，已自动清空。");
 }
 
-// An entry that is not a dictionary is passed over.
+// Ignores entries that are not dictionaries.
 std::optional<Oracle::Targets> Oracle::configuredTargets() {
-  const auto preferences = witness_.readsPreferences();
+  const auto preferences = observer_.readsPreferences();
   if (!preferences) return std::nullopt;
   const auto enabled = preferences->find("Enabled");
   if (enabled == preferences->end() || !isTrue(enabled->second)) return std::nullopt;

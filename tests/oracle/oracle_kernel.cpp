@@ -1,4 +1,4 @@
-// The oracle's rules of what is done to one process.
+// The oracle's rules for the settings of one process.
 #include <algorithm>
 #include <cstring>
 
@@ -36,22 +36,22 @@ Answer Oracle::memorystatus(int command, std::int32_t pid, int flags,
     std::memcpy(bytes.data(), words.data(), bytes.size());
     buffer = {.size = static_cast<std::int64_t>(bytes.size()), .holds = bytes};
   }
-  return witness_.call("memorystatus_control", {command, pid, flags}, buffer);
+  return observer_.call("memorystatus_control", {command, pid, flags}, buffer);
 }
 
 std::int64_t Oracle::getNice(std::int32_t pid) {
-  return witness_.call("getpriority", {0, pid}, std::nullopt).result;
+  return observer_.call("getpriority", {0, pid}, std::nullopt).result;
 }
 
 std::int64_t Oracle::setNice(std::int32_t pid, int value) {
-  return witness_.call("setpriority", {0, pid, value}, std::nullopt).result;
+  return observer_.call("setpriority", {0, pid, value}, std::nullopt).result;
 }
 
 void Oracle::record(const std::string& key, std::int32_t pid, std::int64_t nice_value,
                     std::int32_t band) {
   status_.erase(key);
   if (pid != 0) status_.emplace(key, Dictionary{{"pid", pid}, {"n", nice_value}, {"p", band}});
-  witness_.writesStatus(status_);
+  observer_.writesStatus(status_);
 }
 
 void Oracle::apply(const std::string& key, const Dictionary& settings, std::int32_t pid) {
@@ -70,11 +70,11 @@ void Oracle::applyLimits(const Dictionary& settings, std::int32_t pid) {
   const std::int32_t active = intIn(settings, "MemLimitActive");
   const std::int32_t inactive = intIn(settings, "MemLimitInactive");
   const std::string wanted = "[内存限制] 目标 Act:" + number(active) + " Inact:" + number(inactive);
-  witness_.error_number = 0;
+  observer_.error_number = 0;
   const Answer set =
       memorystatus(7, pid, 0, {active, active >= 1 ? 1 : 0, inactive, inactive >= 1 ? 1 : 0});
   if (set.result != 0) {
-    line(wanted + " -> [失败] err:" + number(witness_.error_number));
+    line(wanted + " -> [失败] err:" + number(observer_.error_number));
     line("[内核] ：失败");
     return;
   }
@@ -89,10 +89,10 @@ void Oracle::applyLimits(const Dictionary& settings, std::int32_t pid) {
 
 void Oracle::applyNiceValue(const Dictionary& settings, std::int32_t pid) {
   const int target = std::clamp(intIn(settings, "NiceValue"), -20, 20);
-  witness_.error_number = 0;
+  observer_.error_number = 0;
   const std::int64_t current = getNice(pid);
-  if (current == -1 && witness_.error_number != 0) {
-    line("[进程优先级] 读取状态失败 err:" + number(witness_.error_number));
+  if (current == -1 && observer_.error_number != 0) {
+    line("[进程优先级] 读取状态失败 err:" + number(observer_.error_number));
     return;
   }
   if (current == target) {
@@ -101,7 +101,7 @@ void Oracle::applyNiceValue(const Dictionary& settings, std::int32_t pid) {
   }
   const std::string wanted = "[进程优先级] 当前:" + number(current) + " 目标:" + number(target);
   if (setNice(pid, target) != 0) {
-    line(wanted + " -> [失败] err:" + number(witness_.error_number));
+    line(wanted + " -> [失败] err:" + number(observer_.error_number));
     line("[内核] ：失败");
     return;
   }
@@ -143,16 +143,16 @@ void Oracle::applyManaged(const plist::Value& strip, std::int32_t pid) {
   const std::int64_t managed = memorystatus(17, pid, 0).result;
   memorystatus(18, pid, 0, {state});
   memorystatus(strips ? 14 : 15, pid, 0);
-  if (strips) witness_.call("setpriority", {6, pid, 1}, std::nullopt);
+  if (strips) observer_.call("setpriority", {6, pid, 1}, std::nullopt);
   line("[状态剥离] 目标: " + std::string(strips ? "剥离系统托管并开启强锁" : "恢复系统托管") +
        " -> [操作: " + (accepted ? "成功" : "失败") + "] [内核]: " + number(managed) + ")");
 }
 
 std::int32_t Oracle::band(std::int32_t pid) {
   const std::int64_t needed = memorystatus(1, 0, 0).result;
-  if (needed < 1 || witness_.lacksMemory()) return kNoBand;
+  if (needed < 1 || observer_.lacksMemory()) return kNoBand;
   const Answer list =
-      witness_.call("memorystatus_control", {1, 0, 0}, Buffer{.size = needed + 240});
+      observer_.call("memorystatus_control", {1, 0, 0}, Buffer{.size = needed + 240});
   if (list.result < 24) return kNoBand;
   const auto words = static_cast<std::size_t>(list.result) / 24 * 6;
   for (std::size_t entry = 0; entry < words; entry += 6) {

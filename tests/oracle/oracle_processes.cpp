@@ -1,4 +1,4 @@
-// The oracle's rules of which process a key means.
+// The oracle's rules for finding the process of a key.
 #include <cstring>
 
 #include "tests/oracle/oracle.h"
@@ -7,7 +7,7 @@
 namespace vorlatch::tests {
 namespace {
 
-// A buffer's text ends at its first NUL.
+// The text in a buffer up to its first NUL.
 std::string textIn(const std::string& buffer) {
   return buffer.substr(0, buffer.find('\0'));
 }
@@ -19,9 +19,9 @@ Buffer zeros(std::size_t size) {
 }  // namespace
 
 void Oracle::walk(const std::function<bool(std::int32_t)>& visit) {
-  const std::int64_t needed = witness_.call("proc_listpids", {1, 0}, Buffer{}).result;
-  if (needed < 1 || witness_.lacksMemory()) return;
-  const Answer listed = witness_.call("proc_listpids", {1, 0}, Buffer{.size = 4 * needed});
+  const std::int64_t needed = observer_.call("proc_listpids", {1, 0}, Buffer{}).result;
+  if (needed < 1 || observer_.lacksMemory()) return;
+  const Answer listed = observer_.call("proc_listpids", {1, 0}, Buffer{.size = 4 * needed});
   for (std::size_t i = 0; static_cast<std::int64_t>(i) < listed.result / 4; ++i) {
     std::int32_t pid = 0;
     std::memcpy(&pid, listed.left.data() + 4 * i, 4);
@@ -30,12 +30,12 @@ void Oracle::walk(const std::function<bool(std::int32_t)>& visit) {
 }
 
 std::pair<std::string, bool> Oracle::nameOf(std::int32_t pid) {
-  const Answer named = witness_.call("proc_name", {pid}, zeros(256));
+  const Answer named = observer_.call("proc_name", {pid}, zeros(256));
   return {textIn(named.left), named.result >= 1};
 }
 
 std::optional<std::string> Oracle::bundleOf(std::int32_t pid) {
-  const Answer located = witness_.call("proc_pidpath", {pid}, zeros(4096));
+  const Answer located = observer_.call("proc_pidpath", {pid}, zeros(4096));
   if (located.result < 1) return std::nullopt;
   const std::string path = textIn(located.left);
   if (!isUtf8(path)) return std::nullopt;
@@ -48,7 +48,7 @@ std::optional<std::string> Oracle::identifierOf(const std::string& bundle_direct
   }
   const auto known = identifiers_.find(bundle_directory);
   if (known != identifiers_.end()) return known->second;
-  const auto info = witness_.readsInfoPlist(bundle_directory);
+  const auto info = observer_.readsInfoPlist(bundle_directory);
   if (!info) return std::nullopt;
   const auto entry = info->find("CFBundleIdentifier");
   if (entry == info->end()) return std::nullopt;
@@ -71,7 +71,7 @@ Oracle::PIDs Oracle::runningProcesses() {
   PIDs running;
   walk([&](std::int32_t pid) {
     const auto [name, answered] = nameOf(pid);
-    // The first process keeps a name, the last one takes an identifier.
+    // The first process with a name wins; the last process with a bundle identifier wins.
     if (answered && !name.empty() && isUtf8(name)) running.emplace(name, pid);
     const std::optional<std::string> identifier = bundleOf(pid);
     if (identifier && !identifier->empty()) running[*identifier] = pid;

@@ -1,4 +1,4 @@
-// How a stored object is read, a second time: as a number, and as a truth value.
+// The oracle's own conversion of stored values to numbers and truth values.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 namespace vorlatch::tests {
 
-// The number under a key; 0 when there is none. Beyond the range it is the range's end.
+// The number under a key, clamped to the result's range; 0 if there is none.
 std::int64_t longIn(const plist::Dictionary& dictionary, std::string_view key);
 std::int32_t intIn(const plist::Dictionary& dictionary, std::string_view key);
 bool isTrue(const plist::Value& value);

@@ -72,7 +72,7 @@ cannot 'packages that cannot be had' "$why" env PATH="$here/apt:$PATH" "$copy/sc
 # PyPI cannot be reached: nothing listens on that port.
 export PIP_INDEX_URL=http://127.0.0.1:9/simple PIP_RETRIES=0 PIP_NO_CACHE_DIR=1 PIP_CONFIG_FILE=/dev/null
 unset PIP_FIND_LINKS PIP_EXTRA_INDEX_URL
-unreachable="cannot be had from PyPI: check the network, or pip's settings for a mirror"
+unreachable="cannot be downloaded from PyPI: check the network, or pip's settings for a mirror"
 cannot 'no PyPI' "package: Python packages $unreachable" package
 mkdir -p "$copy/build/python"
 cp "$copy/scripts/lib/requirements.txt" "$copy/build/python"

@@ -15,7 +15,7 @@ using plist::Dictionary;
 using tests::Lines;
 using tests::Story;
 
-// Daemons here have a process list that begins with their own processes alone.
+// A device whose process list contains only the test's processes.
 struct Processes : Story {
   Processes() { device.exit(getpid()); }
 
@@ -51,7 +51,7 @@ TEST(ProcessLookup, AnExtensionHasItsOwnIdentifier) {
   EXPECT_EQ(getPIDForBundleID("com.tencent.xin.share"), pid);
 }
 
-TEST(ProcessLookup, AnExecutableDeeperInABundleIsFoundByNameOnly) {
+TEST(ProcessLookup, NestedExecutableIsFoundByNameOnly) {
   Processes device;
   const auto info = Dictionary{{"CFBundleIdentifier", "com.tencent.xin"}};
   const std::string directory =
@@ -61,7 +61,7 @@ TEST(ProcessLookup, AnExecutableDeeperInABundleIsFoundByNameOnly) {
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"helper", pid}}));
 }
 
-TEST(ProcessLookup, ADirectoryCountsAsABundleByItsExactEndingOnly) {
+TEST(ProcessLookup, BundlesAreRecognisedByExactEnding) {
   Processes device;
   device.launchApp("A.APP", "a");
   device.launchApp("B.apps", "b");
@@ -69,16 +69,16 @@ TEST(ProcessLookup, ADirectoryCountsAsABundleByItsExactEndingOnly) {
   for (const char* key : {"a", "b", "c"}) EXPECT_EQ(getPIDForBundleID(key), 0) << key;
 }
 
-TEST(ProcessLookup, AKeyThatIsANameAndAnIdentifierFindsWhoeverIsListedFirst) {
+TEST(ProcessLookup, LookUpTakesTheFirstNameOrIdentifier) {
   Processes device;
   const auto app = device.launchApp("X.app", "twin", "X");
   EXPECT_EQ(getPIDForBundleID("twin"), app);
   const auto daemon = device.launch("twin");
-  EXPECT_EQ(getPIDForBundleID("twin"), daemon);  // newest first
+  EXPECT_EQ(getPIDForBundleID("twin"), daemon);  // the list has the newest process first
   EXPECT_EQ(pidIn(getRunningProcessMap(), "twin"), app);
 }
 
-TEST(ProcessLookup, AnIdentifierReplacesANameListedBeforeOrAfterIt) {
+TEST(ProcessLookup, IdentifierReplacesAnEqualName) {
   Processes device;
   device.launch("twin");
   const auto app = device.launchApp("X.app", "twin", "X");
@@ -86,7 +86,7 @@ TEST(ProcessLookup, AnIdentifierReplacesANameListedBeforeOrAfterIt) {
   EXPECT_EQ(pidIn(getRunningProcessMap(), "twin"), app);
 }
 
-TEST(ProcessLookup, OfTwoProcessesInOneBundleTheLookUpTakesTheFirstAndTheMapTheLast) {
+TEST(ProcessLookup, OneBundleLookUpTakesFirstMapTakesLast) {
   Processes device;
   const auto older = device.launchApp("X.app", "twice", "Older");
   const auto newer = device.launchApp("X.app", "twice", "Newer");
@@ -94,7 +94,7 @@ TEST(ProcessLookup, OfTwoProcessesInOneBundleTheLookUpTakesTheFirstAndTheMapTheL
   EXPECT_EQ(pidIn(getRunningProcessMap(), "twice"), older);
 }
 
-TEST(ProcessLookup, OfTwoProcessesWithOneNameBothTakeTheFirst) {
+TEST(ProcessLookup, TheFirstOfTwoEqualNamesWins) {
   Processes device;
   device.launch("twice");
   const auto newer = device.launch("twice");
@@ -102,7 +102,7 @@ TEST(ProcessLookup, OfTwoProcessesWithOneNameBothTakeTheFirst) {
   EXPECT_EQ(pidIn(getRunningProcessMap(), "twice"), newer);
 }
 
-TEST(ProcessLookup, AnEmptyKeyFindsAProcessWhoseNameCannotBeRead) {
+TEST(ProcessLookup, EmptyKeyFindsAnUnreadableName) {
   Processes device;
   const auto unreadable = device.launch("unreadable");
   device.launch("readable");
@@ -122,14 +122,14 @@ TEST(ProcessLookup, ANameThatFillsItsBufferEndsThere) {
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{name, pid}}));
 }
 
-TEST(ProcessLookup, AnEmptyIdentifierIsMatchedByAnEmptyKeyOnly) {
+TEST(ProcessLookup, EmptyIdentifierMatchesOnlyAnEmptyKey) {
   Processes device;
   const auto pid = device.launchApp("X.app", "", "X");
   EXPECT_EQ(getPIDForBundleID(""), pid);
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"X", pid}}));
 }
 
-TEST(ProcessLookup, ABundleWithoutIdentifierIsReadAgainAndOneWithItIsNot) {
+TEST(ProcessLookup, CachesOnlyIdentifiersThatExist) {
   Processes device;
   const auto pid = device.launchApp("X.app", "", "X");
   EXPECT_EQ(getPIDForBundleID("late"), 0);
@@ -137,7 +137,7 @@ TEST(ProcessLookup, ABundleWithoutIdentifierIsReadAgainAndOneWithItIsNot) {
   EXPECT_NE(getPIDForBundleID("late"), 0);
   device.device.exit(pid + 1);
   EXPECT_EQ(getPIDForBundleID("late"), pid);
-  // From here on the bundle is known, whatever its file says.
+  // From now on the identifier is cached, whatever the file says.
   device.installApp("X.app", Dictionary{{"CFBundleIdentifier", "changed"}}).size();
   EXPECT_EQ(getPIDForBundleID("changed"), 0);
   EXPECT_EQ(getPIDForBundleID("late"), pid);
@@ -154,7 +154,7 @@ TEST(ProcessLookup, ABundleThatNamesNoStringHasNoIdentifier) {
   }
 }
 
-TEST(ProcessLookup, ANameThatIsNotUtf8IsNotInTheMapButStillComparesByItsBytes) {
+TEST(ProcessLookup, InvalidUtf8NameIsOnlyComparedByBytes) {
   Processes device;
   const auto pid = device.launch("bad\xff");
   EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{});
@@ -168,7 +168,7 @@ TEST(ProcessLookup, APathThatIsNotUtf8HasNoIdentifier) {
   EXPECT_EQ(getPIDForBundleID("x"), 0);
 }
 
-TEST(ProcessLookup, APathCountsWhereTheCallGaveOneAndNotWhatAFailedCallLeft) {
+TEST(ProcessLookup, IgnoresThePathOfAFailedCall) {
   Processes device;
   const std::string path = device.installApp("X.app", Dictionary{{"CFBundleIdentifier", "x"}});
   const auto pid = device.launch("X");
@@ -179,7 +179,7 @@ TEST(ProcessLookup, APathCountsWhereTheCallGaveOneAndNotWhatAFailedCallLeft) {
   }
 }
 
-TEST(ProcessLookup, ANameOfOneCharacterIsOneAndAnEmptyOneIsNone) {
+TEST(ProcessLookup, AcceptsOneCharacterNamesButNotEmptyOnes) {
   Processes device;
   const auto pid = device.launch("~");
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"~", pid}}));
@@ -213,13 +213,13 @@ TEST(ProcessLookup, APathWithoutADirectoryHasNoIdentifier) {
   Processes device;
   const std::filesystem::path executable =
       device.installApp("X.app", Dictionary{{"CFBundleIdentifier", "x"}});
-  // Where the name alone would find the bundle.
+  // The current directory in which the relative name would find the bundle.
   std::filesystem::current_path(executable.parent_path().parent_path());
   const auto pid = device.launch("X", "X.app");
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"X", pid}}));
 }
 
-// Of two processes one exits right after a walk's first or second call for the list.
+// One of two processes exits right after the first or second call for the list.
 void oneExitsAfterListCall(int call) {
   Processes device;
   const auto leaving = device.launch("leaving");
@@ -230,7 +230,7 @@ void oneExitsAfterListCall(int call) {
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"staying", staying}}));
 }
 
-TEST(ProcessLookup, AProcessThatExitsBetweenTheTwoListCallsIsNotFound) {
+TEST(ProcessLookup, ExitBetweenTheTwoListCallsIsNotFound) {
   oneExitsAfterListCall(1);
 }
 

@@ -1,4 +1,5 @@
-// The end of a story: after the chaos, what runs and is configured stands as the file says.
+// The end of a random story: after the disturbances end, every configured process that runs must
+// have the settings of the file.
 #include <algorithm>
 #include <map>
 #include <optional>
@@ -12,18 +13,18 @@ namespace {
 
 using plist::Dictionary;
 
-constexpr std::size_t kLongestName = 31;  // of what the kernel tells
+constexpr std::size_t kLongestName = 31;  // the kernel truncates longer names
 constexpr std::int32_t kLaunchdPid = 1;
 constexpr auto kPatrol = std::chrono::seconds(1800);
-// Timers of longer intervals are not waited for.
+// Timers with longer intervals are not waited for.
 constexpr auto kLongestInterval = std::chrono::hours(2);
 
 bool isWaitedFor(std::int32_t interval_s) {
   return std::chrono::seconds(interval_s) <= kLongestInterval;
 }
 
-// The band in which a process then is; nothing where that takes a kernel's rules to say, as it does
-// in the low bands, in which it ages processes, and where it kept refusing.
+// The effective band after a request for `wanted`. std::nullopt if it depends on rules of the
+// kernel: it ages processes in the low bands, and it refuses bands that are too high.
 std::optional<std::int32_t> bandOf(std::int32_t wanted) {
   constexpr std::int32_t kLowBandsEnd = 40;
   constexpr std::int32_t kHighest = 210;
@@ -56,8 +57,8 @@ void Stage::calmDown() {
   checkStanding();
 }
 
-// A tick takes the first process of the list that fits, a pass and the patrol the first of a name
-// and the last of a bundle.
+// A tick takes the first process that matches. A pass or the patrol takes the first process with a
+// name and the last process with a bundle identifier.
 std::int32_t Stage::foundBy(const std::string& key, bool by_tick) {
   std::int32_t named = 0;
   std::int32_t identified = 0;
@@ -71,7 +72,7 @@ std::int32_t Stage::foundBy(const std::string& key, bool by_tick) {
     if (fits_name && named == 0) named = process.pid;
     if (fits_bundle) identified = process.pid;
   }
-  // An empty key means what has no name, and only to a tick.
+  // An empty key matches a process without a name, but only in a tick.
   if (by_tick || key.empty()) return 0;
   return identified != 0 ? identified : named;
 }
@@ -97,7 +98,7 @@ void Stage::checkStanding() {
     if (pid != 0 && isWaitedFor(interval_s)) by_pid.insert({pid, {key, *settings}});
   }
   for (const auto& [pid, standing] : by_pid) {
-    // A process that two keys mean stands as the one that came last.
+    // If two keys match one process, the last one applied wins, so that neither can be checked.
     if (by_pid.count(pid) == 1) checkTarget(standing.key, standing.settings, pid);
   }
 }
@@ -121,7 +122,7 @@ void Stage::checkTarget(const std::string& key, const Dictionary& settings, std:
   }
   expect(entry != nullptr && intIn(*entry, "pid") == pid && intIn(*entry, "n") == nice_value, key,
          "its status entry");
-  // What only kernels do that know a band's number and read the state from the buffer.
+  // Only these kernels accept these bands and read the state from the buffer.
   if (device.kernel.generation != model::KernelGeneration::Xnu8792To10063 ||
       device.kernel.state_argument != model::StateArgument::Buffer) {
     return;

@@ -12,7 +12,7 @@ using plist::Dictionary;
 using plist::Value;
 using test::describe;
 
-// Names of processes, identifiers of bundles, both at once, and neither.
+// Process names, bundle identifiers, both at once, and neither.
 const std::vector<std::string> kTargets = {"alpha",
                                            "beta",
                                            "gamma",
@@ -33,7 +33,7 @@ const std::vector<std::string> kSettings = {"NiceValue",        "JetsamPriority"
                                             "MemLimitInactive", "CheckInterval",  "StripManaged",
                                             "Remark",           "Unknown"};
 
-// What is no plain number, or not the one that it looks like.
+// A value that is not a plain number, or is read as a different number than it looks.
 Value oddValue(Dice& dice) {
   const std::vector<Value> odd = {"",
                                   "12",
@@ -87,14 +87,14 @@ Dictionary anySettings(Dice& dice, Pace pace) {
   return settings;
 }
 
-// The targets of the draft, which are a dictionary from then on.
+// The targets of the draft. Replaces a value that is not a dictionary by a dictionary.
 Dictionary& targetsIn(Dictionary& draft) {
   Value& configs = draft.try_emplace("AppConfigs", Dictionary{}).first->second;
   if (configs.as<Dictionary>() == nullptr) configs = Dictionary{};
   return *configs.as<Dictionary>();
 }
 
-// An edit of the draft, after which the file is whole again.
+// An edit of the draft, after which the preferences file is valid.
 Step edit(Dice& dice, const std::string& text, const std::function<void(Dictionary&)>& change) {
   const bool as_binary = dice.percent(30);
   return {(as_binary ? "edit, binary: " : "edit: ") + text, [as_binary, change](Stage& stage) {
@@ -175,7 +175,7 @@ Step setTopLevel(Dice& dice) {
               [=](Dictionary& draft) { draft.insert_or_assign(key, value); });
 }
 
-// The log is emptied when it is larger than its limit, and kept when it is exactly as large.
+// A log larger than its limit is cleared; a log of exactly the limit is kept.
 Step limitTheLog(Dice& dice) {
   const int more = static_cast<int>(dice.below(3)) - 1;
   return {"edit: LogSizeLimit is the log's size + " + std::to_string(more) + ", and post",

@@ -1,9 +1,10 @@
 // Usage: random_stories [--stories N] [--from SEED]
 //        random_stories --seed SEED [--steps LIST]
 //
-// Plays the stories of N seeds (2000) from SEED (1) on. The first one that fails is shrunk and
-// told, with the line that repeats it, and ends the program with 1. With --seed one story is told
-// and played; --steps keeps no more of it than the steps named, as in 0-3,7.
+// Plays the stories of N seeds (default 2000), beginning with SEED (default 1). At the first
+// failure the program reduces the story to the steps that are needed, prints them with the command
+// that repeats them, and exits with 1. With --seed it prints and plays one story; --steps plays
+// only the steps with these indices, as in 0-3,7.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -23,7 +24,7 @@ std::string number(std::uint64_t value) {
   return std::to_string(value);
 }
 
-// A story's root is small and short-lived: memory is the place for it.
+// Creates the stories' roots in memory, because they are small and short-lived.
 class Workplace {
  public:
   Workplace() {
@@ -66,7 +67,7 @@ Kept keptIn(const std::string& text) {
     char* end = nullptr;
     const char* const begin = at;
     const std::size_t first = std::strtoull(begin, &end, 10);
-    if (end == begin) break;  // no number
+    if (end == begin) break;  // not a number
     std::size_t last = first;
     if (*end == '-') last = std::strtoull(end + 1, &end, 10);
     for (std::size_t index = first; index <= last; ++index) kept.push_back(index);
@@ -75,7 +76,7 @@ Kept keptIn(const std::string& text) {
   return kept;
 }
 
-void tell(std::uint64_t seed, const Kept& kept) {
+void printStory(std::uint64_t seed, const Kept& kept) {
   const Plan plan = planOf(seed);
   bool started = false;
   const auto start_before = [&](std::size_t index) {
@@ -90,13 +91,12 @@ void tell(std::uint64_t seed, const Kept& kept) {
   start_before(plan.before_start);
 }
 
-int tellOne(const std::string& program, std::uint64_t seed, const Kept& kept) {
-  tell(seed, kept);
+int playOne(const std::string& program, std::uint64_t seed, const Kept& kept) {
+  printStory(seed, kept);
   const Outcome outcome = play(seed, kept);
   if (outcome.failure.empty()) {
     std::printf("       and all is as the rules say: %s pieces of work, %s lines of the log\n",
-                number(outcome.counts.pieces_of_work).c_str(),
-                number(outcome.counts.lines).c_str());
+                number(outcome.counts.work_items).c_str(), number(outcome.counts.lines).c_str());
     return 0;
   }
   std::printf("%s\nAgain: %s --seed %s --steps %s\n", outcome.failure.c_str(), program.c_str(),
@@ -113,17 +113,16 @@ int playMany(const std::string& program, std::uint64_t first, std::uint64_t stor
     if (!outcome.failure.empty()) {
       std::printf("Seed %s fails, story %s of this run: %s\nShrunk:\n", number(seed).c_str(),
                   number(seed - first + 1).c_str(), outcome.failure.c_str());
-      return tellOne(program, seed, shrink(seed, all));
+      return playOne(program, seed, shrink(seed, all));
     }
     counts.steps += outcome.counts.steps;
-    counts.pieces_of_work += outcome.counts.pieces_of_work;
+    counts.work_items += outcome.counts.work_items;
     counts.lines += outcome.counts.lines;
   }
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
   const std::string told = number(stories) + " stories from seed " + number(first) +
-                           " on: " + number(counts.steps) + " steps, " +
-                           number(counts.pieces_of_work) + " pieces of work, " +
-                           number(counts.lines) + " lines of the log";
+                           " on: " + number(counts.steps) + " steps, " + number(counts.work_items) +
+                           " pieces of work, " + number(counts.lines) + " lines of the log";
   std::printf("%s, in %.1f s\n", told.c_str(), took.count());
   return 0;
 }
@@ -155,7 +154,7 @@ int run(int argc, char** argv) {
     }
   }
   const Workplace workplace;
-  return seed ? tellOne(argv[0], *seed, kept.value_or(allSteps(*seed)))
+  return seed ? playOne(argv[0], *seed, kept.value_or(allSteps(*seed)))
               : playMany(argv[0], from, stories);
 }
 

@@ -23,7 +23,7 @@ Step wait(nanoseconds time) {
   return {"wait " + textOf(time), [time](Stage& stage) { stage.run(time); }};
 }
 
-// So that what is posted then meets the patrol at one instant.
+// Waits so that a notification posted right afterwards triggers a pass together with the patrol.
 Step waitForPatrol() {
   return {"wait until 150 ms before the patrol", [](Stage& stage) {
             const nanoseconds now(stage.device.scheduler.nowNs());

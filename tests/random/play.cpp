@@ -18,13 +18,13 @@
 namespace vorlatch::tests::random {
 namespace {
 
-// A story that goes on for longer than this never ends.
+// A story that takes longer than this counts as endless.
 constexpr unsigned kLongestStorySeconds = 120;
 
 Outcome playHere(std::uint64_t seed, const Kept& kept) {
   const Plan plan = planOf(seed);
   Stage stage;
-  // Every fourth seed leaves what is ready in the order in which it came.
+  // Every fourth seed keeps the order of the ready work.
   if (seed % 4 != 0) stage.device.scheduler.shuffleWith(seed);
   Outcome outcome;
   std::string at = "the start";
@@ -49,12 +49,12 @@ Outcome playHere(std::uint64_t seed, const Kept& kept) {
     outcome.failure =
         "at step " + std::to_string(outcome.counts.steps + 1) + ", " + at + "\n" + failure.what();
   }
-  outcome.counts.pieces_of_work = stage.piecesOfWork();
+  outcome.counts.work_items = stage.workItems();
   outcome.counts.lines = stage.linesLogged();
   return outcome;
 }
 
-void tell(const Descriptor& to, const Outcome& outcome) {
+void send(const Descriptor& to, const Outcome& outcome) {
   std::array<char, sizeof(Counts)> bytes{};
   std::memcpy(bytes.data(), &outcome.counts, bytes.size());
   writeWhole(to, {bytes.data(), bytes.size()});
@@ -70,7 +70,7 @@ std::string readToTheEnd(const Descriptor& from) {
   return bytes;
 }
 
-// The steps without those from `first` to below `end` of their list.
+// The steps except those with indices [first, end) in the list.
 Kept without(const Kept& kept, std::size_t first, std::size_t end) {
   Kept fewer(kept.begin(), kept.begin() + static_cast<std::ptrdiff_t>(first));
   fewer.insert(fewer.end(), kept.begin() + static_cast<std::ptrdiff_t>(end), kept.end());
@@ -84,11 +84,11 @@ Outcome play(std::uint64_t seed, const Kept& kept) {
   if (pipe(ends.data()) != 0) return {.counts = {}, .failure = "no pipe"};
   const Descriptor reading(ends[0]);
   std::optional<Descriptor> writing(ends[1]);
-  std::fflush(stdout);  // or the child's daemon writes it again, when it reopens the stream
+  std::fflush(stdout);  // or the child's daemon writes the buffer again when it reopens the stream
   const pid_t child = fork();
   if (child == 0) {
     alarm(kLongestStorySeconds);
-    tell(*writing, playHere(seed, kept));
+    send(*writing, playHere(seed, kept));
     _exit(0);
   }
   writing.reset();
@@ -111,7 +111,7 @@ Kept allSteps(std::uint64_t seed) {
   return all;
 }
 
-// Leaves out ever smaller parts, until no single step can be spared.
+// Leaves out ever smaller parts until every single remaining step is needed.
 Kept shrink(std::uint64_t seed, Kept failing) {
   std::size_t part = std::max<std::size_t>(1, failing.size() / 2);
   while (true) {

@@ -1,5 +1,5 @@
-// Stories, each played in a process of its own, as the daemon keeps what it knows for as long as
-// its process lives.
+// Plays each random story in a process of its own, because the daemon keeps its state for the life
+// of its process.
 #pragma once
 
 #include <cstddef>
@@ -9,23 +9,23 @@
 
 namespace vorlatch::tests::random {
 
-// Which steps of a seed's story are told, in their order.
+// The indices of the steps to play, in order.
 using Kept = std::vector<std::size_t>;
 
 struct Counts {
   std::uint64_t steps = 0;
-  std::uint64_t pieces_of_work = 0;
+  std::uint64_t work_items = 0;
   std::uint64_t lines = 0;  // of the log
 };
 
 struct Outcome {
   Counts counts;
-  std::string failure;  // empty when the daemon did all that the oracle says, and nothing else
+  std::string failure;  // empty if the daemon did exactly what the oracle says
 };
 
 Outcome play(std::uint64_t seed, const Kept& kept);
 
-// The whole story; and as few of its steps as still fail.
+// All steps of a seed's story, and a minimal subset that still fails.
 Kept allSteps(std::uint64_t seed);
 Kept shrink(std::uint64_t seed, Kept failing);
 

@@ -12,11 +12,11 @@
 namespace vorlatch::tests::random {
 namespace {
 
-// The seam's call by which every line gets its stamp.
+// The platform call that every log line makes for its stamp.
 constexpr std::string_view kStampCall = "localTimeStamp";
 constexpr std::size_t kShownBefore = 6;
 
-// As the device tells them, which shows of a long buffer no more than that it is zeroed.
+// Formats the buffer as the device does, which shows only whether a long buffer is zeroed.
 std::string textOf(const Buffer& buffer) {
   constexpr std::int64_t kLongestShown = 32;
   if (buffer.size == 0) return "null";
@@ -124,7 +124,7 @@ std::size_t Record::distanceTo(const std::string& line) {
 
 void Record::readLog() {
   if (!unread_log_.empty()) return;
-  // Kept open, as it may be removed from where it stands.
+  // Keeps the log open, because it may be removed.
   if (!log_file_) log_file_.emplace(open(log_path_.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat status {};
   if (fstat(log_file_->get(), &status) != 0) return;

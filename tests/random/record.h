@@ -1,5 +1,4 @@
-// What the daemon did in one piece of work, in its order: the calls of the seam, and the lines of
-// the log.
+// What the daemon did in one work item, in order: its platform calls and its log lines.
 #pragma once
 
 #include <cstdint>
@@ -11,25 +10,25 @@
 
 #include "base/descriptor.h"
 #include "base/plist_value.h"
-#include "tests/oracle/witness.h"
+#include "tests/oracle/observer.h"
 #include "tests/simulated/device.h"
 
 namespace vorlatch::tests::random {
 
-// What the files hold that the daemon reads, as the story left them.
+// The contents of the files that the daemon reads.
 struct Files {
-  std::optional<plist::Dictionary> preferences;  // nothing when they cannot be read
+  std::optional<plist::Dictionary> preferences;  // std::nullopt if they cannot be read
   bool preferences_in_place = false;
   bool log_in_place = true;
   std::map<std::string, plist::Dictionary> info_plists;  // by bundle directory
 };
 
-class Record : public Witness {
+class Record : public Observer {
  public:
   Record(const Files& files, std::string log_path);
 
   void begin(std::vector<simulated::Call> calls);
-  // The piece of work ends here: nothing more was called or logged.
+  // Ends the work item: fails if there are calls or log lines left.
   void end();
 
   Answer call(std::string_view function, const std::vector<std::int64_t>& arguments,
@@ -47,15 +46,15 @@ class Record : public Witness {
   bool isNext(const std::string& scheduling_call) override;
   std::size_t distanceTo(const std::string& line) override;
 
-  // How large the log is.
+  // The size of the log.
   [[nodiscard]] std::uint64_t logBytes() const { return log_read_; }
   [[nodiscard]] std::uint64_t lineCount() const { return line_count_; }
-  // How often the status file was to be written.
+  // How often the status file had to be written.
   [[nodiscard]] int statusWrites() const { return status_writes_; }
 
  private:
   const simulated::Call& next(std::string_view wanted);
-  // Takes the call that is told so, whatever its result.
+  // Consumes the call with this text, whatever its result.
   const simulated::Call& take(const std::string& text);
   void readLog();
   [[noreturn]] void fail(std::string_view wanted) const;

@@ -99,7 +99,7 @@ void Stage::start() {
 }
 
 void Stage::post() {
-  if (!oracle_) return;  // nobody listens yet
+  if (!oracle_) return;  // the daemon is not listening yet
   story.post();
   oracle_->posted();
 }
@@ -134,7 +134,7 @@ void Stage::compareLastRan() {
   compared_until_ns_ = now_ns;
 }
 
-// The file is written whole and for all as often as the rules say, and not otherwise.
+// The status file must be written whole, with mode 0666, and exactly as often as the rules say.
 void Stage::compareStatusFile() {
   const bool is_wanted = record_->statusWrites() != status_writes_;
   status_writes_ = record_->statusWrites();

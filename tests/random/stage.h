@@ -1,5 +1,6 @@
-// A story's stage: the daemon on the simulated device, the oracle beside it, and what steps change.
-// Whatever the daemon does is held against the oracle at once; a Mismatch ends the story.
+// The environment of a random story: the daemon on the simulated device, the oracle, and the state
+// that steps change. Every action of the daemon is compared with the oracle at once; a difference
+// throws Mismatch and ends the story.
 #pragma once
 
 #include <chrono>
@@ -16,8 +17,8 @@
 
 namespace vorlatch::tests::random {
 
-// Tells whether a file was replaced by another since it was last looked at. The one seen last is
-// kept open, so that its number is not given to the next.
+// Detects whether a file was replaced since the last check. Keeps the last file open, so that the
+// system cannot reuse its inode number.
 class WatchedFile {
  public:
   explicit WatchedFile(std::string path) : path_(std::move(path)) {}
@@ -39,29 +40,29 @@ class Stage {
   plist::Dictionary draft;  // the preferences as an editor keeps them
   WatchedFile status_file;
 
-  // What programs other than the daemon do.
+  // Actions of programs other than the daemon.
   void writeDraft(bool as_binary);
   void breakPreferences(const std::string& bytes);
   void removePreferences();
   void installBundle(const std::string& bundle, const plist::Dictionary& info);
   void breakBundle(const std::string& bundle);
   [[nodiscard]] std::string bundleDirectory(const std::string& bundle) const;
-  // The process of that name that was launched last; null without one.
+  // The newest process with this name, or null.
   [[nodiscard]] simulated::Process* newest(const std::string& name) const;
 
-  // The kernel refuses nothing and overrides nothing any more.
+  // The kernel stops refusing and overriding.
   void calmKernel();
 
   void start();
   void post();
-  // Lets time pass: less of it when more work than this was done meanwhile.
+  // Advances time, but stops after this number of work items.
   void run(std::chrono::nanoseconds duration, int pieces_max = 300);
-  // Nothing disturbs the daemon any more, until each watch timer and the patrol had a turn. Then
-  // every running target stands as the file says.
+  // Stops all disturbances until every watch timer and the patrol have run, then checks that every
+  // running target has the settings of the file.
   void calmDown();
 
   [[nodiscard]] const Oracle& oracle() const { return *oracle_; }
-  [[nodiscard]] std::uint64_t piecesOfWork() const { return device.scheduler.lastRan().count; }
+  [[nodiscard]] std::uint64_t workItems() const { return device.scheduler.lastRan().count; }
   [[nodiscard]] std::uint64_t logBytes() const { return record_ ? record_->logBytes() : 0; }
   [[nodiscard]] std::uint64_t linesLogged() const { return record_ ? record_->lineCount() : 0; }
 
@@ -75,7 +76,7 @@ class Stage {
 
   std::optional<Record> record_;
   std::optional<Oracle> oracle_;
-  std::uint64_t compared_ = 0;  // pieces of work
+  std::uint64_t compared_ = 0;  // work items
   std::uint64_t compared_until_ns_ = 0;
   int status_writes_ = 0;
 };

@@ -1,5 +1,5 @@
-// What happens in a story, step by step. A step says what it does and needs no other one, so that a
-// story may be told with some of them left out.
+// The steps of a random story. No step depends on another, so that a failing story can be reduced
+// by leaving steps out.
 #pragma once
 
 #include <cstdint>
@@ -25,23 +25,23 @@ struct Plan {
 // The story of a seed.
 Plan planOf(std::uint64_t seed);
 
-// What a story draws from, in which the intervals and waits are short or long together.
+// Whether the intervals and waits of a story are all short or all long.
 enum class Pace : std::uint8_t { Quick, Slow };
 
-// One edit of the preferences, or of their file.
+// An edit of the preferences, or a change of their file.
 Step anyEdit(Dice& dice, Pace pace);
-// A file that switches the daemon on for some targets, one after the other.
+// Steps that write preferences which switch the daemon on for some targets.
 std::vector<Step> firstPreferences(Dice& dice, Pace pace);
 
 Step anyLaunch(Dice& dice);
-// A process comes, goes or changes.
+// A process starts, exits or changes.
 Step anyProcessStep(Dice& dice);
-// A bundle comes, or says something else.
+// A bundle is installed or changed.
 Step anyBundle(Dice& dice);
 
-// The kernel refuses, lies, takes its time, or is itself again.
+// The kernel refuses, returns wrong results, is slow, or behaves normally again.
 Step anyRefusal(Dice& dice);
-// Which kernel it is.
+// Changes the version of the kernel.
 Step anyKernel(Dice& dice);
 
 }  // namespace vorlatch::tests::random

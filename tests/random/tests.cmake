@@ -1,8 +1,8 @@
-# Random stories, each a process of its own, with an oracle beside the daemon.
+# Random stories, each in a process of its own, checked against an oracle.
 add_executable(random_stories
   random/calm.cpp
   random/edits.cpp
-  random/happenings.cpp
+  random/events.cpp
   random/main.cpp
   random/plan.cpp
   random/play.cpp

@@ -1,4 +1,4 @@
-// Stories of passes, and what a pass logs of a target that is applied with little to say.
+// Scenarios with passes, and the log lines that passes write.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +8,13 @@
 
 namespace vorlatch::tests {
 
-// Settings of which an apply says little: see applied().
+// Settings whose application writes few lines: see applied().
 inline const plist::Dictionary kSettings{{"JetsamPriority", -1}};
 
 inline const Lines kRemoved{kTargetRule, "[配置] 已有进程从列表移除，已恢复默认"};
 inline const Lines kSwitchedOff{kTargetRule, "[配置] 生效开关已关闭，已挂起守护进程并还原默认状态"};
 
-// The block of one target that was applied with kSettings.
+// The log block of a target that was applied with kSettings.
 inline Lines applied(const std::string& header, const std::string& key, std::int32_t pid) {
   return {kTargetRule,
           header,

@@ -28,7 +28,7 @@ Lines operator+(Lines first, const Lines& second) {
   return first;
 }
 
-TEST(Pass, TheFirstOneAppliesWhatRunsAndRecordsTheRestSilently) {
+TEST(Pass, FirstPassAppliesRunningTargets) {
   Daemon daemon;
   const auto pid = daemon.launch("alpha");
   daemon.writeTargets({{"alpha", kSettings}, {"beta", kSettings}});
@@ -39,7 +39,7 @@ TEST(Pass, TheFirstOneAppliesWhatRunsAndRecordsTheRestSilently) {
   EXPECT_EQ(daemon.status(), (Dictionary{{"alpha", entry(pid)}}));
 }
 
-TEST(Pass, ASecondOneWithoutAnyChangeLogsAndCallsNothing) {
+TEST(Pass, UnchangedPassLogsAndCallsNothing) {
   Daemon daemon;
   daemon.launch("alpha");
   daemon.writeTargets({{"alpha", with(kSettings, "CheckInterval", 3600)}, {"beta", kSettings}});
@@ -103,7 +103,7 @@ TEST(Pass, ARestartedProcessIsSeenAsStarted) {
   EXPECT_EQ(daemon.device.takeTrace({"cancelTimer"}).size(), 2U);  // debounce and watch timer
 }
 
-TEST(Pass, AnExitedProcessIsLoggedAndLeavesTheStatus) {
+TEST(Pass, ExitIsLoggedAndRemovedFromTheStatus) {
   Daemon daemon;
   const auto pid = daemon.launch("alpha");
   daemon.writeTargets({{"alpha", with(kSettings, "CheckInterval", 3600)}});
@@ -111,11 +111,11 @@ TEST(Pass, AnExitedProcessIsLoggedAndLeavesTheStatus) {
   daemon.device.exit(pid);
   EXPECT_EQ(daemon.pass(), exited("alpha"));
   EXPECT_EQ(daemon.status(), Dictionary{});
-  EXPECT_EQ(daemon.device.takeTrace({"startTimer"}).size(), 2U);  // the watch timer anew
+  EXPECT_EQ(daemon.device.takeTrace({"startTimer"}).size(), 2U);  // the watch timer was restarted
   EXPECT_EQ(daemon.pass(), Lines{});
 }
 
-TEST(Pass, ANewTargetThatDoesNotRunGetsItsTimerAndNothingElse) {
+TEST(Pass, NewStoppedTargetGetsOnlyItsTimer) {
   Daemon daemon;
   daemon.writeTargets({{"alpha", kSettings}});
   daemon.startAndSettle();
@@ -124,7 +124,7 @@ TEST(Pass, ANewTargetThatDoesNotRunGetsItsTimerAndNothingElse) {
   EXPECT_EQ(tests::modeOf(daemon.statusFile()), 0U);
   EXPECT_EQ(daemon.device.takeTrace({"startTimer"}).back(),
             "startTimer(com.zel.vorlatch.debounce, 5000000000, 5000000000, 1000000000) = timer 4");
-  // It is known from now on: leaving the list restores it.
+  // The target is known from now on, so that removing it from the list restores it.
   daemon.writeTargets({{"alpha", kSettings}});
   EXPECT_EQ(daemon.pass(), kRemoved);
 }
@@ -138,7 +138,7 @@ TEST(Pass, AnEditedTargetThatDoesNotRunIsSilent) {
   EXPECT_EQ(tests::modeOf(daemon.statusFile()), 0U);
 }
 
-TEST(Pass, TwoRemovedTargetsGiveOneLineAndAreRestoredOnTheWorker) {
+TEST(Pass, TwoRemovedTargetsGiveOneLine) {
   Daemon daemon;
   const auto alpha = daemon.launch("alpha");
   const auto gamma = daemon.launch("gamma");
@@ -149,13 +149,13 @@ TEST(Pass, TwoRemovedTargetsGiveOneLineAndAreRestoredOnTheWorker) {
   EXPECT_EQ(daemon.status(), (Dictionary{{"gamma", entry(gamma)}}));
 }
 
-TEST(Pass, OfARemovedTargetThatDoesNotRunOnlyTheEntryGoes) {
+TEST(Pass, RemovedStoppedTargetLosesOnlyItsEntry) {
   Daemon daemon;
   const auto pid = daemon.launch("alpha");
   daemon.writeTargets({{"alpha", kSettings}});
   daemon.startAndSettle();
   daemon.device.exit(pid);
-  // A foreign program made the status say otherwise; the removal writes it anew.
+  // Overwrites the status as another program might; the removal rewrites it.
   daemon.pass();
   tests::writeAll(daemon.statusFile(), "stale");
   daemon.device.takeTrace();
@@ -166,13 +166,13 @@ TEST(Pass, OfARemovedTargetThatDoesNotRunOnlyTheEntryGoes) {
   EXPECT_NE(tests::readAll(daemon.statusFile()), "stale");
 }
 
-TEST(Pass, OfARemovedTargetThatThePatrolAloneSawTheEntryGoes) {
+TEST(Pass, RemovedTargetKnownToPatrolLosesItsEntry) {
   Daemon daemon;
   daemon.writeTargets({{"alpha", kSettings}});
   daemon.startAndSettle();
   const auto pid = daemon.launch("alpha");
-  // The patrol's sweep applies it. Meanwhile a pass becomes due, at 1800.05 s, which comes before
-  // the debounce queue hears of that.
+  // The patrol's sweep applies the target. Meanwhile a pass becomes due at 1800.05 s, before the
+  // debounce queue learns of the application.
   daemon.device.script(
       {.function = "proc_listpids", .count = 1, .takes_ns = 100'000'000, .meanwhile = [&] {
          daemon.writeTargets({});
@@ -202,8 +202,8 @@ TEST(Pass, ARemovedTargetLosesItsTimer) {
   EXPECT_EQ(daemon.takeLog(), Lines{});
 }
 
-// Which orders there are tells the queue: work of one queue keeps the order in which it was sent.
-TEST(Pass, ARestoreRunsOnTheWorkerQueueAndTheDebounceQueueDoesNotWaitForIt) {
+// The observed orders show the restore's queue, because work on one queue keeps its order.
+TEST(Pass, RestoreDoesNotBlockTheDebounceQueue) {
   Daemon daemon;
   const auto pid = daemon.launch("alpha");
   const Dictionary staying{{"beta", kSettings}};
@@ -218,7 +218,7 @@ TEST(Pass, ARestoreRunsOnTheWorkerQueueAndTheDebounceQueueDoesNotWaitForIt) {
     daemon.writeTargets({{"alpha", kSettings}, {"beta", kSettings}});
     daemon.postAndRun();
     daemon.writeTargets(staying);
-    // The removing pass looks at the processes after it sent the restore.
+    // The pass that removes the target scans the processes after it sent the restore.
     daemon.device.script({.function = "proc_listpids", .count = 1, .meanwhile = [&] {
                             platform::async(debounceQueue(),
                                             [&] { order.emplace_back("debounce"); });
@@ -245,7 +245,7 @@ TEST(Pass, ARestoreGoesToThePidLastKnown) {
   EXPECT_EQ(daemon.device.jetsam(after).effective_band, 180);
 }
 
-TEST(Pass, WithEmptiedTargetsAllAreRestoredAndNoProcessIsLookedAt) {
+TEST(Pass, EmptiedTargetsAreRestoredWithoutAScan) {
   Daemon daemon;
   const auto pid = daemon.launch("alpha");
   daemon.writeTargets({{"alpha", kSettings}});
@@ -276,7 +276,7 @@ TEST(Pass, ATargetThatComesBackIsAppliedAsNew) {
   EXPECT_EQ(daemon.pass(), started("alpha", pid));
 }
 
-TEST(Pass, ATargetThatComesBackUnchangedBeforeItRunsGetsItsTimerAgain) {
+TEST(Pass, ReturningStoppedTargetGetsItsTimerAgain) {
   Daemon daemon;
   const Dictionary watched = with(kSettings, "CheckInterval", 5);
   daemon.writeTargets({{"alpha", watched}});
@@ -290,7 +290,7 @@ TEST(Pass, ATargetThatComesBackUnchangedBeforeItRunsGetsItsTimerAgain) {
   EXPECT_EQ(daemon.takeLog(), started("alpha", pid));
 }
 
-TEST(Pass, ATargetThatThePatrolSawFirstIsTakenChargeOfAsEdited) {
+TEST(Pass, TargetFirstSeenByPatrolCountsAsEdited) {
   Daemon daemon;
   daemon.writeTargets({});
   daemon.startAndSettle();
@@ -301,7 +301,7 @@ TEST(Pass, ATargetThatThePatrolSawFirstIsTakenChargeOfAsEdited) {
   EXPECT_EQ(daemon.pass(), edited("alpha", pid));
 }
 
-TEST(Pass, AnIntervalEditedToZeroOrBelowEndsTheTimer) {
+TEST(Pass, NonPositiveIntervalEndsTheTimer) {
   Daemon daemon;
   daemon.launch("alpha");
   daemon.launch("beta");

@@ -1,4 +1,4 @@
-// What switching the daemon off and on again does.
+// Switching the daemon off and on again.
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -25,7 +25,7 @@ Lines operator+(Lines first, const Lines& second) {
   return first;
 }
 
-TEST(SwitchedOff, EverythingKnownIsRestoredOnceAndAllTimersGo) {
+TEST(SwitchedOff, RestoresAllOnceAndCancelsAllTimers) {
   Daemon daemon;
   const auto alpha = daemon.launch("alpha");
   const auto beta = daemon.launch("beta");
@@ -72,7 +72,7 @@ TEST(SwitchedOff, FromTheFirstPassItIsSilent) {
   EXPECT_EQ(daemon.pass(), Lines{});
 }
 
-TEST(SwitchedOff, OnAgainEverythingRunningIsAppliedAsOnTheFirstPass) {
+TEST(SwitchedOff, OnAgainAppliesAsOnTheFirstPass) {
   Daemon daemon;
   const auto pid = daemon.launch("alpha");
   daemon.writeTargets({{"alpha", kSettings}});
@@ -83,7 +83,7 @@ TEST(SwitchedOff, OnAgainEverythingRunningIsAppliedAsOnTheFirstPass) {
   EXPECT_EQ(daemon.pass(), started("alpha", pid));
 }
 
-TEST(SwitchedOff, OnAgainEveryWatchTimerIsMadeAnewAndBeginsItsInterval) {
+TEST(SwitchedOff, OnAgainRestartsEveryWatchTimer) {
   Daemon daemon;
   const auto alpha = daemon.launch("alpha");
   const auto beta = daemon.launch("beta");
@@ -127,7 +127,7 @@ TEST(SwitchedOff, WhatThePatrolSawOfNoTargetIsForgottenToo) {
   daemon.writeTargets({});
   daemon.startAndSettle();
   const auto pid = daemon.launch("alpha");
-  // The patrol is the first to see the target; no pass has taken charge of it.
+  // The patrol sees the target before any pass does.
   daemon.writeTargets({{"alpha", kSettings}});
   daemon.run(1800s);
   daemon.writePreferences({{"Enabled", false}});

@@ -15,7 +15,7 @@ using tests::Story;
 using tests::with;
 using namespace std::chrono_literals;
 
-// A target named alpha with a check interval, and the daemon past its first pass.
+// A target named alpha with a check interval, and a daemon that has run its first pass.
 struct Watched : Story {
   explicit Watched(std::int32_t interval_s, bool runs = true) {
     if (runs) pid = launch();
@@ -26,7 +26,7 @@ struct Watched : Story {
     writeTargets({{"alpha", with(kSettings, "CheckInterval", interval_s)}});
   }
   std::int32_t launch() const { return device.launch({.name = "alpha"}); }
-  // How often the target was reported during a time.
+  // How often the target was reported during this time.
   std::size_t reportsWithin(std::chrono::nanoseconds duration) {
     run(duration);
     const Lines log = takeLog();
@@ -48,7 +48,7 @@ const Lines kExited = tests::exited("alpha");
 TEST(WatchTimer, ATargetThatNeverRunsIsSilent) {
   Watched watched(5, false);
   watched.run(1h);
-  EXPECT_EQ(watched.takeLog().size(), 8U);  // the patrol's own four, twice
+  EXPECT_EQ(watched.takeLog().size(), 8U);  // the patrol's four lines, twice
   EXPECT_EQ(watched.takeCalls(), Lines{});
 }
 
@@ -58,7 +58,7 @@ TEST(WatchTimer, TheShortestIntervalIsOneSecond) {
   EXPECT_EQ(watched.takeLog(), ticked(1, watched.pid));
 }
 
-TEST(WatchTimer, TicksOneIntervalAfterThePassAndThenEachInterval) {
+TEST(WatchTimer, TicksOncePerIntervalAfterThePass) {
   Watched watched(5);
   watched.run(5s - 1ns);
   EXPECT_EQ(watched.takeLog(), Lines{});
@@ -70,7 +70,7 @@ TEST(WatchTimer, TicksOneIntervalAfterThePassAndThenEachInterval) {
   EXPECT_EQ(watched.takeLog(), ticked(5, watched.pid));
 }
 
-TEST(WatchTimer, AStartIsSeenAtTheNextTickAndAppliedAgainAtLaterOnes) {
+TEST(WatchTimer, AppliesAStartedTargetAtEveryTick) {
   Watched watched(5, false);
   watched.run(7s);
   const auto pid = watched.launch();
@@ -91,7 +91,7 @@ TEST(WatchTimer, AnExitIsSeenOnceAndTheEntryRemoved) {
   EXPECT_EQ(watched.takeLog(), Lines{});
 }
 
-TEST(WatchTimer, ARestartBetweenTwoTicksIsAStartWithoutAnExit) {
+TEST(WatchTimer, RestartBetweenTicksLogsOnlyAStart) {
   Watched watched(5);
   watched.device.exit(watched.pid);
   const auto pid = watched.launch();
@@ -125,7 +125,7 @@ TEST(WatchTimer, AnEditedIntervalTakesEffectWithThePass) {
   EXPECT_EQ(watched.takeLog(), ticked(10, watched.pid));
 }
 
-TEST(WatchTimer, ARestartThatAPassSeesBeginsTheIntervalAnew) {
+TEST(WatchTimer, RestartSeenByAPassRestartsTheInterval) {
   Watched watched(10);
   watched.run(7s);
   watched.device.exit(watched.pid);
@@ -141,7 +141,7 @@ TEST(WatchTimer, ARestartThatAPassSeesBeginsTheIntervalAnew) {
 TEST(WatchTimer, KeepsTheSettingsOfThePassThatMadeIt) {
   Watched watched(5);
   watched.configure(10);
-  watched.run(5s);  // edited, but nobody posted
+  watched.run(5s);  // the file was edited, but no notification posted
   EXPECT_EQ(watched.takeLog(), ticked(5, watched.pid));
 }
 
@@ -169,7 +169,7 @@ TEST(WatchTimer, TheLongestIntervalNeverTicksInALifetime) {
   EXPECT_EQ(watched.reportsWithin(std::chrono::hours(24 * 365)), 0U);
 }
 
-TEST(WatchTimer, TakesTheFirstOfTwoInstancesWhereThePassTakesTheLast) {
+TEST(WatchTimer, TickTakesFirstInstancePassTakesLast) {
   Story story;
   const std::string path = story.installApp("X.app", Dictionary{{"CFBundleIdentifier", "alpha"}});
   const auto older = story.device.launch({.name = "Older", .executable_path = path});
@@ -187,7 +187,7 @@ TEST(WatchTimer, TakesTheFirstOfTwoInstancesWhereThePassTakesTheLast) {
   EXPECT_EQ(story.takeLog(), started(older));
 }
 
-TEST(WatchTimer, ATickThatComesLateIsLikeOneInTimeAndMovesNoLaterOne) {
+TEST(WatchTimer, ALateTickDoesNotMoveLaterOnes) {
   Watched watched(5);
   watched.device.scheduler.spend(5'900'000'000);  // within the leeway of one second
   watched.run(0s);
@@ -211,7 +211,7 @@ TEST(WatchTimer, TicksMissedWhileAPassWasBusyComeAsOne) {
       {.function = "proc_listpids", .first = 1, .count = 1, .takes_ns = 17000000000});
   watched.post();
   EXPECT_EQ(watched.reportsWithin(17s), 1U);  // due at 5, 10 and 15 s
-  EXPECT_EQ(watched.reportsWithin(3s), 1U);   // the grid is kept: 20 s
+  EXPECT_EQ(watched.reportsWithin(3s), 1U);   // the timer keeps its phase: 20 s
 }
 
 }  // namespace

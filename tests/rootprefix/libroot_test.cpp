@@ -47,7 +47,7 @@ TEST(RootPrefixWithoutLibrary, ARelativePathIsUnchangedByBothBuilders) {
   EXPECT_EQ(inOwnBlock(libroot_rootfspath("", nullptr)), "");
 }
 
-TEST(RootPrefixWithoutLibrary, TheRootBuilderCutsThePrefixOffWithoutLookingAtWhatFollows) {
+TEST(RootPrefixWithoutLibrary, RootBuilderCutsAnyMatchingPrefix) {
   InBuffer buffer{};
   EXPECT_EQ(libroot_rootfspath("/var/jb/usr/lib", buffer.bytes), buffer.bytes);
   EXPECT_STREQ(buffer.bytes, "/usr/lib");
@@ -106,7 +106,7 @@ TEST(RootPrefixWithLibrary, EveryFunctionIsTheLibrarys) {
   EXPECT_EQ(getPrefPath("Vorlatch.log"), "jbrootpath of the library");
 }
 
-TEST(RootPrefixWithLibrary, AMissingFunctionIsReplacedByItsFallbackAlone) {
+TEST(RootPrefixWithLibrary, MissingFunctionAloneUsesItsFallback) {
   simulated::Device::get().root_prefix_library = VORLATCH_PARTIAL_LIBROOT;
   EXPECT_STREQ(libroot_get_root_prefix(), "/rootfs");
   EXPECT_STREQ(libroot_get_jbroot_prefix(), "/jailbreak");

@@ -1,5 +1,5 @@
-// Whatever stands in the preferences file or in an Info.plist, the daemon goes on, and does to a
-// process only what can be read from it.
+// The daemon survives any contents of the preferences file and of Info.plist, and applies only what
+// it can read from them.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -57,7 +57,7 @@ std::string nested(int depth) {
   return text + "</plist>";
 }
 
-// Preferences that hold a target at nice value 5, whatever stands beside it.
+// Preferences with a target at nice value 5 and this additional XML.
 std::string preferencesWith(const std::string& xml) {
   return "<plist version=\"1.0\"><dict><key>Enabled</key><true/>" + xml +
          "<key>AppConfigs</key><dict><key>alpha</key>"
@@ -84,7 +84,7 @@ TEST(BadPreferences, WhatIsNoDictionaryReadsAsSwitchedOff) {
   Daemon daemon;
   const std::string whole = preferencesWith("");
   EXPECT_EQ(daemon.niceAfter(whole), 5);
-  // What was held is handed back by the first pass that cannot read the file.
+  // The first pass that cannot read the file restores what was held.
   EXPECT_EQ(daemon.niceAfter(""), 0);
   for (const std::string& bytes :
        {whole.substr(0, whole.size() / 2), std::string("no property list"), std::string(1, '\0'),
@@ -105,13 +105,13 @@ TEST(BadPreferences, NestingUpToTheLimitIsUsed) {
   EXPECT_EQ(daemon.niceAfter(preferencesWith("<key>Deep</key>" + deep)), 5);
 }
 
-TEST(BadPreferences, StringsThatAreNotUtf8MakeTheFileUnreadable) {
+TEST(BadPreferences, InvalidUtf8MakesTheFileUnreadable) {
   Daemon daemon;
   EXPECT_EQ(daemon.niceAfter(preferencesWith("<key>Other</key><string>\xff</string>")), 1);
   EXPECT_EQ(daemon.niceAfter(preferencesWith("<key>\xff</key><true/>")), 1);
 }
 
-TEST(BadPreferences, ADirectoryInTheFilesPlaceReadsAsSwitchedOff) {
+TEST(BadPreferences, ADirectoryReadsAsSwitchedOff) {
   Daemon daemon;
   std::filesystem::remove(daemon.preferencesFile());
   std::filesystem::create_directory(daemon.preferencesFile());
@@ -151,7 +151,7 @@ TEST(BadPreferences, ATargetOfEveryOtherTypeIsPassedOver) {
   EXPECT_EQ(daemon.takeCalls(), Lines{});
 }
 
-TEST(BadPreferences, ATargetThatTurnsIntoAnotherTypeCountsAsRemoved) {
+TEST(BadPreferences, ATargetOfANewTypeCountsAsRemoved) {
   Daemon daemon;
   daemon.writeTargets({{"alpha", Dictionary{}}});
   daemon.postAndRun();
@@ -161,10 +161,10 @@ TEST(BadPreferences, ATargetThatTurnsIntoAnotherTypeCountsAsRemoved) {
   EXPECT_EQ(daemon.takeLog()[1], "[配置] 已有进程从列表移除，已恢复默认");
 }
 
-// What each of the four numbers and StripManaged was read as, in the order of the log.
+// Checks how each of the four numbers and StripManaged was read, in the order of the log.
 TEST(BadPreferences, EveryKeyReadsEveryTypeByOneRule) {
   Daemon daemon;
-  // In the order of oneOfEachType(), as a number of 32 bits.
+  // The expected 32-bit numbers, in the order of oneOfEachType().
   const std::vector<std::int32_t> numbers{1, 0, 7, INT32_MAX, INT32_MAX, INT32_MIN, 2, INT32_MAX,
                                           0, 0, 7, 7,         0,         INT32_MAX, 0, 0,
                                           0, 0, 0};
@@ -216,7 +216,7 @@ TEST(BadPreferences, UnusualKeysAreTargetsLikeAnyOther) {
   daemon.writeTargets(targets);
   daemon.postAndRun();
   const std::string log = tests::readAll(daemon.logFile());
-  // A process name has at most 31 characters, so the long key finds nothing.
+  // Process names have at most 31 characters, so that no process matches the long key.
   EXPECT_NE(log.find("[守护] %s%n%d PID:"), log.npos);
   EXPECT_NE(log.find("[守护] ../../etc/passwd PID:"), log.npos);
   EXPECT_NE(log.find("[守护] 微信 PID:"), log.npos);
@@ -225,10 +225,10 @@ TEST(BadPreferences, UnusualKeysAreTargetsLikeAnyOther) {
   EXPECT_EQ(daemon.device.scheduler.timerCount(), 2U + keys.size() + 1);
 }
 
-TEST(BadPreferences, ReplacedWhileTheyAreReadTheOldOrTheNewFileCounts) {
+TEST(BadPreferences, EditDuringAPassCountsAtTheNext) {
   Daemon daemon;
   daemon.writeTargets({{"alpha", Dictionary{{"NiceValue", 5}, {"JetsamPriority", -1}}}});
-  // The file changes in the middle of the pass, which has read it already.
+  // The file changes during the pass, after the pass has read it.
   daemon.device.script({.function = "proc_listpids", .count = 1, .meanwhile = [&] {
                           daemon.writeTargets({{"alpha", Dictionary{{"NiceValue", 9}}}});
                         }});
@@ -268,7 +268,7 @@ TEST(BadInfoPlist, GivesNoIdentifierAndDoesNoHarm) {
   std::filesystem::create_directory(info);
   EXPECT_EQ(getRunningProcessMap(), by_name_alone);
   std::filesystem::remove(info);
-  // Neither is waited for, or read to its end.
+  // A FIFO must not block the reader, and an endless device must not be read to its end.
   ASSERT_EQ(mkfifo(info.c_str(), 0666), 0);
   EXPECT_EQ(getRunningProcessMap(), by_name_alone);
   std::filesystem::remove(info);
@@ -287,7 +287,7 @@ TEST(BadInfoPlist, AnUnusualIdentifierIsAKeyLikeAnyOther) {
   EXPECT_EQ(pidIn(getRunningProcessMap(), identifier), pid);
 }
 
-TEST(BadInfoPlist, AnIdentifierOfMoreThanAThousandBytesIsNone) {
+TEST(BadInfoPlist, IdentifiersOver1000BytesAreIgnored) {
   Story story;
   const std::string identifier(1025, 'k');
   story.device.launch({.name = "X",

@@ -1,4 +1,4 @@
-// The daemon runs for months: what it does a thousand times leaves nothing behind.
+// The daemon runs for months, so that repeated work must not leak memory or descriptors.
 #include <malloc.h>
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ struct Busy : Story {
     device.is_tracing = false;
     startAndSettle();
   }
-  // A pass over an edit, a start, an exit and a removal; every fourth finds the switch off.
+  // A pass with an edit, a start, an exit and a removal; every fourth pass is switched off.
   void pass(int number) {
     const auto pid = device.launch({.name = "alpha"});
     writePreferences(
@@ -33,7 +33,7 @@ struct Busy : Story {
   }
 };
 
-TEST(Endurance, AThousandPassesTakeNoMoreMemoryOrFilesThanTen) {
+TEST(Endurance, MemoryAndFilesStayFlatOver1000Passes) {
   Busy busy;
   for (int i = 0; i < 10; ++i) busy.pass(i);
   const std::size_t bytes_after_ten = mallinfo2().uordblks;
@@ -43,7 +43,7 @@ TEST(Endurance, AThousandPassesTakeNoMoreMemoryOrFilesThanTen) {
   EXPECT_EQ(tests::openFiles(), files_after_ten);
 }
 
-TEST(Endurance, SixtyDaysOfPatrolsAndTicksTakeNoMoreMemoryThanOne) {
+TEST(Endurance, MemoryStaysFlatOver60Days) {
   Story story;
   story.device.is_tracing = false;
   story.device.launch({.name = "alpha"});

@@ -1,4 +1,4 @@
-// A day of the daemon's on a device with 600 processes, with its heap counted.
+// A day of the daemon on a device with 600 processes, with its heap counted.
 #pragma once
 
 #include <chrono>
@@ -28,8 +28,8 @@ class HeapDay : public Story {
     }
   }
 
-  // The most that a start with these preferences takes beside what was there before, with the ticks
-  // and patrols of a phase, an edit, another phase, and the end of all targets.
+  // The peak heap use above the use before the start. The day: a start with these preferences, a
+  // phase with ticks and patrols, an edit, another phase, and the removal of all targets.
   std::size_t peakBytes(const std::string& preferences, const std::string& edited,
                         std::chrono::nanoseconds phase) {
     const std::size_t before_bytes = heapBytes();
@@ -46,14 +46,14 @@ class HeapDay : public Story {
     return heapPeakBytes() - before_bytes;
   }
 
-  // How many the status file named at the end of the first phase.
+  // The number of entries in the status file at the end of the first phase.
   [[nodiscard]] std::size_t heldTargets() const { return held_targets_; }
 
  private:
   std::size_t held_targets_ = 0;
 };
 
-// Targets that run, as people configure them: every setting and a remark.
+// Running targets as users configure them, with every setting and a remark.
 inline std::string ordinaryPreferences(int targets, int nice_value) {
   plist::Dictionary configs;
   for (int i = 0; i < targets; ++i) {

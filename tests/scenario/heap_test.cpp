@@ -1,4 +1,4 @@
-// How much of the heap the daemon takes: launchd gives it few megabytes.
+// The daemon's heap must stay small, because launchd gives it only a few megabytes.
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -23,7 +23,7 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t kMegabyte = 1'000'000;
 
-// The Info.plist of an app that describes a great deal, of more than 256 kB.
+// A large Info.plist of an app, of more than 256 kB.
 std::string largeInfoPlist(const std::string& identifier) {
   Dictionary info{{"CFBundleIdentifier", identifier}};
   for (int i = 0; i < 2500; ++i) {
@@ -40,7 +40,7 @@ TEST(Heap, TwoHundredTargetsTakeLessThanAMegabyte) {
   EXPECT_EQ(day.heldTargets(), 200U);
 }
 
-TEST(Heap, FiveHundredTargetsAndALargeInfoPlistAreRead) {
+TEST(Heap, Reads500TargetsAndALargeInfoPlist) {
   HeapDay day;
   const std::string info = largeInfoPlist("org.app.process-0");
   EXPECT_GT(info.size(), 256'000U);
@@ -61,12 +61,12 @@ std::string repeated(int count, const std::function<std::string(int)>& text) {
   return all;
 }
 
-// One target that runs, whose remark is this.
+// One running target with this remark.
 std::string xmlOfRemark(const std::string& remark) {
   return xml("<key>process-1</key><dict><key>Remark</key>" + remark + "</dict>");
 }
 
-// Shapes of a hostile file, of any size; two contents of one size differ in every target.
+// Shapes of hostile files, of any size. Two contents of one size differ in every target.
 struct Shape {
   const char* name;
   std::function<std::string(int size, int content)> make;
@@ -239,7 +239,7 @@ const std::vector<Shape>& shapes() {
   return all;
 }
 
-// The largest of a shape that the daemon reads.
+// The largest file of this shape that the daemon accepts.
 int largestOf(const Shape& shape) {
   const auto is_read = [&shape](int size) {
     const std::optional<PropertyListSize> measured = measurePropertyList(shape.make(size, 1));
@@ -262,8 +262,8 @@ TEST_P(LargestFile, StaysBelowThreeMegabytes) {
   const std::string one = shape.make(size, 0);
   ASSERT_TRUE(platform::parsePropertyList(one));
   HeapDay day;
-  // An app's file that takes the most, which each scan of the processes reads, as it names no
-  // identifier.
+  // The most expensive Info.plist. Each scan of the processes reads it again, because it contains
+  // no identifier.
   const Shape& info = shapes().back();
   tests::writeAll(day.rootPath("/Applications/App0.app/Info.plist"), info.make(largestOf(info), 0));
   EXPECT_LT(day.peakBytes(one, shape.make(size, 1), 40min), 3 * kMegabyte);

@@ -1,4 +1,4 @@
-// The two queues at once: whatever order what is ready runs in, the same is held in the end.
+// The two queues interleaved: in any order of the ready work, the final state is the same.
 #include <algorithm>
 #include <barrier>
 #include <map>
@@ -20,7 +20,7 @@ using namespace std::chrono_literals;
 
 class Interleaving : public testing::TestWithParam<std::uint64_t> {};
 
-TEST_P(Interleaving, PatrolPassTimerAndRestoreMeetAtOneInstant) {
+TEST_P(Interleaving, PatrolPassTimerAndRestoreCoincide) {
   Story story;
   story.device.scheduler.shuffleWith(GetParam());
   const auto held = story.device.launch({.name = "held", .nice_value = 3});
@@ -35,7 +35,7 @@ TEST_P(Interleaving, PatrolPassTimerAndRestoreMeetAtOneInstant) {
   for (const auto pid : {held, watched, leaving}) story.device.find(pid)->nice_value = 9;
   story.writeTargets({{"held", held_settings}, {"watched", watched_settings}});
   story.post();
-  // The patrol, the pass that finds a target gone, and a tick soon after, in any order.
+  // Runs the patrol, the pass that removes a target, and a tick soon after, in any order.
   story.run(150ms);
   story.run(600s);
   EXPECT_EQ(story.device.find(held)->nice_value, -7);
@@ -49,7 +49,8 @@ TEST_P(Interleaving, PatrolPassTimerAndRestoreMeetAtOneInstant) {
   EXPECT_EQ(std::count(log.begin(), log.end(), "[配置] 已有进程从列表移除，已恢复默认"), 1);
 }
 
-// Apps by identifier, each in a bundle of its own; the first is listed last, as the oldest.
+// Launches apps with different identifiers, each in its own bundle. The first is listed last,
+// because the list has the newest process first.
 std::map<std::string, std::int32_t> launchApps(const Story& story, int count) {
   std::map<std::string, std::int32_t> launched;
   for (int i = 0; i < count; ++i) {
@@ -61,11 +62,11 @@ std::map<std::string, std::int32_t> launchApps(const Story& story, int count) {
   return launched;
 }
 
-// As a sweep on the worker queue and a tick on the debounce queue do.
+// Like a sweep on the worker queue and a tick on the debounce queue at the same time.
 TEST(RealThreads, LookUpAndRecordAtOnceAndLoseNothing) {
   Story story;
   const auto apps = launchApps(story, 40);
-  story.device.is_tracing = false;  // the device is only read then, which threads may do at once
+  story.device.is_tracing = false;  // threads may then only read the device at once
   std::barrier both(2);
   const auto record = [&](const std::string& name, const auto& pid_of) {
     std::size_t recorded = 0;

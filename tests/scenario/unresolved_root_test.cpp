@@ -1,4 +1,4 @@
-// A root-prefix library that cannot resolve a path: no file of the daemon's has a place then.
+// A root-prefix library that cannot resolve paths: the daemon then has no files.
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -23,9 +23,8 @@ using namespace std::chrono_literals;
 constexpr std::uintmax_t kOversized = 3'000'000;
 const Lines kNothing{"", ""};
 
-// Everything that could be touched lies in the story's root: the daemon's files where they would be
-// with a prefix, the working directory with an oversized log of its own, and what stands in for the
-// standard streams.
+// Puts everything that the daemon might touch into the story's root: its files where a prefix would
+// put them, an oversized log in the working directory, and the files behind the standard streams.
 struct Unresolved : Story {
   Unresolved() {
     device.root_prefix_library = VORLATCH_REFUSING_LIBROOT;
@@ -50,13 +49,13 @@ struct Unresolved : Story {
     }
     return found;
   }
-  // What was written to standard output and to standard error, and to nothing else.
+  // Returns what was written to standard output and standard error; fails if another file changed.
   [[nodiscard]] Lines written() const {
     std::fflush(stdout);
     std::fflush(stderr);
     std::map<std::string, std::string> now = files();
     Lines streams{std::exchange(now.at(out()), ""), std::exchange(now.at(err()), "")};
-    EXPECT_TRUE(now == files_before_);  // megabytes, not to be printed
+    EXPECT_TRUE(now == files_before_);  // not EXPECT_EQ, which would print megabytes
     return streams;
   }
 

@@ -1,4 +1,4 @@
-// What the daemon and vorlatchctl do with files that everybody may exchange.
+// Operations of the daemon and vorlatchctl on files in a directory that anybody may change.
 #pragma once
 
 #include <functional>
@@ -10,18 +10,18 @@
 
 namespace vorlatch::tests {
 
-// One of them on one file. Both functions run in the story's root.
+// One operation on one file. Both functions run in the story's root.
 struct Operation {
   std::string name;
-  std::string file;                     // that it works on
-  bool writes_temporary;                // beside it
-  std::function<void(Story&)> prepare;  // the files as it finds them
+  std::string file;                     // the file that it works on
+  bool writes_temporary;                // whether it creates a temporary file beside it
+  std::function<void(Story&)> prepare;  // creates the files that it needs
   std::function<void()> run;
 };
 
 const std::vector<Operation>& operations();
 
-// For the names of tests.
+// Prints the name for gtest.
 std::ostream& operator<<(std::ostream& out, const Operation& operation);
 
 }  // namespace vorlatch::tests

@@ -1,4 +1,4 @@
-// What the daemon does about what stands in its files' place, and what users may do with the files.
+// How the daemon treats foreign files at its paths, and what users may do with its files.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,8 +18,8 @@
 #include "log/log_file.h"
 #include "log/log_line.h"
 #include "platform/property_list.h"
+#include "tests/security/intercepted_calls.h"
 #include "tests/security/planted.h"
-#include "tests/security/taken_calls.h"
 #include "tests/support/story.h"
 
 namespace vorlatch::tests {
@@ -31,7 +31,7 @@ using plist::Dictionary;
 constexpr uid_t kSomebody = 65534;
 const std::string kRuleLine = "[03-04 05:06:07] ----------------------------------------\n";
 
-// The names of the daemon's files, each digit of a number that nobody can guess as 'x'.
+// The names of the daemon's files, with each digit of an unguessable number replaced by 'x'.
 Lines filesOf(const Story& story) {
   static const std::string aside = ".aside.";
   Lines names;
@@ -60,7 +60,7 @@ TEST_P(NoFile, InTheLogsPlaceIsPutAsideAtTheStart) {
   EXPECT_EQ(filesOf(story), (Lines{"Vorlatch.log", "Vorlatch.log.aside." + std::string(32, 'x')}));
 }
 
-TEST_P(NoFile, InTheLogsPlaceLaterIsLeftThereAndTheLogGoesOnWhereItIs) {
+TEST_P(NoFile, LogGoesOnWhenItsPathIsTaken) {
   Story story;
   story.writePreferences({{"LogSizeLimit", 10}});
   openLog();
@@ -74,7 +74,7 @@ TEST_P(NoFile, InTheLogsPlaceLaterIsLeftThereAndTheLogGoesOnWhereItIs) {
   EXPECT_EQ(filesOf(story), (Lines{"Vorlatch.log", "com.zel.vorlatch.plist"}));
 }
 
-TEST_P(NoFile, InTheStatusFilesPlaceGivesWayToOneUnlessItIsADirectory) {
+TEST_P(NoFile, StatusReplacesAllButADirectory) {
   Story story;
   const Victims victims(story.rootPath("/elsewhere"));
   const Planted planted(GetParam(), story.statusFile(), victims);
@@ -93,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(Each, NoFile, testing::ValuesIn(plants()),
 INSTANTIATE_TEST_SUITE_P(PrivilegedEach, NoFile, testing::ValuesIn(devicePlants()),
                          testing::PrintToStringParamName());
 
-TEST(OwnFiles, AreMovedAsideUnderANameThatIsNeverTheSame) {
+TEST(OwnFiles, AreMovedAsideUnderUniqueNames) {
   Story story;
   std::vector<std::string> names;
   for (int i = 0; i < 3; ++i) {
@@ -106,7 +106,7 @@ TEST(OwnFiles, AreMovedAsideUnderANameThatIsNeverTheSame) {
   std::sort(names.begin(), names.end());
   names.erase(std::unique(names.begin(), names.end()), names.end());
   EXPECT_EQ(names.size(), 3U);
-  // Of each byte both digits are used.
+  // Checks that both hexadecimal digits of each byte vary.
   std::array<std::string, 2> digits;
   for (const std::string& name : names) {
     const std::string number = name.substr(name.rfind('.') + 1);
@@ -118,7 +118,7 @@ TEST(OwnFiles, AreMovedAsideUnderANameThatIsNeverTheSame) {
   }
 }
 
-TEST(OwnFiles, TheLogIsKeptWhoeverOwnsItAndWhateverItsMode) {
+TEST(OwnFiles, TheLogIsKeptWhateverItsOwnerOrMode) {
   Story story;
   writeAll(story.logFile(), "from a backup\n");
   fs::permissions(story.logFile(), fs::perms(0400));
@@ -153,7 +153,7 @@ TEST(PrivilegedOwnFiles, TheStatusFileMayBelongToAnotherUser) {
   EXPECT_EQ(story.status(), (Dictionary{{"a", Dictionary{{"pid", 1}, {"n", 2}, {"p", 3}}}}));
 }
 
-TEST(OwnFiles, ALogThatAnotherReplacedIsTheOneThatIsCleared) {
+TEST(OwnFiles, ClearsTheReplacedLog) {
   Story story;
   story.writePreferences({{"LogSizeLimit", 10}});
   openLog();
@@ -198,7 +198,7 @@ TEST(OwnFiles, ALogThatCannotBeClearedGoesOnAtItsEnd) {
   EXPECT_EQ(readAll(story.logFile()), "longer than it may be\n" + kRuleLine + "out\n");
 }
 
-TEST(OwnFiles, PreferencesMayBeALinkToAFileThatTheUserKeepsElsewhere) {
+TEST(OwnFiles, PreferencesMayBeASymbolicLink) {
   Story story;
   story.writePreferences(defaultPreset());
   fs::rename(story.preferencesFile(), story.rootPath("/kept.plist"));
@@ -216,7 +216,7 @@ TEST(OwnFiles, PreferencesEditedInPlaceCountAsTheyStand) {
   EXPECT_EQ(loadPreferences(), edited);
 }
 
-TEST(OwnFiles, TheStatusIsOpenedToAllThoughItCouldNotBeWritten) {
+TEST(OwnFiles, StatusIsOpenedToAllIfNotWritten) {
   Story story;
   updateStatusFile("a", 1, 2, 3);
   const std::string before = readAll(story.statusFile());
@@ -227,8 +227,8 @@ TEST(OwnFiles, TheStatusIsOpenedToAllThoughItCouldNotBeWritten) {
   EXPECT_EQ(readAll(story.statusFile()), before);
 }
 
-// Otherwise the next file that is opened, be it for a moment, would be written the log's lines.
-TEST(OwnFiles, TheStreamsAreTheLogsThoughTheyWereClosedAtTheStart) {
+// Otherwise a file opened later could get descriptor 1 or 2, and with it the lines of the log.
+TEST(OwnFiles, ClosedStreamsAreOpenedOnTheLog) {
   Story story;
   close(STDOUT_FILENO);
   close(STDERR_FILENO);

@@ -137,7 +137,7 @@ std::string Planted::asItStands() const {
   struct stat status {};
   EXPECT_EQ(fstat(entry_.get(), &status), 0);
   std::string text = asText(status) + "\n";
-  // A descriptor leads to what it holds open, whatever that is called now.
+  // The descriptor reaches the object even after it was renamed.
   const std::string held = "/proc/self/fd/" + std::to_string(entry_.get());
   if (S_ISDIR(status.st_mode) && status.st_nlink > 0) text += entriesOf(held);
   std::array<char, 64> bytes{};

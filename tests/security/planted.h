@@ -1,4 +1,4 @@
-// What an attacker puts in a file's place, and how what it leads to stands.
+// Entries that an attacker may put in a file's place, and the state of the files they point at.
 #pragma once
 
 #include <functional>
@@ -11,49 +11,48 @@
 
 namespace vorlatch::tests {
 
-// What has to stay as it is: some files and directories outside the daemon's, which root alone may
-// see.
+// Files and directories outside the daemon's directory that only root may read and that must not
+// change.
 class Victims {
  public:
   explicit Victims(std::string directory);
 
   [[nodiscard]] std::string path(const std::string& name) const { return directory_ + "/" + name; }
-  // The file that a plant may lead to is a property list with this text, which is to be nowhere
-  // else.
+  // The text in the property list that a plant may point at. It must not appear in another file.
   static constexpr std::string_view kSecret = "what root alone may see";
-  // Whether a file among these entries, other than the victim itself, holds the secret.
+  // Whether a file in the directory, other than the victim itself, contains the secret.
   [[nodiscard]] bool isSecretIn(const std::string& directory) const;
-  // Name, type, mode, inode, size, time of the last change and contents of each.
+  // Name, type, mode, inode, size, modification time and contents of each.
   [[nodiscard]] std::string asTheyStand() const;
 
  private:
   const std::string directory_;
 };
 
-// One way to put something in a file's place: it leads to the victims, or is no regular file.
+// One way to replace a file: by something that points at the victims, or by a special file.
 struct Plant {
   std::string name;
   std::function<void(const std::string& path, const Victims& victims)> put;
 };
 
-// Those that everybody can make, and those that take root.
+// The plants that any user can create, and those that only root can create.
 const std::vector<Plant>& plants();
 const std::vector<Plant>& devicePlants();
 
-// For the names of tests.
+// Prints the name for gtest.
 std::ostream& operator<<(std::ostream& out, const Plant& plant);
 
-// What was planted, found again under whatever name it has now.
+// A planted entry, which is found again even after it was renamed.
 class Planted {
  public:
-  // Replaces what stands there.
+  // Replaces what is at the path.
   Planted(const Plant& plant, const std::string& path, const Victims& victims);
 
   [[nodiscard]] std::string asItStands() const;
 
  private:
   const Descriptor entry_;
-  const Descriptor fifo_;  // the reader without whom nobody could open a FIFO to write into it
+  const Descriptor fifo_;  // a reader, without which opening a FIFO for writing fails
 };
 
 }  // namespace vorlatch::tests

@@ -1,13 +1,13 @@
-// Whatever others put in the place of one of the daemon's files, before it is used or in the middle
-// of that: what it leads to stays as it is, and so does what was put there.
+// Entries that an attacker puts at the path of one of the daemon's files, before or during an
+// operation. Neither the entry nor what it points at may change.
 #include <filesystem>
 #include <optional>
 
 #include <gtest/gtest.h>
 
+#include "tests/security/intercepted_calls.h"
 #include "tests/security/operations.h"
 #include "tests/security/planted.h"
-#include "tests/security/taken_calls.h"
 #include "tests/support/story.h"
 
 namespace vorlatch::tests {
@@ -28,7 +28,8 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
     }
   }
 
-  // Puts each plant where `place` says right before each file call in turn; gives how often it did.
+  // For each plant, repeats the operation and puts the plant at `place` before the first, second,
+  // ... file call. Returns how often it was put.
   int exchange(const std::vector<Plant>& all,
                const std::function<std::optional<std::string>()>& place) {
     int exchanged = 0;
@@ -50,7 +51,7 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
   }
 
   [[nodiscard]] std::string path() const { return story_.file(GetParam().file); }
-  // The temporary name beside the file, while there is one.
+  // The path of the temporary file beside the file, if there is one.
   [[nodiscard]] std::optional<std::string> temporary() const {
     for (const auto& entry : fs::directory_iterator(story_.file(""))) {
       if (entry.path().string().starts_with(path() + ".")) return entry.path();
@@ -59,7 +60,7 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
   }
 
  private:
-  // The daemon's files as the operation finds them, and victims that nobody has touched.
+  // Creates the operation's files and untouched victims.
   void begin() {
     for (const auto& entry : fs::directory_iterator(story_.file(""))) fs::remove_all(entry.path());
     GetParam().prepare(story_);
@@ -83,7 +84,7 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
   std::optional<Planted> planted_;
   std::string before_;
 };
-// With devices, which root alone can make.
+// Device files, which only root can create.
 class PrivilegedPlantedEntry : public PlantedEntry {};
 
 TEST_P(PlantedEntry, BeforehandLeadsNowhereAndIsNotOpened) {
@@ -91,7 +92,7 @@ TEST_P(PlantedEntry, BeforehandLeadsNowhereAndIsNotOpened) {
 }
 
 TEST_P(PlantedEntry, BetweenAnyTwoFileCallsLeadsNowhere) {
-  // More than once for each.
+  // Each plant was put more than once.
   EXPECT_GT(exchange(plants(), [&] { return path(); }), static_cast<int>(plants().size()));
 }
 

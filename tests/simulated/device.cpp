@@ -130,7 +130,7 @@ int Device::call(std::string_view function, int command, std::int32_t pid,
       std::memcpy(buffer, script->buffer->data(), std::min(buffer_bytes, script->buffer->size()));
     }
     scheduler.spend(script->takes_ns);
-    // A copy, since what happens meanwhile may script more.
+    // A copy, because the callback may add scripts and so invalidate `script`.
     if (const auto meanwhile = script->meanwhile) meanwhile();
   }
   if (is_tracing) {

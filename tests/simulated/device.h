@@ -1,6 +1,6 @@
-// The simulated device: its processes, its kernel, its clock, and what a story scripts of them. The
-// seam's functions act on the one device of the process; tests act on it through this class. Used
-// from one thread.
+// The simulated device: processes, kernel, clock, and the results that a test scripts for calls.
+// The platform functions act on the process's only Device; tests use this class. Use it from one
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +27,7 @@ struct Process {
   std::int32_t nice_value = 0;
   std::uint64_t start_time = 0;
   bool is_zombie = false;
-  // What the system makes of every nice value or band set from outside, if it overrides them.
+  // The value that the system substitutes for every nice value or band set from outside, if any.
   std::optional<std::int32_t> overriding_nice = std::nullopt;
   std::optional<std::int32_t> overriding_band = std::nullopt;
 };
@@ -35,34 +35,34 @@ struct Process {
 struct Launch {
   std::string name;
   std::string executable_path = "/usr/libexec/" + name;
-  std::int32_t pid = 0;  // 0: the next free one
+  std::int32_t pid = 0;  // 0: the next free pid
   std::int32_t nice_value = 0;
 };
 
-// What happens to the calls that match: of one function, and where given of one command (of
-// memorystatus_control) or `which` (of the priority calls) and of one process.
+// Changes the result of matching calls: of one function, and optionally only of one process or one
+// `command`, which is the command of memorystatus_control or the `which` of the priority calls.
 struct Script {
   std::string function;
   std::optional<int> command = std::nullopt;
   std::optional<std::int32_t> pid = std::nullopt;
-  int first = 1;  // the first matching call that it is for, counted from 1
+  int first = 1;  // the first matching call that it applies to, counted from 1
   int count = std::numeric_limits<int>::max();
-  // The answer given in the real one's place; with `acts`, after the real one was carried out.
+  // The result to return instead of making the real call; with `acts`, after making it.
   std::optional<int> result = std::nullopt;
   int error = 0;
   bool acts = false;
-  std::optional<std::string> buffer = std::nullopt;  // the bytes that the call leaves behind
+  std::optional<std::string> buffer = std::nullopt;  // the bytes that the call leaves in its buffer
   std::uint64_t takes_ns = 0;                        // how long the call takes
-  std::function<void()> meanwhile = nullptr;         // what happens elsewhere during the call
+  std::function<void()> meanwhile = nullptr;         // runs during the call
   int seen = 0;
 };
 
-// One call of the seam, as a trace holds it.
+// One platform call as recorded in the trace.
 struct Call {
   std::string function;
   std::string text;  // with arguments, the buffer's bytes and the result
   model::CallResult answer = {};
-  std::string left = {};  // what it left in its buffer: as much as the result counts, or 32 bytes
+  std::string left = {};  // what is in its buffer: the bytes that the result counts, or 32
   std::uint64_t at_ns = 0;
 };
 
@@ -71,20 +71,20 @@ class Device {
   Device();
   static Device& get();
 
-  // Processes are listed newest first, zombies last.
+  // The process list has the newest process first, and zombies last.
   std::int32_t launch(const Launch& launch);
   void exit(std::int32_t pid);
   void becomeZombie(std::int32_t pid);
-  // The process that runs under the pid; null when there is none, or only a zombie.
+  // Returns the running process with this pid, or null if there is none or only a zombie.
   Process* find(std::int32_t pid);
   [[nodiscard]] const std::list<Process>& processes() const { return processes_; }
-  // The jetsam state of a process that runs.
+  // The jetsam state of a running process.
   model::JetsamRecord jetsam(std::int32_t pid);
 
   void script(Script script) { scripts_.push_back(std::move(script)); }
   void clearScripts() { scripts_.clear(); }
 
-  // Another program posts the notification.
+  // Posts a notification, as another program would.
   void post(const std::string& name);
 
   void runForNs(std::uint64_t duration_ns) { scheduler.runUntil(scheduler.nowNs() + duration_ns); }
@@ -92,7 +92,7 @@ class Device {
   // Seconds since 1970 in the device's own time zone.
   [[nodiscard]] std::int64_t wallSeconds() const;
 
-  // The calls made since the last time, whole; or as texts, of the named functions or of all.
+  // Returns and clears the recorded calls: whole, or as text of the named functions (or all).
   std::vector<Call> takeCalls() { return std::exchange(trace_, {}); }
   std::vector<std::string> takeTrace(const std::vector<std::string>& functions = {});
 
@@ -102,7 +102,7 @@ class Device {
   std::string root_prefix_library = "no-such-library";
   bool is_tracing = true;
 
-  // For the seam's functions.
+  // For the platform functions.
   using Answer = model::CallResult;
   // Makes one call: `act` is the real one, which reads and writes `buffer`.
   int call(std::string_view function, int command, std::int32_t pid, std::string_view arguments,

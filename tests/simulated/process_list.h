@@ -1,4 +1,4 @@
-// The device's processes as the kernel's model sees them.
+// Presents the device's processes to the kernel model.
 #pragma once
 
 #include <optional>

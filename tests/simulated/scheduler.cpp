@@ -7,7 +7,7 @@
 namespace vorlatch::platform {
 namespace {
 
-// The sum, or kNever when it lies beyond the end of time.
+// The sum, or kNever if it overflows.
 std::uint64_t later(std::uint64_t from_ns, std::uint64_t by_ns) {
   return by_ns > kNever - from_ns ? kNever : from_ns + by_ns;
 }

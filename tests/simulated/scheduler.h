@@ -1,6 +1,6 @@
-// Virtual time and the queues that live in it. One thread runs everything: what is ready runs in
-// the order in which it became due, then in the order in which it was sent; a seed shuffles what is
-// ready at once, so that a story can be told with the queues interleaved differently.
+// Virtual time, and queues and timers on it. One thread runs all work: by due time, then in the
+// order of sending. With a seed, the scheduler picks randomly among the ready items, so that a test
+// can explore different interleavings of the queues.
 #pragma once
 
 #include <cstdint>
@@ -43,7 +43,7 @@ class TimerSource {
         handler(std::make_shared<Work>(std::move(work))) {}
 
   SerialQueue* queue;
-  std::uint64_t due_ns;  // kNever once a timer that does not repeat has fired
+  std::uint64_t due_ns;  // kNever once a one-shot timer has fired
   std::uint64_t interval_ns;
   int id;
   std::uint64_t order = 0;
@@ -57,20 +57,20 @@ class Scheduler {
   TimerSource* start(SerialQueue& queue, const TimerSchedule& schedule, Work handler);
   void cancel(TimerSource* source);
 
-  // Runs what is ready and lets time pass to what is due next, until `end_ns` or until `done`,
-  // asked before each piece of work, is true. Gives what `done` says in the end.
+  // Runs work and advances time until `end_ns`, or until `done` returns true, which it calls before
+  // each work item. Returns the last result of `done`.
   bool runUntil(
       std::uint64_t end_ns, const std::function<bool()>& done = [] { return false; });
-  // Time that passes inside a piece of work: nothing else runs meanwhile.
+  // Advances time inside a work item, so that nothing else runs meanwhile.
   void spend(std::uint64_t duration_ns) { now_ns_ += duration_ns; }
 
   [[nodiscard]] std::uint64_t nowNs() const { return now_ns_; }
   [[nodiscard]] std::size_t timerCount() const { return timers_.size(); }
   [[nodiscard]] const std::vector<std::unique_ptr<TimerSource>>& timers() const { return timers_; }
-  // The piece of work that ran last: the how many-th, and from which queue or by which timer.
+  // The most recent work item: its number, and the queue or timer it came from.
   struct Ran {
     std::uint64_t count = 0;
-    const SerialQueue* queue = nullptr;  // null when it was a timer's
+    const SerialQueue* queue = nullptr;  // null for a timer
     int timer_id = 0;
   };
   [[nodiscard]] const Ran& lastRan() const { return last_ran_; }
@@ -80,7 +80,7 @@ class Scheduler {
   struct Ready {
     std::uint64_t due_ns;
     std::uint64_t order;
-    SerialQueue* queue;  // whose first piece of work it is, or null
+    SerialQueue* queue;  // the queue whose first item it is, or null for a timer
     TimerSource* timer;
   };
   [[nodiscard]] std::vector<Ready> readyNow() const;

@@ -1,4 +1,4 @@
-// The seam's functions, each one call on the simulated device.
+// The platform functions; each makes one call on the simulated device.
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,7 +27,7 @@ using simulated::Process;
 using Answer = Device::Answer;
 
 constexpr std::size_t kLongestProcessName = 31;
-constexpr int kSpareProcesses = 20;  // proc_listpids leaves room for newcomers
+constexpr int kSpareProcesses = 20;  // proc_listpids leaves room for new processes
 constexpr std::uint32_t kSmallestNameBuffer = 32;
 constexpr std::uint32_t kSmallestPathBuffer = 1024;
 constexpr std::uint32_t kLargestPathBuffer = 4096;
@@ -48,10 +48,10 @@ std::string pidText(std::int64_t pid) {
 std::string bufferText(const void* buffer) {
   return buffer == nullptr ? "null" : "&";
 }
-// A scratch buffer is told by whether its caller zeroed it.
+// Shows in the trace only whether the caller zeroed its scratch buffer.
 std::string scratchText(const void* buffer, std::size_t length) {
   const auto* bytes = static_cast<const char*>(buffer);
-  // Equal to itself one byte further on: compared in long words, as there are many.
+  // All bytes are zero if the buffer equals itself shifted by one; memcmp is fast on long buffers.
   const bool zeros = bytes[0] == '\0' && std::memcmp(bytes, bytes + 1, length - 1) == 0;
   return zeros ? "zeros" : "leftovers";
 }
@@ -76,7 +76,7 @@ Answer priorityOf(int which, std::int32_t pid) {
 
 Answer setPriorityOf(int which, std::int32_t pid, int value) {
   Device& device = Device::get();
-  if (pid < 0) return {.result = -1, .error = EINVAL};  // an id above the largest pid
+  if (pid < 0) return {.result = -1, .error = EINVAL};  // a pid above the largest possible one
   if (which == PRIO_DARWIN_ROLE) {
     return model::setDarwinRole(device.kernel, device.jetsam_table, LiveProcesses(device), pid,
                                 value);
@@ -208,7 +208,7 @@ void CancelTimer::operator()(TimerSource* source) const {
   device.scheduler.cancel(source);
 }
 
-// Returns at once. Time is the test's: it goes on when the test says so.
+// Returns at once, because the test advances time.
 void runMainLoop() {
   Device::get().trace("runMainLoop", "runMainLoop()");
 }

@@ -37,7 +37,7 @@ std::string callText(std::string_view function, std::string_view arguments,
                      const std::string& before, const std::string& after,
                      const model::CallResult& answer) {
   std::string text = std::string(function) + '(';
-  // The arguments say where the buffer goes by a lone '&'.
+  // A lone '&' in the arguments marks the buffer's position.
   const std::size_t at = arguments.find('&');
   text += arguments.substr(0, at);
   if (at != arguments.npos) {

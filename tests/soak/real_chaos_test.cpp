@@ -37,7 +37,7 @@ using std::chrono::milliseconds;
 using test::describe;
 
 constexpr int kEditors = 4;
-constexpr milliseconds kRageTime{6000};
+constexpr milliseconds kChaosTime{6000};
 // A burst of posts holds off every pass; a pause lets one come.
 constexpr int kBurstMaxMs = 1000;
 constexpr int kPauseMinMs = 160;
@@ -105,8 +105,8 @@ class PrivilegedRealChaos : public testing::Test {
 
   // Processes start and exit, vorlatchctl edits, posts come in bursts, and the disk is full at
   // times. Ends undisturbed: all editors are through, and the disk has room.
-  void rage(bool has_foreign_editors, bool kills_the_daemon) {
-    const auto end = Clock::now() + kRageTime;
+  void runChaos(bool has_foreign_editors, bool kills_the_daemon) {
+    const auto end = Clock::now() + kChaosTime;
     auto kills = someTimes(kills_the_daemon ? dice_.between(1, 4) : 0);
     auto disk_changes = someTimes(2 * dice_.between(1, 2));
     auto busy_until = Clock::now();
@@ -142,12 +142,12 @@ class PrivilegedRealChaos : public testing::Test {
     finishBurst();
   }
 
-  // Points of the rage that begins, the latest first.
+  // Random times within the phase of chaos that begins, the latest first.
   std::vector<Clock::time_point> someTimes(int count) {
     std::vector<Clock::time_point> times;
     for (int i = 0; i < count; ++i) {
       times.push_back(Clock::now() +
-                      milliseconds(dice_.between(0, static_cast<int>(kRageTime.count()))));
+                      milliseconds(dice_.between(0, static_cast<int>(kChaosTime.count()))));
     }
     std::sort(times.rbegin(), times.rend());
     return times;
@@ -384,7 +384,7 @@ TEST_F(PrivilegedRealChaos, EndsInCalm) {
   const auto duration = tests::runOptions().duration;
   bool has_foreign_editors = true;
   while ((Clock::now() < begin + duration || calms_of_this_life_ < 2) && !HasFailure()) {
-    rage(has_foreign_editors, Clock::now() < begin + duration / 3);
+    runChaos(has_foreign_editors, Clock::now() < begin + duration / 3);
     if (HasFailure()) break;
     expectCalm();
     has_foreign_editors = !has_foreign_editors;

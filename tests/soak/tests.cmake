@@ -1,5 +1,5 @@
-# What runs as long as it is told to: short here, long by scripts/soak. The thread stress is a daemon in
-# a tree of its own, for real threads and files.
+# Tests of configurable duration: short here, long in scripts/soak. The thread stress installs its
+# daemon in a separate root, for real threads and files.
 add_library(vorlatch_soak INTERFACE)
 target_link_libraries(vorlatch_soak INTERFACE vorlatch_blackbox vorlatch_test_main)
 target_compile_definitions(vorlatch_soak INTERFACE
@@ -13,7 +13,7 @@ add_custom_command(TARGET thread_stress POST_BUILD
   COMMAND ${CMAKE_COMMAND} -E make_directory "${stress_root}/usr/lib"
   COMMAND ${CMAKE_COMMAND} -E copy "$<TARGET_FILE:root>" "${stress_root}/usr/lib"
   VERBATIM)
-# Longest under the thread sanitizer, which sees races that leave no trace.
+# Longest under the thread sanitizer, which also finds races without visible effect.
 set(stress_seconds 5)
 if(VORLATCH_SANITIZE STREQUAL thread)
   set(stress_seconds 60)
@@ -30,7 +30,7 @@ target_link_libraries(real_chaos PRIVATE vorlatch_soak)
 target_compile_definitions(real_chaos PRIVATE VORLATCH_POSTER="$<TARGET_FILE:poster>")
 add_dependencies(real_chaos poster)
 if(VORLATCH_SANITIZE)
-  # The programs would be too slow for chaos, and their memory would say nothing. The linter sees them.
+  # Sanitized programs are too slow, and their memory use means nothing. Only the linter needs them.
   set_target_properties(poster real_chaos PROPERTIES EXCLUDE_FROM_ALL ON)
 else()
   add_test(NAME "${prefix}.PrivilegedRealChaos" COMMAND real_chaos --seconds 30)

@@ -190,7 +190,7 @@ class ThreadStress : public testing::Test {
             {"StripManaged", true},
             {"CheckInterval", interval_s}};
   }
-  // Likewise, with another remark each time, so that every pass applies them.
+  // The settings with a new remark, so that every pass applies them.
   Dictionary newSettingsOf(const Held& held, int interval_s, int band) {
     Dictionary settings = settingsOf(held, interval_s, band);
     settings.emplace("Remark", ++remark_);

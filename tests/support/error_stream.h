@@ -1,10 +1,10 @@
-// The error stream as it was when a program began, for what must not go to the daemon's log: the
-// daemon reopens the standard streams on it.
+// Keeps the program's original standard error for output that must not reach the daemon's log: the
+// daemon reopens the standard streams on its log.
 #pragma once
 
 namespace vorlatch::tests {
 
-// A descriptor of it. The sanitizers report there from now on.
+// Returns a duplicate of the descriptor, and makes the sanitizers report to it.
 int keepErrorStream();
 
 }  // namespace vorlatch::tests

@@ -50,18 +50,18 @@ int wrapFflush(std::FILE*) VORLATCH_WRAP("fflush");
 
 namespace {
 
-FileCallTaker*& currentTaker() {
-  static FileCallTaker* one = nullptr;
+FileCallInterceptor*& currentInterceptor() {
+  static FileCallInterceptor* one = nullptr;
   return one;
 }
 
-// Under which path each descriptor was opened since the calls are taken.
+// The path with which each descriptor was opened while an interceptor was installed.
 std::map<int, std::string>& paths() {
   static auto& all = *new std::map<int, std::string>;
   return all;
 }
 
-// Of what a call is asked for, the part that it does when it does a part.
+// The size to pass on: half of it, but at least 1, for a partial call.
 size_t amount(size_t whole, bool in_part) {
   return in_part ? std::max<size_t>(whole / 2, 1) : whole;
 }
@@ -69,26 +69,26 @@ size_t amount(size_t whole, bool in_part) {
 template <typename Real>
 auto onPath(const char* name, const char* path, const std::vector<std::int64_t>& arguments,
             const Real& real) -> decltype(real(false)) {
-  if (currentTaker() == nullptr) return real(false);
+  if (currentInterceptor() == nullptr) return real(false);
   return static_cast<decltype(real(false))>(
-      currentTaker()->take({.name = name, .arguments = arguments, .path = path}, real));
+      currentInterceptor()->intercept({.name = name, .arguments = arguments, .path = path}, real));
 }
 
 template <typename Real>
 auto onDescriptor(const char* name, int descriptor, const Real& real) -> decltype(real(false)) {
-  if (currentTaker() == nullptr) return real(false);
+  if (currentInterceptor() == nullptr) return real(false);
   return onPath(name, paths()[descriptor].c_str(), {}, real);
 }
 
 int opened(int descriptor, const std::string& path) {
-  if (descriptor >= 0 && currentTaker() != nullptr) paths()[descriptor] = path;
+  if (descriptor >= 0 && currentInterceptor() != nullptr) paths()[descriptor] = path;
   return descriptor;
 }
 
 }  // namespace
 
-void letTakeFileCalls(FileCallTaker* taker) {
-  currentTaker() = taker;
+void interceptFileCalls(FileCallInterceptor* interceptor) {
+  currentInterceptor() = interceptor;
 }
 
 int wrapOpen(const char* path, int flags, ...) {
@@ -100,7 +100,7 @@ int wrapOpen(const char* path, int flags, ...) {
                 path);
 }
 
-// The temporary file keeps its pattern for a name, the same in every run.
+// Records the pattern as the temporary file's path, because the real name differs in every run.
 int wrapMkostemp(char* path, int flags) {
   const std::string pattern = path;
   return opened(onPath("mkostemp", path, {flags}, [&](bool) { return realMkostemp(path, flags); }),
@@ -150,7 +150,7 @@ int wrapFtruncate(int descriptor, off_t length) {
 }
 
 int wrapDup2(int from, int to) {
-  const std::string path = currentTaker() != nullptr ? paths()[from] : std::string();
+  const std::string path = currentInterceptor() != nullptr ? paths()[from] : std::string();
   return onPath("dup2", path.c_str(), {to}, [&](bool) { return realDup2(from, to); });
 }
 
@@ -165,7 +165,7 @@ int wrapUnlink(const char* path) {
 int wrapFprintf(std::FILE* stream, const char* format, ...) {
   va_list values;
   va_start(values, format);
-  if (currentTaker() == nullptr || stream != stderr) {
+  if (currentInterceptor() == nullptr || stream != stderr) {
     const int written = std::vfprintf(stream, format, values);
     va_end(values);
     return written;
@@ -175,17 +175,17 @@ int wrapFprintf(std::FILE* stream, const char* format, ...) {
   va_end(values);
   const std::string line(text, static_cast<size_t>(length));
   std::free(text);
-  return static_cast<int>(
-      currentTaker()->take({.name = "line", .line = line}, [&](bool in_part) -> std::int64_t {
+  return static_cast<int>(currentInterceptor()->intercept(
+      {.name = "line", .line = line}, [&](bool in_part) -> std::int64_t {
         const size_t size = amount(line.size(), in_part);
         return std::fwrite(line.data(), 1, size, stream) == size ? static_cast<int>(size) : -1;
       }));
 }
 
 int wrapFflush(std::FILE* stream) {
-  if (currentTaker() == nullptr || stream != stderr) return realFflush(stream);
+  if (currentInterceptor() == nullptr || stream != stderr) return realFflush(stream);
   return static_cast<int>(
-      currentTaker()->take({.name = "flush"}, [&](bool) { return realFflush(stream); }));
+      currentInterceptor()->intercept({.name = "flush"}, [&](bool) { return realFflush(stream); }));
 }
 
 }  // namespace vorlatch::tests

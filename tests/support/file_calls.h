@@ -1,5 +1,5 @@
-// The calls of the code under test on files and on the log's stream, each passed to whoever takes
-// it in the real one's place. For programs that CMake's vorlatch_take_file_calls has linked so.
+// Passes every call of the code under test on files and on the log's stream to an interceptor. The
+// program has to be linked with CMake's vorlatch_intercept_file_calls.
 #pragma once
 
 #include <cstdint>
@@ -10,28 +10,28 @@
 namespace vorlatch::tests {
 
 struct FileCall {
-  std::string name;  // the function's; "line" for a message on standard error, "flush" for its end
-  std::vector<std::int64_t> arguments = {};  // flags of opening, the second descriptor of dup2
-  std::string path = {};                     // of a descriptor, the one that it was opened with
+  std::string name;  // the function's name; for standard error "line" or "flush"
+  std::vector<std::int64_t> arguments = {};  // the flags of open, the second descriptor of dup2
+  std::string path = {};                     // for a descriptor, the path that it was opened with
   std::string line = {};
 };
 
-class FileCallTaker {
+class FileCallInterceptor {
  public:
-  // Makes the call, or of a read, a write or a line the first half of it; gives its result.
+  // Makes the real call and returns its result. `in_part` reads or writes only the first half.
   using Real = std::function<std::int64_t(bool in_part)>;
 
-  FileCallTaker() = default;
-  FileCallTaker(const FileCallTaker&) = delete;
-  FileCallTaker& operator=(const FileCallTaker&) = delete;
-  virtual ~FileCallTaker() = default;
+  FileCallInterceptor() = default;
+  FileCallInterceptor(const FileCallInterceptor&) = delete;
+  FileCallInterceptor& operator=(const FileCallInterceptor&) = delete;
+  virtual ~FileCallInterceptor() = default;
 
-  // Gives the call's result and leaves errno as the code under test is to see it.
-  virtual std::int64_t take(const FileCall& call, const Real& real) = 0;
+  // Returns the call's result, and leaves errno as the code under test is to see it.
+  virtual std::int64_t intercept(const FileCall& call, const Real& real) = 0;
 };
 
-// From now on this one takes the calls, of which one thread makes one at a time; null for nobody. A
-// taker that makes such calls itself gets these too.
-void letTakeFileCalls(FileCallTaker* taker);
+// Installs the interceptor; null removes it. Only one thread may make file calls meanwhile. File
+// calls that the interceptor makes itself are intercepted too.
+void interceptFileCalls(FileCallInterceptor* interceptor);
 
 }  // namespace vorlatch::tests

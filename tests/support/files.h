@@ -1,4 +1,4 @@
-// Files as tests read and write them.
+// Reads and writes files for tests.
 #pragma once
 
 #include <string>
@@ -6,11 +6,11 @@
 
 namespace vorlatch::tests {
 
-// All bytes of a file; none when it cannot be read.
+// Returns all bytes of a file, or an empty string if it cannot be read.
 std::string readAll(const std::string& path);
-// In place. Fails the test when it cannot be written.
+// Overwrites the file in place. Fails the test if that is impossible.
 void writeAll(const std::string& path, std::string_view bytes);
-// The permission bits of a file, 0 when there is none.
+// Returns the permission bits of a file, or 0 if there is none.
 unsigned modeOf(const std::string& path);
 
 }  // namespace vorlatch::tests

@@ -10,7 +10,7 @@
 
 namespace vorlatch::tests {
 
-// The C library's own functions (glibc 2.36, malloc/malloc.c), and those here in front of them.
+// The C library's functions (glibc 2.36, malloc/malloc.c), and the counting ones that replace them.
 void* realMalloc(std::size_t size) VORLATCH_SYMBOL("__libc_malloc");
 void* realCalloc(std::size_t count, std::size_t size) VORLATCH_SYMBOL("__libc_calloc");
 void* realRealloc(void* block, std::size_t size) VORLATCH_SYMBOL("__libc_realloc");
@@ -27,7 +27,7 @@ void countedFree(void* block) VORLATCH_SYMBOL("free");
 
 namespace {
 
-// What the C library keeps in front of a block.
+// The size of the header that the C library keeps in front of a block.
 constexpr std::size_t kHeaderBytes = sizeof(std::size_t);
 
 std::atomic<std::size_t> in_use_bytes = 0;

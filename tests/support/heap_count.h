@@ -1,15 +1,15 @@
-// Counts the heap of the program that this is linked into: its own malloc in front of the C
-// library's. Not with the sanitizers, which bring theirs.
+// Counts the heap of the program that links this file, by replacing the C library's malloc. Cannot
+// be used with the sanitizers, which replace malloc themselves.
 #pragma once
 
 #include <cstddef>
 
 namespace vorlatch::tests {
 
-// Bytes in use now, each block with what the C library keeps beside it, in all threads.
+// Bytes in use by all threads, with the C library's header of each block.
 std::size_t heapBytes();
 
-// The most that were in use since the last call of restartHeapPeak().
+// The largest heapBytes() since the last call of restartHeapPeak().
 std::size_t heapPeakBytes();
 void restartHeapPeak();
 

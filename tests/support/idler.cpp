@@ -1,4 +1,4 @@
-// A process to look at: does nothing until it is killed.
+// A process for tests to observe: it sleeps until it is killed.
 #include <unistd.h>
 
 int main() {

@@ -1,5 +1,5 @@
-// The main of tests in which the daemon reopens the standard streams on its log: results go to the
-// error stream as it was when the test began.
+// main() for tests in which the daemon reopens the standard streams on its log: prints results to
+// the original standard error.
 #include <unistd.h>
 
 #include <cstdio>

@@ -8,7 +8,7 @@
 namespace vorlatch::tests {
 namespace {
 
-// More than a century, and little enough for a clock of nanoseconds.
+// More than a century, and still small enough to count in nanoseconds.
 constexpr std::uint64_t kMostSeconds = std::numeric_limits<std::uint32_t>::max();
 
 RunOptions& options() {

@@ -1,4 +1,4 @@
-// What a test that runs as long as it is told to takes from its command line.
+// The command-line options of tests whose duration is configurable.
 #pragma once
 
 #include <chrono>
@@ -11,10 +11,10 @@ struct RunOptions {
   std::uint64_t seed = 1;             // --seed N
 };
 
-// As the command line said.
+// The options that readRunOptions() read.
 const RunOptions& runOptions();
 
-// Reads what the test framework has left of the command line; false when it is something else.
+// Parses the arguments that the test framework left over. Returns false for an unknown argument.
 bool readRunOptions(int argc, char** argv);
 
 }  // namespace vorlatch::tests

@@ -1,5 +1,5 @@
-// Little memory for as long as this lives: what would take more fails. Of no use under the
-// sanitizers, which reserve terabytes of addresses for themselves.
+// Limits the process's memory during this object's lifetime, so that larger allocations fail.
+// Useless with the sanitizers, which reserve terabytes of address space.
 #pragma once
 
 #include <sys/resource.h>
@@ -10,7 +10,7 @@ namespace vorlatch::tests {
 
 class ScarceMemory {
  public:
-  // Of addresses, what the process may have in all. What it has already, it keeps.
+  // `bytes` limits the whole address space; existing mappings stay.
   explicit ScarceMemory(rlim_t bytes) {
     EXPECT_EQ(getrlimit(RLIMIT_AS, &before_), 0);
     const rlimit little{.rlim_cur = bytes, .rlim_max = before_.rlim_max};

@@ -1,4 +1,4 @@
-// The stamp at the head of every line of the log: "[MM-dd HH:mm:ss] ".
+// The time stamp at the beginning of every log line: "[MM-dd HH:mm:ss] ".
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@ namespace vorlatch {
 
 inline constexpr std::size_t kStampLength = 17;
 
-// Whether a line begins with a stamp, its brackets and its blank.
+// Whether a line begins with a stamp, including brackets and the space behind it.
 inline bool isStamped(std::string_view line) {
   constexpr std::string_view kForm = "[00-00 00:00:00] ";
   static_assert(kForm.size() == kStampLength);

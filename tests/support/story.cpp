@@ -27,7 +27,7 @@ std::string makeTemporaryRoot() {
 Story::Story() : device(simulated::Device::get()), root_(makeTemporaryRoot()) {
   std::filesystem::create_directories(rootPath("/usr/lib"));
   std::filesystem::create_directories(rootPath("/var/mobile/Library/Preferences"));
-  // The root-prefix library takes its prefix from where it is installed.
+  // Copied, because the library derives its prefix from where it is installed.
   std::filesystem::copy_file(VORLATCH_LIBROOT, rootPath("/usr/lib/libroot.so"));
   device.root_prefix_library = rootPath("/usr/lib/libroot.so");
 }
@@ -91,7 +91,7 @@ void Story::postAndRun() const {
 
 Lines Story::takeLog() {
   const std::string log = readAll(logFile());
-  if (log.size() < log_read_) log_read_ = 0;  // it was cleared
+  if (log.size() < log_read_) log_read_ = 0;  // the log was cleared
   std::istringstream unread(log.substr(log_read_));
   log_read_ = log.size();
   Lines lines;

@@ -1,5 +1,6 @@
-// A story on the simulated device: a jailbreak root in a temporary directory, the daemon in it, and
-// what a test asks afterwards. One story a process.
+// A scenario on the simulated device: a jailbreak root in a temporary directory, the daemon in it,
+// and what tests inspect afterwards. Only one story per process, because the daemon has global
+// state.
 #pragma once
 
 #include <chrono>
@@ -29,7 +30,7 @@ class Story {
 
   simulated::Device& device;
 
-  // The path of something under the jailbreak root, and of one of the daemon's files.
+  // The path of a file under the jailbreak root, and of one of the daemon's files.
   [[nodiscard]] std::string rootPath(std::string_view path) const;
   [[nodiscard]] std::string file(std::string_view name) const;
   [[nodiscard]] std::string preferencesFile() const { return file("com.zel.vorlatch.plist"); }
@@ -37,27 +38,28 @@ class Story {
   [[nodiscard]] std::string logFile() const { return file("Vorlatch.log"); }
 
   void writePreferences(const plist::Dictionary& preferences) const;
-  // Switched on, with these targets.
+  // Writes preferences that are switched on and have these targets.
   void writeTargets(const plist::Dictionary& targets) const;
-  // An app on the device: a bundle directory with its Info.plist. Gives the executable's path.
+  // Installs an app: a bundle directory with an Info.plist. Returns the executable's path.
   [[nodiscard]] std::string installApp(const std::string& bundle, const plist::Value& info) const;
 
-  // Points the log at its file without starting the daemon.
+  // Redirects the standard streams to the log file without starting the daemon.
   static void openLog();
-  // Starts the daemon as its main does and lets 0 ms pass.
+  // Starts the daemon as its main() does and runs what is due immediately.
   void start() const;
-  // Starts it, lets the first pass run, and forgets the log and the calls up to then.
+  // Starts the daemon, runs the first pass, and drops the log and the calls so far.
   void startAndSettle();
-  // Lets so much of the device's time pass.
+  // Advances the device's time.
   void run(std::chrono::nanoseconds duration) const;
-  // Another program posts that the preferences changed.
+  // Posts the notification that the preferences changed, as another program would.
   void post() const;
-  // Likewise, and the pass runs that it brings about.
+  // Posts the notification and runs the pass that it triggers.
   void postAndRun() const;
 
-  // The log's lines since the last time, without their stamps; a line without one fails the test.
+  // Returns the log lines since the last call, without stamps; fails the test if a stamp is
+  // missing.
   Lines takeLog();
-  // All of its lines.
+  // Returns all log lines.
   Lines rereadLog();
   [[nodiscard]] Lines takeCalls() const;  // memory status and priority calls
   [[nodiscard]] plist::Dictionary status() const;
@@ -67,7 +69,7 @@ class Story {
   std::size_t log_read_ = 0;
 };
 
-// How many descriptors this process has open.
+// The number of descriptors that this process has open.
 std::size_t openFiles();
 
 }  // namespace vorlatch::tests

@@ -1,4 +1,4 @@
-// A directory that is removed with the object.
+// A temporary directory that the destructor removes.
 #pragma once
 
 #include <cstdlib>

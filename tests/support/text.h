@@ -1,4 +1,4 @@
-// A text of parts, each as a stream prints it.
+// Concatenates values as a stream prints them.
 #pragma once
 
 #include <sstream>

@@ -1,5 +1,6 @@
-/* What platform/darwin uses of CoreFoundation, for a build without Apple's SDK. The names and types
-   are the framework's; platform/darwin is also compiled against the SDK, which shows a difference.
+/* The part of CoreFoundation that platform/darwin uses, for a build without Apple's SDK. Names and
+   types are the framework's; scripts/package --sdk compiles against the real ones, which reveals a
+   difference.
  */
 #pragma once
 

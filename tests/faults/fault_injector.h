@@ -1,6 +1,6 @@
-// The gate that the daemon's calls pass. It keeps each with what came of it, and makes those fail
-// that are planned to. The linker leads the calls of the seam (wrapped_seam.cpp) and those on files
-// here; while no daemon code runs, they are the real ones.
+// Records every call of the daemon with its result, and makes planned calls fail. The linker
+// redirects platform calls (wrapped_seam.cpp) and file calls here. Outside watch(), all calls are
+// the real ones.
 #pragma once
 
 #include <cstddef>
@@ -14,33 +14,33 @@
 
 namespace vorlatch::faults {
 
-// What happens to one call: which of its outcomes, counted around when it has fewer.
+// One fault: the index of the call, and the index of its outcome (modulo the number of outcomes).
 struct Fault {
   std::size_t call;
   std::size_t outcome;
 };
 
-class Gate : public tests::FileCallTaker {
+class FaultInjector : public tests::FileCallInterceptor {
  public:
-  static Gate& get();
+  static FaultInjector& get();
 
   void plan(std::vector<Fault> faults) { faults_ = std::move(faults); }
-  // Runs a piece of the daemon with its calls watched.
+  // Runs a part of the daemon and records its calls.
   void watch(const std::function<void()>& piece);
   [[nodiscard]] bool isWatching() const { return is_watching_; }
   [[nodiscard]] const std::vector<Call>& calls() const { return calls_; }
-  // What the planned faults came to, for a reader.
+  // A readable description of the faults that occurred.
   [[nodiscard]] const std::string& story() const { return story_; }
 
-  // For the wrapped functions. Makes one call: `real` is the real one, or a part of it, and gives
-  // its result; `buffer` is what it reads and writes.
+  // For the wrapped functions. Makes one call: `real` makes the real call or a part of it and
+  // returns its result; `buffer` is what it reads and writes.
   std::int64_t pass(Call call, void* buffer, std::size_t buffer_bytes,
                     const std::function<std::int64_t(bool in_part)>& real);
-  // Changes what was kept of the last call.
+  // The record of the last call, which the caller may change.
   Call& last() { return calls_.back(); }
 
  private:
-  std::int64_t take(const tests::FileCall& call, const Real& real) override;
+  std::int64_t intercept(const tests::FileCall& call, const Real& real) override;
   void watchCalls(bool is_watching);
   const Outcome* planned(const Call& call);
 

@@ -1,4 +1,4 @@
-// Who watches the daemon for the oracle: what the daemon did, in its order, and what came of it.
+// The oracle's view of the daemon: its steps in order, and their results.
 #pragma once
 
 #include <cstddef>
@@ -13,62 +13,59 @@
 
 namespace vorlatch::tests {
 
-// The daemon did something else than the oracle says.
+// Thrown when the daemon does something other than the oracle predicts.
 class Mismatch : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// A buffer as the daemon hands it over: null when it has no bytes. Where nothing is said of what it
-// holds, that does not matter.
+// A buffer as the daemon passes it: null if `size` is 0. Without `holds`, any contents match.
 struct Buffer {
   std::int64_t size = 0;
   std::optional<std::string> holds = std::nullopt;
 };
 
-// What came of a call.
+// The result of a call.
 struct Answer {
   std::int64_t result = 0;
   std::string left = {};  // the bytes that it left in its buffer, or the first of them
 };
 
-// Each function takes the daemon's next step, which has to be this one; throws Mismatch if it is
-// not.
-class Witness {
+// Each function consumes the daemon's next step and throws Mismatch if it is a different one.
+class Observer {
  public:
-  Witness() = default;
-  Witness(const Witness&) = delete;
-  Witness& operator=(const Witness&) = delete;
-  virtual ~Witness() = default;
+  Observer() = default;
+  Observer(const Observer&) = delete;
+  Observer& operator=(const Observer&) = delete;
+  virtual ~Observer() = default;
 
-  // A call of the kernel or of the process table, with the numbers before its buffer, and no buffer
-  // where it takes none.
+  // A call of the kernel or the process table. `arguments` are the numbers before the buffer.
   virtual Answer call(std::string_view function, const std::vector<std::int64_t>& arguments,
                       const std::optional<Buffer>& buffer) = 0;
-  // A call about queues, timers or notifications, as the simulated device tells it. Gives the
+  // A call on queues, timers or notifications, as the simulated device formats it. Returns the
   // device's time.
   virtual std::uint64_t schedules(const std::string& call) = 0;
   virtual void logs(const std::string& line) = 0;
-  // Whether the daemon asked for memory, and there was none.
+  // Whether the daemon requested memory and the allocation failed.
   virtual bool lacksMemory() = 0;
 
-  // What the daemon does with its files.
+  // The daemon's work on its files.
   virtual void opensLog() = 0;
-  // Empties a log that is larger than the limit; false when this one is not.
+  // The daemon clears a log that exceeds the limit. Returns false if this log does not exceed it.
   virtual bool clearsLog(std::int64_t limit_bytes) = 0;
   virtual bool findsNoPreferences() = 0;
   virtual void writesPreset(const plist::Dictionary& preset) = 0;
-  // Nothing when they cannot be read.
+  // Returns std::nullopt if the file cannot be read.
   virtual std::optional<plist::Dictionary> readsPreferences() = 0;
   virtual std::optional<plist::Dictionary> readsInfoPlist(const std::string& bundle_directory) = 0;
   virtual void writesStatus(const plist::Dictionary& status) = 0;
 
-  // What comes next, without taking it: whether it is such a call, and how far ahead the line is
-  // logged, npos when it is not.
+  // Look ahead without consuming a step: whether this call comes next, and how many lines ahead the
+  // line is logged, or npos.
   virtual bool isNext(const std::string& scheduling_call) = 0;
   virtual std::size_t distanceTo(const std::string& line) = 0;
 
-  // What errno holds, as far as the calls set it.
+  // The value of errno, as far as the calls set it.
   int error_number = 0;
 };
 

@@ -1,4 +1,4 @@
-#include "tests/security/taken_calls.h"
+#include "tests/security/intercepted_calls.h"
 
 #include <fcntl.h>
 
@@ -8,20 +8,20 @@
 
 namespace vorlatch::tests {
 
-// Calls that the action makes do not count.
-std::int64_t BeforeFileCall::take(const FileCall&, const Real& real) {
+// File calls of the action itself are not counted.
+std::int64_t BeforeFileCall::intercept(const FileCall&, const Real& real) {
   if (action_ && --calls_left_ == 0) std::exchange(action_, nullptr)();
   return real(false);
 }
 
-std::int64_t RefusedFileCalls::take(const FileCall& call, const Real& real) {
+std::int64_t RefusedFileCalls::intercept(const FileCall& call, const Real& real) {
   if (call.name != name_) return real(false);
   errno = EIO;
   return -1;
 }
 
-std::int64_t OpenedSpecials::take(const FileCall& call, const Real& real) {
-  // Creating opens nothing that is there, and a directory can be meant.
+std::int64_t OpenedSpecials::intercept(const FileCall& call, const Real& real) {
+  // O_CREAT opens nothing that exists, and O_DIRECTORY asks for a directory.
   constexpr int kLeftOut = O_CREAT | O_DIRECTORY;
   if (call.name == "open" && (call.arguments[0] & kLeftOut) == 0) {
     std::error_code error;

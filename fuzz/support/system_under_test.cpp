@@ -1,4 +1,4 @@
-#include "fuzz/support/subject.h"
+#include "fuzz/support/system_under_test.h"
 
 #include <unistd.h>
 
@@ -24,7 +24,7 @@ using plist::Dictionary;
 
 constexpr std::uint64_t kPatrolNs = 1'800'000'000'000;
 
-// One target by each kind of key, each stage of an application, with and without a watch timer.
+// One target per kind of key and per stage of an application, with and without a watch timer.
 const Dictionary& soundPreferences() {
   static const Dictionary& preferences = *new Dictionary{
       {"Enabled", true},
@@ -45,12 +45,12 @@ bool holdsLineEnd(const Dictionary& preferences) {
   });
 }
 
-// Where an interrupted release leaves the preferences.
+// The path to which an interrupted release moves the preferences.
 std::string setAsideFileName() {
   return std::string(kPreferencesFileName) + ".released";
 }
 
-// Whether it is the command that puts back what an interrupted one like it set aside.
+// Whether the command restores the file that an interrupted release set aside.
 bool mayPutBack(const Words& words) {
   return commandOf(words) == "release" &&
          std::any_of(words.begin(), words.end(), [](const std::string& word) {
@@ -58,7 +58,7 @@ bool mayPutBack(const Words& words) {
          });
 }
 
-// Gives a command's arguments the words in their order, and its flags theirs.
+// Assigns the words, in order, to a command's arguments, and sets its flags.
 void giveValues(const cli::Arguments& arguments, const Words& words) {
   auto word = words.begin();
   for (const cli::Argument& argument : arguments) {
@@ -76,7 +76,7 @@ void giveValues(const cli::Arguments& arguments, const Words& words) {
   }
 }
 
-// Whether what the command prints is JSON.
+// Whether the command prints JSON.
 bool printsJson(const Words& words) {
   const bool may_want_it = std::any_of(words.begin(), words.end(), [](const std::string& word) {
     return word.starts_with("--json");
@@ -126,7 +126,7 @@ const Words& preferencesWords() {
   return words;
 }
 
-Subject::Subject() {
+SystemUnderTest::SystemUnderTest() {
   device.is_tracing = false;
   wechat_ = installApp("WeChat.app", Dictionary{{"CFBundleIdentifier", "com.tencent.xin"}});
   prepareDevice();
@@ -139,7 +139,7 @@ Subject::Subject() {
   waitForNextPeriod();
 }
 
-void Subject::tell(const std::function<void()>& story) {
+void SystemUnderTest::feed(const std::function<void()>& story) {
   prepareDevice();
   prepareFiles();
   story();
@@ -155,7 +155,7 @@ void Subject::tell(const std::function<void()>& story) {
   waitForNextPeriod();
 }
 
-void Subject::prepareDevice() {
+void SystemUnderTest::prepareDevice() {
   std::vector<std::int32_t> pids;
   for (const simulated::Process& process : device.processes()) pids.push_back(process.pid);
   for (const std::int32_t pid : pids) device.exit(pid);
@@ -170,32 +170,32 @@ void Subject::prepareDevice() {
   device.launch({.name = "WeChat", .executable_path = wechat_, .pid = 100'003});
 }
 
-void Subject::prepareFiles() const {
+void SystemUnderTest::prepareFiles() const {
   for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
     std::filesystem::remove_all(entry.path());
   }
   openLog();
 }
 
-void Subject::letGo() const {
+void SystemUnderTest::letGo() const {
   putPreferences("");
   postAndRun();
 }
 
-void Subject::takeChargeOfHeld() const {
+void SystemUnderTest::takeChargeOfHeld() const {
   Dictionary held;
   for (const auto& [key, entry] : status()) held.emplace(key, Dictionary{});
   writeTargets(held);
   postAndRun();
 }
 
-void Subject::waitForNextPeriod() {
+void SystemUnderTest::waitForNextPeriod() {
   const std::uint64_t now_ns = device.scheduler.nowNs();
   device.scheduler.runUntil((now_ns / kPatrolNs + 1) * kPatrolNs);
   begin_ns_ = device.scheduler.nowNs();
 }
 
-Subject::Doings Subject::doWithSoundFile() {
+SystemUnderTest::Doings SystemUnderTest::doWithSoundFile() {
   putSoundPreferences();
   device.is_tracing = true;
   device.takeTrace();
@@ -205,21 +205,21 @@ Subject::Doings Subject::doWithSoundFile() {
   return {.log = rereadLog(), .calls = takeCalls(), .status = status()};
 }
 
-void Subject::runTo(std::chrono::nanoseconds time) const {
+void SystemUnderTest::runTo(std::chrono::nanoseconds time) const {
   device.scheduler.runUntil(begin_ns_ + static_cast<std::uint64_t>(time.count()));
 }
 
-void Subject::sleepTo(std::chrono::nanoseconds time) {
+void SystemUnderTest::sleepTo(std::chrono::nanoseconds time) {
   const std::uint64_t then_ns = begin_ns_ + static_cast<std::uint64_t>(time.count());
   const std::uint64_t now_ns = device.scheduler.nowNs();
   if (then_ns > now_ns) device.scheduler.spend(then_ns - now_ns);
 }
 
-void Subject::putPreferences(std::string_view bytes) const {
+void SystemUnderTest::putPreferences(std::string_view bytes) const {
   tests::writeAll(preferencesFile(), bytes);
 }
 
-std::map<std::string, std::string> Subject::files() const {
+std::map<std::string, std::string> SystemUnderTest::files() const {
   std::map<std::string, std::string> files;
   for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
     const std::string name = entry.path().filename();
@@ -229,7 +229,7 @@ std::map<std::string, std::string> Subject::files() const {
   return files;
 }
 
-tests::Output Subject::type(const Words& words) {
+tests::Output SystemUnderTest::type(const Words& words) {
   const auto before = files();
   const Dictionary preferences = readDictionary(preferencesFile());
   tests::Output output = run(words);
@@ -246,21 +246,21 @@ tests::Output Subject::type(const Words& words) {
   return output;
 }
 
-tests::Output Subject::look(const Words& words, bool wants_json) {
+tests::Output SystemUnderTest::look(const Words& words, bool wants_json) {
   const auto before = files();
   tests::Output output = runCommand(words, wants_json);
   EXPECT_EQ(files(), before);
   return output;
 }
 
-tests::Output Subject::edit(const Words& words, bool wants_json) {
+tests::Output SystemUnderTest::edit(const Words& words, bool wants_json) {
   const auto before = files();
   tests::Output output = runCommand(words, wants_json);
   expectOnlyPreferencesChanged(before, false);
   return output;
 }
 
-tests::Output Subject::runCommand(const Words& words, bool wants_json) {
+tests::Output SystemUnderTest::runCommand(const Words& words, bool wants_json) {
   tests::Output output = run([&](cli::Terminal& terminal) -> int {
     const cli::Session session{.terminal = terminal, .wants_json = wants_json};
     try {
@@ -277,15 +277,15 @@ tests::Output Subject::runCommand(const Words& words, bool wants_json) {
   return output;
 }
 
-void Subject::expectSound(const tests::Output& output, bool is_json) const {
+void SystemUnderTest::expectSound(const tests::Output& output, bool is_json) const {
   EXPECT_TRUE(output.status >= 0 && output.status <= 3) << output.status;
   expectHarmless(output.out, columns > 0 || has_colour);
   expectHarmless(output.err, false);
   if (output.status <= 1 && is_json) expectJson(output.out);
 }
 
-void Subject::expectOnlyPreferencesChanged(std::map<std::string, std::string> before,
-                                           bool may_put_back) const {
+void SystemUnderTest::expectOnlyPreferencesChanged(std::map<std::string, std::string> before,
+                                                   bool may_put_back) const {
   std::map<std::string, std::string> after = files();
   const std::size_t had_preferences = before.erase(kPreferencesFileName);
   EXPECT_GE(after.erase(kPreferencesFileName), had_preferences) << "the preferences are gone";
@@ -293,11 +293,11 @@ void Subject::expectOnlyPreferencesChanged(std::map<std::string, std::string> be
   EXPECT_EQ(after, before);
 }
 
-void Subject::putSoundPreferences() const {
+void SystemUnderTest::putSoundPreferences() const {
   writePreferences(soundPreferences());
 }
 
-void Subject::expectWholeLog(const Dictionary& preferences) const {
+void SystemUnderTest::expectWholeLog(const Dictionary& preferences) const {
   const std::string log = tests::readAll(logFile());
   EXPECT_TRUE(log.empty() || log.ends_with('\n')) << "an unfinished line";
   if (holdsLineEnd(preferences)) return;
@@ -309,7 +309,7 @@ void Subject::expectWholeLog(const Dictionary& preferences) const {
   }
 }
 
-void Subject::expectTrueStatus(const Dictionary& preferences) {
+void SystemUnderTest::expectTrueStatus(const Dictionary& preferences) {
   Dictionary expected;
   const RunningProcessMap running = getRunningProcessMap();
   std::map<std::int32_t, int> targets_of;
@@ -325,7 +325,7 @@ void Subject::expectTrueStatus(const Dictionary& preferences) {
   }
   Dictionary found = status();
   for (auto& [key, entry] : expected) {
-    // Of two targets that mean one process the one applied last has the say.
+    // If two targets match one process, the target applied last determines its values.
     const std::int32_t pid = plist::int32Value(*plist::find(*entry.as<Dictionary>(), "pid"));
     if (targets_of[pid] > 1 && found.contains(key)) found.insert_or_assign(key, entry);
   }

@@ -1,4 +1,4 @@
-// Steps that change what runs on the device, and its kernel.
+// Steps that change the processes on the device, or its kernel.
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -12,13 +12,13 @@ namespace {
 using plist::Dictionary;
 using plist::Value;
 
-// Above every pid of this machine, of which the daemon's own is one.
+// Above every real pid of the machine, because the daemon uses its own real pid.
 constexpr std::int32_t kFirstPid = 10'000'000;
 constexpr int kPids = 40;
 
 struct Role {
   std::string name;
-  std::string path;  // below the jailbreak root
+  std::string path;  // relative to the jailbreak root
 };
 
 const std::vector<Role> kRoles = {{"alpha", "/usr/libexec/alpha"},
@@ -60,7 +60,7 @@ void launch(Stage& stage, const Role& role, int nice_value, std::int32_t pid) {
                        .nice_value = nice_value});
 }
 
-// The step for the newest process of a name, if one runs.
+// A step for the newest process with this name, if there is one.
 Step forNewest(const std::string& name, const std::string& text,
                const std::function<void(Stage&, simulated::Process&)>& act) {
   return {"\"" + name + "\" " + text, [name, act](Stage& stage) {
@@ -79,7 +79,7 @@ Step restart(const std::string& name, bool under_its_pid) {
                    });
 }
 
-// Its pid goes to a process that has nothing to do with it.
+// A different process gets the pid.
 Step replace(const std::string& name, const Role& role) {
   return forNewest(name, "ends, and \"" + role.name + "\" gets its pid",
                    [role](Stage& stage, simulated::Process& process) {
@@ -89,7 +89,7 @@ Step replace(const std::string& name, const Role& role) {
                    });
 }
 
-// The child is as its parent is, but for its pid.
+// The child copies everything from its parent except the pid.
 Step fork(const std::string& name) {
   return forNewest(name, "forks", [](Stage& stage, simulated::Process& process) {
     if (stage.device.processes().size() > kPids) return;
@@ -136,7 +136,7 @@ struct Refusal {
   simulated::Script script;
 };
 
-// Answers that the caller has to look at closely.
+// Results that the caller has to check carefully.
 Refusal oddAnswer(Dice& dice) {
   const std::vector<int> list_results = {0, -1, 12, 40};
   const std::vector<int> priority_results = {0, -1, 10, 23};
@@ -193,7 +193,7 @@ Refusal anyAnswer(Dice& dice) {
     script.takes_ns = (1 + dice.below(4)) * kSecond;
     return {text + " takes " + std::to_string(script.takes_ns / kSecond) + " s", script};
   }
-  // A result that counts bytes is not made larger than the bytes are.
+  // A result that counts bytes must not exceed the bytes that there are.
   const bool counts = script.function.starts_with("proc_") || script.command == 1;
   if (kind == 1 && !counts) {
     script.result = dice.percent(50) ? 1 : -2;

@@ -1,4 +1,4 @@
-#include "tests/faults/gate.h"
+#include "tests/faults/fault_injector.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -9,7 +9,7 @@
 namespace vorlatch::faults {
 namespace {
 
-// A call that succeeds may leave anything in errno.
+// Sets errno after success, because a successful call may change it.
 constexpr int kLeftover = EILSEQ;
 
 std::string bytesOf(const void* buffer, std::size_t length) {
@@ -59,23 +59,23 @@ Answer carryOut(const Call& call, const Outcome* outcome,
 
 }  // namespace
 
-Gate& Gate::get() {
-  static Gate& gate = *new Gate;
-  return gate;
+FaultInjector& FaultInjector::get() {
+  static FaultInjector& injector = *new FaultInjector;
+  return injector;
 }
 
-void Gate::watchCalls(bool is_watching) {
+void FaultInjector::watchCalls(bool is_watching) {
   is_watching_ = is_watching;
-  tests::letTakeFileCalls(is_watching ? this : nullptr);
+  tests::interceptFileCalls(is_watching ? this : nullptr);
 }
 
-void Gate::watch(const std::function<void()>& piece) {
+void FaultInjector::watch(const std::function<void()>& piece) {
   watchCalls(true);
   piece();
   watchCalls(false);
 }
 
-const Outcome* Gate::planned(const Call& call) {
+const Outcome* FaultInjector::planned(const Call& call) {
   const auto fault = std::find_if(faults_.begin(), faults_.end(), [this](const Fault& candidate) {
     return candidate.call == calls_.size();
   });
@@ -87,7 +87,7 @@ const Outcome* Gate::planned(const Call& call) {
   return &outcome_;
 }
 
-std::int64_t Gate::take(const tests::FileCall& call, const Real& real) {
+std::int64_t FaultInjector::intercept(const tests::FileCall& call, const Real& real) {
   std::int64_t done = 0;
   const std::int64_t result =
       pass({.name = call.name, .arguments = call.arguments, .path = call.path, .given = call.line},
@@ -97,17 +97,17 @@ std::int64_t Gate::take(const tests::FileCall& call, const Real& real) {
   return result;
 }
 
-std::int64_t Gate::pass(Call call, void* buffer, std::size_t buffer_bytes,
-                        const std::function<std::int64_t(bool)>& real) {
+std::int64_t FaultInjector::pass(Call call, void* buffer, std::size_t buffer_bytes,
+                                 const std::function<std::int64_t(bool)>& real) {
   const int errno_before = errno;
-  // What is asked for and written to the log goes on meanwhile.
+  // Stops intercepting, so that the real call's own file calls are not recorded.
   watchCalls(false);
   if (buffer != nullptr) call.given = bytesOf(buffer, buffer_bytes);
   const Answer answer = carryOut(call, planned(call), real);
   if (buffer != nullptr) call.left = bytesOf(buffer, buffer_bytes);
   call.result = answer.result;
   call.error = answer.error;
-  // -1 is also a nice value, for which callers look at what is in errno from before.
+  // Callers set errno to 0 before getpriority() to tell the nice value -1 from an error.
   const bool keeps_errno = call.name == "getpriority";
   calls_.push_back(std::move(call));
   watchCalls(true);
