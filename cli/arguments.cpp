@@ -21,8 +21,8 @@ constexpr const char* kFooter = R"(Examples:
 A target is an app's bundle identifier or a system daemon's process name.
 Exit status: 0 done, 1 a finding, 2 wrong usage, 3 could not.)";
 
-// CLI11 takes a word in square brackets for a list where several words may stand. This character in
-// front of a bracket, which nobody types, turns that off until the word has reached its argument.
+// CLI11 parses an argument in square brackets as a list. This control character in front turns that
+// off, and is removed before the value is stored.
 constexpr char kNoList = '\x1f';
 
 void protectBrackets(std::vector<std::string>& words) {
@@ -41,7 +41,7 @@ const CLI::Validator& unprotectBracket() {
   return unprotect;
 }
 
-// Adds an argument to the parser, by the kind of its value.
+// Adds an argument to the parser according to the type of its value.
 struct AddTo {
   CLI::App& app;
   const Argument& argument;
@@ -69,14 +69,14 @@ void add(CLI::App& app, const Arguments& arguments) {
   }
 }
 
-// The parser, and the work of the command that it found; they live as long as the request.
+// The parser and the work of the selected command; the request keeps both alive.
 struct Parsed {
   CLI::App app{kDescription, "vorlatchctl"};
   bool wants_json = false;
   Run run;
 };
 
-// The parser says only that something is wrong with the first word it does not know.
+// Reports an unknown or missing command with advice, which CLI11's own message lacks.
 void checkCommandName(const std::vector<std::string>& arguments) {
   for (const std::string& argument : arguments) {
     if (argument.starts_with('-')) continue;
@@ -119,9 +119,9 @@ Request parseArguments(std::vector<std::string> arguments) {
   }
   try {
     protectBrackets(arguments);
-    std::reverse(arguments.begin(), arguments.end());  // as the parser takes them
+    std::reverse(arguments.begin(), arguments.end());  // CLI11 expects this order
     parsed->app.parse(std::move(arguments));
-  } catch (const CLI::Success&) {  // --help, of the command named or of them all
+  } catch (const CLI::Success&) {  // --help, of one command or of all
     return {.wants_json = false, .run = [shown = parsed->app.help()](const Session& session) {
               session.terminal.out(shown);
               return kDone;

@@ -1,4 +1,4 @@
-// From the words that a user typed to the work of a command.
+// Parses the user's arguments into a command to run.
 #pragma once
 
 #include <string>
@@ -8,16 +8,16 @@
 
 namespace vorlatch::cli {
 
-// What the arguments ask for.
+// A parsed command line.
 struct Request {
   bool wants_json = false;
   Run run;
 };
 
-// A Failure of wrong usage says what would be right. With --help, the request prints the help.
+// Throws a Failure with kWrongUsage and advice. With --help, the request prints the help.
 Request parseArguments(std::vector<std::string> arguments);
 
-// What every command takes beside its own arguments.
+// Returns the arguments that every command takes.
 Arguments commonArguments(bool& wants_json);
 
 }  // namespace vorlatch::cli

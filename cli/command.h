@@ -1,5 +1,5 @@
-// A command of vorlatchctl. Each is one file in cli/commands/, which holds its name, its help, what
-// it takes and what it does, and registers itself by defining a RegisteredCommand.
+// The commands of vorlatchctl. Each file in cli/commands/ contains one command (name, help,
+// arguments and work) and registers it by defining a RegisteredCommand.
 #pragma once
 
 #include <cstddef>
@@ -18,38 +18,39 @@ namespace vorlatch::cli {
 
 using Words = std::vector<std::string>;
 
-// Gives the words that may stand in an argument's place, for completion.
+// Returns the candidates for completing an argument, unfiltered.
 using Offer = Words (*)(const std::string& unfinished);
 
-// One argument: a positional one, whose name is in capitals, or an option, whose names begin with
-// dashes and stand in one string ("-n,--lines").
+// One argument: a positional one with a name in capitals, or an option whose names begin with
+// dashes and are separated by commas ("-n,--lines").
 struct Argument {
   const char* name;
   const char* description;
-  // Where its value goes. A flag sets its bool to `flag_means`; Words takes all that are left.
+  // Receives the value. A flag sets its bool to `flag_means`; Words receives all remaining
+  // arguments.
   std::variant<bool*, int*, std::size_t*, std::string*, std::optional<std::string>*, Words*> value;
   Offer offer = nullptr;
   bool is_required = false;
   bool flag_means = true;
-  int lowest = 0;  // of a number
+  int lowest = 0;  // the range of a number
   int highest = std::numeric_limits<int>::max();
 };
 
 using Arguments = std::vector<Argument>;
 
-// What a command does; it gives its exit status or throws a Failure.
+// The work of a command. Returns its exit status or throws a Failure.
 using Run = std::function<ExitStatus(const Session&)>;
 
 struct Command {
   const char* name;
   const char* description;
-  const char* examples;  // a line each
-  int place;             // in the list of commands, the lowest first; 0 hides it from users
-  // Says what the command takes, and returns the work for when the arguments have their values.
+  const char* examples;  // one per line
+  int place;             // position in the list of commands; 0 hides the command from users
+  // Fills in the arguments, and returns the work to run after they were parsed.
   Run (*prepare)(Arguments& arguments);
 };
 
-// Adds a command to the list while the program is loaded.
+// Adds a command to the list during static initialisation.
 class RegisteredCommand {
  public:
   explicit RegisteredCommand(const Command& command) noexcept : command_(command), next_(first()) {
@@ -64,13 +65,13 @@ class RegisteredCommand {
   const RegisteredCommand* const next_;
 };
 
-// Every command in its place.
+// Returns every command, sorted by place.
 std::vector<const Command*> commands();
 
-// Null for an unknown name.
+// Returns null for an unknown name.
 const Command* findCommand(const std::string& name);
 
-// Those that users are shown.
+// Returns the names of the commands that users see.
 Words commandNames();
 
 }  // namespace vorlatch::cli

@@ -1,4 +1,4 @@
-// vorlatchctl from its arguments to its exit status.
+// Runs vorlatchctl: from its arguments to its exit status.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 
 namespace vorlatch::cli {
 
-// Runs the command that the arguments (without the program's name) ask for. Everything that it has
-// to say goes to the terminal; nothing is thrown.
+// Runs the command in the arguments (without the program's name) and returns its exit status.
+// Reports a Failure or a lack of memory on the terminal.
 int runCommandLine(std::vector<std::string> arguments, Terminal& terminal);
 
 }  // namespace vorlatch::cli

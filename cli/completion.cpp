@@ -20,7 +20,7 @@ bool takesValue(const Argument& argument) {
   return !std::holds_alternative<bool*>(argument.value);
 }
 
-// "-n,--lines" has two.
+// Splits the names of an option: "-n,--lines" has two.
 Words namesOf(const Argument& option) {
   Words names;
   std::string_view rest = option.name;
@@ -41,7 +41,7 @@ const Argument* optionNamed(const Arguments& arguments, const std::string& name)
   return nullptr;
 }
 
-// The argument that a command takes in this place; the last one may take all that follow.
+// Returns the positional argument at this index, or null. The last one may take all that follow.
 const Argument* positionalAt(const Arguments& arguments, std::size_t place) {
   for (const Argument& argument : arguments) {
     if (isOption(argument)) continue;
@@ -68,7 +68,7 @@ Words wordsToComplete(const Words& words) {
   const std::string unfinished = words.empty() ? std::string() : words.back();
   bool unused = false;
   Arguments arguments = commonArguments(unused);
-  Run work;  // keeps what the arguments point to
+  Run work;  // owns what the arguments point to
   const Argument* awaiting_value = nullptr;
   bool has_command = false;
   std::size_t place = 0;

@@ -60,7 +60,7 @@ void reportEdit(const Session& session, const EditOptions& options, const contro
   }
   if (differences.empty()) printLine(session, "nothing to change");
   if (options.is_dry_run) printLine(session, "nothing was written");
-  // Whoever switches it off knows that.
+  // No hint if this edit switched the daemon off: the user knows.
   if (!isEnabled(edit.before) && !isEnabled(edit.after)) {
     printLine(session, "the daemon is switched off; vorlatchctl enable switches it on");
   }

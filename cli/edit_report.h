@@ -1,4 +1,4 @@
-// What the editing commands have in common.
+// Functions that the editing commands share.
 #pragma once
 
 #include "cli/command.h"
@@ -12,14 +12,14 @@ struct EditOptions {
   bool applies = true;  // posts the notification after a change
 };
 
-// Adds the two options to what a command takes.
+// Adds --dry-run and --no-apply to a command's arguments.
 void addEditOptions(Arguments& arguments, EditOptions& options);
 
-// Changes the preferences, tells the daemon when something changed, and shows the difference.
+// Changes the preferences, notifies the daemon if something changed, and prints the difference.
 ExitStatus editAndReport(const Session& session, const EditOptions& options,
                          const control::Change& change);
 
-// Shows what an edit changed; `posted` says whether the daemon was told.
+// Prints what an edit changed. `posted`: whether the daemon was notified.
 void reportEdit(const Session& session, const EditOptions& options, const control::Edit& edit,
                 bool posted);
 

@@ -12,13 +12,14 @@
 
 namespace {
 
-// Also where no exception may pass, as inside the JSON library.
+// The terminate handler: reports a lack of memory even where no exception may pass, as inside the
+// JSON library.
 [[noreturn]] void endForWantOfMemory() {
   const std::type_info* const thrown = abi::__cxa_current_exception_type();
   if (thrown == nullptr || *thrown != typeid(std::bad_alloc)) std::abort();
   constexpr std::string_view kMessage = "vorlatchctl: there is not enough memory\n";
   const ssize_t written = ::write(STDERR_FILENO, kMessage.data(), kMessage.size());
-  static_cast<void>(written);  // there is nobody else to tell
+  static_cast<void>(written);  // a failure cannot be reported
   ::_exit(vorlatch::control::kCouldNot);
 }
 

@@ -1,4 +1,4 @@
-// What every command is given, and how it answers.
+// The session that every command receives, and the functions that print its results.
 #pragma once
 
 #include "base/plist_value.h"
@@ -20,16 +20,19 @@ struct Session {
   bool wants_json = false;
 };
 
-// The value's text, with so many blanks a level or, below zero, in one line. What would command a
-// terminal is written as \u escapes, and what is not UTF-8 as replacement characters.
+// Returns the JSON text with `indent` blanks per level, or in one line if `indent` is negative.
+// Writes control characters that a terminal obeys as \u escapes, and invalid UTF-8 as replacement
+// characters.
 std::string textOf(const Json& json, int indent);
-// The same and a line end.
+// Prints the value, indented, with a line feed.
 void print(const Session& session, const Json& json);
-// One line that people and logs may see, cleaned of control characters.
+// Print one line to the standard output, or to the standard error, with control characters made
+// visible.
 void printLine(const Session& session, std::string_view line);
 void printError(const Session& session, std::string_view line);
 
-// A stored value as JSON; a date as {"date": seconds since 2001}, data as {"data": hexadecimal}.
+// Returns a stored value as JSON: a date as {"date": seconds since 2001}, data as {"data":
+// hexadecimal}.
 Json jsonOf(const plist::Value& value);
 
 }  // namespace vorlatch::cli

@@ -9,12 +9,12 @@
 namespace vorlatch::cli {
 
 struct Cell {
-  // Implicit on purpose: a row then reads as the list of its texts.
+  // Implicit, so that a row can be written as a list of texts.
   Cell(std::string cell_text, Colour cell_colour = Colour::Plain)
       : text(std::move(cell_text)), colour(cell_colour) {}
   Cell(const char* cell_text) : text(cell_text) {}
 
-  std::string text;  // shown as `visible` does
+  std::string text;  // printed through visible()
   Colour colour = Colour::Plain;
 };
 
@@ -25,8 +25,8 @@ class Table {
   void add(std::vector<Cell> row) { rows_.push_back(std::move(row)); }
   [[nodiscard]] bool isEmpty() const { return rows_.empty(); }
 
-  // All lines, with a heading. On a terminal the widest columns are cut until a line fits;
-  // elsewhere nothing is cut. A column whose every cell is a number or '-' is aligned to the right.
+  // Returns all rows below a heading. On a terminal, cuts the widest columns until each line fits;
+  // elsewhere cuts nothing. Aligns a column to the right if every cell is a number or '-'.
   [[nodiscard]] std::string text(const Terminal& terminal) const;
 
  private:

@@ -21,10 +21,10 @@ void requestStop(int /*signal*/) {
 
 void catchSignals() {
   struct sigaction action {};
-  action.sa_handler = requestStop;  // not restarting: a wait ends when a signal comes
+  action.sa_handler = requestStop;  // no SA_RESTART: a signal ends a wait
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     struct sigaction before {};
-    // What was started with nohup stays deaf to it.
+    // Keeps an ignored signal ignored, as nohup requires.
     if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler == SIG_IGN) continue;
     sigaction(signal, &action, nullptr);
   }
@@ -32,7 +32,7 @@ void catchSignals() {
 
 int output_error = 0;
 
-// Waits where the other side is slow and the descriptor does not.
+// Returns true if the write may be retried. Waits first if a non-blocking descriptor is full.
 bool mayTryAgain(int descriptor) {
   if (errno == EINTR) return true;
   if (errno != EAGAIN) return false;
@@ -40,7 +40,7 @@ bool mayTryAgain(int descriptor) {
   return ::poll(&writable, 1, -1) > 0 || errno == EINTR;
 }
 
-// False and errno when not all of it could be written.
+// Returns false and sets errno if not all of it could be written.
 bool writeTo(int descriptor, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = ::write(descriptor, text.data(), text.size());
@@ -53,7 +53,7 @@ bool writeTo(int descriptor, std::string_view text) {
   return true;
 }
 
-// In pieces: a signal that comes right before one begins is seen when it ends.
+// Waits in pieces, because a signal that arrives just before poll() does not end it early.
 void waitUnlessStopped(std::chrono::milliseconds duration) {
   constexpr std::chrono::milliseconds kPiece{1000};
   while (duration.count() > 0 && stop_requested == 0) {

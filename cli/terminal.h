@@ -1,5 +1,4 @@
-// What a command talks to: its two outputs, and what is known of them. Tests put their own in
-// place.
+// A command's two outputs and their properties. Tests replace them.
 #pragma once
 
 #include <chrono>
@@ -13,33 +12,34 @@ namespace vorlatch::cli {
 enum class Colour { Plain, Bold, Dim, Red, Green, Yellow, Cyan };
 
 struct Terminal {
-  std::function<void(std::string_view)> out;  // once it failed, it writes no more
+  std::function<void(std::string_view)> out;  // after a failed write, discards all
   std::function<void(std::string_view)> err;
-  // Lets the time pass; returns early when interrupted.
+  // Waits for the given time; returns early if interrupted.
   std::function<void(std::chrono::milliseconds)> wait;
-  // The time since some moment, as `wait` lets it pass.
+  // Returns the time since a fixed moment, on the clock that `wait` follows.
   std::function<std::chrono::nanoseconds()> now = [] {
     return std::chrono::steady_clock::now().time_since_epoch();
   };
-  // From here on SIGINT, SIGTERM and SIGHUP only show in `interrupted`. For commands that wait.
+  // Makes SIGINT, SIGTERM and SIGHUP set `interrupted` instead of ending the program. Called by
+  // commands that wait.
   std::function<void()> catch_signals = [] {};
-  // Whether the user asked to stop, by Ctrl-C or a signal, or nobody takes the output any more.
+  // Returns true after Ctrl-C or a signal, or after a failed write to the output.
   std::function<bool()> interrupted = [] { return false; };
   bool is_terminal = false;
-  // Columns of the terminal that `out` is; 0 when it is none or does not know. Asked anew for each
-  // picture.
+  // Return the terminal's current width and height in characters; 0 if `out` is no terminal or its
+  // size is unknown.
   std::function<std::size_t()> columns = [] { return std::size_t{0}; };
   std::function<std::size_t()> rows = [] { return std::size_t{0}; };
   bool has_colour = false;
 
-  // The text in the colour, or as it is where there are none.
+  // Returns the text in the colour, or unchanged if the terminal has no colours.
   [[nodiscard]] std::string in(Colour colour, std::string_view text) const;
 };
 
 // The process's own standard streams.
 Terminal processTerminal();
 
-// The errno of the first write to standard output that failed; 0 when none did.
+// Returns the errno of the first failed write to standard output; 0 if none failed.
 int outputError();
 
 }  // namespace vorlatch::cli

@@ -94,7 +94,7 @@ void checkTargets(const Dictionary& preferences, Findings& findings) {
   }
 }
 
-// The processes that a target's settings may be applied to: a pass's, and its watch timer's.
+// Returns the processes that a pass and, if the target has one, its watch timer find.
 std::set<std::int32_t> pidsFor(const Observation& observation, const std::string& target,
                                const TargetSettings& settings) {
   std::set<std::int32_t> pids{observation.pidForPass(target)};
@@ -125,7 +125,7 @@ void checkProcesses(const Dictionary& preferences, Findings& findings) {
   }
 }
 
-// What stands at a path that gives no contents, though it is there and may be read.
+// Says why a path has no contents although it exists and may be read.
 std::string whyNoFile(const std::string& path) {
   std::error_code unknown;
   const std::filesystem::file_status status = std::filesystem::status(path, unknown);
@@ -138,8 +138,8 @@ struct Contents {
   PropertyListSize size;
 };
 
-// What keeps the file from being read as preferences at all; nothing, and the contents, when
-// nothing does.
+// Reads the file into `contents` and returns std::nullopt, or returns why it cannot be read as
+// preferences. Throws a Failure as checkFile does.
 std::optional<std::string> readAt(const std::string& path, bool is_the_daemons,
                                   Contents& contents) {
   errno = 0;

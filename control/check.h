@@ -1,4 +1,4 @@
-// Every problem in a preferences file.
+// Finds every problem in a preferences file.
 #pragma once
 
 #include <optional>
@@ -18,11 +18,11 @@ struct Finding {
 struct CheckedFile {
   std::string path;
   std::vector<Finding> findings;
-  std::optional<PropertyListSize> size;  // empty where the file could not be read
+  std::optional<PropertyListSize> size;  // empty if the file could not be read
 };
 
-// Checks a file, or the daemon's own without one. Asks whether each target matches a running
-// process only if `looks_at_processes`. A Failure when there is no such file or it may not be read.
+// Checks `file` or, if empty, the daemon's preferences. Looks for the targets' processes only if
+// `looks_at_processes`. Throws a Failure if the named file is missing or a file may not be read.
 CheckedFile checkFile(const std::optional<std::string>& file, bool looks_at_processes);
 
 }  // namespace vorlatch::control

@@ -21,7 +21,7 @@
 namespace vorlatch::control {
 namespace {
 
-// Far above what the daemon takes.
+// Far more than the daemon needs; a lower limit is reported.
 constexpr std::int32_t kAmpleLimitMb = 16;
 constexpr mode_t kPermissionBits = 07777;
 constexpr mode_t kExpectedMode = 0666;
@@ -46,7 +46,7 @@ struct Diagnosis {
 };
 
 void lookAtRoot(Diagnosis& diagnosis) {
-  const std::string prefix = libroot_get_jbroot_prefix();  // loads the library, where there is one
+  const std::string prefix = libroot_get_jbroot_prefix();  // loads the library, if it exists
   const char* library = platform::rootPrefixLibraryName();
   void* loaded = dlopen(library, RTLD_LAZY | RTLD_NOLOAD);
   if (loaded != nullptr) dlclose(loaded);
@@ -96,7 +96,7 @@ bool isLow(std::int32_t limit_mb) {
   return limit_mb > 0 && limit_mb < kAmpleLimitMb;
 }
 
-// launchd gives a daemon that the system does not know a limit of a few megabytes.
+// launchd gives a daemon that it does not know a memory limit of a few megabytes.
 void sayLimits(Diagnosis& diagnosis, const MemoryLimits& now) {
   diagnosis.say("daemon: memory limits " + limitText(now.active_mb) + " active, " +
                 limitText(now.inactive_mb) + " inactive");
@@ -131,7 +131,7 @@ void lookAtDaemon(Diagnosis& diagnosis, const Observation& observation) {
   }
 }
 
-// Darwin's major version: 21 is iOS 15, each later one the next system's.
+// Returns Darwin's major version: 21 is iOS 15, 22 is iOS 16. Empty on another system.
 std::optional<int> darwinMajor(const utsname& system) {
   if (std::string_view(system.sysname) != "Darwin") return std::nullopt;
   const std::string_view release = system.release;
@@ -152,7 +152,7 @@ void lookAtKernel(Diagnosis& diagnosis, const Observation& observation) {
     by_version =
         *major < kDarwinOfIOS16 ? platform::kHighestBandToIOS15 : platform::kHighestBandSinceIOS16;
   }
-  // The daemon asks for the highest: another band than that of a generation says nothing of it.
+  // The daemon requests the highest band, so its band shows the generation if it is 21 or 210.
   std::optional<std::int32_t> by_daemon;
   if (!observation.daemon_pids.empty()) {
     by_daemon = observation.band(observation.daemon_pids.front());

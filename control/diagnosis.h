@@ -1,4 +1,4 @@
-// How the installation stands: root, files, daemon, kernel.
+// Diagnoses an installation: root, files, daemon, kernel.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -7,8 +7,8 @@
 
 namespace vorlatch::control {
 
-// Looks and changes nothing. Returns the facts as JSON for programs, and adds them to `lines` for
-// people, with advice.
+// Changes nothing. Returns the facts as JSON for programs, and appends them with advice to `lines`
+// as text for people.
 nlohmann::ordered_json diagnose(std::vector<std::string>& lines);
 
 }  // namespace vorlatch::control

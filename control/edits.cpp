@@ -17,7 +17,7 @@ namespace {
 using plist::Dictionary;
 using plist::Value;
 
-// The places at which the two differ; a dictionary that is new or gone counts by its entries.
+// Appends the differences between two dictionaries at the path `above`; see differencesBetween.
 void collect(const Dictionary& before, const Dictionary& after,
              const std::vector<std::string>& above, std::vector<Difference>& differences) {
   static const Dictionary nothing;
@@ -50,8 +50,8 @@ void collect(const Dictionary& before, const Dictionary& after,
   }
 }
 
-// The dictionary under the key, made when there is none; a Failure when something else stands
-// there.
+// Returns the dictionary under the key, and creates it if missing. Throws a Failure if the key has
+// a value of another type.
 Dictionary& dictionaryUnder(Dictionary& parent, const std::string& key) {
   auto entry = parent.find(key);
   if (entry == parent.end()) entry = parent.emplace(key, Dictionary{}).first;
@@ -117,7 +117,7 @@ Change unsetSettings(const std::string& target, const std::vector<std::string>& 
     if (!targets.contains(target)) failUnknownTarget(keysOf(targets), target);
     Dictionary& settings = dictionaryUnder(targets, target);
     for (const std::string& key : keys) {
-      // A key that only this file knows may be taken out as well.
+      // A key that the daemon does not know may be removed if the file contains it.
       if (settings.erase(key) == 0) rowOf(key);
     }
   };

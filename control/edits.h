@@ -9,36 +9,37 @@
 
 namespace vorlatch::control {
 
-// Changes the dictionary of a preferences file. A Failure when the file holds something else where
-// a dictionary belongs, or names no such target or key.
+// Changes the dictionary of a preferences file. Throws a Failure if a value that must be a
+// dictionary has another type, or if a target or key does not exist.
 using Change = std::function<void(plist::Dictionary&)>;
 
-// Sets keys of a target, each given as KEY=VALUE, and adds the target when it is new. A Failure at
-// once when a name or a value is wrong.
+// Returns a change that sets keys of a target, each given as KEY=VALUE, and adds the target if it
+// is new. Throws a Failure immediately if a name or value is invalid.
 Change setSettings(const std::string& target, const std::vector<std::string>& assignments);
-// Takes keys out of a target's settings, also such as the daemon does not know.
+// Returns a change that removes keys from a target's settings, also unknown ones.
 Change unsetSettings(const std::string& target, const std::vector<std::string>& keys);
 Change removeTargets(const std::vector<std::string>& targets);
 Change switchDaemon(bool on);
-// Adds the default preset's targets; those that are configured keep their settings unless they are
-// replaced.
+// Returns a change that adds the default preset's targets. A target that is already configured
+// keeps its settings unless `replaces_targets`.
 Change addPreset(bool replaces_targets);
 
 [[noreturn]] void failUnknownTarget(const std::vector<std::string>& known,
                                     const std::string& target);
 
-// A place at which two dictionaries differ.
+// One difference between two dictionaries.
 struct Difference {
   std::vector<std::string> path;
-  const plist::Value* before;  // null: absent; both point into the dictionaries
+  const plist::Value* before;  // null: absent; both point into the two dictionaries
   const plist::Value* after;
 };
 
-// The places in order of their keys; a dictionary that is new or gone counts by its entries.
+// Returns the differences; at each level changed and removed keys come first, then added keys. An
+// added or removed dictionary is listed by its entries.
 std::vector<Difference> differencesBetween(const plist::Dictionary& before,
                                            const plist::Dictionary& after);
 
-// Tells the daemon that the preferences changed. A Failure when that cannot be done.
+// Tells the daemon that the preferences changed. Throws a Failure if that is not possible.
 void postApply();
 
 }  // namespace vorlatch::control

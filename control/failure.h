@@ -1,4 +1,4 @@
-// How a command ends other than well.
+// Exit statuses, and the exception that ends a command with one of them.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@ namespace vorlatch::control {
 
 enum ExitStatus : int { kDone = 0, kFinding = 1, kWrongUsage = 2, kCouldNot = 3 };
 
-// Thrown by a command that cannot go on; what it says is for people and names what to do.
+// Thrown by a command that cannot continue. The message is for people and says what to do.
 struct Failure {
   ExitStatus status;
   std::string message;
@@ -20,7 +20,7 @@ struct Failure {
   throw Failure{kCouldNot, std::move(message)};
 }
 
-// What an errno means, and what to do about it where that is known.
+// Describes an errno value and, where known, says what to do about it.
 std::string reasonOf(int error);
 
 }  // namespace vorlatch::control

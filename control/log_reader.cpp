@@ -17,13 +17,13 @@ namespace {
 
 constexpr std::size_t kLongestStamp = 64;
 constexpr std::size_t kRemembered = 64;
-constexpr std::size_t kLongestBlock = 100;  // lines; the daemon writes no twenty
+constexpr std::size_t kLongestBlock = 100;  // lines; the daemon writes fewer than 20
 constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
 constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
 constexpr std::string_view kTargetLabel = "目标: ";
 constexpr std::string_view kCompleted = " 完成";
 
-// MM-dd HH:mm:ss in the user's digits and, where the user has chosen so, by a clock of 12 hours.
+// MM-dd HH:mm:ss, in the digits and the 12- or 24-hour clock of the user's locale.
 bool isStamp(std::string_view text) {
   return text.size() <= kLongestStamp && std::count(text.begin(), text.end(), ':') == 2 &&
          text.find(' ') != text.npos;
@@ -34,8 +34,8 @@ bool isRule(std::string_view text) {
          (text.find_first_not_of('-') == text.npos || text.find_first_not_of('=') == text.npos);
 }
 
-// Whether the text goes on with the target, and behind it with one of what the daemon writes there:
-// one target's key may begin with another's.
+// Returns true if the text is the target followed by one of the strings in `behind`. The target
+// alone does not suffice, because its key may be the beginning of another target's key.
 template <std::size_t n>
 bool beginsWith(std::string_view text, std::string_view target,
                 const std::array<std::string_view, n>& behind) {
@@ -84,7 +84,7 @@ bool LogReader::isStillTheSame(int file, std::int64_t size_bytes) {
 }
 
 std::string_view LogReader::nextBlock(int file, std::int64_t size_bytes) {
-  // Where the file system cannot tell where a hole ends, its NULs are read.
+  // If the file system cannot report holes, the NULs of a hole are read.
   const off_t data = ::lseek(file, offset_, SEEK_DATA);
   if (data > offset_) {
     offset_ = data;

@@ -1,4 +1,4 @@
-// The daemon's log as it is read: across clearings and the holes of foreign truncations.
+// Reads the daemon's log, even if it is emptied or another program's truncation left a hole.
 #pragma once
 
 #include <cstdint>
@@ -9,10 +9,10 @@
 
 namespace vorlatch::control {
 
-// One line taken apart. Whatever does not have the form of a line is all text.
+// One parsed line. If a line does not have the daemon's form, all of it is `text`.
 struct LogLine {
   std::string stamp;
-  std::string category;  // without its brackets; empty when it has none
+  std::string category;  // without brackets; empty if the line has none
   std::string text;
 };
 
@@ -21,38 +21,38 @@ LogLine logLineOf(std::string_view line);
 // Every category that the daemon writes.
 const std::vector<std::string>& logCategories();
 
-// Follows a file that grows, is emptied in place and grows again.
+// Follows a file that grows and may be emptied in place.
 class LogReader {
  public:
   explicit LogReader(std::string path) : path_(std::move(path)) {}
 
-  // Passes on each complete line that came since the last time; false when there was none. A file
-  // that was emptied or replaced is read from its beginning; the NULs of a hole are passed over,
-  // and so is what a line has beyond 64 kB. Throws a Failure when the file cannot be read.
+  // Passes each complete line that was added since the last call to `pass_on`; returns false if
+  // there was none. Starts at the beginning if the file was emptied or replaced. Skips the NULs of
+  // a hole and the part of a line beyond 64 kB. Throws a Failure if the file cannot be read.
   bool readNew(const std::function<void(LogLine)>& pass_on);
 
  private:
   bool isStillTheSame(int file, std::int64_t size_bytes);
-  // What stands in the file from the offset on, a block at most, and behind a hole; nothing at its
-  // end.
+  // Skips a hole at the offset, reads at most one block and advances the offset. Returns an empty
+  // view at the end of the file.
   std::string_view nextBlock(int file, std::int64_t size_bytes);
 
   const std::string path_;
   std::int64_t offset_ = 0;
-  std::string last_bytes_;  // in front of the offset, to tell a file that was emptied and grew
-  std::string unfinished_;  // a line that has no end yet
-  std::string block_;       // read last
+  std::string last_bytes_;  // before the offset; they differ if the file was emptied and grew
+  std::string unfinished_;  // a line without its line feed yet
+  std::string block_;       // the buffer of the last read
 };
 
-// Collects lines until what belongs together is there, and passes on what is wanted of it: the
-// lines of a pass over one target, from the rule above it to its last.
+// Passes on the lines of one target and category; an empty string selects all. For a target,
+// collects a block, from a separator to its last line, and passes it on if it names the target.
 class LogFilter {
  public:
   LogFilter(std::string target, std::string category)
       : target_(std::move(target)), category_(std::move(category)) {}
 
   void take(LogLine line, const std::function<void(const LogLine&)>& pass_on);
-  // Passes on what was collected, as nothing more comes.
+  // Ends the current block, and passes it on if it names the target.
   void finish(const std::function<void(const LogLine&)>& pass_on);
 
  private:

@@ -10,14 +10,14 @@
 namespace vorlatch::control {
 namespace {
 
-constexpr std::size_t kLongestWord = 100;  // a longer one is no slip of the keyboard
+constexpr std::size_t kLongestWord = 100;  // longer words get no suggestion
 
 bool isSameLetter(char a, char b) {
   return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
 }
 
-// Levenshtein's distance, in which two neighbours that changed places count once; the last three
-// rows of its table.
+// Returns the Levenshtein distance, with a swap of two neighbours counted as one edit. Keeps only
+// the last three rows of the table.
 std::size_t editsBetween(std::string_view a, std::string_view b) {
   std::vector<std::size_t> before_last(b.size() + 1);
   std::vector<std::size_t> last(b.size() + 1);

@@ -1,4 +1,4 @@
-// The word that was probably meant.
+// Suggests the word that a user probably meant.
 #pragma once
 
 #include <optional>
@@ -8,11 +8,11 @@
 
 namespace vorlatch::control {
 
-// The nearest of the words by edits of one character or swaps of two (case does not count), unless
-// it takes more than a third of the word.
+// Returns the word that needs the fewest edits of one character or swaps of two neighbours,
+// ignoring case; std::nullopt if that is more than a third of `word`'s length and more than one.
 std::optional<std::string> nearest(std::string_view word, std::span<const std::string> words);
 
-// "; did you mean X?", or nothing when no word is near.
+// Returns "; did you mean X?", or an empty string if no word is near.
 std::string suggestion(std::string_view word, std::span<const std::string> words);
 
 }  // namespace vorlatch::control

@@ -29,7 +29,7 @@ std::string executableOf(std::int32_t pid) {
   return length > 0 ? path.data() : "";
 }
 
-// The daemon of a tree that this program was installed with, wherever the tree stands.
+// Returns the path of the daemon in this program's own tree, wherever the tree was moved.
 std::string daemonBesideThisProgram() {
   const std::filesystem::path own = executableOf(getpid());
   return (own.parent_path().parent_path() / "libexec" / kDaemonName).string();
@@ -37,7 +37,7 @@ std::string daemonBesideThisProgram() {
 
 std::vector<std::int32_t> findDaemons(const std::vector<RunningProcess>& processes) {
   std::error_code unresolved;
-  // The kernel names the file behind every link.
+  // The kernel reports paths with symbolic links resolved.
   const std::array<std::string, 3> programs = {
       daemonProgram(), std::filesystem::canonical(daemonProgram(), unresolved).string(),
       daemonBesideThisProgram()};
@@ -45,7 +45,7 @@ std::vector<std::int32_t> findDaemons(const std::vector<RunningProcess>& process
   for (const RunningProcess& process : processes) {
     if (process.name != kDaemonName || process.pid == getpid()) continue;
     const std::string path = executableOf(process.pid);
-    // Where this user may not ask for the path, the name has to do.
+    // If this user may not read the path, the name alone decides.
     const bool is_ours =
         path.empty() || std::find(programs.begin(), programs.end(), path) != programs.end();
     if (is_ours) found.push_back(process.pid);

@@ -1,5 +1,5 @@
-// One look at everything that vorlatchctl shows: the preferences, the processes, what the daemon
-// wrote, and the kernel's list of jetsam bands.
+// A snapshot of everything that vorlatchctl shows: the preferences, the processes, the status file,
+// and the kernel's list of jetsam bands.
 #pragma once
 
 #include <cstdint>
@@ -19,19 +19,19 @@ namespace vorlatch::control {
 struct StatusEntry {
   std::int32_t pid;
   std::int32_t nice_value;
-  std::optional<std::int32_t> band;  // empty when the kernel's list did not hold the process
+  std::optional<std::int32_t> band;  // empty if the kernel's list did not contain the process
 };
 
 // An entry of the kernel's list.
 struct JetsamEntry {
   std::int32_t band;
-  std::int32_t limit_mb;  // in force now; -1 without one
+  std::int32_t limit_mb;  // in force now; -1: no limit
 };
 
 class Observation {
  public:
-  // Looks, with one walk over the processes and one list from the kernel. The preferences are those
-  // given, or what the daemon would read: empty where the file cannot be read.
+  // Takes a snapshot with one scan of the processes and one fetch of the kernel's list. Without an
+  // argument, reads the preferences as the daemon does: empty if the file cannot be read.
   static Observation now(plist::Dictionary preferences);
   static Observation now();
 
@@ -43,18 +43,18 @@ class Observation {
   std::vector<std::int32_t> daemon_pids;  // of this jailbreak root
 
   [[nodiscard]] bool isSwitchedOn() const { return isEnabled(preferences); }
-  // The process that a pass finds under a key, and the one that a watch timer finds; 0 for none.
+  // Return the process that a pass, or a watch timer, finds for the key; 0 if there is none.
   [[nodiscard]] std::int32_t pidForPass(const std::string& key) const;
   [[nodiscard]] std::int32_t pidForWatchTimer(const std::string& key) const;
-  // The target's process: the one that the daemon holds when a pass or a watch timer would find it,
-  // otherwise the one that a pass finds; 0 for none.
+  // Returns the target's process: the one in the status file if a pass or the target's watch timer
+  // would find it, otherwise the one that a pass finds; 0 if there is none.
   [[nodiscard]] std::int32_t pidOf(const std::string& key, const TargetSettings& settings) const;
-  // Null for a process or an entry that is not there.
+  // Return null or empty if there is no such process or entry.
   [[nodiscard]] const RunningProcess* process(std::int32_t pid) const;
   [[nodiscard]] const StatusEntry* statusEntry(const std::string& key) const;
   [[nodiscard]] const JetsamEntry* jetsamEntry(std::int32_t pid) const;
   [[nodiscard]] std::optional<std::int32_t> band(std::int32_t pid) const;
-  // The kernel's highest band, 21 or 210, as far as its list shows it.
+  // Returns 210 if the kernel's list has a band above 21, otherwise 21; empty without a list.
   [[nodiscard]] std::optional<std::int32_t> highestBand() const;
 
  private:
@@ -66,7 +66,7 @@ class Observation {
   std::unordered_map<std::int32_t, JetsamEntry> list_;
 };
 
-// Where the daemon's program is installed.
+// Returns the path where the daemon's program is installed.
 std::string daemonProgram();
 
 }  // namespace vorlatch::control

@@ -25,7 +25,7 @@ std::string afterwards(const TargetView& target) {
 PlannedTarget planFor(const Observation& observation, const std::string& key,
                       const TargetSettings& settings) {
   TargetView target = viewOf(observation, key, settings);
-  // A freshly started daemon has written nothing, so the process that its first pass finds counts.
+  // A freshly started daemon has no status entries, so it uses what its first pass finds.
   const std::int32_t pid = observation.pidForPass(key);
   const bool is_held = target.written != nullptr && pid != 0 && target.written->pid == pid;
   if (target.pid != pid) {

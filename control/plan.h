@@ -10,16 +10,16 @@ namespace vorlatch::control {
 
 struct PlannedTarget {
   std::string key;
-  std::int32_t pid;                // 0: it does not run
+  std::int32_t pid;                // 0: not running
   std::string reason;              // why this process
-  std::vector<std::string> steps;  // in their order; empty where it does not run
+  std::vector<std::string> steps;  // in order; empty if not running
   std::string afterwards;          // when it is applied again
-  bool is_held;                    // by the daemon that runs now
+  bool is_held;                    // the running daemon holds it already
 };
 
 std::vector<PlannedTarget> planOf(const Observation& observation);
 
-// What a plan cannot tell.
+// Says, for people, what a plan cannot predict.
 extern const char* const kUnknownToPlan;
 
 }  // namespace vorlatch::control

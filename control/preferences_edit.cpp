@@ -29,8 +29,8 @@ constexpr int kMostTries = 100;
 constexpr int kLockPatienceMs = 10'000;
 constexpr int kLockLookMs = 10;
 
-// Tells whether a path still names the file that was read: every edit replaces it or moves its
-// time.
+// Detects whether a path still names the file that was read: every edit replaces the file or
+// changes its time.
 struct FileIdentity {
   explicit FileIdentity(const std::string& path) {
     struct stat status {};
@@ -75,8 +75,8 @@ bool holdsNul(const plist::BinaryObject& text) {
   return false;
 }
 
-// Whether a reader gives all that the bytes say. Libraries written in C end a text at its first
-// NUL, and what they gave cannot tell what they lost; only a binary list can hold one.
+// Returns true if reading the bytes loses nothing. C libraries end a string at its first NUL
+// without reporting the rest; only a binary property list can contain a NUL.
 bool isReadWhole(std::string_view bytes) {
   using Kind = plist::BinaryObject::Kind;
   if (!plist::isBinaryPropertyList(bytes)) return true;

@@ -1,4 +1,4 @@
-// Changing the preferences file without losing anybody's change.
+// Edits the preferences file without losing changes by other programs.
 #pragma once
 
 #include <functional>
@@ -11,29 +11,29 @@
 
 namespace vorlatch::control {
 
-// The full path of one of the daemon's files; a Failure when the root prefix cannot be resolved.
+// Returns the full path of a daemon's file. Throws a Failure if the root prefix is unresolved.
 std::string daemonFile(std::string_view name);
 
-// Holds off every other program's edit that asks for this lock, until it goes. It is on the
-// directory: the file itself is replaced by each edit. A Failure when it cannot be had within ten
-// seconds.
+// Locks out edits by other programs that use this lock, until the descriptor is destroyed. Locks
+// the directory, because each edit replaces the file. Throws a Failure if the lock is not free
+// within ten seconds.
 Descriptor lockPreferences();
 
-// What stands in a preferences file, and in which form.
+// The contents and the format of a preferences file.
 struct StoredPreferences {
   plist::Dictionary dictionary;
-  bool is_whole = true;  // false where the platform's reader leaves out some of what stands there
+  bool is_whole = true;  // false if the platform's reader dropped part of the file
   bool is_binary = false;
   bool exists = false;
 };
 
-// Reads the daemon's file; a missing one is empty. A Failure when it cannot be read or is not a
-// property list with a dictionary at its root: an edit would lose what stands there.
+// Reads a preferences file; a missing file is empty. Throws a Failure if it cannot be read or has
+// no dictionary at its root, because an edit would lose its contents.
 StoredPreferences readStoredPreferences(const std::string& path);
 
-// Writes the dictionary in its form, whole or not at all, and reads it back in memory first: a
-// Failure when something in it would not come back as it was. With `may_replace`, asks it right
-// before the file is replaced, and gives false when it says no.
+// Writes the dictionary in its stored format, whole or not at all. First parses the result in
+// memory, and throws a Failure if a value would not be read back unchanged. Calls `may_replace`, if
+// given, right before replacing the file; returns false if it forbids that.
 bool writeStoredPreferences(const std::string& path, const StoredPreferences& preferences,
                             const std::function<bool()>& may_replace = nullptr);
 
@@ -42,12 +42,12 @@ struct Edit {
   plist::Dictionary after;
 };
 
-// Makes the change on what stands in the file and writes the result, unless nothing changed or
-// `writes` is false. Begins again when somebody else replaced the file meanwhile, so `change` may
+// Applies the change to the stored preferences and writes the result, unless nothing changed or
+// `writes` is false. Starts again if another program replaced the file meanwhile, so `change` may
 // be called more than once.
 Edit editPreferences(const std::function<void(plist::Dictionary&)>& change, bool writes);
 
-// Equal in every value and in its type.
+// Returns true if both have the same type and value.
 bool isIdentical(const plist::Value& a, const plist::Value& b);
 
 }  // namespace vorlatch::control

@@ -28,8 +28,8 @@ SetAside::SetAside() : SetAside(daemonFile(kPreferencesFileName)) {
   StoredPreferences off = readStoredPreferences(path_);
   if (fileExists(aside_)) off = leftByKilledRun(off);
   if (!off.exists) return;
-  // A second name for the file comes first, so that at no moment there is none. It is a name of the
-  // file itself, though a link may have come into its place.
+  // Creates a hard link first, so that the file exists under a name at every moment. linkat with
+  // flag 0 does not follow a symbolic link that somebody may have put in its place.
   if (!fileExists(aside_) && ::linkat(AT_FDCWD, path_.c_str(), AT_FDCWD, aside_.c_str(), 0) != 0) {
     failCouldNot(aside_ + ": " + reasonOf(errno));
   }
@@ -40,13 +40,13 @@ SetAside::SetAside() : SetAside(daemonFile(kPreferencesFileName)) {
 bool SetAside::putBack() {
   if (!is_aside_) return true;
   is_aside_ = std::rename(aside_.c_str(), path_.c_str()) != 0;
-  // Where the file in place was never replaced the two are one, and moving leaves both names.
+  // If the file was never replaced, both names are the same file, and rename leaves both.
   if (!is_aside_) ::unlink(aside_.c_str());
   return !is_aside_;
 }
 
-// Returns what stands aside or, where the file in its place was edited since, what stands there
-// with the switch as it was.
+// Restores what a killed run set aside. Returns it or, if the file in its place was edited since,
+// returns that file with the old switch.
 StoredPreferences SetAside::leftByKilledRun(const StoredPreferences& in_place) {
   StoredPreferences left = readStoredPreferences(aside_);
   const bool is_untouched = !in_place.exists || isIdentical(switchedOff(left).dictionary,

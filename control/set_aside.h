@@ -1,4 +1,4 @@
-// Preferences that are switched off for a moment and put back byte for byte.
+// Switches the preferences off temporarily and restores them byte for byte.
 #pragma once
 
 #include <string>
@@ -8,21 +8,21 @@
 
 namespace vorlatch::control {
 
-// While it lives, the preferences stand under another name and a switched-off file is in their
-// place; its end puts them back. A process that is killed leaves both files: the next one with
-// --keep-preferences puts the old one back or, where somebody has edited the file in its place,
-// keeps the edit and puts only the switch back.
+// While an object exists, the preferences have another name and a switched-off copy takes their
+// place; the destructor restores them. A killed process leaves both files. The next release with
+// --keep-preferences restores the old file or, if somebody edited the copy, keeps the edit and
+// restores only the switch.
 class SetAside {
  public:
-  // A Failure when it cannot be done; the preferences are then as they were. Delegates to another
-  // constructor, after which the object counts as made, so that the destructor puts the preferences
-  // back whatever ends this one.
+  // Throws a Failure if this is not possible; the preferences are then unchanged. Delegates to
+  // another constructor: the object then counts as constructed, so the destructor restores the
+  // preferences even if this constructor throws.
   SetAside();
   SetAside(const SetAside&) = delete;
   SetAside& operator=(const SetAside&) = delete;
   ~SetAside() { static_cast<void>(putBack()); }
 
-  // False and errno when the preferences stay under the other name.
+  // Returns false and sets errno if the preferences stay under the other name.
   bool putBack();
   [[nodiscard]] const std::string& aside() const { return aside_; }
 
@@ -32,7 +32,7 @@ class SetAside {
 
   const std::string path_;
   const std::string aside_;
-  const Descriptor lock_;  // until they are back: an edit in between would be lost
+  const Descriptor lock_;  // until they are restored: an edit in between would be lost
   bool is_aside_ = false;
 };
 

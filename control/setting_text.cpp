@@ -29,8 +29,8 @@ std::string rangeText(const SettingKey& row) {
          (isBand(row) ? ", or a band's name (see vorlatchctl bands)" : "");
 }
 
-// The number that stands for the name in the preferences: that of iOS 16, which the daemon adapts
-// to older kernels. Empty for an unknown name and for a reserved band.
+// Returns the number that the preferences store for a band's name: that of iOS 16, which the daemon
+// adapts to older kernels. Empty for an unknown name and for a reserved band.
 std::optional<std::int64_t> bandNumber(std::string_view name) {
   for (const platform::JetsamBand& band : platform::kJetsamBands) {
     if (band.name == name && !band.is_reserved) return band.since_ios16;
@@ -65,7 +65,7 @@ plist::Value parseBoolean(const SettingKey& row, std::string_view text) {
   failWrongUsage(std::string(row.key) + " takes true or false, not \"" + visible(text) + "\"");
 }
 
-// What becomes of an integer that the daemon has read, in words; nothing when it takes it as it is.
+// Says what the daemon does with an integer; empty if it uses the integer unchanged.
 std::string consequenceOf(const SettingKey& row, std::int32_t number) {
   if (isInRange(row, number)) return {};
   if (row.outside != nullptr) return row.outside;

@@ -1,4 +1,4 @@
-// How a target's settings are typed in, shown, and found at fault, all by the table of their keys.
+// Parses, prints and checks a target's settings, based on the table of their keys.
 #pragma once
 
 #include <optional>
@@ -12,14 +12,14 @@ namespace vorlatch::control {
 
 std::vector<std::string> settingKeyNames();
 
-// The names that a band may be typed in by.
+// Returns the names that users may type for a band.
 std::vector<std::string> bandNames();
 
-// The value that the text stands for: an integer in range, for a band also its name; yes/no,
-// on/off, true/false or 1/0; any UTF-8 text. A Failure says what would be right.
+// Parses a typed value: an integer in range or, for a band, its name; yes/no, on/off, true/false or
+// 1/0; any UTF-8 text. Throws a Failure that says what is allowed.
 plist::Value parseSetting(const SettingKey& row, std::string_view text);
 
-// A stored value in one line: as it would be typed in, or its kind where that is not possible.
+// Returns a stored value in one line: as a user would type it, or a summary ("3 items").
 std::string settingText(const plist::Value& value);
 
 struct Fault {
@@ -27,13 +27,13 @@ struct Fault {
   std::string message;
 };
 
-// What is wrong with a stored value, and what the daemon makes of it; nothing when it is sound.
+// Returns what is wrong with a stored value and how the daemon reads it; empty if valid.
 std::optional<Fault> faultOf(const SettingKey& row, const plist::Value& value);
 
-// Likewise for a value that ought to be a boolean.
+// Does the same for a value that must be a boolean.
 std::optional<Fault> booleanFaultOf(const plist::Value& value);
 
-// The kind of value, for messages: "a text", "a list".
+// Returns the kind of value for messages: "a text", "a list".
 const char* kindText(const plist::Value& value);
 
 }  // namespace vorlatch::control

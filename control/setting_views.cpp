@@ -9,14 +9,14 @@ std::string wantedAndNow(const std::string& wanted, const std::string& now) {
   return wanted == now ? now : wanted + " > " + now;
 }
 
-// One setting, or two that are shown together. What it does not have is null.
+// One setting, or two that are shown together. A member that does not apply is null.
 struct SettingView {
   const char* heading;
-  bool is_of_a_process;  // and so not shown for a target that does not run
+  bool is_of_a_process;  // and not shown for a target that is not running
   std::string (*cell)(const TargetView& target);
   void (*add_wanted)(const TargetSettings& wanted, Json& json);
   void (*add_now)(const TargetView& target, Json& json);
-  std::string (*step)(const TargetView& target, std::int32_t highest_band);  // "" without one
+  std::string (*step)(const TargetView& target, std::int32_t highest_band);  // "": none
 };
 
 constexpr SettingView kBand{
@@ -140,7 +140,7 @@ constexpr SettingView kTimer{
     .step = nullptr};
 
 constexpr std::array kColumns = {&kBand, &kNice, &kLimits, &kManaged, &kTimer};
-// As kernel/held_settings.h has them.
+// In the order of kHoldInOrder in kernel/held_settings.h.
 constexpr std::array kSteps = {&kLimits, &kNice, &kBand, &kManaged};
 
 }  // namespace

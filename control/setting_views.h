@@ -1,4 +1,4 @@
-// How each setting that is held is shown: as columns of a table, as JSON, and as steps of a plan.
+// Shows each setting as columns of a table, as JSON, and as steps of a plan.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -13,26 +13,26 @@ namespace vorlatch::control {
 
 using Json = nlohmann::ordered_json;
 
-// The cells of a target's row under their headings: the value now, and in front of it the wanted
-// one where the two differ. A target that does not run has '-' for what only a process has.
+// Returns the cells of a target's row: the current value, after the wanted one if they differ. A
+// target that is not running has '-' for values that belong to a process.
 std::vector<std::string> settingCells(const TargetView& target);
 std::vector<std::string> settingHeadings();
 
-// What the settings ask for, and what the kernel says; null for what is not known.
+// Return the wanted settings, and add what the kernel reports; unknown values are null.
 Json wantedJson(const TargetSettings& wanted);
 void addStateJson(const TargetView& target, Json& now);
 
-// What would be done to a target that runs, in the order in which the daemon does it.
+// Returns what the daemon would do to a running target, in the daemon's order.
 std::vector<std::string> plannedSteps(const TargetView& target,
                                       std::optional<std::int32_t> highest_band);
 
-// null for nothing.
+// Returns null for an empty value.
 template <typename T>
 Json jsonOf(const std::optional<T>& value) {
   return value ? Json(*value) : Json();
 }
 
-// "-" for nothing.
+// Returns "-" for an empty value.
 std::string numberText(const std::optional<std::int32_t>& number);
 
 }  // namespace vorlatch::control

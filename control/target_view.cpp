@@ -13,7 +13,7 @@ bool isWanted(const TargetSettings& wanted, std::int32_t nice_value,
 }
 
 Verdict judgeApplied(const Observation& observation, const TargetView& target) {
-  // For a user to whom the kernel shows no list, every adapted band counts as held.
+  // If this user may not read the kernel's list, every adapted band counts as held.
   const std::int32_t highest = observation.highestBand().value_or(platform::kHighestBandToIOS15);
   const StatusEntry& written = *target.written;
   const bool holds_now =
@@ -22,7 +22,7 @@ Verdict judgeApplied(const Observation& observation, const TargetView& target) {
   const bool limits_hold =
       !target.state.memory_limits || memoryLimitsHold(target.wanted, *target.state.memory_limits);
   if (holds_now && limits_hold) return Verdict::Held;
-  // The daemon saw the wanted values in place, so something other than an edit changed them since.
+  // The daemon read the wanted values back once, so the cause of the change is not an edit.
   const bool held_once = isWanted(target.wanted, written.nice_value, written.band, highest);
   if (held_once && !holds_now) return Verdict::Overridden;
   return observation.preferences_are_newer_than_status ? Verdict::NotAppliedYet

@@ -1,5 +1,5 @@
-// Everything about one target: what is wanted, what the daemon wrote, what the kernel says, and
-// whether the daemon's work on it holds.
+// Everything about one target: the wanted settings, the daemon's status entry, the kernel's values,
+// and the verdict on them.
 #pragma once
 
 #include "control/observation.h"
@@ -9,10 +9,10 @@ namespace vorlatch::control {
 
 enum class Verdict {
   Held,
-  Overridden,  // the system made something else of it
+  Overridden,  // the system changed what the daemon set
   NotRunning,
-  NotAppliedYet,  // it runs, but as the daemon has not yet seen it or its settings
-  StaleStatus,    // what the daemon wrote is of another process, or no daemon runs
+  NotAppliedYet,  // running, but the daemon has not yet handled the process or its settings
+  StaleStatus,    // the status entry is of another process, or no daemon runs
   SwitchedOff,
 };
 
@@ -20,16 +20,16 @@ struct TargetView {
   std::string key;
   TargetSettings wanted;
   std::int32_t pid = 0;
-  const RunningProcess* process = nullptr;  // of the observation
-  const StatusEntry* written = nullptr;     // of the observation
-  std::optional<std::int32_t> band;         // empty where the kernel's list is closed to this user
+  const RunningProcess* process = nullptr;  // points into the observation
+  const StatusEntry* written = nullptr;     // points into the observation
+  std::optional<std::int32_t> band;         // empty if this user may not read the kernel's list
   ProcessState state;
   Verdict verdict = Verdict::NotRunning;
 };
 
-// Judges as the daemon does: a limit that the kernel chose for 0 holds, and so does the band that
-// the daemon adapts a refused one to. The managed state is shown and not judged, as the daemon does
-// not judge it. Where the kernel does not answer this user, what the daemon wrote counts.
+// Judges as the daemon does: a wanted limit of 0 or -1 accepts any limit that the kernel chose, and
+// the adapted band counts in place of a refused one. Does not judge the managed state, as the
+// daemon does not. Uses the status entry where the kernel does not answer this user.
 TargetView viewOf(const Observation& observation, const std::string& key,
                   const TargetSettings& wanted);
 

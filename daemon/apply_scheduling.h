@@ -1,12 +1,12 @@
-// When a reconciliation pass runs.
+// Schedules reconciliation passes.
 #pragma once
 
 #include "reconcile/work_queues.h"
 
 namespace vorlatch {
 
-// Asks for a pass 150 ms from now; asked again before that, the wait starts anew, so that a burst
-// of requests gives one pass. Returns at once.
+// Requests a pass in 150 ms. Another request before then restarts the wait, so that a burst of
+// requests causes one pass. Returns at once.
 void applyMemoryLimits() REQUIRES(kMainThread);
 
 }  // namespace vorlatch

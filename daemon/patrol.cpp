@@ -22,7 +22,7 @@ constexpr std::uint64_t kLeewayNs = 5'000'000'000;
 
 using PatrolTargets = std::vector<std::pair<std::string, TargetSettings>>;
 
-// Without the stored forms, which only the pass compares.
+// Drops the stored forms, because only the pass compares them.
 PatrolTargets patrolTargets(Targets targets) {
   PatrolTargets settings;
   settings.reserve(targets.size());
@@ -33,17 +33,17 @@ PatrolTargets patrolTargets(Targets targets) {
   return settings;
 }
 
-// Tells the pass and the watch timers which process the patrol saw.
+// Sends the process id that the patrol saw to the pass state, for the pass and the watch timers.
 void recordPatrolPID(const std::string& key, std::int32_t pid) {
   platform::async(debounceQueue(),
                   [key, pid]() REQUIRES(kDebounceQueue) { passState().lastKnownPIDs[key] = pid; });
 }
 
-// It restores nothing and leaves the watch timers alone.
+// Applies settings and updates status entries. Does not restore defaults or change watch timers.
 void patrolSweep(const PatrolTargets& targets) REQUIRES(kWorkerQueue) {
   const RunningProcessMap running = getRunningProcessMap();
   for (const auto& [key, settings] : targets) {
-    if (settings.check_interval_s > 0) continue;  // its own watch timer looks after it
+    if (settings.check_interval_s > 0) continue;  // its watch timer applies them
     const std::int32_t pid = pidIn(running, key);
     if (pid != 0) {
       applyLimitsForApp(key, settings, pid);
@@ -71,7 +71,7 @@ void patrolTick() {
 
 void setupGlobal1800sTimer() {
   makeWorkQueues();
-  // Made once, and kept for the life of the process.
+  // Created once and kept for the life of the process.
   static platform::Timer& timer = *new platform::Timer(platform::startTimer(
       debounceQueue(),
       {.start_ns = kPatrolIntervalNs, .interval_ns = kPatrolIntervalNs, .leeway_ns = kLeewayNs},

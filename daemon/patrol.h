@@ -1,16 +1,15 @@
-// The patrol: every 1800 seconds it applies the settings of the targets without a watch timer
-// again.
+// The patrol applies the settings of all targets without a watch timer again every 1800 seconds.
 #pragma once
 
 #include "reconcile/work_queues.h"
 
 namespace vorlatch {
 
-// Starts the patrol, once; its first tick comes 1800 s from now. It is never stopped: each tick
-// reads the preferences and does nothing when they are switched off.
+// Starts the patrol. Call it once. The first tick comes after 1800 s. The patrol is never stopped:
+// each tick reads the preferences and does nothing if the daemon is switched off.
 void setupGlobal1800sTimer() REQUIRES(kMainThread);
 
-// One tick: reads the preferences afresh and hands the sweep over the targets to the worker queue.
+// Handles one tick: reads the preferences and sends a sweep over the targets to the worker queue.
 void patrolTick() REQUIRES(kDebounceQueue);
 
 }  // namespace vorlatch

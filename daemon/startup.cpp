@@ -23,7 +23,7 @@ int runDaemon() {
   writeChapterSeparator();
   checkAndGenerateDefaultConfig();
   protect_daemon_itself();
-  // The first pass is asked for like any other.
+  // Requests the first pass, debounced like every other.
   applyMemoryLimits();
   setupGlobal1800sTimer();
   platform::observeNotification(kApplyNotificationName, applyMemoryLimits);

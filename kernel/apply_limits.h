@@ -1,4 +1,4 @@
-// Pushing one target's settings into the kernel.
+// Applies one target's settings to a process in the kernel.
 #pragma once
 
 #include <cstdint>
@@ -8,10 +8,10 @@
 
 namespace vorlatch {
 
-// Applies the target's memory limits, nice value, jetsam band and managed state, in this order,
-// reads each back where the kernel allows it, logs every outcome, and records in the status file
-// what the process has in the end. No failure stops a later step. Nothing at all with pid 0. Safe
-// to call from any queue.
+// Applies the target's memory limits, nice value, jetsam band and managed state, in this order.
+// Reads each value back if the kernel allows it, logs every outcome, and writes the final values to
+// the status file. A failed step does not stop later steps. Does nothing if `pid` is 0. Safe to
+// call from any queue.
 void applyLimitsForApp(const std::string& target, const TargetSettings& settings, std::int32_t pid);
 
 }  // namespace vorlatch

@@ -1,4 +1,4 @@
-// The settings that are held in the kernel, each in a file of its own, as lists.
+// Lists of the settings that the daemon holds in the kernel, in the order of each operation.
 #pragma once
 
 #include <array>
@@ -12,17 +12,17 @@
 
 namespace vorlatch {
 
-// In the order in which they are applied: a band is set on a process whose managed state it first
-// changes, so that the state that the user asked for comes last.
+// The order of applying. holdJetsamBand also changes the managed state, so holdManagedState comes
+// last: the state that the user asked for remains.
 inline constexpr std::array kHoldInOrder = {holdMemoryLimits, holdNiceValue, holdJetsamBand,
                                             holdManagedState};
 
-// In the order in which they are handed back.
+// The order of restoring the defaults.
 inline constexpr std::array kReturnInOrder = {returnNiceValue, returnMemoryLimits,
                                               returnManagedState, returnJetsamBand};
 
-// What the kernel says of one process beside its band, which stands in the list of all. A member is
-// empty where the kernel does not answer this user.
+// What the kernel reports about one process. The band is missing because it comes from the kernel's
+// list of all processes. A member is empty if the kernel does not answer this user.
 struct ProcessState {
   std::optional<std::int32_t> nice_value;
   std::optional<MemoryLimits> memory_limits;

@@ -13,9 +13,9 @@ namespace {
 
 using Entry = platform::memorystatus_priority_entry;
 
-// Room for processes that appear between the two calls. The kernel refuses a buffer that is too
-// small and asks for no slack of its own (xnu-11417.101.15, bsd/kern/kern_memorystatus.c,
-// memorystatus_get_priority_list).
+// Room for processes that appear between the two calls: the kernel refuses a buffer that is too
+// small, and the size it asks for includes no reserve (xnu-11417.101.15,
+// bsd/kern/kern_memorystatus.c, memorystatus_get_priority_list).
 constexpr std::size_t kSpareEntries = 10;
 
 int fetchPriorityList(void* buffer, std::size_t buffer_bytes) {
@@ -30,7 +30,7 @@ JetsamPriorityList fetchJetsamPriorityList() {
   if (needed_bytes < 1) return {};
   const std::size_t buffer_bytes =
       static_cast<std::size_t>(needed_bytes) + kSpareEntries * sizeof(Entry);
-  // Whole entries, and one more for the part of an entry that the buffer may end with.
+  // Counts whole entries. The array has one more, because the buffer may end with part of an entry.
   const std::size_t capacity = buffer_bytes / sizeof(Entry);
   JetsamPriorityList list;
   list.entries.reset(new (std::nothrow) Entry[capacity + 1]);

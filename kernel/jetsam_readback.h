@@ -1,4 +1,4 @@
-// Reading a jetsam band back from the kernel: a set call's own result is not trusted.
+// Reads jetsam bands back from the kernel, because a successful set call does not prove the band.
 #pragma once
 
 #include <cstddef>
@@ -9,11 +9,10 @@
 
 namespace vorlatch {
 
-// Stands for no value: a process that is not in the kernel's list, and a request for no particular
-// band.
+// No band: the process is not in the kernel's list, or the request names no particular band.
 inline constexpr std::int32_t kNoJetsamPriority = -999;
 
-// What the kernel holds every process at, the lowest band first.
+// The kernel's list of all processes with their bands, the lowest band first.
 struct JetsamPriorityList {
   using Entry = platform::memorystatus_priority_entry;
   std::unique_ptr<Entry[]> entries;
@@ -23,16 +22,16 @@ struct JetsamPriorityList {
   [[nodiscard]] const Entry* end() const { return entries.get() + count; }
 };
 
-// Fetches the list once, never again; empty when it cannot be read. Safe to call from any queue.
+// Fetches the list without retrying. Returns an empty list on failure. Safe to call from any queue.
 JetsamPriorityList fetchJetsamPriorityList();
 
-// The band that the kernel holds the process at; kNoJetsamPriority when its list cannot be read or
-// does not hold the process. Safe to call from any queue.
+// Returns the process's band, or kNoJetsamPriority if the kernel's list cannot be read or does not
+// contain the process. Safe to call from any queue.
 std::int32_t getActualJetsam(std::int32_t pid);
 
-// Logs the band read back and whether it is the requested one, or, when `requested` is
-// kNoJetsamPriority, the band that the system chose. `set_result` is the set call's result; it
-// decides only what is said of a process missing from the list.
+// Logs the band read back and whether it is the requested one. If `requested` is kNoJetsamPriority,
+// logs the band that the system chose. `set_result` is the set call's result; it affects only the
+// message for a process that is missing from the list.
 void verifyJetsamPriority(std::int32_t pid, int set_result, std::int32_t requested);
 
 }  // namespace vorlatch

@@ -10,7 +10,7 @@ namespace {
 
 using platform::memorystatus_control;
 
-// The kernel takes the state in the four-byte buffer, with flags 0.
+// Passes the state in a four-byte buffer with flags 0, as the kernel expects.
 int setState(std::uint32_t command, std::int32_t pid, bool state) {
   std::int32_t value = state ? 1 : 0;
   return memorystatus_control(command, pid, 0, &value, sizeof(value));
@@ -41,8 +41,8 @@ void holdManagedState(const TargetSettings& settings, std::int32_t pid) {
     platform::setpriority(platform::PRIO_DARWIN_ROLE, static_cast<std::uint32_t>(pid),
                           platform::PRIO_DARWIN_ROLE_UI_FOCAL);
   }
-  // The message has no field for the target, and its lone bracket belongs to it: programs that read
-  // the log know it in this form.
+  // The message does not name the target, and its last bracket is unbalanced. Both are intended:
+  // programs that read the log expect this form.
   writeLogLine("[%s] [状态剥离] 目标: %s -> [操作: %s] [内核]: %d)\n",
                strip ? "剥离系统托管并开启强锁" : "恢复系统托管", set_result == 0 ? "成功" : "失败",
                managed);

@@ -1,4 +1,4 @@
-// Whether the system manages a process's memory state.
+// Sets whether the system manages a process's memory state.
 #pragma once
 
 #include <cstdint>
@@ -8,19 +8,18 @@
 
 namespace vorlatch {
 
-// Returns 0, or -1 and errno.
+// Returns 0, or -1 and sets errno.
 int setManaged(std::int32_t pid, bool managed);
 
-// With StripManaged true, takes the process out of the system's management: unmanaged, never
-// frozen, kept elevated while inactive, scheduled like the app in front. With false, undoes this
-// but for the scheduling role, which the system sets anew by itself. Without the key, does nothing.
-// Logs the outcome.
+// StripManaged true: makes the process unmanaged, not freezable, elevated while inactive, and
+// scheduled like the foreground app. StripManaged false: undoes this except for the scheduling
+// role, which the system sets again by itself. Without the key, does nothing. Logs the outcome.
 void holdManagedState(const TargetSettings& settings, std::int32_t pid);
 
-// Makes the process managed again, whatever the kernel answers.
+// Makes the process managed again. Ignores failures.
 void returnManagedState(std::int32_t pid);
 
-// Returns std::nullopt where the kernel does not answer.
+// Returns std::nullopt if the kernel does not answer.
 std::optional<bool> observeManagedState(std::int32_t pid);
 
 }  // namespace vorlatch

@@ -25,7 +25,7 @@ int setMemoryLimits(std::int32_t pid, std::int32_t active_mb, std::int32_t inact
                               sizeof(limits));
 }
 
-// Returns 0, or -1; `limits` has what the kernel wrote in either case.
+// Returns 0, or -1. In both cases `limits` receives what the kernel wrote.
 int getMemoryLimits(std::int32_t pid, MemoryLimits& limits) {
   platform::memorystatus_memlimit_properties properties{};
   const int result = memorystatus_control(platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES, pid,

@@ -1,4 +1,4 @@
-// A process's memory limits, one while it is active and one while it is inactive.
+// A process has two memory limits: one while it is active, one while it is inactive.
 #pragma once
 
 #include <cstdint>
@@ -8,25 +8,25 @@
 
 namespace vorlatch {
 
-// In MB; -1 for a process without a limit.
+// In MB; -1 means no limit.
 struct MemoryLimits {
   std::int32_t active_mb = 0;
   std::int32_t inactive_mb = 0;
 };
 
-// Sets both limits and logs them as the kernel reads them back. A limit below 1 is the system's
-// default; one of 1 and above is fatal: the kernel ends a process that exceeds it.
+// Sets both limits and logs the values read back. A limit below 1 selects the system's default. A
+// limit of 1 or more is fatal: the kernel kills a process that exceeds it.
 void holdMemoryLimits(const TargetSettings& settings, std::int32_t pid);
 
-// Gives the process the system's default limits, whatever the kernel answers.
+// Gives the process the system's default limits. Ignores failures.
 void returnMemoryLimits(std::int32_t pid);
 
-// Returns std::nullopt where the kernel does not answer.
+// Returns std::nullopt if the kernel does not answer.
 std::optional<MemoryLimits> observeMemoryLimits(std::int32_t pid);
 
-// Whether both limits read back are what the settings ask for. A wanted default (0 or -1) holds
-// when the kernel answers with the positive limit that it chose. Any other pair has to be equal: a
-// 0 read back as -1 counts as overridden.
+// Returns true if both limits read back match the settings. A wanted default (0 or -1) matches
+// every positive limit, because the kernel chose it. Otherwise the values must be equal: a wanted 0
+// that is read back as -1 counts as overridden.
 bool memoryLimitsHold(const TargetSettings& settings, const MemoryLimits& actual);
 
 }  // namespace vorlatch

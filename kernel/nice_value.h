@@ -1,4 +1,4 @@
-// A process's nice value, which setpriority(2) and getpriority(2) set and read.
+// Reads and sets a process's nice value through getpriority(2) and setpriority(2).
 #pragma once
 
 #include <cstdint>
@@ -8,19 +8,19 @@
 
 namespace vorlatch {
 
-// Returns 0, or -1 and errno.
+// Returns 0, or -1 and sets errno.
 int setNiceValue(std::int32_t pid, std::int32_t nice_value);
 
-// Returns -1 both for that nice value and on failure, which sets errno.
+// Returns the nice value. On failure returns -1, a valid nice value, and sets errno.
 int getNiceValue(std::int32_t pid);
 
-// Sets the nice value unless the process has it, and logs the outcome.
+// Sets the nice value unless the process already has it, and logs the outcome.
 void holdNiceValue(const TargetSettings& settings, std::int32_t pid);
 
-// Gives the process nice value 0, whatever the kernel answers.
+// Sets the nice value to 0. Ignores failures.
 void returnNiceValue(std::int32_t pid);
 
-// Returns std::nullopt where the kernel does not answer, as the process is gone.
+// Returns std::nullopt and sets errno if the kernel does not answer: the process may have exited.
 std::optional<std::int32_t> observeNiceValue(std::int32_t pid);
 
 }  // namespace vorlatch

@@ -14,7 +14,7 @@
 namespace vorlatch {
 namespace {
 
-// Tried in this order: a band above those of every known kernel, then the highest of each.
+// Tried in this order: a band above those of every known kernel, then each generation's highest.
 constexpr std::array<std::int32_t, 3> kBandLadder = {
     kBandNeverAdapted, platform::kHighestBandSinceIOS16, platform::kHighestBandToIOS15};
 

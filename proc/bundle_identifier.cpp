@@ -16,13 +16,13 @@ namespace {
 
 constexpr std::uint32_t kPathBufferBytes = 4096;
 constexpr const char* kIdentifierKey = "CFBundleIdentifier";
-// What is longer is no identifier but somebody's way to fill the memory, with each bundle anew.
+// Longer identifiers are rejected, so that hostile bundles cannot fill the memory.
 constexpr std::size_t kMostIdentifierBytes = 1024;
 
 struct BundleIdentifierCache {
-  // Held around a look-up or an insertion, never while a file is read.
+  // Held for one lookup or insertion, never while a file is read.
   Mutex mutex;
-  // By bundle directory.
+  // Keyed by bundle directory.
   std::unordered_map<std::string, std::string> bundleIdentifierCache GUARDED_BY(mutex);
 };
 

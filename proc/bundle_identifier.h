@@ -1,4 +1,4 @@
-// The bundle identifier of a running process, from the Info.plist of the bundle it runs from.
+// Reads a running process's bundle identifier from the Info.plist of its bundle.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +7,10 @@
 
 namespace vorlatch {
 
-// The CFBundleIdentifier of the bundle whose directory (".app" or ".appex") holds the process's
-// executable directly; nothing when it runs from no such directory or the bundle names none, or one
-// of more than 1024 bytes. May be empty, if that is what the bundle says. Each bundle's file is
-// read once in the daemon's life, unless it gave no identifier. Safe to call from any queue.
+// Returns the CFBundleIdentifier, possibly empty, of the bundle whose directory (".app" or
+// ".appex") directly contains the process's executable. Returns std::nullopt if there is no such
+// directory, or if the identifier is missing or longer than 1024 bytes. Caches non-empty
+// identifiers for the life of the daemon. Safe to call from any queue.
 std::optional<std::string> bundleIdentifierOfProcess(std::int32_t pid);
 
 }  // namespace vorlatch

@@ -19,8 +19,8 @@ namespace {
 constexpr std::uint32_t kNameBufferBytes = 256;
 using NameBuffer = std::array<char, kNameBufferBytes>;
 
-// Zeroed before the call, so that a failed one leaves the empty string; with an end of its own, so
-// that one that fills the buffer does not do without.
+// Clears the buffer first, because a failed call leaves it unchanged, and terminates it afterwards,
+// because a name that fills the buffer has no terminator.
 int readName(std::int32_t pid, NameBuffer& name) {
   name.fill('\0');
   const int length = platform::proc_name(pid, name.data(), kNameBufferBytes);
@@ -33,8 +33,8 @@ template <typename Visit>
 void walkProcesses(Visit visit) {
   const int needed = platform::proc_listpids(platform::PROC_ALL_PIDS, 0, nullptr, 0);
   if (needed < 1) return;
-  // Room for as many ids as the kernel asked for bytes: plenty for processes that appear between
-  // the two calls.
+  // Allocates one id per byte that the kernel asked for, four times the need, because more
+  // processes may appear between the two calls.
   const std::size_t capacity = static_cast<std::uint32_t>(needed);
   const std::size_t capacity_bytes = capacity * sizeof(std::int32_t);
   if (capacity_bytes > INT_MAX) return;
@@ -54,7 +54,7 @@ bool isNamed(const char* name, const std::string& key) {
   return std::strcmp(name, key.c_str()) == 0;
 }
 
-// A name is kept from the first process that has it, an identifier from the last.
+// The first process with a name wins; the last process with a bundle identifier wins.
 void addName(RunningProcessMap& running, const char* name, std::int32_t pid) {
   if (name[0] != '\0' && isValidUtf8(name)) running.try_emplace(name, pid);
 }

@@ -1,5 +1,5 @@
-// What the daemon remembers of its targets between passes. Confined to the debounce queue; work for
-// another queue carries snapshots, and sends what it learns back to the debounce queue.
+// What the daemon remembers about its targets between passes. Only the debounce queue accesses it:
+// work on another queue carries a snapshot and sends its results back to the debounce queue.
 #pragma once
 
 #include <map>
@@ -13,20 +13,20 @@
 
 namespace vorlatch {
 
-// Each is keyed by the target key.
+// All members are keyed by the target key.
 struct PassState {
   // The running watch timers.
   std::map<std::string, platform::Timer> targetTimers GUARDED_BY(kDebounceQueue);
-  // The targets taken charge of. This set alone decides which targets count as removed.
+  // The targets that the pass has acted on. Only a target in this set can count as removed.
   std::set<std::string> knownTargets GUARDED_BY(kDebounceQueue);
-  // The stored form of the settings that the pass last acted on.
+  // The settings that the pass last acted on, in their stored form.
   std::unordered_map<std::string, std::string> lastAppliedConfigs GUARDED_BY(kDebounceQueue);
-  // The process ids last seen, 0 for a target that was not running. Also written by watch timers
-  // and the patrol, and so it may hold targets that the pass does not know.
+  // The process id last seen; 0 for a target that was not running. Watch timers and the patrol
+  // write it too, so it may contain targets that are not in knownTargets.
   PIDMap lastKnownPIDs GUARDED_BY(kDebounceQueue);
 };
 
-// Empty until the first pass.
+// The daemon's only instance; empty until the first pass.
 PassState& passState();
 
 }  // namespace vorlatch

@@ -19,7 +19,7 @@
 namespace vorlatch {
 namespace {
 
-// Switched off: everything is forgotten, and what was held is handed back.
+// Handles switched-off preferences: clears the pass state and restores every known target.
 void releaseEverything(PassState& state) REQUIRES(kDebounceQueue) {
   state.targetTimers.clear();
   state.lastAppliedConfigs.clear();
@@ -39,7 +39,7 @@ void releaseEverything(PassState& state) REQUIRES(kDebounceQueue) {
 void releaseRemovedTargets(PassState& state, const Targets& targets) REQUIRES(kDebounceQueue) {
   std::vector<RestoreTarget> removed;
   auto configured = targets.begin();
-  for (const std::string& key : state.knownTargets) {  // both are in order of their keys
+  for (const std::string& key : state.knownTargets) {  // both are sorted by key
     while (configured != targets.end() && configured->first < key) ++configured;
     if (configured != targets.end() && configured->first == key) continue;
     removed.push_back({.key = key, .pid = pidIn(state.lastKnownPIDs, key)});
@@ -64,7 +64,7 @@ void reconcileTarget(PassState& state, const std::string& key, const ConfiguredT
   const bool same_pid = pid == pidIn(state.lastKnownPIDs, key);
   if (!changed && same_pid) return;
 
-  // Before anything is applied, so that no failure on the way makes the next pass repeat it.
+  // Recorded before anything is applied, so that a failed step does not make the next pass repeat.
   state.lastAppliedConfigs.insert_or_assign(key, target.stored_form);
   state.lastKnownPIDs[key] = pid;
   state.knownTargets.insert(key);

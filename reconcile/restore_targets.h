@@ -1,4 +1,4 @@
-// The restore work that a pass hands to the worker queue.
+// Sends restores from a pass to the worker queue.
 #pragma once
 
 #include <cstdint>
@@ -7,15 +7,15 @@
 
 namespace vorlatch {
 
-// A target to hand back, with the process id last known for it: 0 when it was not running. The id
-// is not looked up again, so a process that restarted meanwhile is addressed by its old one.
+// A target to restore, with its last known process id; 0 if it was not running. The id is not
+// looked up again: if the process restarted since, the restore still uses the old id.
 struct RestoreTarget {
   std::string key;
   std::int32_t pid;
 };
 
-// Hands back each target in turn on the worker queue; of one that was not running only the status
-// entry is removed. Returns at once.
+// Restores the targets in order on the worker queue. For a target with pid 0, only removes the
+// status entry. Returns at once.
 void restoreTargets(std::vector<RestoreTarget> targets);
 
 }  // namespace vorlatch

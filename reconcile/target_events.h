@@ -1,4 +1,4 @@
-// What the pass and the watch timers do alike when a target's process has come or gone.
+// Handles the start or exit of a target's process, for the pass and the watch timers.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,8 @@
 
 namespace vorlatch {
 
-// Logs the start and applies the settings; with pid 0, logs the exit and removes the status entry.
+// Logs the start and applies the settings; if `pid` is 0, logs the exit and removes the status
+// entry.
 void handleChangedPID(const std::string& key, const TargetSettings& settings, std::int32_t pid)
     REQUIRES(kDebounceQueue);
 

@@ -11,7 +11,7 @@ namespace vorlatch {
 namespace {
 
 constexpr std::uint64_t kNsPerSecond = 1'000'000'000;
-// A late tick does no harm, and lets the system join its wake-up with others.
+// A late tick does no harm, and the leeway lets the system combine wake-ups.
 constexpr std::uint64_t kLeewayNs = kNsPerSecond;
 
 void watchTimerTick(const std::string& key, const TargetSettings& settings)
@@ -22,7 +22,7 @@ void watchTimerTick(const std::string& key, const TargetSettings& settings)
     handleChangedPID(key, settings, pid);
     last_known_pids[key] = pid;
   } else if (pid != 0) {
-    // Again at every tick, changed or not: the system may have overridden the settings meanwhile.
+    // Applies the settings at every tick, because the system may have overridden them.
     writeTargetSeparator();
     writeLogLine("[%s] [守护] 目标: %s | 检测: %ds | PID: %d\n", key.c_str(),
                  settings.check_interval_s, pid);

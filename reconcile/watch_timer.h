@@ -1,5 +1,5 @@
-// The timer of a target that has a check interval: between passes it sees the target's process
-// start and exit, and applies the settings again at every tick while it runs.
+// The watch timer of a target with a check interval. Between passes it detects when the target's
+// process starts or exits, and at every tick it applies the settings again while the process runs.
 #pragma once
 
 #include <string>
@@ -9,9 +9,9 @@
 
 namespace vorlatch {
 
-// Starts a timer of the settings' check interval, which is above 0; its first tick comes one
-// interval from now. It keeps these settings: an edit makes the pass replace it. Its ticks run on
-// the debounce queue.
+// Starts a timer with the settings' check interval, which must be above 0. The first tick comes
+// after one interval; all ticks run on the debounce queue. The timer keeps a copy of the settings:
+// after an edit, the pass replaces the timer.
 platform::Timer startWatchTimer(const std::string& key, const TargetSettings& settings);
 
 }  // namespace vorlatch

@@ -6,20 +6,20 @@
 
 namespace vorlatch {
 
-// What runs on the main thread, and on each of the two queues.
+// Names for thread-safety annotations: code that runs on the main thread or on one of the queues.
 inline constexpr Confinement kMainThread;
 inline constexpr Confinement kDebounceQueue;
 inline constexpr Confinement kWorkerQueue;
 
-// Makes both queues when they do not exist yet, the debounce queue first. Called before anything is
-// sent to them.
+// Creates both queues if they do not exist yet, the debounce queue first. Call it before sending
+// work to either queue.
 void makeWorkQueues() REQUIRES(kMainThread);
 
-// Passes, watch timer ticks, patrol ticks and the debounce timer run here, so none of them overlaps
-// another; the pass state is confined to it.
+// Runs passes, watch timer ticks, patrol ticks and the debounce timer, so none of them overlap.
+// Only this queue accesses the pass state.
 platform::SerialQueue& debounceQueue();
 
-// Restores and the patrol's sweep run here, on snapshots of their own.
+// Runs restores and the patrol's sweep, which work on their own snapshots.
 platform::SerialQueue& workerQueue();
 
 }  // namespace vorlatch

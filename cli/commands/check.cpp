@@ -10,7 +10,7 @@ using control::CheckedFile;
 using control::Finding;
 
 struct Options {
-  std::optional<std::string> file;  // empty: the daemon's
+  std::optional<std::string> file;  // empty: the daemon's file
   bool looks_at_processes = true;
 };
 
@@ -24,7 +24,7 @@ std::string percentText(std::size_t part, std::size_t whole) {
   return std::to_string((100 * part + whole - 1) / whole) + " %";
 }
 
-// How near a file is to what the daemon reads.
+// Says how much of the daemon's bounds the file uses.
 std::string textOf(const PropertyListSize& size) {
   const PropertyListSize& bound = kPropertyListBound;
   return "takes " + percentText(size.memory_bytes, bound.memory_bytes) +

@@ -1,4 +1,4 @@
-// vorlatchctl __complete, which the shells' completion asks; see cli/completion/.
+// vorlatchctl __complete, which the shell completions in cli/completion/ call.
 #include <set>
 
 #include "base/display_text.h"
@@ -7,12 +7,12 @@
 namespace vorlatch::cli {
 namespace {
 
-// Prints the words that may stand in place of the last one, one per line.
+// Prints the candidates for the last word, one per line.
 ExitStatus complete(const Session& session, const Words& words) {
   const std::string unfinished = words.empty() ? std::string() : words.back();
   std::set<std::string> shown;
   for (const std::string& word : wordsToComplete(words)) {
-    // A name that would break the list apart or command the terminal is not offered.
+    // Leaves out names that would break the list's lines or control the terminal.
     const bool fits = visible(word) == word;
     if (fits && word.starts_with(unfinished) && shown.insert(word).second) {
       session.terminal.out(word + "\n");

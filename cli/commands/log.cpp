@@ -46,7 +46,7 @@ void show(const Session& session, const control::LogLine& line) {
   terminal.out(text + "\n");
 }
 
-// Empty for all of them.
+// Returns the category without brackets; empty selects all. Throws a Failure if it is unknown.
 std::string categoryNamed(const std::string& text) {
   const bool bracketed = text.starts_with('[') && text.ends_with(']');
   std::string category = bracketed ? text.substr(1, text.size() - 2) : text;
@@ -71,7 +71,7 @@ ExitStatus showLog(const Session& session, const Options& options) {
     if (last.size() > options.lines) last.pop_front();
   };
   reader.readNew([&](control::LogLine line) { filter.take(std::move(line), keep); });
-  // What a pass is just writing is shown whole by the next look, when there is one.
+  // With --follow, a block that is still being written is shown whole by a later read.
   if (!options.follows) filter.finish(keep);
   for (const control::LogLine& line : last) show(session, line);
 

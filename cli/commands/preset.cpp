@@ -9,7 +9,7 @@ namespace {
 struct Options {
   EditOptions edit;
   bool replaces_targets = false;  // also those that are configured already
-  bool replaces_file = false;     // whatever stands in it, readable or not
+  bool replaces_file = false;     // the whole file, readable or not
 };
 
 // A file that cannot be read counts as empty, because it is replaced in any case.

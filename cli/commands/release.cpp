@@ -15,9 +15,8 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kLookInterval{50};
-// The daemon removes a target's entry from the status file before it restores the target, so the
-// last target may still be at it when no entry is left. A daemon without an entry needs this time
-// to look at all.
+// The daemon removes a target's status entry before it restores the target, so the last restore may
+// still be running when no entry is left. A daemon without entries needs this time for its pass.
 constexpr milliseconds kSettling{500};
 
 struct Options {
@@ -25,7 +24,7 @@ struct Options {
   int timeout_s = 10;
 };
 
-// The targets whose entry in the status file names a process that still runs under their key.
+// Returns the targets whose status entry names a process that still runs under their key.
 std::vector<std::string> stillHeld() {
   const control::Observation observation = control::Observation::now();
   std::vector<std::string> held;
@@ -42,8 +41,8 @@ std::string joined(const std::vector<std::string>& words) {
   return text;
 }
 
-// Gives the targets that were handed back; a Failure when some never were. Though none is held, a
-// daemon that runs is told: it may be watching for one to start.
+// Returns the targets that were handed back; throws a Failure if some were not. Notifies a running
+// daemon even if no target is held, because it may be waiting for one to start.
 std::vector<std::string> awaitRelease(const Session& session, std::chrono::seconds timeout) {
   std::vector<std::string> held = stillHeld();
   if (control::Observation::now().daemon_pids.empty()) {

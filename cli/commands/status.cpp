@@ -17,7 +17,7 @@ using control::TargetView;
 using control::Verdict;
 
 struct Options {
-  Words targets;  // none: all
+  Words targets;  // empty: all
   bool watches = false;
   int interval_s = 2;
 };
@@ -126,9 +126,9 @@ Picture take(const Session& session, const Options& options) {
   return {.text = std::move(text), .status = overridden ? kFinding : kDone};
 }
 
-// Draws over the last picture in one write, line by line, so that nothing flickers: what is left of
-// a longer line is erased behind it, and what is left of a longer picture below it. No more lines
-// than the terminal has, and none that goes on in the next one, as it would scroll.
+// Returns the text that draws a picture over the last one in a single write, to avoid flicker.
+// Erases the rest of each line and everything below. Prevents scrolling: draws fewer lines than the
+// terminal has, and turns line wrapping off.
 std::string drawnOver(const std::string& picture, std::size_t rows) {
   std::string drawn = "\x1b[?7l\x1b[H";
   std::size_t begin = 0;
@@ -150,7 +150,7 @@ ExitStatus status(const Session& session, const Options& options) {
     const Picture picture = take(session, options);
     terminal.out(draws_over ? drawnOver(picture.text, terminal.rows()) : picture.text);
     if (!options.watches) return picture.status;
-    // Looking takes no more than a hundredth of the time, however much there is to look at.
+    // Waits at least 100 times as long as the look took, to use at most 1 % of the time.
     const auto taken =
         std::chrono::duration_cast<std::chrono::milliseconds>(terminal.now() - begin);
     terminal.wait(

@@ -1,10 +1,10 @@
 # shellcheck shell=bash
 # Completion of vorlatchctl for bash. The words come from the program itself.
 
-# Takes the line apart as far as the cursor, without its quoting: what bash hands on is split at
-# = and : as well, which keys and names hold. Sets, in the caller, `words`; `quote`, the quotation
-# mark that is open in the last of them; and `kept`, how many characters in front of it stay as they
-# are, because bash takes only what follows a separator for the word.
+# Splits the line up to the cursor into words without their quoting. COMP_WORDS does not serve,
+# because bash also splits it at = and :, which keys and names contain. Sets in the caller: `words`;
+# `quote`, the quotation mark still open in the last word; `kept`, the number of characters of that
+# word that stay, because bash replaces only what follows its last separator.
 _vorlatchctl_split() {
   local line=$1 word='' in_word=false i char
   words=() quote='' kept=0
@@ -14,7 +14,7 @@ _vorlatchctl_split() {
       quote=''
     elif [[ $quote != "'" && $char == \\ ]]; then
       ((++i))
-      # Within quotation marks most backslashes are no more than that.
+      # Between quotation marks, a backslash escapes only some characters.
       [[ -z $quote || ${line:i:1} == [\"\\\$\`] ]] || word+=\\
       word+=${line:i:1} in_word=true
     elif [[ -n $quote ]]; then
@@ -32,7 +32,7 @@ _vorlatchctl_split() {
   words+=("$word")
 }
 
-# Prints the word as it is typed within the open quotation mark, or without one.
+# Prints the word quoted to follow the open quotation mark, or quoted by itself.
 _vorlatchctl_quoted() {
   local word=$1 quote=$2
   case $quote in
@@ -53,12 +53,12 @@ _vorlatchctl() {
   program=${words[0]/#~\//$HOME/}
   type -P "$program" >/dev/null || program=vorlatchctl
   while IFS= read -r word; do
-    # A value follows, with no blank in between.
+    # A value follows without a blank.
     [[ $word != *= ]] || compopt -o nospace
     word=${word:kept}
     [[ -z $word ]] || COMPREPLY+=("$(_vorlatchctl_quoted "$word" "$quote")")
   done < <(command "$program" __complete -- "${words[@]:1}" 2>/dev/null)
-  # The one command that takes a file.
+  # Only the command check takes a file.
   [[ " ${words[*]} " != *' check '* ]] || compopt -o default
 }
 complete -F _vorlatchctl vorlatchctl
