@@ -22,7 +22,7 @@ using plist::Date;
 // What is in front of the separator, which goes with it.
 std::string takeUpTo(const std::string& separator, std::string& text) {
   const std::size_t end = std::min(text.find(separator), text.size());
-  const std::string part = text.substr(0, end);
+  std::string part = text.substr(0, end);
   text.erase(0, end + separator.size());
   return part;
 }

@@ -184,7 +184,7 @@ struct Followed {
   std::string bytes;
   Lines events;
   std::string shown;
-  std::string options = "";
+  std::string options{};
 };
 
 struct FollowStory : ControlStory {

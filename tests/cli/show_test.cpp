@@ -165,7 +165,10 @@ TEST(Bands, HaveNumbersOfBothKinds) {
   std::string line;
   std::getline(lines, line);  // the headings
   while (std::getline(lines, line)) {
-    std::string name, to_ios15, since_ios16, note;
+    std::string name;
+    std::string to_ios15;
+    std::string since_ios16;
+    std::string note;
     std::istringstream(line) >> name >> to_ios15 >> since_ios16 >> note;
     json += (json.empty() ? "" : ",") + R"({"name": ")"s + name + R"(", "to_ios15": )" +
             (to_ios15 == "-" ? "null" : to_ios15) + R"(, "since_ios16": )" + since_ios16 +

@@ -145,6 +145,7 @@ class PrivilegedRealChaos : public testing::Test {
   // Random times within the phase of chaos that begins, the latest first.
   std::vector<Clock::time_point> someTimes(int count) {
     std::vector<Clock::time_point> times;
+    times.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
       times.push_back(Clock::now() +
                       milliseconds(dice_.between(0, static_cast<int>(kChaosTime.count()))));
