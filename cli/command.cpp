@@ -4,6 +4,18 @@
 
 namespace vorlatch::cli {
 
+Words Argument::names() const {
+  Words all{""};
+  for (const char* c = name; *c != '\0'; ++c) {
+    if (*c == ',') {
+      all.emplace_back();
+    } else {
+      all.back() += *c;
+    }
+  }
+  return all;
+}
+
 const RegisteredCommand*& RegisteredCommand::first() noexcept {
   static const RegisteredCommand* registered = nullptr;
   return registered;

@@ -34,6 +34,10 @@ struct Argument {
   bool flag_means = true;
   int lowest = 0;  // the range of a number
   int highest = std::numeric_limits<int>::max();
+
+  [[nodiscard]] bool isOption() const { return name[0] == '-'; }
+  // Returns each name: "-n,--lines" has two.
+  [[nodiscard]] Words names() const;
 };
 
 using Arguments = std::vector<Argument>;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <set>
-#include <string_view>
 
 #include "cli/arguments.h"
 #include "config/preferences.h"
@@ -12,30 +11,14 @@
 namespace vorlatch::cli {
 namespace {
 
-bool isOption(const Argument& argument) {
-  return argument.name[0] == '-';
-}
-
 bool takesValue(const Argument& argument) {
   return !std::holds_alternative<bool*>(argument.value);
 }
 
-// Splits the names of an option: "-n,--lines" has two.
-Words namesOf(const Argument& option) {
-  Words names;
-  std::string_view rest = option.name;
-  for (std::size_t comma = 0; comma != rest.npos; rest.remove_prefix(comma + 1)) {
-    comma = rest.find(',');
-    names.emplace_back(rest.substr(0, comma));
-    if (comma == rest.npos) break;
-  }
-  return names;
-}
-
 const Argument* optionNamed(const Arguments& arguments, const std::string& name) {
   for (const Argument& argument : arguments) {
-    if (!isOption(argument)) continue;
-    const Words names = namesOf(argument);
+    if (!argument.isOption()) continue;
+    const Words names = argument.names();
     if (std::find(names.begin(), names.end(), name) != names.end()) return &argument;
   }
   return nullptr;
@@ -44,7 +27,7 @@ const Argument* optionNamed(const Arguments& arguments, const std::string& name)
 // Returns the positional argument at this index, or null. The last one may take all that follow.
 const Argument* positionalAt(const Arguments& arguments, std::size_t place) {
   for (const Argument& argument : arguments) {
-    if (isOption(argument)) continue;
+    if (argument.isOption()) continue;
     if (place == 0 || std::holds_alternative<Words*>(argument.value)) return &argument;
     --place;
   }
@@ -54,8 +37,8 @@ const Argument* positionalAt(const Arguments& arguments, std::size_t place) {
 Words optionNames(const Arguments& arguments) {
   Words all{"--help"};
   for (const Argument& argument : arguments) {
-    if (!isOption(argument)) continue;
-    for (std::string& name : namesOf(argument)) {
+    if (!argument.isOption()) continue;
+    for (std::string& name : argument.names()) {
       if (name.starts_with("--")) all.push_back(std::move(name));
     }
   }

@@ -12,8 +12,11 @@
 
 #include <gtest/gtest.h>
 
+#include "cli/command.h"
 #include "config/property_list_file.h"
 #include "config/status_file.h"
+#include "config/target_settings.h"
+#include "control/setting_text.h"
 #include "fuzz/support/fuzzer.h"
 #include "fuzz/support/scene.h"
 #include "fuzz/support/system_under_test.h"
@@ -78,82 +81,24 @@ void prepare(SystemUnderTest& system, const Dictionary& scene) {
 
 const Words& vocabulary() {
   static const Words& words = *[] {
-    auto* all = new Words(preferencesWords());
-    for (const char* word : {"Commands",
-                             "Preferences",
-                             "Status",
-                             "Log",
-                             "SetAside",
-                             "Binary",
-                             "Columns",
-                             "Rows",
-                             "Colour",
-                             "Waits",
-                             "status",
-                             "list",
-                             "show",
-                             "set",
-                             "unset",
-                             "remove",
-                             "enable",
-                             "disable",
-                             "preset",
-                             "apply",
-                             "release",
-                             "plan",
-                             "match",
-                             "ps",
-                             "check",
-                             "log",
-                             "bands",
-                             "doctor",
-                             "__complete",
-                             "--json",
-                             "--watch",
-                             "--interval",
-                             "--dry-run",
-                             "--no-apply",
-                             "--replace",
-                             "--replace-file",
-                             "--keep-preferences",
-                             "--timeout",
-                             "--no-processes",
-                             "-n",
-                             "--lines",
-                             "-f",
-                             "--follow",
-                             "--target",
-                             "--category",
-                             "--help",
-                             "-h",
-                             "--",
-                             "-",
-                             "=",
-                             "[",
-                             "[a,b]",
-                             ",",
-                             "JetsamPriority=",
-                             "NiceValue=-5",
-                             "CheckInterval=30",
-                             "Remark=",
-                             "StripManaged=off",
-                             "MemLimitActive=2000",
-                             "foreground",
-                             "highest",
-                             "home",
-                             "内核",
-                             "[守护]",
-                             "pid",
-                             "n",
-                             "p",
-                             "@com.zel.vorlatch.plist",
-                             "@Vorlatch.log",
-                             ".",
-                             "1e5",
-                             "+5",
-                             "[03-04 05:06:07] [内核] ：成功\n"}) {
-      all->emplace_back(word);
+    auto* all =
+        new Words(tests::wordsOf("Commands Preferences Status Log SetAside Binary Columns Rows "
+                                 "Colour Waits --json --help -h -- "
+                                 "- = [ [a,b] , NiceValue=-5 CheckInterval=30 StripManaged=off "
+                                 "MemLimitActive=2000 内核 [守护] "
+                                 "pid n p @com.zel.vorlatch.plist @Vorlatch.log . 1e5 +5"));
+    all->emplace_back("[03-04 05:06:07] [内核] ：成功\n");
+    all->insert(all->end(), preferencesWords().begin(), preferencesWords().end());
+    for (const cli::Command* command : cli::commands()) {
+      all->emplace_back(command->name);
+      cli::Arguments arguments;
+      command->prepare(arguments);
+      for (const cli::Argument& argument : arguments) {
+        for (const std::string& name : argument.names()) all->push_back(name);
+      }
     }
+    for (const SettingKey& row : kSettingKeys) all->push_back(std::string(row.key) + "=");
+    for (const std::string& band : control::bandNames()) all->push_back(band);
     return all;
   }();
   return words;

@@ -21,7 +21,7 @@ const RegisteredCommand kApply({
     .name = "apply",
     .description = "tell the daemon that the preferences changed; it passes over unchanged targets",
     .examples = "  vorlatchctl apply",
-    .place = 10,
+    .place = 100,
     .prepare = [](Arguments&) { return Run(apply); },
 });
 

@@ -36,7 +36,7 @@ const RegisteredCommand kBands({
     .name = "bands",
     .description = "the jetsam bands by name",
     .examples = "  vorlatchctl bands",
-    .place = 17,
+    .place = 170,
     .prepare = [](Arguments&) { return Run(bands); },
 });
 

@@ -74,7 +74,7 @@ const RegisteredCommand kCheck({
     .name = "check",
     .description = "every problem in a preferences file",
     .examples = "  vorlatchctl check\n  vorlatchctl check edited.plist --no-processes",
-    .place = 15,
+    .place = 150,
     .prepare = prepare,
 });
 

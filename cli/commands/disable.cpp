@@ -16,7 +16,7 @@ const RegisteredCommand kDisable({
     .name = "disable",
     .description = "switch the daemon off: every target is handed back",
     .examples = "  vorlatchctl disable",
-    .place = 8,
+    .place = 80,
     .prepare = prepare,
 });
 

@@ -20,7 +20,7 @@ const RegisteredCommand kDoctor({
     .name = "doctor",
     .description = "how the installation stands; changes nothing",
     .examples = "  vorlatchctl doctor",
-    .place = 18,
+    .place = 180,
     .prepare = [](Arguments&) { return Run(doctor); },
 });
 

@@ -16,7 +16,7 @@ const RegisteredCommand kEnable({
     .name = "enable",
     .description = "switch the daemon on",
     .examples = "  vorlatchctl enable",
-    .place = 7,
+    .place = 70,
     .prepare = prepare,
 });
 

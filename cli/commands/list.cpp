@@ -45,7 +45,7 @@ const RegisteredCommand kList({
     .name = "list",
     .description = "the configured targets",
     .examples = "  vorlatchctl list --json",
-    .place = 2,
+    .place = 20,
     .prepare = [](Arguments&) { return Run(list); },
 });
 

@@ -112,7 +112,7 @@ const RegisteredCommand kLog({
     .name = "log",
     .description = "the daemon's log",
     .examples = "  vorlatchctl log -n 50\n  vorlatchctl log -f --category 内核",
-    .place = 16,
+    .place = 160,
     .prepare = prepare,
 });
 

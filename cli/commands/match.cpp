@@ -86,7 +86,7 @@ const RegisteredCommand kMatch({
     .name = "match",
     .description = "which running process a text finds, and by which rule",
     .examples = "  vorlatchctl match com.apple.Preferences",
-    .place = 13,
+    .place = 130,
     .prepare = prepare,
 });
 

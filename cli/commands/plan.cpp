@@ -50,7 +50,7 @@ const RegisteredCommand kPlan({
     .name = "plan",
     .description = "what a freshly started daemon would do to each target, and why",
     .examples = "  vorlatchctl plan",
-    .place = 12,
+    .place = 120,
     .prepare = [](Arguments&) { return Run(plan); },
 });
 

@@ -52,7 +52,7 @@ const RegisteredCommand kPreset({
     .name = "preset",
     .description = "put the default preset's targets in",
     .examples = "  vorlatchctl preset --dry-run",
-    .place = 9,
+    .place = 90,
     .prepare = prepare,
 });
 

@@ -42,7 +42,7 @@ const RegisteredCommand kPs({
     .name = "ps",
     .description = "all processes, to pick targets from",
     .examples = "  vorlatchctl ps",
-    .place = 14,
+    .place = 140,
     .prepare = [](Arguments&) { return Run(listProcesses); },
 });
 

@@ -112,7 +112,7 @@ const RegisteredCommand kRelease({
     .name = "release",
     .description = "hand every target back, and stay switched off",
     .examples = "  vorlatchctl release\n  vorlatchctl release --keep-preferences",
-    .place = 11,
+    .place = 110,
     .prepare = prepare,
 });
 

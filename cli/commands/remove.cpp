@@ -27,7 +27,7 @@ const RegisteredCommand kRemove({
     .name = "remove",
     .description = "take targets out of the preferences: the daemon hands them back",
     .examples = "  vorlatchctl remove kbd sharingd",
-    .place = 6,
+    .place = 60,
     .prepare = prepare,
 });
 

@@ -41,7 +41,7 @@ const RegisteredCommand kSet({
     .description = "change a target's settings, or add a target",
     .examples = "  vorlatchctl set backboardd JetsamPriority=highest NiceValue=-20\n"
                 "  vorlatchctl set com.tencent.xin MemLimitActive=1500 --dry-run",
-    .place = 4,
+    .place = 40,
     .prepare = prepare,
 });
 

@@ -47,7 +47,7 @@ const RegisteredCommand kShow({
     .name = "show",
     .description = "one target's settings and what each means",
     .examples = "  vorlatchctl show backboardd",
-    .place = 3,
+    .place = 30,
     .prepare = prepare,
 });
 

@@ -180,7 +180,7 @@ const RegisteredCommand kStatus({
     .name = "status",
     .description = "what is held, and whether it worked",
     .examples = "  vorlatchctl status\n  vorlatchctl status SpringBoard --watch",
-    .place = 1,
+    .place = 10,
     .prepare = prepare,
 });
 

@@ -34,7 +34,7 @@ const RegisteredCommand kUnset({
     .name = "unset",
     .description = "take keys out of a target's settings",
     .examples = "  vorlatchctl unset backboardd CheckInterval",
-    .place = 5,
+    .place = 50,
     .prepare = prepare,
 });
 

@@ -12,8 +12,10 @@
 #include "config/preferences.h"
 #include "config/property_list_file.h"
 #include "config/status_file.h"
+#include "config/target_settings.h"
 #include "fuzz/support/output_checks.h"
 #include "log/log_file.h"
+#include "platform/property_list.h"
 #include "proc/process_lookup.h"
 #include "tests/support/stamp.h"
 
@@ -92,37 +94,16 @@ bool printsJson(const Words& words) {
 }  // namespace
 
 const Words& preferencesWords() {
-  static const Words& words = *new Words{"Enabled",
-                                         "AppConfigs",
-                                         "LogSizeLimit",
-                                         "CheckInterval",
-                                         "JetsamPriority",
-                                         "NiceValue",
-                                         "StripManaged",
-                                         "MemLimitActive",
-                                         "MemLimitInactive",
-                                         "Remark",
-                                         "backboardd",
-                                         "SpringBoard",
-                                         "WeChat",
-                                         "com.tencent.xin",
-                                         "vorlatchd",
-                                         "kbd",
-                                         "",
-                                         "-1",
-                                         " +7x",
-                                         "true",
-                                         "99999999999",
-                                         "%s%n%d",
-                                         "视图",
-                                         "a\nb",
-                                         "\t\x1b[2J",
-                                         "com.tencent.",
-                                         "e\xcc\x81",
-                                         "\xe2\x80\xae\xc2\x85\xd8\x9c\xe2\x80\xac",
-                                         "1",
-                                         "0",
-                                         "210"};
+  static const Words& words = *[] {
+    auto* all =
+        new Words(tests::wordsOf("Enabled AppConfigs LogSizeLimit backboardd SpringBoard WeChat "
+                                 "com.tencent.xin vorlatchd kbd "
+                                 "-1 0 1 210 99999999999 true %s%n%d 视图 com.tencent. e\xcc\x81 "
+                                 "\xe2\x80\xae\xc2\x85\xd8\x9c\xe2\x80\xac"));
+    for (const char* word : {"", " +7x", "a\nb", "\t\x1b[2J"}) all->emplace_back(word);
+    for (const SettingKey& row : kSettingKeys) all->emplace_back(row.key);
+    return all;
+  }();
   return words;
 }
 
@@ -142,6 +123,8 @@ SystemUnderTest::SystemUnderTest() {
 void SystemUnderTest::feed(const std::function<void()>& story) {
   prepareDevice();
   prepareFiles();
+  keys_of_story_.clear();
+  for (const auto& [key, settings] : appConfigs(soundPreferences())) keys_of_story_.insert(key);
   story();
   device.clearScripts();
   letGo();
@@ -310,26 +293,27 @@ void SystemUnderTest::expectWholeLog(const Dictionary& preferences) const {
 }
 
 void SystemUnderTest::expectTrueStatus(const Dictionary& preferences) {
-  Dictionary expected;
   const RunningProcessMap running = getRunningProcessMap();
+  const TargetDictionaries targets = appConfigs(preferences);
+  for (const auto& [key, settings] : targets) keys_of_story_.insert(key);
   std::map<std::int32_t, int> targets_of;
-  if (isEnabled(preferences)) {
-    for (const auto& [key, settings] : appConfigs(preferences)) {
-      const std::int32_t pid = pidIn(running, key);
-      if (pid == 0) continue;
-      ++targets_of[pid];
-      expected.emplace(key, Dictionary{{"pid", pid},
-                                       {"n", device.find(pid)->nice_value},
-                                       {"p", device.jetsam(pid).effective_band}});
-    }
-  }
+  for (const std::string& key : keys_of_story_) ++targets_of[pidIn(running, key)];
+
+  Dictionary expected;
   Dictionary found = status();
-  for (auto& [key, entry] : expected) {
-    // If two targets match one process, the target applied last determines its values.
-    const std::int32_t pid = plist::int32Value(*plist::find(*entry.as<Dictionary>(), "pid"));
+  for (const auto& [key, settings] : targets) {
+    const std::int32_t pid = pidIn(running, key);
+    if (pid == 0 || !isEnabled(preferences)) continue;
+    const Dictionary entry{{"pid", pid},
+                           {"n", device.find(pid)->nice_value},
+                           {"p", device.jetsam(pid).effective_band}};
+    expected.emplace(key, entry);
+    // If two targets match one process, the target applied or handed back last determines its
+    // values.
     if (targets_of[pid] > 1 && found.contains(key)) found.insert_or_assign(key, entry);
   }
-  EXPECT_TRUE(found == expected) << tests::readAll(statusFile());
+  EXPECT_TRUE(found == expected) << tests::readAll(statusFile()) << "expected:\n"
+                                 << platform::writeXmlPropertyList(expected);
 }
 
 }  // namespace vorlatch::fuzz

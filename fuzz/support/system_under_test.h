@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -84,6 +85,7 @@ class SystemUnderTest : public tests::ControlStory {
   std::string wechat_;
   std::uint64_t begin_ns_ = 0;
   Doings at_first_;
+  std::set<std::string> keys_of_story_;  // of the targets that this input has configured so far
 };
 
 }  // namespace vorlatch::fuzz

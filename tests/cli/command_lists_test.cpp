@@ -1,0 +1,129 @@
+// The lists of commands and keys in the documents. They are made from the commands and the table of
+// settings; scripts/fix writes them.
+#include <cctype>
+#include <cstdlib>
+#include <functional>
+
+#include <gtest/gtest.h>
+
+#include "cli/command.h"
+#include "config/target_settings.h"
+#include "tests/support/files.h"
+
+namespace vorlatch::tests {
+namespace {
+
+using cli::Argument;
+
+std::string sentence(std::string text) {
+  text.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(text.front())));
+  return text + ".";
+}
+
+// Returns the range and default of a number.
+std::string rangeOf(const Argument& argument) {
+  const auto text = [&](auto value) {
+    return " (" + std::to_string(argument.lowest) + " to " + std::to_string(argument.highest) +
+           ", default " + std::to_string(value) + ")";
+  };
+  if (auto* const* number = std::get_if<int*>(&argument.value)) return text(**number);
+  if (auto* const* number = std::get_if<std::size_t*>(&argument.value)) return text(**number);
+  return "";
+}
+
+using Markup = std::function<std::string(const Argument&)>;
+
+// Returns the arguments of a command as its help shows them: [OPTION] TARGET...
+std::string synopsis(const cli::Arguments& arguments, const Markup& name) {
+  std::string text;
+  for (const Argument& argument : arguments) {
+    std::string shown = name(argument);
+    if (std::holds_alternative<cli::Words*>(argument.value)) shown += "...";
+    text += argument.is_required ? " " + shown : " \\[" + shown + "\\]";
+  }
+  return text;
+}
+
+// Calls `visit` with each command that users see, and its arguments.
+void forEachCommand(const std::function<void(const cli::Command&, const cli::Arguments&)>& visit) {
+  for (const cli::Command* command : cli::commands()) {
+    if (command->place == 0) continue;
+    cli::Arguments arguments;
+    const cli::Run owner = command->prepare(arguments);
+    visit(*command, arguments);
+  }
+}
+
+// Returns the manual page's part on commands.
+std::string manualCommands() {
+  std::string text = "# COMMANDS\n";
+  forEachCommand([&](const cli::Command& command, const cli::Arguments& arguments) {
+    const Markup name = [](const Argument& argument) {
+      if (!argument.isOption()) return "*" + std::string(argument.name) + "*";
+      std::string names;
+      for (const std::string& each : argument.names()) {
+        names += (names.empty() ? "**" : ", **") + each + "**";
+      }
+      return names + (std::holds_alternative<bool*>(argument.value) ? "" : " *value*");
+    };
+    text += "\n**" + std::string(command.name) + "**" + synopsis(arguments, name) +
+            "\n: " + sentence(command.description) + "\n";
+    for (const Argument& argument : arguments) {
+      text += name(argument) + ": " + argument.description + rangeOf(argument) + ".\n";
+    }
+  });
+  return text + "\n";
+}
+
+// Returns the manual page's part on the keys of a target.
+std::string manualKeys() {
+  std::string text = "# KEYS\n";
+  for (const SettingKey& row : kSettingKeys) {
+    text += "\n**" + std::string(row.key) + "**\n: " + sentence(row.meaning) + "\n";
+  }
+  return text + "\n";
+}
+
+// Returns the document's table of commands.
+std::string documentCommands() {
+  std::string text = "## Commands\n\n| Command | What it does |\n|---|---|\n";
+  forEachCommand([&](const cli::Command& command, const cli::Arguments& arguments) {
+    cli::Arguments positional;
+    for (const Argument& argument : arguments) {
+      if (!argument.isOption()) positional.push_back(argument);
+    }
+    const Markup name = [](const Argument& argument) { return std::string(argument.name); };
+    text += "| `" + std::string(command.name) + "`" + synopsis(positional, name) + " | " +
+            command.description + " |\n";
+  });
+  return text + "\n";
+}
+
+// Expects this section in the file, from its heading up to the next heading of the same level.
+void expectSection(const std::string& file, const std::string& section) {
+  const std::string path = VORLATCH_DOCS + file;
+  const std::string page = readAll(path);
+  const std::string heading = section.substr(0, section.find('\n') + 1);
+  const std::size_t begin = page.find("\n" + heading) + 1;
+  ASSERT_NE(begin, 0U) << file << " has no heading " << heading;
+  const std::string next = "\n" + heading.substr(0, heading.find(' ') + 1);
+  const std::size_t end = page.find(next, begin) + 1;
+  ASSERT_NE(end, 0U) << file << " ends with " << heading;
+  if (std::getenv("VORLATCH_WRITE_LISTS") != nullptr) {
+    writeAll(path, page.substr(0, begin) + section + page.substr(end));
+  } else {
+    EXPECT_EQ(page.substr(begin, end - begin), section) << "scripts/fix writes it";
+  }
+}
+
+TEST(CommandLists, ManualPage) {
+  expectSection("man/vorlatchctl.1.md", manualCommands());
+  expectSection("man/vorlatchctl.1.md", manualKeys());
+}
+
+TEST(CommandLists, Document) {
+  expectSection("vorlatchctl.md", documentCommands());
+}
+
+}  // namespace
+}  // namespace vorlatch::tests
