@@ -19,9 +19,10 @@ set(CMAKE_CXX_FLAGS_INIT "-target arm64-apple-ios15.0 -isysroot \"${VORLATCH_IOS
 -isystem \"${CMAKE_CURRENT_LIST_DIR}/libcxx\"")
 # Links the device's C++ library, which CoreFoundation loads anyway. Its stub has no weak symbols and the
 # programs export none, so dyld never searches for weak definitions to share. -no_fixup_chains selects the
-# older tables of fix-ups, which every tool can read.
+# older tables of fix-ups, which every tool can read. -no_encryption leaves out the load command for
+# encrypted apps, with which the code would begin a page later.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-fuse-ld=lld -nostdlib++ \"${VORLATCH_LIBCXX}\" \
--Wl,-exported_symbol,__mh_execute_header -Wl,-no_fixup_chains")
+-Wl,-exported_symbol,__mh_execute_header -Wl,-no_fixup_chains -Wl,-no_encryption")
 set(VORLATCH_PLATFORM darwin CACHE STRING "")
 # Optimises for size, because the daemon mostly sleeps and otherwise makes system calls. Replaces the
 # whole variable, because CMake appends its own flags to CMAKE_CXX_FLAGS_RELEASE_INIT.
