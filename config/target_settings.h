@@ -59,7 +59,7 @@ struct SettingKey {
   std::optional<bool> TargetSettings::*boolean = nullptr;
 };
 
-inline constexpr std::array<SettingKey, 7> kSettingKeys = {{
+inline constexpr auto kSettingKeys = std::to_array<SettingKey>({
     {.key = keys::kCheckInterval,
      .meaning = "seconds between looks of the target's own timer; 0: none, the patrol looks every "
                 "1800 s",
@@ -103,7 +103,7 @@ inline constexpr std::array<SettingKey, 7> kSettingKeys = {{
     {.key = keys::kRemark,
      .meaning = "a note for yourself; the daemon never reads it",
      .kind = SettingKey::Kind::Text},
-}};
+});
 
 // Returns the key's row of the table, or null if there is none.
 const SettingKey* findSettingKey(std::string_view key);

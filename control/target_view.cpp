@@ -19,9 +19,7 @@ Verdict judgeApplied(const Observation& observation, const TargetView& target) {
   const bool holds_now =
       isWanted(target.wanted, target.state.nice_value.value_or(written.nice_value),
                target.band ? target.band : written.band, highest);
-  const bool limits_hold =
-      !target.state.memory_limits || memoryLimitsHold(target.wanted, *target.state.memory_limits);
-  if (holds_now && limits_hold) return Verdict::Held;
+  if (holds_now && reportedValuesHold(target.wanted, target.state)) return Verdict::Held;
   // The daemon read the wanted values back once, so the cause of the change is not an edit.
   const bool held_once = isWanted(target.wanted, written.nice_value, written.band, highest);
   if (held_once && !holds_now) return Verdict::Overridden;

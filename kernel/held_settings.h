@@ -35,4 +35,11 @@ inline ProcessState observeProcess(std::int32_t pid) {
           .is_managed = observeManagedState(pid)};
 }
 
+// Returns false if a reported value shows that the system overrode a setting. Leaves out the nice
+// value and the band, which vorlatchctl also compares with the status file, and the managed state,
+// which it shows without a verdict.
+inline bool reportedValuesHold(const TargetSettings& wanted, const ProcessState& state) {
+  return !state.memory_limits || memoryLimitsHold(wanted, *state.memory_limits);
+}
+
 }  // namespace vorlatch

@@ -84,6 +84,26 @@ std::string manualKeys() {
   return text + "\n";
 }
 
+// Returns the table of the keys of a target.
+std::string preferencesKeys() {
+  std::string text = "## Keys of a target\n\n| Key | Type | Range | Meaning |\n|---|---|---|---|\n";
+  for (const SettingKey& row : kSettingKeys) {
+    const bool is_integer = row.kind == SettingKey::Kind::Integer;
+    const bool is_boolean = row.kind == SettingKey::Kind::Boolean;
+    text += "| `" + std::string(row.key) + "` | ";
+    text += is_integer ? "integer" : is_boolean ? "boolean" : "string";
+    text += " | ";
+    if (is_integer) text += std::to_string(row.lowest);
+    if (is_integer && row.highest == SettingKey::kMost) text += " and up";
+    if (is_integer && row.highest != SettingKey::kMost) {
+      text += " to " + std::to_string(row.highest);
+    }
+    if (row.is_clamped) text += ", clamped";
+    text += " | " + sentence(row.meaning) + " |\n";
+  }
+  return text + "\n";
+}
+
 // Returns the document's table of commands.
 std::string documentCommands() {
   std::string text = "## Commands\n\n| Command | What it does |\n|---|---|\n";
@@ -121,8 +141,9 @@ TEST(CommandLists, ManualPage) {
   expectSection("man/vorlatchctl.1.md", manualKeys());
 }
 
-TEST(CommandLists, Document) {
+TEST(CommandLists, Documents) {
   expectSection("vorlatchctl.md", documentCommands());
+  expectSection("preferences.md", preferencesKeys());
 }
 
 }  // namespace
