@@ -21,6 +21,12 @@ using namespace std::chrono_literals;
 inline const std::string kTargetRule(40, '-');
 inline const std::string kChapterRule(40, '=');
 
+// Use it with a using-declaration, because Lines is a type of the standard library.
+inline Lines operator+(Lines first, const Lines& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
 class Story {
  public:
   Story();
