@@ -15,6 +15,7 @@ namespace {
 
 using tests::kChapterRule;
 using tests::Lines;
+using tests::operator+;
 using tests::Story;
 using namespace std::chrono_literals;
 
@@ -27,11 +28,6 @@ Lines banner() {
           "[内核] ：成功",
           "[守护] Vorlatch 后台守护进程初始化完成",
           kChapterRule};
-}
-
-Lines operator+(Lines first, const Lines& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
 }
 
 TEST(Startup, FromNothingMakesTheLogAndThePreset) {

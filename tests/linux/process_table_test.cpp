@@ -118,14 +118,5 @@ TEST(ProcessStat, ReadsNameStartTimeAndExit) {
   }
 }
 
-TEST(ProcessStat, KeepsTheStartTime) {
-  const Child child;
-  const auto mine = readProcessStat(getpid());
-  const auto childs = readProcessStat(child.pid());
-  ASSERT_TRUE(mine && childs);
-  EXPECT_LE(mine->start_time_ticks, childs->start_time_ticks);
-  EXPECT_EQ(childs->start_time_ticks, readProcessStat(child.pid())->start_time_ticks);
-}
-
 }  // namespace
 }  // namespace vorlatch::platform

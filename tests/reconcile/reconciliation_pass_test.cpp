@@ -115,19 +115,6 @@ TEST(Pass, RemovedTargetsGiveOneLineAndLoseTheirTimers) {
   EXPECT_EQ(daemon.runAndTakeLog(60s), Lines{});
 }
 
-TEST(Pass, RemovedStoppedTargetLosesOnlyItsEntry) {
-  Alpha daemon;
-  daemon.device.exit(daemon.pid);
-  daemon.pass();
-  // Overwrites the status as another program might; the removal rewrites it.
-  tests::writeAll(daemon.statusFile(), "stale");
-  daemon.device.takeTrace();
-  EXPECT_EQ(daemon.passWith({}), kRemoved);
-  EXPECT_EQ(daemon.takeCalls(), Lines{});
-  EXPECT_EQ(daemon.status(), Dictionary{});
-  EXPECT_NE(tests::readAll(daemon.statusFile()), "stale");
-}
-
 TEST(Pass, RemovedTargetKnownToPatrolLosesItsEntry) {
   Daemon daemon;
   daemon.settleWith({{"alpha", kSettings}});
@@ -202,26 +189,6 @@ TEST(Pass, TargetFirstSeenByPatrolCountsAsEdited) {
   EXPECT_EQ(daemon.pass(), edited("alpha", pid));
 }
 
-TEST(Pass, NonPositiveIntervalEndsTheTimer) {
-  Daemon daemon;
-  daemon.settleWith({{"alpha", every(30)}, {"beta", every(30)}});
-  EXPECT_EQ(daemon.device.scheduler.timerCount(), 4U);
-  daemon.passWith({{"alpha", every(0)}, {"beta", every(-3)}});
-  EXPECT_EQ(daemon.device.scheduler.timerCount(), 2U);  // debounce and patrol
-}
-
-TEST(Pass, ClearsAnOversizedLogBeforeAnythingElse) {
-  Daemon daemon;
-  const auto pid = daemon.launch("alpha");
-  daemon.writePreferences(
-      {{"Enabled", true}, {"LogSizeLimit", 100}, {"AppConfigs", Dictionary{{"alpha", kSettings}}}});
-  daemon.start();
-  daemon.takeLog();
-  daemon.run(150ms);
-  EXPECT_EQ(daemon.rereadLog(),
-            Lines{"[守护] 日志大小超过设定限制(0.0MB)，已自动清空。"} + started("alpha", pid));
-}
-
 TEST(SwitchedOff, RestoresAllOnceAndStartsAnewOnceOn) {
   Daemon daemon;
   const auto alpha = daemon.launch("alpha");
@@ -265,16 +232,6 @@ TEST(SwitchedOff, AMissingSwitchOrFileIsOff) {
   EXPECT_EQ(daemon.passWith({{"alpha", kSettings}}), started("alpha", daemon.pid));
   ASSERT_EQ(unlink(daemon.preferencesFile().c_str()), 0);
   EXPECT_EQ(daemon.pass(), kSwitchedOff + restored("alpha", daemon.pid));
-}
-
-TEST(SwitchedOff, FromTheFirstPassItIsSilent) {
-  Daemon daemon;
-  daemon.launch("alpha");
-  daemon.writePreferences({{"Enabled", false}, {"AppConfigs", Dictionary{{"alpha", kSettings}}}});
-  daemon.start();
-  daemon.takeLog();
-  EXPECT_EQ(daemon.runAndTakeLog(150ms), Lines{});
-  EXPECT_EQ(daemon.pass(), Lines{});
 }
 
 TEST(SwitchedOff, WhatThePatrolSawOfNoTargetIsForgottenToo) {

@@ -94,18 +94,6 @@ TEST(WatchTimer, TheLongestIntervalNeverTicksInALifetime) {
   EXPECT_EQ(watched.reportsWithin(std::chrono::hours(24 * 365)), 0U);
 }
 
-TEST(WatchTimer, TickTakesFirstInstancePassTakesLast) {
-  tests::Daemon daemon;
-  const std::string path = daemon.installApp("X.app", Dictionary{{"CFBundleIdentifier", "alpha"}});
-  const auto older = daemon.device.launch({.name = "Older", .executable_path = path});
-  const auto newer = daemon.device.launch({.name = "Newer", .executable_path = path});
-  daemon.settleWith({{"alpha", every(5)}});
-  EXPECT_EQ(daemon.status(), (Dictionary{{"alpha", tests::entry(older)}}));
-  EXPECT_EQ(daemon.runAndTakeLog(5s), tests::started("alpha", newer));
-  EXPECT_EQ(daemon.runAndTakeLog(5s), tests::ticked("alpha", 5, newer));
-  EXPECT_EQ(daemon.pass(), tests::started("alpha", older));
-}
-
 TEST(WatchTimer, ALateTickDoesNotMoveLaterOnes) {
   Watched watched;
   watched.device.scheduler.spend(5'900'000'000);  // within the leeway of one second
