@@ -54,11 +54,6 @@ struct Operation {
   std::function<void(Story&)> prepare = [](Story& /*story*/) {};  // creates the files that it needs
 };
 
-// Prints the name for gtest.
-std::ostream& operator<<(std::ostream& out, const Operation& operation) {
-  return out << operation.name;
-}
-
 void writeOldLog(Story& story) {
   writeAll(story.logFile(), "old line\n");
 }
@@ -129,6 +124,23 @@ std::vector<Operation> operations() {
   };
 }
 
+// An operation, and what is put in its file's place.
+struct Attack {
+  Operation operation;
+  std::vector<Plant> plants;
+};
+
+// Prints the name for gtest.
+std::ostream& operator<<(std::ostream& out, const Attack& attack) {
+  return out << attack.operation.name;
+}
+
+std::vector<Attack> attacksWith(const std::vector<Plant>& plants) {
+  std::vector<Attack> attacks;
+  for (const Operation& operation : operations()) attacks.push_back({operation, plants});
+  return attacks;
+}
+
 // Whether the call opens what exists and is not a regular file.
 bool opensSpecial(const FileCall& call) {
   // O_CREAT opens nothing that exists, and O_DIRECTORY asks for a directory.
@@ -138,38 +150,20 @@ bool opensSpecial(const FileCall& call) {
   return fs::exists(status) && !fs::is_regular_file(status);
 }
 
-class PlantedEntry : public testing::TestWithParam<Operation> {
+class PlantedEntry : public testing::TestWithParam<Attack> {
  protected:
-  void putBeforehand(const std::vector<Plant>& all) {
-    for (const Plant& plant : all) {
-      begin();
-      putAt(path(), plant);
-      std::vector<std::string> opened;
-      {
-        const Intercepted calls([&](const FileCall& call, const auto& real) {
-          if (opensSpecial(call)) opened.push_back(call.path);
-          return real(false);
-        });
-        GetParam().run();
-      }
-      expectNothingChanged(plant.name);
-      EXPECT_EQ(opened, std::vector<std::string>{}) << plant.name;
-    }
-  }
-
   // For each plant, repeats the operation and puts the plant at `place` before the first, second,
   // ... file call. Returns how often it was put.
-  int exchange(const std::vector<Plant>& all,
-               const std::function<std::optional<std::string>()>& place) {
+  int exchange(const std::function<std::optional<std::string>()>& place) {
     int exchanged = 0;
-    for (const Plant& plant : all) {
+    for (const Plant& plant : GetParam().plants) {
       bool has_happened = true;
       for (int call = 1; has_happened; ++call) {
         begin();
         const BeforeFileCall action(call, [&] {
           if (const auto found = place()) putAt(*found, plant);
         });
-        GetParam().run();
+        operation().run();
         has_happened = action.hasHappened();
         if (!planted_) continue;
         ++exchanged;
@@ -179,7 +173,8 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
     return exchanged;
   }
 
-  [[nodiscard]] std::string path() const { return story_.file(GetParam().file); }
+  [[nodiscard]] static const Operation& operation() { return GetParam().operation; }
+  [[nodiscard]] std::string path() const { return story_.file(operation().file); }
   // The path of the temporary file beside the file, if there is one.
   [[nodiscard]] std::optional<std::string> temporary() const {
     for (const auto& entry : fs::directory_iterator(story_.file(""))) {
@@ -188,11 +183,10 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
     return std::nullopt;
   }
 
- private:
   // Creates the operation's files and untouched victims.
   void begin() {
     for (const auto& entry : fs::directory_iterator(story_.file(""))) fs::remove_all(entry.path());
-    GetParam().prepare(story_);
+    operation().prepare(story_);
     planted_.reset();
     victims_.emplace(story_.rootPath("/elsewhere"));
   }
@@ -200,12 +194,14 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
     planted_.emplace(plant, place, *victims_);
     before_ = asAllStands();
   }
-  [[nodiscard]] std::string asAllStands() const {
-    return planted_->asItStands() + victims_->asTheyStand();
-  }
   void expectNothingChanged(const std::string& when) const {
     EXPECT_EQ(asAllStands(), before_) << when;
     EXPECT_FALSE(victims_->isSecretIn(story_.file(""))) << when;
+  }
+
+ private:
+  [[nodiscard]] std::string asAllStands() const {
+    return planted_->asItStands() + victims_->asTheyStand();
   }
 
   Story story_;
@@ -213,38 +209,37 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
   std::optional<Planted> planted_;
   std::string before_;
 };
-// Device files, which only root can create.
-class PrivilegedPlantedEntry : public PlantedEntry {};
 
 TEST_P(PlantedEntry, BeforehandLeadsNowhereAndIsNotOpened) {
-  putBeforehand(plants());
+  for (const Plant& plant : GetParam().plants) {
+    begin();
+    putAt(path(), plant);
+    std::vector<std::string> opened;
+    {
+      const Intercepted calls([&](const FileCall& call, const auto& real) {
+        if (opensSpecial(call)) opened.push_back(call.path);
+        return real(false);
+      });
+      operation().run();
+    }
+    expectNothingChanged(plant.name);
+    EXPECT_EQ(opened, std::vector<std::string>{}) << plant.name;
+  }
 }
 
 TEST_P(PlantedEntry, BetweenAnyTwoFileCallsLeadsNowhere) {
   // Each plant was put more than once.
-  EXPECT_GT(exchange(plants(), [&] { return path(); }), static_cast<int>(plants().size()));
+  EXPECT_GT(exchange([&] { return path(); }), static_cast<int>(GetParam().plants.size()));
 }
 
 TEST_P(PlantedEntry, UnderTheTemporaryNameLeadsNowhere) {
-  EXPECT_EQ(exchange(plants(), [&] { return temporary(); }) > 0, GetParam().writes_temporary);
+  EXPECT_EQ(exchange([&] { return temporary(); }) > 0, operation().writes_temporary);
 }
 
-TEST_P(PrivilegedPlantedEntry, BeforehandLeadsNowhereAndIsNotOpened) {
-  putBeforehand(devicePlants());
-}
-
-TEST_P(PrivilegedPlantedEntry, BetweenAnyTwoFileCallsLeadsNowhere) {
-  EXPECT_GT(exchange(devicePlants(), [&] { return path(); }),
-            static_cast<int>(devicePlants().size()));
-}
-
-TEST_P(PrivilegedPlantedEntry, UnderTheTemporaryNameLeadsNowhere) {
-  EXPECT_EQ(exchange(devicePlants(), [&] { return temporary(); }) > 0, GetParam().writes_temporary);
-}
-
-INSTANTIATE_TEST_SUITE_P(Each, PlantedEntry, testing::ValuesIn(operations()),
+INSTANTIATE_TEST_SUITE_P(Each, PlantedEntry, testing::ValuesIn(attacksWith(plants())),
                          testing::PrintToStringParamName());
-INSTANTIATE_TEST_SUITE_P(PrivilegedEach, PrivilegedPlantedEntry, testing::ValuesIn(operations()),
+INSTANTIATE_TEST_SUITE_P(PrivilegedEach, PlantedEntry,
+                         testing::ValuesIn(attacksWith(devicePlants())),
                          testing::PrintToStringParamName());
 
 }  // namespace
