@@ -12,7 +12,6 @@ using plist::Dictionary;
 using tests::kChapterRule;
 using tests::kTargetRule;
 using tests::Lines;
-using tests::operator+;
 using tests::Story;
 using namespace std::chrono_literals;
 

@@ -15,7 +15,6 @@ namespace {
 
 using tests::kChapterRule;
 using tests::Lines;
-using tests::operator+;
 using tests::Story;
 using namespace std::chrono_literals;
 

@@ -15,7 +15,6 @@ using plist::Dictionary;
 using plist::Value;
 using simulated::Device;
 using tests::Lines;
-using tests::operator+;
 
 constexpr int kSetBand = 2;
 constexpr int kSetLimits = 7;

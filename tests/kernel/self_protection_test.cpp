@@ -13,7 +13,6 @@ namespace vorlatch {
 namespace {
 
 using tests::Lines;
-using tests::operator+;
 
 // A daemon whose kernel the test scripts.
 struct Daemon : tests::Story {

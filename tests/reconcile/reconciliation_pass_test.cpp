@@ -22,7 +22,6 @@ using tests::kRemoved;
 using tests::kSettings;
 using tests::kSwitchedOff;
 using tests::Lines;
-using tests::operator+;
 using tests::restored;
 using tests::started;
 using tests::ticked;
