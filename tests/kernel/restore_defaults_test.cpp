@@ -31,7 +31,7 @@ struct Held : tests::Story {
     EXPECT_EQ(takeLog(), (Lines{tests::kTargetRule, "[恢复] 目标: backboardd PID: 100",
                                 "[守护] backboardd PID:100"}));
     EXPECT_EQ(status(), Dictionary{});
-    const Lines calls = takeCalls();
+    Lines calls = takeCalls();
     EXPECT_EQ(calls.size(), 4U);
     return calls;
   }

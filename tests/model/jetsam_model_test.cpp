@@ -185,8 +185,9 @@ TEST(JetsamModel, TakesStatesFromBufferOrFlags) {
       ASSERT_EQ(machine.setManaged(kDaemonPid, 1), kSuccess);
       EXPECT_TRUE(machine.record(kDaemonPid).freezable);
       // The other place says something else.
-      std::uint32_t in_buffer = argument == StateArgument::Buffer ? state : state != 1;
-      const std::uint32_t in_flags = argument == StateArgument::Flags ? state : state != 1;
+      const std::uint32_t another = state == 1 ? 0 : 1;
+      std::uint32_t in_buffer = argument == StateArgument::Buffer ? state : another;
+      const std::uint32_t in_flags = argument == StateArgument::Flags ? state : another;
       EXPECT_EQ(machine.control(kSetManaged, kDaemonPid, in_flags, &in_buffer, 4), kSuccess);
       EXPECT_EQ(machine.control(kGetManaged, kDaemonPid, 0, nullptr, 0),
                 (CallResult{.result = state == 1}));
