@@ -176,6 +176,7 @@ TEST(Pass, EmptiedTargetsAreRestoredAtTheLastKnownPid) {
   EXPECT_EQ(daemon.passWith({{"alpha", kSettings}}), started("alpha", daemon.pid));
   daemon.writePreferences({{"Enabled", true}});  // missing targets count as empty
   EXPECT_EQ(daemon.pass(), kRemoved + restored("alpha", daemon.pid));
+  EXPECT_EQ(daemon.passWith({{"alpha", kSettings}}), started("alpha", daemon.pid));  // the same pid
 }
 
 TEST(Pass, TargetFirstSeenByPatrolCountsAsEdited) {
@@ -186,6 +187,18 @@ TEST(Pass, TargetFirstSeenByPatrolCountsAsEdited) {
   daemon.run(1800s);
   daemon.takeLog();
   EXPECT_EQ(daemon.pass(), edited("alpha", pid));
+}
+
+TEST(Pass, ClearsAnOversizedLogBeforeAnythingElse) {
+  Daemon daemon;
+  const auto pid = daemon.launch("alpha");
+  daemon.writePreferences(
+      {{"Enabled", true}, {"LogSizeLimit", 100}, {"AppConfigs", Dictionary{{"alpha", kSettings}}}});
+  daemon.start();
+  daemon.takeLog();
+  daemon.run(150ms);
+  EXPECT_EQ(daemon.rereadLog(),
+            Lines{"[守护] 日志大小超过设定限制(0.0MB)，已自动清空。"} + started("alpha", pid));
 }
 
 TEST(SwitchedOff, RestoresAllOnceAndStartsAnewOnceOn) {
