@@ -43,7 +43,7 @@ CFOwned<CFStringRef> cfStringOf(std::string_view utf8) {
   return CFOwned<CFStringRef>(
       CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(utf8.data()),
                               static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8,
-                              /*isExternalRepresentation=*/false));
+                              /*isExternalRepresentation=*/0));
 }
 
 }  // namespace vorlatch::platform

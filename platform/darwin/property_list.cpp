@@ -44,7 +44,7 @@ Value integerOf(CFNumberRef number) {
 }
 
 Value numberOf(CFNumberRef number) {
-  if (!CFNumberIsFloatType(number)) return integerOf(number);
+  if (CFNumberIsFloatType(number) == 0) return integerOf(number);
   double real = 0;
   CFNumberGetValue(number, kCFNumberDoubleType, &real);
   return {real};
@@ -158,8 +158,7 @@ struct MakeObject {
                                static_cast<CFIndex>(value.bytes.size())));
   }
   Object operator()(const Array& value) const {
-    const CFMutableArrayRef array =
-        CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
+    auto* const array = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
     Object owned(array);
     for (const Value& item : value) {
       const Object object = objectOf(item);
@@ -170,7 +169,7 @@ struct MakeObject {
   }
   Object operator()(const Dictionary& value) const {
     if (const std::optional<std::uint32_t> uid = plist::uidIn(value)) return uidObject(*uid);
-    const CFMutableDictionaryRef dictionary = CFDictionaryCreateMutable(
+    auto* const dictionary = CFDictionaryCreateMutable(
         kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
     Object owned(dictionary);
     for (const auto& [key, item] : value) {

@@ -37,7 +37,7 @@ class SerialQueue {
   SerialQueue& operator=(const SerialQueue&) = delete;
   ~SerialQueue() = delete;  // lives as long as the process
 
-  const dispatch_queue_t queue;
+  dispatch_queue_t queue;
 };
 
 SerialQueue& makeSerialQueue(const char* label) {
@@ -68,7 +68,7 @@ class TimerSource {
   }
 
  private:
-  const dispatch_source_t source_;
+  dispatch_source_t source_;
 };
 
 static_assert(kNever == DISPATCH_TIME_FOREVER);

@@ -4,7 +4,7 @@
 # Packages that a device build needs.
 # shellcheck disable=SC2034 # for the scripts
 device_packages=(cmake ninja-build clang-19 lld-19 llvm-19 libc++-19-dev
-  libcli11-dev nlohmann-json3-dev lowdown)
+  libcli11-dev nlohmann-json3-dev lowdown googletest)
 # shellcheck disable=SC2034
 device_tools=(git dpkg-deb cmake ninja clang++-19 ld64.lld-19 llvm-ar-19 llvm-ranlib-19 llvm-strip-19
   lowdown)
@@ -12,6 +12,8 @@ device_tools=(git dpkg-deb cmake ninja clang++-19 ld64.lld-19 llvm-ar-19 llvm-ra
 device=$root/build/device
 # The build folder of the programs; a build with Apple's SDK uses another one.
 programs=$device/programs
+# What to build there.
+targets=(all)
 # Half of it is for the wheel.
 room_mb=250
 
@@ -49,16 +51,21 @@ makeSdk() {
   rm -rf "$device/wheel"
 }
 
-# buildPrograms SDK: leaves unsigned vorlatchd and vorlatchctl in $programs.
-buildPrograms() {
-  note "building for the device"
+# configurePrograms SDK [ARGUMENT...]: configures $programs; cmake gets the arguments.
+configurePrograms() {
   # The compiler would otherwise take paths and flags from the environment.
   unset CPATH C_INCLUDE_PATH CPLUS_INCLUDE_PATH LIBRARY_PATH CXXFLAGS CPPFLAGS LDFLAGS
   quietly "$programs.log" cmake -S "$root" -B "$programs" -G Ninja \
     -DCMAKE_TOOLCHAIN_FILE="$root/packaging/ios.cmake" -DCMAKE_BUILD_TYPE=Release \
-    -DVORLATCH_IOS_SDK="$1" -DVORLATCH_LIBCXX="$device/sdk/usr/lib/libc++.tbd" ||
+    -DVORLATCH_IOS_SDK="$1" -DVORLATCH_LIBCXX="$device/sdk/usr/lib/libc++.tbd" "${@:2}" ||
     die "the device build cannot be configured"
-  quietly "$programs.log" ninja -C "$programs" || die "the device build fails"
+}
+
+# buildPrograms SDK: builds the targets, by default the unsigned vorlatchd and vorlatchctl, in $programs.
+buildPrograms() {
+  note "building for the device"
+  configurePrograms "$1"
+  quietly "$programs.log" ninja -C "$programs" "${targets[@]}" || die "the device build fails"
 }
 
 buildForDevice() {
@@ -74,6 +81,12 @@ buildWithSdk() {
   buildPrograms "$(cd "$1" && pwd -P)"
 }
 
+# sign PROGRAM NAME: signs the program with the entitlements of that name.
+sign() {
+  python3 "$root/packaging/sign.py" --identifier com.zel.vorlatch \
+    --entitlements "$root/packaging/$2.entitlements.plist" "$1" || die "$1 cannot be signed"
+}
+
 # layOutPackage STAGING: installs below STAGING/var/jb, and strips and signs the programs.
 layOutPackage() {
   local jb=$1/var/jb program
@@ -81,8 +94,6 @@ layOutPackage() {
   quietly "$programs.log" cmake --install "$programs" --prefix "$jb" --strip ||
     die "the package's files cannot be laid out"
   for program in "$jb"/usr/libexec/vorlatchd "$jb"/usr/bin/vorlatchctl; do
-    python3 "$root/packaging/sign.py" --identifier com.zel.vorlatch \
-      --entitlements "$root/packaging/${program##*/}.entitlements.plist" "$program" ||
-      die "$program cannot be signed"
+    sign "$program" "${program##*/}"
   done
 }

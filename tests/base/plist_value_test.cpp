@@ -70,31 +70,20 @@ TEST(PlistValue, ThirtyTwoBitValueSaturates) {
 }
 
 TEST(PlistValue, TruthValueOfEveryType) {
-  const std::vector<Value> true_values = {true,      1,   -1,    kLargest, 0.5,
-                                          kInfinity, "1", "9",   "Y",      "yes",
-                                          "True",    "t", " +1", "-007",   "00y"};
-  for (std::size_t i = 0; i < true_values.size(); ++i) {
-    EXPECT_TRUE(truthValue(true_values[i])) << "case " << i;
+  for (const Value& value :
+       {Value(true), Value(1), Value(-1), Value(kLargest), Value(0.5), Value(kInfinity)}) {
+    EXPECT_TRUE(truthValue(value)) << int64Value(value);
   }
-  const std::vector<Value> false_values = {false,
-                                           0,
-                                           0.0,
-                                           -0.0,
-                                           std::nan(""),
-                                           "",
-                                           "0",
-                                           "000",
-                                           "no",
-                                           "n1",
-                                           "++1",
-                                           "x",
-                                           "- 1",
-                                           Date{1},
-                                           Data{"1"},
-                                           Array{1},
-                                           Dictionary{{"a", 1}}};
-  for (std::size_t i = 0; i < false_values.size(); ++i) {
-    EXPECT_FALSE(truthValue(false_values[i])) << "case " << i;
+  for (const Value& value :
+       {Value(false), Value(0), Value(0.0), Value(-0.0), Value(std::nan("")), Value(Date{1}),
+        Value(Data{"1"}), Value(Array{1}), Value(Dictionary{{"a", 1}})}) {
+    EXPECT_FALSE(truthValue(value)) << int64Value(value);
+  }
+  for (const char* text : {"1", "9", "Y", "yes", "True", "t", " +1", "-007", "00y"}) {
+    EXPECT_TRUE(truthValue(text)) << text;
+  }
+  for (const char* text : {"", "0", "000", "no", "n1", "++1", "x", "- 1"}) {
+    EXPECT_FALSE(truthValue(text)) << text;
   }
 }
 

@@ -14,68 +14,27 @@ using plist::Dictionary;
 using tests::Lines;
 using tests::Story;
 
-const Dictionary kPreset{
-    {"Enabled", true},
-    {"AppConfigs",
-     Dictionary{
-         {"SpringBoard", Dictionary{{"Remark", "视图"},
-                                    {"JetsamPriority", 210},
-                                    {"NiceValue", -19},
-                                    {"MemLimitActive", 0},
-                                    {"MemLimitInactive", 0},
-                                    {"CheckInterval", 0}}},
-         {"backboardd", Dictionary{{"Remark", "触控"},
-                                   {"JetsamPriority", 210},
-                                   {"NiceValue", -20},
-                                   {"MemLimitActive", 0},
-                                   {"MemLimitInactive", 0},
-                                   {"CheckInterval", 0}}},
-         {"com.tencent.xin", Dictionary{{"Remark", "微信.xin"},
-                                        {"JetsamPriority", 160},
-                                        {"NiceValue", 0},
-                                        {"MemLimitActive", 0},
-                                        {"MemLimitInactive", 0},
-                                        {"CheckInterval", 0}}},
-         {"dasd", Dictionary{{"Remark", "后台刷新"},
-                             {"JetsamPriority", -1},
-                             {"NiceValue", 1},
-                             {"MemLimitActive", 0},
-                             {"MemLimitInactive", 0},
-                             {"CheckInterval", 0}}},
-         {"kbd", Dictionary{{"Remark", "键盘"},
-                            {"JetsamPriority", -1},
-                            {"NiceValue", -18},
-                            {"MemLimitActive", 0},
-                            {"MemLimitInactive", 0},
-                            {"CheckInterval", 0}}},
-         {"runningboardd", Dictionary{{"Remark", "任务调度"},
-                                      {"JetsamPriority", -1},
-                                      {"NiceValue", -17},
-                                      {"MemLimitActive", 0},
-                                      {"MemLimitInactive", 0},
-                                      {"CheckInterval", 0}}},
-         {"sharingd", Dictionary{{"Remark", "分享"},
-                                 {"JetsamPriority", -1},
-                                 {"NiceValue", -16},
-                                 {"MemLimitActive", 0},
-                                 {"MemLimitInactive", 0},
-                                 {"CheckInterval", 0}}},
-     }},
-};
+Dictionary target(const char* remark, int band, int nice_value) {
+  return {{"Remark", remark},    {"JetsamPriority", band}, {"NiceValue", nice_value},
+          {"MemLimitActive", 0}, {"MemLimitInactive", 0},  {"CheckInterval", 0}};
+}
 
 TEST(DefaultPreset, IsWrittenWhenThereIsNoPreferencesFile) {
   Story story;
   story.openLog();
   checkAndGenerateDefaultConfig();
-  EXPECT_EQ(loadPreferences(), kPreset);
+  EXPECT_EQ(loadPreferences(),
+            (Dictionary{{"Enabled", true},
+                        {"AppConfigs", Dictionary{{"SpringBoard", target("视图", 210, -19)},
+                                                  {"backboardd", target("触控", 210, -20)},
+                                                  {"com.tencent.xin", target("微信.xin", 160, 0)},
+                                                  {"dasd", target("后台刷新", -1, 1)},
+                                                  {"kbd", target("键盘", -1, -18)},
+                                                  {"runningboardd", target("任务调度", -1, -17)},
+                                                  {"sharingd", target("分享", -1, -16)}}}}));
   EXPECT_EQ(tests::modeOf(story.preferencesFile()), 0666U);
   EXPECT_EQ(story.takeLog(), Lines{"[配置] 已生成默认预设参数"});
-}
-
-TEST(DefaultPreset, HoldsIntegersAndOneBoolean) {
-  Story story;
-  story.openLog();
-  checkAndGenerateDefaultConfig();
+  // Numbers of different types are equal above: the file has integers and one boolean.
   const std::string xml = tests::readAll(story.preferencesFile());
   EXPECT_NE(xml.find("<true/>"), xml.npos);
   EXPECT_NE(xml.find("<integer>-19</integer>"), xml.npos);

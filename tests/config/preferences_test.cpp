@@ -1,6 +1,7 @@
 #include "config/preferences.h"
 
 #include <cmath>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -14,139 +15,94 @@ using plist::Data;
 using plist::Date;
 using plist::Dictionary;
 using plist::Value;
-using tests::Story;
 
-TEST(Preferences, AMissingFileReadsAsEmptyAndSwitchedOff) {
-  Story story;
+TEST(Preferences, AreReadAfreshEachTimeAndOffWhenMissing) {
+  tests::Story story;
   EXPECT_EQ(loadPreferences(), Dictionary{});
-  EXPECT_FALSE(isEnabled({}));
   EXPECT_EQ(appConfigs({}), TargetDictionaries{});
-}
-
-TEST(Preferences, AreReadAfreshEachTime) {
-  Story story;
-  story.writePreferences({{"Enabled", true}});
-  EXPECT_TRUE(isEnabled(loadPreferences()));
-  story.writePreferences({{"Enabled", false}});
-  EXPECT_FALSE(isEnabled(loadPreferences()));
+  EXPECT_FALSE(isEnabled({}));
+  for (const bool enabled : {true, false}) {
+    story.writePreferences({{"Enabled", enabled}});
+    EXPECT_EQ(isEnabled(loadPreferences()), enabled);
+  }
 }
 
 TEST(Preferences, TheSwitchIsTheTruthValueOfWhatIsStored) {
-  EXPECT_TRUE(isEnabled({{"Enabled", 1}}));
-  EXPECT_TRUE(isEnabled({{"Enabled", "yes"}}));
-  EXPECT_FALSE(isEnabled({{"Enabled", 0}}));
-  EXPECT_FALSE(isEnabled({{"Enabled", "no"}}));
-  EXPECT_FALSE(isEnabled({{"Enabled", Array{true}}}));
-}
-
-TEST(Preferences, TargetsOfAnotherTypeArePassedOver) {
-  const Dictionary kept{{"NiceValue", 5}};
-  EXPECT_EQ(appConfigs({{"AppConfigs", Dictionary{{"a", kept},
-                                                  {"b", 1},
-                                                  {"c", "x"},
-                                                  {"d", Array{kept}},
-                                                  {"e", Data{"x"}},
-                                                  {"f", Date{1}},
-                                                  {"g", true},
-                                                  {"h", 1.5},
-                                                  {"", Dictionary{}}}}}),
-            (TargetDictionaries{{"", {}}, {"a", kept}}));
-}
-
-TEST(Preferences, AppConfigsOfAnotherTypeReadAsMissing) {
-  for (const Value& value : {Value(true), Value(1), Value(1.5), Value("x"), Value(Data{"x"}),
-                             Value(Date{1}), Value(Array{Dictionary{}})}) {
-    EXPECT_EQ(appConfigs({{"AppConfigs", value}}), TargetDictionaries{});
+  for (const Value& value : {Value(1), Value("yes")}) EXPECT_TRUE(isEnabled({{"Enabled", value}}));
+  for (const Value& value : {Value(0), Value("no"), Value(Array{true})}) {
+    EXPECT_FALSE(isEnabled({{"Enabled", value}}));
   }
+}
+
+TEST(Preferences, DictionariesOfAnotherTypeReadAsMissing) {
+  const Dictionary kept{{"NiceValue", 5}};
+  Dictionary targets{{"a", kept}, {"", Dictionary{}}};
+  const std::vector<Value> others = {true, 1, 1.5, "x", Data{"x"}, Date{1}, Array{kept}};
+  for (const Value& other : others) {
+    targets.insert_or_assign("other " + std::to_string(targets.size()), other);
+    EXPECT_EQ(appConfigs({{"AppConfigs", other}}), TargetDictionaries{});
+  }
+  EXPECT_EQ(appConfigs({{"AppConfigs", targets}}), (TargetDictionaries{{"", {}}, {"a", kept}}));
 }
 
 TEST(Preferences, LogSizeLimit) {
   EXPECT_EQ(logSizeLimit({}), 2097152);
-  EXPECT_EQ(logSizeLimit({{"LogSizeLimit", 1}}), 1);
-  EXPECT_EQ(logSizeLimit({{"LogSizeLimit", 0}}), std::nullopt);
-  EXPECT_EQ(logSizeLimit({{"LogSizeLimit", -5}}), std::nullopt);
-  EXPECT_EQ(logSizeLimit({{"LogSizeLimit", "1048576"}}), 1048576);
-  EXPECT_EQ(logSizeLimit({{"LogSizeLimit", std::int64_t{1} << 40}}), std::int64_t{1} << 40);
-  EXPECT_EQ(logSizeLimit({{"LogSizeLimit", UINT64_MAX}}), INT64_MAX);
-  EXPECT_EQ(logSizeLimit({{"LogSizeLimit", Array{5}}}), std::nullopt);
+  const std::pair<Value, std::optional<std::int64_t>> limits[] = {
+      {1, 1},
+      {0, std::nullopt},
+      {-5, std::nullopt},
+      {"1048576", 1048576},
+      {std::int64_t{1} << 40, std::int64_t{1} << 40},
+      {UINT64_MAX, INT64_MAX},
+      {Array{5}, std::nullopt}};
+  for (const auto& [stored, limit] : limits) {
+    EXPECT_EQ(logSizeLimit({{"LogSizeLimit", stored}}), limit);
+  }
 }
 
 TEST(ConfiguredTargets, AreReadOnceEach) {
-  const Targets targets = configuredTargets(
-      {{"AppConfigs",
-        Dictionary{{"a", Dictionary{{"NiceValue", "5"}, {"Own", Array{}}}}, {"b", 1}}}});
+  const Dictionary stored{{"NiceValue", "5"}, {"Own", Array{}}};
+  const Targets targets = configuredTargets({{"AppConfigs", Dictionary{{"a", stored}, {"b", 1}}}});
   ASSERT_EQ(targets.size(), 1U);
   EXPECT_EQ(targets.at("a").settings, TargetSettings{.nice_value = 5});
-  EXPECT_EQ(targets.at("a").stored_form,
-            plist::comparisonForm(Dictionary{{"NiceValue", "5"}, {"Own", Array{}}}));
+  EXPECT_EQ(targets.at("a").stored_form, plist::comparisonForm(stored));
 }
 
-TEST(TargetSettings, AreTheirDefaultsWhereTheKeysAreMissing) {
+TEST(TargetSettings, ConvertWhatIsStored) {
+  const std::tuple<const char*, Value, TargetSettings> cases[] = {
+      {"Remark", 7, {}},
+      {"JetsamPriority", 1, {.jetsam_priority = 1}},
+      {"JetsamPriority", "15", {.jetsam_priority = 15}},
+      {"JetsamPriority", "fifteen", {.jetsam_priority = 0}},
+      {"JetsamPriority", "", {.jetsam_priority = 0}},
+      {"MemLimitActive", UINT64_MAX, {.active_limit_mb = INT32_MAX}},
+      {"MemLimitActive", INT64_MIN, {.active_limit_mb = INT32_MIN}},
+      {"MemLimitActive", std::nan(""), {.active_limit_mb = 0}},
+      {"MemLimitInactive", 4, {.inactive_limit_mb = 4}},
+      {"NiceValue", -35, {.nice_value = -20}},
+      {"NiceValue", -20, {.nice_value = -20}},
+      {"NiceValue", 20, {.nice_value = 20}},
+      {"NiceValue", 99, {.nice_value = 20}},
+      {"CheckInterval", "5", {.check_interval_s = 5}},
+      {"CheckInterval", INT32_MAX, {.check_interval_s = INT32_MAX}},
+      {"CheckInterval", 0, {.check_interval_s = 0}},
+      {"CheckInterval", -5, {.check_interval_s = 0}},
+      {"StripManaged", true, {.strips_managed = true}},
+      {"StripManaged", 0, {.strips_managed = false}},
+      {"StripManaged", "", {.strips_managed = false}},
+      {"StripManaged", Dictionary{}, {.strips_managed = false}}};
   EXPECT_EQ(readTargetSettings({}), TargetSettings{});
-}
-
-TEST(TargetSettings, HaveTheirKeys) {
-  EXPECT_EQ(readTargetSettings({{"JetsamPriority", 1},
-                                {"NiceValue", 2},
-                                {"MemLimitActive", 3},
-                                {"MemLimitInactive", 4},
-                                {"CheckInterval", 5},
-                                {"StripManaged", false},
-                                {"Remark", 7}}),
-            (TargetSettings{.check_interval_s = 5,
-                            .jetsam_priority = 1,
-                            .active_limit_mb = 3,
-                            .inactive_limit_mb = 4,
-                            .nice_value = 2,
-                            .strips_managed = false}));
-}
-
-TEST(TargetSettings, ReadNumericStrings) {
-  const auto band = [](const Value& value) {
-    return readTargetSettings({{"JetsamPriority", value}}).jetsam_priority;
-  };
-  EXPECT_EQ(band("15"), 15);
-  EXPECT_EQ(band("fifteen"), 0);
-  EXPECT_EQ(band(""), 0);
-}
-
-TEST(TargetSettings, SaturateNumbers) {
-  const auto limit_mb = [](const Value& value) {
-    return readTargetSettings({{"MemLimitActive", value}}).active_limit_mb;
-  };
-  EXPECT_EQ(limit_mb(UINT64_MAX), INT32_MAX);
-  EXPECT_EQ(limit_mb(INT64_MIN), INT32_MIN);
-  EXPECT_EQ(limit_mb(std::nan("")), 0);
-}
-
-TEST(TargetSettings, ClampTheNiceValue) {
-  const auto nice_value = [](int value) {
-    return readTargetSettings({{"NiceValue", value}}).nice_value;
-  };
-  EXPECT_EQ(nice_value(-35), -20);
-  EXPECT_EQ(nice_value(-20), -20);
-  EXPECT_EQ(nice_value(20), 20);
-  EXPECT_EQ(nice_value(99), 20);
-}
-
-TEST(TargetSettings, HaveNoCheckIntervalBelowOne) {
-  const auto interval_s = [](const Value& value) {
-    return readTargetSettings({{"CheckInterval", value}}).check_interval_s;
-  };
-  EXPECT_EQ(interval_s("5"), 5);
-  EXPECT_EQ(interval_s(INT32_MAX), INT32_MAX);
-  EXPECT_EQ(interval_s(0), 0);
-  EXPECT_EQ(interval_s(-5), 0);
-}
-
-TEST(TargetSettings, ReadStripManagedAsATruthValue) {
-  const auto strips = [](const Value& value) {
-    return readTargetSettings({{"StripManaged", value}}).strips_managed;
-  };
-  EXPECT_EQ(strips(true), true);
-  EXPECT_EQ(strips(0), false);
-  EXPECT_EQ(strips(""), false);
-  EXPECT_EQ(strips(Dictionary{}), false);
+  Dictionary all;
+  for (const auto& [key, stored, settings] : cases) {
+    EXPECT_EQ(readTargetSettings({{key, stored}}), settings) << key;
+    all.insert_or_assign(key, stored);
+  }
+  EXPECT_EQ(readTargetSettings(all), (TargetSettings{.check_interval_s = 0,
+                                                     .jetsam_priority = 0,
+                                                     .active_limit_mb = 0,
+                                                     .inactive_limit_mb = 4,
+                                                     .nice_value = 20,
+                                                     .strips_managed = false}));
 }
 
 }  // namespace

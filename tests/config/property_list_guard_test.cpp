@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -43,8 +44,8 @@ std::string repeated(const std::string& text, std::size_t times) {
   return all;
 }
 
-std::string nestedXml(const std::string& open, const std::string& inside, const std::string& close,
-                      std::size_t levels) {
+std::string nestedXml(std::size_t levels, const std::string& inside,
+                      const std::string& open = "<array>", const std::string& close = "</array>") {
   return "<plist version=\"1.0\">" + repeated(open, levels) + inside + repeated(close, levels) +
          "</plist>";
 }
@@ -67,24 +68,50 @@ std::string sharedBinary(std::size_t levels, std::size_t fan_out, const std::str
   return list.build();
 }
 
-TEST(PropertyListGuard, OrdinaryListsPass) {
-  EXPECT_TRUE(isBoundedPropertyList("<plist><dict><key>a</key><array/></dict></plist>"));
+// The smallest dictionary with one key and one value.
+std::string dictionaryOf(const std::string& key, const std::string& value = "\x09") {
   BinaryBuilder list;
-  list.objects = {list.dictionary({1}, {2}), BinaryBuilder::ascii("a"), "\x09"};
-  EXPECT_TRUE(isBoundedPropertyList(list.build()));
+  list.objects = {list.dictionary({1}, {2}), key, value};
+  return list.build();
+}
+
+std::string wideKey(const std::string& units) {
+  return dictionaryOf(BinaryBuilder::marker(0x6, units.size() / 2) + units);
+}
+
+// Each list, and whether it is within the bounds.
+void expectBounded(const std::vector<std::pair<std::string, bool>>& lists) {
+  for (std::size_t i = 0; i < lists.size(); ++i) {
+    EXPECT_EQ(isBoundedPropertyList(lists[i].first), lists[i].second) << "list " << i;
+  }
 }
 
 TEST(PropertyListGuard, XmlNestsUpToTheLimit) {
-  EXPECT_TRUE(
-      isBoundedPropertyList(nestedXml("<array>", "<string>a</string>", "</array>", kMaxLevels)));
-  EXPECT_FALSE(isBoundedPropertyList(
-      nestedXml("<array>", "<string>a</string>", "</array>", kMaxLevels + 1)));
   const std::string bare = repeated("<dict>", kMaxLevels);
-  EXPECT_TRUE(isBoundedPropertyList(bare));
-  EXPECT_FALSE(isBoundedPropertyList(bare + "<dict>"));
-  EXPECT_FALSE(isBoundedPropertyList(repeated("<plist>", 1'000'000)));
-  EXPECT_FALSE(isBoundedPropertyList(repeated("<unknown>", 1'000'000)));
-  EXPECT_FALSE(isBoundedPropertyList(repeated("<dict a=\"b\">", 1'000'000)));
+  expectBounded({
+      {nestedXml(kMaxLevels, "<string>a</string>"), true},
+      {nestedXml(kMaxLevels + 1, "<string>a</string>"), false},
+      {bare, true},
+      {bare + "<dict>", false},
+      {repeated("<plist>", 1'000'000), false},
+      {repeated("<unknown>", 1'000'000), false},
+      {repeated("<dict a=\"b\">", 1'000'000), false},
+      // Siblings are no levels.
+      {"<array>" + repeated("<dict></dict><array/>", 1'000) + "</array>", true},
+      {"<array>" + repeated("<dict />", 1'000) + "</array>", true},
+      // Only the outermost plist element is no level.
+      {nestedXml(kMaxLevels - 1, "<plist></plist>"), true},
+      {nestedXml(kMaxLevels, "<plist></plist>"), false},
+      // The top level is counted like any other.
+      {repeated("<dict></dict>", 1000) + bare, true},
+      {"<dict></dict></dict>" + bare + "<dict>", false},
+      {"<plist></plist>" + bare + "<dict>", false},
+  });
+  for (const std::string scalar :
+       {"key", "string", "integer", "real", "date", "data", "true", "false"}) {
+    const std::string inside = "<" + scalar + "></" + scalar + ">";
+    EXPECT_TRUE(isBoundedPropertyList(nestedXml(kMaxLevels, inside))) << scalar;
+  }
 }
 
 TEST(PropertyListGuard, EachObjectCountsAtWhatItCosts) {
@@ -93,7 +120,6 @@ TEST(PropertyListGuard, EachObjectCountsAtWhatItCosts) {
   EXPECT_EQ(sizeOf("<plist><dict><key>ab</key><array/></dict></plist>"),
             "49 bytes, 1639 of memory, 2 levels");
   EXPECT_EQ(sizeOf("<array/>"), "8 bytes, 458 of memory, 1 levels");
-  EXPECT_EQ(sizeOf("x"), "damaged");
   BinaryBuilder list;
   list.objects = {list.dictionary({1}, {2}), BinaryBuilder::ascii("ab"), list.array({3, 3}),
                   "\x09"};
@@ -112,56 +138,54 @@ TEST(PropertyListGuard, CountingStopsWhereABoundIsPassed) {
   EXPECT_EQ(measurePropertyList(std::string(2 * kMegabyte, '<'))->file_bytes, 2 * kMegabyte);
 }
 
-TEST(PropertyListGuard, SiblingsAreNotLevels) {
-  EXPECT_TRUE(
-      isBoundedPropertyList("<array>" + repeated("<dict></dict><array/>", 1'000) + "</array>"));
-  EXPECT_TRUE(isBoundedPropertyList("<array>" + repeated("<dict />", 1'000) + "</array>"));
-}
-
 TEST(PropertyListGuard, WhatOnlyLooksLikeATagDoesNotCount) {
-  EXPECT_TRUE(isBoundedPropertyList("<array><!--" + repeated("<array>", 1000) + "--></array>"));
-  EXPECT_TRUE(
-      isBoundedPropertyList("<string><![CDATA[" + repeated("<array>", 1000) + "]]></string>"));
-  EXPECT_TRUE(isBoundedPropertyList("<?note " + repeated("<array>", 1000) + "?><array/>"));
-  EXPECT_FALSE(isBoundedPropertyList(repeated("<array><!--</array>-->", 1000)));
-  EXPECT_FALSE(isBoundedPropertyList(repeated("<array><![CDATA[</array>]]>", 1000)));
+  const std::string tags = repeated("<array>", 1000);
+  expectBounded({{"<array><!--" + tags + "--></array>", true},
+                 {"<string><![CDATA[" + tags + "]]></string>", true},
+                 {"<?note " + tags + "?><array/>", true},
+                 {repeated("<array><!--</array>-->", 1000), false},
+                 {repeated("<array><![CDATA[</array>]]>", 1000), false}});
+  // Only blanks may stand in front of the first tag.
+  for (const std::string blanks : {"", " ", "\n\t\r ", "\xEF\xBB\xBF", "\x7F"}) {
+    expectBounded({{blanks + tags, false}, {blanks + "<true/>", true}});
+  }
 }
 
 TEST(PropertyListGuard, AmbiguousXmlIsRefused) {
-  EXPECT_FALSE(isBoundedPropertyList("<plist a=\"</dict>\"><true/></plist>"));
-  EXPECT_FALSE(isBoundedPropertyList("<plist a='>'><true/></plist>"));
-  EXPECT_FALSE(isBoundedPropertyList("<!DOCTYPE plist [ ]><true/>"));
-  EXPECT_FALSE(isBoundedPropertyList("<?xml encoding=\"UTF-7\"?><true/>"));
-  EXPECT_FALSE(isBoundedPropertyList("<?xml encoding=\"ISO-8859-1\"?><true/>"));
-  EXPECT_FALSE(isBoundedPropertyList("<?xml encoding=\"US-ASCII\"?><string>\xC3\xA9</string>"));
-  EXPECT_TRUE(isBoundedPropertyList("<?xml encoding=\"US-ASCII\"?><string>e</string>"));
-  EXPECT_TRUE(isBoundedPropertyList("<?xml encoding=\"UTF8\"?><string>\xC3\xA9</string>"));
-  EXPECT_FALSE(isBoundedPropertyList("<true/>\0"s));
-  EXPECT_FALSE(isBoundedPropertyList("<\0t\0r\0u\0e\0/\0>\0"s));
-  EXPECT_FALSE(isBoundedPropertyList("<!-- <true/>"));
+  expectBounded({{"<plist a=\"</dict>\"><true/></plist>", false},
+                 {"<plist a='>'><true/></plist>", false},
+                 {"<!DOCTYPE plist [ ]><true/>", false},
+                 {"<?xml encoding=\"UTF-7\"?><true/>", false},
+                 {"<?xml encoding=\"ISO-8859-1\"?><true/>", false},
+                 {"<?xml encoding=\"US-ASCII\"?><string>\xC3\xA9</string>", false},
+                 {"<?xml encoding=\"US-ASCII\"?><string>e</string>", true},
+                 {"<?xml encoding=\"UTF8\"?><string>\xC3\xA9</string>", true},
+                 {"<true/>\0"s, false},
+                 {"<\0t\0r\0u\0e\0/\0>\0"s, false},
+                 {"<!-- <true/>", false}});
+  for (const std::string& bytes : {""s, " \n"s, "text"s, "x"s, "{ Enabled = YES; }"s, "( a, b )"s,
+                                   "\"a\""s, "// comment\n<true/>"s, "\xFE\xFF\0<\0t"s}) {
+    EXPECT_EQ(sizeOf(bytes), "damaged") << bytes;
+  }
 }
 
-TEST(PropertyListGuard, BinaryNestsUpToTheLimit) {
-  EXPECT_TRUE(isBoundedPropertyList(nestedBinary(kMaxLevels)));
-  EXPECT_FALSE(isBoundedPropertyList(nestedBinary(kMaxLevels + 1)));
-  EXPECT_FALSE(isBoundedPropertyList(nestedBinary(1'000'000)));
-}
-
-TEST(PropertyListGuard, ABinaryListThatHoldsItselfIsRefused) {
-  BinaryBuilder list;
-  list.objects = {list.array({0})};
-  EXPECT_FALSE(isBoundedPropertyList(list.build()));
-  list.objects = {list.dictionary({1}, {2}), BinaryBuilder::ascii("a"), list.array({1, 0})};
-  EXPECT_FALSE(isBoundedPropertyList(list.build()));
-}
-
-TEST(PropertyListGuard, SharedObjectsCountOncePerReference) {
-  EXPECT_TRUE(isBoundedPropertyList(sharedBinary(2, 14, "\x09")));
-  EXPECT_FALSE(isBoundedPropertyList(sharedBinary(30, 14, "\x09")));
-  EXPECT_FALSE(isBoundedPropertyList(sharedBinary(100, 2, "\xA0")));
+TEST(PropertyListGuard, BinaryListsNestAndShareUpToTheLimit) {
   const std::string large = BinaryBuilder::ascii(std::string(kMegabyte / 64, 'a'));
-  EXPECT_TRUE(isBoundedPropertyList(sharedBinary(1, 14, large)));
-  EXPECT_FALSE(isBoundedPropertyList(sharedBinary(2, 14, large)));
+  BinaryBuilder itself;
+  itself.objects = {itself.array({0})};
+  BinaryBuilder within;
+  within.objects = {within.dictionary({1}, {2}), BinaryBuilder::ascii("a"), within.array({1, 0})};
+  expectBounded({{nestedBinary(kMaxLevels), true},
+                 {nestedBinary(kMaxLevels + 1), false},
+                 {nestedBinary(1'000'000), false},
+                 {itself.build(), false},
+                 {within.build(), false},
+                 // Shared objects count once per reference.
+                 {sharedBinary(2, 14, "\x09"), true},
+                 {sharedBinary(30, 14, "\x09"), false},
+                 {sharedBinary(100, 2, "\xA0"), false},
+                 {sharedBinary(1, 14, large), true},
+                 {sharedBinary(2, 14, large), false}});
 }
 
 TEST(PropertyListGuard, EachBoundIsReachedExactly) {
@@ -172,29 +196,19 @@ TEST(PropertyListGuard, EachBoundIsReachedExactly) {
   };
   const std::size_t most_memory = kPropertyListBound.memory_bytes;
   const std::size_t most_text = (most_memory - measurePropertyList(list_of(0))->memory_bytes) / 4;
-  EXPECT_TRUE(isBoundedPropertyList(list_of(most_text)));
-  EXPECT_FALSE(isBoundedPropertyList(list_of(most_text + 1)));
   // A comment needs no memory.
   std::string comment = "<true/><!--";
   comment.resize(kPropertyListBound.file_bytes - 3, ' ');
-  EXPECT_TRUE(isBoundedPropertyList(comment + "-->"));
-  EXPECT_FALSE(isBoundedPropertyList(comment + "--> "));
-}
-
-TEST(PropertyListGuard, WhatIsNeitherXmlNorBinaryIsRefused) {
-  for (const std::string& bytes : {""s, " \n"s, "text"s, "{ Enabled = YES; }"s, "( a, b )"s,
-                                   "\"a\""s, "// comment\n<true/>"s, "\xFE\xFF\0<\0t"s}) {
-    EXPECT_EQ(sizeOf(bytes), "damaged") << bytes;
-  }
+  expectBounded({{list_of(most_text), true},
+                 {list_of(most_text + 1), false},
+                 {comment + "-->", true},
+                 {comment + "--> ", false}});
 }
 
 TEST(PropertyListGuard, MalformedBinaryListsAreRefused) {
-  BinaryBuilder list;
-  list.objects = {list.dictionary({1}, {2}), BinaryBuilder::ascii("a"), "\x09"};
-  const std::string good = list.build();
+  const std::string good = dictionaryOf(BinaryBuilder::ascii("a"));
   ASSERT_TRUE(isBoundedPropertyList(good));
-  for (std::size_t size = 0; size < good.size(); ++size) {
-    if (size < 6) continue;  // too short to be recognised as binary
+  for (std::size_t size = 6; size < good.size(); ++size) {  // below, it is not recognised as binary
     EXPECT_FALSE(isBoundedPropertyList(std::string(good, 0, size))) << size;
   }
   for (std::size_t at = good.size() - 26; at < good.size(); ++at) {
@@ -203,6 +217,21 @@ TEST(PropertyListGuard, MalformedBinaryListsAreRefused) {
     EXPECT_FALSE(isBoundedPropertyList(changed)) << at;
   }
   EXPECT_FALSE(isBoundedPropertyList("bplist1" + good.substr(7)));
+}
+
+TEST(PropertyListGuard, ABinaryDictionarysKeysAreTextsWithoutNul) {
+  for (const std::string& no_text : {"\x09"s, "\x10\x05"s, "\xA0"s, "\xD0"s, "\x41x"s}) {
+    EXPECT_FALSE(isBoundedPropertyList(dictionaryOf(no_text))) << no_text;
+  }
+  expectBounded({{dictionaryOf(BinaryBuilder::ascii("")), true},
+                 {dictionaryOf(BinaryBuilder::ascii("a~b")), true},
+                 {dictionaryOf(BinaryBuilder::ascii("a\0b"s)), false},
+                 {dictionaryOf(BinaryBuilder::ascii("a"), BinaryBuilder::ascii("a\0b"s)), true},
+                 {wideKey("\0a\0b"s), true},
+                 {wideKey("a\0\0b\0\1"s), true},  // no UTF-16 unit is zero
+                 {wideKey("\0\0\0b"s), false},
+                 {wideKey("aa\0\0aa"s), false},
+                 {wideKey("aa\0\0"s), false}});
 }
 
 // Parsing what the guard accepts must fit the stack of a dispatch queue's thread. Sanitizers
@@ -224,7 +253,7 @@ TEST(PropertyListGuard, DeepestListFitsASmallStack) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setstacksize(&attributes, kSmallStackBytes);
-  std::string xml = nestedXml("<dict><key>a</key>", "<true/>", "</dict>", kMaxLevels);
+  std::string xml = nestedXml(kMaxLevels, "<true/>", "<dict><key>a</key>", "</dict>");
   std::string binary = nestedBinary(kMaxLevels);
   for (std::string* bytes : {&xml, &binary}) {
     ASSERT_TRUE(isBoundedPropertyList(*bytes));
@@ -235,68 +264,6 @@ TEST(PropertyListGuard, DeepestListFitsASmallStack) {
     EXPECT_EQ(result, bytes);
   }
   pthread_attr_destroy(&attributes);
-}
-
-TEST(PropertyListGuard, ScalarsAreNoLevels) {
-  for (const std::string scalar :
-       {"key", "string", "integer", "real", "date", "data", "true", "false"}) {
-    const std::string inside = "<" + scalar + "></" + scalar + ">";
-    EXPECT_TRUE(isBoundedPropertyList(nestedXml("<array>", inside, "</array>", kMaxLevels)))
-        << scalar;
-  }
-}
-
-TEST(PropertyListGuard, OnlyTheOutermostPlistElementIsNoLevel) {
-  const std::string inside = "<plist></plist>";
-  EXPECT_TRUE(isBoundedPropertyList(nestedXml("<array>", inside, "</array>", kMaxLevels - 1)));
-  EXPECT_FALSE(isBoundedPropertyList(nestedXml("<array>", inside, "</array>", kMaxLevels)));
-}
-
-TEST(PropertyListGuard, TheTopLevelIsCountedLikeAnyOther) {
-  const std::string xml = repeated("<dict>", kMaxLevels);
-  EXPECT_TRUE(isBoundedPropertyList(repeated("<dict></dict>", 1000) + xml));
-  EXPECT_FALSE(isBoundedPropertyList("<dict></dict></dict>" + xml + "<dict>"));
-  EXPECT_FALSE(isBoundedPropertyList("<plist></plist>" + xml + "<dict>"));
-}
-
-// The smallest dictionary with one key and one value.
-std::string dictionaryOf(const std::string& key, const std::string& value) {
-  BinaryBuilder list;
-  list.objects = {list.dictionary({1}, {2}), key, value};
-  return list.build();
-}
-
-TEST(PropertyListGuard, ABinaryDictionarysKeysAreTexts) {
-  for (const std::string& no_text : {"\x09"s, "\x10\x05"s, "\xA0"s, "\xD0"s, "\x41x"s}) {
-    EXPECT_FALSE(isBoundedPropertyList(dictionaryOf(no_text, "\x09"))) << no_text;
-  }
-  EXPECT_TRUE(isBoundedPropertyList(dictionaryOf(BinaryBuilder::ascii(""), "\x09")));
-  EXPECT_TRUE(isBoundedPropertyList(dictionaryOf(BinaryBuilder::ascii("a~b"), "\x09")));
-}
-
-TEST(PropertyListGuard, ABinaryDictionarysKeysHoldNoNul) {
-  const auto is_bounded_with_key = [](const std::string& units) {
-    const std::string key = BinaryBuilder::marker(0x6, units.size() / 2) + units;
-    return isBoundedPropertyList(dictionaryOf(key, "\x09"));
-  };
-  EXPECT_TRUE(is_bounded_with_key("\0a\0b"s));
-  EXPECT_TRUE(is_bounded_with_key("a\0\0b\0\1"s));  // no UTF-16 unit is zero
-  EXPECT_FALSE(is_bounded_with_key("\0\0\0b"s));
-  EXPECT_FALSE(is_bounded_with_key("aa\0\0aa"s));
-  EXPECT_FALSE(is_bounded_with_key("aa\0\0"s));
-  EXPECT_FALSE(isBoundedPropertyList(dictionaryOf(BinaryBuilder::ascii("a\0b"s), "\x09")));
-  EXPECT_TRUE(isBoundedPropertyList(
-      dictionaryOf(BinaryBuilder::ascii("a"), BinaryBuilder::ascii("a\0b"s))));
-}
-
-TEST(PropertyListGuard, OnlyBlanksMayStandInFrontOfXml) {
-  const std::string xml = repeated("<array>", 1000);
-  for (const char* blanks : {"", " ", "\n\t\r ", "\xEF\xBB\xBF", "\x7F"}) {
-    EXPECT_FALSE(isBoundedPropertyList(blanks + xml)) << blanks;
-  }
-  for (const char* blanks : {"", " ", "\n\t\r ", "\xEF\xBB\xBF", "\x7F"}) {
-    EXPECT_TRUE(isBoundedPropertyList(blanks + "<true/>"s)) << blanks;
-  }
 }
 
 }  // namespace

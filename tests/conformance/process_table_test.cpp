@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/conformance/driven_process.h"
+#include "tests/conformance/process_texts.h"
 
 namespace vorlatch::conformance {
 namespace {
@@ -15,8 +16,6 @@ namespace {
 using Pids = std::vector<std::int32_t>;
 using platform::PROC_ALL_PIDS;
 using platform::proc_listpids;
-using platform::proc_name;
-using platform::proc_pidpath;
 
 // As many as fit into so many bytes; -1 behind them.
 Pids listedIn(int bytes) {
@@ -37,42 +36,13 @@ std::ptrdiff_t placeOf(int pid, const Pids& pids) {
   return std::find(pids.begin(), pids.end(), pid) - pids.begin();
 }
 
-// A call's result with its text or, when the result is 0, its errno.
-struct TextAnswer {
-  int result;
-  std::string text;
-  int error;
-  friend bool operator==(const TextAnswer&, const TextAnswer&) = default;
-};
-
-template <typename Call>
-TextAnswer answerOf(const Call& call, int pid, std::uint32_t size) {
-  std::vector<char> buffer(8192, '#');
-  errno = 0;
-  const int result = call(pid, buffer.data(), size);
-  if (result == 0) return {0, "", errno};
-  return {result, buffer.data(), 0};
-}
-
-TextAnswer nameOf(int pid, std::uint32_t size = 256) {
-  return answerOf(proc_name, pid, size);
-}
-TextAnswer pathOf(int pid, std::uint32_t size = 4096) {
-  return answerOf(proc_pidpath, pid, size);
-}
-TextAnswer given(const std::string& text) {
-  return {static_cast<int>(text.size()), text, 0};
-}
-TextAnswer refused(int error) {
-  return {0, "", error};
-}
-
 TEST(ProcessTable, ListsProcessUntilItEnds) {
+  const int size = proc_listpids(PROC_ALL_PIDS, 0, nullptr, 0);
   Process process("vl-listed");
   const int pid = process.pid();
-  EXPECT_EQ(std::ranges::count(listed(), pid), 1);
-  EXPECT_EQ(nameOf(pid), given("vl-listed"));
-  EXPECT_EQ(pathOf(pid), given(process.path()));
+  EXPECT_EQ(std::ranges::count(listedIn(size), pid), 1);  // the size leaves room for new ones
+  EXPECT_EQ(nameOf(pid), (TextAnswer{"vl-listed"}));
+  EXPECT_EQ(pathOf(pid), (TextAnswer{process.path()}));
   process.end();
   EXPECT_EQ(std::ranges::count(listed(), pid), 0);
   EXPECT_EQ(nameOf(pid), refused(ESRCH));
@@ -83,7 +53,7 @@ TEST(ProcessTable, GivesNamesUpToThirtyOneCharacters) {
   for (const std::string name :
        {"vl-fifteen-char", "vl-a-name-of-more-than-fifteen", "vl-a-name-of-thirty-one-charact",
         "vl-a-name-of-thirty-one-characters-and-more"}) {
-    EXPECT_EQ(nameOf(Process(name).pid()), given(name.substr(0, 31)));
+    EXPECT_EQ(nameOf(Process(name).pid()), (TextAnswer{name.substr(0, 31)}));
   }
 }
 
@@ -103,19 +73,13 @@ TEST(ProcessTable, ListsNewestFirst) {
   EXPECT_EQ(cut[room], -1);
 }
 
-TEST(ProcessTable, TellsSizeWithRoomForNewProcesses) {
-  const int size = proc_listpids(PROC_ALL_PIDS, 0, nullptr, 0);
-  const Process process("vl-meanwhile");
-  EXPECT_EQ(std::ranges::count(listedIn(size), process.pid()), 1);
-}
-
 TEST(ProcessTable, RefusesUnfitBuffers) {
   const Process process("vl-small");
   const int pid = process.pid();
   EXPECT_EQ(nameOf(pid, 31), refused(ENOMEM));
-  EXPECT_EQ(nameOf(pid, 32), given("vl-small"));
+  EXPECT_EQ(nameOf(pid, 32), (TextAnswer{"vl-small"}));
   EXPECT_EQ(pathOf(pid, 1023), refused(ENOMEM));
-  EXPECT_EQ(pathOf(pid, 1024), given(process.path()));
+  EXPECT_EQ(pathOf(pid, 1024), (TextAnswer{process.path()}));
   EXPECT_EQ(pathOf(pid, 4097), refused(EOVERFLOW));
   std::int32_t entry = 0;
   EXPECT_EQ(ask([&] { return proc_listpids(PROC_ALL_PIDS, 0, &entry, 3); }), (Answer{0, ENOMEM}));

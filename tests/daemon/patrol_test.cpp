@@ -19,11 +19,6 @@ const Dictionary kSettings{{"JetsamPriority", -1}};
 const Lines kBegun{kChapterRule, "[守护] 开始执行 1800s "};
 const Lines kEnded{"[全局守护] 1800s 周期巡检完成。", kChapterRule};
 
-Lines operator+(Lines first, const Lines& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
-
 Lines applied(const std::string& key, std::int32_t pid) {
   return {"[内存限制] 目标 Act:0 Inact:0 | 最终 Act:1450 Inact:1450 -> [成功]", "[内核] ：成功",
           "[进程优先级] 目标已是 0", "[内存优先级] 目标:-1 -> 未设置, 跳过",

@@ -29,11 +29,6 @@ Lines banner() {
           kChapterRule};
 }
 
-Lines operator+(Lines first, const Lines& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
-
 TEST(Startup, FromNothingMakesTheLogAndThePreset) {
   Story story;
   story.start();

@@ -1,9 +1,9 @@
 #include "kernel/jetsam_readback.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <vector>
+#include <optional>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -15,35 +15,30 @@ namespace vorlatch {
 namespace {
 
 using tests::Lines;
-using tests::Story;
 
-constexpr int kGetPriorityList = 1;
+using Entry = platform::memorystatus_priority_entry;
 
-struct Kernel : Story {
+// The calls for the list: the first asks for its size.
+enum Call { kSize = 1, kList = 2 };
+
+struct Kernel : tests::Story {
   Kernel() {
     openLog();
     pid = device.launch({.name = "backboardd"});
     device.takeTrace();
   }
-  // The log of a read-back that finds the process at `band`.
-  Lines verify(std::int32_t band, int set_result, std::int32_t requested) {
-    auto record = device.jetsam(pid);
-    record.effective_band = band;
-    device.jetsam_table.records[pid] = record;
-    verifyJetsamPriority(pid, set_result, requested);
-    return takeLog();
-  }
-  // Scripts the call that fetches the list: it leaves one entry (process 7 at band 3) and returns
-  // this.
-  void fetchGives(int result, int error = 0) const {
-    const platform::memorystatus_priority_entry entry{
-        .pid = 7, .priority = 3, .user_data = 0, .limit = -1, .state = 0};
+  // Scripts the call: it returns this, and leaves entries of the processes 7 (band 3) and 0 (9).
+  void listCallGives(Call call, int result, int error = 0) const {
+    const Entry entries[] = {{.pid = 7, .priority = 3, .user_data = 0, .limit = -1, .state = 0},
+                             {.pid = 0, .priority = 9, .user_data = 0, .limit = -1, .state = 0}};
+    device.clearScripts();
     device.script({.function = "memorystatus_control",
-                   .command = kGetPriorityList,
-                   .first = 2,
+                   .command = platform::MEMORYSTATUS_CMD_GET_PRIORITY_LIST,
+                   .first = call,
+                   .count = call == kSize ? 1 : INT_MAX,
                    .result = result,
                    .error = error,
-                   .buffer = std::string(reinterpret_cast<const char*>(&entry), sizeof(entry))});
+                   .buffer = std::string(reinterpret_cast<const char*>(entries), sizeof(entries))});
   }
   std::int32_t pid;
 };
@@ -53,161 +48,87 @@ TEST(JetsamReadBack, FetchesTheListOnceWithRoomForTenMore) {
   EXPECT_EQ(getActualJetsam(kernel.pid), 180);
   EXPECT_EQ(kernel.takeCalls(), (Lines{"memorystatus_control(1, 0, 0, null, 0) = 48",
                                        "memorystatus_control(1, 0, 0, buffer, 288) = 48"}));
-}
-
-TEST(JetsamReadBack, AProcessThatIsNotListedHasNone) {
-  Kernel kernel;
-  EXPECT_EQ(getActualJetsam(INT_MAX), -999);  // larger than any pid
-}
-
-TEST(JetsamReadBack, PidZeroIsLookedForLikeAnyOther) {
-  Kernel kernel;
-  EXPECT_EQ(getActualJetsam(0), -999);
-  const platform::memorystatus_priority_entry entries[] = {
-      {.pid = 7, .priority = 3, .user_data = 0, .limit = -1, .state = 0},
-      {.pid = 0, .priority = 9, .user_data = 0, .limit = -1, .state = 0}};
-  kernel.device.script(
-      {.function = "memorystatus_control",
-       .command = kGetPriorityList,
-       .first = 2,
-       .result = sizeof(entries),
-       .buffer = std::string(reinterpret_cast<const char*>(entries), sizeof(entries))});
-  EXPECT_EQ(getActualJetsam(0), 9);
-}
-
-TEST(JetsamReadBack, OnlyTheFilledPartOfTheListIsLookedAt) {
-  Kernel kernel;
-  const platform::memorystatus_priority_entry entries[] = {
-      {.pid = 7, .priority = 3, .user_data = 0, .limit = -1, .state = 0},
-      {.pid = 8, .priority = 9, .user_data = 0, .limit = -1, .state = 0}};
-  kernel.device.script(
-      {.function = "memorystatus_control",
-       .command = kGetPriorityList,
-       .result = sizeof(entries) - 1,  // the second entry is cut off
-       .buffer = std::string(reinterpret_cast<const char*>(entries), sizeof(entries))});
-  EXPECT_EQ(getActualJetsam(7), 3);
-  EXPECT_EQ(getActualJetsam(8), -999);
-}
-
-TEST(JetsamReadBack, AListOfOneProcessIsRead) {
-  Kernel kernel;
-  kernel.fetchGives(sizeof(platform::memorystatus_priority_entry));
-  EXPECT_EQ(getActualJetsam(7), 3);
-}
-
-TEST(JetsamReadBack, AListThatGrewByTenIsReadToItsEnd) {
-  Kernel kernel;
-  std::vector<std::int32_t> newcomers;
-  kernel.device.script({.function = "memorystatus_control",
-                        .command = kGetPriorityList,
-                        .count = 1,
-                        .meanwhile = [&] {
-                          for (int i = 0; i < 10; ++i) {
-                            newcomers.push_back(kernel.device.launch({.name = "newcomer"}));
-                          }
-                        }});
-  const JetsamPriorityList list = fetchJetsamPriorityList();
-  EXPECT_EQ(list.count, 12U);
-  for (const std::int32_t pid : newcomers) {
-    EXPECT_TRUE(std::any_of(list.begin(), list.end(), [pid](const auto& entry) {
-      return entry.pid == pid;
-    })) << pid;
-  }
-}
-
-TEST(JetsamReadBack, AnyPositiveSizeGetsRoomForTenMore) {
-  Kernel kernel;
-  kernel.device.script(
-      {.function = "memorystatus_control", .command = kGetPriorityList, .count = 1, .result = 1});
+  // Any positive size will do.
+  kernel.listCallGives(kSize, 1);
   EXPECT_EQ(getActualJetsam(kernel.pid), 180);
   EXPECT_EQ(kernel.takeCalls(), (Lines{"memorystatus_control(1, 0, 0, null, 0) = 1",
                                        "memorystatus_control(1, 0, 0, buffer, 241) = 48"}));
 }
 
-TEST(JetsamReadBack, NeverReadsBeyondTheBuffer) {
+TEST(JetsamReadBack, LooksOnlyAtTheFilledPartOfTheList) {
   Kernel kernel;
-  kernel.fetchGives(1'000'000);
-  EXPECT_EQ(fetchJetsamPriorityList().count, 12U);
-}
-
-TEST(JetsamReadBack, AShortOrRefusedListGivesNone) {
-  Kernel kernel;
-  struct Refusal {
-    int call;
-    int result;
+  EXPECT_EQ(getActualJetsam(INT_MAX), -999);  // larger than any pid
+  EXPECT_EQ(getActualJetsam(0), -999);
+  struct Case {
+    int filled;
+    std::int32_t band_of_7;
+    std::int32_t band_of_0;  // a pid like any other
   };
-  for (const auto& [call, result] :
-       {Refusal{1, -1}, Refusal{1, 0}, Refusal{2, -1}, Refusal{2, 0}, Refusal{2, 23}}) {
-    kernel.device.clearScripts();
-    kernel.device.script({.function = "memorystatus_control",
-                          .command = kGetPriorityList,
-                          .first = call,
-                          .count = 1,
-                          .result = result,
-                          .error = EPERM});
-    EXPECT_EQ(getActualJetsam(kernel.pid), -999) << call << ' ' << result;
+  for (const Case& c : {Case{48, 3, 9}, Case{47, 3, -999}, Case{24, 3, -999}, Case{23, -999, -999},
+                        Case{0, -999, -999}, Case{-1, -999, -999}}) {
+    for (const auto& [pid, band] : {std::pair(7, c.band_of_7), std::pair(0, c.band_of_0)}) {
+      kernel.listCallGives(kList, c.filled, c.filled < 0 ? EPERM : 0);
+      EXPECT_EQ(getActualJetsam(pid), band) << c.filled;
+    }
+  }
+  kernel.listCallGives(kList, 1'000'000);  // more than the buffer has
+  EXPECT_EQ(fetchJetsamPriorityList().count, 12U);
+  for (const int size : {-1, 0}) {
+    kernel.listCallGives(kSize, size, EPERM);
+    EXPECT_EQ(getActualJetsam(kernel.pid), -999) << size;
   }
   EXPECT_EQ(kernel.takeLog(), Lines{});
 }
 
-TEST(JetsamReadBack, IgnoresTheBufferOfARefusedCall) {
+TEST(JetsamReadBack, AListThatGrewByTenIsReadToItsEnd) {
   Kernel kernel;
-  kernel.fetchGives(-1, EPERM);
-  EXPECT_EQ(getActualJetsam(7), -999);
+  std::int32_t newest = 0;
+  kernel.device.script({.function = "memorystatus_control", .count = 1, .meanwhile = [&] {
+                          for (int i = 0; i < 10; ++i) {
+                            newest = kernel.device.launch({.name = "newcomer"});
+                          }
+                        }});
+  const JetsamPriorityList list = fetchJetsamPriorityList();
+  EXPECT_EQ(list.count, 12U);
+  EXPECT_EQ(list.entries[11].pid, newest);
 }
 
 #ifndef VORLATCH_SANITIZED
 TEST(JetsamReadBack, AListBeyondTheMemoryThereIsIsNotFetched) {
   Kernel kernel;
-  kernel.device.script({.function = "memorystatus_control",
-                        .command = kGetPriorityList,
-                        .count = 1,
-                        .result = INT_MAX});
+  kernel.listCallGives(kSize, INT_MAX);
   const tests::ScarceMemory memory(64'000'000);
   EXPECT_EQ(getActualJetsam(kernel.pid), -999);
   EXPECT_EQ(kernel.takeCalls(), Lines{"memorystatus_control(1, 0, 0, null, 0) = 2147483647"});
 }
 #endif
 
-TEST(JetsamReadBack, ARequestedBandThatHolds) {
+TEST(JetsamReadBack, IsJudgedByTheRequestAndItsResult) {
+  struct Case {
+    std::optional<std::int32_t> band;  // none: the process has exited
+    int set_result;
+    std::int32_t requested;
+    const char* judgement;
+  };
+  const Case cases[] = {
+      {10, 0, 10, "成功"},
+      {10, -1, 10, "成功"},  // despite the refusal
+      {3, 0, 10, "已被系统覆盖 (设置:10 实际:3)"},
+      {0, 0, -999, "系统接管并分配真实优先级为 0"},
+      {std::nullopt, 0, 10, "调用成功但状态丢失"},
+      {std::nullopt, -1, 10, "失败"},
+      {std::nullopt, 1, 10, "失败"},
+  };
   Kernel kernel;
-  EXPECT_EQ(kernel.verify(10, 0, 10), (Lines{"[内存优先级] 为:10", "[内核] ：成功"}));
-}
-
-TEST(JetsamReadBack, ABandThatTheSystemOverrode) {
-  Kernel kernel;
-  EXPECT_EQ(kernel.verify(3, 0, 10),
-            (Lines{"[内存优先级] 为:3", "[内核] ：已被系统覆盖 (设置:10 实际:3)"}));
-}
-
-TEST(JetsamReadBack, RequestedBandIsSuccessDespiteARefusal) {
-  Kernel kernel;
-  EXPECT_EQ(kernel.verify(10, -1, 10), (Lines{"[内存优先级] 为:10", "[内核] ：成功"}));
-}
-
-TEST(JetsamReadBack, WithoutARequestTheSystemsBandIsReported) {
-  Kernel kernel;
-  EXPECT_EQ(kernel.verify(0, 0, -999),
-            (Lines{"[内存优先级] 为:0", "[内核] ：系统接管并分配真实优先级为 0"}));
-}
-
-TEST(JetsamReadBack, ExitAfterSuccessIsReportedAsLostState) {
-  Kernel kernel;
-  kernel.device.exit(kernel.pid);
-  verifyJetsamPriority(kernel.pid, 0, 10);
-  EXPECT_EQ(kernel.takeLog(),
-            (Lines{"[内存优先级] 未在内核优先级列表中找到 PID:" + std::to_string(kernel.pid),
-                   "[内核] ：调用成功但状态丢失"}));
-}
-
-TEST(JetsamReadBack, ExitAfterFailureIsReportedAsFailure) {
-  Kernel kernel;
-  kernel.device.exit(kernel.pid);
-  for (const int set_result : {-1, 1}) {
-    verifyJetsamPriority(kernel.pid, set_result, 10);
+  for (const Case& c : cases) {
+    const std::int32_t pid = c.band ? kernel.pid : INT_MAX;
+    kernel.device.jetsam_table.records[kernel.pid] = kernel.device.jetsam(kernel.pid);
+    kernel.device.jetsam_table.records[kernel.pid].effective_band = c.band.value_or(0);
+    verifyJetsamPriority(pid, c.set_result, c.requested);
     EXPECT_EQ(kernel.takeLog(),
-              (Lines{"[内存优先级] 未在内核优先级列表中找到 PID:" + std::to_string(kernel.pid),
-                     "[内核] ：失败"}));
+              (Lines{c.band ? "[内存优先级] 为:" + std::to_string(*c.band)
+                            : "[内存优先级] 未在内核优先级列表中找到 PID:" + std::to_string(pid),
+                     "[内核] ：" + std::string(c.judgement)}));
   }
 }
 

@@ -1,6 +1,6 @@
 #include "platform/linux/jetsam_state_file.h"
 
-#include <algorithm>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,6 +13,7 @@
 namespace vorlatch::platform {
 namespace {
 
+namespace fs = std::filesystem;
 using model::JetsamRecord;
 using model::JetsamTable;
 
@@ -104,15 +105,20 @@ TEST(JetsamStateFile, MakesDirectoriesAndAPrivateFile) {
   EXPECT_EQ(pidsIn(root / "var/run/vorlatch/jetsam.state"), (Pids{5}));
 }
 
-TEST(JetsamStateFile, WritesOnlyWhatChanged) {
+TEST(JetsamStateFile, WritesOnlyWhatChangedAndForgetsTheDead) {
   const TemporaryDirectory root;
   JetsamStateFile file(root / "state");
   EXPECT_EQ(read(file), JetsamTable{});
-  EXPECT_FALSE(std::filesystem::exists(root / "state"));
-  addRecord(file, 5);
-  const auto written = std::filesystem::last_write_time(root / "state");
+  EXPECT_FALSE(fs::exists(root / "state"));
+  file.update(kThousandProcesses, [](JetsamTable& table) {
+    table.records[1001].managed = true;  // no such process
+    table.records[6].start_time = 99;    // another process by now
+    table.records[7].managed = true;
+  });
+  EXPECT_EQ(pidsIn(root / "state"), (Pids{7}));
+  const auto written = fs::last_write_time(root / "state");
   EXPECT_EQ(read(file).records.size(), 1U);
-  EXPECT_EQ(std::filesystem::last_write_time(root / "state"), written);
+  EXPECT_EQ(fs::last_write_time(root / "state"), written);
 }
 
 TEST(JetsamStateFile, ShowsChangesWhileOthersHoldTheLock) {
@@ -140,17 +146,6 @@ TEST(JetsamStateFile, ShowsChangesWhileOthersHoldTheLock) {
   EXPECT_EQ(band_seen(), 30);
 }
 
-TEST(JetsamStateFile, ForgetsTheDeadWhenItWrites) {
-  const TemporaryDirectory root;
-  JetsamStateFile file(root / "state");
-  file.update(kThousandProcesses, [](JetsamTable& table) {
-    table.records[1001].managed = true;  // no such process
-    table.records[6].start_time = 99;    // another process by now
-    table.records[7].managed = true;
-  });
-  EXPECT_EQ(pidsIn(root / "state"), (Pids{7}));
-}
-
 TEST(JetsamStateFile, StartsAnewOverDamagedAndLeftFiles) {
   const TemporaryDirectory root;
   for (const std::string& damaged :
@@ -161,42 +156,60 @@ TEST(JetsamStateFile, StartsAnewOverDamagedAndLeftFiles) {
     EXPECT_EQ(read(file), JetsamTable{});
     addRecord(file, 8);
     EXPECT_EQ(pidsIn(root / "state"), (Pids{8}));
-    EXPECT_FALSE(std::filesystem::exists(root / "state.new"));
+    EXPECT_FALSE(fs::exists(root / "state.new"));
   }
 }
 
-TEST(JetsamStateFile, FollowsNoLink) {
-  const std::string state = encodeJetsamTable(sampleTable(), bootId());
-  for (const std::string name : {"state", "state.lock", "state.new"}) {
-    SCOPED_TRACE(name);
+// A file that is not the daemon's own at one of its paths. Whoever may open the lock file could
+// keep its lock, and the daemon waiting.
+struct Foreign {
+  const char* name;
+  std::function<void(const std::string& path, const std::string& elsewhere)> put;
+  bool keeps_a_file;  // otherwise the state is kept in memory
+};
+
+void expectNotUsed(const std::vector<Foreign>& all) {
+  const std::string bytes = encodeJetsamTable(sampleTable(), bootId());
+  for (const Foreign& foreign : all) {
+    SCOPED_TRACE(foreign.name);
     const TemporaryDirectory root;
-    tests::writeAll(root / "elsewhere", state);
-    std::filesystem::create_symlink(root / "elsewhere", root / name);
+    tests::writeAll(root / "elsewhere", bytes);
+    fs::permissions(root / "elsewhere", fs::perms(0600));
+    foreign.put(root / foreign.name, root / "elsewhere");
     JetsamStateFile file(root / "state");
     EXPECT_EQ(read(file), JetsamTable{});
     addRecord(file, 5);
     addRecord(file, 6);
     EXPECT_EQ(read(file).records.size(), 2U);
-    EXPECT_EQ(tests::readAll(root / "elsewhere"), state);
-    // Under a lock that is a link the state is kept in memory.
-    EXPECT_EQ(std::filesystem::exists(root / "state"), name != "state.lock");
+    EXPECT_EQ(tests::readAll(root / "elsewhere"), bytes);
+    EXPECT_EQ(pidsIn(root / "state") == (Pids{5, 6}), foreign.keeps_a_file);
   }
 }
 
-// Who may open the file could keep its lock, and the daemon waiting.
-TEST(JetsamStateFile, KeepsNothingUnderALockOpenToOthers) {
-  namespace fs = std::filesystem;
-  for (const bool has_two_names : {false, true}) {
-    const TemporaryDirectory root;
-    tests::writeAll(root / "elsewhere", "");
-    fs::permissions(root / "elsewhere", fs::perms(has_two_names ? 0600 : 0666));
-    fs::create_hard_link(root / "elsewhere", root / "state.lock");
-    if (!has_two_names) fs::remove(root / "elsewhere");
-    JetsamStateFile file(root / "state");
-    addRecord(file, 5);
-    EXPECT_EQ(read(file).records.size(), 1U);
-    EXPECT_FALSE(fs::exists(root / "state")) << has_two_names;
-  }
+TEST(JetsamStateFile, UsesNoForeignFile) {
+  const auto link = [](const std::string& path, const std::string& elsewhere) {
+    fs::create_symlink(elsewhere, path);
+  };
+  const auto second_name = [](const std::string& path, const std::string& elsewhere) {
+    fs::create_hard_link(elsewhere, path);
+  };
+  const auto open_to_others = [](const std::string& path, const std::string& /*elsewhere*/) {
+    tests::writeAll(path, "");
+    fs::permissions(path, fs::perms(0666));
+  };
+  expectNotUsed({{"state", link, false},
+                 {"state.new", link, true},
+                 {"state.lock", link, false},
+                 {"state.lock", second_name, false},
+                 {"state.lock", open_to_others, false}});
+}
+
+TEST(PrivilegedJetsamStateFile, TrustsNoFileOfAnotherUser) {
+  const auto of_another_user = [](const std::string& path, const std::string& elsewhere) {
+    fs::copy_file(elsewhere, path);
+    EXPECT_EQ(chown(path.c_str(), 65534, 65534), 0);
+  };
+  expectNotUsed({{"state", of_another_user, false}, {"state.lock", of_another_user, false}});
 }
 
 TEST(JetsamStateFile, KeepsStateInMemoryWithoutAPlace) {
@@ -207,20 +220,6 @@ TEST(JetsamStateFile, KeepsStateInMemoryWithoutAPlace) {
   addRecord(file, 1001);
   EXPECT_EQ(read(file).records.size(), 2U);
   EXPECT_EQ(read(file).records[5].user_data, 1U);
-}
-
-TEST(PrivilegedJetsamStateFile, TrustsNoFileOfAnotherUser) {
-  for (const char* name : {"state", "state.lock"}) {
-    const TemporaryDirectory root;
-    const std::string bytes = encodeJetsamTable(sampleTable(), bootId());
-    tests::writeAll(root / name, bytes);
-    ASSERT_EQ(chown((root / name).c_str(), 65534, 65534), 0);
-    JetsamStateFile file(root / "state");
-    EXPECT_EQ(read(file), JetsamTable{}) << name;
-    addRecord(file, 5);
-    EXPECT_EQ(read(file).records.size(), 1U) << name;
-    EXPECT_EQ(tests::readAll(root / name), bytes) << name;
-  }
 }
 
 TEST(JetsamStateFile, LosesNothingBetweenThreadsAndProcesses) {

@@ -29,18 +29,8 @@ Answer set(int which, pid_t who, int value) {
 Answer get(int which, pid_t who) {
   return ask([&] { return platform::getpriority(which, static_cast<std::uint32_t>(who)); });
 }
-Answer setNice(pid_t who, int value) {
-  return set(::PRIO_PROCESS, who, value);
-}
-Answer nice(pid_t who) {
-  return get(::PRIO_PROCESS, who);
-}
-Answer setRole(pid_t who, int role) {
-  return set(PRIO_DARWIN_ROLE, who, role);
-}
-Answer role(pid_t who) {
-  return get(PRIO_DARWIN_ROLE, who);
-}
+constexpr int kNice = ::PRIO_PROCESS;
+constexpr int kRole = PRIO_DARWIN_ROLE;
 
 Answer setBand(pid_t pid, std::int32_t band) {
   memorystatus_priority_properties properties{band, 0, 0};
@@ -92,25 +82,25 @@ TEST(KernelCalls, GiveEveryThreadTheNiceValue) {
   const Child child([] { startTwoThreads([] {}); });
   ASSERT_EQ(nicesOfThreads(child.pid(), 3), (std::set<int>{own}));
   const int higher = std::min(own + 7, 19);
-  EXPECT_EQ(setNice(child.pid(), higher), kDone);
+  EXPECT_EQ(set(kNice, child.pid(), higher), kDone);
   EXPECT_EQ(nicesOfThreads(child.pid(), 3), (std::set<int>{higher}));
-  EXPECT_EQ(setNice(child.pid(), 20), kDone);  // the kernel's highest is 19
-  EXPECT_EQ(nice(child.pid()), (Answer{19}));
+  EXPECT_EQ(set(kNice, child.pid(), 20), kDone);  // the kernel's highest is 19
+  EXPECT_EQ(get(kNice, child.pid()), (Answer{19}));
 }
 
 TEST(KernelCalls, MeanTheCallersProcessByZero) {
   const Child child([] {
     startTwoThreads([] {
-      EXPECT_EQ(setNice(0, 3), kDone);
-      EXPECT_EQ(nice(0), (Answer{3}));
+      EXPECT_EQ(set(kNice, 0, 3), kDone);
+      EXPECT_EQ(get(kNice, 0), (Answer{3}));
     });
   });
   EXPECT_EQ(nicesOfThreads(child.pid(), 3), (std::set<int>{3}));
 }
 
 TEST(KernelCalls, RefuseWhatNamesNoProcess) {
-  for (const Answer& answer :
-       {nice(INT32_MIN), setNice(-1, 1), role(INT32_MIN), setRole(INT32_MIN, 1)}) {
+  for (const Answer& answer : {get(kNice, INT32_MIN), set(kNice, -1, 1), get(kRole, INT32_MIN),
+                               set(kRole, INT32_MIN, 1)}) {
     EXPECT_EQ(answer, (Answer{-1, EINVAL}));
   }
   for (const int which : {-1, 1, 2, 3, 5, 7}) {
@@ -123,10 +113,10 @@ TEST(KernelCalls, RefuseWhatNeedsPrivilege) {
   const Child child([] {
     EXPECT_TRUE(geteuid() != 0 || setuid(kNobody) == 0);
     const int own = niceOf(getpid());
-    EXPECT_EQ(setNice(0, own - 1), (Answer{-1, EACCES}));
-    EXPECT_EQ(nice(0), (Answer{own}));
+    EXPECT_EQ(set(kNice, 0, own - 1), (Answer{-1, EACCES}));
+    EXPECT_EQ(get(kNice, 0), (Answer{own}));
     EXPECT_EQ(setBand(getpid(), 30), (Answer{-1, EPERM}));
-    EXPECT_EQ(setRole(0, 1), (Answer{-1, EPERM}));
+    EXPECT_EQ(set(kRole, 0, 1), (Answer{-1, EPERM}));
   });
 }
 
@@ -138,18 +128,18 @@ TEST(PrivilegedKernelCalls, GiveRolesToBundledProgramsAlone) {
   }
   const ChildProcess app(directory / "Notes.app/Notes");
   const ChildProcess helper(directory / "Notes.app/Helpers/helper");
-  EXPECT_EQ(setRole(app.pid(), PRIO_DARWIN_ROLE_UI_FOCAL), kDone);
-  EXPECT_EQ(role(app.pid()), (Answer{1}));
-  EXPECT_EQ(setRole(app.pid(), 7), (Answer{-1, EINVAL}));
-  EXPECT_EQ(setRole(helper.pid(), PRIO_DARWIN_ROLE_UI_FOCAL), (Answer{-1, ENOTSUP}));
-  EXPECT_EQ(role(helper.pid()), (Answer{0}));
-  EXPECT_EQ(setRole(0, PRIO_DARWIN_ROLE_UI_FOCAL), (Answer{-1, ENOTSUP}));
+  EXPECT_EQ(set(kRole, app.pid(), PRIO_DARWIN_ROLE_UI_FOCAL), kDone);
+  EXPECT_EQ(get(kRole, app.pid()), (Answer{1}));
+  EXPECT_EQ(set(kRole, app.pid(), 7), (Answer{-1, EINVAL}));
+  EXPECT_EQ(set(kRole, helper.pid(), PRIO_DARWIN_ROLE_UI_FOCAL), (Answer{-1, ENOTSUP}));
+  EXPECT_EQ(get(kRole, helper.pid()), (Answer{0}));
+  EXPECT_EQ(set(kRole, 0, PRIO_DARWIN_ROLE_UI_FOCAL), (Answer{-1, ENOTSUP}));
 }
 
 TEST(PrivilegedKernelCalls, KnowLiveProcessesAlone) {
   const Child child;
-  EXPECT_EQ(setNice(child.pid(), -21), kDone);
-  EXPECT_EQ(nice(child.pid()), (Answer{-20}));
+  EXPECT_EQ(set(kNice, child.pid(), -21), kDone);
+  EXPECT_EQ(get(kNice, child.pid()), (Answer{-20}));
   EXPECT_EQ(listedBand(child.pid()), 180);
   EXPECT_EQ(setBand(child.pid(), 30), kDone);
   EXPECT_EQ(listedBand(child.pid()), 30);
@@ -164,7 +154,7 @@ TEST(PrivilegedKernelCalls, KnowLiveProcessesAlone) {
   child.kill();
   EXPECT_EQ(listedBand(child.pid()), -999);
   for (const Answer& answer :
-       {setBand(child.pid(), 30), role(child.pid()), setRole(child.pid(), 1)})
+       {setBand(child.pid(), 30), get(kRole, child.pid()), set(kRole, child.pid(), 1)})
     EXPECT_EQ(answer, (Answer{-1, ESRCH}));
 }
 

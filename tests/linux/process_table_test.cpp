@@ -4,7 +4,6 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -12,45 +11,18 @@
 
 #include "platform/linux/process_stat.h"
 #include "tests/blackbox/processes.h"
-#include "tests/conformance/answer.h"
+#include "tests/conformance/process_texts.h"
 #include "tests/linux/machine.h"
 
 namespace vorlatch::platform {
 namespace {
 
-constexpr int kUntouchedErrno = 1234;
-
-// A call's text; without one, its errno.
-struct Answer {
-  std::string text;
-  int error = kUntouchedErrno;
-  friend bool operator==(const Answer&, const Answer&) = default;
-};
-
-std::ostream& operator<<(std::ostream& out, const Answer& answer) {
-  return out << '"' << answer.text << "\", errno " << answer.error;
-}
-
-template <typename Call>
-Answer ask(const Call& call, int pid, std::uint32_t size) {
-  std::vector<char> buffer(size + 1, '#');
-  errno = kUntouchedErrno;
-  const int result = call(pid, buffer.data(), size);
-  const int error = errno;
-  // A text has its length for a result and a NUL behind it; a refusal writes nothing.
-  EXPECT_EQ(buffer[static_cast<std::size_t>(result)], result > 0 ? '\0' : '#');
-  return {{buffer.data(), static_cast<std::size_t>(result)}, error};
-}
-
-Answer name(int pid) {
-  return ask(proc_name, pid, 256);
-}
-Answer path(int pid, std::uint32_t size = 4096) {
-  return ask(proc_pidpath, pid, size);
-}
-Answer refused(int error) {
-  return {"", error};
-}
+using conformance::Answer;
+using conformance::ask;
+using conformance::nameOf;
+using conformance::pathOf;
+using conformance::refused;
+using conformance::TextAnswer;
 
 std::vector<std::int32_t> listedPids() {
   std::vector<std::int32_t> pids(1U << 16);
@@ -75,12 +47,11 @@ TEST(LinuxProcessTable, AsksForTwentyEntriesMore) {
 TEST(LinuxProcessTable, RefusesOtherListsAndNoRoom) {
   std::array<std::int32_t, 4> pids{};
   for (const std::uint32_t type : {0U, 2U, 6U, 0xffffffffU}) {
-    EXPECT_EQ(conformance::ask([&] { return proc_listpids(type, 0, pids.data(), 16); }),
-              (conformance::Answer{0, EINVAL}));
+    EXPECT_EQ(ask([&] { return proc_listpids(type, 0, pids.data(), 16); }), (Answer{0, EINVAL}));
   }
   for (const int size : {0, -1, INT32_MIN}) {
-    EXPECT_EQ(conformance::ask([&] { return proc_listpids(PROC_ALL_PIDS, 0, pids.data(), size); }),
-              (conformance::Answer{0, ENOMEM}));
+    EXPECT_EQ(ask([&] { return proc_listpids(PROC_ALL_PIDS, 0, pids.data(), size); }),
+              (Answer{0, ENOMEM}));
   }
 }
 
@@ -89,7 +60,7 @@ TEST(LinuxProcessTable, GivesNamesThatProcessesTook) {
   for (const char* taken :
        {"short", "vor latch", "a) S (b", "\xe6\x97\xa5\xe5\xbf\x97", "x\ny", "vorlatch-anothe"}) {
     const Child child([taken] { prctl(PR_SET_NAME, taken); });
-    EXPECT_EQ(name(child.pid()), (Answer{taken}));
+    EXPECT_EQ(nameOf(child.pid()), (TextAnswer{taken}));
   }
 }
 
@@ -108,11 +79,11 @@ TEST(LinuxProcessTable, CompletesCutNamesFromExecutables) {
   const ChildProcess linked(link);
   for (const bool is_deleted : {false, true}) {
     if (is_deleted) std::filesystem::remove(program);
-    EXPECT_EQ(name(long_named.pid()), (Answer{"vorlatchlongnamedprogram1"}));
-    EXPECT_EQ(name(linked.pid()), (Answer{"vorlatchlongna"}));
+    EXPECT_EQ(nameOf(long_named.pid()), (TextAnswer{"vorlatchlongnamedprogram1"}));
+    EXPECT_EQ(nameOf(linked.pid()), (TextAnswer{"vorlatchlongna"}));
     for (const ChildProcess* process : {&long_named, &linked}) {
-      EXPECT_EQ(path(process->pid()), (Answer{program}));
-      EXPECT_EQ(path(process->pid(), 1024), refused(ENOSPC));
+      EXPECT_EQ(pathOf(process->pid()), (TextAnswer{program}));
+      EXPECT_EQ(pathOf(process->pid(), 1024), refused(ENOSPC));
     }
   }
 }
@@ -121,8 +92,8 @@ TEST(LinuxProcessTable, KnowsNeitherZombiesNorTheGone) {
   const Child zombie;
   zombie.kill();
   for (const int pid : {zombie.pid(), 0, -1, INT32_MIN, INT32_MAX}) {
-    EXPECT_EQ(name(pid), refused(ESRCH)) << pid;
-    EXPECT_EQ(path(pid), refused(ESRCH)) << pid;
+    EXPECT_EQ(nameOf(pid), refused(ESRCH)) << pid;
+    EXPECT_EQ(pathOf(pid), refused(ESRCH)) << pid;
   }
 }
 
@@ -145,15 +116,6 @@ TEST(ProcessStat, ReadsNameStartTimeAndExit) {
         "42 (name) S" + numbers + "3 0 many"}) {
     EXPECT_FALSE(parseProcessStat(text)) << text;
   }
-}
-
-TEST(ProcessStat, KeepsTheStartTime) {
-  const Child child;
-  const auto mine = readProcessStat(getpid());
-  const auto childs = readProcessStat(child.pid());
-  ASSERT_TRUE(mine && childs);
-  EXPECT_LE(mine->start_time_ticks, childs->start_time_ticks);
-  EXPECT_EQ(childs->start_time_ticks, readProcessStat(child.pid())->start_time_ticks);
 }
 
 }  // namespace

@@ -14,32 +14,12 @@ namespace {
 using platform::memorystatus_memlimit_properties;
 using platform::memorystatus_priority_properties;
 
-constexpr std::uint32_t kSetPriority = platform::MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES;
-constexpr std::uint32_t kGetLimits = platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES;
-constexpr std::uint32_t kSetManaged = platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_MANAGED;
-constexpr std::uint32_t kGetManaged = platform::MEMORYSTATUS_CMD_GET_PROCESS_IS_MANAGED;
-constexpr std::uint32_t kSetFreezable = platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_FREEZABLE;
-constexpr std::uint32_t kAssertion = platform::MEMORYSTATUS_SET_PRIORITY_ASSERTION;
-
 TEST(JetsamModel, TurnsReservedAndAliasBandsIntoOthers) {
-  const std::array<std::tuple<KernelGeneration, std::int32_t, std::int32_t>, 16> bands = {{
-      {KernelGeneration::Xnu4903To8020, -2, 0},
-      {KernelGeneration::Xnu4903To8020, -1, 18},
-      {KernelGeneration::Xnu4903To8020, 0, 0},
-      {KernelGeneration::Xnu4903To8020, 1, 0},
-      {KernelGeneration::Xnu4903To8020, 2, 0},
-      {KernelGeneration::Xnu4903To8020, 3, 3},
-      {KernelGeneration::Xnu4903To8020, 21, 21},
-      {KernelGeneration::Xnu8792To10063, -1, 180},
-      {KernelGeneration::Xnu8792To10063, 1, 0},
-      {KernelGeneration::Xnu8792To10063, 20, 0},
-      {KernelGeneration::Xnu8792To10063, 21, 21},
-      {KernelGeneration::Xnu8792To10063, 210, 210},
-      {KernelGeneration::Xnu11215To11417, -1, 180},
-      {KernelGeneration::Xnu11215To11417, 15, 0},
-      {KernelGeneration::Xnu11215To11417, 20, 0},
-      {KernelGeneration::Xnu11215To11417, 21, 21},
-  }};
+  const std::tuple<KernelGeneration, std::int32_t, std::int32_t> bands[] = {
+      {kIos15, -2, 0},   {kIos15, -1, 18}, {kIos15, 0, 0},   {kIos15, 1, 0},
+      {kIos15, 2, 0},    {kIos15, 3, 3},   {kIos15, 21, 21}, {kIos17, -1, 180},
+      {kIos17, 1, 0},    {kIos17, 20, 0},  {kIos17, 21, 21}, {kIos17, 210, 210},
+      {kIos18, -1, 180}, {kIos18, 15, 0},  {kIos18, 20, 0},  {kIos18, 21, 21}};
   for (const auto& [generation, asked, given] : bands) {
     Machine machine(generation);
     EXPECT_EQ(machine.setPriority(kDaemonPid, 0, asked, 7), kSuccess) << asked;
@@ -83,8 +63,7 @@ TEST(JetsamModel, LeavesRequestedBandUnderAnAssertion) {
 }
 
 TEST(JetsamModel, IgnoresIdleAssertionOnNoneUpToIos17) {
-  for (const KernelGeneration generation :
-       {KernelGeneration::Xnu4903To8020, KernelGeneration::Xnu8792To10063}) {
+  for (const KernelGeneration generation : {kIos15, kIos17}) {
     Machine machine(generation);
     JetsamRecord expected = machine.record(kDaemonPid);
     expected.user_data = 9;
@@ -95,7 +74,7 @@ TEST(JetsamModel, IgnoresIdleAssertionOnNoneUpToIos17) {
 
 TEST(JetsamModel, RefusesAssertionOnUnmanagedOnIos18) {
   for (const KernelGeneration generation : kGenerations) {
-    const bool refused = generation == KernelGeneration::Xnu11215To11417;
+    const bool refused = generation == kIos18;
     Machine machine(generation);
     // Ahead of the refusal of the band, behind that of launchd.
     EXPECT_EQ(machine.setPriority(kDaemonPid, kAssertion, 999), refusal(refused ? EPERM : EINVAL));
@@ -115,18 +94,16 @@ TEST(JetsamModel, StoresLimitsAndReportsDefaults) {
     memorystatus_memlimit_properties set;
     Limits read;
   };
-  constexpr auto kOld = KernelGeneration::Xnu8792To10063;
-  constexpr auto kNew = KernelGeneration::Xnu11215To11417;
   // On iOS 18 the default limit is fatal by its value.
   const std::array<Case, 8> cases = {{
-      {kOld, 2048, {300, 1, 200, 0}, {300, 1, 200, 0}},
-      {kOld, 2048, {0, 0, 0, 0}, {2048, 1, 2048, 1}},
-      {kOld, 2048, {-1, 0, INT32_MIN, 0}, {2048, 1, 2048, 1}},
-      {kOld, -1, {0, 0, 50, 1}, {-1, 1, 50, 1}},
-      {kOld, 2048, {2048, 0, 2048, 1}, {2048, 0, 2048, 1}},
-      {kOld, 2048, {INT32_MAX, 0, 1, 1}, {INT32_MAX, 0, 1, 1}},
-      {kNew, 2048, {2048, 0, 0, 0}, {2048, 1, 2048, 1}},
-      {kNew, -1, {0, 0, -1, 1}, {-1, 0, -1, 1}},
+      {kIos17, 2048, {300, 1, 200, 0}, {300, 1, 200, 0}},
+      {kIos17, 2048, {0, 0, 0, 0}, {2048, 1, 2048, 1}},
+      {kIos17, 2048, {-1, 0, INT32_MIN, 0}, {2048, 1, 2048, 1}},
+      {kIos17, -1, {0, 0, 50, 1}, {-1, 1, 50, 1}},
+      {kIos17, 2048, {2048, 0, 2048, 1}, {2048, 0, 2048, 1}},
+      {kIos17, 2048, {INT32_MAX, 0, 1, 1}, {INT32_MAX, 0, 1, 1}},
+      {kIos18, 2048, {2048, 0, 0, 0}, {2048, 1, 2048, 1}},
+      {kIos18, -1, {0, 0, -1, 1}, {-1, 0, -1, 1}},
   }};
   for (const Case& c : cases) {
     Machine machine(c.generation);
@@ -153,30 +130,16 @@ TEST(JetsamModel, RefusesUnknownLimitAttributes) {
 }
 
 TEST(JetsamModel, RaisesLaterBandsOfAnElevatedProcess) {
-  struct Case {
-    KernelGeneration generation;
-    std::int32_t asked;
-    std::int32_t given;
-  };
-  const std::array<Case, 10> cases = {{
-      {KernelGeneration::Xnu4903To8020, 0, 4},
-      {KernelGeneration::Xnu4903To8020, 1, 4},
-      {KernelGeneration::Xnu4903To8020, 4, 4},
-      {KernelGeneration::Xnu4903To8020, 5, 5},
-      {KernelGeneration::Xnu8792To10063, 20, 40},
-      {KernelGeneration::Xnu8792To10063, 30, 40},
-      {KernelGeneration::Xnu8792To10063, 41, 41},
-      {KernelGeneration::Xnu11215To11417, 0, 40},
-      {KernelGeneration::Xnu11215To11417, 20, 0},
-      {KernelGeneration::Xnu11215To11417, -2, 40},
-  }};
-  for (const Case& c : cases) {
-    Machine machine(c.generation);
+  const std::tuple<KernelGeneration, std::int32_t, std::int32_t> bands[] = {
+      {kIos15, 0, 4},   {kIos15, 1, 4},   {kIos15, 4, 4},  {kIos15, 5, 5},  {kIos17, 20, 40},
+      {kIos17, 30, 40}, {kIos17, 41, 41}, {kIos18, 0, 40}, {kIos18, 20, 0}, {kIos18, -2, 40}};
+  for (const auto& [generation, asked, given] : bands) {
+    Machine machine(generation);
     const std::int32_t before = machine.band(kDaemonPid);
     ASSERT_EQ(machine.elevate(kDaemonPid, true, 0), kSuccess);
     EXPECT_EQ(machine.band(kDaemonPid), before);
-    ASSERT_EQ(machine.setPriority(kDaemonPid, 0, c.asked), kSuccess);
-    EXPECT_EQ(machine.band(kDaemonPid), c.given) << c.asked;
+    ASSERT_EQ(machine.setPriority(kDaemonPid, 0, asked), kSuccess);
+    EXPECT_EQ(machine.band(kDaemonPid), given) << asked;
     ASSERT_EQ(machine.elevate(kDaemonPid, false, 0), kSuccess);
     ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 0), kSuccess);
     EXPECT_EQ(machine.band(kDaemonPid), 0);
@@ -185,7 +148,7 @@ TEST(JetsamModel, RaisesLaterBandsOfAnElevatedProcess) {
 
 TEST(JetsamModel, ElevatesAtOnceWhenFlagsSaySo) {
   for (const KernelGeneration generation : kGenerations) {
-    const std::int32_t elevated = generation == KernelGeneration::Xnu4903To8020 ? 4 : 40;
+    const std::int32_t elevated = generation == kIos15 ? 4 : 40;
     Machine machine(generation);
     ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 0), kSuccess);
     ASSERT_EQ(machine.elevate(kDaemonPid, true, 1), kSuccess);
@@ -209,50 +172,35 @@ TEST(JetsamModel, LowersNothingThatWasNotElevated) {
   const JetsamTable before = machine.table;
   EXPECT_EQ(machine.elevate(kDaemonPid, false, 1), kSuccess);
   EXPECT_EQ(machine.table, before);
-  EXPECT_EQ(Machine(KernelGeneration::Xnu11215To11417).elevate(1, true, 0), refusal(EINVAL));
-  EXPECT_EQ(Machine(KernelGeneration::Xnu8792To10063).elevate(1, true, 0), kSuccess);
+  EXPECT_EQ(Machine(kIos18).elevate(1, true, 0), refusal(EINVAL));
+  EXPECT_EQ(Machine(kIos17).elevate(1, true, 0), kSuccess);
 }
 
-TEST(JetsamModel, TakesManagedStateFromBufferOrFlags) {
-  std::uint32_t in_buffer = 1;
-  for (const auto& [argument, managed] :
-       {std::pair(StateArgument::Buffer, 1), std::pair(StateArgument::Flags, 0)}) {
-    Machine machine(KernelGeneration::Xnu8792To10063, argument);
-    EXPECT_EQ(machine.control(kGetManaged, kDaemonPid, 0, nullptr, 0), kSuccess);
-    EXPECT_EQ(machine.control(kSetManaged, kDaemonPid, 0, &in_buffer, 4), kSuccess);
-    EXPECT_EQ(machine.control(kGetManaged, kDaemonPid, 0, nullptr, 0),
-              (CallResult{.result = managed}));
-    EXPECT_EQ(machine.record(kDaemonPid).freezable, managed == 1);
-  }
-  Machine machine(KernelGeneration::Xnu8792To10063, StateArgument::Flags);
-  EXPECT_EQ(machine.control(kSetManaged, kDaemonPid, 1, nullptr, 0), kSuccess);
-  EXPECT_TRUE(machine.record(kDaemonPid).managed);
-}
-
-TEST(JetsamModel, CountsOnlyTheStateOneAsManaged) {
+// The state 1 alone means managed, and makes freezable; any but 0 means freezable.
+TEST(JetsamModel, TakesStatesFromBufferOrFlags) {
   for (const StateArgument argument : {StateArgument::Buffer, StateArgument::Flags}) {
-    for (const std::uint32_t state : {0U, 2U, 0xffffffffU}) {
-      Machine machine(KernelGeneration::Xnu8792To10063, argument);
+    for (const std::uint32_t state : {0U, 1U, 2U, 0xffffffffU}) {
+      Machine machine(kIos17, argument);
+      EXPECT_EQ(machine.control(kGetManaged, kDaemonPid, 0, nullptr, 0), kSuccess);
       ASSERT_EQ(machine.setManaged(kDaemonPid, 1), kSuccess);
-      EXPECT_EQ(machine.setManaged(kDaemonPid, state), kSuccess);
-      EXPECT_FALSE(machine.record(kDaemonPid).managed) << state;
-      EXPECT_TRUE(machine.record(kDaemonPid).freezable) << state;
+      EXPECT_TRUE(machine.record(kDaemonPid).freezable);
+      // The other place says something else.
+      const std::uint32_t another = state == 1 ? 0 : 1;
+      std::uint32_t in_buffer = argument == StateArgument::Buffer ? state : another;
+      const std::uint32_t in_flags = argument == StateArgument::Flags ? state : another;
+      EXPECT_EQ(machine.control(kSetManaged, kDaemonPid, in_flags, &in_buffer, 4), kSuccess);
+      EXPECT_EQ(machine.control(kGetManaged, kDaemonPid, 0, nullptr, 0),
+                (CallResult{.result = state == 1}));
+      EXPECT_TRUE(machine.record(kDaemonPid).freezable);
+      EXPECT_EQ(machine.control(kSetFreezable, kDaemonPid, in_flags, &in_buffer, 4), kSuccess);
+      EXPECT_EQ(machine.record(kDaemonPid).freezable, state != 0) << state;
     }
   }
-}
-
-TEST(JetsamModel, TakesFreezableStateFromBufferOrFlags) {
-  std::uint32_t in_buffer = 2;
-  for (const auto& [generation, argument, freezable] :
-       {std::tuple(KernelGeneration::Xnu4903To8020, StateArgument::Buffer, true),
-        std::tuple(KernelGeneration::Xnu8792To10063, StateArgument::Flags, false)}) {
-    Machine machine(generation, argument);
-    EXPECT_EQ(machine.control(kSetFreezable, kDaemonPid, 0, &in_buffer, 4), kSuccess);
-    EXPECT_EQ(machine.record(kDaemonPid).freezable, freezable);
-  }
-  Machine by_flags(KernelGeneration::Xnu8792To10063, StateArgument::Flags);
-  EXPECT_EQ(by_flags.control(kSetFreezable, kDaemonPid, 2, nullptr, 0), kSuccess);
-  EXPECT_TRUE(by_flags.record(kDaemonPid).freezable);
+  Machine flags_alone(kIos17, StateArgument::Flags);
+  EXPECT_EQ(flags_alone.control(kSetManaged, kDaemonPid, 1, nullptr, 0), kSuccess);
+  EXPECT_EQ(flags_alone.control(kSetFreezable, kDaemonPid, 2, nullptr, 0), kSuccess);
+  EXPECT_TRUE(flags_alone.record(kDaemonPid).managed && flags_alone.record(kDaemonPid).freezable);
+  EXPECT_EQ(Machine(kIos15).setState(kSetFreezable, kDaemonPid, 2), kSuccess);
 }
 
 TEST(JetsamModel, RefusesForeignProcessesFreezableState) {
@@ -263,7 +211,7 @@ TEST(JetsamModel, RefusesForeignProcessesFreezableState) {
   EXPECT_EQ(unprivileged.setState(kSetFreezable, kDaemonPid, 0), refusal(EPERM));
   EXPECT_EQ(unprivileged.table, JetsamTable{});
   // On iOS 15, where the state is in the flags, to root too.
-  Machine ios15(KernelGeneration::Xnu4903To8020, StateArgument::Flags);
+  Machine ios15(kIos15, StateArgument::Flags);
   EXPECT_EQ(ios15.control(kSetFreezable, kDaemonPid, 1, nullptr, 0), refusal(EPERM));
   EXPECT_EQ(ios15.control(kSetFreezable, kDaemonPid, 0, nullptr, 0), refusal(EPERM));
   EXPECT_EQ(ios15.control(kSetFreezable, kGonePid, 0, nullptr, 0), refusal(ESRCH));

@@ -9,17 +9,6 @@
 namespace vorlatch::model {
 namespace {
 
-constexpr std::uint32_t kGetPriorityList = platform::MEMORYSTATUS_CMD_GET_PRIORITY_LIST;
-constexpr std::uint32_t kSetPriority = platform::MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES;
-constexpr std::uint32_t kSetLimits = platform::MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES;
-constexpr std::uint32_t kGetLimits = platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES;
-constexpr std::uint32_t kElevate =
-    platform::MEMORYSTATUS_CMD_ELEVATED_INACTIVEJETSAMPRIORITY_ENABLE;
-constexpr std::uint32_t kLower = platform::MEMORYSTATUS_CMD_ELEVATED_INACTIVEJETSAMPRIORITY_DISABLE;
-constexpr std::uint32_t kSetManaged = platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_MANAGED;
-constexpr std::uint32_t kGetManaged = platform::MEMORYSTATUS_CMD_GET_PROCESS_IS_MANAGED;
-constexpr std::uint32_t kSetFreezable = platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_FREEZABLE;
-
 constexpr std::array<std::uint32_t, 9> kCommands = {kGetPriorityList, kSetPriority, kSetLimits,
                                                     kGetLimits,       kElevate,     kLower,
                                                     kSetManaged,      kGetManaged,  kSetFreezable};

@@ -24,6 +24,25 @@ inline CallResult refusal(int error) {
   return {.result = -1, .error = error};
 }
 
+inline constexpr std::uint32_t kGetPriorityList = platform::MEMORYSTATUS_CMD_GET_PRIORITY_LIST;
+inline constexpr std::uint32_t kSetPriority = platform::MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES;
+inline constexpr std::uint32_t kSetLimits = platform::MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES;
+inline constexpr std::uint32_t kGetLimits = platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES;
+inline constexpr std::uint32_t kElevate =
+    platform::MEMORYSTATUS_CMD_ELEVATED_INACTIVEJETSAMPRIORITY_ENABLE;
+inline constexpr std::uint32_t kLower =
+    platform::MEMORYSTATUS_CMD_ELEVATED_INACTIVEJETSAMPRIORITY_DISABLE;
+inline constexpr std::uint32_t kSetManaged = platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_MANAGED;
+inline constexpr std::uint32_t kGetManaged = platform::MEMORYSTATUS_CMD_GET_PROCESS_IS_MANAGED;
+inline constexpr std::uint32_t kSetFreezable = platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_FREEZABLE;
+inline constexpr std::uint32_t kAssertion = platform::MEMORYSTATUS_SET_PRIORITY_ASSERTION;
+
+// The kernels of iOS 12 to 15, 16 to 17, and 18.
+inline constexpr auto kIos15 = KernelGeneration::Xnu4903To8020;
+inline constexpr auto kIos17 = KernelGeneration::Xnu8792To10063;
+inline constexpr auto kIos18 = KernelGeneration::Xnu11215To11417;
+inline constexpr KernelGeneration kGenerations[] = {kIos15, kIos17, kIos18};
+
 // An entry of the priority list: pid, band, user data, limit and state.
 using Entry = std::array<std::int64_t, 5>;
 // The limits of a process: active and its attributes, inactive and its attributes.
@@ -67,19 +86,16 @@ class Machine {
   CallResult setPriority(std::int32_t pid, std::uint32_t flags, std::int32_t priority,
                          std::uint64_t user_data = 0) {
     platform::memorystatus_priority_properties properties{priority, 0, user_data};
-    return control(platform::MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES, pid, flags, &properties,
-                   sizeof(properties));
+    return control(kSetPriority, pid, flags, &properties, sizeof(properties));
   }
 
   CallResult setLimits(std::int32_t pid, platform::memorystatus_memlimit_properties limits) {
-    return control(platform::MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES, pid, 0, &limits,
-                   sizeof(limits));
+    return control(kSetLimits, pid, 0, &limits, sizeof(limits));
   }
 
   std::optional<Limits> limits(std::int32_t pid) {
     platform::memorystatus_memlimit_properties limits{};
-    const CallResult result = control(platform::MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES, pid, 0,
-                                      &limits, sizeof(limits));
+    const CallResult result = control(kGetLimits, pid, 0, &limits, sizeof(limits));
     if (result != kSuccess) return std::nullopt;
     return Limits{limits.memlimit_active, limits.memlimit_active_attr, limits.memlimit_inactive,
                   limits.memlimit_inactive_attr};
@@ -91,19 +107,17 @@ class Machine {
   }
 
   CallResult setManaged(std::int32_t pid, std::uint32_t state) {
-    return setState(platform::MEMORYSTATUS_CMD_SET_PROCESS_IS_MANAGED, pid, state);
+    return setState(kSetManaged, pid, state);
   }
 
   CallResult elevate(std::int32_t pid, bool enable, std::uint32_t at_once) {
-    return control(enable ? platform::MEMORYSTATUS_CMD_ELEVATED_INACTIVEJETSAMPRIORITY_ENABLE
-                          : platform::MEMORYSTATUS_CMD_ELEVATED_INACTIVEJETSAMPRIORITY_DISABLE,
-                   pid, at_once, nullptr, 0);
+    return control(enable ? kElevate : kLower, pid, at_once, nullptr, 0);
   }
 
   // The whole list, or one process's entry.
   std::vector<Entry> list(std::int32_t pid = 0) {
     std::array<platform::memorystatus_priority_entry, 16> buffer{};
-    const CallResult result = control(platform::MEMORYSTATUS_CMD_GET_PRIORITY_LIST, pid, 0, &buffer,
+    const CallResult result = control(kGetPriorityList, pid, 0, &buffer,
                                       (pid == 0 ? buffer.size() : 1) * sizeof(buffer[0]));
     std::vector<Entry> entries;
     for (std::size_t i = 0; i * sizeof(buffer[0]) < static_cast<std::size_t>(result.result); ++i) {
@@ -128,9 +142,5 @@ class Machine {
                             {.pid = 1, .start_time = 1},
                             {.pid = 0, .start_time = 0}}};
 };
-
-inline constexpr KernelGeneration kGenerations[] = {KernelGeneration::Xnu4903To8020,
-                                                    KernelGeneration::Xnu8792To10063,
-                                                    KernelGeneration::Xnu11215To11417};
 
 }  // namespace vorlatch::model

@@ -11,9 +11,6 @@ namespace {
 
 using Entries = std::vector<Entry>;
 
-constexpr std::uint32_t kGetPriorityList = platform::MEMORYSTATUS_CMD_GET_PRIORITY_LIST;
-constexpr std::uint32_t kAssertion = platform::MEMORYSTATUS_SET_PRIORITY_ASSERTION;
-
 using Pids = std::vector<std::int64_t>;
 
 Pids listedPids(Machine& machine) {
@@ -56,7 +53,7 @@ TEST(PriorityList, TakesTwentyFourBytesAProcess) {
 }
 
 TEST(PriorityList, HasBytesWhereTheKernelHas) {
-  Machine machine(KernelGeneration::Xnu4903To8020);
+  Machine machine(kIos15);
   ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 16, 0x0807060504030201U), kSuccess);
   ASSERT_EQ(machine.setLimits(kDaemonPid, {0x1234, 1, 5, 1}), kSuccess);
   std::array<unsigned char, 24> bytes{};
@@ -102,17 +99,17 @@ TEST(PriorityList, ShowsTheLimitInForce) {
   constexpr std::int32_t kActive = 300;
   constexpr std::int32_t kInactive = 200;
   const std::array<Case, 11> cases = {{
-      {KernelGeneration::Xnu4903To8020, false, false, 0, 9, kInactive},
-      {KernelGeneration::Xnu4903To8020, false, false, 0, 10, kActive},
-      {KernelGeneration::Xnu8792To10063, false, false, 0, 99, kInactive},
-      {KernelGeneration::Xnu8792To10063, false, false, 0, 100, kActive},
-      {KernelGeneration::Xnu8792To10063, false, true, 0, 30, kActive},
-      {KernelGeneration::Xnu8792To10063, false, true, 0, 41, kInactive},
-      {KernelGeneration::Xnu11215To11417, false, false, 0, 0, kInactive},
-      {KernelGeneration::Xnu11215To11417, false, false, 0, 30, kActive},
-      {KernelGeneration::Xnu11215To11417, true, false, 0, 210, kInactive},
-      {KernelGeneration::Xnu11215To11417, true, false, kAssertion, 30, kActive},
-      {KernelGeneration::Xnu11215To11417, true, true, 0, 40, kActive},
+      {kIos15, false, false, 0, 9, kInactive},
+      {kIos15, false, false, 0, 10, kActive},
+      {kIos17, false, false, 0, 99, kInactive},
+      {kIos17, false, false, 0, 100, kActive},
+      {kIos17, false, true, 0, 30, kActive},
+      {kIos17, false, true, 0, 41, kInactive},
+      {kIos18, false, false, 0, 0, kInactive},
+      {kIos18, false, false, 0, 30, kActive},
+      {kIos18, true, false, 0, 210, kInactive},
+      {kIos18, true, false, kAssertion, 30, kActive},
+      {kIos18, true, true, 0, 40, kActive},
   }};
   for (const Case& c : cases) {
     Machine machine(c.generation);

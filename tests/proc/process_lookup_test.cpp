@@ -1,5 +1,7 @@
 #include "proc/process_lookup.h"
 
+#include <unistd.h>
+
 #include <climits>
 #include <filesystem>
 
@@ -13,310 +15,204 @@ namespace {
 
 using plist::Dictionary;
 using tests::Lines;
-using tests::Story;
 
 // A device whose process list contains only the test's processes.
-struct Processes : Story {
+struct Processes : tests::Story {
   Processes() { device.exit(getpid()); }
 
   std::int32_t launch(const std::string& name, const std::string& path = "/usr/libexec/x") const {
     return device.launch({.name = name, .executable_path = path});
   }
-  std::int32_t launchApp(const std::string& bundle, const std::string& identifier,
+  std::int32_t launchApp(const std::string& bundle, const plist::Value& identifier,
                          const std::string& name = "Executable") const {
     return launch(name, installApp(bundle, Dictionary{{"CFBundleIdentifier", identifier}}));
+  }
+  // Makes the first or second call for the list give this result and this buffer.
+  void listCallGives(int call, int result, const std::vector<std::int32_t>& pids = {}) const {
+    device.clearScripts();
+    device.script({.function = "proc_listpids",
+                   .first = call,
+                   .count = 1,
+                   .result = result,
+                   .buffer = std::string(reinterpret_cast<const char*>(pids.data()),
+                                         pids.size() * sizeof(pids[0]))});
   }
 };
 
 TEST(ProcessLookup, FindsADaemonByItsName) {
   Processes device;
-  const auto pid = device.launch("backboardd");
+  const auto pid = device.launch("backboardd", "");  // it may have no path
+  device.device.launch({.name = "launchd", .executable_path = "/sbin/launchd", .pid = 1});
   EXPECT_EQ(getPIDForBundleID("backboardd"), pid);
   EXPECT_EQ(getPIDForBundleID("backboard"), 0);
   EXPECT_EQ(getPIDForBundleID("Backboardd"), 0);
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"backboardd", pid}}));
+  EXPECT_EQ(getPIDForBundleID("launchd"), 1);
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"backboardd", pid}, {"launchd", 1}}));
+  device.device.becomeZombie(pid);
+  EXPECT_EQ(getPIDForBundleID("backboardd"), 0);
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"launchd", 1}}));
 }
 
 TEST(ProcessLookup, FindsAnAppByItsBundleIdentifier) {
   Processes device;
-  const auto pid = device.launchApp("WeChat.app", "com.tencent.xin", "WeChat");
-  EXPECT_EQ(getPIDForBundleID("com.tencent.xin"), pid);
+  const auto app = device.launchApp("WeChat.app", "com.tencent.xin", "WeChat");
+  const auto extension =
+      device.launchApp("WeChat.app/PlugIns/Share.appex", "com.tencent.xin.share", "Share");
+  // Recognised by the exact ending of the executable's own directory alone.
+  const std::string in_bundle = device.rootPath("/Applications/WeChat.app/bin/helper");
+  const auto helper = device.launch("helper", in_bundle);
+  for (const char* bundle : {"A.APP", "B.apps", "Capp"}) device.launchApp(bundle, bundle, "other");
+  EXPECT_EQ(getPIDForBundleID("com.tencent.xin"), app);
   EXPECT_EQ(getPIDForBundleID("com.tencent.XIN"), 0);
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"WeChat", pid}, {"com.tencent.xin", pid}}));
+  RunningProcessMap running = getRunningProcessMap();
+  running.erase("other");
+  EXPECT_EQ(running, (RunningProcessMap{{"WeChat", app},
+                                        {"com.tencent.xin", app},
+                                        {"Share", extension},
+                                        {"com.tencent.xin.share", extension},
+                                        {"helper", helper}}));
 }
 
-TEST(ProcessLookup, AnExtensionHasItsOwnIdentifier) {
-  Processes device;
-  const auto pid = device.launchApp("WeChat.app/PlugIns/Share.appex", "com.tencent.xin.share");
-  EXPECT_EQ(getPIDForBundleID("com.tencent.xin.share"), pid);
-}
-
-TEST(ProcessLookup, NestedExecutableIsFoundByNameOnly) {
-  Processes device;
-  const auto info = Dictionary{{"CFBundleIdentifier", "com.tencent.xin"}};
-  const std::string directory =
-      std::filesystem::path(device.installApp("WeChat.app", info)).parent_path();
-  const auto pid = device.launch("helper", directory + "/bin/helper");
-  EXPECT_EQ(getPIDForBundleID("com.tencent.xin"), 0);
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"helper", pid}}));
-}
-
-TEST(ProcessLookup, BundlesAreRecognisedByExactEnding) {
-  Processes device;
-  device.launchApp("A.APP", "a");
-  device.launchApp("B.apps", "b");
-  device.launchApp("Capp", "c");
-  for (const char* key : {"a", "b", "c"}) EXPECT_EQ(getPIDForBundleID(key), 0) << key;
-}
-
-TEST(ProcessLookup, LookUpTakesTheFirstNameOrIdentifier) {
-  Processes device;
-  const auto app = device.launchApp("X.app", "twin", "X");
-  EXPECT_EQ(getPIDForBundleID("twin"), app);
-  const auto daemon = device.launch("twin");
-  EXPECT_EQ(getPIDForBundleID("twin"), daemon);  // the list has the newest process first
-  EXPECT_EQ(pidIn(getRunningProcessMap(), "twin"), app);
-}
-
-TEST(ProcessLookup, IdentifierReplacesAnEqualName) {
-  Processes device;
-  device.launch("twin");
-  const auto app = device.launchApp("X.app", "twin", "X");
-  EXPECT_EQ(getPIDForBundleID("twin"), app);
-  EXPECT_EQ(pidIn(getRunningProcessMap(), "twin"), app);
-}
-
-TEST(ProcessLookup, OneBundleLookUpTakesFirstMapTakesLast) {
-  Processes device;
-  const auto older = device.launchApp("X.app", "twice", "Older");
-  const auto newer = device.launchApp("X.app", "twice", "Newer");
-  EXPECT_EQ(getPIDForBundleID("twice"), newer);
-  EXPECT_EQ(pidIn(getRunningProcessMap(), "twice"), older);
-}
-
-TEST(ProcessLookup, TheFirstOfTwoEqualNamesWins) {
-  Processes device;
-  device.launch("twice");
-  const auto newer = device.launch("twice");
-  EXPECT_EQ(getPIDForBundleID("twice"), newer);
-  EXPECT_EQ(pidIn(getRunningProcessMap(), "twice"), newer);
-}
-
-TEST(ProcessLookup, EmptyKeyFindsAnUnreadableName) {
+// The list has the newest process first.
+TEST(ProcessLookup, LookUpTakesTheFirstMapTheLastIdentifier) {
   Processes device;
   const auto unreadable = device.launch("unreadable");
-  device.launch("readable");
+  const auto older = device.launchApp("X.app", "twin", "twice");
+  const auto newer = device.launchApp("X.app", "twin", "twice");
+  EXPECT_EQ(getPIDForBundleID("twin"), newer);
+  EXPECT_EQ(pidIn(getRunningProcessMap(), "twin"), older);
+  EXPECT_EQ(pidIn(getRunningProcessMap(), "twice"), newer);  // of equal names the first
+  const auto daemon = device.launch("twin");
+  EXPECT_EQ(getPIDForBundleID("twin"), daemon);
+  EXPECT_EQ(pidIn(getRunningProcessMap(), "twin"), older);  // an identifier replaces a name
+  device.launchApp("Y.app", "", "nameless");
+  device.device.script({.function = "proc_name", .pid = unreadable, .result = 0, .error = ESRCH});
+  const std::vector<RunningProcess> all = listRunningProcesses();
+  EXPECT_EQ(all.size(), 5U);
+  EXPECT_EQ(runningProcessMapOf(all), getRunningProcessMap());
+  for (const char* key : {"twice", "twin", "nameless", "unreadable", "", "nobody"}) {
+    EXPECT_EQ(pidForBundleIDIn(all, key), getPIDForBundleID(key)) << key;
+  }
+}
+
+TEST(ProcessLookup, EmptyKeyFindsAnEmptyNameOrIdentifier) {
+  Processes device;
+  const auto unreadable = device.launch("unreadable");
   EXPECT_EQ(getPIDForBundleID(""), 0);
   device.device.script({.function = "proc_name", .pid = unreadable, .result = 0, .error = ESRCH});
   EXPECT_EQ(getPIDForBundleID(""), unreadable);
-  EXPECT_EQ(getRunningProcessMap().count(""), 0U);
-  EXPECT_EQ(getRunningProcessMap().size(), 1U);
+  const auto app = device.launchApp("X.app", "", "X");
+  EXPECT_EQ(getPIDForBundleID(""), app);
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"X", app}}));
 }
 
-TEST(ProcessLookup, ANameThatFillsItsBufferEndsThere) {
+TEST(ProcessLookup, NamesAreCutAtTheBufferAndKeptWhenUtf8) {
   Processes device;
-  const auto pid = device.launch("alpha");
+  const auto bad = device.launch("bad\xff");
+  EXPECT_EQ(getPIDForBundleID("bad\xff"), bad);
+  EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{});
+  device.device.exit(bad);
+  const auto pid = device.launch("~");
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"~", pid}}));
+  device.device.script({.function = "proc_name", .result = 1, .buffer = std::string(1, '\0')});
+  EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{});
+  device.device.clearScripts();
   device.device.script({.function = "proc_name", .result = 256, .buffer = std::string(256, 'x')});
   const std::string name(255, 'x');
   EXPECT_EQ(getPIDForBundleID(name), pid);
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{name, pid}}));
 }
 
-TEST(ProcessLookup, EmptyIdentifierMatchesOnlyAnEmptyKey) {
-  Processes device;
-  const auto pid = device.launchApp("X.app", "", "X");
-  EXPECT_EQ(getPIDForBundleID(""), pid);
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"X", pid}}));
-}
-
 TEST(ProcessLookup, CachesOnlyIdentifiersThatExist) {
   Processes device;
   const auto pid = device.launchApp("X.app", "", "X");
   EXPECT_EQ(getPIDForBundleID("late"), 0);
-  device.launchApp("X.app", "late", "Y");
-  EXPECT_NE(getPIDForBundleID("late"), 0);
-  device.device.exit(pid + 1);
+  device.device.exit(device.launchApp("X.app", "late", "Y"));
   EXPECT_EQ(getPIDForBundleID("late"), pid);
   // From now on the identifier is cached, whatever the file says.
-  device.installApp("X.app", Dictionary{{"CFBundleIdentifier", "changed"}}).size();
+  device.device.exit(device.launchApp("X.app", "changed", "Y"));
   EXPECT_EQ(getPIDForBundleID("changed"), 0);
   EXPECT_EQ(getPIDForBundleID("late"), pid);
 }
 
-TEST(ProcessLookup, ABundleThatNamesNoStringHasNoIdentifier) {
+TEST(ProcessLookup, OnlyATextAtAPathHasAnIdentifier) {
   Processes device;
   for (const plist::Value& identifier :
        {plist::Value(5), plist::Value(plist::Array{"x"}), plist::Value(Dictionary{})}) {
-    const auto pid = device.launch(
-        "X", device.installApp("X.app", Dictionary{{"CFBundleIdentifier", identifier}}));
+    const auto pid = device.launchApp("X.app", identifier, "X");
     EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"X", pid}}));
     device.device.exit(pid);
   }
-}
-
-TEST(ProcessLookup, InvalidUtf8NameIsOnlyComparedByBytes) {
-  Processes device;
-  const auto pid = device.launch("bad\xff");
-  EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{});
-  EXPECT_EQ(getPIDForBundleID("bad\xff"), pid);
-}
-
-TEST(ProcessLookup, APathThatIsNotUtf8HasNoIdentifier) {
-  Processes device;
-  const auto path = device.installApp("X\xff.app", Dictionary{{"CFBundleIdentifier", "x"}});
-  device.launch("X", path);
+  device.launchApp("X\xff.app", "x");
   EXPECT_EQ(getPIDForBundleID("x"), 0);
-}
-
-TEST(ProcessLookup, IgnoresThePathOfAFailedCall) {
-  Processes device;
-  const std::string path = device.installApp("X.app", Dictionary{{"CFBundleIdentifier", "x"}});
-  const auto pid = device.launch("X");
-  for (const auto& [result, found] : {std::pair(-1, 0), std::pair(0, 0), std::pair(1, pid)}) {
-    device.device.clearScripts();
-    device.device.script({.function = "proc_pidpath", .result = result, .buffer = path});
-    EXPECT_EQ(getPIDForBundleID("x"), found) << result;
-  }
-}
-
-TEST(ProcessLookup, AcceptsOneCharacterNamesButNotEmptyOnes) {
-  Processes device;
-  const auto pid = device.launch("~");
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"~", pid}}));
-  device.device.script({.function = "proc_name", .result = 1, .buffer = std::string(1, '\0')});
-  EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{});
-}
-
-TEST(ProcessLookup, AListOfAllProcessesAnswersAsAScanDoes) {
-  Processes device;
-  const auto unreadable = device.launch("unreadable");
-  device.launch("twice");
-  device.launchApp("X.app", "twin", "twice");
-  device.launchApp("X.app", "twin", "newest");
-  device.launchApp("Y.app", "", "twin");
-  device.device.script({.function = "proc_name", .pid = unreadable, .result = 0, .error = ESRCH});
-  const std::vector<RunningProcess> all = listRunningProcesses();
-  EXPECT_EQ(all.size(), 5U);
-  EXPECT_EQ(runningProcessMapOf(all), getRunningProcessMap());
-  for (const char* key : {"twice", "twin", "newest", "unreadable", "", "nobody"}) {
-    EXPECT_EQ(pidForBundleIDIn(all, key), getPIDForBundleID(key)) << key;
-  }
-}
-
-TEST(ProcessLookup, AProcessWithoutAPathIsFoundByName) {
-  Processes device;
-  const auto pid = device.launch("kernel_task", "");
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"kernel_task", pid}}));
-}
-
-TEST(ProcessLookup, APathWithoutADirectoryHasNoIdentifier) {
-  Processes device;
-  const std::filesystem::path executable =
+  const std::filesystem::path path =
       device.installApp("X.app", Dictionary{{"CFBundleIdentifier", "x"}});
-  // The current directory in which the relative name would find the bundle.
-  std::filesystem::current_path(executable.parent_path().parent_path());
+  // The current directory in which a relative name would find the bundle.
+  std::filesystem::current_path(path.parent_path().parent_path());
   const auto pid = device.launch("X", "X.app");
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"X", pid}}));
+  EXPECT_EQ(getPIDForBundleID("x"), 0);
+  for (const int result : {-1, 0, 1}) {
+    device.device.clearScripts();
+    device.device.script(
+        {.function = "proc_pidpath", .pid = pid, .result = result, .buffer = path.string()});
+    EXPECT_EQ(getPIDForBundleID("x"), result < 1 ? 0 : pid) << result;
+  }
 }
 
-// One of two processes exits right after the first or second call for the list.
-void oneExitsAfterListCall(int call) {
+TEST(ProcessLookup, AProcessThatExitsMeanwhileIsNotFound) {
   Processes device;
-  const auto leaving = device.launch("leaving");
   const auto staying = device.launch("staying");
-  device.device.script({.function = "proc_listpids", .first = call, .count = 1, .meanwhile = [&] {
-                          device.device.exit(leaving);
-                        }});
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"staying", staying}}));
+  for (const int call : {1, 2}) {
+    const auto leaving = device.launch("leaving");
+    device.device.clearScripts();
+    device.device.script({.function = "proc_listpids", .first = call, .count = 1, .meanwhile = [&] {
+                            device.device.exit(leaving);
+                          }});
+    EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"staying", staying}})) << call;
+  }
 }
 
-TEST(ProcessLookup, ExitBetweenTheTwoListCallsIsNotFound) {
-  oneExitsAfterListCall(1);
-}
-
-TEST(ProcessLookup, AProcessThatExitsDuringTheWalkIsNotFound) {
-  oneExitsAfterListCall(2);
-}
-
-TEST(ProcessLookup, AZombieIsNotFound) {
-  Processes device;
-  device.device.becomeZombie(device.launch("backboardd"));
-  EXPECT_EQ(getPIDForBundleID("backboardd"), 0);
-  EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{});
-}
-
-TEST(ProcessLookup, PidsBelowOneAreSkippedWithoutACall) {
-  Processes device;
-  const std::int32_t pids[] = {0, -5, device.launch("backboardd")};
-  device.device.script({.function = "proc_listpids",
-                        .first = 2,
-                        .result = sizeof(pids),
-                        .buffer = std::string(reinterpret_cast<const char*>(pids), sizeof(pids))});
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"backboardd", pids[2]}}));
-  EXPECT_EQ(device.device.takeTrace({"proc_name"}),
-            Lines{"proc_name(" + std::to_string(pids[2]) + ", zeros, 256) = 10"});
-}
-
-TEST(ProcessLookup, PidOneIsAProcessLikeAnyOther) {
-  Processes device;
-  device.device.launch({.name = "launchd", .executable_path = "/sbin/launchd", .pid = 1});
-  EXPECT_EQ(getPIDForBundleID("launchd"), 1);
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"launchd", 1}}));
-}
-
-TEST(ProcessLookup, AnySizeAboveZeroIsRoomForAsManyProcesses) {
+TEST(ProcessLookup, LooksOnlyAtTheFilledPartOfTheList) {
   Processes device;
   const auto older = device.launch("older");
   const auto newer = device.launch("newer");
-  device.device.script({.function = "proc_listpids", .count = 1, .result = 1});
+  const RunningProcessMap both{{"newer", newer}, {"older", older}};
+  device.listCallGives(1, 1);  // room for as many processes
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"newer", newer}}));
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"newer", newer}, {"older", older}}));
+  device.listCallGives(2, 7, {older, newer});
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"older", older}}));
+  device.device.takeTrace();
+  device.listCallGives(2, 12, {0, -5, older});
+  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"older", older}}));
+  EXPECT_EQ(device.device.takeTrace({"proc_name"}),
+            Lines{"proc_name(" + std::to_string(older) + ", zeros, 256) = 5"});
+  EXPECT_EQ(getRunningProcessMap(), both);
 }
 
 TEST(ProcessLookup, AListThatCannotBeReadGivesNothing) {
   Processes device;
   device.launch("backboardd");
   struct Refusal {
-    int call;
+    std::size_t call;
     int result;
   };
-  for (const auto& [call, result] : {Refusal{1, 0}, Refusal{1, -1}, Refusal{2, 0}, Refusal{2, 3},
-                                     Refusal{2, -1}, Refusal{1, INT_MAX}}) {
-    device.device.clearScripts();
-    device.device.script(
-        {.function = "proc_listpids", .first = call, .count = 1, .result = result});
+  for (const auto& [call, result] :
+       {Refusal{1, 0}, Refusal{1, -1}, Refusal{2, 0}, Refusal{2, 3}, Refusal{2, -1},
+        Refusal{1, INT_MAX}, Refusal{1, INT_MAX / 4 + 1}}) {
+    device.listCallGives(static_cast<int>(call), result);
     device.device.takeTrace();
     EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{}) << call << ' ' << result;
-    EXPECT_EQ(device.device.takeTrace().size(), static_cast<std::size_t>(call)) << result;
-    device.device.clearScripts();
-    device.device.script(
-        {.function = "proc_listpids", .first = call, .count = 1, .result = result});
+    EXPECT_EQ(device.device.takeTrace().size(), call) << result;
+    device.listCallGives(static_cast<int>(call), result);
     EXPECT_EQ(getPIDForBundleID("backboardd"), 0) << call << ' ' << result;
   }
-}
-
-TEST(ProcessLookup, OnlyTheFilledPartOfTheListIsLookedAt) {
-  Processes device;
-  const std::int32_t pids[] = {device.launch("listed"), device.launch("cut off")};
-  device.device.script({.function = "proc_listpids",
-                        .first = 2,
-                        .result = sizeof(pids) - 1,
-                        .buffer = std::string(reinterpret_cast<const char*>(pids), sizeof(pids))});
-  EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{"listed", pids[0]}}));
-}
-
-TEST(ProcessLookup, AListTooLongForTheSecondCallIsNotFetched) {
-  Processes device;
-  device.device.script({.function = "proc_listpids", .count = 1, .result = INT_MAX / 4 + 1});
-  EXPECT_EQ(getRunningProcessMap(), RunningProcessMap{});
-  EXPECT_EQ(device.device.takeTrace(), Lines{"proc_listpids(1, 0, null, 0) = 536870912"});
 }
 
 #ifndef VORLATCH_SANITIZED
 TEST(ProcessLookup, AListBeyondTheMemoryThereIsIsNotFetched) {
   Processes device;
   device.launch("backboardd");
-  device.device.script({.function = "proc_listpids", .count = 1, .result = INT_MAX / 4});
+  device.listCallGives(1, INT_MAX / 4);
   const tests::ScarceMemory memory(64'000'000);
   EXPECT_EQ(getPIDForBundleID("backboardd"), 0);
   EXPECT_EQ(device.device.takeTrace(), Lines{"proc_listpids(1, 0, null, 0) = 536870911"});
@@ -327,17 +223,16 @@ TEST(ProcessLookup, TheWholeWalkMakesTheseCalls) {
   Processes device;
   const std::string older = std::to_string(device.launch("older", "/sbin/older"));
   const std::string newer = std::to_string(device.launch("newer", "/sbin/newer"));
+  const Lines begin{"proc_listpids(1, 0, null, 0) = 88", "proc_listpids(1, 0, buffer, 352) = 8",
+                    "proc_name(" + newer + ", zeros, 256) = 5"};
   getRunningProcessMap();
-  EXPECT_EQ(device.device.takeTrace(),
-            (Lines{"proc_listpids(1, 0, null, 0) = 88", "proc_listpids(1, 0, buffer, 352) = 8",
-                   "proc_name(" + newer + ", zeros, 256) = 5",
-                   "proc_pidpath(" + newer + ", zeros, 4096) = 11",
-                   "proc_name(" + older + ", zeros, 256) = 5",
-                   "proc_pidpath(" + older + ", zeros, 4096) = 11"}));
+  Lines whole = begin;
+  whole.insert(whole.end(), {"proc_pidpath(" + newer + ", zeros, 4096) = 11",
+                             "proc_name(" + older + ", zeros, 256) = 5",
+                             "proc_pidpath(" + older + ", zeros, 4096) = 11"});
+  EXPECT_EQ(device.device.takeTrace(), whole);
   EXPECT_EQ(getPIDForBundleID("newer"), std::stoi(newer));
-  EXPECT_EQ(device.device.takeTrace(),
-            (Lines{"proc_listpids(1, 0, null, 0) = 88", "proc_listpids(1, 0, buffer, 352) = 8",
-                   "proc_name(" + newer + ", zeros, 256) = 5"}));
+  EXPECT_EQ(device.device.takeTrace(), begin);
 }
 
 }  // namespace

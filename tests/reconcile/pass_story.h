@@ -62,10 +62,40 @@ inline plist::Dictionary with(plist::Dictionary settings, const std::string& key
 
 struct Daemon : Story {
   std::int32_t launch(const std::string& name) const { return device.launch({.name = name}); }
+  // Starts the daemon with these targets and runs the first pass.
+  void settleWith(const plist::Dictionary& targets) {
+    writeTargets(targets);
+    startAndSettle();
+  }
   Lines pass() {
     postAndRun();
     return takeLog();
   }
+  Lines passWith(const plist::Dictionary& targets) {
+    writeTargets(targets);
+    return pass();
+  }
+  Lines runAndTakeLog(std::chrono::nanoseconds duration) {
+    run(duration);
+    return takeLog();
+  }
 };
+
+// A daemon that has run its first pass with one target, alpha, which runs.
+struct Alpha : Daemon {
+  explicit Alpha(const plist::Dictionary& settings = kSettings) : pid(launch("alpha")) {
+    settleWith({{"alpha", settings}});
+  }
+  Lines restart() {
+    device.exit(pid);
+    pid = launch("alpha");
+    return started("alpha", pid);
+  }
+  std::int32_t pid;
+};
+
+inline plist::Dictionary every(std::int32_t interval_s) {
+  return with(kSettings, "CheckInterval", interval_s);
+}
 
 }  // namespace vorlatch::tests

@@ -8,159 +8,84 @@ namespace vorlatch {
 namespace {
 
 using plist::Dictionary;
-using tests::kSettings;
+using tests::Alpha;
+using tests::every;
 using tests::kTargetRule;
 using tests::Lines;
-using tests::Story;
-using tests::with;
 using namespace std::chrono_literals;
 
-// A target named alpha with a check interval, and a daemon that has run its first pass.
-struct Watched : Story {
-  explicit Watched(std::int32_t interval_s, bool runs = true) {
-    if (runs) pid = launch();
-    configure(interval_s);
-    startAndSettle();
+// The target alpha with a check interval of 5 s.
+struct Watched : Alpha {
+  explicit Watched(std::int32_t interval_s = 5) : Alpha(every(interval_s)) {}
+  [[nodiscard]] Lines tick(std::int32_t interval_s = 5) const {
+    return tests::ticked("alpha", interval_s, pid);
   }
-  void configure(std::int32_t interval_s) const {
-    writeTargets({{"alpha", with(kSettings, "CheckInterval", interval_s)}});
-  }
-  std::int32_t launch() const { return device.launch({.name = "alpha"}); }
   // How often the target was reported during this time.
   std::size_t reportsWithin(std::chrono::nanoseconds duration) {
-    run(duration);
-    const Lines log = takeLog();
+    const Lines log = runAndTakeLog(duration);
     return static_cast<std::size_t>(std::count(log.begin(), log.end(), kTargetRule));
   }
-  std::int32_t pid = 0;
 };
-
-Lines ticked(std::int32_t interval_s, std::int32_t pid) {
-  return tests::ticked("alpha", interval_s, pid);
-}
-
-Lines started(std::int32_t pid) {
-  return tests::started("alpha", pid);
-}
 
 const Lines kExited = tests::exited("alpha");
 
-TEST(WatchTimer, ATargetThatNeverRunsIsSilent) {
-  Watched watched(5, false);
-  watched.run(1h);
-  EXPECT_EQ(watched.takeLog().size(), 8U);  // the patrol's four lines, twice
-  EXPECT_EQ(watched.takeCalls(), Lines{});
-}
-
-TEST(WatchTimer, TheShortestIntervalIsOneSecond) {
-  Watched watched(1);
-  watched.run(1s);
-  EXPECT_EQ(watched.takeLog(), ticked(1, watched.pid));
+TEST(WatchTimer, AStoppedTargetIsSilentUntilItStarts) {
+  tests::Daemon daemon;
+  daemon.settleWith({{"alpha", every(5)}});
+  EXPECT_EQ(daemon.runAndTakeLog(1h).size(), 8U);  // the patrol's four lines, twice
+  EXPECT_EQ(daemon.takeCalls(), Lines{});
+  daemon.run(2s);
+  const auto pid = daemon.launch("alpha");
+  EXPECT_EQ(daemon.runAndTakeLog(3s), tests::started("alpha", pid));
+  EXPECT_EQ(daemon.status(), (Dictionary{{"alpha", tests::entry(pid)}}));
+  EXPECT_EQ(daemon.pass(), Lines{});  // the tick told the pass
+  EXPECT_EQ(daemon.runAndTakeLog(5s), tests::ticked("alpha", 5, pid));
 }
 
 TEST(WatchTimer, TicksOncePerIntervalAfterThePass) {
-  Watched watched(5);
-  watched.run(5s - 1ns);
-  EXPECT_EQ(watched.takeLog(), Lines{});
-  watched.run(1ns);
-  EXPECT_EQ(watched.takeLog(), ticked(5, watched.pid));
-  watched.run(5s - 1ns);
-  EXPECT_EQ(watched.takeLog(), Lines{});
-  watched.run(1ns);
-  EXPECT_EQ(watched.takeLog(), ticked(5, watched.pid));
-}
-
-TEST(WatchTimer, AppliesAStartedTargetAtEveryTick) {
-  Watched watched(5, false);
-  watched.run(7s);
-  const auto pid = watched.launch();
-  watched.run(3s);
-  EXPECT_EQ(watched.takeLog(), started(pid));
-  EXPECT_EQ(watched.status(), (Dictionary{{"alpha", tests::entry(pid)}}));
-  watched.run(5s);
-  EXPECT_EQ(watched.takeLog(), ticked(5, pid));
+  Watched watched(1);  // the shortest interval
+  for (int tick = 0; tick < 2; ++tick) {
+    EXPECT_EQ(watched.runAndTakeLog(1s - 1ns), Lines{});
+    EXPECT_EQ(watched.runAndTakeLog(1ns), watched.tick(1));
+  }
 }
 
 TEST(WatchTimer, AnExitIsSeenOnceAndTheEntryRemoved) {
-  Watched watched(5);
+  Watched watched;
+  const Lines restarted = watched.restart();  // between two ticks: only a start
+  EXPECT_EQ(watched.runAndTakeLog(5s), restarted);
   watched.device.exit(watched.pid);
-  watched.run(5s);
-  EXPECT_EQ(watched.takeLog(), kExited);
+  EXPECT_EQ(watched.runAndTakeLog(5s), kExited);
   EXPECT_EQ(watched.status(), Dictionary{});
-  watched.run(20s);
-  EXPECT_EQ(watched.takeLog(), Lines{});
+  EXPECT_EQ(watched.pass(), Lines{});
+  EXPECT_EQ(watched.runAndTakeLog(20s), Lines{});
 }
 
-TEST(WatchTimer, RestartBetweenTicksLogsOnlyAStart) {
-  Watched watched(5);
-  watched.device.exit(watched.pid);
-  const auto pid = watched.launch();
-  watched.run(5s);
-  EXPECT_EQ(watched.takeLog(), started(pid));
-}
-
-TEST(WatchTimer, WhatATickSawThePassDoesNotApplyAgain) {
-  Watched watched(5, false);
-  const auto pid = watched.launch();
-  watched.run(5s);
-  EXPECT_EQ(watched.takeLog(), started(pid));
-  watched.postAndRun();
-  EXPECT_EQ(watched.takeLog(), Lines{});
-  watched.device.exit(pid);
-  watched.run(5s);
-  EXPECT_EQ(watched.takeLog(), kExited);
-  watched.postAndRun();
-  EXPECT_EQ(watched.takeLog(), Lines{});
-}
-
-TEST(WatchTimer, AnEditedIntervalTakesEffectWithThePass) {
-  Watched watched(5);
+TEST(WatchTimer, EditAndRestartSeenByAPassRestartTheInterval) {
+  Watched watched;
   watched.run(2s);
-  watched.configure(10);
-  watched.postAndRun();
-  EXPECT_EQ(watched.takeLog(), tests::edited("alpha", watched.pid));
-  watched.run(10s - 1ns);
-  EXPECT_EQ(watched.takeLog(), Lines{});
-  watched.run(1ns);
-  EXPECT_EQ(watched.takeLog(), ticked(10, watched.pid));
-}
-
-TEST(WatchTimer, RestartSeenByAPassRestartsTheInterval) {
-  Watched watched(10);
+  watched.writeTargets({{"alpha", every(10)}});
+  EXPECT_EQ(watched.runAndTakeLog(3s), watched.tick());  // edited, but no notification posted
+  EXPECT_EQ(watched.pass(), tests::edited("alpha", watched.pid));
+  EXPECT_EQ(watched.runAndTakeLog(10s - 1ns), Lines{});
+  EXPECT_EQ(watched.runAndTakeLog(1ns), watched.tick(10));
   watched.run(7s);
-  watched.device.exit(watched.pid);
-  const auto pid = watched.launch();
-  watched.postAndRun();
-  EXPECT_EQ(watched.takeLog(), started(pid));
-  watched.run(10s - 1ns);
-  EXPECT_EQ(watched.takeLog(), Lines{});
-  watched.run(1ns);
-  EXPECT_EQ(watched.takeLog(), ticked(10, pid));
-}
-
-TEST(WatchTimer, KeepsTheSettingsOfThePassThatMadeIt) {
-  Watched watched(5);
-  watched.configure(10);
-  watched.run(5s);  // the file was edited, but no notification posted
-  EXPECT_EQ(watched.takeLog(), ticked(5, watched.pid));
+  const Lines restarted = watched.restart();
+  EXPECT_EQ(watched.pass(), restarted);
+  EXPECT_EQ(watched.runAndTakeLog(10s - 1ns), Lines{});
+  EXPECT_EQ(watched.runAndTakeLog(1ns), watched.tick(10));
 }
 
 TEST(WatchTimer, LooksUpItsOwnTargetAlone) {
-  Watched watched(5);
+  Watched watched;
   watched.device.launch({.name = "older", .pid = 90});
-  watched.device.exit(watched.pid);
-  const auto pid = watched.launch();
+  watched.restart();
   watched.device.takeTrace();
-  watched.run(5s);
-  EXPECT_EQ(watched.device.takeTrace({"proc_name"}),
-            Lines{"proc_name(" + std::to_string(pid) + ", zeros, 256) = 5"});
-}
-
-TEST(WatchTimer, ATickDoesNotClearAnOversizedLog) {
-  Watched watched(5);
+  // A tick does not clear an oversized log either.
   watched.writePreferences({{"Enabled", true}, {"LogSizeLimit", 10}});
-  watched.run(5s);
-  EXPECT_EQ(watched.takeLog(), ticked(5, watched.pid));
+  EXPECT_EQ(watched.runAndTakeLog(5s), tests::started("alpha", watched.pid));
+  EXPECT_EQ(watched.device.takeTrace({"proc_name"}),
+            Lines{"proc_name(" + std::to_string(watched.pid) + ", zeros, 256) = 5"});
 }
 
 TEST(WatchTimer, TheLongestIntervalNeverTicksInALifetime) {
@@ -169,44 +94,19 @@ TEST(WatchTimer, TheLongestIntervalNeverTicksInALifetime) {
   EXPECT_EQ(watched.reportsWithin(std::chrono::hours(24 * 365)), 0U);
 }
 
-TEST(WatchTimer, TickTakesFirstInstancePassTakesLast) {
-  Story story;
-  const std::string path = story.installApp("X.app", Dictionary{{"CFBundleIdentifier", "alpha"}});
-  const auto older = story.device.launch({.name = "Older", .executable_path = path});
-  const auto newer = story.device.launch({.name = "Newer", .executable_path = path});
-  story.writeTargets({{"alpha", with(kSettings, "CheckInterval", 5)}});
-  story.start();
-  story.takeLog();
-  story.run(150ms);
-  EXPECT_EQ(story.takeLog(), started(older));
-  story.run(5s);
-  EXPECT_EQ(story.takeLog(), started(newer));
-  story.run(5s);
-  EXPECT_EQ(story.takeLog(), ticked(5, newer));
-  story.postAndRun();
-  EXPECT_EQ(story.takeLog(), started(older));
-}
-
 TEST(WatchTimer, ALateTickDoesNotMoveLaterOnes) {
-  Watched watched(5);
+  Watched watched;
   watched.device.scheduler.spend(5'900'000'000);  // within the leeway of one second
-  watched.run(0s);
-  EXPECT_EQ(watched.takeLog(), ticked(5, watched.pid));
-  const auto pid = watched.launch();
-  watched.device.exit(watched.pid);
-  watched.run(4100ms - 1ns);
-  EXPECT_EQ(watched.takeLog(), Lines{});
+  EXPECT_EQ(watched.runAndTakeLog(0s), watched.tick());
+  EXPECT_EQ(watched.runAndTakeLog(4100ms - 1ns), Lines{});
   watched.device.scheduler.spend(1'000'000'000);
-  watched.run(0s);
-  EXPECT_EQ(watched.takeLog(), started(pid));
-  watched.device.exit(pid);
+  EXPECT_EQ(watched.runAndTakeLog(0s), watched.tick());
   watched.device.scheduler.spend(4'700'000'000);
-  watched.run(0s);
-  EXPECT_EQ(watched.takeLog(), kExited);
+  EXPECT_EQ(watched.runAndTakeLog(0s), watched.tick());
 }
 
 TEST(WatchTimer, TicksMissedWhileAPassWasBusyComeAsOne) {
-  Watched watched(5);
+  Watched watched;
   watched.device.script(
       {.function = "proc_listpids", .first = 1, .count = 1, .takes_ns = 17000000000});
   watched.post();

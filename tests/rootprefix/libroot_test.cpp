@@ -23,54 +23,43 @@ std::string inOwnBlock(const char* resolved) {
   return block != nullptr ? block.get() : "(null)";
 }
 
-struct InBuffer {
-  char bytes[kPathBufferBytes];
-};
-
 TEST(RootPrefixWithoutLibrary, GettersGiveTheFallbacks) {
   EXPECT_STREQ(libroot_get_root_prefix(), "");
   EXPECT_STREQ(libroot_get_jbroot_prefix(), "/var/jb");
   EXPECT_STREQ(libroot_get_boot_uuid(), "00000000-0000-0000-0000-000000000000");
+  EXPECT_EQ(getPrefPath("Vorlatch.log"), "/var/jb/var/mobile/Library/Preferences/Vorlatch.log");
 }
 
-TEST(RootPrefixWithoutLibrary, AnAbsolutePathIsPutUnderVarJb) {
-  InBuffer buffer{};
-  EXPECT_EQ(libroot_jbrootpath("/var/mobile/x", buffer.bytes), buffer.bytes);
-  EXPECT_STREQ(buffer.bytes, "/var/jb/var/mobile/x");
-  EXPECT_EQ(inOwnBlock(libroot_jbrootpath("/var/mobile/x", nullptr)), "/var/jb/var/mobile/x");
-}
-
-TEST(RootPrefixWithoutLibrary, ARelativePathIsUnchangedByBothBuilders) {
-  EXPECT_EQ(inOwnBlock(libroot_jbrootpath("usr/lib", nullptr)), "usr/lib");
-  EXPECT_EQ(inOwnBlock(libroot_rootfspath("usr/lib", nullptr)), "usr/lib");
-  EXPECT_EQ(inOwnBlock(libroot_jbrootpath("", nullptr)), "");
-  EXPECT_EQ(inOwnBlock(libroot_rootfspath("", nullptr)), "");
-}
-
-TEST(RootPrefixWithoutLibrary, RootBuilderCutsAnyMatchingPrefix) {
-  InBuffer buffer{};
-  EXPECT_EQ(libroot_rootfspath("/var/jb/usr/lib", buffer.bytes), buffer.bytes);
-  EXPECT_STREQ(buffer.bytes, "/usr/lib");
-  EXPECT_EQ(inOwnBlock(libroot_rootfspath("/etc/hosts", nullptr)), "/etc/hosts");
-  EXPECT_EQ(inOwnBlock(libroot_rootfspath("/var/jbx", nullptr)), "x");
-  EXPECT_EQ(inOwnBlock(libroot_rootfspath("/var/jb", nullptr)), "");
-}
-
-TEST(RootPrefixWithoutLibrary, ANullPathGivesANullResult) {
-  EXPECT_EQ(libroot_jbrootpath(nullptr, nullptr), nullptr);
-  EXPECT_EQ(libroot_rootfspath(nullptr, nullptr), nullptr);
-  InBuffer buffer{"untouched"};
-  EXPECT_EQ(libroot_jbrootpath(nullptr, buffer.bytes), nullptr);
-  EXPECT_EQ(libroot_rootfspath(nullptr, buffer.bytes), nullptr);
-  EXPECT_STREQ(buffer.bytes, "untouched");
-}
-
-TEST(RootPrefixWithoutLibrary, ALongPathIsCutShort) {
-  const std::string path = "/" + std::string(2000, 'x');
-  const std::string mapped = inOwnBlock(libroot_jbrootpath(path.c_str(), nullptr));
-  EXPECT_EQ(mapped, ("/var/jb" + path).substr(0, 1023));
-  EXPECT_EQ(inOwnBlock(libroot_rootfspath(path.c_str(), nullptr)), path.substr(0, 1023));
-  EXPECT_EQ(inOwnBlock(libroot_jbrootpath(path.c_str() + 1, nullptr)), path.substr(1, 1023));
+TEST(RootPrefixWithoutLibrary, BuildersMapAbsolutePathsUpToTheBuffer) {
+  const std::string long_path = "/" + std::string(2000, 'x');
+  struct Case {
+    const char* (*build)(const char* path, char* resolved);
+    std::string path;
+    std::string resolved;
+  };
+  const Case cases[] = {
+      {libroot_jbrootpath, "/var/mobile/x", "/var/jb/var/mobile/x"},
+      {libroot_jbrootpath, "usr/lib", "usr/lib"},
+      {libroot_jbrootpath, "", ""},
+      {libroot_jbrootpath, long_path, ("/var/jb" + long_path).substr(0, 1023)},
+      {libroot_jbrootpath, long_path.substr(1), long_path.substr(1, 1023)},
+      {libroot_rootfspath, "/var/jb/usr/lib", "/usr/lib"},
+      {libroot_rootfspath, "/etc/hosts", "/etc/hosts"},
+      {libroot_rootfspath, "/var/jbx", "x"},  // any path that begins with the prefix is cut
+      {libroot_rootfspath, "/var/jb", ""},
+      {libroot_rootfspath, "usr/lib", "usr/lib"},
+      {libroot_rootfspath, "", ""},
+      {libroot_rootfspath, long_path, long_path.substr(0, 1023)},
+  };
+  for (const auto& [build, path, resolved] : cases) {
+    EXPECT_EQ(inOwnBlock(build(path.c_str(), nullptr)), resolved) << path;
+    char buffer[kPathBufferBytes] = "untouched";
+    EXPECT_EQ(build(nullptr, buffer), nullptr);
+    EXPECT_EQ(build(nullptr, nullptr), nullptr);
+    EXPECT_STREQ(buffer, "untouched");
+    EXPECT_EQ(build(path.c_str(), buffer), buffer);
+    EXPECT_EQ(buffer, resolved);
+  }
 }
 
 #ifndef VORLATCH_SANITIZED
@@ -91,10 +80,6 @@ TEST(RootPrefixWithoutLibrary, WithoutMemoryForABlockThereIsNoPath) {
   EXPECT_EQ(resolved, nullptr);
 }
 #endif
-
-TEST(RootPrefixWithoutLibrary, TheDaemonsFilesAreUnderVarJb) {
-  EXPECT_EQ(getPrefPath("Vorlatch.log"), "/var/jb/var/mobile/Library/Preferences/Vorlatch.log");
-}
 
 TEST(RootPrefixWithLibrary, EveryFunctionIsTheLibrarys) {
   simulated::Device::get().root_prefix_library = VORLATCH_WHOLE_LIBROOT;

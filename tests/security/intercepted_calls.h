@@ -1,25 +1,34 @@
 // Interceptors of the file calls of the code under test. Only one may exist at a time.
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "tests/support/file_calls.h"
 
 namespace vorlatch::tests {
 
-// Intercepts file calls during its lifetime.
-class ScopedFileCallInterceptor : public FileCallInterceptor {
+// Gives every file call during its lifetime to the function.
+class Intercepted : public FileCallInterceptor {
  public:
-  ScopedFileCallInterceptor() { interceptFileCalls(this); }
-  ~ScopedFileCallInterceptor() override { interceptFileCalls(nullptr); }
+  using Function = std::function<std::int64_t(const FileCall& call, const Real& real)>;
+
+  explicit Intercepted(Function function) : function_(std::move(function)) {
+    interceptFileCalls(this);
+  }
+  ~Intercepted() override { interceptFileCalls(nullptr); }
+
+ private:
+  std::int64_t intercept(const FileCall& call, const Real& real) override {
+    return function_(call, real);
+  }
+
+  const Function function_;
 };
 
-// Runs the action right before the n-th file call from now on, counted from 1.
-class BeforeFileCall : public ScopedFileCallInterceptor {
+// Runs the action right before the n-th file call from now on, counted from 1. File calls of the
+// action itself are not counted.
+class BeforeFileCall {
  public:
   BeforeFileCall(int n, std::function<void()> action)
       : calls_left_(n), action_(std::move(action)) {}
@@ -27,30 +36,12 @@ class BeforeFileCall : public ScopedFileCallInterceptor {
   [[nodiscard]] bool hasHappened() const { return !action_; }
 
  private:
-  std::int64_t intercept(const FileCall& call, const Real& real) override;
-
   int calls_left_;
   std::function<void()> action_;
-};
-
-// Makes every call with this name fail with EIO.
-class RefusedFileCalls : public ScopedFileCallInterceptor {
- public:
-  explicit RefusedFileCalls(std::string name) : name_(std::move(name)) {}
-
- private:
-  std::int64_t intercept(const FileCall& call, const Real& real) override;
-
-  const std::string name_;
-};
-
-// Collects the paths that are opened although they are not regular files.
-class OpenedSpecials : public ScopedFileCallInterceptor {
- public:
-  std::vector<std::string> paths;
-
- private:
-  std::int64_t intercept(const FileCall& call, const Real& real) override;
+  const Intercepted intercepted_{[this](const FileCall& /*call*/, const auto& real) {
+    if (action_ && --calls_left_ == 0) std::exchange(action_, nullptr)();
+    return real(false);
+  }};
 };
 
 }  // namespace vorlatch::tests

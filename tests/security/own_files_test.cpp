@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 
@@ -45,6 +46,15 @@ Lines filesOf(const Story& story) {
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+// Makes every call with this name fail.
+Intercepted refusing(const std::string& name) {
+  return Intercepted([name](const FileCall& call, const auto& real) -> std::int64_t {
+    if (call.name != name) return real(false);
+    errno = EIO;
+    return -1;
+  });
 }
 
 class NoFile : public testing::TestWithParam<Plant> {};
@@ -118,10 +128,11 @@ TEST(OwnFiles, AreMovedAsideUnderUniqueNames) {
   }
 }
 
-TEST(OwnFiles, TheLogIsKeptWhateverItsOwnerOrMode) {
+void logIsKept(uid_t owner, fs::perms mode) {
   Story story;
   writeAll(story.logFile(), "from a backup\n");
-  fs::permissions(story.logFile(), fs::perms(0400));
+  ASSERT_EQ(chown(story.logFile().c_str(), owner, owner), 0);
+  fs::permissions(story.logFile(), mode);
   openLog();
   writeTargetSeparator();
   EXPECT_EQ(readAll(story.logFile()), "from a backup\n" + kRuleLine);
@@ -129,15 +140,12 @@ TEST(OwnFiles, TheLogIsKeptWhateverItsOwnerOrMode) {
   EXPECT_EQ(filesOf(story), Lines{"Vorlatch.log"});
 }
 
+TEST(OwnFiles, TheLogIsKeptWhateverItsMode) {
+  logIsKept(geteuid(), fs::perms(0400));
+}
+
 TEST(PrivilegedOwnFiles, TheLogMayBelongToAnotherUser) {
-  Story story;
-  writeAll(story.logFile(), "from a backup\n");
-  ASSERT_EQ(chown(story.logFile().c_str(), kSomebody, kSomebody), 0);
-  fs::permissions(story.logFile(), fs::perms(0));
-  openLog();
-  writeTargetSeparator();
-  EXPECT_EQ(readAll(story.logFile()), "from a backup\n" + kRuleLine);
-  EXPECT_EQ(modeOf(story.logFile()), 0666U);
+  logIsKept(kSomebody, fs::perms(0));
 }
 
 TEST(PrivilegedOwnFiles, TheStatusFileMayBelongToAnotherUser) {
@@ -188,7 +196,7 @@ TEST(OwnFiles, ALogThatCannotBeClearedGoesOnAtItsEnd) {
   story.writePreferences({{"LogSizeLimit", 10}});
   writeAll(story.logFile(), "longer than it may be\n");
   openLog();
-  const RefusedFileCalls refused("ftruncate");
+  const Intercepted refused = refusing("ftruncate");
   checkLogSizeAndClearIfNeeded();
   writeTargetSeparator();
   EXPECT_EQ(readAll(story.logFile()), "longer than it may be\n" + kRuleLine);
@@ -221,7 +229,7 @@ TEST(OwnFiles, StatusIsOpenedToAllIfNotWritten) {
   updateStatusFile("a", 1, 2, 3);
   const std::string before = readAll(story.statusFile());
   fs::permissions(story.statusFile(), fs::perms(0600));
-  const RefusedFileCalls refused("rename");
+  const Intercepted refused = refusing("rename");
   updateStatusFile("b", 4, 5, 6);
   EXPECT_EQ(modeOf(story.statusFile()), 0666U);
   EXPECT_EQ(readAll(story.statusFile()), before);

@@ -1,12 +1,27 @@
 // Entries that an attacker puts at the path of one of the daemon's files, before or during an
 // operation. Neither the entry nor what it points at may change.
+#include <fcntl.h>
+
+#include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "config/default_preset.h"
+#include "config/log_size_cap.h"
+#include "config/preferences.h"
+#include "config/status_file.h"
+#include "control/failure.h"
+#include "control/log_reader.h"
+#include "control/preferences_edit.h"
+#include "log/log_file.h"
+#include "log/log_line.h"
+#include "rootprefix/pref_path.h"
 #include "tests/security/intercepted_calls.h"
-#include "tests/security/operations.h"
 #include "tests/security/planted.h"
 #include "tests/support/story.h"
 
@@ -15,32 +30,140 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class PlantedEntry : public testing::TestWithParam<Operation> {
- protected:
-  void putBeforehand(const std::vector<Plant>& all) {
-    for (const Plant& plant : all) {
-      begin();
-      putAt(path(), plant);
-      const OpenedSpecials opened;
-      GetParam().run();
-      expectNothingChanged(plant.name);
-      EXPECT_EQ(opened.paths, std::vector<std::string>{}) << plant.name;
-    }
-  }
+void writeToBothStreams() {
+  writeTargetSeparator();
+  std::fputs("out\n", stdout);
+  std::fflush(stdout);
+}
 
+// Ignores failures, because the tests check only the effects on files.
+void unlessItFails(const std::function<void()>& command) {
+  try {
+    command();
+  } catch (const control::Failure&) {
+  }
+}
+
+// An operation of the daemon or vorlatchctl on a file in a directory that anybody may change. Both
+// functions run in the story's root.
+struct Operation {
+  std::string name;
+  std::string file;  // the file that it works on
+  std::function<void()> run;
+  bool writes_temporary = false;  // whether it creates a temporary file beside it
+  std::function<void(Story&)> prepare = [](Story& /*story*/) {};  // creates the files that it needs
+};
+
+void writeOldLog(Story& story) {
+  writeAll(story.logFile(), "old line\n");
+}
+
+void writePreset(Story& story) {
+  story.writePreferences(defaultPreset());
+}
+
+std::vector<Operation> operations() {
+  return {
+      {.name = "OpensTheLog",
+       .file = kLogFileName,
+       .run =
+           [] {
+             openLog();
+             writeToBothStreams();
+           },
+       .prepare = writeOldLog},
+      {.name = "ClearsTheLog",
+       .file = kLogFileName,
+       .run =
+           [] {
+             checkLogSizeAndClearIfNeeded();
+             writeToBothStreams();
+           },
+       .prepare =
+           [](Story& story) {
+             story.writePreferences({{"LogSizeLimit", 10}});
+             writeAll(story.logFile(), "longer than it may be\n");
+             openLog();
+           }},
+      {.name = "WritesTheStatus",
+       .file = kStatusFileName,
+       .run = [] { updateStatusFile("b", 4, 5, 6); },
+       .writes_temporary = true,
+       .prepare = [](Story& /*story*/) { updateStatusFile("a", 1, 2, 3); }},
+      {.name = "WritesThePreset",
+       .file = kPreferencesFileName,
+       .run = checkAndGenerateDefaultConfig,
+       .writes_temporary = true},
+      {.name = "ReadsThePreferences",
+       .file = kPreferencesFileName,
+       .run = [] { loadPreferences(); },
+       .prepare = writePreset},
+      {.name = "EditsThePreferences",
+       .file = kPreferencesFileName,
+       .run =
+           [] {
+             unlessItFails([] {
+               control::editPreferences(
+                   [](plist::Dictionary& preferences) {
+                     preferences.insert_or_assign(keys::kEnabled, false);
+                   },
+                   true);
+             });
+           },
+       .writes_temporary = true,
+       .prepare = writePreset},
+      {.name = "ShowsTheLog",
+       .file = kLogFileName,
+       .run =
+           [] {
+             unlessItFails([] {
+               control::LogReader(control::daemonFile(kLogFileName)).readNew([](const auto&) {});
+             });
+           },
+       .prepare = writeOldLog},
+  };
+}
+
+// An operation, and what is put in its file's place.
+struct Attack {
+  Operation operation;
+  std::vector<Plant> plants;
+};
+
+// Prints the name for gtest.
+std::ostream& operator<<(std::ostream& out, const Attack& attack) {
+  return out << attack.operation.name;
+}
+
+std::vector<Attack> attacksWith(const std::vector<Plant>& plants) {
+  std::vector<Attack> attacks;
+  for (const Operation& operation : operations()) attacks.push_back({operation, plants});
+  return attacks;
+}
+
+// Whether the call opens what exists and is not a regular file.
+bool opensSpecial(const FileCall& call) {
+  // O_CREAT opens nothing that exists, and O_DIRECTORY asks for a directory.
+  if (call.name != "open" || (call.arguments[0] & (O_CREAT | O_DIRECTORY)) != 0) return false;
+  std::error_code error;
+  const auto status = fs::status(call.path, error);
+  return fs::exists(status) && !fs::is_regular_file(status);
+}
+
+class PlantedEntry : public testing::TestWithParam<Attack> {
+ protected:
   // For each plant, repeats the operation and puts the plant at `place` before the first, second,
   // ... file call. Returns how often it was put.
-  int exchange(const std::vector<Plant>& all,
-               const std::function<std::optional<std::string>()>& place) {
+  int exchange(const std::function<std::optional<std::string>()>& place) {
     int exchanged = 0;
-    for (const Plant& plant : all) {
+    for (const Plant& plant : GetParam().plants) {
       bool has_happened = true;
       for (int call = 1; has_happened; ++call) {
         begin();
         const BeforeFileCall action(call, [&] {
           if (const auto found = place()) putAt(*found, plant);
         });
-        GetParam().run();
+        operation().run();
         has_happened = action.hasHappened();
         if (!planted_) continue;
         ++exchanged;
@@ -50,7 +173,8 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
     return exchanged;
   }
 
-  [[nodiscard]] std::string path() const { return story_.file(GetParam().file); }
+  [[nodiscard]] static const Operation& operation() { return GetParam().operation; }
+  [[nodiscard]] std::string path() const { return story_.file(operation().file); }
   // The path of the temporary file beside the file, if there is one.
   [[nodiscard]] std::optional<std::string> temporary() const {
     for (const auto& entry : fs::directory_iterator(story_.file(""))) {
@@ -59,11 +183,10 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
     return std::nullopt;
   }
 
- private:
   // Creates the operation's files and untouched victims.
   void begin() {
     for (const auto& entry : fs::directory_iterator(story_.file(""))) fs::remove_all(entry.path());
-    GetParam().prepare(story_);
+    operation().prepare(story_);
     planted_.reset();
     victims_.emplace(story_.rootPath("/elsewhere"));
   }
@@ -71,12 +194,14 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
     planted_.emplace(plant, place, *victims_);
     before_ = asAllStands();
   }
-  [[nodiscard]] std::string asAllStands() const {
-    return planted_->asItStands() + victims_->asTheyStand();
-  }
   void expectNothingChanged(const std::string& when) const {
     EXPECT_EQ(asAllStands(), before_) << when;
     EXPECT_FALSE(victims_->isSecretIn(story_.file(""))) << when;
+  }
+
+ private:
+  [[nodiscard]] std::string asAllStands() const {
+    return planted_->asItStands() + victims_->asTheyStand();
   }
 
   Story story_;
@@ -84,38 +209,37 @@ class PlantedEntry : public testing::TestWithParam<Operation> {
   std::optional<Planted> planted_;
   std::string before_;
 };
-// Device files, which only root can create.
-class PrivilegedPlantedEntry : public PlantedEntry {};
 
 TEST_P(PlantedEntry, BeforehandLeadsNowhereAndIsNotOpened) {
-  putBeforehand(plants());
+  for (const Plant& plant : GetParam().plants) {
+    begin();
+    putAt(path(), plant);
+    std::vector<std::string> opened;
+    {
+      const Intercepted calls([&](const FileCall& call, const auto& real) {
+        if (opensSpecial(call)) opened.push_back(call.path);
+        return real(false);
+      });
+      operation().run();
+    }
+    expectNothingChanged(plant.name);
+    EXPECT_EQ(opened, std::vector<std::string>{}) << plant.name;
+  }
 }
 
 TEST_P(PlantedEntry, BetweenAnyTwoFileCallsLeadsNowhere) {
   // Each plant was put more than once.
-  EXPECT_GT(exchange(plants(), [&] { return path(); }), static_cast<int>(plants().size()));
+  EXPECT_GT(exchange([&] { return path(); }), static_cast<int>(GetParam().plants.size()));
 }
 
 TEST_P(PlantedEntry, UnderTheTemporaryNameLeadsNowhere) {
-  EXPECT_EQ(exchange(plants(), [&] { return temporary(); }) > 0, GetParam().writes_temporary);
+  EXPECT_EQ(exchange([&] { return temporary(); }) > 0, operation().writes_temporary);
 }
 
-TEST_P(PrivilegedPlantedEntry, BeforehandLeadsNowhereAndIsNotOpened) {
-  putBeforehand(devicePlants());
-}
-
-TEST_P(PrivilegedPlantedEntry, BetweenAnyTwoFileCallsLeadsNowhere) {
-  EXPECT_GT(exchange(devicePlants(), [&] { return path(); }),
-            static_cast<int>(devicePlants().size()));
-}
-
-TEST_P(PrivilegedPlantedEntry, UnderTheTemporaryNameLeadsNowhere) {
-  EXPECT_EQ(exchange(devicePlants(), [&] { return temporary(); }) > 0, GetParam().writes_temporary);
-}
-
-INSTANTIATE_TEST_SUITE_P(Each, PlantedEntry, testing::ValuesIn(operations()),
+INSTANTIATE_TEST_SUITE_P(Each, PlantedEntry, testing::ValuesIn(attacksWith(plants())),
                          testing::PrintToStringParamName());
-INSTANTIATE_TEST_SUITE_P(PrivilegedEach, PrivilegedPlantedEntry, testing::ValuesIn(operations()),
+INSTANTIATE_TEST_SUITE_P(PrivilegedEach, PlantedEntry,
+                         testing::ValuesIn(attacksWith(devicePlants())),
                          testing::PrintToStringParamName());
 
 }  // namespace

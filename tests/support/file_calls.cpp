@@ -11,42 +11,29 @@
 #include <map>
 #include <string>
 
-#define VORLATCH_REAL(name) __asm__("__real_" name)
-#define VORLATCH_WRAP(name) __asm__("__wrap_" name)
+// Declares the linker's two names of a wrapped function: the real one, and the one that is called.
+#define VORLATCH_WRAPPED(name, result, real, wrap, ...) \
+  result real(__VA_ARGS__) __asm__("__real_" name);     \
+  result wrap(__VA_ARGS__) __asm__("__wrap_" name)
 
 namespace vorlatch::tests {
 
-int realOpen(const char*, int, ...) VORLATCH_REAL("open");
-int wrapOpen(const char*, int, ...) VORLATCH_WRAP("open");
-int realMkostemp(char*, int) VORLATCH_REAL("mkostemp");
-int wrapMkostemp(char*, int) VORLATCH_WRAP("mkostemp");
-int realClose(int) VORLATCH_REAL("close");
-int wrapClose(int) VORLATCH_WRAP("close");
-ssize_t realRead(int, void*, size_t) VORLATCH_REAL("read");
-ssize_t wrapRead(int, void*, size_t) VORLATCH_WRAP("read");
-ssize_t realWrite(int, const void*, size_t) VORLATCH_REAL("write");
-ssize_t wrapWrite(int, const void*, size_t) VORLATCH_WRAP("write");
-int realStat(const char*, struct stat*) VORLATCH_REAL("stat");
-int wrapStat(const char*, struct stat*) VORLATCH_WRAP("stat");
-int realLstat(const char*, struct stat*) VORLATCH_REAL("lstat");
-int wrapLstat(const char*, struct stat*) VORLATCH_WRAP("lstat");
-int realFstat(int, struct stat*) VORLATCH_REAL("fstat");
-int wrapFstat(int, struct stat*) VORLATCH_WRAP("fstat");
-int realFstatat(int, const char*, struct stat*, int) VORLATCH_REAL("fstatat");
-int wrapFstatat(int, const char*, struct stat*, int) VORLATCH_WRAP("fstatat");
-int realFchmod(int, mode_t) VORLATCH_REAL("fchmod");
-int wrapFchmod(int, mode_t) VORLATCH_WRAP("fchmod");
-int realFtruncate(int, off_t) VORLATCH_REAL("ftruncate");
-int wrapFtruncate(int, off_t) VORLATCH_WRAP("ftruncate");
-int realDup2(int, int) VORLATCH_REAL("dup2");
-int wrapDup2(int, int) VORLATCH_WRAP("dup2");
-int realRename(const char*, const char*) VORLATCH_REAL("rename");
-int wrapRename(const char*, const char*) VORLATCH_WRAP("rename");
-int realUnlink(const char*) VORLATCH_REAL("unlink");
-int wrapUnlink(const char*) VORLATCH_WRAP("unlink");
-int wrapFprintf(std::FILE*, const char*, ...) VORLATCH_WRAP("fprintf");
-int realFflush(std::FILE*) VORLATCH_REAL("fflush");
-int wrapFflush(std::FILE*) VORLATCH_WRAP("fflush");
+VORLATCH_WRAPPED("open", int, realOpen, wrapOpen, const char*, int, ...);
+VORLATCH_WRAPPED("mkostemp", int, realMkostemp, wrapMkostemp, char*, int);
+VORLATCH_WRAPPED("close", int, realClose, wrapClose, int);
+VORLATCH_WRAPPED("read", ssize_t, realRead, wrapRead, int, void*, size_t);
+VORLATCH_WRAPPED("write", ssize_t, realWrite, wrapWrite, int, const void*, size_t);
+VORLATCH_WRAPPED("stat", int, realStat, wrapStat, const char*, struct stat*);
+VORLATCH_WRAPPED("lstat", int, realLstat, wrapLstat, const char*, struct stat*);
+VORLATCH_WRAPPED("fstat", int, realFstat, wrapFstat, int, struct stat*);
+VORLATCH_WRAPPED("fstatat", int, realFstatat, wrapFstatat, int, const char*, struct stat*, int);
+VORLATCH_WRAPPED("fchmod", int, realFchmod, wrapFchmod, int, mode_t);
+VORLATCH_WRAPPED("ftruncate", int, realFtruncate, wrapFtruncate, int, off_t);
+VORLATCH_WRAPPED("dup2", int, realDup2, wrapDup2, int, int);
+VORLATCH_WRAPPED("rename", int, realRename, wrapRename, const char*, const char*);
+VORLATCH_WRAPPED("unlink", int, realUnlink, wrapUnlink, const char*);
+VORLATCH_WRAPPED("fflush", int, realFflush, wrapFflush, std::FILE*);
+int wrapFprintf(std::FILE*, const char*, ...) __asm__("__wrap_fprintf");
 
 namespace {
 

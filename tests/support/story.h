@@ -21,6 +21,20 @@ using namespace std::chrono_literals;
 inline const std::string kTargetRule(40, '-');
 inline const std::string kChapterRule(40, '=');
 
+}  // namespace vorlatch::tests
+
+namespace vorlatch {
+
+// Here, so that tests find it: Lines is a type of the standard library.
+inline tests::Lines operator+(tests::Lines first, const tests::Lines& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+}  // namespace vorlatch
+
+namespace vorlatch::tests {
+
 class Story {
  public:
   Story();

@@ -1,6 +1,8 @@
 // A temporary directory that the destructor removes.
 #pragma once
 
+#include <unistd.h>  // declares mkdtemp on Darwin
+
 #include <cstdlib>
 #include <filesystem>
 #include <string>
