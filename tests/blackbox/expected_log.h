@@ -60,11 +60,6 @@ inline Lines restoredLines(const std::string& key, pid_t pid) {
           tests::text("[守护] ", key, " PID:", pid)};
 }
 
-inline Lines tickedLines(const std::string& key, int interval_s, pid_t pid) {
-  return {kTargetSeparator,
-          tests::text("[守护] 目标: ", key, " | 检测: ", interval_s, "s | PID: ", pid)};
-}
-
 // Targets left the preferences.
 inline Lines removedLines() {
   return {kTargetSeparator, "[配置] 已有进程从列表移除，已恢复默认"};

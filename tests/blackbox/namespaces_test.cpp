@@ -28,48 +28,13 @@ TEST(PrivilegedFileSystems, GiveTheUsualPlaceWithoutLibrary) {
   installation.useFilesIn(usual_place);
   installation.writePreferences(preferencesWith({{ownName("absent"), plist::Dictionary{}}}));
   installation.start();
-  EXPECT_EQ(installation.log(), startLines(installation.daemon()));
+  installation.expectLog(startLines(installation.daemon()));
   EXPECT_EQ(filesIn(usual_place), (Lines{"Vorlatch.log", "com.zel.vorlatch.plist"}));
 
   installation.writePreferences(preferencesWith({}));
   installation.post();
-  EXPECT_EQ(installation.statusOnce("{}"), "{}");
+  installation.expectStatus("");
   EXPECT_EQ(filesIn(installed_place), Lines{"com.zel.vorlatch.plist"});
-}
-
-TEST(PrivilegedFileSystems, KeepOldStatusWholeWhileFull) {
-  leaveTheMachinesMounts();
-  Installation installation;
-  const MemoryFileSystem small(installation.preferencesDirectory(), "size=256k");
-  installation.watchFiles();
-  const Program first = programNamed(installation.path(""), ownName("first"));
-  const Program second = programNamed(installation.path(""), ownName("second"));
-  plist::Dictionary settings{{"JetsamPriority", -1}, {"NiceValue", 3}};
-  const plist::Dictionary unchanged = settings;
-  const Target a(first);
-  installation.writePreferences(preferencesWith({{first.key, settings}, {second.key, settings}}));
-  installation.start();
-  const std::string old_status = "{" + statusOf(first.key, a.pid(), 3, 180) + "}";
-  ASSERT_EQ(installation.statusOnce(old_status), old_status);
-  const std::string old_bytes = tests::readAll(installation.statusPath());
-
-  const Target b(second);
-  const std::string filler = installation.preferencesDirectory() + "/filler";
-  fillUp(filler);
-  installation.post();
-  ASSERT_TRUE(installation.waitForRemoval("com.zel.vorlatch.status.plist."));
-  EXPECT_EQ(tests::readAll(installation.statusPath()), old_bytes);
-  EXPECT_EQ(b.nice(), 3);
-
-  fs::remove(filler);
-  EXPECT_EQ(filesIn(installation.preferencesDirectory()),
-            (Lines{"Vorlatch.log", "com.zel.vorlatch.plist", "com.zel.vorlatch.status.plist"}));
-  settings.insert_or_assign("Remark", "edited");
-  installation.writePreferences(preferencesWith({{first.key, settings}, {second.key, unchanged}}));
-  installation.post();
-  const std::string new_status =
-      "{" + statusOf(first.key, a.pid(), 3, 180) + statusOf(second.key, b.pid(), 3, 180) + "}";
-  EXPECT_EQ(installation.statusOnce(new_status), new_status);
 }
 
 // What is started while the object is there runs apart from the machine's processes. The table goes
@@ -101,7 +66,7 @@ TEST(PrivilegedProcessTable, LetsFreshInstallationUsePreset) {
 
   Lines log = startLines(pidInItsTable(installation.daemon()));
   log.insert(log.begin() + 1, "[配置] 已生成默认预设参数");
-  EXPECT_EQ(installation.log(), log);
+  installation.expectLog(log);
   EXPECT_EQ(installation.passes(), 1);
   const auto preset = platform::parsePropertyList(tests::readAll(installation.preferencesPath()));
   EXPECT_TRUE(preset && *preset == plist::Value(defaultPreset()));
@@ -111,8 +76,7 @@ TEST(PrivilegedProcessTable, LetsFreshInstallationUsePreset) {
   const Target keyboard(programNamed(installation.path(""), "kbd"));
   const pid_t pid = pidInItsTable(keyboard.pid());
   installation.post();
-  log = log + startedLines("kbd", pid) + appliedLines("kbd", pid, {.nice = -18});
-  EXPECT_EQ(installation.logBehind(0, log.size()), log);
+  installation.expectLog(startedLines("kbd", pid) + appliedLines("kbd", pid, {.nice = -18}));
   EXPECT_EQ(keyboard.nice(), -18);
   EXPECT_EQ(filesIn(installation.preferencesDirectory()),
             (Lines{"Vorlatch.log", "com.zel.vorlatch.plist", "com.zel.vorlatch.status.plist"}));

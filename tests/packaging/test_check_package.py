@@ -63,7 +63,8 @@ class Packages(unittest.TestCase):
             if folder.is_dir():
                 folder.chmod(0o755)
         package = self.folder / name
-        subprocess.run(["dpkg-deb", owner, "--build", self.tree, package], check=True, capture_output=True)
+        command = ["dpkg-deb", owner, "-Znone", "--build", self.tree, package]
+        subprocess.run(command, check=True, capture_output=True)
         return check_package.examine(package, "1.2.3")
 
     def findings_with(self, **changes):
