@@ -20,18 +20,6 @@ namespace {
 using tests::readAll;
 using tests::text;
 
-// The last line of a table, with " | " between its cells.
-std::string lastRow(std::string table) {
-  table.pop_back();
-  std::string row;
-  for (const char c : table.substr(table.rfind('\n') + 1)) {
-    if (row.ends_with("  ") && c != ' ')
-      row.replace(row.find_last_not_of(' ') + 1, row.npos, " | ");
-    row += c;
-  }
-  return row;
-}
-
 // A daemon at work, and a target of it at nice -7 and band 160.
 class PrivilegedControl : public testing::Test {
  protected:
@@ -53,8 +41,9 @@ class PrivilegedControl : public testing::Test {
   void expectStatus(const Output& status, int exit_status, const std::string& kernels,
                     const std::string& verdict) const {
     EXPECT_EQ(status.status, exit_status);
-    EXPECT_EQ(lastRow(status.out), text(key_, " | ", target_.pid(), " | ", key_, " | ", kernels,
-                                        " | - | ", target_.pid(), " n:-7 b:160 | ", verdict));
+    EXPECT_EQ(tests::rowsOf(status.out, 2),
+              text(key_, " | ", target_.pid(), " | ", key_, " | ", kernels, " | - | ",
+                   target_.pid(), " n:-7 b:160 | ", verdict, "\n"));
   }
 
   Installation installation_;

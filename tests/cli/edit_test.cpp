@@ -57,17 +57,6 @@ AppConfigs / com.tencent.xin / StripManaged: (none) -> false
                  "beta", {{"CheckInterval", 60}, {"Remark", ""}});
 }
 
-TEST(Set, TellsTheDaemon) {
-  ControlStory story;
-  story.writeTargets({});
-  story.device.launch({.name = "backboardd"});
-  story.startAndSettle();
-  EXPECT_EQ(story.answer("set backboardd NiceValue=-5"),
-            "AppConfigs / backboardd / NiceValue: (none) -> -5\n");
-  story.Story::run(150ms);
-  EXPECT_EQ(story.takeLog().at(1), "[进程] 目标: backboardd 已启动 PID: 100 ");
-}
-
 TEST(Set, TakesEveryBandsName) {
   EditStory story;
   story.writeTargets({});

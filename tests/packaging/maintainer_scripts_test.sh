@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Usage: maintainer_scripts_test.sh [CHECKOUT]
+# Usage: maintainer_scripts_test.sh
 #
 # Has dpkg install, upgrade, remove and purge packages with the maintainer scripts in a throw-away root,
 # where launchctl and vorlatchctl are programs that record how they are called and can be told to
@@ -8,13 +8,6 @@
 # ends with 1 when one failed.
 # shellcheck source=tests/packaging/checks.sh
 source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
-checkout=$(cd "${1:-$(dirname "${BASH_SOURCE[0]}")/../..}" && pwd -P)
-
-needPrograms bash dash dpkg dpkg-deb
-
-here=$(mktemp -d)
-trap 'rm -rf "$here"' EXIT
-
 export SOURCE_DATE_EPOCH=1700000000
 package=com.zel.vorlatch
 # The stand-in for every program. Each line of $FAKE/rules is a status or a deed, a blank, and the
@@ -70,33 +63,21 @@ chmod +x "$here/fake"
 
 # makePackage SHELL VERSION [BREAKING SCRIPT]: with scripts that note their arguments first and are run by
 # SHELL, as the device's is not here. One that breaks does so at its end.
-makePackage() (
+makePackage() {
   local interpreter=$1 version=$2 breaking=${3-} copy=$here/copy staging=$here/staging/var/jb script
   rm -rf "$copy" "$here/staging"
-  mkdir -p "$copy/scripts/lib" "$staging/usr/bin" "$staging/usr/libexec" "$staging/Library/LaunchDaemons"
-  cp "$checkout/scripts/lib/common.sh" "$checkout/scripts/lib/deb.sh" "$copy/scripts/lib"
-  cp -R "$checkout/packaging" "$copy"
+  mkdir -p "$staging/usr/bin" "$staging/usr/libexec" "$staging/Library/LaunchDaemons"
+  copyOfCheckout "$copy"
   cp "$here/fake" "$staging/usr/bin/vorlatchctl"
   printf '%s\n' "$version" >"$staging/usr/libexec/vorlatchd"
   cp "$checkout/packaging/$package.plist" "$staging/Library/LaunchDaemons"
   [[ $breaking != preinst ]] || printf '#!/var/jb/bin/sh\nexit 0\n' >"$copy/packaging/debian/preinst"
   for script in "$copy"/packaging/debian/p*; do
-    {
-      cat <<HEAD
-#!$interpreter
-printf '%s\n' "$version ${script##*/}:\$(printf ' <%s>' "\$@")" >>"\$FAKE/record"
-HEAD
-      tail -n +2 "$script"
-    } >"$here/script"
-    chmod +x "$here/script" && mv "$here/script" "$script"
+    sed -i "1c #!$interpreter\nprintf '%s\\\\n' \"$version ${script##*/}:\$(printf ' <%s>' \"\$@\")\" >>\"\$FAKE/record\"" "$script"
     [[ ${script##*/} != "$breaking" ]] || sed -i 's/^exit 0$/exit 1/' "$script"
   done
-  # shellcheck source=/dev/null
-  source "$copy/scripts/lib/common.sh"
-  # shellcheck source=/dev/null
-  source "$copy/scripts/lib/deb.sh"
-  make_deb "$here/staging" "$version" "$here/$version${breaking:+-$breaking}.deb"
-)
+  makeIn "$copy" "$here/staging" "$version" "$here/$version${breaking:+-$breaking}.deb"
+}
 
 # A device where nothing of the package is; FAKE is outside its root.
 begin() {
@@ -132,25 +113,14 @@ run() {
     "$@" >"$here/output" 2>&1 </dev/null || status=$?
 }
 
-# expect STATUS OF DPKG, STATE OF THE PACKAGE, WHETHER IT IS LOADED, RECORD...; and nothing stands outside the
-# jailbreak root.
+# expect STATUS OF DPKG, STATE OF THE PACKAGE, WHETHER IT IS LOADED, LINE...: the lines are the record, and
+# with "! " in front what the scripts said. Nothing may stand outside the jailbreak root.
 expect() {
-  local wanted_status=$1 state=$2 loaded=$3
-  check "dpkg's status" "$wanted_status" "$((status != 0))"
-  check 'state of the package' "$state" \
-    "$(dpkg-query --admindir="$here/admin" -W -f '${db:Status-Status} ${Version}' "$package" 2>/dev/null ||
-      echo none)"
-  check 'loaded' "$loaded" "$([[ -e $FAKE/loaded ]] && echo yes || echo no)"
-  shift 3
-  check 'record' "$(printf '%s\n' "$@" | grep .)" "$(<"$FAKE/record")"
-  check 'outside' 'device/var device/var/jb' \
-    "$(cd "$here" && find device -mindepth 1 -maxdepth 2 | sort | paste -sd ' ')"
-}
-
-# says LINE...: what the scripts said, and no more.
-says() {
-  check 'said' "$(printf '%s\n' "$@")" \
-    "$(sed -n "s,$VORLATCH_JBROOT,ROOT,; s/^$package: //p" "$here/output")"
+  check 'state and record' "$(printf '%s\n' "$1, $2, loaded: $3" device/var device/var/jb "${@:4}" | grep .)" \
+    "$((status != 0)), $(dpkg-query --admindir="$here/admin" -W -f '${db:Status-Status} ${Version}' \
+      "$package" 2>/dev/null || echo none), loaded: $([[ -e $FAKE/loaded ]] && echo yes || echo no)
+$(cd "$here" && find device -mindepth 1 -maxdepth 2 | sort)
+$(cat "$FAKE/record"; sed -n "s,$VORLATCH_JBROOT,ROOT,; s/^$package: /! /p" "$here/output")"
 }
 
 files() { (cd "$VORLATCH_JBROOT" && find "$@" ! -type d | sort); }
