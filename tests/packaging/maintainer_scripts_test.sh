@@ -64,7 +64,7 @@ chmod +x "$here/fake"
 # makePackage SHELL VERSION [BREAKING SCRIPT]: with scripts that note their arguments first and are run by
 # SHELL, as the device's is not here. One that breaks does so at its end.
 makePackage() {
-  local interpreter=$1 version=$2 breaking=${3-} copy=$here/copy staging=$here/staging/var/jb script
+  local interpreter=$1 version=$2 breaking=${3-} copy=$here/copy staging=$here/staging/var/jb script note
   rm -rf "$copy" "$here/staging"
   mkdir -p "$staging/usr/bin" "$staging/usr/libexec" "$staging/Library/LaunchDaemons"
   copyOfCheckout "$copy"
@@ -73,7 +73,9 @@ makePackage() {
   cp "$checkout/packaging/$package.plist" "$staging/Library/LaunchDaemons"
   [[ $breaking != preinst ]] || printf '#!/var/jb/bin/sh\nexit 0\n' >"$copy/packaging/debian/preinst"
   for script in "$copy"/packaging/debian/p*; do
-    sed -i "1c #!$interpreter\nprintf '%s\\\\n' \"$version ${script##*/}:\$(printf ' <%s>' \"\$@\")\" >>\"\$FAKE/record\"" "$script"
+    # shellcheck disable=SC2016 # for the script
+    note="echo \"$version ${script##*/}:"'$(printf " <%s>" "$@")" >>"$FAKE/record"'
+    sed -i "1c #!$interpreter\n$note" "$script"
     [[ ${script##*/} != "$breaking" ]] || sed -i 's/^exit 0$/exit 1/' "$script"
   done
   makeIn "$copy" "$here/staging" "$version" "$here/$version${breaking:+-$breaking}.deb"
@@ -114,13 +116,16 @@ run() {
 }
 
 # expect STATUS OF DPKG, STATE OF THE PACKAGE, WHETHER IT IS LOADED, LINE...: the lines are the record, and
-# with "! " in front what the scripts said. Nothing may stand outside the jailbreak root.
+# behind "! " what the scripts said. Nothing may stand outside the jailbreak root.
 expect() {
-  check 'state and record' "$(printf '%s\n' "$1, $2, loaded: $3" device/var device/var/jb "${@:4}" | grep .)" \
-    "$((status != 0)), $(dpkg-query --admindir="$here/admin" -W -f '${db:Status-Status} ${Version}' \
-      "$package" 2>/dev/null || echo none), loaded: $([[ -e $FAKE/loaded ]] && echo yes || echo no)
+  local state is_loaded
+  state=$(dpkg-query --admindir="$here/admin" -W -f '${db:Status-Status} ${Version}' "$package" \
+    2>/dev/null || echo none)
+  is_loaded=$([[ -e $FAKE/loaded ]] && echo yes || echo no)
+  check 'state and record' "$(lines "$1, $2, loaded: $3" device/var device/var/jb "${@:4}" | grep .)" \
+    "$((status != 0)), $state, loaded: $is_loaded
 $(cd "$here" && find device -mindepth 1 -maxdepth 2 | sort)
-$(cat "$FAKE/record"; sed -n "s,$VORLATCH_JBROOT,ROOT,; s/^$package: /! /p" "$here/output")"
+$(cat "$FAKE/record" && sed -n "s,$VORLATCH_JBROOT,ROOT,; s/^$package: /! /p" "$here/output")"
 }
 
 files() { (cd "$VORLATCH_JBROOT" && find "$@" ! -type d | sort); }

@@ -34,9 +34,13 @@ onceMore() {
 
 theirs='./Library/LaunchDaemons/com.zel.vorlatch.plist'
 programs=$(lines ./usr/bin/vorlatchctl ./usr/libexec/vorlatchd)
-settings=$(printf './var/mobile/Library/Preferences/%s\n' Vorlatch.log Vorlatch.log.aside.0123456789abcdef0123456789abcdef com.other.plist "$package.plist" "$package.plist.backup" "$package.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000")
+settings=$(printf './var/mobile/Library/Preferences/%s\n' Vorlatch.log \
+  Vorlatch.log.aside.0123456789abcdef0123456789abcdef com.other.plist "$package.plist" \
+  "$package.plist.backup" "$package.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000")
 foreign=$(printf './var/mobile/Library/Preferences/%s\n' com.other.plist "$package.plist.backup")
-purged='  rm -f ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist.released ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist.tmp.aB3xYz ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.status.plist ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.status.plist.tmp.000000 ROOT/var/mobile/Library/Preferences/Vorlatch.log ROOT/var/mobile/Library/Preferences/Vorlatch.log.aside.0123456789abcdef0123456789abcdef'
+purged="  rm -f$(printf ' ROOT/var/mobile/Library/Preferences/%s' "$package.plist" "$package.plist.released" \
+  "$package.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000" Vorlatch.log \
+  Vorlatch.log.aside.0123456789abcdef0123456789abcdef)"
 
 expectKept() {
   expectFiles <<<"$theirs"$'\n'"$programs"$'\n'"$settings"
@@ -154,11 +158,12 @@ removeFailures() {
     '! not every target was handed back; they stay as they are until they end'
   expectFiles <<<"$settings"
 
-  local deed
+  local deed interrupted
   for deed in hang hang-on; do
     remove "remove, the release does not end ($deed)" "$deed vorlatchctl *"
-    expect 0 'config-files 1.0' no "${removed/"$release"/"$release$([[ $deed != hang ]] || printf \
-      '\n  interrupted')"}" '! not every target was handed back; they stay as they are until they end'
+    interrupted=$([[ $deed != hang ]] || printf '\n  interrupted')
+    expect 0 'config-files 1.0' no "${removed/"$release"/"$release$interrupted"}" \
+      '! not every target was handed back; they stay as they are until they end'
     check 'vorlatchctl is ended' no "$(kill -0 "$(<"$FAKE/hung")" 2>/dev/null && echo yes || echo no)"
   done
 

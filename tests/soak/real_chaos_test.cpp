@@ -19,7 +19,7 @@
 #include "platform/linux/jetsam_state_file.h"
 #include "platform/property_list.h"
 #include "tests/base/describe.h"
-#include "tests/blackbox/memory_file_system.h"
+#include "tests/soak/memory_file_system.h"
 #include "tests/soak/calm.h"
 #include "tests/soak/crowd.h"
 #include "tests/soak/editing.h"
