@@ -114,6 +114,18 @@ TEST(Enable, SwitchesOnAndDisableOff) {
   story.expectEdit({"enable"}, {{"Enabled", 1}}, "Enabled: 1 -> true\n", on);
 }
 
+TEST(Apply, TellsTheDaemon) {
+  EditStory story;
+  EXPECT_EQ(story.edit("apply"),
+            (EditResult{"err: vorlatchctl: the daemon does not run, so nothing is applied; it "
+                        "applies what the preferences say when it is started\nexit 3\n",
+                        std::nullopt, 1}));
+  story.launchDaemon();
+  EXPECT_EQ(story.edit("apply"), (EditResult{"", std::nullopt, 1}));
+  EXPECT_EQ(story.edit("apply --json"),
+            (EditResult{pretty(R"({"applied": true})"), std::nullopt, 1}));
+}
+
 TEST(Edit, LeavesAloneWhatIsAlreadySo) {
   EditStory story;
   Dictionary preferences = defaultPreset();
