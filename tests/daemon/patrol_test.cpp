@@ -153,29 +153,5 @@ TEST(Patrol, IsMadeOnceHoweverOftenItIsAskedFor) {
   EXPECT_EQ(story.takeLog(), kBegun + kEnded);
 }
 
-TEST(Patrol, MeetsAWatchTimerAndAPassAtOneInstant) {
-  Story story;
-  const auto alpha = story.device.launch({.name = "alpha"});
-  const auto beta = story.device.launch({.name = "beta"});
-  Dictionary watched = kSettings;
-  watched.insert_or_assign("CheckInterval", 1799);
-  story.writeTargets({{"alpha", watched}, {"beta", kSettings}});
-  story.start();
-  // The patrol is due at 1800 s. The watch timer started at 0.15 s and is due at 1799.15 s. The
-  // edit at 1799.85 s makes a pass due together with the patrol.
-  story.run(1800s - 150ms);
-  story.takeLog();
-  watched.insert_or_assign("Remark", "edited");
-  story.writeTargets({{"alpha", watched}, {"beta", kSettings}});
-  story.post();
-  story.run(150ms);
-  const Lines log = story.takeLog();
-  const Lines edited = Lines{kTargetRule, "[配置] 目标: alpha PID: " + std::to_string(alpha)} +
-                       applied("alpha", alpha);
-  // The patrol's tick comes first, because its timer was started first. Its sweep runs on the
-  // worker queue, before or after the pass.
-  EXPECT_EQ(log, kBegun + edited + applied("beta", beta) + kEnded);
-}
-
 }  // namespace
 }  // namespace vorlatch
