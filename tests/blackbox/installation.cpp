@@ -41,7 +41,7 @@ Installation::Installation() : files_(path("var/mobile/Library/Preferences")) {
     fs::copy_file(built, path(place));
   }
   fs::create_directories(files_);
-  useFilesIn(files_);
+  watch_ = std::make_unique<DirectoryWatch>(files_);
   writePreferences(plist::Dictionary{{"Enabled", true}, {"AppConfigs", plist::Dictionary{}}});
 }
 
@@ -61,11 +61,6 @@ std::string Installation::statusPath() const {
 }
 std::string Installation::logPath() const {
   return files_ + "/" + kLogFileName;
-}
-
-void Installation::useFilesIn(const std::string& directory) {
-  files_ = directory;
-  watch_ = std::make_unique<DirectoryWatch>(files_);
 }
 
 void Installation::start(const Launch& launch) {

@@ -39,9 +39,6 @@ class Installation {
   [[nodiscard]] std::string statusPath() const;
   [[nodiscard]] std::string logPath() const;
 
-  // Expects the daemon's files in another directory.
-  void useFilesIn(const std::string& directory);
-
   // Starts the daemon and waits until its first pass is over and it hears posts.
   void start(const Launch& launch = {});
   // Starts the daemon and does not wait.
@@ -95,7 +92,7 @@ class Installation {
   [[nodiscard]] Launch withReportsBeside(Launch launch) const;
 
   const tests::TemporaryDirectory root_;
-  std::string files_;
+  const std::string files_;
   std::unique_ptr<DirectoryWatch> watch_;
   std::unique_ptr<ChildProcess> daemon_;
   std::size_t lines_taken_ = 0;

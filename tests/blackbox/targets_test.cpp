@@ -91,7 +91,7 @@ TEST_F(PrivilegedTargets, AreHandedBackAndTakenUpAgain) {
          leaves + stays);
 
   apply({{staying, untouched}});
-  expect(removedLines() + restoredLines(leaving, leaver.pid()), stays);
+  expect(kRemovedLines + restoredLines(leaving, leaver.pid()), stays);
   EXPECT_EQ(leaver.nice(), 0);
 
   // The kernel's values are those that the restore left, because this applies none.
@@ -104,7 +104,7 @@ TEST_F(PrivilegedTargets, AreHandedBackAndTakenUpAgain) {
              appliedLines(leaving, leaver.pid(), {.nice = -3, .band = 100}),
          leaves + stays);
   apply({}, false);
-  expect(switchedOffLines() + restoredLines(leaving, leaver.pid()) +
+  expect(kSwitchedOffLines + restoredLines(leaving, leaver.pid()) +
              restoredLines(staying, stayer.pid()),
          "");
   apply({{leaving, settings}});
@@ -151,7 +151,7 @@ TEST(PrivilegedUnprivilegedDaemon, LogsRefusalsAndGoesOn) {
   EXPECT_EQ(chown(installation.preferencesPath().c_str(), 0, 0), 0);
   fs::permissions(installation.preferencesPath(), fs::perms(0600));
   installation.post();
-  installation.expectLog(switchedOffLines() + restoredLines(key, target.pid()));
+  installation.expectLog(kSwitchedOffLines + restoredLines(key, target.pid()));
   installation.expectStatus("");
 }
 

@@ -137,6 +137,7 @@ cannot 'no directory for the output' 'nothing can be written beside nowhere/new.
 # withFake SHELL-COMMANDS: a dpkg-deb that writes half a package, then runs these.
 withFake() {
   mkdir -p "$here/bin"
+  # shellcheck disable=SC2016 # for the program
   printf '#!/bin/sh\nfor output; do :; done\nprintf half >"$output"\n%s\n' "$1" >"$here/bin/dpkg-deb"
   chmod +x "$here/bin/dpkg-deb"
   PATH=$here/bin:$PATH make
