@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -17,13 +19,29 @@ namespace {
 using plist::Data;
 using plist::Date;
 
-// The command prints these findings and then how large the file is.
+// The command finds this: of each finding there is a line with its kind in front of the place and
+// the message. Behind the findings the command says how large the file is.
 void expectFindings(ControlStory& story, const std::string& line, const std::string& findings) {
-  std::string answer = story.answer(line);
+  const std::string text = story.answer(line + " --json");
+  const auto json = nlohmann::json::parse(text.substr(0, text.rfind('}') + 1));
+  std::string found;
+  for (const auto& each : json.at("findings")) {
+    std::string place;
+    for (const std::string key : each["path"]) place += (place.empty() ? "" : " / ") + key;
+    found += each["kind"].get<std::string>() + " | " + place + ": " +
+             each["message"].get<std::string>() + "\n";
+  }
+  EXPECT_EQ(found, findings);
+
+  std::string expected = findings.empty() ? "{preferences}: all in order\n" : "";
+  std::istringstream lines(findings);
+  for (std::string each; std::getline(lines, each);) {
+    expected += each.substr(each.find('|') + 2) + "\n";
+  }
+  const std::string answer = story.answer(line);
   const std::size_t size = answer.find("{preferences}: takes ");
-  ASSERT_NE(size, answer.npos) << answer;
-  answer.erase(size, answer.find('\n', size) + 1 - size);
-  EXPECT_EQ(answer, findings.empty() ? "{preferences}: all in order\n" : findings + "exit 1\n");
+  EXPECT_EQ(answer.substr(0, size), expected);
+  EXPECT_EQ(answer.ends_with("\nexit 1\n"), !findings.empty());
 }
 
 std::string checkJson(const std::string& file, const std::string& findings,
@@ -67,15 +85,15 @@ TEST(Check, FindsNumbersOutOfRange) {
             "MemLimitActive": -2, "MemLimitInactive": -9223372036854775808}})"));
   expectFindings(
       story, "check --no-processes",
-      R"(AppConfigs / high / CheckInterval: is 1099511627776, outside 0 to 2147483647; the daemon makes it 2147483647
-AppConfigs / high / JetsamPriority: is 211, outside -1 to 210; no kernel has this band; refused, the daemon tries 21
-AppConfigs / high / MemLimitActive: is 18446744073709551615, outside -1 to 2147483647; the daemon makes it 2147483647
-AppConfigs / high / NiceValue: is 21, outside -20 to 20; the daemon makes it 20
-AppConfigs / low / CheckInterval: is -1, outside 0 to 2147483647; it counts as none
-AppConfigs / low / JetsamPriority: is -2, outside -1 to 210; no kernel has this band, and it is refused
-AppConfigs / low / MemLimitActive: is -2, outside -1 to 2147483647; the kernel takes it for the system's default
-AppConfigs / low / MemLimitInactive: is -9223372036854775808, outside -1 to 2147483647; the kernel takes it for the system's default
-AppConfigs / low / NiceValue: is -9223372036854775808, outside -20 to 20; the daemon makes it -20
+      R"(out-of-range | AppConfigs / high / CheckInterval: is 1099511627776, outside 0 to 2147483647; the daemon makes it 2147483647
+out-of-range | AppConfigs / high / JetsamPriority: is 211, outside -1 to 210; no kernel has this band; refused, the daemon tries 21
+out-of-range | AppConfigs / high / MemLimitActive: is 18446744073709551615, outside -1 to 2147483647; the daemon makes it 2147483647
+out-of-range | AppConfigs / high / NiceValue: is 21, outside -20 to 20; the daemon makes it 20
+out-of-range | AppConfigs / low / CheckInterval: is -1, outside 0 to 2147483647; it counts as none
+out-of-range | AppConfigs / low / JetsamPriority: is -2, outside -1 to 210; no kernel has this band, and it is refused
+out-of-range | AppConfigs / low / MemLimitActive: is -2, outside -1 to 2147483647; the kernel takes it for the system's default
+out-of-range | AppConfigs / low / MemLimitInactive: is -9223372036854775808, outside -1 to 2147483647; the kernel takes it for the system's default
+out-of-range | AppConfigs / low / NiceValue: is -9223372036854775808, outside -20 to 20; the daemon makes it -20
 )");
 }
 
@@ -92,23 +110,23 @@ TEST(Check, FindsValuesOfAnotherType) {
   story.writeTargets(targets);
   expectFindings(
       story, "check --no-processes",
-      R"(AppConfigs / a / CheckInterval: is a text (-5 s) and not an integer; the daemon reads it as -5, and it counts as none
-AppConfigs / a / JetsamPriority: is a list (2 items) and not an integer; the daemon reads it as 0
-AppConfigs / a / MemLimitActive: is a real number (524288.5) and not an integer; the daemon reads it as 524288
-AppConfigs / a / NiceValue: is a text (-5) and not an integer; the daemon reads it as -5
-AppConfigs / a / Remark: is an integer and not a text
-AppConfigs / a / StripManaged: is an integer (1) and no truth value; the daemon reads it as true
-AppConfigs / b / JetsamPriority: is a dictionary (0 entries) and not an integer; the daemon reads it as 0
-AppConfigs / b / NiceValue: is a text (x) and not an integer; the daemon reads it as 0
-AppConfigs / b / Remark: is a dictionary and not a text
-AppConfigs / b / StripManaged: is a text (no) and no truth value; the daemon reads it as false
-AppConfigs / c / JetsamPriority: is a text (home) and not an integer; the daemon reads it as 0
-AppConfigs / c / NiceValue: is a real number (2.5) and not an integer; the daemon reads it as 2
-AppConfigs / c / StripManaged: is a list (1 items) and no truth value; the daemon reads it as false
-AppConfigs / d / NiceValue: is a truth value (true) and not an integer; the daemon reads it as 1
-AppConfigs / e / NiceValue: is a text (30) and not an integer; the daemon reads it as 30, and the daemon makes it 20
-AppConfigs / f / MemLimitActive: is data (3 bytes) and not an integer; the daemon reads it as 0
-AppConfigs / f / MemLimitInactive: is a date (date) and not an integer; the daemon reads it as 0
+      R"(wrong-type | AppConfigs / a / CheckInterval: is a text (-5 s) and not an integer; the daemon reads it as -5, and it counts as none
+wrong-type | AppConfigs / a / JetsamPriority: is a list (2 items) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / a / MemLimitActive: is a real number (524288.5) and not an integer; the daemon reads it as 524288
+wrong-type | AppConfigs / a / NiceValue: is a text (-5) and not an integer; the daemon reads it as -5
+wrong-type | AppConfigs / a / Remark: is an integer and not a text
+wrong-type | AppConfigs / a / StripManaged: is an integer (1) and no truth value; the daemon reads it as true
+wrong-type | AppConfigs / b / JetsamPriority: is a dictionary (0 entries) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / b / NiceValue: is a text (x) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / b / Remark: is a dictionary and not a text
+wrong-type | AppConfigs / b / StripManaged: is a text (no) and no truth value; the daemon reads it as false
+wrong-type | AppConfigs / c / JetsamPriority: is a text (home) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / c / NiceValue: is a real number (2.5) and not an integer; the daemon reads it as 2
+wrong-type | AppConfigs / c / StripManaged: is a list (1 items) and no truth value; the daemon reads it as false
+wrong-type | AppConfigs / d / NiceValue: is a truth value (true) and not an integer; the daemon reads it as 1
+wrong-type | AppConfigs / e / NiceValue: is a text (30) and not an integer; the daemon reads it as 30, and the daemon makes it 20
+wrong-type | AppConfigs / f / MemLimitActive: is data (3 bytes) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / f / MemLimitInactive: is a date (date) and not an integer; the daemon reads it as 0
 )");
 }
 
@@ -116,15 +134,16 @@ TEST(Check, FindsWhatIsWrongAtTheTop) {
   ControlStory story;
   story.writePreferences({});
   expectFindings(story, "check --no-processes",
-                 R"(Enabled: is missing: the daemon is switched off
-AppConfigs: is missing: there are no targets
+                 R"(missing | Enabled: is missing: the daemon is switched off
+missing | AppConfigs: is missing: there are no targets
 )");
   story.writePreferences(
       dictionary(R"({"Enabled": "yes", "AppConfigs": [], "LogSizeLimit": 2097152.5})"));
-  expectFindings(story, "check --no-processes",
-                 R"(Enabled: is a text (yes) and no truth value; the daemon reads it as true
-LogSizeLimit: is a real number (2097152.5) and not an integer; the daemon reads it as 2097152
-AppConfigs: is a list and not a dictionary; the daemon reads it as missing
+  expectFindings(
+      story, "check --no-processes",
+      R"(wrong-type | Enabled: is a text (yes) and no truth value; the daemon reads it as true
+wrong-type | LogSizeLimit: is a real number (2097152.5) and not an integer; the daemon reads it as 2097152
+wrong-type | AppConfigs: is a list and not a dictionary; the daemon reads it as missing
 )");
 }
 
@@ -138,14 +157,14 @@ TEST(Check, FindsUnknownKeysAndWrongTargets) {
   preferences.emplace("AppConfigs", targets);
   story.writePreferences(preferences);
   expectFindings(story, "check --no-processes",
-                 R"(AppConfig: is unknown to the daemon; did you mean AppConfigs?
-Zzz: is unknown to the daemon
-enable: is unknown to the daemon; did you mean Enabled?
-AppConfigs / alpha / NiceValu: is unknown to the daemon; did you mean NiceValue?
-AppConfigs / alpha / remark: is unknown to the daemon; did you mean Remark?
-AppConfigs / beta / Own: is unknown to the daemon
-AppConfigs / gamma: is an integer and not a dictionary; the daemon passes it over
-AppConfigs / 微信: is data and not a dictionary; the daemon passes it over
+                 R"(unknown-key | AppConfig: is unknown to the daemon; did you mean AppConfigs?
+unknown-key | Zzz: is unknown to the daemon
+unknown-key | enable: is unknown to the daemon; did you mean Enabled?
+unknown-key | AppConfigs / alpha / NiceValu: is unknown to the daemon; did you mean NiceValue?
+unknown-key | AppConfigs / alpha / remark: is unknown to the daemon; did you mean Remark?
+unknown-key | AppConfigs / beta / Own: is unknown to the daemon
+wrong-type | AppConfigs / gamma: is an integer and not a dictionary; the daemon passes it over
+wrong-type | AppConfigs / 微信: is data and not a dictionary; the daemon passes it over
 )");
 }
 
@@ -156,14 +175,16 @@ TEST(Check, FindsTargetsThatMatchNothing) {
   story.writeTargets({{"Alpha", Dictionary{}}, {"alpha", Dictionary{}}, {"beta", Dictionary{}}});
   const std::string bytes = readAll(story.preferencesFile());
   story.startAndSettle();
-  expectFindings(story, "check",
-                 R"(AppConfigs / Alpha: is the name or bundle identifier of no process that runs now
-AppConfigs / beta: is the name or bundle identifier of no process that runs now
+  expectFindings(
+      story, "check",
+      R"(no-match | AppConfigs / Alpha: is the name or bundle identifier of no process that runs now
+no-match | AppConfigs / beta: is the name or bundle identifier of no process that runs now
 )");
   expectFindings(story, "check --no-processes", "");
   EXPECT_EQ(readAll(story.preferencesFile()), bytes);
-  EXPECT_EQ(story.takeCalls(), (Lines{"memorystatus_control(1, 0, 0, null, 0) = 48",
-                                      "memorystatus_control(1, 0, 0, buffer, 288) = 48"}));
+  const Lines listed{"memorystatus_control(1, 0, 0, null, 0) = 48",
+                     "memorystatus_control(1, 0, 0, buffer, 288) = 48"};
+  EXPECT_EQ(story.takeCalls(), with(listed, listed));  // for either form
   EXPECT_EQ(story.takeLog(), Lines{});
 }
 
@@ -176,39 +197,31 @@ TEST(Check, FindsTwoTargetsOfOneProcess) {
   story.writeTargets({{"One", Dictionary{}}, {"com.x", Dictionary{}}});
   expectFindings(
       story, "check",
-      R"(AppConfigs / com.x: finds the same process as One (201): both are applied to it, one after the other
+      R"(same-process | AppConfigs / com.x: finds the same process as One (201): both are applied to it, one after the other
 )");
   story.writeTargets({{"Two", Dictionary{}}, {"com.x", Dictionary{{"CheckInterval", 5}}}});
   expectFindings(
       story, "check",
-      R"(AppConfigs / com.x: finds the same process as Two (202): both are applied to it, one after the other
+      R"(same-process | AppConfigs / com.x: finds the same process as Two (202): both are applied to it, one after the other
 )");
 }
 
-// One finding of each kind. No key commands the terminal; JSON has its own way to spell it.
+// No key commands the terminal; JSON has its own way to spell it.
 TEST(Check, AsJson) {
   ControlStory story;
-  const auto app = story.installApp("X.app", Dictionary{{"CFBundleIdentifier", "com.x"}});
-  story.device.launch({.name = "One", .executable_path = app});
-  story.writePreferences({{"AppConfigs", dictionary(R"({"One": {"NiceValue": 21}, "com.x": {},
-      "\u001b[31m\n": 7, "z": {}})")},
-                          {"Zzz", 1}});
-  const std::string size = R"({"file_bytes": 448, "memory_bytes": 5470, "levels": 3})";
-  EXPECT_EQ(story.answer("check --json"), checkJson("{preferences}", R"(
-  {"path": ["Zzz"], "kind": "unknown-key", "message": "is unknown to the daemon"},
-  {"path": ["Enabled"], "kind": "missing", "message": "is missing: the daemon is switched off"},
-  {"path": ["AppConfigs", "\u001b[31m\n"], "kind": "wrong-type",
-   "message": "is an integer and not a dictionary; the daemon passes it over"},
-  {"path": ["AppConfigs", "One", "NiceValue"], "kind": "out-of-range",
-   "message": "is 21, outside -20 to 20; the daemon makes it 20"},
-  {"path": ["AppConfigs", "com.x"], "kind": "same-process",
-   "message": "finds the same process as One (100): both are applied to it, one after the other"},
-  {"path": ["AppConfigs", "z"], "kind": "no-match",
-   "message": "is the name or bundle identifier of no process that runs now"})",
-                                                    size) +
-                                              "exit 1\n");
-  EXPECT_NE(story.answer("check").find("AppConfigs / ^[[31m^J: is an integer and not a dictionary"),
-            std::string::npos);
+  story.writeTargets({{"\x1b[31m\n", 7}});
+  const std::string size = R"({"file_bytes": 300, "memory_bytes": 2813, "levels": 2})";
+  EXPECT_EQ(
+      story.answer("check --json"),
+      checkJson("{preferences}", R"({"path": ["AppConfigs", "\u001b[31m\n"], "kind": "wrong-type",
+              "message": "is an integer and not a dictionary; the daemon passes it over"})",
+                size) +
+          "exit 1\n");
+  EXPECT_EQ(
+      story.answer("check"),
+      "AppConfigs / ^[[31m^J: is an integer and not a dictionary; the daemon passes it over\n"
+      "{preferences}: takes 1 % of the memory that the daemon gives it, 1 % of the bytes, 2 of "
+      "128 levels\nexit 1\n");
 }
 
 // The message about the daemon's file, or about the same file that is given.
