@@ -4,15 +4,18 @@
 # Has dpkg install, upgrade, remove and purge packages with the maintainer scripts in a throw-away root,
 # where launchctl and vorlatchctl are programs that record how they are called and can be told to
 # refuse, to hang, or to kill the script that calls them. Compares the whole record, what the
-# scripts say, the package's state and the files left. The last line says how many checks passed;
-# ends with 1 when one failed.
+# scripts say, the package's state and the files left, under each of two shells. The last lines say how
+# many checks passed; ends with 1 when one failed.
 # shellcheck source=tests/packaging/checks.sh
 source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
+
 export SOURCE_DATE_EPOCH=1700000000
 package=com.zel.vorlatch
+
 # The stand-in for every program. Each line of $FAKE/rules is a status or a deed, a blank, and the
 # pattern of a call.
-cat >"$here/fake" <<'FAKE'
+fake=$here/fake
+cat >"$fake" <<'FAKE'
 #!/bin/bash
 PATH=/usr/bin:/bin
 call="${0##*/} $*"
@@ -59,7 +62,7 @@ case $call in
   *) echo "unexpected: $call" >>"$FAKE/record" ;;
 esac
 FAKE
-chmod +x "$here/fake"
+chmod +x "$fake"
 
 # makePackage SHELL VERSION [BREAKING SCRIPT]: with scripts that note their arguments first and are run by
 # SHELL, as the device's is not here. One that breaks does so at its end.
@@ -68,7 +71,7 @@ makePackage() {
   rm -rf "$copy" "$here/staging"
   mkdir -p "$staging/usr/bin" "$staging/usr/libexec" "$staging/Library/LaunchDaemons"
   copyOfCheckout "$copy"
-  cp "$here/fake" "$staging/usr/bin/vorlatchctl"
+  cp "$fake" "$staging/usr/bin/vorlatchctl"
   printf '%s\n' "$version" >"$staging/usr/libexec/vorlatchd"
   cp "$checkout/packaging/$package.plist" "$staging/Library/LaunchDaemons"
   [[ $breaking != preinst ]] || printf '#!/var/jb/bin/sh\nexit 0\n' >"$copy/packaging/debian/preinst"
@@ -91,7 +94,7 @@ begin() {
   export FAKE=$here/state VORLATCH_JBROOT=$here/device/var/jb
   preferences=$VORLATCH_JBROOT/var/mobile/Library/Preferences
   local program
-  for program in launchctl chown sleep rm; do cp "$here/fake" "$VORLATCH_JBROOT/usr/bin/$program"; done
+  for program in launchctl chown sleep rm; do cp "$fake" "$VORLATCH_JBROOT/usr/bin/$program"; done
 }
 
 rules() { printf '%s\n' "$@" >"$FAKE/rules"; }
@@ -150,12 +153,19 @@ removed=$(lines '1.0 prerm: <remove>' "$release" "$stopped" '1.0 postrm: <remove
 # shellcheck source=tests/packaging/maintainer_stories.sh
 source "$(dirname "${BASH_SOURCE[0]}")/maintainer_stories.sh"
 
+runs=()
 for shell in /bin/dash '/bin/bash --posix'; do
-  for version in 1.0 2.0 '1.0 preinst' '2.0 preinst' '1.0 prerm' '1.0 postrm'; do
-    # shellcheck disable=SC2086 # words
-    makePackage "$shell" $version
-  done
-  tellStories
+  here=$(mktemp -d -p "$here")
+  {
+    for version in 1.0 2.0 '1.0 preinst' '2.0 preinst' '1.0 prerm' '1.0 postrm'; do
+      # shellcheck disable=SC2086 # words
+      makePackage "$shell" $version
+    done
+    tellStories
+    summary
+  } &
+  runs+=($!)
+  here=${here%/*}
 done
-
-summary
+for run in "${runs[@]}"; do wait "$run" || failed=1; done
+((failed == 0))
