@@ -60,20 +60,10 @@ inline Lines restoredLines(const std::string& key, pid_t pid) {
           tests::text("[守护] ", key, " PID:", pid)};
 }
 
-inline Lines tickedLines(const std::string& key, int interval_s, pid_t pid) {
-  return {kTargetSeparator,
-          tests::text("[守护] 目标: ", key, " | 检测: ", interval_s, "s | PID: ", pid)};
-}
-
-// Targets left the preferences.
-inline Lines removedLines() {
-  return {kTargetSeparator, "[配置] 已有进程从列表移除，已恢复默认"};
-}
-
-// The preferences were switched off.
-inline Lines switchedOffLines() {
-  return {kTargetSeparator, "[配置] 生效开关已关闭，已挂起守护进程并还原默认状态"};
-}
+// Targets left the preferences; the preferences were switched off.
+inline const Lines kRemovedLines{kTargetSeparator, "[配置] 已有进程从列表移除，已恢复默认"};
+inline const Lines kSwitchedOffLines{kTargetSeparator,
+                                     "[配置] 生效开关已关闭，已挂起守护进程并还原默认状态"};
 
 // What a privileged daemon does with a target: as configured, and its nice value before.
 struct Applied {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 #include <utility>
 
 #include "config/preferences.h"
@@ -24,12 +25,8 @@ constexpr const char* kDaemon = "usr/libexec/vorlatchd";
 constexpr const char* kControl = "usr/bin/vorlatchctl";
 constexpr const char* kSanitizerReport = "sanitizer-report";
 
-// Once for the size cap and once for the targets.
-constexpr int kReadsOfAPass = 2;
-
-std::string withoutStamp(const std::string& line) {
-  return isStamped(line) ? line.substr(kStampLength) : "(no stamp) " + line;
-}
+constexpr int kReadsOfAPass = 2;  // for the size cap and for the targets
+constexpr int kBetweenLooksMs = 5;
 
 }  // namespace
 
@@ -44,7 +41,7 @@ Installation::Installation() : files_(path("var/mobile/Library/Preferences")) {
     fs::copy_file(built, path(place));
   }
   fs::create_directories(files_);
-  watchFiles();
+  watch_ = std::make_unique<DirectoryWatch>(files_);
   writePreferences(plist::Dictionary{{"Enabled", true}, {"AppConfigs", plist::Dictionary{}}});
 }
 
@@ -66,11 +63,6 @@ std::string Installation::logPath() const {
   return files_ + "/" + kLogFileName;
 }
 
-void Installation::useFilesIn(const std::string& directory) {
-  files_ = directory;
-  watchFiles();
-}
-
 void Installation::start(const Launch& launch) {
   const int passes_before = passes();
   startWithoutWaiting(launch);
@@ -82,15 +74,8 @@ void Installation::startWithoutWaiting(const Launch& launch) {
   daemon_ = std::make_unique<ChildProcess>(path(kDaemon), withReportsBeside(launch));
 }
 
-// No event tells of it: between two looks only the daemon's end is waited for.
 void Installation::waitUntilPostsAreHeard() const {
-  constexpr int kBetweenLooksMs = 5;
-  const auto deadline = Clock::now() + kPatience;
-  while (!watchesSomething(daemon())) {
-    pollfd end{.fd = daemonEnd(), .events = POLLIN, .revents = 0};
-    ASSERT_EQ(poll(&end, 1, kBetweenLooksMs), 0) << "the daemon died by itself";
-    ASSERT_LT(Clock::now(), deadline) << "the daemon does not listen";
-  }
+  ASSERT_TRUE(waitUntil([this] { return watchesSomething(daemon()); })) << "it does not listen";
 }
 
 void Installation::stop() {
@@ -118,43 +103,36 @@ Launch Installation::withReportsBeside(Launch launch) const {
 }
 
 void Installation::writePreferences(const plist::Value& value) const {
-  writePreferencesBytes(platform::writeXmlPropertyList(value));
-}
-
-void Installation::writePreferencesBytes(const std::string& bytes) const {
-  // Within one file system: between two a file cannot be moved into place.
+  // Beside the file, because a file cannot be moved to another file system.
   const std::string temporary = preferencesPath() + ".edited";
-  tests::writeAll(temporary, bytes);
+  tests::writeAll(temporary, platform::writeXmlPropertyList(value));
   fs::rename(temporary, preferencesPath());
 }
 
-Lines Installation::log() const {
-  const std::string text = tests::readAll(logPath());
+Lines Installation::linesLeft() const {
+  std::istringstream log(tests::readAll(logPath()));
   Lines lines;
-  std::size_t start = 0;
-  for (std::size_t end = text.find('\n'); end != text.npos; end = text.find('\n', start)) {
-    lines.push_back(withoutStamp(text.substr(start, end - start)));
-    start = end + 1;
+  std::size_t count = 0;
+  for (std::string line; std::getline(log, line) && !log.eof();) {
+    if (++count <= lines_taken_) continue;
+    lines.push_back(isStamped(line) ? line.substr(kStampLength) : "(no stamp) " + line);
   }
   return lines;
 }
 
-Lines Installation::logBehind(std::size_t count, std::size_t expected) {
-  Lines lines;
-  waitUntil([&] {
-    lines = log();
-    return lines.size() >= count + expected;
-  });
-  return {lines.begin() + static_cast<std::ptrdiff_t>(std::min(count, lines.size())), lines.end()};
+Lines Installation::nextLines(std::size_t count) {
+  waitUntil([&] { return linesLeft().size() >= count; });
+  Lines lines = linesLeft();
+  lines.resize(std::min(lines.size(), count));
+  lines_taken_ += lines.size();
+  return lines;
 }
 
-bool Installation::waitForLog(std::size_t count, std::string_view text) {
-  return waitUntil([&] {
-    const Lines lines = log();
-    return std::any_of(lines.begin() + static_cast<std::ptrdiff_t>(std::min(count, lines.size())),
-                       lines.end(),
-                       [&](const std::string& line) { return line.find(text) != line.npos; });
-  });
+bool Installation::skipLogTo(const std::string& line) {
+  for (Lines next = nextLines(1); !next.empty(); next = nextLines(1)) {
+    if (next[0] == line) return true;
+  }
+  return false;
 }
 
 std::string Installation::status() const {
@@ -163,13 +141,9 @@ std::string Installation::status() const {
   return value ? test::describe(*value) : "unparsable";
 }
 
-std::string Installation::statusOnce(const std::string& expected) {
-  std::string seen;
-  waitUntil([&] {
-    seen = status();
-    return seen == expected;
-  });
-  return seen;
+void Installation::expectStatus(const std::string& entries) {
+  waitUntil([&] { return status() == "{" + entries + "}"; });
+  EXPECT_EQ(status(), "{" + entries + "}");
 }
 
 int Installation::passes() {
@@ -177,11 +151,7 @@ int Installation::passes() {
 }
 
 bool Installation::waitForPasses(int count) {
-  const auto deadline = Clock::now() + kPatience;
-  while (passes() < count) {
-    if (!watch_->waitForRead(deadline, daemonEnd())) return passes() >= count;
-  }
-  return true;
+  return waitUntil([&] { return passes() >= count; });
 }
 
 bool Installation::pass() {
@@ -190,22 +160,11 @@ bool Installation::pass() {
   return waitForPasses(passes_before + 1);
 }
 
-bool Installation::waitForRemoval(const std::string& prefix) {
-  return waitUntil([&] { return watch_->removalsOf(prefix) > 0; });
-}
-
-bool Installation::waitForQuiet() {
+bool Installation::waitUntil(const std::function<bool()>& happened) const {
   const auto deadline = Clock::now() + kPatience;
-  while (Clock::now() < deadline) {
-    if (watch_->staysQuietFor(kQuiet)) return true;
-  }
-  return false;
-}
-
-bool Installation::waitUntil(const std::function<bool()>& happened) {
-  const auto deadline = Clock::now() + kPatience;
+  pollfd end{.fd = daemon_ ? daemon_->endDescriptor() : -1, .events = POLLIN, .revents = 0};
   while (!happened()) {
-    if (!watch_->waitForChange(deadline, daemonEnd())) return happened();
+    if (poll(&end, 1, kBetweenLooksMs) != 0 || Clock::now() > deadline) return happened();
   }
   return true;
 }

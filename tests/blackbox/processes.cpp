@@ -4,10 +4,10 @@
 #include <grp.h>
 #include <linux/close_range.h>
 #include <poll.h>
-#include <sched.h>
-#include <sys/mount.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,12 +29,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using Ends = std::array<int, 2>;
+// What a program writes goes to a file in memory.
+Descriptor outputFile(const Launch& launch) {
+  return Descriptor(launch.gives_output ? memfd_create("output", MFD_CLOEXEC) : -1);
+}
 
-Ends makePipe() {
-  Ends ends{-1, -1};
-  EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-  return ends;
+std::string contentsOf(const Descriptor& file) {
+  struct stat status {};
+  EXPECT_EQ(fstat(file.get(), &status), 0);
+  std::string text(static_cast<std::size_t>(status.st_size), '\0');
+  EXPECT_EQ(pread(file.get(), text.data(), text.size(), 0), status.st_size);
+  return text;
 }
 
 bool becomeUser(uid_t user) {
@@ -49,18 +54,10 @@ bool leaveOnlyStandardStreams(int out, int err) {
          close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0;
 }
 
-bool seeOwnProcessTable() {
-  return unshare(CLONE_NEWNS) == 0 &&
-         mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) == 0;
-}
-
 // In the child, up to the program; comes back only when it cannot be run.
 void become(std::string program, const Launch& launch, int out, int err) {
-  if (launch.umask) ::umask(*launch.umask);
   // Whatever nice value the test itself was started with.
   setpriority(PRIO_PROCESS, 0, 0);
-  if (launch.sees_own_process_table && !seeOwnProcessTable()) return;
   if (launch.user && !becomeUser(*launch.user)) return;
   // After the change of the user, which would undo it.
   if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || !leaveOnlyStandardStreams(out, err)) return;
@@ -72,25 +69,20 @@ void become(std::string program, const Launch& launch, int out, int err) {
   execv(program.c_str(), argv.data());
 }
 
-pid_t startChild(const std::string& executable, const Launch& launch,
-                 std::optional<Descriptor>& out, std::optional<Descriptor>& err) {
-  const Ends ends = makePipe();
-  const Ends out_ends = launch.gives_output ? makePipe() : Ends{-1, -1};
-  const Ends err_ends = launch.gives_output ? makePipe() : Ends{-1, -1};
+pid_t startChild(const std::string& executable, const Launch& launch, const Descriptor& out,
+                 const Descriptor& err) {
+  std::array<int, 2> ends{-1, -1};
+  EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
   const Descriptor reading(ends[0]);
   const pid_t parent = getpid();
   const pid_t pid = fork();
   if (pid == 0) {
-    become(executable, launch, out_ends[1], err_ends[1]);
+    become(executable, launch, out.get(), err.get());
     const int error = errno;
     if (getppid() == parent && write(ends[1], &error, sizeof(error)) < 0) _exit(126);
     _exit(127);
   }
-  out.emplace(out_ends[0]);
-  err.emplace(err_ends[0]);
-  for (const int writing : {ends[1], out_ends[1], err_ends[1]}) {
-    if (writing >= 0) close(writing);
-  }
+  close(ends[1]);
   // The program closes the pipe by running.
   int error = 0;
   EXPECT_EQ(read(reading.get(), &error, sizeof(error)), 0)
@@ -112,31 +104,18 @@ std::int64_t procNumber(pid_t pid, const std::string& file, const std::string& l
   return std::stoll(procLine(pid, file, label));
 }
 
-// Appends what comes next; false when nothing does.
-bool readSome(const Descriptor& from, std::string& text) {
-  pollfd readable{.fd = from.get(), .events = POLLIN, .revents = 0};
-  if (poll(&readable, 1, millisecondsUntil(Clock::now() + kPatience)) <= 0) return false;
-  std::array<char, 4096> block{};
-  const ssize_t got = read(from.get(), block.data(), block.size());
-  if (got > 0) text.append(block.data(), static_cast<std::size_t>(got));
-  return got > 0;
-}
-
 }  // namespace
 
 std::ostream& operator<<(std::ostream& stream, const Output& output) {
   return stream << "status " << output.status << "\nout:\n" << output.out << "err:\n" << output.err;
 }
 
-int millisecondsUntil(Clock::time_point deadline) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-  return std::max(0, static_cast<int>(left.count()));
-}
-
 // The descriptor as the system call gives it: the C library's function is not declared for C++
 // everywhere.
 ChildProcess::ChildProcess(const std::string& executable, const Launch& launch)
-    : pid_(startChild(executable, launch, out_, err_)),
+    : out_(outputFile(launch)),
+      err_(outputFile(launch)),
+      pid_(startChild(executable, launch, out_, err_)),
       end_(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0))) {
   EXPECT_TRUE(end_.isOpen());
 }
@@ -155,29 +134,26 @@ void ChildProcess::kill() {
 
 int ChildProcess::exitCode() {
   pollfd end{.fd = end_.get(), .events = POLLIN, .revents = 0};
-  if (poll(&end, 1, millisecondsUntil(Clock::now() + kPatience)) != 1) return -1;
+  if (poll(&end, 1, static_cast<int>(kPatience / std::chrono::milliseconds(1))) != 1) return -1;
   int status = 0;
   EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
   reaped_ = true;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-bool ChildProcess::waitForOutput(const std::string& text) {
-  while (read_out_.find(text) == std::string::npos) {
-    if (!readSome(*out_, read_out_)) return false;
+bool ChildProcess::waitForOutput(const std::string& text) const {
+  constexpr int kBetweenLooksMs = 5;
+  pollfd end{.fd = end_.get(), .events = POLLIN, .revents = 0};
+  const auto deadline = Clock::now() + kPatience;
+  while (contentsOf(out_).find(text) == std::string::npos) {
+    if (poll(&end, 1, kBetweenLooksMs) != 0 || Clock::now() > deadline) return false;
   }
   return true;
 }
 
 Output ChildProcess::output() {
-  Output output;
-  while (readSome(*out_, read_out_)) {
-  }
-  while (readSome(*err_, output.err)) {
-  }
-  output.out = read_out_;
-  output.status = exitCode();
-  return output;
+  const int status = exitCode();
+  return {.status = status, .out = contentsOf(out_), .err = contentsOf(err_)};
 }
 
 int niceOf(pid_t pid) {
@@ -201,11 +177,6 @@ bool watchesSomething(pid_t pid) {
     }
   }
   return false;
-}
-
-pid_t pidInItsTable(pid_t pid) {
-  const std::string pids = procLine(pid, "status", "NSpid:");
-  return std::stoi(pids.substr(pids.rfind('\t') + 1));
 }
 
 std::int64_t voluntarySwitches(pid_t pid) {

@@ -27,9 +27,6 @@ struct Launch {
   std::vector<std::string> arguments = {};
   std::map<std::string, std::string> environment = {};  // added to the test's own
   std::optional<uid_t> user = {};
-  std::optional<mode_t> umask = {};
-  // The program's /proc shows the process namespace that it runs in, not the test's.
-  bool sees_own_process_table = false;
   // What the program writes is kept for output(); otherwise it goes to /dev/null.
   bool gives_output = false;
 };
@@ -42,9 +39,6 @@ struct Output {
   friend bool operator==(const Output&, const Output&) = default;
 };
 std::ostream& operator<<(std::ostream& stream, const Output& output);
-
-// The milliseconds until then, as poll takes them; 0 when it has passed.
-int millisecondsUntil(Clock::time_point deadline);
 
 // A child process. It is killed and reaped with the object, and by the kernel when the test process
 // dies first.
@@ -65,17 +59,16 @@ class ChildProcess {
   void kill();
   // Waits for its end and gives the exit code; -1 when it was killed or took too long.
   int exitCode();
-  // Reads on until the output so far holds the text; false when it ends without.
-  bool waitForOutput(const std::string& text);
+  // Waits until the output so far holds the text; false when it ends without.
+  [[nodiscard]] bool waitForOutput(const std::string& text) const;
   // Everything, once it has ended.
   Output output();
 
  private:
-  std::optional<Descriptor> out_;
-  std::optional<Descriptor> err_;
+  const Descriptor out_;
+  const Descriptor err_;
   const pid_t pid_;
   const Descriptor end_;
-  std::string read_out_;
   bool reaped_ = false;
 };
 
@@ -84,9 +77,6 @@ void setNice(pid_t pid, int value);
 
 // Whether one of its descriptors is an inotify instance that watches something.
 bool watchesSomething(pid_t pid);
-
-// The id by which the processes of its own namespace know the process.
-pid_t pidInItsTable(pid_t pid);
 
 // How often the threads of the process gave up the processor by themselves, all together.
 std::int64_t voluntarySwitches(pid_t pid);

@@ -1,5 +1,8 @@
-// Targets on real processes, with every line of the log and the whole status file.
-#include <algorithm>
+// Targets on real processes, with every line of the log and the whole status file: of a daemon that
+// may do everything, and of one whose user may not.
+#include <unistd.h>
+
+#include <filesystem>
 
 #include <gtest/gtest.h>
 
@@ -11,44 +14,35 @@
 namespace vorlatch {
 namespace {
 
+namespace fs = std::filesystem;
 using plist::Dictionary;
 
 constexpr int kDefaultBand = 180;
 
-// Each line of the log is looked at once, in its order, and none is left over.
+// The test looks at each line of the log once, in order.
 class PrivilegedTargets : public testing::Test {
  protected:
-  PrivilegedTargets() { start(); }
-  void TearDown() override { EXPECT_EQ(installation_.logBehind(lines_seen_, 0), Lines{}); }
+  void TearDown() override { EXPECT_EQ(installation_.linesLeft(), Lines{}); }
 
-  // That many of the lines not yet looked at; fewer when they do not come.
-  Lines nextLines(std::size_t count) {
-    Lines lines = installation_.logBehind(lines_seen_, count);
-    lines.resize(std::min(lines.size(), count));
-    lines_seen_ += lines.size();
-    return lines;
-  }
-  void apply(const Dictionary& targets) {
-    installation_.writePreferences(preferencesWith(targets));
-    installation_.post();
-  }
-  void expectLines(const Lines& expected) { EXPECT_EQ(nextLines(expected.size()), expected); }
-  void expectStatus(const std::string& entries) {
-    EXPECT_EQ(installation_.statusOnce("{" + entries + "}"), "{" + entries + "}");
-  }
   void start() {
     installation_.start();
     EXPECT_EQ(niceOf(installation_.daemon()), -20);
-    expectLines(startLines(installation_.daemon()));
+    installation_.expectLog(startLines(installation_.daemon()));
+  }
+  void apply(const Dictionary& targets, bool enabled = true) {
+    installation_.writePreferences(Dictionary{{"Enabled", enabled}, {"AppConfigs", targets}});
+    installation_.post();
+  }
+  // Expects the lines, and the status entries afterwards.
+  void expect(const Lines& lines, const std::string& status) {
+    installation_.expectLog(lines);
+    installation_.expectStatus(status);
   }
   Program program(const std::string& name) {
     return programNamed(installation_.path(""), ownName(name));
   }
 
   Installation installation_;
-
- private:
-  std::size_t lines_seen_ = 0;
 };
 
 TEST_F(PrivilegedTargets, OfEachKindAreHeldFromStartToExit) {
@@ -56,128 +50,130 @@ TEST_F(PrivilegedTargets, OfEachKindAreHeldFromStartToExit) {
   const std::vector<Program> kinds{program("name"), programNamed(root, ownName("long", 25)),
                                    program("%s%n"),
                                    appIdentified(root, "org.example." + ownName("app"))};
-  const Dictionary settings{
-      {"JetsamPriority", 160}, {"NiceValue", -7}, {"MemLimitActive", 300}, {"StripManaged", true}};
   Dictionary targets;
-  for (const Program& kind : kinds) targets.emplace(kind.key, settings);
-  installation_.writePreferences(preferencesWith(targets));
-  ASSERT_TRUE(installation_.pass());
-  EXPECT_EQ(installation_.status(), "missing");
-
+  for (const Program& kind : kinds) {
+    targets.emplace(kind.key, Dictionary{{"JetsamPriority", 160},
+                                         {"NiceValue", -7},
+                                         {"MemLimitActive", 300},
+                                         {"StripManaged", true}});
+  }
+  start();
+  apply(targets);
   for (const Program& kind : kinds) {
     SCOPED_TRACE(kind.key);
     Target target(kind);
     installation_.post();
-    expectLines(startedLines(kind.key, target.pid()) +
-                appliedLines(kind.key, target.pid(),
-                             {.memory_limit_mb = 300, .nice = -7, .band = 160, .stripped = true}));
+    expect(startedLines(kind.key, target.pid()) +
+               appliedLines(kind.key, target.pid(),
+                            {.memory_limit_mb = 300, .nice = -7, .band = 160, .stripped = true}),
+           statusOf(kind.key, target.pid(), -7, 160));
     EXPECT_EQ(target.nice(), -7);
-    expectStatus(statusOf(kind.key, target.pid(), -7, 160));
-
     target.kill();
     installation_.post();
-    expectLines(exitedLines(kind.key));
-    expectStatus("");
+    expect(exitedLines(kind.key), "");
   }
 }
 
-TEST_F(PrivilegedTargets, AreHandedBackWhenRemovedOrSwitchedOff) {
-  const Program leaving = program("leaves");
-  const Program staying = program("stays");
+TEST_F(PrivilegedTargets, AreHandedBackAndTakenUpAgain) {
+  const Program programs[] = {program("leaves"), program("stays")};
+  const auto& [leaving, staying] = std::pair(programs[0].key, programs[1].key);
+  const Target leaver(programs[0]);
+  const Target stayer(programs[1]);
   const Dictionary settings{{"JetsamPriority", 100}, {"NiceValue", -3}};
   const Dictionary untouched{{"JetsamPriority", -1}};
-  const Target leaver(leaving);
-  const Target stayer(staying);
-  const Lines taken_up = startedLines(leaving.key, leaver.pid()) +
-                         appliedLines(leaving.key, leaver.pid(), {.nice = -3, .band = 100});
-  apply({{leaving.key, settings}, {staying.key, untouched}});
-  expectLines(taken_up + startedLines(staying.key, stayer.pid()) +
-              appliedLines(staying.key, stayer.pid(), {}));
-  const std::string stays = statusOf(staying.key, stayer.pid(), 0, kDefaultBand);
-  expectStatus(statusOf(leaving.key, leaver.pid(), -3, 100) + stays);
-
-  apply({{staying.key, untouched}});
-  expectLines(removedLines() + restoredLines(leaving.key, leaver.pid()));
-  EXPECT_EQ(leaver.nice(), 0);
-  expectStatus(stays);
-
-  // What the kernel has of it now: nothing is set, so the status tells what was left behind.
-  apply({{leaving.key, untouched}, {staying.key, untouched}});
-  expectLines(startedLines(leaving.key, leaver.pid()) +
-              appliedLines(leaving.key, leaver.pid(), {}));
-  expectStatus(statusOf(leaving.key, leaver.pid(), 0, 0) + stays);
-
-  apply({{leaving.key, settings}, {staying.key, settings}});
-  expectLines(editedLines(leaving.key, leaver.pid()) +
-              appliedLines(leaving.key, leaver.pid(), {.nice = -3, .band = 100}) +
-              editedLines(staying.key, stayer.pid()) +
-              appliedLines(staying.key, stayer.pid(), {.nice = -3, .band = 100}));
-  installation_.writePreferences(Dictionary{{"Enabled", false}});
-  installation_.post();
-  expectLines(switchedOffLines() + restoredLines(leaving.key, leaver.pid()) +
-              restoredLines(staying.key, stayer.pid()));
-  EXPECT_EQ(leaver.nice(), 0);
-  EXPECT_EQ(stayer.nice(), 0);
-  expectStatus("");
-
-  apply({{leaving.key, settings}});
-  expectLines(taken_up);
-  expectStatus(statusOf(leaving.key, leaver.pid(), -3, 100));
-}
-
-TEST_F(PrivilegedTargets, AreWatchedEverySecond) {
-  const Program watched = program("watched");
-  Target target(watched);
-  const auto started = Clock::now();
-  apply({{watched.key,
-          Dictionary{{"JetsamPriority", 160}, {"NiceValue", -7}, {"CheckInterval", 1}}}});
-  expectLines(startedLines(watched.key, target.pid()) +
-              appliedLines(watched.key, target.pid(), {.nice = -7, .band = 160}));
-  const auto tick = [&](int nice_before) {
-    return tickedLines(watched.key, 1, target.pid()) +
-           appliedLines(watched.key, target.pid(),
-                        {.nice = -7, .nice_before = nice_before, .band = 160});
-  };
-  expectLines(tick(-7));
-  // One interval, one second of leeway, and what a busy machine adds.
-  EXPECT_LT(Clock::now() - started, std::chrono::seconds(6));
-
-  setNice(target.pid(), 9);
-  // On a busy machine ticks may have come before the change.
-  Lines lines = nextLines(tick(-7).size());
-  while (lines == tick(-7)) lines = nextLines(tick(-7).size());
-  EXPECT_EQ(lines + nextLines(1), tick(9));
-  EXPECT_EQ(target.nice(), -7);
-  expectLines(tick(-7));
-  expectStatus(statusOf(watched.key, target.pid(), -7, 160));
-
-  target.kill();
-  expectLines(exitedLines(watched.key));
-  expectStatus("");
-}
-
-TEST_F(PrivilegedTargets, AreTakenUpAgainAfterADaemonsDeath) {
-  const Program kept = program("kept");
-  const Target target(kept);
-  apply({{kept.key, Dictionary{{"JetsamPriority", 160}, {"NiceValue", -7}}}});
-  expectLines(startedLines(kept.key, target.pid()) +
-              appliedLines(kept.key, target.pid(), {.nice = -7, .band = 160}));
-  installation_.stop();
-  EXPECT_EQ(target.nice(), -7);
-
-  // An entry of the earlier run that nothing in the file asks for any more.
-  tests::writeAll(installation_.statusPath(), "an old status");
-  installation_.writePreferences(
-      preferencesWith({{kept.key, Dictionary{{"JetsamPriority", -1}, {"NiceValue", -7}}}}));
+  const Lines taken_up = startedLines(leaving, leaver.pid()) +
+                         appliedLines(leaving, leaver.pid(), {.nice = -3, .band = 100});
+  const std::string leaves = statusOf(leaving, leaver.pid(), -3, 100);
+  const std::string stays = statusOf(staying, stayer.pid(), 0, kDefaultBand);
   start();
-  expectLines(startedLines(kept.key, target.pid()) +
-              appliedLines(kept.key, target.pid(), {.nice = -7, .nice_before = -7}));
-  expectStatus(statusOf(kept.key, target.pid(), -7, 160));
+  apply({{leaving, settings}, {staying, untouched}});
+  expect(taken_up + startedLines(staying, stayer.pid()) + appliedLines(staying, stayer.pid(), {}),
+         leaves + stays);
 
-  apply({{kept.key, Dictionary{{"JetsamPriority", 100}, {"NiceValue", -7}}}});
-  expectLines(editedLines(kept.key, target.pid()) +
-              appliedLines(kept.key, target.pid(), {.nice = -7, .nice_before = -7, .band = 100}));
-  expectStatus(statusOf(kept.key, target.pid(), -7, 100));
+  apply({{staying, untouched}});
+  expect(kRemovedLines + restoredLines(leaving, leaver.pid()), stays);
+  EXPECT_EQ(leaver.nice(), 0);
+
+  // The kernel's values are those that the restore left, because this applies none.
+  apply({{leaving, untouched}, {staying, untouched}});
+  expect(startedLines(leaving, leaver.pid()) + appliedLines(leaving, leaver.pid(), {}),
+         statusOf(leaving, leaver.pid(), 0, 0) + stays);
+
+  apply({{leaving, settings}, {staying, untouched}});
+  expect(editedLines(leaving, leaver.pid()) +
+             appliedLines(leaving, leaver.pid(), {.nice = -3, .band = 100}),
+         leaves + stays);
+  apply({}, false);
+  expect(kSwitchedOffLines + restoredLines(leaving, leaver.pid()) +
+             restoredLines(staying, stayer.pid()),
+         "");
+  apply({{leaving, settings}});
+  expect(taken_up, leaves);
+
+  // A daemon's death leaves everything as it is.
+  installation_.stop();
+  EXPECT_EQ(leaver.nice(), -3);
+  tests::writeAll(installation_.statusPath(), "an old status");
+  start();
+  expect(startedLines(leaving, leaver.pid()) +
+             appliedLines(leaving, leaver.pid(), {.nice = -3, .nice_before = -3, .band = 100}),
+         leaves);
+}
+
+void giveToNobody(const std::string& path) {
+  EXPECT_EQ(chown(path.c_str(), kNobody, kNobody), 0);
+}
+
+TEST(PrivilegedUnprivilegedDaemon, LogsRefusalsAndGoesOn) {
+  Installation installation;
+  const std::string key = ownName("others");
+  const Target target(programNamed(installation.path(""), key));
+  installation.writePreferences(
+      preferencesWith({{key, Dictionary{{"JetsamPriority", 160}, {"NiceValue", 5}}}}));
+  // The daemon owns its root, as on a device; only the kernel refuses what it asks.
+  giveToNobody(installation.path(""));
+  giveToNobody(installation.path("var"));
+  for (const auto& entry : fs::recursive_directory_iterator(installation.path("var"))) {
+    giveToNobody(entry.path());
+  }
+  installation.start({.user = kNobody});
+  installation.expectLog(
+      startLines(installation.daemon(), false) + startedLines(key, target.pid()) +
+      Lines{"[内存限制] 目标 Act:0 Inact:0 -> [失败] err:1", "[内核] ：失败",
+            "[进程优先级] 当前:0 目标:5 -> [失败] err:1", "[内核] ：失败",
+            "[环境适配] 目标 160 -> 实际 16", "[系统] 内存优先级:16 -> [内核: 失败]",
+            tests::text("[内存优先级] 未在内核优先级列表中找到 PID:", target.pid()),
+            "[内核] ：失败", doneLine(key, target.pid())});
+  EXPECT_EQ(target.nice(), 0);
+  installation.expectStatus(statusOf(key, target.pid(), 0, -999));
+
+  // Preferences that it may not read switch it off.
+  EXPECT_EQ(chown(installation.preferencesPath().c_str(), 0, 0), 0);
+  fs::permissions(installation.preferencesPath(), fs::perms(0600));
+  installation.post();
+  installation.expectLog(kSwitchedOffLines + restoredLines(key, target.pid()));
+  installation.expectStatus("");
+}
+
+TEST(PrivilegedUnprivilegedDaemon, ChangesNoFileThatItMayNot) {
+  Installation installation;
+  installation.writePreferences(preferencesWith({{ownName("sealed"), Dictionary{}}}));
+  const std::string earlier = "[06-01 12:00:00] [守护] an earlier line\n";
+  for (const std::string& path : {installation.logPath(), installation.statusPath()}) {
+    tests::writeAll(path, earlier);
+    fs::permissions(path, fs::perms(0644));
+  }
+  giveToNobody(installation.path("var"));  // where posts are made
+  installation.start({.user = kNobody});
+  installation.writePreferences(preferencesWith({}));
+  EXPECT_TRUE(installation.pass());
+  installation.waitForQuiet();
+  for (const std::string& path : {installation.logPath(), installation.statusPath()}) {
+    EXPECT_EQ(tests::readAll(path), earlier);
+    EXPECT_EQ(tests::modeOf(path), 0644U);
+  }
+  EXPECT_EQ(filesIn(installation.preferencesDirectory()),
+            (Lines{"Vorlatch.log", "com.zel.vorlatch.plist", "com.zel.vorlatch.status.plist"}));
 }
 
 }  // namespace

@@ -2,14 +2,14 @@
 // read as preferences; and a file that it is given.
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <filesystem>
+#include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "config/default_preset.h"
-#include "config/property_list_guard.h"
 #include "platform/property_list.h"
 #include "tests/cli/control_run.h"
 
@@ -19,12 +19,29 @@ namespace {
 using plist::Data;
 using plist::Date;
 
-// What is in front of the separator, which goes with it.
-std::string takeUpTo(const std::string& separator, std::string& text) {
-  const std::size_t end = std::min(text.find(separator), text.size());
-  std::string part = text.substr(0, end);
-  text.erase(0, end + separator.size());
-  return part;
+// The command finds this: of each finding there is a line with its kind in front of the place and
+// the message. Behind the findings the command says how large the file is.
+void expectFindings(ControlStory& story, const std::string& line, const std::string& findings) {
+  const std::string text = story.answer(line + " --json");
+  const auto json = nlohmann::json::parse(text.substr(0, text.rfind('}') + 1));
+  std::string found;
+  for (const auto& each : json.at("findings")) {
+    std::string place;
+    for (const std::string key : each["path"]) place += (place.empty() ? "" : " / ") + key;
+    found += each["kind"].get<std::string>() + " | " + place + ": " +
+             each["message"].get<std::string>() + "\n";
+  }
+  EXPECT_EQ(found, findings);
+
+  std::string expected = findings.empty() ? "{preferences}: all in order\n" : "";
+  std::istringstream lines(findings);
+  for (std::string each; std::getline(lines, each);) {
+    expected += each.substr(each.find('|') + 2) + "\n";
+  }
+  const std::string answer = story.answer(line);
+  const std::size_t size = answer.find("{preferences}: takes ");
+  EXPECT_EQ(answer.substr(0, size), expected);
+  EXPECT_EQ(answer.ends_with("\nexit 1\n"), !findings.empty());
 }
 
 std::string checkJson(const std::string& file, const std::string& findings,
@@ -32,35 +49,6 @@ std::string checkJson(const std::string& file, const std::string& findings,
   return pretty(R"({"file": ")" + file + R"(", "findings": [)" + findings + R"(], "size": )" +
                 size +
                 R"(, "bound": {"file_bytes": 524288, "memory_bytes": 2150000, "levels": 128}})");
-}
-
-// Both forms of the answer. Of each finding there is a line: its kind, the place, and the message.
-void expectFindings(ControlStory& story, const std::string& line, std::string findings) {
-  const PropertyListSize size = measurePropertyList(readAll(story.preferencesFile())).value();
-  const std::string end = findings.empty() ? "" : "exit 1\n";
-  std::string text = findings.empty() ? "{preferences}: all in order\n" : "";
-  std::string json;
-  while (!findings.empty()) {
-    const std::string kind = takeUpTo(" | ", findings);
-    std::string place = takeUpTo(" | ", findings);
-    const std::string message = takeUpTo("\n", findings);
-    text += place + ": " + message + "\n";
-    std::string path;
-    while (!place.empty()) path += (path.empty() ? "\"" : ",\"") + takeUpTo(" / ", place) + "\"";
-    json += (json.empty() ? "" : ",") + ("{\"path\":[" + path + "],\"kind\":\"" + kind) +
-            "\",\"message\":\"" + message + "\"}";
-  }
-  // Of files as small as these, each share is above 0.
-  EXPECT_EQ(story.answer(line),
-            text + "{preferences}: takes " + std::to_string(size.memory_bytes / 21'500 + 1) +
-                " % of the memory that the daemon gives it, 1 % of the bytes, " +
-                std::to_string(size.levels) + " of 128 levels\n" + end);
-  EXPECT_EQ(story.answer(line + " --json"),
-            checkJson("{preferences}", json,
-                      R"({"file_bytes": )" + std::to_string(size.file_bytes) +
-                          R"(, "memory_bytes": )" + std::to_string(size.memory_bytes) +
-                          R"(, "levels": )" + std::to_string(size.levels) + "}") +
-                end);
 }
 
 TEST(Check, FindsNothingInThePreset) {
@@ -97,15 +85,15 @@ TEST(Check, FindsNumbersOutOfRange) {
             "MemLimitActive": -2, "MemLimitInactive": -9223372036854775808}})"));
   expectFindings(
       story, "check --no-processes",
-      R"(out-of-range | AppConfigs / high / CheckInterval | is 1099511627776, outside 0 to 2147483647; the daemon makes it 2147483647
-out-of-range | AppConfigs / high / JetsamPriority | is 211, outside -1 to 210; no kernel has this band; refused, the daemon tries 21
-out-of-range | AppConfigs / high / MemLimitActive | is 18446744073709551615, outside -1 to 2147483647; the daemon makes it 2147483647
-out-of-range | AppConfigs / high / NiceValue | is 21, outside -20 to 20; the daemon makes it 20
-out-of-range | AppConfigs / low / CheckInterval | is -1, outside 0 to 2147483647; it counts as none
-out-of-range | AppConfigs / low / JetsamPriority | is -2, outside -1 to 210; no kernel has this band, and it is refused
-out-of-range | AppConfigs / low / MemLimitActive | is -2, outside -1 to 2147483647; the kernel takes it for the system's default
-out-of-range | AppConfigs / low / MemLimitInactive | is -9223372036854775808, outside -1 to 2147483647; the kernel takes it for the system's default
-out-of-range | AppConfigs / low / NiceValue | is -9223372036854775808, outside -20 to 20; the daemon makes it -20
+      R"(out-of-range | AppConfigs / high / CheckInterval: is 1099511627776, outside 0 to 2147483647; the daemon makes it 2147483647
+out-of-range | AppConfigs / high / JetsamPriority: is 211, outside -1 to 210; no kernel has this band; refused, the daemon tries 21
+out-of-range | AppConfigs / high / MemLimitActive: is 18446744073709551615, outside -1 to 2147483647; the daemon makes it 2147483647
+out-of-range | AppConfigs / high / NiceValue: is 21, outside -20 to 20; the daemon makes it 20
+out-of-range | AppConfigs / low / CheckInterval: is -1, outside 0 to 2147483647; it counts as none
+out-of-range | AppConfigs / low / JetsamPriority: is -2, outside -1 to 210; no kernel has this band, and it is refused
+out-of-range | AppConfigs / low / MemLimitActive: is -2, outside -1 to 2147483647; the kernel takes it for the system's default
+out-of-range | AppConfigs / low / MemLimitInactive: is -9223372036854775808, outside -1 to 2147483647; the kernel takes it for the system's default
+out-of-range | AppConfigs / low / NiceValue: is -9223372036854775808, outside -20 to 20; the daemon makes it -20
 )");
 }
 
@@ -122,23 +110,23 @@ TEST(Check, FindsValuesOfAnotherType) {
   story.writeTargets(targets);
   expectFindings(
       story, "check --no-processes",
-      R"(wrong-type | AppConfigs / a / CheckInterval | is a text (-5 s) and not an integer; the daemon reads it as -5, and it counts as none
-wrong-type | AppConfigs / a / JetsamPriority | is a list (2 items) and not an integer; the daemon reads it as 0
-wrong-type | AppConfigs / a / MemLimitActive | is a real number (524288.5) and not an integer; the daemon reads it as 524288
-wrong-type | AppConfigs / a / NiceValue | is a text (-5) and not an integer; the daemon reads it as -5
-wrong-type | AppConfigs / a / Remark | is an integer and not a text
-wrong-type | AppConfigs / a / StripManaged | is an integer (1) and no truth value; the daemon reads it as true
-wrong-type | AppConfigs / b / JetsamPriority | is a dictionary (0 entries) and not an integer; the daemon reads it as 0
-wrong-type | AppConfigs / b / NiceValue | is a text (x) and not an integer; the daemon reads it as 0
-wrong-type | AppConfigs / b / Remark | is a dictionary and not a text
-wrong-type | AppConfigs / b / StripManaged | is a text (no) and no truth value; the daemon reads it as false
-wrong-type | AppConfigs / c / JetsamPriority | is a text (home) and not an integer; the daemon reads it as 0
-wrong-type | AppConfigs / c / NiceValue | is a real number (2.5) and not an integer; the daemon reads it as 2
-wrong-type | AppConfigs / c / StripManaged | is a list (1 items) and no truth value; the daemon reads it as false
-wrong-type | AppConfigs / d / NiceValue | is a truth value (true) and not an integer; the daemon reads it as 1
-wrong-type | AppConfigs / e / NiceValue | is a text (30) and not an integer; the daemon reads it as 30, and the daemon makes it 20
-wrong-type | AppConfigs / f / MemLimitActive | is data (3 bytes) and not an integer; the daemon reads it as 0
-wrong-type | AppConfigs / f / MemLimitInactive | is a date (date) and not an integer; the daemon reads it as 0
+      R"(wrong-type | AppConfigs / a / CheckInterval: is a text (-5 s) and not an integer; the daemon reads it as -5, and it counts as none
+wrong-type | AppConfigs / a / JetsamPriority: is a list (2 items) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / a / MemLimitActive: is a real number (524288.5) and not an integer; the daemon reads it as 524288
+wrong-type | AppConfigs / a / NiceValue: is a text (-5) and not an integer; the daemon reads it as -5
+wrong-type | AppConfigs / a / Remark: is an integer and not a text
+wrong-type | AppConfigs / a / StripManaged: is an integer (1) and no truth value; the daemon reads it as true
+wrong-type | AppConfigs / b / JetsamPriority: is a dictionary (0 entries) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / b / NiceValue: is a text (x) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / b / Remark: is a dictionary and not a text
+wrong-type | AppConfigs / b / StripManaged: is a text (no) and no truth value; the daemon reads it as false
+wrong-type | AppConfigs / c / JetsamPriority: is a text (home) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / c / NiceValue: is a real number (2.5) and not an integer; the daemon reads it as 2
+wrong-type | AppConfigs / c / StripManaged: is a list (1 items) and no truth value; the daemon reads it as false
+wrong-type | AppConfigs / d / NiceValue: is a truth value (true) and not an integer; the daemon reads it as 1
+wrong-type | AppConfigs / e / NiceValue: is a text (30) and not an integer; the daemon reads it as 30, and the daemon makes it 20
+wrong-type | AppConfigs / f / MemLimitActive: is data (3 bytes) and not an integer; the daemon reads it as 0
+wrong-type | AppConfigs / f / MemLimitInactive: is a date (date) and not an integer; the daemon reads it as 0
 )");
 }
 
@@ -146,16 +134,16 @@ TEST(Check, FindsWhatIsWrongAtTheTop) {
   ControlStory story;
   story.writePreferences({});
   expectFindings(story, "check --no-processes",
-                 R"(missing | Enabled | is missing: the daemon is switched off
-missing | AppConfigs | is missing: there are no targets
+                 R"(missing | Enabled: is missing: the daemon is switched off
+missing | AppConfigs: is missing: there are no targets
 )");
   story.writePreferences(
       dictionary(R"({"Enabled": "yes", "AppConfigs": [], "LogSizeLimit": 2097152.5})"));
   expectFindings(
       story, "check --no-processes",
-      R"(wrong-type | Enabled | is a text (yes) and no truth value; the daemon reads it as true
-wrong-type | LogSizeLimit | is a real number (2097152.5) and not an integer; the daemon reads it as 2097152
-wrong-type | AppConfigs | is a list and not a dictionary; the daemon reads it as missing
+      R"(wrong-type | Enabled: is a text (yes) and no truth value; the daemon reads it as true
+wrong-type | LogSizeLimit: is a real number (2097152.5) and not an integer; the daemon reads it as 2097152
+wrong-type | AppConfigs: is a list and not a dictionary; the daemon reads it as missing
 )");
 }
 
@@ -169,14 +157,14 @@ TEST(Check, FindsUnknownKeysAndWrongTargets) {
   preferences.emplace("AppConfigs", targets);
   story.writePreferences(preferences);
   expectFindings(story, "check --no-processes",
-                 R"(unknown-key | AppConfig | is unknown to the daemon; did you mean AppConfigs?
-unknown-key | Zzz | is unknown to the daemon
-unknown-key | enable | is unknown to the daemon; did you mean Enabled?
-unknown-key | AppConfigs / alpha / NiceValu | is unknown to the daemon; did you mean NiceValue?
-unknown-key | AppConfigs / alpha / remark | is unknown to the daemon; did you mean Remark?
-unknown-key | AppConfigs / beta / Own | is unknown to the daemon
-wrong-type | AppConfigs / gamma | is an integer and not a dictionary; the daemon passes it over
-wrong-type | AppConfigs / 微信 | is data and not a dictionary; the daemon passes it over
+                 R"(unknown-key | AppConfig: is unknown to the daemon; did you mean AppConfigs?
+unknown-key | Zzz: is unknown to the daemon
+unknown-key | enable: is unknown to the daemon; did you mean Enabled?
+unknown-key | AppConfigs / alpha / NiceValu: is unknown to the daemon; did you mean NiceValue?
+unknown-key | AppConfigs / alpha / remark: is unknown to the daemon; did you mean Remark?
+unknown-key | AppConfigs / beta / Own: is unknown to the daemon
+wrong-type | AppConfigs / gamma: is an integer and not a dictionary; the daemon passes it over
+wrong-type | AppConfigs / 微信: is data and not a dictionary; the daemon passes it over
 )");
 }
 
@@ -189,8 +177,8 @@ TEST(Check, FindsTargetsThatMatchNothing) {
   story.startAndSettle();
   expectFindings(
       story, "check",
-      R"(no-match | AppConfigs / Alpha | is the name or bundle identifier of no process that runs now
-no-match | AppConfigs / beta | is the name or bundle identifier of no process that runs now
+      R"(no-match | AppConfigs / Alpha: is the name or bundle identifier of no process that runs now
+no-match | AppConfigs / beta: is the name or bundle identifier of no process that runs now
 )");
   expectFindings(story, "check --no-processes", "");
   EXPECT_EQ(readAll(story.preferencesFile()), bytes);
@@ -209,26 +197,31 @@ TEST(Check, FindsTwoTargetsOfOneProcess) {
   story.writeTargets({{"One", Dictionary{}}, {"com.x", Dictionary{}}});
   expectFindings(
       story, "check",
-      R"(same-process | AppConfigs / com.x | finds the same process as One (201): both are applied to it, one after the other
+      R"(same-process | AppConfigs / com.x: finds the same process as One (201): both are applied to it, one after the other
 )");
   story.writeTargets({{"Two", Dictionary{}}, {"com.x", Dictionary{{"CheckInterval", 5}}}});
   expectFindings(
       story, "check",
-      R"(same-process | AppConfigs / com.x | finds the same process as Two (202): both are applied to it, one after the other
+      R"(same-process | AppConfigs / com.x: finds the same process as Two (202): both are applied to it, one after the other
 )");
 }
 
 // No key commands the terminal; JSON has its own way to spell it.
-TEST(Check, SpellsControlCharactersOut) {
+TEST(Check, AsJson) {
   ControlStory story;
   story.writeTargets({{"\x1b[31m\n", 7}});
+  const std::string size = R"({"file_bytes": 300, "memory_bytes": 2813, "levels": 2})";
+  EXPECT_EQ(
+      story.answer("check --json"),
+      checkJson("{preferences}", R"({"path": ["AppConfigs", "\u001b[31m\n"], "kind": "wrong-type",
+              "message": "is an integer and not a dictionary; the daemon passes it over"})",
+                size) +
+          "exit 1\n");
   EXPECT_EQ(
       story.answer("check"),
       "AppConfigs / ^[[31m^J: is an integer and not a dictionary; the daemon passes it over\n"
       "{preferences}: takes 1 % of the memory that the daemon gives it, 1 % of the bytes, 2 of "
       "128 levels\nexit 1\n");
-  const std::string json = story.answer("check --json");
-  EXPECT_NE(json.find("\"\\u001b[31m\\n\""), std::string::npos) << json;
 }
 
 // The message about the daemon's file, or about the same file that is given.
@@ -245,15 +238,11 @@ void expectUnreadable(ControlStory& story, const std::string& message, bool is_g
           "exit 1\n");
 }
 
-std::string repeated(const std::string& text, int count) {
-  std::string all;
-  for (int i = 0; i < count; ++i) all += text;
-  return all;
-}
-
 std::string nested(int depth) {
-  return "<plist version=\"1.0\">" + repeated("<array>", depth) + repeated("</array>", depth) +
-         "</plist>";
+  std::string list = "<plist version=\"1.0\">";
+  for (int i = 0; i < depth; ++i) list += "<array>";
+  for (int i = 0; i < depth; ++i) list += "</array>";
+  return list + "</plist>";
 }
 
 TEST(CheckFile, SaysWhatKeepsItFromBeingRead) {
@@ -281,7 +270,7 @@ TEST(CheckFile, SaysWhatKeepsItFromBeingRead) {
       {nested(128), a_list},
       {nested(129), too_deep},
       {nested(20'000), too_deep},
-      {"<plist version=\"1.0\"><array>" + repeated("<string/>", 20'000) + "</array></plist>",
+      {platform::writeXmlPropertyList(Array(20'000, plist::Value(""))),
        "would take more memory than the daemon gives it" + as_empty},
       {std::string(500'000, '<'), damaged},
       {std::string(512U * 1024 + 1, 'x'), "is larger than 512 kB" + as_empty},

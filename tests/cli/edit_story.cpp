@@ -16,22 +16,21 @@
 namespace vorlatch::tests {
 namespace {
 
-// Tells a file that was written again from one that was left alone.
-auto versionOf(const std::string& path) {
+// Differs when the file was written again.
+auto versionOf(const std::filesystem::path& path) {
   struct stat status {};
   const bool exists = stat(path.c_str(), &status) == 0;
-  std::error_code missing;
-  return std::tuple(exists ? std::uint64_t{status.st_ino} : 0,
-                    std::filesystem::last_write_time(path, missing), readAll(path));
+  return std::tuple(exists ? status.st_ino : 0, status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
+                    readAll(path));
 }
 
-std::set<std::string> filesBeside(const std::filesystem::path& path) {
-  std::set<std::string> names;
+std::set<std::filesystem::path> filesBeside(const std::filesystem::path& path) {
+  std::set<std::filesystem::path> paths;
   std::error_code missing;
   for (const auto& entry : std::filesystem::directory_iterator(path.parent_path(), missing)) {
-    if (entry.path() != path) names.insert(entry.path().filename());
+    if (entry.path() != path) paths.insert(entry.path());
   }
-  return names;
+  return paths;
 }
 
 }  // namespace

@@ -20,52 +20,51 @@ const Dictionary kAlpha{{"NiceValue", 5}, {"Remark", "x"}, {"Own", Array{1, 2}}}
 const Dictionary kBeta{{"CheckInterval", 30}};
 const Dictionary kTargets{{"alpha", kAlpha}, {"beta", kBeta}, {"empty", Dictionary{}}, {"odd", 7}};
 
-// The edit gives one of those targets these settings.
-void expectSettings(EditStory& story, const std::string& line, const std::string& changes,
-                    const std::string& target, const Dictionary& settings) {
-  Dictionary after = kTargets;
-  after.insert_or_assign(target, settings);
-  story.expectEdit(wordsOf(line), enabledWith(kTargets), changes, enabledWith(after));
-}
-
-TEST(Set, ChangesWhatIsNamedAndNothingElse) {
+// A key that only this file knows is kept or goes as any other, and of two values the last counts.
+TEST(SetAndUnset, ChangeWhatIsNamedAndNothingElse) {
+  struct Case {
+    std::string line;
+    std::string target;
+    Lines changes;
+    Dictionary settings;  // the target's, afterwards
+  };
+  const std::vector<Case> cases{
+      {"set alpha NiceValue=-20",
+       "alpha",
+       {"NiceValue: 5 -> -20"},
+       {{"NiceValue", -20}, {"Remark", "x"}, {"Own", Array{1, 2}}}},
+      {"set empty JetsamPriority=highest MemLimitActive=2147483647 MemLimitInactive=-1 "
+       "StripManaged=yes CheckInterval=0",
+       "empty",
+       {"CheckInterval: (none) -> 0", "JetsamPriority: (none) -> 210",
+        "MemLimitActive: (none) -> 2147483647", "MemLimitInactive: (none) -> -1",
+        "StripManaged: (none) -> true"},
+       dictionary(R"({"JetsamPriority": 210, "MemLimitActive": 2147483647, "MemLimitInactive": -1,
+                      "StripManaged": true, "CheckInterval": 0})")},
+      {"set com.tencent.xin Remark=微信=x JetsamPriority=999 StripManaged=off",
+       "com.tencent.xin",
+       {"JetsamPriority: (none) -> 999", "Remark: (none) -> 微信=x",
+        "StripManaged: (none) -> false"},
+       {{"Remark", "微信=x"}, {"JetsamPriority", 999}, {"StripManaged", false}}},
+      {"set beta CheckInterval=1 Remark= CheckInterval=60",
+       "beta",
+       {"CheckInterval: 30 -> 60", "Remark: (none) -> "},
+       {{"CheckInterval", 60}, {"Remark", ""}}},
+      {"unset alpha Own NiceValue StripManaged",
+       "alpha",
+       {"NiceValue: 5 -> (none)", "Own: 2 items -> (none)"},
+       {{"Remark", "x"}}},
+      {"unset beta CheckInterval", "beta", {"CheckInterval: 30 -> (none)"}, {}}};
   EditStory story;
-  expectSettings(story, "set alpha NiceValue=-20", "AppConfigs / alpha / NiceValue: 5 -> -20\n",
-                 "alpha", {{"NiceValue", -20}, {"Remark", "x"}, {"Own", Array{1, 2}}});
-  expectSettings(story,
-                 "set empty JetsamPriority=highest MemLimitActive=2147483647 MemLimitInactive=-1 "
-                 "StripManaged=yes CheckInterval=0",
-                 R"(AppConfigs / empty / CheckInterval: (none) -> 0
-AppConfigs / empty / JetsamPriority: (none) -> 210
-AppConfigs / empty / MemLimitActive: (none) -> 2147483647
-AppConfigs / empty / MemLimitInactive: (none) -> -1
-AppConfigs / empty / StripManaged: (none) -> true
-)",
-                 "empty", dictionary(R"({"JetsamPriority": 210, "MemLimitActive": 2147483647,
-                     "MemLimitInactive": -1, "StripManaged": true, "CheckInterval": 0})"));
-  expectSettings(story, "set com.tencent.xin Remark=微信=x JetsamPriority=999 StripManaged=off",
-                 R"(AppConfigs / com.tencent.xin / JetsamPriority: (none) -> 999
-AppConfigs / com.tencent.xin / Remark: (none) -> 微信=x
-AppConfigs / com.tencent.xin / StripManaged: (none) -> false
-)",
-                 "com.tencent.xin",
-                 {{"Remark", "微信=x"}, {"JetsamPriority", 999}, {"StripManaged", false}});
-  // The last of two counts.
-  expectSettings(story, "set beta CheckInterval=1 Remark= CheckInterval=60",
-                 "AppConfigs / beta / CheckInterval: 30 -> 60\n"
-                 "AppConfigs / beta / Remark: (none) -> \n",
-                 "beta", {{"CheckInterval", 60}, {"Remark", ""}});
-}
-
-TEST(Set, TellsTheDaemon) {
-  ControlStory story;
-  story.writeTargets({});
-  story.device.launch({.name = "backboardd"});
-  story.startAndSettle();
-  EXPECT_EQ(story.answer("set backboardd NiceValue=-5"),
-            "AppConfigs / backboardd / NiceValue: (none) -> -5\n");
-  story.Story::run(150ms);
-  EXPECT_EQ(story.takeLog().at(1), "[进程] 目标: backboardd 已启动 PID: 100 ");
+  for (const auto& [line, target, changes, settings] : cases) {
+    std::string said;
+    for (const std::string& change : changes) {
+      said.append("AppConfigs / ").append(target).append(" / ").append(change).append("\n");
+    }
+    Dictionary after = kTargets;
+    after.insert_or_assign(target, settings);
+    story.expectEdit(wordsOf(line), enabledWith(kTargets), said, enabledWith(after));
+  }
 }
 
 TEST(Set, TakesEveryBandsName) {
@@ -81,19 +80,6 @@ TEST(Set, TakesEveryBandsName) {
               xml(enabledWith({{"a", Dictionary{{"JetsamPriority", number}}}})))
         << band;
   }
-}
-
-// A key that only this file knows goes as well; what was never set does not matter.
-TEST(Unset, TakesOutWhatIsNamedAndNothingElse) {
-  EditStory story;
-  expectSettings(story, "unset alpha Remark", "AppConfigs / alpha / Remark: x -> (none)\n", "alpha",
-                 {{"NiceValue", 5}, {"Own", Array{1, 2}}});
-  expectSettings(story, "unset alpha Own NiceValue StripManaged",
-                 "AppConfigs / alpha / NiceValue: 5 -> (none)\n"
-                 "AppConfigs / alpha / Own: 2 items -> (none)\n",
-                 "alpha", {{"Remark", "x"}});
-  expectSettings(story, "unset beta CheckInterval",
-                 "AppConfigs / beta / CheckInterval: 30 -> (none)\n", "beta", {});
 }
 
 TEST(Remove, TakesOutWhatIsNamedAndNothingElse) {
@@ -123,6 +109,18 @@ TEST(Enable, SwitchesOnAndDisableOff) {
   story.expectEdit({"enable"}, {}, "Enabled: (none) -> true\n", on);
   story.expectEdit({"enable"}, off, "Enabled: false -> true\n", on);
   story.expectEdit({"enable"}, {{"Enabled", 1}}, "Enabled: 1 -> true\n", on);
+}
+
+TEST(Apply, TellsTheDaemon) {
+  EditStory story;
+  EXPECT_EQ(story.edit("apply"),
+            (EditResult{"err: vorlatchctl: the daemon does not run, so nothing is applied; it "
+                        "applies what the preferences say when it is started\nexit 3\n",
+                        std::nullopt, 1}));
+  story.launchDaemon();
+  EXPECT_EQ(story.edit("apply"), (EditResult{"", std::nullopt, 1}));
+  EXPECT_EQ(story.edit("apply --json"),
+            (EditResult{pretty(R"({"applied": true})"), std::nullopt, 1}));
 }
 
 TEST(Edit, LeavesAloneWhatIsAlreadySo) {

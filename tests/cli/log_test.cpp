@@ -121,47 +121,38 @@ std::string applied(Lines lines, const std::string& name, const std::string& pid
       stamp);
 }
 
-TEST(LogOfTarget, FromPassToRestore) {
+// alpha is patrolled, edited and removed; beta has a watch timer and exits.
+TEST(LogOfTarget, FromStartToRestoreOrExit) {
   ControlStory story;
   story.device.launch({.name = "alpha"});
   story.device.launch({.name = "beta"});
-  story.writeTargets({{"alpha", kLeftAlone}, {"beta", kLeftAlone}});
+  const Dictionary beta{{"JetsamPriority", -1}, {"CheckInterval", 600}};
+  story.writeTargets({{"alpha", kLeftAlone}, {"beta", beta}});
   story.startAndSettle();
-  EXPECT_EQ(story.answer("log --target beta --category 守护"),
-            stamped({"[守护] beta PID:101 完成"}));
-  story.Story::run(1800s);
+  story.Story::run(600s);
+  story.device.exit(101);
+  story.Story::run(1200s);
+  const Dictionary edited{{"JetsamPriority", -1}, {"Remark", "x"}};
+  for (const Dictionary& targets : {Dictionary{{"alpha", edited}, {"beta", beta}}, Dictionary{}}) {
+    story.writeTargets(targets);
+    story.postAndRun();
+  }
+  const std::string ticked = "[03-04 05:16:07] ";
   const std::string patrolled = "[03-04 05:36:07] ";
-  EXPECT_EQ(story.answer("log --target beta"),
-            applied({kTargetRule, "[进程] 目标: beta 已启动 PID: 101 "}, "beta", "101") +
-                applied({}, "beta", "101", patrolled));
-  EXPECT_EQ(story.answer("log --target bet"), "");
-  story.writeTargets({{"alpha", Dictionary{{"JetsamPriority", -1}, {"Remark", "x"}}}});
-  story.postAndRun();
-  story.writeTargets({});
-  story.postAndRun();
   EXPECT_EQ(
       story.answer("log --target alpha"),
       applied({kTargetRule, "[进程] 目标: alpha 已启动 PID: 100 "}, "alpha", "100") +
           applied({kChapterRule, "[守护] 开始执行 1800s "}, "alpha", "100", patrolled) +
           applied({kTargetRule, "[配置] 目标: alpha PID: 100"}, "alpha", "100", patrolled) +
           stamped({kTargetRule, "[恢复] 目标: alpha PID: 100", "[守护] alpha PID:100"}, patrolled));
-}
-
-TEST(LogOfTarget, FromWatchTimerToExit) {
-  ControlStory story;
-  story.device.launch({.name = "alpha"});
-  story.device.launch({.name = "alphabet"});
-  story.writeTargets({{"alpha", Dictionary{{"JetsamPriority", -1}, {"CheckInterval", 60}}},
-                      {"alphabet", kLeftAlone}});
-  story.startAndSettle();
-  story.Story::run(60s);
-  story.device.exit(100);
-  story.Story::run(60s);
-  EXPECT_EQ(story.answer("log --target alpha"),
-            applied({kTargetRule, "[进程] 目标: alpha 已启动 PID: 100 "}, "alpha", "100") +
-                applied({kTargetRule, "[守护] 目标: alpha | 检测: 60s | PID: 100"}, "alpha", "100",
-                        "[03-04 05:07:07] ") +
-                stamped({kTargetRule, "[进程] 目标: alpha 已退出"}, "[03-04 05:08:07] "));
+  EXPECT_EQ(story.answer("log --target beta"),
+            applied({kTargetRule, "[进程] 目标: beta 已启动 PID: 101 "}, "beta", "101") +
+                applied({kTargetRule, "[守护] 目标: beta | 检测: 600s | PID: 101"}, "beta", "101",
+                        ticked) +
+                stamped({kTargetRule, "[进程] 目标: beta 已退出"}, "[03-04 05:26:07] "));
+  EXPECT_EQ(story.answer("log --target beta --category 守护 -n 1"),
+            stamped({"[守护] beta PID:101 完成"}, ticked));
+  EXPECT_EQ(story.answer("log --target bet"), "");
 }
 
 TEST(LogOfTarget, NotOfALongerName) {

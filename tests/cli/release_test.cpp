@@ -86,14 +86,8 @@ TEST(Release, KeepsPreferencesByteForByte) {
 
 TEST(Release, AsJson) {
   TwoHeld story;
-  EXPECT_EQ(story.answer("release --keep-preferences --json"), R"({
-  "released": [
-    "alpha",
-    "beta"
-  ],
-  "preferences_kept": true
-}
-)");
+  EXPECT_EQ(story.answer("release --keep-preferences --json"),
+            pretty(R"({"released": ["alpha", "beta"], "preferences_kept": true})"));
 }
 
 TEST(Release, SaysThatNothingWasHeld) {

@@ -1,23 +1,18 @@
 # shellcheck shell=bash
-# How the tests of the packaging compare; sourced by them.
+# How the tests of the packaging compare, and the copy of the checkout that they work in; sourced by them.
 
 set -euo pipefail
-export LC_ALL=C.UTF-8
+export LC_ALL=C.UTF-8 GIT_CONFIG_GLOBAL=/dev/null GIT_CONFIG_NOSYSTEM=1
+unset SOURCE_DATE_EPOCH GIT_DIR GIT_WORK_TREE GIT_INDEX_FILE
+
+checkout=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
+here=$(mktemp -d)
+trap 'rm -rf "$here"' EXIT
 
 # What every check that fails is told with.
 scenario=''
 passed=0
 failed=0
-
-needPrograms() {
-  local program
-  for program in "$@"; do
-    type -P "$program" >/dev/null || {
-      printf '%s is not installed\n' "$program" >&2
-      exit 1
-    }
-  done
-}
 
 # check WHAT EXPECTED FOUND
 check() {
@@ -30,7 +25,37 @@ check() {
   fi
 }
 
-# The last line of a test; fails when a check did.
+# cannot WHAT WHY COMMAND...: the command ends with 1, its last line says why, and $dist holds the package
+# of before and nothing else.
+cannot() {
+  local what=$1 why=$2 said status=0
+  shift 2
+  mkdir -p "$dist"
+  echo old >"$dist/old.deb"
+  said=$("$@" </dev/null 2>&1) || status=$?
+  check "$what" "1: $why
+old.deb: old" "$status: $(tail -n 1 <<<"$said" | sed "s,$here/,,g; s/^[^:]*: //")
+$(ls -A "$dist"): $(<"$dist/old.deb")"
+}
+
+# copyOfCheckout FOLDER: the packaging and what it needs of the scripts, as a commit of a known time.
+copyOfCheckout() {
+  mkdir -p "$1/scripts"
+  cp -R "$checkout/packaging" "$checkout/VERSION" "$checkout/.gitignore" "$1"
+  cp -R "$checkout/scripts/package" "$checkout/scripts/lib" "$1/scripts"
+  git -C "$1" init -q
+  git -C "$1" add .
+  GIT_AUTHOR_DATE="@1700000000 +0100" GIT_COMMITTER_DATE="@1700000000 +0100" \
+    git -C "$1" -c user.name=test -c user.email=test@localhost commit -q -m packaging
+}
+
+# makeIn CHECKOUT STAGING VERSION OUTPUT: makes a package, as a script of that checkout would.
+makeIn() {
+  # shellcheck disable=SC2016 # for the other shell
+  bash -c 'source "$0/scripts/lib/common.sh"; source "$0/scripts/lib/deb.sh"; make_deb "$@"' "$@"
+}
+
+# The last line of a test, which fails when a check did.
 summary() {
   printf '%d passed, %d failed\n' "$passed" "$failed"
   ((failed == 0))

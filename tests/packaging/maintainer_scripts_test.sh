@@ -1,25 +1,21 @@
 #!/usr/bin/env bash
-# Usage: maintainer_scripts_test.sh [CHECKOUT]
+# Usage: maintainer_scripts_test.sh
 #
 # Has dpkg install, upgrade, remove and purge packages with the maintainer scripts in a throw-away root,
 # where launchctl and vorlatchctl are programs that record how they are called and can be told to
 # refuse, to hang, or to kill the script that calls them. Compares the whole record, what the
-# scripts say, the package's state and the files left. The last line says how many checks passed;
-# ends with 1 when one failed.
+# scripts say, the package's state and the files left, under each of two shells. The last lines say how
+# many checks passed; ends with 1 when one failed.
 # shellcheck source=tests/packaging/checks.sh
 source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
-checkout=$(cd "${1:-$(dirname "${BASH_SOURCE[0]}")/../..}" && pwd -P)
-
-needPrograms bash dash dpkg dpkg-deb
-
-here=$(mktemp -d)
-trap 'rm -rf "$here"' EXIT
 
 export SOURCE_DATE_EPOCH=1700000000
 package=com.zel.vorlatch
+
 # The stand-in for every program. Each line of $FAKE/rules is a status or a deed, a blank, and the
 # pattern of a call.
-cat >"$here/fake" <<'FAKE'
+fake=$here/fake
+cat >"$fake" <<'FAKE'
 #!/bin/bash
 PATH=/usr/bin:/bin
 call="${0##*/} $*"
@@ -66,37 +62,27 @@ case $call in
   *) echo "unexpected: $call" >>"$FAKE/record" ;;
 esac
 FAKE
-chmod +x "$here/fake"
+chmod +x "$fake"
 
 # makePackage SHELL VERSION [BREAKING SCRIPT]: with scripts that note their arguments first and are run by
 # SHELL, as the device's is not here. One that breaks does so at its end.
-makePackage() (
-  local interpreter=$1 version=$2 breaking=${3-} copy=$here/copy staging=$here/staging/var/jb script
+makePackage() {
+  local interpreter=$1 version=$2 breaking=${3-} copy=$here/copy staging=$here/staging/var/jb script note
   rm -rf "$copy" "$here/staging"
-  mkdir -p "$copy/scripts/lib" "$staging/usr/bin" "$staging/usr/libexec" "$staging/Library/LaunchDaemons"
-  cp "$checkout/scripts/lib/common.sh" "$checkout/scripts/lib/deb.sh" "$copy/scripts/lib"
-  cp -R "$checkout/packaging" "$copy"
-  cp "$here/fake" "$staging/usr/bin/vorlatchctl"
+  mkdir -p "$staging/usr/bin" "$staging/usr/libexec" "$staging/Library/LaunchDaemons"
+  copyOfCheckout "$copy"
+  cp "$fake" "$staging/usr/bin/vorlatchctl"
   printf '%s\n' "$version" >"$staging/usr/libexec/vorlatchd"
   cp "$checkout/packaging/$package.plist" "$staging/Library/LaunchDaemons"
   [[ $breaking != preinst ]] || printf '#!/var/jb/bin/sh\nexit 0\n' >"$copy/packaging/debian/preinst"
   for script in "$copy"/packaging/debian/p*; do
-    {
-      cat <<HEAD
-#!$interpreter
-printf '%s\n' "$version ${script##*/}:\$(printf ' <%s>' "\$@")" >>"\$FAKE/record"
-HEAD
-      tail -n +2 "$script"
-    } >"$here/script"
-    chmod +x "$here/script" && mv "$here/script" "$script"
+    # shellcheck disable=SC2016 # for the script
+    note="echo \"$version ${script##*/}:"'$(printf " <%s>" "$@")" >>"$FAKE/record"'
+    sed -i "1c #!$interpreter\n$note" "$script"
     [[ ${script##*/} != "$breaking" ]] || sed -i 's/^exit 0$/exit 1/' "$script"
   done
-  # shellcheck source=/dev/null
-  source "$copy/scripts/lib/common.sh"
-  # shellcheck source=/dev/null
-  source "$copy/scripts/lib/deb.sh"
-  make_deb "$here/staging" "$version" "$here/$version${breaking:+-$breaking}.deb"
-)
+  makeIn "$copy" "$here/staging" "$version" "$here/$version${breaking:+-$breaking}.deb"
+}
 
 # A device where nothing of the package is; FAKE is outside its root.
 begin() {
@@ -108,7 +94,7 @@ begin() {
   export FAKE=$here/state VORLATCH_JBROOT=$here/device/var/jb
   preferences=$VORLATCH_JBROOT/var/mobile/Library/Preferences
   local program
-  for program in launchctl chown sleep rm; do cp "$here/fake" "$VORLATCH_JBROOT/usr/bin/$program"; done
+  for program in launchctl chown sleep rm; do cp "$fake" "$VORLATCH_JBROOT/usr/bin/$program"; done
 }
 
 rules() { printf '%s\n' "$@" >"$FAKE/rules"; }
@@ -132,25 +118,17 @@ run() {
     "$@" >"$here/output" 2>&1 </dev/null || status=$?
 }
 
-# expect STATUS OF DPKG, STATE OF THE PACKAGE, WHETHER IT IS LOADED, RECORD...; and nothing stands outside the
-# jailbreak root.
+# expect STATUS OF DPKG, STATE OF THE PACKAGE, WHETHER IT IS LOADED, LINE...: the lines are the record, and
+# behind "! " what the scripts said. Nothing may stand outside the jailbreak root.
 expect() {
-  local wanted_status=$1 state=$2 loaded=$3
-  check "dpkg's status" "$wanted_status" "$((status != 0))"
-  check 'state of the package' "$state" \
-    "$(dpkg-query --admindir="$here/admin" -W -f '${db:Status-Status} ${Version}' "$package" 2>/dev/null ||
-      echo none)"
-  check 'loaded' "$loaded" "$([[ -e $FAKE/loaded ]] && echo yes || echo no)"
-  shift 3
-  check 'record' "$(printf '%s\n' "$@" | grep .)" "$(<"$FAKE/record")"
-  check 'outside' 'device/var device/var/jb' \
-    "$(cd "$here" && find device -mindepth 1 -maxdepth 2 | sort | paste -sd ' ')"
-}
-
-# says LINE...: what the scripts said, and no more.
-says() {
-  check 'said' "$(printf '%s\n' "$@")" \
-    "$(sed -n "s,$VORLATCH_JBROOT,ROOT,; s/^$package: //p" "$here/output")"
+  local state is_loaded
+  state=$(dpkg-query --admindir="$here/admin" -W -f '${db:Status-Status} ${Version}' "$package" \
+    2>/dev/null || echo none)
+  is_loaded=$([[ -e $FAKE/loaded ]] && echo yes || echo no)
+  check 'state and record' "$(lines "$1, $2, loaded: $3" device/var device/var/jb "${@:4}" | grep .)" \
+    "$((status != 0)), $state, loaded: $is_loaded
+$(cd "$here" && find device -mindepth 1 -maxdepth 2 | sort)
+$(cat "$FAKE/record" && sed -n "s,$VORLATCH_JBROOT,ROOT,; s/^$package: /! /p" "$here/output")"
 }
 
 files() { (cd "$VORLATCH_JBROOT" && find "$@" ! -type d | sort); }
@@ -175,12 +153,19 @@ removed=$(lines '1.0 prerm: <remove>' "$release" "$stopped" '1.0 postrm: <remove
 # shellcheck source=tests/packaging/maintainer_stories.sh
 source "$(dirname "${BASH_SOURCE[0]}")/maintainer_stories.sh"
 
+runs=()
 for shell in /bin/dash '/bin/bash --posix'; do
-  for version in 1.0 2.0 '1.0 preinst' '2.0 preinst' '1.0 prerm' '1.0 postrm'; do
-    # shellcheck disable=SC2086 # words
-    makePackage "$shell" $version
-  done
-  tellStories
+  here=$(mktemp -d -p "$here")
+  {
+    for version in 1.0 2.0 '1.0 preinst' '2.0 preinst' '1.0 prerm' '1.0 postrm'; do
+      # shellcheck disable=SC2086 # words
+      makePackage "$shell" $version
+    done
+    tellStories
+    summary
+  } &
+  runs+=($!)
+  here=${here%/*}
 done
-
-summary
+for run in "${runs[@]}"; do wait "$run" || failed=1; done
+((failed == 0))

@@ -35,10 +35,12 @@ onceMore() {
 theirs='./Library/LaunchDaemons/com.zel.vorlatch.plist'
 programs=$(lines ./usr/bin/vorlatchctl ./usr/libexec/vorlatchd)
 settings=$(printf './var/mobile/Library/Preferences/%s\n' Vorlatch.log \
-  Vorlatch.log.aside.0123456789abcdef0123456789abcdef com.other.plist "$package.plist" "$package.plist.backup" \
-  "$package.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000")
+  Vorlatch.log.aside.0123456789abcdef0123456789abcdef com.other.plist "$package.plist" \
+  "$package.plist.backup" "$package.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000")
 foreign=$(printf './var/mobile/Library/Preferences/%s\n' com.other.plist "$package.plist.backup")
-purged='  rm -f ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist.released ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.plist.tmp.aB3xYz ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.status.plist ROOT/var/mobile/Library/Preferences/com.zel.vorlatch.status.plist.tmp.000000 ROOT/var/mobile/Library/Preferences/Vorlatch.log ROOT/var/mobile/Library/Preferences/Vorlatch.log.aside.0123456789abcdef0123456789abcdef'
+purged="  rm -f$(printf ' ROOT/var/mobile/Library/Preferences/%s' "$package.plist" "$package.plist.released" \
+  "$package.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000" Vorlatch.log \
+  Vorlatch.log.aside.0123456789abcdef0123456789abcdef)"
 
 expectKept() {
   expectFiles <<<"$theirs"$'\n'"$programs"$'\n'"$settings"
@@ -52,21 +54,18 @@ wholeLife() {
   expect 0 'installed 1.0' yes '1.0 postinst: <configure> <>' '  chown -h 501:501 ROOT/var/mobile' \
     '  chown -h 501:501 ROOT/var/mobile/Library' '  chown -h 501:501 ROOT/var/mobile/Library/Preferences' \
     "$not_there" "$bootstrap"
-  says
   expectFiles <<<"$theirs"$'\n'"$programs"
   writeFiles
 
   scenario+=', upgrade'
   run -i "$here/2.0.deb"
   expect 0 'installed 2.0' yes "$upgraded" "$restarted"
-  says
   expectKept 2.0
 
   scenario+=', remove'
   run -r "$package"
   expect 0 'config-files 2.0' no '2.0 prerm: <remove>' "$release" "$stopped" '2.0 postrm: <remove>' \
     "$look" "$look_again"
-  says
   expectFiles <<<"$settings"
 
   scenario+=', install again'
@@ -79,34 +78,31 @@ wholeLife() {
   run -P "$package"
   expect 0 none no '1.0 prerm: <remove>' "$release" "$stopped" '1.0 postrm: <remove>' "$look" \
     "$look_again" '1.0 postrm: <purge>' "$purged"
-  says
   expectFiles <<<"$foreign"
 }
 
 installFailures() {
   install 'install, bootstrap refused' '5 launchctl bootstrap *'
   expect 0 'installed 1.0' yes '1.0 postinst: <configure> <>' "$not_there" "$bootstrap" "$load" "$look"
-  says
 
   begin 'install, nothing starts it, nor can the directory be given to mobile'
   rules '5 launchctl bootstrap *' '1 launchctl load *' '1 chown *'
   run -i "$here/1.0.deb"
   expect 0 'installed 1.0' no '1.0 postinst: <configure> <>' '  chown -h 501:501 ROOT/var/mobile' \
-    "$not_there" "$bootstrap" "$load"
-  says 'ROOT/var/mobile could not be made for the user mobile' \
-    'the daemon could not be started; it will be when the jailbreak next starts its daemons'
+    "$not_there" "$bootstrap" "$load" '! ROOT/var/mobile could not be made for the user mobile' \
+    '! the daemon could not be started; it will be when the jailbreak next starts its daemons'
 
   install 'install, load says that it loaded, and did not' '5 launchctl bootstrap *' '0 launchctl load *'
   expect 0 'installed 1.0' no '1.0 postinst: <configure> <>' "$not_there" "$bootstrap" "$load" "$look" \
-    "$look_again"
-  says 'the daemon could not be started; it will be when the jailbreak next starts its daemons'
+    "$look_again" \
+    '! the daemon could not be started; it will be when the jailbreak next starts its daemons'
 
   begin 'install without launchctl'
   mkdir -p "$preferences"
   rm "$VORLATCH_JBROOT/usr/bin/launchctl"
   run -i "$here/1.0.deb"
-  expect 0 'installed 1.0' no '1.0 postinst: <configure> <>'
-  says 'the daemon could not be started; it will be when the jailbreak next starts its daemons'
+  expect 0 'installed 1.0' no '1.0 postinst: <configure> <>' \
+    '! the daemon could not be started; it will be when the jailbreak next starts its daemons'
 
   install 'install, killed half-way' 'kill launchctl bootstrap *'
   expect 1 'half-configured 1.0' no '1.0 postinst: <configure> <>' "$not_there" "$bootstrap"
@@ -121,12 +117,13 @@ installFailures() {
 
 upgradeFailures() {
   upgrade 'upgrade, bootout refused' '36 launchctl bootout *'
-  expect 0 'installed 2.0' yes "$upgraded" "$stop" "$unload" "$look" "$look" "$look" "$look_again" "$bootstrap"
+  expect 0 'installed 2.0' yes "$upgraded" "$stop" "$unload" "$look" "$look" "$look" "$look_again" \
+    "$bootstrap"
   expectKept 2.0
 
   upgrade 'upgrade, the daemon cannot be stopped' '36 launchctl bootout *' '1 launchctl unload *'
-  expect 0 'installed 2.0' yes "$upgraded" "$will_not_go"
-  says 'the daemon that runs could not be stopped; it goes on until the device is restarted'
+  expect 0 'installed 2.0' yes "$upgraded" "$will_not_go" \
+    '! the daemon that runs could not be stopped; it goes on until the device is restarted'
   expectKept 2.0
 
   upgrade 'upgrade, killed half-way' 'kill launchctl bootstrap *'
@@ -157,35 +154,32 @@ upgradeFailures() {
 
 removeFailures() {
   remove 'remove, the release fails' '3 vorlatchctl *'
-  expect 0 'config-files 1.0' no "$removed"
-  says 'not every target was handed back; they stay as they are until they end'
+  expect 0 'config-files 1.0' no "$removed" \
+    '! not every target was handed back; they stay as they are until they end'
   expectFiles <<<"$settings"
 
-  local deed
+  local deed interrupted
   for deed in hang hang-on; do
     remove "remove, the release does not end ($deed)" "$deed vorlatchctl *"
-    expect 0 'config-files 1.0' no \
-      "${removed/"$release"/"$release$([[ $deed != hang ]] || printf '\n  interrupted')"}"
-    says 'not every target was handed back; they stay as they are until they end'
+    interrupted=$([[ $deed != hang ]] || printf '\n  interrupted')
+    expect 0 'config-files 1.0' no "${removed/"$release"/"$release$interrupted"}" \
+      '! not every target was handed back; they stay as they are until they end'
     check 'vorlatchctl is ended' no "$(kill -0 "$(<"$FAKE/hung")" 2>/dev/null && echo yes || echo no)"
   done
 
   remove 'remove, bootout refused' '36 launchctl bootout *'
   expect 0 'config-files 1.0' no '1.0 prerm: <remove>' "$release" "$stop" "$unload" "$look" "$look" \
     "$look" "$look_again" '1.0 postrm: <remove>' "$look" "$look_again"
-  says
 
   remove 'remove, the daemon cannot be stopped before' '36 launchctl bootout *' '1 launchctl unload *'
   expect 0 'config-files 1.0' no '1.0 prerm: <remove>' "$release" "$will_not_go" '1.0 postrm: <remove>' \
-    "$look" "$stop" '  launchctl remove com.zel.vorlatch'
-  says 'the daemon could not be stopped yet'
+    "$look" "$stop" '  launchctl remove com.zel.vorlatch' '! the daemon could not be stopped yet'
 
-  remove 'remove, the daemon cannot be stopped at all' '36 launchctl bootout *' \
-    '1 launchctl unload *' '1 launchctl remove *'
+  remove 'remove, the daemon cannot be stopped at all' '36 launchctl bootout *' '1 launchctl unload *' \
+    '1 launchctl remove *'
   expect 0 'config-files 1.0' yes '1.0 prerm: <remove>' "$release" "$will_not_go" '1.0 postrm: <remove>' \
-    "$look" "$stop" '  launchctl remove com.zel.vorlatch'
-  says 'the daemon could not be stopped yet' \
-    'the daemon could not be stopped; it ends with the next restart of the device'
+    "$look" "$stop" '  launchctl remove com.zel.vorlatch' '! the daemon could not be stopped yet' \
+    '! the daemon could not be stopped; it ends with the next restart of the device'
 
   remove 'remove, killed half-way' 'kill launchctl bootout *'
   # The script that then starts it again is killed by the same call.
@@ -215,8 +209,8 @@ purgeFailures() {
   rm "$preferences/$package.status.plist"
   mkdir "$preferences/$package.status.plist"
   run -P "$package"
-  expect 0 none no '1.0 postrm: <purge>' "$purged"
-  says 'not every file could be removed from ROOT/var/mobile/Library/Preferences'
+  expect 0 none no '1.0 postrm: <purge>' "$purged" \
+    '! not every file could be removed from ROOT/var/mobile/Library/Preferences'
   expectFiles <<<"$foreign"
 }
 
@@ -225,7 +219,8 @@ otherWords() {
   begin 'other words'
   local script word
   for script in postinst prerm postrm; do
-    for word in '' triggered 'deconfigure in-favour other 1.0' 'disappear other 1.0' 'failed-upgrade 1.0 2.0'; do
+    for word in '' triggered 'deconfigure in-favour other 1.0' 'disappear other 1.0' \
+      'failed-upgrade 1.0 2.0'; do
       status=0
       # shellcheck disable=SC2086 # words
       ${shell} "$checkout/packaging/debian/$script" $word </dev/null >"$here/output" 2>&1 || status=$?

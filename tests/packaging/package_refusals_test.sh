@@ -1,91 +1,66 @@
 #!/usr/bin/env bash
-# Usage: package_refusals_test.sh [CHECKOUT]
+# Usage: package_refusals_test.sh
 #
-# Runs scripts/package, in a copy of this checkout, where it cannot work: each time its last line says
-# why, it ends with 1, and dist/ holds what it held before. The last line says how many of the checks
-# passed; ends with 1 when one failed.
+# Runs scripts/package, in a copy of this checkout, where it cannot work. The last line says how many of the
+# checks passed; ends with 1 when one failed.
 # shellcheck source=tests/packaging/checks.sh
 source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
-checkout=$(cd "${1:-$(dirname "${BASH_SOURCE[0]}")/../..}" && pwd -P)
 
-here=$(mktemp -d)
-trap 'rm -rf "$here"' EXIT
-
-export GIT_CONFIG_GLOBAL=/dev/null GIT_CONFIG_NOSYSTEM=1 GIT_CEILING_DIRECTORIES=$here
-unset GIT_DIR GIT_WORK_TREE GIT_INDEX_FILE
+export GIT_CEILING_DIRECTORIES=$here
 copy=$here/copy
-mkdir -p "$copy/scripts"
-cp -R "$checkout/packaging" "$checkout/VERSION" "$checkout/.gitignore" "$copy"
-cp -R "$checkout/scripts/package" "$checkout/scripts/lib" "$copy/scripts"
-git -C "$copy" init -q
-git -C "$copy" add .
-git -C "$copy" -c user.name=test -c user.email=test@localhost commit -q -m packaging
-mkdir "$copy/dist"
-echo old >"$copy/dist/old.deb"
-
-# cannot WHAT WHY COMMAND...
-cannot() {
-  local what=$1 why=$2 said status=0
-  shift 2
-  said=$("$@" </dev/null 2>&1) || status=$?
-  check "$what: the exit status" 1 "$status"
-  check "$what: the last line" "$why" "$(tail -n 1 <<<"$said" | sed "s,$here/,,g")"
-  check "$what: what dist/ holds" old.deb "$(ls -A "$copy/dist")"
-}
-
+dist=$copy/dist
+copyOfCheckout "$copy"
 package() { "$copy/scripts/package" "$@"; }
 
-cannot 'an unknown argument' 'package: unknown argument: --fast (see --help)' package --fast
+cannot 'an unknown argument' 'unknown argument: --fast (see --help)' package --fast
 
 # A tree that is not as it was committed.
 touch "$copy/new file"
-dirty='package: there are changes that are not committed; commit or remove them first'
+dirty='there are changes that are not committed; commit or remove them first'
 cannot 'a file that is not committed' "$dirty" package
 rm "$copy/new file"
 echo >>"$copy/VERSION"
 cannot 'a changed file' "$dirty" package
 git -C "$copy" checkout -q VERSION
 mv "$copy/.git" "$here/git"
-cannot 'no checkout' 'package: this is no git checkout' package
+cannot 'no checkout' 'this is no git checkout' package
 mv "$here/git" "$copy/.git"
 
 # Paths that hold no SDK.
 mkdir -p "$here/half.sdk/usr/include"
 for path in "$here/missing.sdk" "$here/half.sdk" "$copy/VERSION"; do
-  cannot "an SDK at ${path##*/}" "package: this is no iPhoneOS SDK: ${path#"$here/"}" package --sdk "$path"
+  cannot "an SDK at ${path##*/}" "this is no iPhoneOS SDK: ${path#"$here/"}" package --sdk "$path"
 done
-cannot 'an SDK without a path' 'package: this is no iPhoneOS SDK: (no path)' package --sdk
+cannot 'an SDK without a path' 'this is no iPhoneOS SDK: (no path)' package --sdk
 
 # A tool that is missing: without a package manager to ask, and with one that has nothing.
 mkdir "$here/bin" "$here/apt"
 for tool in bash git sed cat dirname mkdir; do ln -s "$(type -P "$tool")" "$here/bin/$tool"; done
-cannot 'no tool at all' 'package: dpkg-deb is missing' env PATH="$here/bin" "$copy/scripts/package"
+cannot 'no tool at all' 'dpkg-deb is missing' env PATH="$here/bin" "$copy/scripts/package"
 printf '#!/bin/sh\nexit 1\n' >"$here/apt/dpkg-query"
 printf '#!/bin/sh\necho "E: Unable to locate package" >&2\nexit 100\n' >"$here/apt/apt-get"
 chmod +x "$here/apt/"*
 wanted='git dpkg coreutils findutils cmake ninja-build clang-19 lld-19 llvm-19'
 wanted+=' libc++-19-dev libcli11-dev nlohmann-json3-dev lowdown'
-why="package: these packages could not be installed: $wanted"
-((EUID == 0)) || why="package: packages are missing; as root: apt-get update && apt-get install $wanted"
+why="these packages could not be installed: $wanted"
+((EUID == 0)) || why="packages are missing; as root: apt-get update && apt-get install $wanted"
 cannot 'packages that cannot be had' "$why" env PATH="$here/apt:$PATH" "$copy/scripts/package"
 
 # PyPI cannot be reached: nothing listens on that port.
 export PIP_INDEX_URL=http://127.0.0.1:9/simple PIP_RETRIES=0 PIP_NO_CACHE_DIR=1 PIP_CONFIG_FILE=/dev/null
 unset PIP_FIND_LINKS PIP_EXTRA_INDEX_URL
 unreachable="cannot be downloaded from PyPI: check the network, or pip's settings for a mirror"
-cannot 'no PyPI' "package: Python packages $unreachable" package
+cannot 'no PyPI' "Python packages $unreachable" package
 mkdir -p "$copy/build/python"
 cp "$copy/scripts/lib/requirements.txt" "$copy/build/python"
-cannot 'no PyPI any more' "package: Darwin's headers $unreachable" package
+cannot 'no PyPI any more' "Darwin's headers $unreachable" package
 
 # A disk with too little room, where only its user sees it.
 rm -rf "$copy/build"
 mkdir "$copy/build"
-packageOnSmallDisk() { mount -t tmpfs -o size=64m none "$1/build" && "$1/scripts/package"; }
-onSmallDisk() {
+# shellcheck disable=SC2016 # for the other shell
+cannot 'a full disk' 'the disk is full: 64 MB are free in build/, and 250 are needed' \
   unshare --mount --map-root-user \
-    bash -c "$(declare -f packageOnSmallDisk); packageOnSmallDisk \"\$1\"" - "$copy"
-}
-cannot 'a full disk' 'package: the disk is full: 64 MB are free in build/, and 250 are needed' onSmallDisk
+  bash -c 'mount -t tmpfs -o size=64m none "$0/build" && "$0/scripts/package"' "$copy"
 
 summary
