@@ -9,8 +9,8 @@
 namespace vorlatch::tests {
 namespace {
 
-const Dictionary kTargets{{"alpha", kAlphaSettings}, {"beta", Dictionary{{"NiceValue", 4}}}};
-const Dictionary kSwitchedOff{{"Enabled", false}, {"AppConfigs", kTargets}};
+const Dictionary kHeldTargets{{"alpha", kAlphaSettings}, {"beta", Dictionary{{"NiceValue", 4}}}};
+const Dictionary kSwitchedOff{{"Enabled", false}, {"AppConfigs", kHeldTargets}};
 
 constexpr const char* kKeep = "release --keep-preferences";
 constexpr const char* kBoth = "handed back: alpha, beta\n";
@@ -39,7 +39,7 @@ struct TwoHeld : HeldStory {
     before = readAll(preferencesFile());
   }
   void holdBoth() {
-    writeTargets(kTargets);
+    writeTargets(kHeldTargets);
     postAndRun();
     EXPECT_EQ(status().size(), 2U);
   }

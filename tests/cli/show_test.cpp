@@ -14,7 +14,7 @@ namespace {
 using plist::Data;
 using plist::Date;
 
-const Dictionary kTargets = dictionary(R"({
+const Dictionary kShownTargets = dictionary(R"({
   "SpringBoard": {"JetsamPriority": 210, "NiceValue": -19, "Remark": "视图"},
   "com.tencent.xin": {"CheckInterval": 30, "MemLimitActive": 1024, "MemLimitInactive": 0,
                       "Remark": "微信.xin", "StripManaged": true},
@@ -22,7 +22,7 @@ const Dictionary kTargets = dictionary(R"({
 
 TEST(List, AlignsColumnsOrCutsThem) {
   ControlStory story;
-  story.writeTargets(kTargets);
+  story.writeTargets(kShownTargets);
   constexpr const char* kWide = R"(switched on
 TARGET           CheckInterval  JetsamPriority  MemLimitActive  MemLimitInactive  NiceValue  StripManaged  Remark
 SpringBoard                  -             210               -                 -        -19  -             视图
@@ -69,7 +69,7 @@ TEST(List, RefusesUnreadablePreferences) {
 
 TEST(List, AsJson) {
   ControlStory story;
-  story.writeTargets(kTargets);
+  story.writeTargets(kShownTargets);
   EXPECT_EQ(story.answer("list --json"), pretty(R"({"enabled": true, "targets": {
       "SpringBoard": {"JetsamPriority": 210, "NiceValue": -19, "Remark": "视图"},
       "com.tencent.xin": {"CheckInterval": 30, "MemLimitActive": 1024, "MemLimitInactive": 0,
