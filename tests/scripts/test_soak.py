@@ -13,6 +13,7 @@ from script_copy import ScriptCopy  # noqa: E402
 
 # A file in its folder makes it run until it is told to end.
 STORIES = """#!/bin/sh
+shift
 echo "$@"
 if [ -e "$(dirname "$0")/endless" ]; then exec tail -f /dev/null; fi
 """
@@ -29,10 +30,10 @@ class Soak(ScriptCopy):
     def test_every_core_has_its_share(self):
         self.assertEqual(
             self.said_by("--stories", "5", "--seed", "7"),
-            (0, ["--stories 2 --from 10", "--stories 3 --from 7"], ""),
+            (0, ["--stories 2 --seed 10", "--stories 3 --seed 7"], ""),
         )
         self.assertEqual(
-            self.said_by("--stories", "1", "--seed", "0"), (0, ["--stories 1 --from 0"], "")
+            self.said_by("--stories", "1", "--seed", "0"), (0, ["--stories 1 --seed 0"], "")
         )
 
     def test_what_is_no_number_is_refused(self):
@@ -53,7 +54,7 @@ class Soak(ScriptCopy):
         with self.start("--stories", "2", "--seed", "1") as soak:
             try:
                 lines = sorted(soak.stdout.readline() for _ in range(2))
-                self.assertEqual(lines, ["--stories 1 --from 1\n", "--stories 1 --from 2\n"])
+                self.assertEqual(lines, ["--stories 1 --seed 1\n", "--stories 1 --seed 2\n"])
                 os.killpg(soak.pid, signal.SIGINT)
                 # Whoever still ran would keep the other end open.
                 self.assertEqual(soak.communicate(timeout=60), ("", ""))
