@@ -46,10 +46,12 @@ class Oracle {
     return identifiers_;
   }
 
+  using Targets = std::map<std::string, plist::Dictionary>;
+  // The targets in these preferences; std::nullopt if they switch the daemon off.
+  static std::optional<Targets> targetsIn(const std::optional<plist::Dictionary>& preferences);
   static plist::Dictionary preset();
 
  private:
-  using Targets = std::map<std::string, plist::Dictionary>;
   using PIDs = std::map<std::string, std::int32_t>;
   // A target of a restore.
   struct Target {
@@ -74,8 +76,7 @@ class Oracle {
 
   // Files.
   void clearLog();
-  // The targets in the current preferences; std::nullopt if they switch the daemon off.
-  std::optional<Targets> configuredTargets();
+  std::optional<Targets> configuredTargets() { return targetsIn(observer_.readsPreferences()); }
 
   // Processes.
   std::int32_t pidOf(const std::string& key);

@@ -8,6 +8,7 @@
 #include "tests/faults/fault_injector.h"
 #include "tests/oracle/reading.h"
 #include "tests/random/stage.h"
+#include "tests/support/text.h"
 
 namespace vorlatch::tests::random {
 namespace {
@@ -34,12 +35,11 @@ std::optional<std::int32_t> bandOf(std::int32_t wanted) {
   return wanted;
 }
 
-void expect(bool holds, const std::string& key, const std::string& what) {
-  if (!holds) throw Mismatch("after the calm phase " + key + " does not stand: " + what);
-}
-
-std::string difference(const char* what, std::int64_t wanted, std::int64_t found) {
-  return what + (" wanted " + std::to_string(wanted)) + ", found " + std::to_string(found);
+template <typename Wanted, typename Found>
+void compare(const std::string& key, const char* what, const Wanted& wanted, const Found& found) {
+  if (wanted == found) return;
+  throw Mismatch(
+      text("after the calm phase ", key, ": ", what, " wanted ", wanted, ", found ", found));
 }
 
 }  // namespace
@@ -87,26 +87,20 @@ std::int32_t Stage::foundBy(const std::string& key, bool by_tick) {
 }
 
 void Stage::checkStanding(bool after_a_pass) {
-  if (!files_.preferences) return;
-  const auto enabled = files_.preferences->find("Enabled");
-  if (enabled == files_.preferences->end() || !isTrue(enabled->second)) return;
-  const auto entry = files_.preferences->find("AppConfigs");
-  const auto* configs =
-      entry != files_.preferences->end() ? entry->second.as<Dictionary>() : nullptr;
-  if (configs == nullptr) return;
+  const auto targets = Oracle::targetsIn(files_.preferences);
+  if (!targets) return;
   struct Standing {
     std::string key;
     Dictionary settings;
   };
   std::multimap<std::int32_t, Standing> by_pid;
-  for (const auto& [key, value] : *configs) {
-    const auto* settings = value.as<Dictionary>();
-    if (settings == nullptr || key.empty()) continue;  // every nameless process has the empty key
-    const std::int32_t interval_s = intIn(*settings, "CheckInterval");
+  for (const auto& [key, settings] : *targets) {
+    if (key.empty()) continue;  // every nameless process has it
+    const std::int32_t interval_s = intIn(settings, "CheckInterval");
     // Without its timer, which a pass over unreadable preferences cancels, only a pass helps.
     if (interval_s > 0 && !after_a_pass && !oracle_->isWatched(key)) continue;
     const std::int32_t pid = foundBy(key, interval_s > 0);
-    if (pid != 0 && isWaitedFor(interval_s)) by_pid.insert({pid, {key, *settings}});
+    if (pid != 0 && isWaitedFor(interval_s)) by_pid.insert({pid, {key, settings}});
   }
   for (const auto& [pid, standing] : by_pid) {
     // If two keys match one process, the last one applied wins, so that neither can be checked.
@@ -116,23 +110,18 @@ void Stage::checkStanding(bool after_a_pass) {
 
 void Stage::checkTarget(const std::string& key, const Dictionary& settings, std::int32_t pid) {
   const std::int32_t nice_value = std::clamp(intIn(settings, "NiceValue"), -20, 20);
-  const simulated::Process& process = *device.find(pid);
-  expect(process.nice_value == nice_value, key,
-         difference("nice value", nice_value, process.nice_value));
+  compare(key, "nice value", nice_value, device.find(pid)->nice_value);
   const model::JetsamRecord jetsam = device.jetsam(pid);
-  const auto expect_limit = [&](const char* setting, const model::MemoryLimit& found) {
+  const auto compare_limit = [&](const char* setting, const model::MemoryLimit& found) {
     const std::int32_t limit_mb = intIn(settings, setting);
-    const std::int32_t kept_mb = limit_mb > 0 ? limit_mb : -1;
-    expect(found.limit_mb == kept_mb, key, difference(setting, kept_mb, found.limit_mb));
+    compare(key, setting, limit_mb > 0 ? limit_mb : -1, found.limit_mb);
   };
-  expect_limit("MemLimitActive", jetsam.active);
-  expect_limit("MemLimitInactive", jetsam.inactive);
-  const Dictionary* entry = nullptr;
-  if (const auto found = oracle_->status().find(key); found != oracle_->status().end()) {
-    entry = found->second.as<Dictionary>();
-  }
-  expect(entry != nullptr && intIn(*entry, "pid") == pid && intIn(*entry, "n") == nice_value, key,
-         "its status entry");
+  compare_limit("MemLimitActive", jetsam.active);
+  compare_limit("MemLimitInactive", jetsam.inactive);
+  const auto entry = oracle_->status().find(key);
+  compare(key, "has a status entry", true, entry != oracle_->status().end());
+  compare(key, "pid in its status entry", pid, intIn(*entry->second.as<Dictionary>(), "pid"));
+  compare(key, "nice value in it", nice_value, intIn(*entry->second.as<Dictionary>(), "n"));
   // Only these kernels accept these bands and read the state from the buffer.
   if (device.kernel.generation != model::KernelGeneration::Xnu8792To10063 ||
       device.kernel.state_argument != model::StateArgument::Buffer) {
@@ -140,13 +129,13 @@ void Stage::checkTarget(const std::string& key, const Dictionary& settings, std:
   }
   const auto wanted = bandOf(intIn(settings, "JetsamPriority"));
   if (wanted && pid != kLaunchdPid) {
-    expect(jetsam.effective_band == *wanted, key,
-           difference("band", *wanted, jetsam.effective_band));
+    compare(key, "band", *wanted, jetsam.effective_band);
   }
   if (const auto strip = settings.find("StripManaged"); strip != settings.end()) {
     const bool strips = isTrue(strip->second);
-    expect(jetsam.managed == !strips && jetsam.freezable == !strips && jetsam.elevated == strips,
-           key, "its managed state");
+    compare(key, "managed", !strips, jetsam.managed);
+    compare(key, "freezable", !strips, jetsam.freezable);
+    compare(key, "elevated", strips, jetsam.elevated);
   }
 }
 
