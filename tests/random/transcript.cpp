@@ -143,14 +143,20 @@ bool Transcript::readsList(const std::string& path, bool is_list) {
   return take("parsePropertyList", "").answer.result != 0 && is_whole && is_list;
 }
 
-// A list was written if every call on its temporary file and the rename succeeded. Calls on the
-// file itself, which set its mode, do not count.
+// A list is written if every call on its temporary file and the rename succeeded. Calls on the file
+// itself, which set its mode, do not count. After a failure the old file must stay.
 bool Transcript::writesList(const std::string& path) {
   const bool has_form = take("writeXmlPropertyList", "").answer.result != 0;
   const Calls writing = onFile(path);
-  return has_form && std::all_of(writing.begin(), writing.end(), [&path](const Call& call) {
-           return held(call) || (call.text == path && call.function != "rename");
-         });
+  const bool is_written =
+      has_form && std::all_of(writing.begin(), writing.end(), [&path](const Call& call) {
+        return held(call) || (call.text == path && call.function != "rename");
+      });
+  const bool is_replaced = std::any_of(writing.begin(), writing.end(), [](const Call& call) {
+    return call.function == "rename" && held(call);
+  });
+  if (is_replaced != is_written) fail(path + (is_written ? " replaced" : " as it was"));
+  return is_written;
 }
 
 bool Transcript::findsNoPreferences() {
