@@ -135,9 +135,13 @@ bool Transcript::readsList(const std::string& path, bool is_list) {
   const Calls reading = onFile(path);
   if (reading.empty()) fail("the reading of " + path);
   std::int64_t bytes = 0;
+  bool is_at_end = true;  // the last read found the end of the file
   for (const Call& call : reading) {
-    if (call.function == "read") bytes += std::max(call.answer.result, 0);
+    if (call.function != "read") continue;
+    bytes += std::max(call.answer.result, 0);
+    is_at_end = call.answer.result == 0;
   }
+  if (allHeld(reading) && !is_at_end) fail("the rest of " + path);
   const bool is_whole = allHeld(reading) && bytes == sizeOf(path);
   if (!(is_whole && is_list) && !nextIs("parsePropertyList")) return false;
   return take("parsePropertyList", "").answer.result != 0 && is_whole && is_list;
