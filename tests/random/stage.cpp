@@ -90,6 +90,9 @@ void Stage::start() {
   oracle_->started();
   transcript_->end();
   compareFiles();
+  if (FaultInjector::get().story().empty() && modeOf(files_.log) != kModeOfEveryFile) {
+    throw Mismatch("the log's mode is not 0666");
+  }
   if (transcript_->written_preset) draft = *transcript_->written_preset;
   is_edit_waiting_ = false;
   compared_until_ns_ = device.scheduler.nowNs();
