@@ -21,8 +21,9 @@ from universalmutator import mutator
 FOLDERS = ["daemon", "reconcile", "kernel", "proc", "config", "rootprefix"]
 TESTS = [
     *("kernel_test", "reconcile_test", "daemon_test", "proc_test", "config_test", "libroot_test"),
-    *("property_list_guard_test", "security_test", "scenario_test", "cli_test"),
+    *("security_test", "scenario_test", "cli_test", "random_stories"),
 ]
+OPTIONS = {"random_stories": ["--stories", "100"]}
 RULES = ["universal.rules", "c_like.rules", "cpp.rules"]
 # A mutated program may write or allocate without limit.
 LIMITS = ["prlimit", f"--as={4 << 30}", f"--fsize={1 << 30}", "--core=0"]
@@ -103,6 +104,7 @@ class Tests:
         """Returns the exit status; 137 if the timeout killed the test."""
         program = self.build / "tests" / test
         command = ["timeout", "--signal=KILL", str(patience_s), *LIMITS, program, f"--gtest_filter={case}"]
+        command += OPTIONS.get(test, [])
         return subprocess.run(
             command, cwd=program.parent, stdin=subprocess.DEVNULL, capture_output=True, check=False
         ).returncode

@@ -1,60 +1,38 @@
 #include "tests/faults/fault_injector.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <utility>
+#include <execinfo.h>
+#include <fcntl.h>
+#include <unistd.h>
 
-#include "tests/simulated/device.h"
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <functional>
+#include <span>
 
 namespace vorlatch::faults {
 namespace {
 
+using simulated::Device;
+
 // Sets errno after success, because a successful call may change it.
 constexpr int kLeftover = EILSEQ;
 
-std::string bytesOf(const void* buffer, std::size_t length) {
-  if (buffer == nullptr) return {};
-  return {static_cast<const char*>(buffer), length};
+// Identifies a call by the functions that led to it, as far as they belong to the daemon.
+std::uint64_t pathOfThisCall() {
+  std::array<void*, 12> frames{};
+  const int count = backtrace(frames.data(), static_cast<int>(frames.size()));
+  std::uint64_t hash = 0;
+  for (void* const frame : std::span(frames).first(static_cast<std::size_t>(count))) {
+    hash = hash * 1'000'003 + reinterpret_cast<std::uintptr_t>(frame);
+  }
+  return hash;
 }
 
-struct Answer {
-  std::int64_t result;
-  int error;
-};
-
-Answer carryOut(const Call& call, const Outcome* outcome,
-                const std::function<std::int64_t(bool)>& real) {
-  const auto act = [&real](bool in_part) {
-    errno = 0;
-    const std::int64_t result = real(in_part);
-    return Answer{.result = result, .error = errno};
-  };
-  if (outcome == nullptr) return act(false);
-  switch (outcome->way) {
-    case Way::Refuses:
-      break;
-    case Way::Acts:
-      act(false);
-      break;
-    case Way::Part: {
-      const Answer answer = act(true);
-      if (outcome->error == 0) return answer;
-      break;
-    }
-    case Way::Half: {
-      const Answer answer = act(false);
-      return {.result = answer.result / 2, .error = answer.error};
-    }
-    case Way::Gone:
-      simulated::Device::get().exit(otherProcess(call));
-      return act(false);
-    case Way::Goes: {
-      const Answer answer = act(false);
-      simulated::Device::get().exit(otherProcess(call));
-      return answer;
-    }
-  }
-  return {.result = outcome->result, .error = outcome->error};
+std::string kindOf(const tests::FileCall& call) {
+  if (call.name == "open" && (call.arguments[0] & O_CREAT) != 0) return "open to create";
+  if (call.name == "dup2") return "dup2 " + std::to_string(call.arguments[0]);
+  return call.name;
 }
 
 }  // namespace
@@ -64,55 +42,66 @@ FaultInjector& FaultInjector::get() {
   return injector;
 }
 
-void FaultInjector::watchCalls(bool is_watching) {
+FaultInjector::FaultInjector() {
+  Device::get().interference = [this](std::string_view function, int command, std::int32_t pid,
+                                      bool has_buffer) {
+    return interfere(faults::kindOf(function, command, has_buffer), pid == getpid() ? 0 : pid);
+  };
+}
+
+void FaultInjector::begin(const std::vector<Fault>& faults) {
+  faults_ = faults;
+  is_counting_ = true;
+}
+
+void FaultInjector::watch(bool is_watching) {
   is_watching_ = is_watching;
   tests::interceptFileCalls(is_watching ? this : nullptr);
 }
 
-void FaultInjector::watch(const std::function<void()>& piece) {
-  watchCalls(true);
-  piece();
-  watchCalls(false);
-}
-
-const Outcome* FaultInjector::planned(const Call& call) {
-  const auto fault = std::find_if(faults_.begin(), faults_.end(), [this](const Fault& candidate) {
-    return candidate.call == calls_.size();
-  });
-  if (fault == faults_.end()) return nullptr;
-  const std::vector<Outcome> outcomes = outcomesOf(call);
-  if (outcomes.empty()) return nullptr;
+const Outcome* FaultInjector::next(const std::string& kind, std::int32_t pid) {
+  if (!is_watching_ || !is_counting_) return nullptr;
+  const std::size_t call = calls_.size();
+  const std::vector<Outcome> outcomes = outcomesOf(kind, pid != 0, call);
+  calls_.push_back({.path = faults_.empty() ? pathOfThisCall() : 0, .outcomes = outcomes.size()});
+  const auto fault = std::find_if(faults_.begin(), faults_.end(),
+                                  [call](const Fault& each) { return each.call == call; });
+  if (fault == faults_.end() || outcomes.empty()) return nullptr;
   outcome_ = outcomes[fault->outcome % outcomes.size()];
-  story_ += (story_.empty() ? "" : ", then ") + describe(call) + ": " + outcome_.name;
+  story_ += (story_.empty() ? "" : ", then ") + kind + ": " + outcome_.name;
   return &outcome_;
 }
 
-std::int64_t FaultInjector::intercept(const tests::FileCall& call, const Real& real) {
-  std::int64_t done = 0;
-  const std::int64_t result =
-      pass({.name = call.name, .arguments = call.arguments, .path = call.path, .given = call.line},
-           nullptr, 0, [&](bool in_part) { return done = real(in_part); });
-  const auto written = static_cast<std::size_t>(std::max<std::int64_t>(done, 0));
-  if (!call.line.empty()) last().left = call.line.substr(0, written);
-  return result;
+std::optional<simulated::Script> FaultInjector::interfere(const std::string& kind,
+                                                          std::int32_t pid) {
+  const Outcome* outcome = next(kind, pid);
+  if (outcome == nullptr) return std::nullopt;
+  if (outcome->exits_before) Device::get().exit(pid);
+  simulated::Script script = scriptOf(kind, *outcome);
+  if (outcome->exits_after) script.meanwhile = [pid] { Device::get().exit(pid); };
+  return script;
 }
 
-std::int64_t FaultInjector::pass(Call call, void* buffer, std::size_t buffer_bytes,
-                                 const std::function<std::int64_t(bool)>& real) {
-  const int errno_before = errno;
-  // Stops intercepting, so that the real call's own file calls are not recorded.
-  watchCalls(false);
-  if (buffer != nullptr) call.given = bytesOf(buffer, buffer_bytes);
-  const Answer answer = carryOut(call, planned(call), real);
-  if (buffer != nullptr) call.left = bytesOf(buffer, buffer_bytes);
-  call.result = answer.result;
-  call.error = answer.error;
-  // Callers set errno to 0 before getpriority() to tell the nice value -1 from an error.
-  const bool keeps_errno = call.name == "getpriority";
-  calls_.push_back(std::move(call));
-  watchCalls(true);
-  errno = answer.error != 0 ? answer.error : keeps_errno ? errno_before : kLeftover;
-  return answer.result;
+std::int64_t FaultInjector::intercept(const tests::FileCall& call, const Real& real) {
+  const std::string kind = kindOf(call);
+  const Outcome* outcome = next(kind, 0);
+  std::int64_t done = 0;
+  errno = 0;
+  if (outcome == nullptr || outcome->acts || outcome->in_part) {
+    done = real(outcome != nullptr && outcome->in_part);
+  }
+  std::int64_t result = done;
+  int error = errno;
+  if (outcome != nullptr && outcome->result) {
+    result = *outcome->result;
+    error = outcome->error;
+  }
+  std::string written =
+      call.line.substr(0, static_cast<std::size_t>(std::max<std::int64_t>(done, 0)));
+  Device::get().trace(kind, call.line.empty() ? call.path : call.line,
+                      {.result = static_cast<int>(result), .error = error}, std::move(written));
+  errno = error != 0 ? error : kLeftover;
+  return result;
 }
 
 }  // namespace vorlatch::faults

@@ -1,183 +1,162 @@
 #include "tests/faults/outcomes.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <cerrno>
+#include <cstring>
 #include <map>
+#include <sstream>
 #include <string_view>
 
 namespace vorlatch::faults {
 namespace {
 
 using Outcomes = std::vector<Outcome>;
+using Errors = std::vector<int>;
 
-constexpr std::array<std::string_view, 3> kAboutAProcess = {"memorystatus_control", "getpriority",
-                                                            "setpriority"};
+constexpr std::uint64_t kSlowNs = 3'000'000'000;
 
-Outcome refusal(const char* name, int error) {
-  return {.name = name, .way = Way::Refuses, .result = -1, .error = error};
+// The kinds of call with the errors of a plain refusal, what a refused call returns, and its other
+// outcomes.
+struct Row {
+  std::string kind;
+  Errors errors;
+  int refused = -1;
+  Outcomes others = {};
+};
+
+Outcome told(int result, int error = 0) {
+  return {.name = std::to_string(result) + " errno " + std::to_string(error) + " after acting",
+          .result = result,
+          .error = error,
+          .acts = true};
 }
-Outcome nothing(const char* name, int error = 0) {
-  return {.name = name, .way = Way::Refuses, .result = 0, .error = error};
+Outcome nothing(int result, int error = 0) {
+  return {.name = std::to_string(result) + " errno " + std::to_string(error),
+          .result = result,
+          .error = error};
 }
-Outcome part(const char* name) {
-  return {.name = name, .way = Way::Part};
+// The call succeeds, and leaves these words in its buffer.
+Outcome wrote(int result, const std::vector<std::int32_t>& words) {
+  std::string bytes(4 * words.size(), '\0');
+  std::memcpy(bytes.data(), words.data(), bytes.size());
+  return {.name = "other words", .result = result, .acts = true, .buffer = bytes};
 }
-Outcome told(const char* name, std::int64_t result, int error = 0) {
-  return {.name = name, .way = Way::Acts, .result = result, .error = error};
+Outcome part(std::optional<int> result = std::nullopt, int error = 0) {
+  return {.name = "half", .result = result, .error = error, .in_part = true};
 }
 
-// The outcomes by kind of call: its name and, where it has several meanings, the meaning.
-const std::map<std::string, Outcomes>& table() {
-  static const Outcome no_permission = refusal("EPERM", EPERM);
-  static const Outcome no_access = refusal("EACCES", EACCES);
-  static const Outcome no_process = refusal("ESRCH", ESRCH);
-  static const Outcome invalid = refusal("EINVAL", EINVAL);
-  static const Outcome no_memory = refusal("ENOMEM", ENOMEM);
-  static const Outcome io = refusal("EIO", EIO);
-  static const Outcome full = refusal("ENOSPC", ENOSPC);
-  static const Outcome again = refusal("EAGAIN", EAGAIN);
-  static const Outcome interrupted = refusal("EINTR", EINTR);
-  static const Outcome no_descriptor = refusal("EMFILE", EMFILE);
-  static const Outcome no_file = refusal("ENOENT", ENOENT);
-  static const Outcome no_directory = refusal("ENOTDIR", ENOTDIR);
-  static const Outcome is_directory = refusal("EISDIR", EISDIR);
-  static const Outcome is_link = refusal("ELOOP", ELOOP);
-  static const Outcome is_there = refusal("EEXIST", EEXIST);
-  static const Outcome read_only = refusal("EROFS", EROFS);
-  static const Outcome ignored = nothing("ignored");
-  static const Outcomes of_process{no_permission, no_process, invalid};
-  static const Outcomes of_setting{no_permission, no_process, invalid, ignored};
-  static const Outcomes of_opening{no_access,   no_descriptor, io,     no_memory,
-                                   interrupted, no_file,       is_link};
-  static const Outcomes of_making{no_access, no_descriptor, io, full, read_only, is_there};
-  static const Outcomes of_looking{no_access, io, no_memory, no_file, no_directory, is_link};
-  static const Outcomes of_mode{no_permission, io, read_only, interrupted};
-  static const std::map<std::string, Outcomes> outcomes{
-      // The kernel, including a size that is too small, a list cut short, and a call without
-      // effect.
-      {"memorystatus_control 1 size", {no_permission, invalid, nothing("0"), told("24", 24)}},
+const Outcome kInterrupted = nothing(-1, EINTR);
+const Errors kOfProcess{EPERM, ESRCH, EINVAL};
+// Refused, or ignored, or done although an error is returned.
+const Outcomes kOfSetting{nothing(0), told(-1, EPERM), nothing(1)};
+const Errors kOfOpening{EACCES, EMFILE, EIO, ENOMEM, EINTR, ELOOP, ENOENT};
+
+const std::vector<Row>& table() {
+  static const std::vector<Row> rows{
+      // The kernel. Lists may be empty, end within an entry, or hold other processes.
+      {"memorystatus_control 1 size", {EPERM, EINVAL}, -1, {nothing(0), told(24)}},
       {"memorystatus_control 1 list",
-       {no_permission,
-        invalid,
-        no_memory,
-        told("0", 0),
-        told("23", 23),
-        told("24", 24),
-        {.name = "half", .way = Way::Half}}},
-      {"memorystatus_control 2", of_setting},
-      {"memorystatus_control 7", of_setting},
-      {"memorystatus_control 8", of_process},
-      {"memorystatus_control 14", of_setting},
-      {"memorystatus_control 15", of_setting},
-      {"memorystatus_control 16", of_setting},
-      {"memorystatus_control 17", of_process},
-      {"memorystatus_control 18", of_setting},
-      {"getpriority 0", {no_process, no_permission}},
-      {"setpriority 0", {no_process, no_permission, no_access, ignored}},
-      {"setpriority 6", {no_process, no_permission, refusal("ENOTSUP", ENOTSUP), ignored}},
-      // The process table.
-      {"proc_listpids size", {nothing("EPERM", EPERM), nothing("ENOMEM", ENOMEM), told("1", 1)}},
-      {"proc_listpids list",
-       {nothing("ENOMEM", ENOMEM),
-        invalid,
-        told("3", 3),
-        told("4", 4),
-        {.name = "half", .way = Way::Half}}},
-      {"proc_name", {nothing("ESRCH", ESRCH), nothing("empty"), told("0", 0)}},
-      {"proc_pidpath", {nothing("ESRCH", ESRCH), nothing("ENOENT", ENOENT)}},
-      // The other platform functions.
-      {"observeNotification", {nothing("refused")}},
-      {"parsePropertyList", {nothing("nothing")}},
-      {"writeXmlPropertyList", {nothing("nothing")}},
-      {"localTimeStamp", {nothing("empty")}},
-      // Allocations without which the daemon can continue.
-      {"allocate", {nothing("null", ENOMEM)}},
-      // Files.
-      {"stat", of_looking},
-      {"lstat", of_looking},
-      {"fstatat", of_looking},
-      {"fstat", {io, no_memory}},
-      {"open", of_opening},
-      {"open to create", of_making},
-      {"mkostemp", of_making},
-      {"read", {io, interrupted, again, part("short"), nothing("0")}},
-      {"write", {io, full, interrupted, again, part("short"), nothing("0")}},
-      {"fchmod", of_mode},
-      {"rename", {no_access, io, full, no_file, is_directory}},
-      {"unlink", {no_access, io, no_file}},
-      {"ftruncate", {io, interrupted, no_permission}},
-      {"dup2", {io, interrupted, no_descriptor}},
-      {"close", {told("EIO", -1, EIO), told("EINTR", -1, EINTR)}},
+       {EPERM, EINVAL, ENOMEM},
+       -1,
+       {told(0), told(23), told(24), wrote(48, {100, 77, 0, 0, 0, 0, 101, -999, 0, 0, 0, 0})}},
+      {"memorystatus_control 2", kOfProcess, -1, kOfSetting},
+      {"memorystatus_control 7", kOfProcess, -1, kOfSetting},
+      {"memorystatus_control 8", kOfProcess, -1, {wrote(0, {300, 1, 50, 0})}},
+      {"memorystatus_control 14", kOfProcess, -1, kOfSetting},
+      {"memorystatus_control 15", kOfProcess, -1, kOfSetting},
+      {"memorystatus_control 16", kOfProcess, -1, kOfSetting},
+      {"memorystatus_control 17", kOfProcess, -1, {nothing(1), nothing(0)}},
+      {"memorystatus_control 18", kOfProcess, -1, kOfSetting},
+      {"getpriority 0", {ESRCH, EPERM}, -1, {nothing(-1)}},
+      {"setpriority 0", {ESRCH, EPERM, EACCES}, -1, kOfSetting},
+      {"setpriority 6", {ESRCH, EPERM, ENOTSUP}, -1, {nothing(0)}},
+      // The process table. A name may come without its length.
+      {"proc_listpids size", {EPERM, ENOMEM}, 0, {told(12), nothing(-1, EINVAL)}},
+      {"proc_listpids list", {ENOMEM}, 0, {nothing(-1, EINVAL), told(3), told(4), told(40)}},
+      {"proc_name", {ESRCH, 0}, 0, {told(0)}},
+      {"proc_pidpath", {ESRCH, ENOENT}, 0},
+      // Functions that return nothing when they fail.
+      {"observeNotification", {0}},
+      {"parsePropertyList", {0}},
+      {"writeXmlPropertyList", {0}},
+      {"allocate", {ENOMEM}},
+      // Files. Only some errors of a look say that there is no file.
+      {"stat", {EACCES, EIO, ENOMEM, ELOOP}, -1, {nothing(-1, ENOENT), nothing(-1, ENOTDIR)}},
+      {"lstat", {EACCES, EIO, ENOMEM, ENOENT, ENOTDIR, ELOOP}},
+      {"fstatat", {EACCES, EIO, ENOMEM, ENOENT, ENOTDIR, ELOOP}},
+      {"fstat", {EIO, ENOMEM}},
+      {"open", kOfOpening},
+      {"open to create", {EACCES, EMFILE, EIO, ENOSPC, EROFS, EEXIST}},
+      {"mkostemp", {EACCES, EMFILE, EIO, ENOSPC, EROFS, EEXIST}},
+      {"read", {EIO, EAGAIN}, -1, {kInterrupted, part(), nothing(0)}},
+      {"write", {EIO, ENOSPC, EAGAIN}, -1, {kInterrupted, part(), nothing(0)}},
+      {"fchmod", {EPERM, EIO, EROFS, EINTR}},
+      {"rename", {EACCES, EIO, ENOSPC, ENOENT, EISDIR}},
+      {"unlink", {EACCES, EIO, ENOENT}},
+      {"ftruncate", {EIO, EINTR, EPERM}},
+      {"dup2 1", {EIO, EINTR, EMFILE}},
+      {"dup2 2", {EIO, EINTR, EMFILE}},
+      {"close", {}, -1, {told(-1, EIO), told(-1, EINTR)}},
       // The log. A full disk may take half of a line.
-      {"line",
-       {io,
-        interrupted,
-        {.name = "half of it, ENOSPC", .way = Way::Part, .result = -1, .error = ENOSPC}}},
-      {"flush", {told("EIO", -1, EIO)}},
+      {"line", {EIO, EINTR}, -1, {part(-1, ENOSPC)}},
+      {"flush", {}, -1, {told(-1, EIO)}},
   };
-  return outcomes;
-}
-
-std::string kindOf(const Call& call) {
-  if (call.name == "memorystatus_control") {
-    std::string command = call.name + ' ' + std::to_string(call.arguments[0]);
-    if (call.arguments[0] != 1) return command;
-    return command + (call.arguments[3] == 0 ? " size" : " list");
-  }
-  if (call.name == "proc_listpids") return call.name + (call.arguments[2] == 0 ? " size" : " list");
-  if (call.name == "getpriority" || call.name == "setpriority") {
-    return call.name + ' ' + std::to_string(call.arguments[0]);
-  }
-  if (call.name == "open") return (call.arguments[0] & O_CREAT) != 0 ? "open to create" : "open";
-  return call.name;
+  return rows;
 }
 
 }  // namespace
 
-std::int32_t otherProcess(const Call& call) {
-  const bool is_named = call.name == "proc_name" || call.name == "proc_pidpath";
-  const bool is_about =
-      std::find(kAboutAProcess.begin(), kAboutAProcess.end(), call.name) != kAboutAProcess.end();
-  if (!is_named && !is_about) return 0;
-  const auto pid = static_cast<std::int32_t>(call.arguments[is_named ? 0 : 1]);
-  return pid == getpid() ? 0 : pid;
-}
-
-std::string describe(const Call& call) {
-  std::string text = call.name + '(';
-  for (const std::int64_t argument : call.arguments) {
-    if (text.back() != '(') text += ", ";
-    text += argument == getpid() ? "self" : std::to_string(argument);
+std::string kindOf(std::string_view function, int command, bool has_buffer) {
+  std::string kind(function);
+  if (kind == "memorystatus_control" || kind.ends_with("priority")) {
+    kind += ' ' + std::to_string(command);
   }
-  text += ')';
-  if (!call.path.empty()) text += " on " + call.path.substr(call.path.rfind('/') + 1);
-  if (call.name == "line") text += ' ' + call.given.substr(0, call.given.find('\n'));
-  return text;
+  if (kind != "memorystatus_control 1" && kind != "proc_listpids") return kind;
+  return kind + (has_buffer ? " list" : " size");
 }
 
-bool areAlike(const Call& call, const Outcome& one, const Outcome& other) {
-  if (one.way != other.way || one.result != other.result) return false;
-  const auto goes_on = [](const Outcome& outcome) { return outcome.error == EINTR; };
-  const auto is_missing = [](const Outcome& outcome) {
-    return outcome.error == ENOENT || outcome.error == ENOTDIR;
-  };
-  if (call.name == "read" || call.name == "write") return goes_on(one) == goes_on(other);
-  if (call.name == "stat") return is_missing(one) == is_missing(other);
-  return true;
+const std::vector<std::string>& kernelKinds() {
+  static const std::vector<std::string> kinds = [] {
+    std::vector<std::string> all;
+    for (const Row& row : table()) {
+      if (row.kind == "observeNotification") break;
+      all.push_back(row.kind);
+    }
+    return all;
+  }();
+  return kinds;
 }
 
-std::vector<Outcome> outcomesOf(const Call& call) {
-  const auto row = table().find(kindOf(call));
-  Outcomes outcomes = row == table().end() ? Outcomes{} : row->second;
-  if (otherProcess(call) != 0) {
-    outcomes.push_back({.name = "gone", .way = Way::Gone});
-    outcomes.push_back({.name = "goes", .way = Way::Goes});
+std::vector<Outcome> outcomesOf(const std::string& kind, bool about_process, std::size_t number) {
+  const auto row = std::find_if(table().begin(), table().end(),
+                                [&kind](const Row& each) { return each.kind == kind; });
+  if (row == table().end()) return {};
+  Outcomes outcomes = row->others;
+  if (!row->errors.empty()) {
+    outcomes.push_back(nothing(row->refused, row->errors[number % row->errors.size()]));
+  }
+  if (about_process) {
+    outcomes.push_back({.name = "the process is gone", .exits_before = true});
+    outcomes.push_back({.name = "the process exits", .exits_after = true});
+  }
+  if (row - table().begin() < static_cast<std::ptrdiff_t>(kernelKinds().size()) &&
+      number % 8 == 0) {
+    outcomes.push_back({.name = "slow", .takes_ns = kSlowNs});
   }
   return outcomes;
+}
+
+simulated::Script scriptOf(const std::string& kind, const Outcome& outcome) {
+  simulated::Script script{.function = "",
+                           .result = outcome.result,
+                           .error = outcome.error,
+                           .acts = outcome.acts,
+                           .buffer = outcome.buffer,
+                           .takes_ns = outcome.takes_ns};
+  std::istringstream words(kind);
+  words >> script.function;
+  if (int command = 0; words >> command) script.command = command;
+  return script;
 }
 
 }  // namespace vorlatch::faults

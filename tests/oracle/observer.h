@@ -1,7 +1,6 @@
 // The oracle's view of the daemon: its steps in order, and their results.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
@@ -60,10 +59,8 @@ class Observer {
   virtual std::optional<plist::Dictionary> readsInfoPlist(const std::string& bundle_directory) = 0;
   virtual void writesStatus(const plist::Dictionary& status) = 0;
 
-  // Look ahead without consuming a step: whether this call comes next, and how many lines ahead the
-  // line is logged, or npos.
+  // Whether this call comes next. Consumes nothing.
   virtual bool isNext(const std::string& scheduling_call) = 0;
-  virtual std::size_t distanceTo(const std::string& line) = 0;
 
   // The value of errno, as far as the calls set it.
   int error_number = 0;

@@ -42,19 +42,6 @@ std::string cancelCall(int timer) {
   return "cancelTimer(timer " + std::to_string(timer) + ")";
 }
 
-std::string watchTimerCall(std::int32_t interval_s) {
-  const auto interval_ns = static_cast<std::uint64_t>(interval_s) * kSecond;
-  return timerCall(interval_ns, interval_ns, kSecond);
-}
-
-std::string startedLine(const std::string& key, std::int32_t pid) {
-  return "[进程] 目标: " + key + " 已启动 PID: " + std::to_string(pid) + " ";
-}
-
-std::string endedLine(const std::string& key) {
-  return "[进程] 目标: " + key + " 已退出";
-}
-
 }  // namespace
 
 // Scheduling: which work runs when, and on which queue.
@@ -147,81 +134,78 @@ void Oracle::pass() {
   restoreRemoved(*configured);
   if (configured->empty()) return;
   const PIDs running = runningProcesses();
-  std::vector<Target> different;
-  for (const auto& [key, settings] : *configured) {
-    const std::int32_t pid = pidIn(running, key);
-    const bool changed = !applied_.contains(key) || settings != applied_.at(key);
-    const bool same_pid = pid == pidIn(last_pids_, key);
-    if (!changed && same_pid) continue;
-    Target target{.key = key, .settings = settings, .pid = pid};
-    if (!same_pid) {
-      target.line = pid != 0 ? startedLine(key, pid) : endedLine(key);
-    } else if (pid != 0) {
-      target.line = "[配置] 目标: " + key + " PID: " + std::to_string(pid);
-    } else if (watch_timers_.contains(key)) {
-      target.call = cancelCall(watch_timers_.at(key));
-    } else if (intervalOf(settings) > 0) {
-      target.call = watchTimerCall(intervalOf(settings));
-    }
-    different.push_back(target);
-  }
-  while (!different.empty()) reconcile(takeNext(different));
+  for (const auto& [key, settings] : *configured) reconcile(key, settings, pidIn(running, key));
 }
 
-void Oracle::reconcile(const Target& target) {
-  applied_[target.key] = target.settings;
-  last_pids_[target.key] = target.pid;
-  known_.insert(target.key);
-  if (!target.line.empty()) {
+void Oracle::reconcile(const std::string& key, const Dictionary& settings, std::int32_t pid) {
+  const bool changed = !applied_.contains(key) || settings != applied_.at(key);
+  const bool same_pid = pid == pidIn(last_pids_, key);
+  if (!changed && same_pid) return;
+  applied_[key] = settings;
+  last_pids_[key] = pid;
+  known_.insert(key);
+  if (!same_pid) {
+    switchTo(key, settings, pid);
+  } else if (pid != 0) {
     line(kBlock);
-    line(target.line);
-    if (target.pid != 0) {
-      apply(target.key, target.settings, target.pid);
-    } else {
-      record(target.key, 0, 0, 0);
-    }
+    line("[配置] 目标: " + key + " PID: " + std::to_string(pid));
+    apply(key, settings, pid);
   }
-  const auto timer = watch_timers_.find(target.key);
+  const auto timer = watch_timers_.find(key);
   if (timer != watch_timers_.end()) {
     cancelTimer(timer->second);
     watch_timers_.erase(timer);
   }
-  if (const std::int32_t interval_s = intervalOf(target.settings); interval_s > 0) {
+  if (const std::int32_t interval_s = intervalOf(settings); interval_s > 0) {
     const auto interval_ns = static_cast<std::uint64_t>(interval_s) * kSecond;
-    watch_timers_[target.key] = startTimer(interval_ns, interval_ns, kSecond,
-                                           [this, key = target.key, settings = target.settings,
-                                            interval_s] { tick(key, settings, interval_s); });
+    watch_timers_[key] =
+        startTimer(interval_ns, interval_ns, kSecond,
+                   [this, key, settings, interval_s] { tick(key, settings, interval_s); });
+  }
+}
+
+// The target's process started, exited, or is another one.
+void Oracle::switchTo(const std::string& key, const Dictionary& settings, std::int32_t pid) {
+  line(kBlock);
+  if (pid != 0) {
+    line("[进程] 目标: " + key + " 已启动 PID: " + std::to_string(pid) + " ");
+    apply(key, settings, pid);
+  } else {
+    line("[进程] 目标: " + key + " 已退出");
+    record(key, 0, 0, 0);
   }
 }
 
 void Oracle::restoreRemoved(const Targets& configured) {
   std::vector<Target> removed;
-  std::vector<int> timers;
   for (const std::string& key : known_) {
-    if (configured.contains(key)) continue;
-    removed.push_back({.key = key, .pid = pidIn(last_pids_, key)});
-    if (const auto timer = watch_timers_.find(key); timer != watch_timers_.end()) {
-      timers.push_back(timer->second);
-    }
+    if (!configured.contains(key)) removed.push_back({.key = key, .pid = pidIn(last_pids_, key)});
   }
   if (removed.empty()) return;
   for (const Target& target : removed) {
-    watch_timers_.erase(target.key);
+    if (const auto timer = watch_timers_.find(target.key); timer != watch_timers_.end()) {
+      cancelTimer(timer->second);
+      watch_timers_.erase(timer);
+    }
     applied_.erase(target.key);
     known_.erase(target.key);
     last_pids_.erase(target.key);
   }
-  cancelTimers(std::move(timers));
   line(kBlock);
   line("[配置] 已有进程从列表移除，已恢复默认");
   restoreLater(std::move(removed));
 }
 
 void Oracle::switchOff() {
-  std::vector<int> timers;
-  for (const auto& [key, timer] : watch_timers_) timers.push_back(timer);
-  cancelTimers(std::move(timers));
-  watch_timers_.clear();
+  // All at once, so in any order.
+  while (!watch_timers_.empty()) {
+    auto next = std::find_if(watch_timers_.begin(), watch_timers_.end(), [this](const auto& timer) {
+      return observer_.isNext(cancelCall(timer.second));
+    });
+    if (next == watch_timers_.end()) next = watch_timers_.begin();
+    cancelTimer(next->second);
+    watch_timers_.erase(next);
+  }
   applied_.clear();
   const PIDs last_pids = std::exchange(last_pids_, {});
   if (known_.empty()) return;
@@ -235,25 +219,9 @@ void Oracle::switchOff() {
   restoreLater(std::move(released));
 }
 
-void Oracle::cancelTimers(std::vector<int> timers) {
-  while (!timers.empty()) {
-    auto next = std::find_if(timers.begin(), timers.end(),
-                             [this](int id) { return observer_.isNext(cancelCall(id)); });
-    if (next == timers.end()) next = timers.begin();
-    cancelTimer(*next);
-    timers.erase(next);
-  }
-}
-
 void Oracle::restoreLater(std::vector<Target> targets) {
-  for (Target& target : targets) {
-    if (target.pid == 0) continue;
-    target.line = "[恢复] 目标: " + target.key + " PID: " + std::to_string(target.pid);
-  }
   queues_[kWorker].emplace_back([this, targets] {
-    std::vector<Target> left = targets;
-    while (!left.empty()) {
-      const Target target = takeNext(left);
+    for (const Target& target : targets) {
       record(target.key, 0, 0, 0);
       if (target.pid != 0) giveBack(target.key, target.pid);
     }
@@ -266,19 +234,14 @@ void Oracle::tick(const std::string& key, const Dictionary& settings, std::int32
   const std::int32_t pid = pidOf(key);
   const std::int32_t last_pid = pidIn(last_pids_, key);
   if (pid == last_pid && pid == 0) return;
-  line(kBlock);
   if (pid == last_pid) {
+    line(kBlock);
     line("[守护] 目标: " + key + " | 检测: " + std::to_string(interval_s) +
          "s | PID: " + std::to_string(pid));
     apply(key, settings, pid);
     return;
   }
-  line(pid != 0 ? startedLine(key, pid) : endedLine(key));
-  if (pid != 0) {
-    apply(key, settings, pid);
-  } else {
-    record(key, 0, 0, 0);
-  }
+  switchTo(key, settings, pid);
   last_pids_[key] = pid;
 }
 
@@ -292,47 +255,18 @@ void Oracle::patrol() {
 
 void Oracle::sweep(const Targets& targets) {
   const PIDs running = runningProcesses();
-  std::vector<Target> covered;
   for (const auto& [key, settings] : targets) {
     if (intervalOf(settings) > 0) continue;
     const std::int32_t pid = pidIn(running, key);
-    covered.push_back({.key = key, .settings = settings, .pid = pid});
     if (pid != 0) {
-      covered.back().line = "[守护] " + key + " PID:" + std::to_string(pid) + " 完成";
-    }
-  }
-  while (!covered.empty()) {
-    const Target target = takeNext(covered);
-    if (target.pid != 0) {
-      apply(target.key, target.settings, target.pid);
+      apply(key, settings, pid);
     } else {
-      record(target.key, 0, 0, 0);
+      record(key, 0, 0, 0);
     }
-    queues_[kDebounce].emplace_back([this, target] { last_pids_[target.key] = target.pid; });
+    queues_[kDebounce].emplace_back([this, key = key, pid] { last_pids_[key] = pid; });
   }
   line("[全局守护] 1800s 周期巡检完成。");
   line(kChapter);
-}
-
-Oracle::Target Oracle::takeNext(std::vector<Target>& targets) {
-  const auto is_called = [this](const Target& target) {
-    return !target.call.empty() && observer_.isNext(target.call);
-  };
-  auto next = std::find_if(targets.begin(), targets.end(), is_called);
-  if (next == targets.end()) {
-    std::size_t nearest = std::string::npos;
-    for (const Target& target : targets) {
-      if (!target.line.empty()) nearest = std::min(nearest, observer_.distanceTo(target.line));
-    }
-    next = std::find_if(targets.begin(), targets.end(), [&](const Target& target) {
-      if (target.line.empty()) return target.call.empty();
-      return observer_.distanceTo(target.line) == nearest;
-    });
-  }
-  if (next == targets.end()) next = targets.begin();
-  Target taken = std::move(*next);
-  targets.erase(next);
-  return taken;
 }
 
 }  // namespace vorlatch::tests

@@ -41,21 +41,22 @@ class Oracle {
   [[nodiscard]] const std::map<int, Timer>& timers() const { return timers_; }
   [[nodiscard]] bool isWatched(const std::string& key) const { return watch_timers_.contains(key); }
   [[nodiscard]] const plist::Dictionary& status() const { return status_; }
-  // The identifier under which the daemon knows the bundle in this directory.
-  std::optional<std::string> identifierOf(const std::string& bundle_directory);
+  // The identifiers under which the daemon knows bundles, by their directories.
+  [[nodiscard]] const std::map<std::string, std::string>& identifiers() const {
+    return identifiers_;
+  }
 
+  using Targets = std::map<std::string, plist::Dictionary>;
+  // The targets in these preferences; std::nullopt if they switch the daemon off.
+  static std::optional<Targets> targetsIn(const std::optional<plist::Dictionary>& preferences);
   static plist::Dictionary preset();
 
  private:
-  using Targets = std::map<std::string, plist::Dictionary>;
   using PIDs = std::map<std::string, std::int32_t>;
-  // A target of a pass, a sweep or a restore.
+  // A target of a restore.
   struct Target {
     std::string key;
-    plist::Dictionary settings = {};
     std::int32_t pid = 0;
-    std::string line = {};  // the log line that identifies its work; empty if it logs nothing
-    std::string call = {};  // otherwise the call that identifies it; empty if there is none
   };
 
   // Passes and their triggers.
@@ -63,25 +64,19 @@ class Oracle {
   void pass();
   void switchOff();
   void restoreRemoved(const Targets& configured);
-  void reconcile(const Target& target);
+  void reconcile(const std::string& key, const plist::Dictionary& settings, std::int32_t pid);
+  void switchTo(const std::string& key, const plist::Dictionary& settings, std::int32_t pid);
   void restoreLater(std::vector<Target> targets);
   void tick(const std::string& key, const plist::Dictionary& settings, std::int32_t interval_s);
   void patrol();
   void sweep(const Targets& targets);
-  // Removes and returns the target that the daemon handles next. The daemon may choose any order,
-  // which the observer sees. Targets that cause only a status write cannot be distinguished and are
-  // taken in order of their keys, and so are new watch timers with equal intervals.
-  Target takeNext(std::vector<Target>& targets);
-
   int startTimer(std::uint64_t start_ns, std::uint64_t interval_ns, std::uint64_t leeway_ns,
                  std::function<void()> tick);
   void cancelTimer(int id);
-  void cancelTimers(std::vector<int> timers);  // in any order
 
   // Files.
   void clearLog();
-  // The targets in the current preferences; std::nullopt if they switch the daemon off.
-  std::optional<Targets> configuredTargets();
+  std::optional<Targets> configuredTargets() { return targetsIn(observer_.readsPreferences()); }
 
   // Processes.
   std::int32_t pidOf(const std::string& key);
@@ -91,6 +86,7 @@ class Oracle {
   std::pair<std::string, bool> nameOf(std::int32_t pid);
   // The identifier of the process's bundle, which may be empty; std::nullopt without a bundle.
   std::optional<std::string> bundleOf(std::int32_t pid);
+  std::optional<std::string> identifierOf(const std::string& bundle_directory);
 
   // One process.
   void apply(const std::string& key, const plist::Dictionary& settings, std::int32_t pid);
@@ -123,7 +119,7 @@ class Oracle {
   std::map<std::string, plist::Dictionary> applied_;
   PIDs last_pids_;
   plist::Dictionary status_;
-  std::map<std::string, std::string> identifiers_;  // by bundle directory
+  std::map<std::string, std::string> identifiers_;
 };
 
 }  // namespace vorlatch::tests

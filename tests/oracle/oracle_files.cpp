@@ -24,8 +24,7 @@ void Oracle::clearLog() {
 }
 
 // Ignores entries that are not dictionaries.
-std::optional<Oracle::Targets> Oracle::configuredTargets() {
-  const auto preferences = observer_.readsPreferences();
+std::optional<Oracle::Targets> Oracle::targetsIn(const std::optional<Dictionary>& preferences) {
   if (!preferences) return std::nullopt;
   const auto enabled = preferences->find("Enabled");
   if (enabled == preferences->end() || !isTrue(enabled->second)) return std::nullopt;

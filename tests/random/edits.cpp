@@ -4,6 +4,7 @@
 #include "platform/property_list.h"
 #include "tests/base/describe.h"
 #include "tests/random/steps.h"
+#include "tests/support/draft.h"
 
 namespace vorlatch::tests::random {
 namespace {
@@ -87,13 +88,6 @@ Dictionary anySettings(Dice& dice, Pace pace) {
   return settings;
 }
 
-// The targets of the draft. Replaces a value that is not a dictionary by a dictionary.
-Dictionary& targetsIn(Dictionary& draft) {
-  Value& configs = draft.try_emplace("AppConfigs", Dictionary{}).first->second;
-  if (configs.as<Dictionary>() == nullptr) configs = Dictionary{};
-  return *configs.as<Dictionary>();
-}
-
 // An edit of the draft, after which the preferences file is valid.
 Step edit(Dice& dice, const std::string& text, const std::function<void(Dictionary&)>& change) {
   const bool as_binary = dice.percent(30);
@@ -108,9 +102,7 @@ Step setSetting(Dice& dice, Pace pace) {
   const std::string setting = dice.of(kSettings);
   const Value value = settingValue(dice, setting, pace);
   return edit(dice, "\"" + key + "\" " + setting + " = " + describe(value), [=](Dictionary& draft) {
-    Value& target = targetsIn(draft).try_emplace(key, Dictionary{}).first->second;
-    if (target.as<Dictionary>() == nullptr) target = Dictionary{};
-    target.as<Dictionary>()->insert_or_assign(setting, value);
+    childOf(targetsIn(draft), key).insert_or_assign(setting, value);
   });
 }
 

@@ -1,9 +1,8 @@
 // Steps that change the processes on the device, or its kernel.
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 
 #include "tests/base/describe.h"
+#include "tests/faults/outcomes.h"
 #include "tests/random/steps.h"
 
 namespace vorlatch::tests::random {
@@ -125,89 +124,6 @@ Step changeFromOutside(Dice& dice, const std::string& name) {
   }
 }
 
-std::string asBytes(const std::vector<std::int32_t>& words) {
-  std::string bytes(4 * words.size(), '\0');
-  std::memcpy(bytes.data(), words.data(), bytes.size());
-  return bytes;
-}
-
-struct Refusal {
-  std::string text;
-  simulated::Script script;
-};
-
-// Results that the caller has to check carefully.
-Refusal oddAnswer(Dice& dice) {
-  const std::vector<int> list_results = {0, -1, 12, 40};
-  const std::vector<int> priority_results = {0, -1, 10, 23};
-  const std::vector<std::int32_t> limits = {0, -1, 1, 50, 300, 999};
-  simulated::Script script;
-  switch (dice.below(5)) {
-    case 0:
-      script = {.function = "proc_listpids", .result = dice.of(list_results), .acts = true};
-      return {"the process list's size is " + std::to_string(*script.result), script};
-    case 1:
-      script = {.function = "memorystatus_control",
-                .command = 1,
-                .result = dice.of(priority_results),
-                .acts = true};
-      return {"the priority list's size is " + std::to_string(*script.result), script};
-    case 2:
-      script = {.function = "memorystatus_control",
-                .command = 1,
-                .first = 2,
-                .count = 1,
-                .result = 48,
-                .acts = true,
-                .buffer = asBytes({kFirstPid, 77, 0, 0, 0, 0, kFirstPid + 1, -999, 0, 0, 0, 0})};
-      return {"the next priority list has two entries of its own", script};
-    case 3:
-      script = {.function = "memorystatus_control",
-                .command = 8,
-                .buffer = asBytes({dice.of(limits), 1, dice.of(limits), 0})};
-      return {"limits read back otherwise", script};
-    default:
-      script = {.function = "proc_name", .result = 0, .acts = true};
-      return {"names are told without their length", script};
-  }
-}
-
-Refusal anyAnswer(Dice& dice) {
-  if (dice.percent(25)) return oddAnswer(dice);
-  const std::vector<std::string> functions = {
-      "memorystatus_control", "memorystatus_control", "memorystatus_control",
-      "memorystatus_control", "getpriority",          "setpriority",
-      "setpriority",          "proc_listpids",        "proc_name",
-      "proc_pidpath"};
-  const std::vector<int> commands = {1, 2, 2, 7, 8, 14, 15, 16, 17, 18};
-  const std::vector<int> errors = {EPERM, ESRCH, EINVAL, 0};
-  simulated::Script script{.function = dice.of(functions)};
-  std::string text = script.function;
-  if (script.function == "memorystatus_control") {
-    script.command = dice.of(commands);
-    text += " " + std::to_string(*script.command);
-  }
-  const std::size_t kind = dice.below(10);
-  if (kind == 0) {
-    constexpr std::uint64_t kSecond = 1'000'000'000;
-    script.takes_ns = (1 + dice.below(4)) * kSecond;
-    return {text + " takes " + std::to_string(script.takes_ns / kSecond) + " s", script};
-  }
-  // A result that counts bytes must not exceed the bytes that there are.
-  const bool counts = script.function.starts_with("proc_") || script.command == 1;
-  if (kind == 1 && !counts) {
-    script.result = dice.percent(50) ? 1 : -2;
-  } else if (kind <= 3) {
-    script.result = 0;
-  } else {
-    script.result = counts && script.command != 1 ? 0 : -1;
-    script.error = dice.of(errors);
-    script.acts = dice.percent(15);
-  }
-  text += " = " + std::to_string(*script.result) + " errno " + std::to_string(script.error);
-  return {text + (script.acts ? ", having done it" : ""), script};
-}
-
 }  // namespace
 
 Step anyLaunch(Dice& dice) {
@@ -274,23 +190,25 @@ Step anyRefusal(Dice& dice) {
     return {"the kernel refuses everything",
             [](Stage& stage) { stage.device.kernel.caller_is_privileged = false; }};
   }
-  Refusal refusal = anyAnswer(dice);
-  if (refusal.script.count != 1 && dice.percent(60)) {
-    refusal.script.first = static_cast<int>(1 + dice.below(3));
-    refusal.script.count = static_cast<int>(1 + dice.below(2));
-    refusal.text += ", " + std::to_string(refusal.script.count) + " times from the " +
-                    std::to_string(refusal.script.first) + ". on";
+  const std::string kind = dice.of(faults::kernelKinds());
+  const faults::Outcome outcome = dice.of(faults::outcomesOf(kind, false, dice.below(24)));
+  simulated::Script script = faults::scriptOf(kind, outcome);
+  std::string text = kind + ": " + outcome.name;
+  if (outcome.buffer || dice.percent(60)) {
+    script.first = dice.between(1, 3);
+    script.count = dice.between(1, 2);
+    text += ", " + std::to_string(script.count) + " times from the " +
+            std::to_string(script.first) + ". on";
   }
-  const bool for_one =
-      !refusal.script.function.ends_with("pids") && refusal.script.command != 1 && dice.percent(40);
+  const bool for_one = !kind.ends_with("size") && !kind.ends_with("list") && dice.percent(40);
   const std::string name = for_one ? dice.of(kRoles).name : "";
-  return {refusal.text + (for_one ? ", for \"" + name + "\"" : ""), [=](Stage& stage) {
-            simulated::Script script = refusal.script;
+  return {text + (for_one ? ", for \"" + name + "\"" : ""), [=](Stage& stage) {
+            simulated::Script own = script;
             if (for_one) {
               const simulated::Process* process = stage.newest(name);
-              script.pid = process != nullptr ? process->pid : kFirstPid;
+              own.pid = process != nullptr ? process->pid : kFirstPid;
             }
-            stage.device.script(script);
+            stage.device.script(own);
           }};
 }
 

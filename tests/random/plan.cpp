@@ -65,10 +65,8 @@ Step stepWallClock(Dice& dice) {
 Step anyDamage(Dice& dice) {
   switch (dice.below(4)) {
     case 0:
-      return {"the log is removed", [](Stage& stage) {
-                std::filesystem::remove(stage.story.logFile());
-                stage.files.log_in_place = false;
-              }};
+      return {"the log is removed",
+              [](Stage& stage) { std::filesystem::remove(stage.story.logFile()); }};
     case 1:
       return {"the status file is removed",
               [](Stage& stage) { std::filesystem::remove(stage.story.statusFile()); }};
@@ -98,7 +96,7 @@ Step anyStep(Dice& dice, Pace pace) {
 Plan planOf(std::uint64_t seed) {
   Dice dice(seed);
   const Pace pace = dice.percent(40) ? Pace::Quick : Pace::Slow;
-  Plan plan;
+  Plan plan{.seed = seed, .steps = {}};
   if (dice.percent(25)) plan.steps.push_back(anyKernel(dice));
   for (std::size_t i = 0; i < 3; ++i) {
     if (dice.percent(80)) plan.steps.push_back(anyBundle(dice));

@@ -1,32 +1,32 @@
-// Plays each random story in a process of its own, because the daemon keeps its state for the life
-// of its process.
+// Plays each story in a process of its own, because the daemon keeps its state for the life of its
+// process.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "tests/faults/fault_injector.h"
 
 namespace vorlatch::tests::random {
 
 // The indices of the steps to play, in order.
 using Kept = std::vector<std::size_t>;
 
-struct Counts {
-  std::uint64_t steps = 0;
-  std::uint64_t work_items = 0;
-  std::uint64_t lines = 0;  // of the log
-};
-
 struct Outcome {
-  Counts counts;
-  std::string failure;  // empty if the daemon did exactly what the oracle says
+  std::string failure;                     // empty if the daemon did exactly what the oracle says
+  std::vector<faults::FailingCall> calls;  // if no fault is planned, all that can fail
 };
 
-Outcome play(std::uint64_t seed, const Kept& kept);
+// Plays these steps of the seed's story, with faults if they are given.
+Outcome play(std::uint64_t seed, const Kept& kept,
+             const std::optional<std::vector<faults::Fault>>& faults = std::nullopt);
 
-// All steps of a seed's story, and a minimal subset that still fails.
+// All steps of a seed's story.
 Kept allSteps(std::uint64_t seed);
-Kept shrink(std::uint64_t seed, Kept failing);
+// Reduces a failing story to the steps that are needed. Returns them and the failure.
+std::string shrunk(std::uint64_t seed);
 
 }  // namespace vorlatch::tests::random

@@ -1,45 +1,46 @@
 #include "tests/random/stage.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <set>
 
 #include "daemon/startup.h"
 #include "platform/property_list.h"
+#include "tests/faults/fault_injector.h"
 
 namespace vorlatch::tests::random {
+namespace {
 
-bool WatchedFile::wasReplaced() {
-  struct stat now {};
-  if (stat(path_.c_str(), &now) != 0) return false;
-  struct stat before {};
-  const bool known = seen_ && fstat(seen_->get(), &before) == 0;
-  if (known && before.st_ino == now.st_ino && before.st_dev == now.st_dev) return false;
-  seen_.emplace(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
-  return true;
-}
+using faults::FaultInjector;
 
-Stage::Stage() : device(story.device), status_file(story.statusFile()) {}
+constexpr unsigned kModeOfEveryFile = 0666;
+
+}  // namespace
+
+Stage::Stage()
+    : device(story.device),
+      files_{.log = story.logFile(),
+             .preferences_file = story.preferencesFile(),
+             .status_file = story.statusFile()} {}
 
 void Stage::writeDraft(bool as_binary) {
-  writeAll(story.preferencesFile(), as_binary ? platform::writeBinaryPropertyList(draft)
+  writeAll(files_.preferences_file, as_binary ? platform::writeBinaryPropertyList(draft)
                                               : platform::writeXmlPropertyList(draft));
-  files.preferences = draft;
-  files.preferences_in_place = true;
+  files_.preferences = draft;
+  is_edit_waiting_ = true;
 }
 
 void Stage::breakPreferences(const std::string& bytes) {
-  writeAll(story.preferencesFile(), bytes);
-  files.preferences.reset();
-  files.preferences_in_place = true;
+  writeAll(files_.preferences_file, bytes);
+  files_.preferences.reset();
+  is_edit_waiting_ = true;
 }
 
 void Stage::removePreferences() {
-  std::filesystem::remove(story.preferencesFile());
-  files.preferences.reset();
-  files.preferences_in_place = false;
+  std::filesystem::remove(files_.preferences_file);
+  files_.preferences.reset();
+  is_edit_waiting_ = true;
 }
 
 std::string Stage::bundleDirectory(const std::string& bundle) const {
@@ -47,12 +48,12 @@ std::string Stage::bundleDirectory(const std::string& bundle) const {
 }
 
 void Stage::installBundle(const std::string& bundle, const plist::Dictionary& info) {
-  files.info_plists[bundleDirectory(bundle)] = info;
+  files_.info_plists[bundleDirectory(bundle)] = info;
   static_cast<void>(story.installApp(bundle, info));
 }
 
 void Stage::breakBundle(const std::string& bundle) {
-  if (files.info_plists.erase(bundleDirectory(bundle)) == 0) return;
+  if (files_.info_plists.erase(bundleDirectory(bundle)) == 0) return;
   writeAll(bundleDirectory(bundle) + "/Info.plist", "no property list");
 }
 
@@ -74,44 +75,56 @@ void Stage::calmKernel() {
   }
 }
 
+std::size_t Stage::logBytes() const {
+  return transcript_ ? transcript_->expectedLog().size() : 0;
+}
+
 void Stage::start() {
-  record_.emplace(files, story.logFile());
-  oracle_.emplace(*record_, getpid());
-  status_file.wasReplaced();
+  transcript_.emplace(files_, readAll(files_.log));
+  oracle_.emplace(*transcript_, getpid());
   device.takeCalls();
+  FaultInjector::get().watch(true);
   runDaemon();
-  record_->begin(device.takeCalls());
+  FaultInjector::get().watch(false);
+  transcript_->begin(device.takeCalls());
   oracle_->started();
-  record_->end();
-  if (modeOf(story.logFile()) != 0666) throw Mismatch("the log's mode is not 0666");
-  if (!files.preferences_in_place) {
-    draft = Oracle::preset();
-    if (readAll(story.preferencesFile()) != platform::writeXmlPropertyList(draft) ||
-        modeOf(story.preferencesFile()) != 0666) {
-      throw Mismatch("the preset was not written, or not for all");
-    }
-    files.preferences = draft;
-    files.preferences_in_place = true;
+  transcript_->end();
+  compareFiles();
+  if (FaultInjector::get().story().empty() && modeOf(files_.log) != kModeOfEveryFile) {
+    throw Mismatch("the log's mode is not 0666");
   }
+  if (transcript_->written_preset) draft = *transcript_->written_preset;
+  is_edit_waiting_ = false;
   compared_until_ns_ = device.scheduler.nowNs();
   compareTimers();
   run(std::chrono::nanoseconds(0));
 }
 
 void Stage::post() {
-  if (!oracle_) return;  // the daemon is not listening yet
+  if (!oracle_ || !transcript_->isObserving()) return;  // the daemon does not listen
   story.post();
   oracle_->posted();
+  is_edit_waiting_ = false;
 }
 
-void Stage::run(std::chrono::nanoseconds duration, int pieces_max) {
+void Stage::run(std::chrono::nanoseconds duration, int items_max) {
   const std::uint64_t end_ns =
       device.scheduler.nowNs() + static_cast<std::uint64_t>(duration.count());
-  const std::uint64_t last_piece = compared_ + static_cast<std::uint64_t>(pieces_max);
-  device.scheduler.runUntil(end_ns, [this, last_piece] {
+  const std::uint64_t last_item = compared_ + static_cast<std::uint64_t>(items_max);
+  device.scheduler.runUntil(end_ns, [this, last_item] {
+    FaultInjector::get().watch(false);
     compareLastRan();
-    return compared_ >= last_piece;
+    FaultInjector::get().watch(true);
+    return compared_ >= last_item;
   });
+  FaultInjector::get().watch(false);
+  compareLog();
+  const std::set<std::string> own{files_.log, files_.preferences_file, files_.status_file};
+  for (const auto& entry : std::filesystem::directory_iterator(story.file(""))) {
+    if (!transcript_->leavesTemporary() && !own.contains(entry.path())) {
+      throw Mismatch("left behind: " + entry.path().filename().string());
+    }
+  }
 }
 
 void Stage::compareLastRan() {
@@ -121,33 +134,39 @@ void Stage::compareLastRan() {
     if (now_ns > compared_until_ns_) oracle_->idledUntil(now_ns);
   } else {
     compared_ = ran.count;
-    record_->begin(device.takeCalls());
+    transcript_->begin(device.takeCalls());
     if (ran.queue != nullptr) {
       oracle_->ranQueue(ran.queue->label());
     } else {
       oracle_->ranTimer(ran.timer_id, compared_until_ns_);
     }
-    record_->end();
-    compareStatusFile();
+    transcript_->end();
+    compareFiles();
     compareTimers();
   }
   compared_until_ns_ = now_ns;
 }
 
-// The status file must be written whole, with mode 0666, and exactly as often as the rules say.
-void Stage::compareStatusFile() {
-  const bool is_wanted = record_->statusWrites() != status_writes_;
-  status_writes_ = record_->statusWrites();
-  if (status_file.wasReplaced() != is_wanted) {
-    throw Mismatch(is_wanted ? "the status file was not written" : "the status file was written");
+// What was written must be there whole, and everybody must have access to it.
+void Stage::compareFiles() {
+  const auto compare = [](const std::string& path, const std::optional<plist::Dictionary>& wanted) {
+    if (!wanted) return;
+    if (const std::string found = readAll(path); found != platform::writeXmlPropertyList(*wanted)) {
+      throw Mismatch("wanted in " + path + ": " + platform::writeXmlPropertyList(*wanted) +
+                     "\nfound: " + found);
+    }
+    if (modeOf(path) != kModeOfEveryFile) throw Mismatch("the mode of " + path + " is not 0666");
+  };
+  compare(files_.status_file, transcript_->written_status);
+  compare(files_.preferences_file, transcript_->written_preset);
+}
+
+// The log may have been removed; the daemon then writes to a file without a name.
+void Stage::compareLog() const {
+  if (!std::filesystem::exists(files_.log)) return;
+  if (const std::string log = readAll(files_.log); !transcript_->isLog(log)) {
+    throw Mismatch("the log is\n" + log + "and not\n" + transcript_->expectedLog());
   }
-  if (!is_wanted) return;
-  const std::string wanted = platform::writeXmlPropertyList(oracle_->status());
-  const std::string found = readAll(status_file.path());
-  if (found != wanted) {
-    throw Mismatch("wanted in the status file: " + wanted + "\nfound in it: " + found);
-  }
-  if (modeOf(status_file.path()) != 0666) throw Mismatch("the status file's mode is not 0666");
 }
 
 void Stage::compareTimers() {

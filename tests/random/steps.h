@@ -18,6 +18,7 @@ struct Step {
 };
 
 struct Plan {
+  std::uint64_t seed = 0;
   std::vector<Step> steps;
   std::size_t before_start = 0;  // how many of them come before the daemon starts
 };

@@ -50,20 +50,31 @@ TEST(Heap, Reads500TargetsAndALargeInfoPlist) {
   EXPECT_EQ(day.heldTargets(), 500U);
 }
 
+std::string number(int i) {
+  return std::to_string(i);
+}
+
 std::string xml(const std::string& targets, const std::string& rest = "") {
   return "<plist><dict><key>Enabled</key><true/><key>AppConfigs</key><dict>" + targets + "</dict>" +
          rest + "</dict></plist>";
 }
 
-std::string repeated(int count, const std::function<std::string(int)>& text) {
-  std::string all;
-  for (int i = 0; i < count; ++i) all += text(i);
-  return all;
+// Settings with a watch timer.
+std::string withTimer(int interval_s) {
+  return "<dict><key>CheckInterval</key><integer>" + number(interval_s) + "</integer></dict>";
 }
 
-// One running target with this remark.
-std::string xmlOfRemark(const std::string& remark) {
-  return xml("<key>process-1</key><dict><key>Remark</key>" + remark + "</dict>");
+std::string letters(int count, int content) {
+  return std::string(static_cast<std::size_t>(count), static_cast<char>('a' + content));
+}
+
+// One of many alike parts of a file.
+using Part = std::function<std::string(int i, int content)>;
+
+std::string repeated(int count, int content, const Part& part) {
+  std::string all;
+  for (int i = 0; i < count; ++i) all += part(i, content);
+  return all;
 }
 
 // Shapes of hostile files, of any size. Two contents of one size differ in every target.
@@ -76,165 +87,129 @@ std::ostream& operator<<(std::ostream& stream, const Shape& shape) {
   return stream << shape.name;
 }
 
-std::string number(int i) {
-  return std::to_string(i);
+// Many targets.
+Shape targets(const char* name, const Part& target) {
+  return {name, [target](int size, int content) { return xml(repeated(size, content, target)); }};
+}
+
+// One running target with a long remark, and perhaps settings behind it.
+Shape remark(const char* name, const std::string& begin, const Part& part, const std::string& end,
+             const std::string& rest = "") {
+  return {name, [=](int size, int content) {
+            return xml("<key>process-1</key><dict><key>Remark</key>" + begin +
+                       repeated(size, content, part) + end + rest + "</dict>");
+          }};
+}
+
+Part either(const std::string& one, const std::string& other) {
+  return [=](int /*i*/, int content) { return content == 0 ? one : other; };
+}
+
+// Many times this, and the content only once.
+Part withContentLast(const std::string& text) {
+  return [text](int i, int content) { return (i == 0 ? number(content) : "") + text; };
+}
+
+// A binary list in which a long array has one array in all its places.
+std::string sharedObjects(int size, int content) {
+  BinaryBuilder list{.objects = {}, .reference_size = 2};
+  list.objects = {list.array(std::vector<std::uint64_t>(static_cast<std::size_t>(size), 1)),
+                  list.array(std::vector<std::uint64_t>(100, 2)),
+                  BinaryBuilder::ascii(letters(20, content))};
+  return list.build();
+}
+
+std::string wideText(int size, int content, const std::string& one, const std::string& other) {
+  std::string units;
+  for (int i = 0; i < size; ++i) units += content == 0 ? one : other;
+  return BinaryBuilder::marker(0x6, static_cast<std::uint64_t>(size)) + units;
+}
+
+// One running target with a long remark in UTF-16.
+std::string wideRemark(int size, int content) {
+  BinaryBuilder list{.objects = {}, .reference_size = 1};
+  list.objects = {list.dictionary({1, 2}, {3, 4}),
+                  BinaryBuilder::ascii("Enabled"),
+                  BinaryBuilder::ascii("AppConfigs"),
+                  "\x09",
+                  list.dictionary({5}, {6}),
+                  BinaryBuilder::ascii("process-1"),
+                  list.dictionary({7, 8}, {9, 3}),
+                  BinaryBuilder::ascii("Remark"),
+                  BinaryBuilder::ascii("StripManaged"),
+                  wideText(size, content, "\x4E\x2D", "\x66\x2F")};
+  return list.build();
+}
+
+// Surrogates without their halves, which the parser replaces.
+std::string wideTexts(int size, int content) {
+  BinaryBuilder list{.objects = {}, .reference_size = 2};
+  list.objects = {wideText(size, content, std::string("\xD8\0", 2), "\x4E\x2D")};
+  return list.build();
+}
+
+std::string unknownKeys(int size, int content) {
+  return xml("", repeated(size, content, [](int i, int value) {
+               return "<key>" + number(i) + "</key><integer>" + number(value) + "</integer>";
+             }));
 }
 
 const std::vector<Shape>& shapes() {
+  static const std::string many_lists = [] {
+    std::string begins;
+    std::string ends;
+    for (int i = 0; i < 100; ++i) {
+      begins += "<array>";
+      ends += "</array>";
+    }
+    return begins + ends;
+  }();
   static const std::vector<Shape> all{
-      {"EmptyTargets",
-       [](int size, int content) {
-         return xml(repeated(size, [content](int i) {
-           return "<key>" + number(content) + "-" + number(i) + "</key><dict/>";
-         }));
-       }},
-      {"TargetsThatChange",
-       [](int size, int content) {
-         return xml(repeated(size, [content](int i) {
-           return "<key>" + number(i) + "</key><dict><key>" + number(content) +
-                  "</key><true/></dict>";
-         }));
-       }},
-      {"TargetsWithTimers",
-       [](int size, int content) {
-         return xml(repeated(size, [content](int i) {
-           return "<key>" + number(i) + "</key><dict><key>CheckInterval</key><integer>" +
-                  number(6000 + content) + "</integer></dict>";
-         }));
-       }},
-      {"RunningTargetsWithTimers",
-       [](int size, int content) {
-         return xml(repeated(size, [content](int i) {
-           return "<key>process-" + number(i) + "</key><dict><key>CheckInterval</key><integer>" +
-                  number(6000 + content) + "</integer></dict>";
-         }));
-       }},
-      {"TargetsWithLongNames",
-       [](int size, int content) {
-         return xml(repeated(size, [content](int i) {
-           return "<key>" + std::string(1000, static_cast<char>('a' + content)) + number(i) +
-                  "</key><dict><key>CheckInterval</key><integer>6000</integer></dict>";
-         }));
-       }},
+      targets("EmptyTargets",
+              [](int i, int content) {
+                return "<key>" + number(content) + "-" + number(i) + "</key><dict/>";
+              }),
+      targets("TargetsThatChange",
+              [](int i, int content) {
+                return "<key>" + number(i) + "</key><dict><key>" + number(content) +
+                       "</key><true/></dict>";
+              }),
+      targets("TargetsWithTimers",
+              [](int i, int content) {
+                return "<key>" + number(i) + "</key>" + withTimer(6000 + content);
+              }),
+      targets("RunningTargetsWithTimers",
+              [](int i, int content) {
+                return "<key>process-" + number(i) + "</key>" + withTimer(6000 + content);
+              }),
+      targets("TargetsWithLongNames",
+              [](int i, int content) {
+                return "<key>" + letters(1000, content) + number(i) + "</key>" + withTimer(6000);
+              }),
       {"OneTargetOfALongName",
        [](int size, int content) {
-         return xml("<key>" +
-                    std::string(static_cast<std::size_t>(size), static_cast<char>('a' + content)) +
-                    "</key><dict><key>CheckInterval</key><integer>600</integer></dict>");
+         return xml("<key>" + letters(size, content) + "</key>" + withTimer(600));
        }},
-      {"OneTargetOfManyKeys",
-       [](int size, int content) {
-         return xml("<key>process-1</key><dict>" +
-                    repeated(size,
-                             [content](int i) {
-                               return "<key>" + number(i) + "</key><integer>" + number(content) +
-                                      "</integer>";
-                             }) +
-                    "</dict>");
-       }},
-      {"OneTargetOfALongText",
-       [](int size, int content) {
-         return xmlOfRemark(
-             "<string>" +
-             std::string(static_cast<std::size_t>(size), static_cast<char>('a' + content)) +
-             "</string>");
-       }},
-      {"OneTargetOfAnArray",
-       [](int size, int content) {
-         return xmlOfRemark(
-             "<array>" +
-             repeated(size,
-                      [content](int /*i*/) { return content == 0 ? "<true/>" : "<false/>"; }) +
-             "</array>");
-       }},
-      {"OneTargetOfEmptyArrays",
-       [](int size, int content) {
-         return xmlOfRemark(
-             "<array>" +
-             repeated(size,
-                      [content](int /*i*/) { return content == 0 ? "<array/>" : "<dict/>"; }) +
-             "</array>");
-       }},
-      {"TextsWithEntities",
-       [](int size, int content) {
-         return xmlOfRemark("<array>" +
-                            repeated(size,
-                                     [content](int /*i*/) {
-                                       return "<string>&amp;&lt;" + number(content) + "</string>";
-                                     }) +
-                            "</array>");
-       }},
-      {"Data",
-       [](int size, int content) {
-         return xmlOfRemark(
-             "<data>" +
-             std::string(static_cast<std::size_t>(size) * 4, static_cast<char>('a' + content)) +
-             "</data>");
-       }},
-      {"DeepLists",
-       [](int size, int content) {
-         return xmlOfRemark(
-             "<array>" +
-             repeated(size,
-                      [content](int /*i*/) {
-                        return repeated(100, [](int) { return std::string("<array>"); }) +
-                               number(content).substr(0, 0) +
-                               repeated(100, [](int) { return std::string("</array>"); });
-                      }) +
-             "</array>");
-       }},
-      {"SharedObjectsOfABinaryList",
-       [](int size, int content) {
-         BinaryBuilder list{.objects = {}, .reference_size = 2};
-         list.objects = {list.array(std::vector<std::uint64_t>(static_cast<std::size_t>(size), 1)),
-                         list.array(std::vector<std::uint64_t>(100, 2)),
-                         BinaryBuilder::ascii(std::string(20, static_cast<char>('a' + content)))};
-         return list.build();
-       }},
-      {"CommentsInATextAndAKeyBehind",
-       [](int size, int content) {
-         return xml("<key>process-1</key><dict><key>Remark</key><string>x" +
-                    repeated(size, [](int /*i*/) { return "<!---->"; }) + number(content) +
-                    "</string><key>StripManaged</key><true/></dict>");
-       }},
-      {"CharacterDataInAText",
-       [](int size, int content) {
-         return xmlOfRemark("<string>" + repeated(size, [](int /*i*/) { return "<![CDATA[x]]>"; }) +
-                            number(content) + "</string>");
-       }},
-      {"AWideRemarkOfABinaryList",
-       [](int size, int content) {
-         BinaryBuilder list{.objects = {}, .reference_size = 1};
-         std::string units;
-         for (int i = 0; i < size; ++i) units += content == 0 ? "\x4E\x2D" : "\x66\x2F";
-         list.objects = {list.dictionary({1, 2}, {3, 4}),
-                         BinaryBuilder::ascii("Enabled"),
-                         BinaryBuilder::ascii("AppConfigs"),
-                         "\x09",
-                         list.dictionary({5}, {6}),
-                         BinaryBuilder::ascii("process-1"),
-                         list.dictionary({7, 8}, {9, 3}),
-                         BinaryBuilder::ascii("Remark"),
-                         BinaryBuilder::ascii("StripManaged"),
-                         BinaryBuilder::marker(0x6, static_cast<std::uint64_t>(size)) + units};
-         return list.build();
-       }},
-      {"WideTextsOfABinaryList",
-       [](int size, int content) {
-         BinaryBuilder list{.objects = {}, .reference_size = 2};
-         std::string units;
-         for (int i = 0; i < size; ++i)
-           units += content == 0 ? std::string("\xD8\0", 2) : "\x4E\x2D";
-         list.objects = {BinaryBuilder::marker(0x6, static_cast<std::uint64_t>(size)) + units};
-         return list.build();
-       }},
-      {"UnknownTopLevelKeys",
-       [](int size, int content) {
-         return xml("", repeated(size, [content](int i) {
-                      return "<key>" + number(i) + "</key><integer>" + number(content) +
-                             "</integer>";
-                    }));
-       }},
+      remark(
+          "OneTargetOfManyKeys", "<true/>",
+          [](int i, int content) {
+            return "<key>" + number(i) + "</key><integer>" + number(content) + "</integer>";
+          },
+          ""),
+      remark("OneTargetOfALongText", "<string>", either("a", "b"), "</string>"),
+      remark("OneTargetOfAnArray", "<array>", either("<true/>", "<false/>"), "</array>"),
+      remark("OneTargetOfEmptyArrays", "<array>", either("<array/>", "<dict/>"), "</array>"),
+      remark("TextsWithEntities", "<array>",
+             either("<string>&amp;&lt;0</string>", "<string>&amp;&lt;1</string>"), "</array>"),
+      remark("Data", "<data>", either("aaaa", "bbbb"), "</data>"),
+      remark("DeepLists", "<array>", either(many_lists, many_lists), "</array>"),
+      {"SharedObjectsOfABinaryList", sharedObjects},
+      remark("CommentsInATextAndAKeyBehind", "<string>x", withContentLast("<!---->"), "</string>",
+             "<key>StripManaged</key><true/>"),
+      remark("CharacterDataInAText", "<string>", withContentLast("<![CDATA[x]]>"), "</string>"),
+      {"AWideRemarkOfABinaryList", wideRemark},
+      {"WideTextsOfABinaryList", wideTexts},
+      {"UnknownTopLevelKeys", unknownKeys},
   };
   return all;
 }

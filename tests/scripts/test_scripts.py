@@ -118,6 +118,7 @@ class Fuzz(ScriptCopy):
 
 # A file in its folder makes it run until it is told to end.
 STORIES = """#!/bin/sh
+shift
 echo "$@"
 if [ -e "$(dirname "$0")/endless" ]; then exec tail -f /dev/null; fi
 """
@@ -132,9 +133,9 @@ class Soak(ScriptCopy):
         self.put("bin/nproc", "#!/bin/sh\necho 2\n")
 
     def test_every_core_has_its_share(self):
-        shares = ["--stories 2 --from 10", "--stories 3 --from 7"]
+        shares = ["--stories 2 --seed 10", "--stories 3 --seed 7"]
         self.assertEqual(self.said_by("--stories", "5", "--seed", "7"), (0, shares, ""))
-        one = ["--stories 1 --from 0"]
+        one = ["--stories 1 --seed 0"]
         self.assertEqual(self.said_by("--stories", "1", "--seed", "0"), (0, one, ""))
 
     def test_what_is_no_number_is_refused(self):
@@ -149,7 +150,7 @@ class Soak(ScriptCopy):
         with self.start("--stories", "2", "--seed", "1") as soak:
             try:
                 lines = sorted(soak.stdout.readline() for _ in range(2))
-                self.assertEqual(lines, ["--stories 1 --from 1\n", "--stories 1 --from 2\n"])
+                self.assertEqual(lines, ["--stories 1 --seed 1\n", "--stories 1 --seed 2\n"])
                 os.killpg(soak.pid, signal.SIGINT)
                 # Whoever still ran would keep the other end open.
                 self.assertEqual(soak.communicate(timeout=60), ("", ""))

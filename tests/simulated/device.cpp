@@ -121,7 +121,9 @@ int Device::call(std::string_view function, int command, std::int32_t pid,
                  const std::function<Answer()>& act) {
   const int errno_before = errno;
   const std::string before = is_tracing ? bytesOf(buffer, buffer_bytes) : std::string();
-  const Script* script = matchingScript(function, command, pid);
+  std::optional<Script> fault;
+  if (interference) fault = interference(function, command, pid, buffer != nullptr);
+  const Script* script = fault ? &*fault : matchingScript(function, command, pid);
   Answer answer;
   if (script == nullptr || !script->result || script->acts) answer = act();
   if (script != nullptr) {

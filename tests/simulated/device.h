@@ -82,6 +82,11 @@ class Device {
   model::JetsamRecord jetsam(std::int32_t pid);
 
   void script(Script script) { scripts_.push_back(std::move(script)); }
+  // If set, is asked before each call of the kernel and the process table, and returns a script for
+  // this call alone, or nothing. Its arguments are those of call().
+  std::function<std::optional<Script>(std::string_view function, int command, std::int32_t pid,
+                                      bool has_buffer)>
+      interference;
   void clearScripts() { scripts_.clear(); }
 
   // Posts a notification, as another program would.

@@ -1,4 +1,4 @@
-// How the checks of a calm look at the daemon and its targets.
+// How a rest period looks at the daemon and its targets.
 #pragma once
 
 #include <poll.h>
@@ -6,16 +6,14 @@
 #include <string>
 #include <utility>
 
-#include "config/preferences.h"
+#include "config/target_settings.h"
 #include "platform/model/jetsam_model.h"
 #include "tests/blackbox/processes.h"
 #include "tests/support/text.h"
 
 namespace vorlatch {
 
-inline constexpr int kBetweenLooksMs = 10;
-
-// The chaos goes on at a pace of its own: there is nothing to wait for.
+// The chaos goes on at its own pace: there is nothing to wait for.
 inline void pauseFor(int duration_ms) {
   poll(nullptr, 0, duration_ms);
 }
@@ -26,10 +24,7 @@ template <typename Seen, typename Look>
 Seen once(const Seen& expected, const Look& look) {
   const auto deadline = Clock::now() + kPatience;
   Seen seen = look();
-  while (seen != expected && Clock::now() < deadline) {
-    pauseFor(kBetweenLooksMs);
-    seen = look();
-  }
+  for (; seen != expected && Clock::now() < deadline; seen = look()) pauseFor(10);
   return seen;
 }
 
@@ -37,7 +32,7 @@ Seen once(const Seen& expected, const Look& look) {
 inline ResourceUse useAtRest(pid_t pid) {
   ResourceUse least = resourceUseOf(pid);
   for (int looks = 1; looks < 20; ++looks) {
-    pauseFor(kBetweenLooksMs);
+    pauseFor(10);
     ResourceUse use = resourceUseOf(pid);
     if (use.open_files.size() < least.open_files.size()) least = std::move(use);
   }

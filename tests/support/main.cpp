@@ -45,7 +45,8 @@ class ToTheFirstErrorStream : public testing::EmptyTestEventListener {
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   if (!vorlatch::tests::readRunOptions(argc, argv)) {
-    dprintf(STDERR_FILENO, "Beside the test framework's it takes --seconds N and --seed N.\n");
+    dprintf(STDERR_FILENO,
+            "Beside the test framework's it takes --seconds N, --seed N and --stories N.\n");
     return 2;
   }
   const int first_error_stream = vorlatch::tests::keepErrorStream();

@@ -38,6 +38,8 @@ bool readRunOptions(int argc, char** argv) {
       options().duration = std::chrono::seconds(*number);
     } else if (name == "--seed") {
       options().seed = *number;
+    } else if (name == "--stories") {
+      options().stories = *number;
     } else {
       return false;
     }

@@ -9,6 +9,7 @@ namespace vorlatch::tests {
 struct RunOptions {
   std::chrono::seconds duration{10};  // --seconds N
   std::uint64_t seed = 1;             // --seed N
+  std::uint64_t stories = 1;          // --stories N
 };
 
 // The options that readRunOptions() read.
