@@ -109,7 +109,7 @@ Outcome play(std::uint64_t seed, const Kept& kept,
   const Descriptor reading(ends[0]);
   std::optional<Descriptor> writing(ends[1]);
   std::fflush(stdout);  // or the child's daemon writes the buffer again when it reopens the stream
-  const pid_t child = fork();
+  const pid_t child = ::fork();
   if (child == 0) {
     alarm(kLongestStorySeconds);
     if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 0);  // no story needs a disk
