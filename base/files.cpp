@@ -18,7 +18,8 @@ namespace {
 constexpr mode_t kEveryoneReadsAndWrites = 0666;
 // Random bytes in the name of a file moved aside; each gives two hexadecimal digits.
 constexpr std::size_t kAsideNumberBytes = 16;
-// Temporary files are named FILE.tmp.XXXXXX, so that no backup made by hand is taken for one.
+// Temporary files are named FILE.tmp.XXXXXX, which no user would choose for a backup: files with
+// such names are deleted at a start.
 constexpr const char* kTemporaryMark = ".tmp.";
 constexpr std::size_t kTemporaryNumberLength = 6;
 
@@ -38,7 +39,7 @@ bool isFitForEverybody(const struct stat& status) {
 
 // Opens the file if `is_meant` accepts it, and stores its status. Follows symbolic links unless the
 // flags have O_NOFOLLOW. Uses O_NONBLOCK, so that a FIFO or another program's lease cannot block
-// the daemon; it does not affect the later use of a regular file.
+// the daemon; the flag has no effect on reading or writing a regular file.
 Descriptor openFile(const std::string& path, int flags, bool (*is_meant)(const struct stat&),
                     struct stat& status) {
   const int at_link = (flags & O_NOFOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0;

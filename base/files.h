@@ -31,7 +31,8 @@ void createEmptyFile(const std::string& path);
 void moveAsideUnlessPlain(const std::string& path);
 
 // Sets mode 0666 on a plain file, whatever the umask, so that unprivileged programs can read and
-// edit it. Failure is silent. An unprivileged caller must be able to read or to write the file.
+// edit it. Failure is silent. Without root, works only on a file that the caller
+// owns and can open for reading or for writing.
 void letEveryoneReadAndWrite(const std::string& path);
 
 // Redirects standard output and standard error to a plain file, in append mode. If that fails,
@@ -39,9 +40,9 @@ void letEveryoneReadAndWrite(const std::string& path);
 // are never given to another file.
 void pointStreamsAtEndOf(const std::string& path);
 
-// Empties a plain file larger than `limit_bytes` and redirects both streams to its beginning, each
-// with its own file offset. Returns false if the file is not larger, is not plain or cannot be
-// emptied; then it keeps its contents, and output continues at its end.
+// Empties a plain file larger than `limit_bytes` and redirects standard output and standard error
+// to its beginning, each with its own file offset. Returns false if the file is not larger, is not
+// plain or cannot be emptied; then it keeps its contents, and output continues at its end.
 bool emptyUnderStreams(const std::string& path, std::int64_t limit_bytes);
 
 // Opens a regular file for reading; follows symbolic links. If a system call fails, errno is that
@@ -53,8 +54,8 @@ Descriptor openRegularFile(const std::string& path);
 std::optional<std::string> readFile(const std::string& path, std::size_t limit_bytes);
 
 // Like readFile, for contents that will be published with mode 0666. Also returns std::nullopt for
-// a symbolic link, and for one of several hard links to a file that others may not read, because
-// publishing it would disclose it.
+// a symbolic link, and for a file with several hard links that others may not read: a published
+// copy could disclose another user's secret.
 std::optional<std::string> readFileToPublish(const std::string& path, std::size_t limit_bytes);
 
 // Writes a temporary file with mode 0666 beside `path` and renames it to `path`, so that a reader

@@ -94,7 +94,8 @@ void checkTargets(const Dictionary& preferences, Findings& findings) {
   }
 }
 
-// Returns the processes that a pass and, if the target has one, its watch timer find.
+// Returns the process that a pass finds for the target and, if it has a watch timer, the one that
+// the timer finds.
 std::set<std::int32_t> pidsFor(const Observation& observation, const std::string& target,
                                const TargetSettings& settings) {
   std::set<std::int32_t> pids{observation.pidForPass(target)};
@@ -125,7 +126,7 @@ void checkProcesses(const Dictionary& preferences, Findings& findings) {
   }
 }
 
-// Says why a path has no contents although it exists and may be read.
+// Says why readFile returned nothing although errno is not set.
 std::string whyNoFile(const std::string& path) {
   std::error_code unknown;
   const std::filesystem::file_status status = std::filesystem::status(path, unknown);

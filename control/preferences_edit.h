@@ -11,7 +11,8 @@
 
 namespace vorlatch::control {
 
-// Returns the full path of a daemon's file. Throws a Failure if the root prefix is unresolved.
+// Returns the full path of the daemon's file with this name. Throws a Failure if the root prefix is
+// unresolved.
 std::string daemonFile(std::string_view name);
 
 // Locks out edits by other programs that use this lock, until the descriptor is destroyed. Locks
@@ -31,9 +32,10 @@ struct StoredPreferences {
 // no dictionary at its root, because an edit would lose its contents.
 StoredPreferences readStoredPreferences(const std::string& path);
 
-// Writes the dictionary in its stored format, whole or not at all. First parses the result in
-// memory, and throws a Failure if a value would not be read back unchanged. Calls `may_replace`, if
-// given, right before replacing the file; returns false if it forbids that.
+// Replaces the file with the dictionary, in the format of `is_binary`, whole or not at all. First
+// parses the result in memory, and throws a Failure if a value would not be read back unchanged.
+// Calls `may_replace`, if given, right before replacing the file; if that returns false, keeps the
+// file and returns false.
 bool writeStoredPreferences(const std::string& path, const StoredPreferences& preferences,
                             const std::function<bool()>& may_replace = nullptr);
 

@@ -58,7 +58,7 @@ void writeLogLine(std::type_identity_t<LogFormat<Args...>> format, Args... args)
   std::fflush(stderr);
 }
 
-// Writes the line that separates the sections of the log: start-up and patrol.
+// Writes the line that begins a section of the log: the start, or one patrol.
 inline void writeChapterSeparator() {
   writeLogLine("[%s] ========================================\n");
 }

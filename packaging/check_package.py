@@ -155,7 +155,7 @@ def kept_imports() -> set[tuple[str, str]]:
 
 
 def bindings_of(program: lief.MachO.Binary, weak: bool) -> list[lief.MachO.DyldBindingInfo]:
-    """Returns the weak or the other bindings, from the tables that dyld itself reads."""
+    """Returns the weak bindings if `weak` is true, otherwise all others, from the tables that dyld itself reads."""
     bindings = program.dyld_info.bindings if program.has_dyld_info else []
     return [one for one in bindings if (one.binding_class == lief.MachO.DyldBindingInfo.CLASS.WEAK) == weak]
 
@@ -197,7 +197,7 @@ def check_files(folder: pathlib.Path) -> Iterator[str]:
 
 
 def examine(package: pathlib.Path, version: str) -> list[str]:
-    """Returns the problems of the package, one line each. Checks contents only if no file is missing."""
+    """Returns the problems of the package, one line each. Checks the files' contents only if entries and control fields are right."""
     findings = [*check_entries(package), *check_control(package, version)]
     if findings:
         return findings
@@ -208,7 +208,7 @@ def examine(package: pathlib.Path, version: str) -> list[str]:
 
 def main() -> int:
     parser = argparse.ArgumentParser(description="Look over a package for the device.")
-    parser.add_argument("--version", required=True, help="the one that it should have")
+    parser.add_argument("--version", required=True, help="the version that the package should have")
     parser.add_argument("package", metavar="PACKAGE", type=pathlib.Path)
     arguments = parser.parse_args()
     try:

@@ -50,7 +50,7 @@ struct memorystatus_memlimit_properties {
 };
 static_assert(sizeof(memorystatus_memlimit_properties) == 16);
 
-// A `which` argument of setpriority besides PRIO_PROCESS of <sys/resource.h>, and one value for it.
+// Another `which` for setpriority, besides PRIO_PROCESS of <sys/resource.h>, and a value to set.
 inline constexpr int PRIO_DARWIN_ROLE = 6;
 inline constexpr int PRIO_DARWIN_ROLE_UI_FOCAL = 1;
 

@@ -33,7 +33,7 @@ template <typename Visit>
 void walkProcesses(Visit visit) {
   const int needed = platform::proc_listpids(platform::PROC_ALL_PIDS, 0, nullptr, 0);
   if (needed < 1) return;
-  // Allocates one id per byte that the kernel asked for, four times the need, because more
+  // Allocates four times what the kernel asked for (`needed` ids, not `needed` bytes), because more
   // processes may appear between the two calls.
   const std::size_t capacity = static_cast<std::uint32_t>(needed);
   const std::size_t capacity_bytes = capacity * sizeof(std::int32_t);
@@ -54,7 +54,7 @@ bool isNamed(const char* name, const std::string& key) {
   return std::strcmp(name, key.c_str()) == 0;
 }
 
-// The first process with a name wins; the last process with a bundle identifier wins.
+// If processes share a name, the map keeps the first; if they share a bundle identifier, the last.
 void addName(RunningProcessMap& running, const char* name, std::int32_t pid) {
   if (name[0] != '\0' && isValidUtf8(name)) running.try_emplace(name, pid);
 }

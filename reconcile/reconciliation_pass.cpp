@@ -39,7 +39,7 @@ void releaseEverything(PassState& state) REQUIRES(kDebounceQueue) {
 void releaseRemovedTargets(PassState& state, const Targets& targets) REQUIRES(kDebounceQueue) {
   std::vector<RestoreTarget> removed;
   auto configured = targets.begin();
-  for (const std::string& key : state.knownTargets) {  // both are sorted by key
+  for (const std::string& key : state.knownTargets) {  // in key order, as are the targets
     while (configured != targets.end() && configured->first < key) ++configured;
     if (configured != targets.end() && configured->first == key) continue;
     removed.push_back({.key = key, .pid = pidIn(state.lastKnownPIDs, key)});
@@ -64,7 +64,8 @@ void reconcileTarget(PassState& state, const std::string& key, const ConfiguredT
   const bool same_pid = pid == pidIn(state.lastKnownPIDs, key);
   if (!changed && same_pid) return;
 
-  // Recorded before anything is applied, so that a failed step does not make the next pass repeat.
+  // Records the new state before applying anything, so that the next pass does not apply this
+  // target again if a step fails.
   state.lastAppliedConfigs.insert_or_assign(key, target.stored_form);
   state.lastKnownPIDs[key] = pid;
   state.knownTargets.insert(key);

@@ -16,7 +16,8 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kLookInterval{50};
 // The daemon removes a target's status entry before it restores the target, so the last restore may
-// still be running when no entry is left. A daemon without entries needs this time for its pass.
+// still be running when no entry is left. If there was no entry from the start, the daemon runs its
+// pass in this time.
 constexpr milliseconds kSettling{500};
 
 struct Options {
@@ -24,7 +25,7 @@ struct Options {
   int timeout_s = 10;
 };
 
-// Returns the targets whose status entry names a process that still runs under their key.
+// Returns each target whose status entry names a running process that still matches its key.
 std::vector<std::string> stillHeld() {
   const control::Observation observation = control::Observation::now();
   std::vector<std::string> held;
@@ -42,7 +43,7 @@ std::string joined(const std::vector<std::string>& words) {
 }
 
 // Returns the targets that were handed back; throws a Failure if some were not. Notifies a running
-// daemon even if no target is held, because it may be waiting for one to start.
+// daemon even if no target is held, because the daemon may be waiting for a target to start.
 std::vector<std::string> awaitRelease(const Session& session, std::chrono::seconds timeout) {
   std::vector<std::string> held = stillHeld();
   if (control::Observation::now().daemon_pids.empty()) {

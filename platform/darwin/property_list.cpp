@@ -28,14 +28,15 @@ Object parsed(std::string_view bytes) {
   CFPropertyListFormat format{};
   Object root(CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(),
                                            kCFPropertyListImmutable, &format, nullptr));
-  // Refuses OpenStep text, which CoreFoundation tries last: in that format any word is a list.
+  // Refuses OpenStep text, which CoreFoundation tries last: in that format any word is a
+  // property list.
   return format == kCFPropertyListOpenStepFormat ? Object(nullptr) : std::move(root);
 }
 
 Value integerOf(CFNumberRef number) {
   std::int64_t low_word = 0;
   CFNumberGetValue(number, kCFNumberSInt64Type, &low_word);
-  // For a number above the signed range too, CoreFoundation returns the low word and reports
+  // Even for a number above INT64_MAX, CoreFoundation returns the low 64 bits and reports
   // success (swift-corelibs-foundation, CFNumber.c, __CFNumberGetValueCompat).
   double real = 0;
   CFNumberGetValue(number, kCFNumberDoubleType, &real);
@@ -85,8 +86,9 @@ std::optional<Value> dictionaryOf(CFDictionaryRef objects, const char* only_key 
   return Value(std::move(dictionary));
 }
 
-// A keyed archive's reference has a type that is private to CoreFoundation. Only descriptions show
-// the type's name and the number. An object's is <CFKeyedArchiverUID ...>{value = 5}
+// A keyed archive's reference has a type that is private to CoreFoundation. Only
+// CoreFoundation's descriptions show the type's name and the number. The description of an object
+// is <CFKeyedArchiverUID ...>{value = 5}
 bool isUid(CFTypeRef object) {
   const CFOwned<CFStringRef> type(CFCopyTypeIDDescription(CFGetTypeID(object)));
   return type && utf8Of(type.get()) == "CFKeyedArchiverUID";
@@ -125,7 +127,8 @@ std::optional<Value> valueOf(CFTypeRef object) {
 
 Object objectOf(const Value& value);
 
-// CoreFoundation turns this dictionary into a keyed archive's reference only in XML.
+// CoreFoundation makes a keyed archive's reference of the dictionary {CF$UID: n} only when it
+// parses XML.
 Object uidObject(std::uint32_t uid) {
   return parsed("<plist><dict><key>CF$UID</key><integer>" + std::to_string(std::uint64_t{uid}) +
                 "</integer></dict></plist>");

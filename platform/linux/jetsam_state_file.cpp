@@ -148,8 +148,8 @@ std::string readWhole(int descriptor, std::size_t size) {
 }
 
 // Renames the new file to the state's name in one step. If a state exists, exchanges the two and
-// deletes the old one, because a rename over a file makes ext4 write the new one to the disk, which
-// takes many times longer than the rest of the call.
+// deletes the old one, because a rename over a file makes ext4 write the new file to the disk,
+// which takes many times longer than the rest of the update.
 bool putInPlace(const std::string& fresh, const std::string& path) {
   if (renameat2(AT_FDCWD, fresh.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) == 0) {
     unlink(fresh.c_str());

@@ -56,7 +56,8 @@ std::optional<Record> readRecord(const Arguments& arguments) {
   return record;
 }
 
-// Returns the new state that commands 16 and 18 request; std::nullopt if it cannot be read.
+// Returns the state that SET_PROCESS_IS_MANAGED or SET_PROCESS_IS_FREEZABLE requests; std::nullopt
+// if the buffer is invalid.
 std::optional<std::uint32_t> readState(const Kernel& kernel, const Arguments& arguments) {
   if (kernel.state_argument == StateArgument::Flags) return arguments.flags;
   return readRecord<std::uint32_t>(arguments);
@@ -87,8 +88,8 @@ void moveToBand(JetsamTable& table, JetsamRecord& record, std::int32_t band, boo
 
 void place(const Host& host, JetsamRecord& record, const Placement& placement) {
   const std::int32_t elevated = bandsOf(host.kernel.generation).elevated;
-  // Since xnu-11215 memorystatus_set_priority turns a reserved band into idle without ageing, and
-  // only ageing uses the elevated band.
+  // Since xnu-11215, memorystatus_set_priority turns a request for a reserved band into idle at
+  // once, without the ageing that would raise the process to the elevated band.
   const bool to_idle_at_once =
       placement.reserved && host.kernel.generation == KernelGeneration::Xnu11215To11417;
   const bool raised = record.elevated && placement.band <= elevated && !to_idle_at_once;
@@ -136,8 +137,9 @@ CallResult setPriorityProperties(const Host& host, const Arguments& arguments) {
 }
 
 // A limit of 0 or below requests the system's default, which is always fatal. Since xnu-11215
-// (memstat_set_memlimits_locked) the kernel recognises the default by its value: a request for the
-// same number of megabytes is fatal too, and without a configured default nothing is made fatal.
+// (memstat_set_memlimits_locked) the kernel recognises the default by its value: a limit that
+// equals the default is fatal too, and without a configured default only the caller's attribute
+// makes a limit fatal.
 MemoryLimit storedLimit(const Kernel& kernel, std::int32_t limit_mb, std::uint32_t attributes) {
   const bool is_default = limit_mb <= 0;
   bool fatal = (attributes & platform::MEMORYSTATUS_MEMLIMIT_ATTR_FATAL) != 0;
@@ -241,9 +243,10 @@ CallResult getManaged(const View& host, const Arguments& arguments) {
 }
 
 // The kernel lets an unprivileged caller change itself and the members of a coalition that it
-// leads. The model knows neither the caller nor coalitions and refuses every such caller. Up to
-// xnu-8020 the rule binds root too. The model applies that only with StateArgument::Flags, so that
-// with StateArgument::Buffer root can change the state in every generation.
+// leads. The model knows neither the caller's pid nor coalitions and refuses every
+// unprivileged caller. Up to xnu-8020 the kernel restricts root in the same way. The model does so
+// only with StateArgument::Flags; with StateArgument::Buffer root can change the state in every
+// generation.
 CallResult setFreezable(const Host& host, const Arguments& arguments) {
   const std::optional<std::uint32_t> state = readState(host.kernel, arguments);
   if (arguments.pid == 0 || !state) return failure(EINVAL);
@@ -322,7 +325,8 @@ JetsamRecord recordOf(const Kernel& kernel, const JetsamTable& table, const Live
 }
 
 void forgetDeadProcesses(JetsamTable& table, const ProcessList& processes) {
-  // Looks up one process per record, because few processes have one; a list of all is slower.
+  // Looks up the process of each record. Few processes have a record, so a list of all processes
+  // would be slower.
   std::erase_if(table.records, [&processes](const auto& entry) {
     const std::optional<LiveProcess> process = processes.find(entry.first);
     return !process || process->start_time != entry.second.start_time;

@@ -8,7 +8,7 @@ export LC_ALL=C.UTF-8
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
 
-# Packages that a build needs; the clang presets need both lists.
+# Packages that every build needs; the clang presets also need clang_packages.
 # shellcheck disable=SC2034 # for the scripts
 build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libbenchmark-dev libplist-dev
   libcli11-dev nlohmann-json3-dev lowdown util-linux)
@@ -110,7 +110,7 @@ quietly() {
 configureUnlocked() {
   local folder=$root/build/$1
   local how=(cmake -S "$root" --preset "$1")
-  # A folder that was configured from these presets reconfigures itself if needed.
+  # If CMakePresets.json did not change since then, ninja runs CMake again only if needed.
   if [[ -f $folder/build.ninja && $folder/build.ninja -nt $root/CMakePresets.json ]]; then
     how=(ninja -C "$folder" build.ninja)
   fi
@@ -124,7 +124,7 @@ buildUnlocked() {
   left=$(ninja -C "$folder" -n "$@" 2>&1 || true)
   [[ $left == *'no work to do'* ]] && return
   note "building $preset"
-  # The build runs each test program to list its tests.
+  # The build runs the test programs to list their tests, so it needs the prefix, too.
   quietly "$folder.log" "${without_randomisation[@]}" ninja -C "$folder" -j "$(nproc)" "$@" ||
     die "preset $preset cannot be built"
 }

@@ -40,7 +40,7 @@ Given limitsReadBack(std::int32_t active_mb, std::int32_t inactive_mb) {
   };
 }
 
-// The process's nice value, and what the system makes of each that is set.
+// Gives the process this nice value. With `overriding`, the system replaces every value set later.
 Given niceIs(std::int32_t value, std::optional<std::int32_t> overriding = {}) {
   return [=](Device& device) {
     device.find(100)->nice_value = value;
@@ -71,7 +71,8 @@ struct Target : tests::Story {
     log.pop_back();
     return log;
   }
-  // Only the stage's own lines: settings that are not given keep the other stages' lines few.
+  // Return only the lines of one stage. Settings that are not given make the others log a known
+  // number of lines.
   Lines limits(std::int32_t active_mb, std::int32_t inactive_mb, const Given& given) {
     const Lines log = apply(
         {{"MemLimitActive", active_mb}, {"MemLimitInactive", inactive_mb}, {"JetsamPriority", -1}},
@@ -90,7 +91,7 @@ struct Target : tests::Story {
     const Lines log = apply({{"StripManaged", value}, {"JetsamPriority", -1}}, given);
     return {log.begin() + 4, log.end()};
   }
-  // The kernel calls since the last application began, from the first given one on.
+  // Returns `count` kernel calls of the last apply(), from number `first` on.
   [[nodiscard]] Lines calls(std::ptrdiff_t first, std::ptrdiff_t count) const {
     const Lines all = takeCalls();
     return {all.begin() + first, all.begin() + first + count};
@@ -220,7 +221,7 @@ TEST(NiceStage, SetsJudgesAndReports) {
       {35, niceIs(0), after("当前:0 目标:20 -> [成功]") + held},
       {-40, niceIs(20), after("当前:20 目标:-20 -> [成功]") + held},
       {"-35", niceIs(-20), after("目标已是 -20")},
-      // -1 is a value, also when an earlier call left errno.
+      // A nice value of -1 is no error, even if an earlier call set errno.
       {5, niceIs(-1), after("当前:-1 目标:5 -> [成功]") + held},
       {5, niceCallGives("getpriority", ESRCH), after("读取状态失败 err:3")},
       {5, niceCallGives("getpriority", EPERM), after("读取状态失败 err:1")},
@@ -232,7 +233,7 @@ TEST(NiceStage, SetsJudgesAndReports) {
   Target target;
   for (const Case& c : cases) {
     EXPECT_EQ(target.nice(c.value, c.given), c.log);
-    // Nothing is set without a change.
+    // A log of one line says that the value is right or unreadable; then nothing is set.
     EXPECT_EQ(target.device.takeTrace({"setpriority"}).empty(), c.log.size() == 1);
     EXPECT_EQ(target.nice(c.value,
                           [&](Device& device) {
@@ -307,9 +308,9 @@ TEST(BandStage, ARefusedBandIsTriedOnceMoreDividedByTen) {
   for (const Case& c : cases) {
     EXPECT_EQ(target.band(c.band, answers(kSetBand, -1, EINVAL)), c.log);
   }
-  // Only -1 is a refusal.
+  // Only after the result -1 is the band divided by ten.
   EXPECT_EQ(target.band(210, answers(kSetBand, 5)), refused(210));
-  // The newest kernel refuses the assertion on an unmanaged process.
+  // The newest kernel refuses to set the band of an unmanaged process.
   target.device.kernel.generation = model::KernelGeneration::Xnu11215To11417;
   EXPECT_EQ(target.band(100), adapted(100, 10) + refused(10));
   target.device.kernel.generation = model::KernelGeneration::Xnu4903To8020;

@@ -27,7 +27,7 @@ struct Process {
   std::int32_t nice_value = 0;
   std::uint64_t start_time = 0;
   bool is_zombie = false;
-  // The value that the system substitutes for every nice value or band set from outside, if any.
+  // If set, the system replaces every nice value or band that a call sets by this one.
   std::optional<std::int32_t> overriding_nice = std::nullopt;
   std::optional<std::int32_t> overriding_band = std::nullopt;
 };
@@ -39,8 +39,8 @@ struct Launch {
   std::int32_t nice_value = 0;
 };
 
-// Changes the result of matching calls: of one function, and optionally only of one process or one
-// `command`, which is the command of memorystatus_control or the `which` of the priority calls.
+// Changes the result of the calls of one function; `pid` and `command` restrict it to some of them.
+// `command` is memorystatus_control's command, or `which` of getpriority and setpriority.
 struct Script {
   std::string function;
   std::optional<int> command = std::nullopt;
@@ -62,7 +62,8 @@ struct Call {
   std::string function;
   std::string text;  // with arguments, the buffer's bytes and the result
   model::CallResult answer = {};
-  std::string left = {};  // what is in its buffer: the bytes that the result counts, or 32
+  std::string left =
+      {};  // the buffer's first bytes after the call: as many as the result says, or 32
   std::uint64_t at_ns = 0;
 };
 
@@ -94,10 +95,11 @@ class Device {
 
   void runForNs(std::uint64_t duration_ns) { scheduler.runUntil(scheduler.nowNs() + duration_ns); }
   void stepWallClock(std::int64_t seconds) { wall_step_s_ += seconds; }
-  // Seconds since 1970 in the device's own time zone.
+  // The device's local time as seconds since 1970, as if it were UTC.
   [[nodiscard]] std::int64_t wallSeconds() const;
 
-  // Returns and clears the recorded calls: whole, or as text of the named functions (or all).
+  // Both return the recorded calls and clear the trace. takeTrace returns only the texts, and if
+  // functions are named, only of these.
   std::vector<Call> takeCalls() { return std::exchange(trace_, {}); }
   std::vector<std::string> takeTrace(const std::vector<std::string>& functions = {});
 
