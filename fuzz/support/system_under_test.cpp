@@ -4,18 +4,22 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <utility>
 
 #include <gtest/gtest.h>
 
+#include "base/utf8.h"
 #include "cli/arguments.h"
+#include "config/default_preset.h"
 #include "config/preferences.h"
 #include "config/property_list_file.h"
 #include "config/status_file.h"
 #include "config/target_settings.h"
 #include "control/failure.h"
 #include "control/preferences_edit.h"
-#include "fuzz/support/output_checks.h"
+#include "fuzz/support/scene.h"
 #include "log/log_file.h"
 #include "platform/property_list.h"
 #include "proc/process_lookup.h"
@@ -24,12 +28,101 @@ namespace vorlatch::fuzz {
 namespace {
 
 using plist::Dictionary;
+using plist::Value;
 
 constexpr std::uint64_t kSecondNs = 1'000'000'000;
 constexpr std::uint64_t kPatrolNs = 1800 * kSecondNs;
 
 // The file to which an interrupted release moves the preferences.
 const std::string kSetAsideFileName = std::string(kPreferencesFileName) + ".released";
+
+// Control characters except for line ends, direction marks, and separators, embeddings and
+// isolates.
+Words harmfulCharacters() {
+  const std::vector<std::pair<std::uint32_t, std::uint32_t>> ranges{
+      {0x00, 0x09},     {0x0B, 0x1F},     {0x7F, 0x9F},    {0x61C, 0x61C},
+      {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}};
+  Words characters;
+  for (const auto& [first, last] : ranges) {
+    for (std::uint32_t code_point = first; code_point <= last; ++code_point) {
+      appendUtf8(characters.emplace_back(), code_point);
+    }
+  }
+  return characters;
+}
+
+bool holds(const Words& words, const std::string& word) {
+  return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+// Expects valid UTF-8 without control characters and without changes of text direction. `may_draw`
+// also permits colours, and the cursor moves and erasures with which `status --watch` replaces a
+// table.
+void expectHarmless(std::string text, bool may_draw) {
+  EXPECT_TRUE(isValidUtf8(text)) << testing::PrintToString(text);
+  static const Words drawings =
+      tests::wordsOf("[0m [1m [2m [31m [32m [33m [36m [2J [H [K [J [?7l [?7h");
+  for (const std::string& drawing : drawings) {
+    std::size_t at = 0;
+    // Leaves a character behind, so that no drawing hides a command around it.
+    while (may_draw && (at = text.find("\x1b" + drawing, at)) != text.npos) {
+      text.replace(at, drawing.size() + 1, "~");
+    }
+  }
+  static const Words harmful = harmfulCharacters();
+  for (const std::string& character : harmful) {
+    EXPECT_EQ(text.find(character), text.npos) << testing::PrintToString(text);
+  }
+}
+
+// Expects a sequence of JSON values and nothing else.
+void expectJson(const std::string& text) {
+  std::istringstream stream(text);
+  nlohmann::json value;
+  while (!(stream >> std::ws).eof()) {
+    EXPECT_NO_THROW(stream >> value) << testing::PrintToString(text);
+  }
+}
+
+// The word that names the command, or an empty string.
+std::string commandOf(const Words& words) {
+  const auto command = std::find_if(words.begin(), words.end(),
+                                    [](const std::string& word) { return !word.starts_with('-'); });
+  return command == words.end() ? std::string() : *command;
+}
+
+bool holdsPrefix(const Words& words, std::string_view prefix) {
+  return std::any_of(words.begin(), words.end(),
+                     [prefix](const std::string& word) { return word.starts_with(prefix); });
+}
+
+// The preferences in the file, without everything that the command may change.
+Dictionary unnamedIn(const Files::node_type& file, const Words& words) {
+  Dictionary preferences;
+  if (!file.empty()) preferences = dictionaryIn(file.mapped()).value_or(preferences);
+  const std::string command = commandOf(words);
+  if (holds({"enable", "disable", "release"}, command)) preferences.erase(keys::kEnabled);
+  if (!holds({"set", "unset", "remove", "preset"}, command)) return preferences;
+  const auto place = preferences.try_emplace(keys::kAppConfigs, Dictionary{}).first;
+  auto* const targets = place->second.as<Dictionary>();
+  if (targets == nullptr) return preferences;
+  for (auto& [name, target] : *targets) {
+    auto* const settings = target.as<Dictionary>();
+    if (settings == nullptr || !holds(words, name)) continue;
+    std::erase_if(*settings, [&](const auto& setting) {
+      return command == "set"     ? holdsPrefix(words, setting.first + "=")
+             : command == "unset" ? holds(words, setting.first)
+                                  : false;
+    });
+  }
+  std::erase_if(*targets, [&](const auto& entry) {
+    const auto& [name, target] = entry;
+    if (command == "preset") return appConfigs(defaultPreset()).contains(name);
+    const bool may_be_new = command == "set" && target == Value(Dictionary{});
+    return holds(words, name) && (command == "remove" || may_be_new);
+  });
+  return preferences;
+}
 
 bool printsJson(const Words& words) {
   if (!holdsPrefix(words, "--json") || commandOf(words) == "__complete") return false;
@@ -38,12 +131,6 @@ bool printsJson(const Words& words) {
   } catch (const control::Failure&) {
     return false;
   }
-}
-
-// Whether the command may change the preferences.
-bool isEdit(const Words& words) {
-  static const Words edits = tests::wordsOf("set unset remove enable disable preset release");
-  return std::find(edits.begin(), edits.end(), commandOf(words)) != edits.end();
 }
 
 }  // namespace
@@ -148,8 +235,8 @@ void SystemUnderTest::putPreferences(std::string_view bytes) const {
   tests::writeAll(preferencesFile(), bytes);
 }
 
-std::map<std::string, std::string> SystemUnderTest::files() const {
-  std::map<std::string, std::string> files;
+Files SystemUnderTest::files() const {
+  Files files;
   for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
     const std::string name = entry.path().filename();
     if (name == kStatusFileName || name == kLogFileName) continue;
@@ -160,25 +247,26 @@ std::map<std::string, std::string> SystemUnderTest::files() const {
 
 tests::Output SystemUnderTest::type(const Words& words) {
   auto before = files();
-  const Dictionary preferences = readDictionary(preferencesFile());
   tests::Output output = run(words);
   EXPECT_TRUE(output.status >= 0 && output.status <= 3) << output.status;
   expectHarmless(output.out, columns > 0 || has_colour);
   expectHarmless(output.err, false);
   if (output.status <= 1 && printsJson(words)) expectJson(output.out);
   auto after = files();
-  if (isEdit(words)) {
-    EXPECT_GE(after.erase(kPreferencesFileName), before.erase(kPreferencesFileName))
-        << "the preferences are gone";
+  static const Words edits = tests::wordsOf("set unset remove enable disable preset release");
+  if (holds(edits, commandOf(words))) {
+    const auto old_preferences = before.extract(kPreferencesFileName);
+    const auto new_preferences = after.extract(kPreferencesFileName);
+    EXPECT_TRUE(old_preferences.empty() || !new_preferences.empty()) << "the preferences are gone";
     // Such a release puts the preferences back that an interrupted release set aside.
     const bool may_put_back = commandOf(words) == "release" &&
                               holdsPrefix(words, "--keep-preferences") &&
                               before.contains(kSetAsideFileName);
     if (may_put_back && !after.contains(kSetAsideFileName)) before.erase(kSetAsideFileName);
     if (!may_put_back && !holdsPrefix(words, "--replace-file")) {
-      EXPECT_TRUE(control::isIdentical(withoutNamed(preferences, words),
-                                       withoutNamed(readDictionary(preferencesFile()), words)))
-          << tests::readAll(preferencesFile());
+      EXPECT_TRUE(control::isIdentical(unnamedIn(old_preferences, words),
+                                       unnamedIn(new_preferences, words)))
+          << (new_preferences.empty() ? "" : new_preferences.mapped());
     }
   }
   EXPECT_EQ(after, before);

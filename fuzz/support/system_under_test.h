@@ -28,6 +28,9 @@ const Words& preferencesWords();
 // a watch timer.
 const plist::Dictionary& soundPreferences();
 
+// Bytes by name.
+using Files = std::map<std::string, std::string>;
+
 // Only one per process, because the daemon cannot be shut down.
 class SystemUnderTest : public tests::ControlStory {
  public:
@@ -58,8 +61,8 @@ class SystemUnderTest : public tests::ControlStory {
   // The log, the calls and the status file after a valid file is read.
   tests::Lines doWithSoundFile();
   [[nodiscard]] std::uint64_t nextPatrolNs() const;
-  // The bytes of each file in the daemon's directory by name, without its log and status file.
-  [[nodiscard]] std::map<std::string, std::string> files() const;
+  // The files in the daemon's directory without its log and status file.
+  [[nodiscard]] Files files() const;
 
   std::string wechat_;
   tests::Lines at_first_;
