@@ -44,18 +44,11 @@ void arrange(std::int64_t targets, std::int64_t processes) {
 
 void unchangedPass(benchmark::State& state) {
   arrange(state.range(0), state.range(1));
-  benchmarks::PairedTiming timing;
-  while (state.KeepRunning()) {
-    timing.time(
-        [] {
-          benchmark::DoNotOptimize(loadPreferences());
-          benchmark::DoNotOptimize(loadPreferences());
-        },
-        executeMemoryLimits);
-  }
-  state.counters["readings_us"] = timing.firstUs();
-  state.counters["pass_us"] = timing.secondUs();
-  state.counters["beyond_us"] = timing.secondUs() - timing.firstUs();
+  const auto readTwice = [] {
+    benchmark::DoNotOptimize(loadPreferences());
+    benchmark::DoNotOptimize(loadPreferences());
+  };
+  benchmarks::timePair(state, "readings", readTwice, "pass", executeMemoryLimits);
 }
 BENCHMARK(unchangedPass)
     ->ArgNames({"targets", "processes"})

@@ -29,13 +29,8 @@ void floorOfTheMap() {
 
 void runningProcessMap(benchmark::State& state) {
   const benchmarks::Crowd crowd(state.range(0));
-  benchmarks::PairedTiming timing;
-  while (state.KeepRunning()) {
-    timing.time(floorOfTheMap, [] { benchmark::DoNotOptimize(getRunningProcessMap()); });
-  }
-  state.counters["floor_us"] = timing.firstUs();
-  state.counters["map_us"] = timing.secondUs();
-  state.counters["ratio"] = timing.secondUs() / timing.firstUs();
+  benchmarks::timePair(state, "floor", floorOfTheMap, "map",
+                       [] { benchmark::DoNotOptimize(getRunningProcessMap()); });
 }
 BENCHMARK(runningProcessMap)->Arg(500)->Arg(5000)->Iterations(60)->Unit(benchmark::kMillisecond);
 

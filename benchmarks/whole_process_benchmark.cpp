@@ -1,9 +1,7 @@
 // The installed daemon with this program as its only target: time to start, time to answer a
 // notification, and cost while idle. The argument is the idle time in seconds (default 60).
-#include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
-#include <spawn.h>
 #include <sys/inotify.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,21 +15,20 @@
 #include <filesystem>
 #include <initializer_list>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "base/files.h"
+#include "benchmarks/installation.h"
 #include "config/preferences.h"
 #include "config/property_list_file.h"
-#include "platform/linux/installation.h"
 #include "platform/notifications.h"
 
 namespace vorlatch {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using benchmarks::Installation;
 using std::chrono::milliseconds;
-namespace fs = std::filesystem;
 
 constexpr int kRuns = 50;
 
@@ -50,36 +47,9 @@ void report(const char* what, std::vector<double> values_ms) {
               values_ms.size());
 }
 
-// Installs the daemon beside this program: notifications reach only daemons in the same root, and a
-// program's root depends on where it is installed.
-class Root {
- public:
-  Root() {
-    const fs::path root = platform::installationRoot();
-    for (const char* made : {"usr", "var"}) fs::remove_all(root / made);
-    fs::create_directories(root / "usr/libexec");
-    fs::create_directories(root / "usr/lib");
-    fs::create_directories(root / "var/mobile/Library/Preferences");
-    fs::copy_file(VORLATCH_DAEMON, root / "usr/libexec/vorlatchd");
-    fs::copy_file(VORLATCH_LIBROOT, root / "usr/lib/libroot.so");
-    // Pages not yet on disk would count as the program's private dirty memory.
-    sync();
-  }
-  Root(const Root&) = delete;
-  Root& operator=(const Root&) = delete;
-  ~Root() {
-    std::error_code ignored;
-    for (const char* made : {"/usr", "/var"}) fs::remove_all(path(made), ignored);
-  }
-  static std::string path(const std::string& below) { return platform::installationRoot() + below; }
-  static std::string file(const std::string& name) {
-    return path("/var/mobile/Library/Preferences/" + name);
-  }
-};
-
 void writeTarget(int remark) {
   writePropertyList(
-      Root::file(kPreferencesFileName),
+      Installation::preferences(kPreferencesFileName),
       plist::Dictionary{
           {"Enabled", true},
           {"AppConfigs",
@@ -89,62 +59,58 @@ void writeTarget(int remark) {
 
 class Daemon {
  public:
-  Daemon() {
-    std::string program = Root::path("/usr/libexec/vorlatchd");
-    std::array<char*, 2> arguments{program.data(), nullptr};
-    posix_spawn(&pid_, program.c_str(), nullptr, nullptr, arguments.data(), environ);
-  }
+  explicit Daemon(const Installation& installation) : pid_(installation.start({})) {}
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
   ~Daemon() {
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
   }
-  // Whether start-up is complete, which ends with the main thread waiting for notifications. Reads
-  // the name of the kernel function that it sleeps in, because a query for its system call is
+  // Waits until start-up is complete, which ends with the main thread waiting for notifications.
+  // Reads the name of the kernel function that it sleeps in, because a query for its system call is
   // delayed by up to a tick while the thread leaves the processor.
-  [[nodiscard]] bool isServing() const {
-    return readFile(proc("wchan"), 4096).value_or("") == "wait_woken";
-  }
-  // The sum of a numeric status field over all threads.
-  [[nodiscard]] long perThread(const std::string& field) const {
-    long sum = 0;
-    for (const auto& thread : fs::directory_iterator(proc("task"))) {
-      sum += number(thread.path() / "status", field);
+  void waitUntilServing() const {
+    while (readFile(proc("wchan"), 4096).value_or("") != "wait_woken") {
     }
-    return sum;
+  }
+  [[nodiscard]] long contextSwitches() const {
+    return perThread("status", "voluntary_ctxt_switches:") +
+           perThread("status", "nonvoluntary_ctxt_switches:");
+  }
+  [[nodiscard]] double cpuMs() const {
+    return static_cast<double>(perThread("schedstat", "")) / 1e6;
   }
   [[nodiscard]] long memoryKb(const std::string& field) const {
     return number(proc("smaps_rollup"), field);
-  }
-  // CPU time of all threads, in milliseconds.
-  [[nodiscard]] double cpuMs() const {
-    double sum_ns = 0;
-    for (const auto& thread : fs::directory_iterator(proc("task"))) {
-      sum_ns +=
-          std::atof(readFile((thread.path() / "schedstat").string(), 4096).value_or("").c_str());
-    }
-    return sum_ns / 1e6;
   }
 
  private:
   [[nodiscard]] std::string proc(const std::string& name) const {
     return "/proc/" + std::to_string(pid_) + "/" + name;
   }
+  // The number that follows the field.
   static long number(const std::string& file, const std::string& field) {
     const std::string text = readFile(file, 1 << 20).value_or("");
-    const std::size_t at = text.find(field + ":");
-    return at == text.npos ? -1 : std::atol(text.c_str() + at + field.size() + 1);
+    const std::size_t at = text.find(field);
+    return at == text.npos ? -1 : std::atol(text.c_str() + at + field.size());
+  }
+  // The sum over all threads.
+  [[nodiscard]] long perThread(const char* file, const std::string& field) const {
+    long sum = 0;
+    for (const auto& thread : std::filesystem::directory_iterator(proc("task"))) {
+      sum += number(thread.path() / file, field);
+    }
+    return sum;
   }
 
-  pid_t pid_ = 0;
+  const pid_t pid_;
 };
 
 // Watches the log for new lines.
 class Log {
  public:
   Log() : descriptor_(inotify_init1(IN_CLOEXEC)) {
-    inotify_add_watch(descriptor_, Root::file("Vorlatch.log").c_str(), IN_MODIFY);
+    inotify_add_watch(descriptor_, Installation::preferences("Vorlatch.log").c_str(), IN_MODIFY);
   }
   Log(const Log&) = delete;
   Log& operator=(const Log&) = delete;
@@ -173,27 +139,22 @@ void runOn(std::initializer_list<unsigned> processors) {
   sched_setaffinity(0, sizeof(set), &set);
 }
 
-void measureStart() {
+void measureStart(const Installation& installation) {
   std::vector<double> starts_ms;
   for (int run = 0; run < kRuns; ++run) {
     // This program polls without pause, so it must not share the daemon's processor.
     runOn({1});
     const auto begin = Clock::now();
-    const Daemon daemon;
+    const Daemon daemon(installation);
     runOn({0});
-    while (!daemon.isServing()) {
-    }
+    daemon.waitUntilServing();
     starts_ms.push_back(millisecondsSince(begin));
   }
   runOn({0, 1});
   report("start to run loop", starts_ms);
 }
 
-void measurePosts() {
-  const Daemon daemon;
-  while (!daemon.isServing()) {
-  }
-  const Log log;
+void measurePosts(const Log& log) {
   std::vector<double> answers_ms;
   for (int run = 0; run < kRuns; ++run) {
     log.waitUntilQuiet();
@@ -205,33 +166,32 @@ void measurePosts() {
   report("post to the pass's first line", answers_ms);
 }
 
-void measureIdleness(int seconds) {
-  const Daemon daemon;
-  while (!daemon.isServing()) {
-  }
-  const Log log;
+void measureIdleness(const Daemon& daemon, const Log& log, int seconds) {
   log.waitUntilQuiet();
-  const long switches_before =
-      daemon.perThread("voluntary_ctxt_switches") + daemon.perThread("nonvoluntary_ctxt_switches");
+  const long switches_before = daemon.contextSwitches();
   const double cpu_before_ms = daemon.cpuMs();
   poll(nullptr, 0, seconds * 1000);
-  const long switches = daemon.perThread("voluntary_ctxt_switches") +
-                        daemon.perThread("nonvoluntary_ctxt_switches") - switches_before;
-  std::printf("idle for %d s: %ld context switches, %.3f ms of CPU time\n", seconds, switches,
-              daemon.cpuMs() - cpu_before_ms);
-  std::printf("memory: PSS %ld kB, private dirty %ld kB, resident %ld kB\n", daemon.memoryKb("Pss"),
-              daemon.memoryKb("Private_Dirty"), daemon.memoryKb("Rss"));
+  std::printf("idle for %d s: %ld context switches, %.3f ms of CPU time\n", seconds,
+              daemon.contextSwitches() - switches_before, daemon.cpuMs() - cpu_before_ms);
+  std::printf("memory: PSS %ld kB, private dirty %ld kB, resident %ld kB\n",
+              daemon.memoryKb("Pss:"), daemon.memoryKb("Private_Dirty:"), daemon.memoryKb("Rss:"));
 }
 
 }  // namespace
 }  // namespace vorlatch
 
 int main(int argc, char** argv) {
+  using namespace vorlatch;
   constexpr int kIdleSeconds = 60;
-  const vorlatch::Root root;
-  vorlatch::writeTarget(-1);
-  vorlatch::measureStart();
-  vorlatch::measurePosts();
-  vorlatch::measureIdleness(argc > 1 ? std::atoi(argv[1]) : kIdleSeconds);
-  return 0;
+  const Installation installation(VORLATCH_DAEMON, "/usr/libexec/vorlatchd");
+  writeTarget(-1);
+  measureStart(installation);
+  {
+    const Daemon daemon(installation);
+    daemon.waitUntilServing();
+    measurePosts(Log());
+  }
+  const Daemon daemon(installation);
+  daemon.waitUntilServing();
+  measureIdleness(daemon, Log(), argc > 1 ? std::atoi(argv[1]) : kIdleSeconds);
 }

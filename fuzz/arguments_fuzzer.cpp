@@ -41,17 +41,13 @@ std::string wordOf(const SystemUnderTest& system, const Value& value) {
 
 std::vector<Words> commandsIn(const SystemUnderTest& system, const Dictionary& scene) {
   std::vector<Words> commands;
-  const Value* value = plist::find(scene, "Commands");
-  const auto* lines = value != nullptr ? value->as<Array>() : nullptr;
-  if (lines == nullptr) return commands;
-  for (const Value& line : *lines) {
+  for (const Value& line : arrayIn(scene, "Commands")) {
     const auto* items = line.as<Array>();
     if (items == nullptr || commands.size() == kMostCommands) continue;
-    Words words;
+    Words& words = commands.emplace_back();
     for (const Value& item : *items) {
       if (words.size() < kMostWords) words.push_back(wordOf(system, item));
     }
-    commands.push_back(std::move(words));
   }
   return commands;
 }
@@ -61,14 +57,12 @@ void prepare(SystemUnderTest& system, const Dictionary& scene) {
   // The daemon is notified of the preferences; its other files change without its knowledge.
   if (const auto bytes = fileIn(scene, "Preferences", is_binary)) system.putPreferences(*bytes);
   system.postAndRun();
-  if (const auto bytes = fileIn(scene, "Status", is_binary)) {
-    tests::writeAll(system.statusFile(), *bytes);
-  }
-  if (const auto bytes = fileIn(scene, "Log", is_binary)) {
-    tests::writeAll(system.logFile(), *bytes);
-  }
-  if (const auto bytes = fileIn(scene, "SetAside", is_binary)) {
-    tests::writeAll(system.preferencesFile() + ".released", *bytes);
+  const std::vector<std::pair<const char*, std::string>> files{
+      {"Status", system.statusFile()},
+      {"Log", system.logFile()},
+      {"SetAside", system.preferencesFile() + ".released"}};
+  for (const auto& [key, path] : files) {
+    if (const auto bytes = fileIn(scene, key, is_binary)) tests::writeAll(path, *bytes);
   }
   system.columns = static_cast<std::size_t>(std::clamp(integerIn(scene, "Columns", 0), 0, 300));
   system.rows = static_cast<std::size_t>(std::clamp(integerIn(scene, "Rows", 0), 0, 100));
@@ -81,14 +75,13 @@ void prepare(SystemUnderTest& system, const Dictionary& scene) {
 
 const Words& vocabulary() {
   static const Words& words = *[] {
-    auto* all =
-        new Words(tests::wordsOf("Commands Preferences Status Log SetAside Binary Columns Rows "
-                                 "Colour Waits --json --help -h -- "
-                                 "- = [ [a,b] , NiceValue=-5 CheckInterval=30 StripManaged=off "
-                                 "MemLimitActive=2000 内核 [守护] "
-                                 "pid n p @com.zel.vorlatch.plist @Vorlatch.log . 1e5 +5"));
+    auto* all = new Words(tests::with(
+        preferencesWords(),
+        tests::wordsOf("Commands Preferences Status Log SetAside Binary Columns Rows Colour Waits "
+                       "--json --help -h -- - = [ [a,b] , NiceValue=-5 CheckInterval=30 "
+                       "StripManaged=off MemLimitActive=2000 内核 [守护] pid n p "
+                       "@com.zel.vorlatch.plist @Vorlatch.log . 1e5 +5")));
     all->emplace_back("[03-04 05:06:07] [内核] ：成功\n");
-    all->insert(all->end(), preferencesWords().begin(), preferencesWords().end());
     for (const cli::Command* command : cli::commands()) {
       all->emplace_back(command->name);
       cli::Arguments arguments;
@@ -106,16 +99,20 @@ const Words& vocabulary() {
 
 void feed(std::string_view input) {
   static SystemUnderTest& system = *new SystemUnderTest;
-  const std::optional<Value> root = propertyListIn(input);
-  if (!root || root->as<Dictionary>() == nullptr) return;
-  const Dictionary& scene = *root->as<Dictionary>();
+  const std::optional<Dictionary> scene = dictionaryIn(input);
+  if (!scene) return;
   system.feed([&] {
-    prepare(system, scene);
-    for (const Words& words : commandsIn(system, scene)) {
+    prepare(system, *scene);
+    for (const Words& words : commandsIn(system, *scene)) {
       system.type(words);
       system.Story::run(200ms);
     }
-    system.takeChargeOfHeld();
+    // No pass would restore targets that only a patrol has applied after their removal, because the
+    // daemon was never notified of their file. This pass takes them over.
+    Dictionary held = system.status();
+    for (auto& [key, entry] : held) entry = Dictionary{};
+    system.writeTargets(held);
+    system.postAndRun();
   });
 }
 

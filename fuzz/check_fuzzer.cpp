@@ -11,8 +11,8 @@
 #include "config/property_list_file.h"
 #include "control/preferences_edit.h"
 #include "fuzz/support/fuzzer.h"
+#include "fuzz/support/scene.h"
 #include "fuzz/support/system_under_test.h"
-#include "platform/property_list.h"
 
 namespace vorlatch::fuzz {
 namespace {
@@ -27,31 +27,30 @@ constexpr const char* kTarget = "SpringBoard";
 // size of a readable file. `check` must report exactly the files that the daemon cannot read as
 // unreadable.
 void check(SystemUnderTest& system, std::string_view input) {
-  const Output json = system.look({"check"}, true);
+  const Output json = system.type({"check", "--json"});
   const auto findings = nlohmann::json::parse(json.out).at("findings");
   EXPECT_EQ(json.status, findings.empty() ? 0 : 1);
-  const Output text = system.look({"check"}, false);
+  const Output text = system.type({"check"});
   EXPECT_EQ(text.status, json.status);
   const auto lines = static_cast<std::size_t>(std::count(text.out.begin(), text.out.end(), '\n'));
-  const std::optional<Value> root = propertyListIn(input);
-  const bool is_readable = root && root->as<Dictionary>() != nullptr;
+  const bool is_readable = dictionaryIn(input).has_value();
   const bool is_said_unreadable = findings.size() == 1 && findings[0].at("kind") == "unreadable";
   EXPECT_EQ(is_said_unreadable, !is_readable) << text.out;
   EXPECT_EQ(lines, std::max<std::size_t>(findings.size(), 1) + (is_readable ? 1 : 0)) << text.out;
 }
 
-// The preferences with the target's nice value; std::nullopt if they have no place for it.
-std::optional<Dictionary> withNiceValue(const Dictionary& before, const Value& nice_value) {
-  Dictionary after = before;
-  auto* targets = after.try_emplace(keys::kAppConfigs, Dictionary{}).first->second.as<Dictionary>();
+// std::nullopt if the preferences have no place for the nice value.
+std::optional<Dictionary> withNiceValue(Dictionary preferences) {
+  auto* targets =
+      preferences.try_emplace(keys::kAppConfigs, Dictionary{}).first->second.as<Dictionary>();
   if (targets == nullptr) return std::nullopt;
   auto* settings = targets->try_emplace(kTarget, Dictionary{}).first->second.as<Dictionary>();
   if (settings == nullptr) return std::nullopt;
-  settings->insert_or_assign(keys::kNiceValue, nice_value);
-  return after;
+  settings->insert_or_assign(keys::kNiceValue, -5);
+  return preferences;
 }
 
-Dictionary withoutTarget(Dictionary preferences) {
+std::optional<Dictionary> withoutTarget(Dictionary preferences) {
   preferences.at(keys::kAppConfigs).as<Dictionary>()->erase(kTarget);
   return preferences;
 }
@@ -62,11 +61,12 @@ bool holdsNul(std::string_view bytes) {
   const auto list = plist::BinaryPropertyList::open(bytes);
   for (std::uint64_t i = 0; list && i < list->objectCount(); ++i) {
     const auto object = list->object(i);
-    if (!object) continue;
-    const std::string_view text = object->payload;
-    if (object->kind == Kind::AsciiString && text.find('\0') != text.npos) return true;
-    for (std::size_t at = 0; object->kind == Kind::Utf16String && at < text.size(); at += 2) {
-      if (text[at] == '\0' && text[at + 1] == '\0') return true;
+    if (!object || (object->kind != Kind::AsciiString && object->kind != Kind::Utf16String)) {
+      continue;
+    }
+    const std::string nul(object->kind == Kind::AsciiString ? 1 : 2, '\0');
+    for (std::size_t at = 0; at < object->payload.size(); at += nul.size()) {
+      if (object->payload.substr(at, nul.size()) == nul) return true;
     }
   }
   return false;
@@ -79,62 +79,39 @@ bool mayBecome(std::string_view bytes, const Dictionary& before, const Dictionar
   if (control::isIdentical(before, after)) return true;
   const bool is_binary = plist::isBinaryPropertyList(bytes);
   if (is_binary && holdsNul(bytes)) return false;
-  const std::optional<Value> back = propertyListIn(
-      is_binary ? platform::writeBinaryPropertyList(after) : platform::writeXmlPropertyList(after));
+  const std::optional<Value> back = propertyListIn(writtenAs(after, is_binary));
   return back && control::isIdentical(*back, after);
 }
 
-// The expected preferences after setting the nice value; std::nullopt if the edit must be refused.
-std::optional<Dictionary> afterSetting(std::string_view bytes, const Value& nice_value) {
-  const std::optional<Value> root = propertyListIn(bytes);
-  const auto* before = root ? root->as<Dictionary>() : nullptr;
-  if (before == nullptr) return std::nullopt;
-  std::optional<Dictionary> after = withNiceValue(*before, nice_value);
-  return after && mayBecome(bytes, *before, *after) ? after : std::nullopt;
-}
-
-Output setNiceValue(SystemUnderTest& system) {
-  return system.edit({"set", kTarget, "NiceValue=-5"}, false);
-}
-
-void expectStored(const SystemUnderTest& system, const Dictionary& preferences, bool is_binary) {
+// Expects the command to change the file as `change` does, or to be refused and leave it alone.
+// Returns whether it was accepted.
+bool edit(SystemUnderTest& system, const Words& command,
+          std::optional<Dictionary> (*change)(Dictionary)) {
   const std::string bytes = tests::readAll(system.preferencesFile());
-  const std::optional<Value> root = propertyListIn(bytes);
-  EXPECT_TRUE(root && control::isIdentical(*root, preferences)) << bytes;
-  EXPECT_EQ(plist::isBinaryPropertyList(bytes), is_binary);
-}
-
-void removeOne(SystemUnderTest& system, const Dictionary& before) {
-  const std::string bytes = tests::readAll(system.preferencesFile());
-  const Dictionary after = withoutTarget(before);
-  const bool may = mayBecome(bytes, before, after);
-  const Output output = system.edit({"remove", kTarget}, false);
+  const std::optional<Dictionary> before = dictionaryIn(bytes);
+  const std::optional<Dictionary> after = before ? change(*before) : std::nullopt;
+  const bool may = after && mayBecome(bytes, *before, *after);
+  const Output output = system.type(command);
   EXPECT_EQ(output.status, may ? 0 : 3) << output.err;
-  expectStored(system, may ? after : before, plist::isBinaryPropertyList(bytes));
-}
-
-void editOne(SystemUnderTest& system, std::string_view input) {
-  const std::optional<Dictionary> expected = afterSetting(input, -5);
-  const Output output = setNiceValue(system);
   const std::string written = tests::readAll(system.preferencesFile());
-  EXPECT_EQ(output.status, expected ? 0 : 3) << output.err;
-  if (!expected) {
-    EXPECT_EQ(written, input);
-    return;
+  if (!may || control::isIdentical(*before, *after)) {
+    EXPECT_EQ(written, bytes);
+    return may;
   }
-  expectStored(system, *expected, plist::isBinaryPropertyList(input));
-  EXPECT_EQ(setNiceValue(system).status, 0);
-  EXPECT_EQ(tests::readAll(system.preferencesFile()), written);
-  // An edit without a change does not notify the daemon, so the test does.
-  if (written == input) system.post();
-  system.Story::run(150ms);
-  system.expectTrueStatus(*expected);
-  removeOne(system, *expected);
+  const std::optional<Dictionary> stored = dictionaryIn(written);
+  EXPECT_TRUE(stored && control::isIdentical(*stored, *after)) << written;
+  EXPECT_EQ(plist::isBinaryPropertyList(written), plist::isBinaryPropertyList(bytes));
+  return true;
 }
 
-void editMore(SystemUnderTest& system) {
-  system.edit({"enable"}, true);
-  system.edit({"preset", "--replace"}, false);
+void editTarget(SystemUnderTest& system) {
+  const Words set{"set", kTarget, "NiceValue=-5"};
+  if (!edit(system, set, withNiceValue)) return;
+  EXPECT_TRUE(edit(system, set, withNiceValue));
+  // An edit without a change does not notify the daemon, so the test does.
+  system.postAndRun();
+  system.expectTrueStatus();
+  edit(system, {"remove", kTarget}, withoutTarget);
 }
 
 }  // namespace
@@ -148,14 +125,14 @@ void feed(std::string_view input) {
   system.feed([&] {
     system.putPreferences(input);
     check(system, input);
-    for (const bool wants_json : {false, true}) {
-      for (const Words& words :
-           {Words{"list"}, Words{"plan"}, Words{"show", kTarget}, Words{"status"}}) {
-        system.look(words, wants_json);
-      }
+    for (Words words : {Words{"list"}, {"plan"}, {"show", kTarget}, {"status"}}) {
+      system.type(words);
+      words.emplace_back("--json");
+      system.type(words);
     }
-    editOne(system, input);
-    editMore(system);
+    editTarget(system);
+    system.type({"enable", "--json"});
+    system.type({"preset", "--replace"});
   });
 }
 

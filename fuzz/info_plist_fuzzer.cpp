@@ -2,19 +2,16 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <optional>
 
 #include <gtest/gtest.h>
 
-#include "config/property_list_file.h"
 #include "fuzz/support/fuzzer.h"
+#include "fuzz/support/scene.h"
 #include "proc/process_lookup.h"
 #include "tests/support/story.h"
 
 namespace vorlatch::fuzz {
 namespace {
-
-using plist::Dictionary;
 
 struct EmptyDevice : tests::Story {
   EmptyDevice() {
@@ -24,9 +21,8 @@ struct EmptyDevice : tests::Story {
 };
 
 std::string identifierIn(std::string_view bytes) {
-  const std::optional<plist::Value> root = propertyListIn(bytes);
-  const auto* info = root ? root->as<Dictionary>() : nullptr;
-  const plist::Value* value = info != nullptr ? plist::find(*info, "CFBundleIdentifier") : nullptr;
+  const plist::Dictionary info = dictionaryIn(bytes).value_or(plist::Dictionary());
+  const plist::Value* value = plist::find(info, "CFBundleIdentifier");
   const auto* text = value != nullptr ? value->as<std::string>() : nullptr;
   return text != nullptr ? *text : std::string();
 }
@@ -45,15 +41,15 @@ void expectFound(std::int32_t pid, const std::string& identifier) {
 }  // namespace
 
 const Words& vocabulary() {
-  static const Words& words = *new Words{"CFBundleIdentifier",
-                                         "CFBundleName",
-                                         "com.example.app",
-                                         "none such",
-                                         "X",
-                                         "",
-                                         "a.b",
-                                         "中文",
-                                         "\x1b[2J"};
+  static const Words words{"CFBundleIdentifier",
+                           "CFBundleName",
+                           "com.example.app",
+                           "none such",
+                           "X",
+                           "",
+                           "a.b",
+                           "中文",
+                           "\x1b[2J"};
   return words;
 }
 

@@ -19,7 +19,6 @@
 #include "fuzz/support/fuzzer.h"
 #include "fuzz/support/scene.h"
 #include "fuzz/support/system_under_test.h"
-#include "platform/property_list.h"
 #include "proc/process_lookup.h"
 
 namespace vorlatch::fuzz {
@@ -50,7 +49,9 @@ void launchProcesses(SystemUnderTest& system, const Dictionary& scene) {
   std::int32_t next_pid = 1000;
   const auto copies = static_cast<std::size_t>(std::clamp(integerIn(scene, "Copies", 1), 1, 200));
   for (std::size_t copy = 0; copy < copies; ++copy) {
-    for (const Dictionary* process : dictionariesIn(scene, "Processes")) {
+    for (const Value& entry : arrayIn(scene, "Processes")) {
+      const auto* process = entry.as<Dictionary>();
+      if (process == nullptr) continue;
       std::int32_t pid = copy == 0 ? integerIn(*process, "Pid", 0) : 0;
       if (pid == 0) pid = next_pid++;
       if (pids.size() >= kMostProcesses || !pids.insert(pid).second) continue;
@@ -69,7 +70,9 @@ void launchProcesses(SystemUnderTest& system, const Dictionary& scene) {
 // A call may claim any result, but gets a buffer with at least that many bytes. Otherwise old
 // contents of another buffer would be read, which would not be repeatable.
 void scriptAnswers(simulated::Device& device, const Dictionary& scene) {
-  for (const Dictionary* answer : dictionariesIn(scene, "Answers")) {
+  for (const Value& entry : arrayIn(scene, "Answers")) {
+    const auto* answer = entry.as<Dictionary>();
+    if (answer == nullptr) continue;
     simulated::Script script{.function = textIn(*answer, "Function"),
                              .first = std::clamp(integerIn(*answer, "First", 1), 1, 1000),
                              .count = std::clamp(integerIn(*answer, "Count", 1), 0, 1000),
@@ -123,55 +126,50 @@ void expectNoStrangerTouched(const tests::Lines& calls) {
 }
 
 void look(SystemUnderTest& system, const std::string& key) {
-  for (const bool wants_json : {false, true}) {
-    for (const char* command : {"ps", "plan", "doctor", "status", "check"}) {
-      system.look({command}, wants_json);
-    }
-    system.look({"match", key}, wants_json);
+  for (const char* command : {"ps", "plan", "doctor", "status", "check"}) {
+    system.type({command});
+    system.type({command, "--json"});
   }
-  system.look({"__complete", "match", ""}, false);
+  system.type({"match", "--", key});
+  system.type({"match", "--json", "--", key});
+  system.type({"__complete", "match", ""});
 }
 
 }  // namespace
 
 const Words& vocabulary() {
-  static const Words& words = *[] {
-    auto* all = new Words(tests::wordsOf(
-        "Processes Copies AppConfigs Answers Name Path Pid Nice Zombie Function Command "
-        "First Count Result Error Buffer Acts proc_listpids proc_name proc_pidpath "
-        "getpriority setpriority NiceValue memorystatus_control SpringBoard a.b "
-        "CheckInterval com.tencent.xin @WeChat.app/ @WeChat.app/x @Odd.app/x @Other.appex/x "
-        "@Nameless.app/x /x.app/y / %s%n \x1b[2J \xe2\x80\xae视\xe2\x80\xac = vorlatchd "
-        "JetsamPriority"));
-    for (const char* word : {"", "\n", "\t"}) all->emplace_back(word);
-    return all;
-  }();
+  static const Words words = tests::with(
+      tests::wordsOf(
+          "Processes Copies AppConfigs Answers Name Path Pid Nice Zombie Function Command "
+          "First Count Result Error Buffer Acts proc_listpids proc_name proc_pidpath "
+          "getpriority setpriority NiceValue memorystatus_control SpringBoard a.b "
+          "CheckInterval com.tencent.xin @WeChat.app/ @WeChat.app/x @Odd.app/x @Other.appex/x "
+          "@Nameless.app/x /x.app/y / %s%n \x1b[2J \xe2\x80\xae视\xe2\x80\xac = vorlatchd "
+          "JetsamPriority"),
+      {"", "\n", "\t"});
   return words;
 }
 
 void feed(std::string_view input) {
   static ProcessSystem& system = *new ProcessSystem;
-  const std::optional<Value> root = propertyListIn(input);
-  if (!root || root->as<Dictionary>() == nullptr) return;
-  const Dictionary& scene = *root->as<Dictionary>();
-  const Value* targets = plist::find(scene, keys::kAppConfigs);
+  const std::optional<Dictionary> scene = dictionaryIn(input);
+  if (!scene) return;
+  const Value* targets = plist::find(*scene, keys::kAppConfigs);
   const Dictionary preferences{{keys::kEnabled, true},
                                {keys::kAppConfigs, targets != nullptr ? *targets : Dictionary{}}};
-  const std::string bytes = platform::writeXmlPropertyList(preferences);
+  const std::string bytes = writtenAs(preferences, false);
   if (!propertyListIn(bytes)) return;
   system.feed([&] {
-    launchProcesses(system, scene);
+    launchProcesses(system, *scene);
     expectFound(system.device);
     system.putPreferences(bytes);
-    scriptAnswers(system.device, scene);
+    scriptAnswers(system.device, *scene);
     system.device.is_tracing = true;
     system.postAndRun();
-    system.runTo(3s);
-    system.sleepTo(1799s);
-    system.runTo(1801s);
+    system.sleepUntilPatrol();
     system.device.is_tracing = false;
     expectNoStrangerTouched(system.takeCalls());
-    system.expectWholeLog(readDictionary(system.preferencesFile()));
+    system.expectWholeLog();
     const Dictionary status = system.status();
     look(system, status.empty() ? std::string() : status.begin()->first);
 
@@ -181,7 +179,7 @@ void feed(std::string_view input) {
     system.postAndRun();
     system.putPreferences(bytes);
     system.postAndRun();
-    system.expectTrueStatus(readDictionary(system.preferencesFile()));
+    system.expectTrueStatus();
     look(system, "SpringBoard");
   });
 }

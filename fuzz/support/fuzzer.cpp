@@ -1,15 +1,11 @@
-// libFuzzer's entry points.
+// libFuzzer's entry points, except for those of the mutator.
 #include "fuzz/support/fuzzer.h"
 
 #include <unistd.h>
 
-#include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 
 #include <gtest/gtest.h>
-
-#include "fuzz/support/tree_mutator.h"
 
 namespace vorlatch::fuzz {
 namespace {
@@ -31,14 +27,7 @@ class StopAtFailure : public testing::EmptyTestEventListener {
   const int output_ = ::dup(STDERR_FILENO);
 };
 
-std::string_view textOf(const std::uint8_t* data, std::size_t size) {
-  return {reinterpret_cast<const char*>(data), size};
-}
-
 }  // namespace
-}  // namespace vorlatch::fuzz
-
-using vorlatch::fuzz::textOf;
 
 // Adds the option that keeps libFuzzer's own output off the redirected streams.
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
@@ -48,24 +37,13 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
   *argc = static_cast<int>(arguments.size());
   arguments.push_back(nullptr);
   *argv = arguments.data();
-  testing::UnitTest::GetInstance()->listeners().Append(new vorlatch::fuzz::StopAtFailure);
+  testing::UnitTest::GetInstance()->listeners().Append(new StopAtFailure);
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  vorlatch::fuzz::feed(textOf(data, size));
+  feed(textOf(data, size));
   return 0;
 }
 
-extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,
-                                               std::size_t max_size, unsigned seed) {
-  return vorlatch::fuzz::mutateTree(data, size, max_size, seed);
-}
-
-extern "C" std::size_t LLVMFuzzerCustomCrossOver(const std::uint8_t* data, std::size_t size,
-                                                 const std::uint8_t* other, std::size_t other_size,
-                                                 std::uint8_t* out, std::size_t max_out_size,
-                                                 unsigned seed) {
-  return vorlatch::fuzz::crossTrees(textOf(data, size), textOf(other, other_size), out,
-                                    max_out_size, seed);
-}
+}  // namespace vorlatch::fuzz

@@ -3,6 +3,7 @@
 // finding.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,5 +18,9 @@ void feed(std::string_view input);
 
 // The keys and texts from which the mutator builds inputs.
 const Words& vocabulary();
+
+inline std::string_view textOf(const std::uint8_t* data, std::size_t size) {
+  return {reinterpret_cast<const char*>(data), size};
+}
 
 }  // namespace vorlatch::fuzz

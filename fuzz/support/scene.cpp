@@ -1,5 +1,6 @@
 #include "fuzz/support/scene.h"
 
+#include "config/property_list_file.h"
 #include "platform/property_list.h"
 
 namespace vorlatch::fuzz {
@@ -28,15 +29,16 @@ std::string textIn(const Dictionary& scene, std::string_view key) {
   return value != nullptr ? bytesOf(*value) : std::string();
 }
 
-std::vector<const Dictionary*> dictionariesIn(const Dictionary& scene, std::string_view key) {
-  std::vector<const Dictionary*> dictionaries;
+plist::Array arrayIn(const Dictionary& scene, std::string_view key) {
   const Value* value = plist::find(scene, key);
   const auto* array = value != nullptr ? value->as<plist::Array>() : nullptr;
-  if (array == nullptr) return dictionaries;
-  for (const Value& item : *array) {
-    if (const auto* dictionary = item.as<Dictionary>()) dictionaries.push_back(dictionary);
-  }
-  return dictionaries;
+  return array != nullptr ? *array : plist::Array();
+}
+
+std::optional<Dictionary> dictionaryIn(std::string_view bytes) {
+  const std::optional<Value> root = propertyListIn(bytes);
+  const auto* dictionary = root ? root->as<Dictionary>() : nullptr;
+  return dictionary != nullptr ? std::optional(*dictionary) : std::nullopt;
 }
 
 std::optional<std::string> fileIn(const Dictionary& scene, std::string_view key, bool is_binary) {
@@ -45,8 +47,12 @@ std::optional<std::string> fileIn(const Dictionary& scene, std::string_view key,
   if (value->as<std::string>() != nullptr || value->as<plist::Data>() != nullptr) {
     return bytesOf(*value);
   }
-  return is_binary ? platform::writeBinaryPropertyList(*value)
-                   : platform::writeXmlPropertyList(*value);
+  return writtenAs(*value, is_binary);
+}
+
+std::string writtenAs(const Value& value, bool is_binary) {
+  return is_binary ? platform::writeBinaryPropertyList(value)
+                   : platform::writeXmlPropertyList(value);
 }
 
 }  // namespace vorlatch::fuzz

@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "base/plist_value.h"
 
@@ -20,12 +19,15 @@ bool isTrueIn(const plist::Dictionary& scene, std::string_view key);
 std::string textIn(const plist::Dictionary& scene, std::string_view key);
 // The bytes of a string or data; empty for any other value.
 std::string bytesOf(const plist::Value& value);
-// The dictionaries in an array, which point into `scene`. Skips other elements.
-std::vector<const plist::Dictionary*> dictionariesIn(const plist::Dictionary& scene,
-                                                     std::string_view key);
+// Empty for any other value.
+plist::Array arrayIn(const plist::Dictionary& scene, std::string_view key);
+// The dictionary at the root of a property list.
+std::optional<plist::Dictionary> dictionaryIn(std::string_view bytes);
 // The contents of a file: the bytes of a string or data, or any other value as a property list.
 // std::nullopt if the scene does not contain the file.
 std::optional<std::string> fileIn(const plist::Dictionary& scene, std::string_view key,
                                   bool is_binary);
+// The bytes of a property list.
+std::string writtenAs(const plist::Value& value, bool is_binary);
 
 }  // namespace vorlatch::fuzz

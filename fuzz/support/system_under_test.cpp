@@ -4,86 +4,130 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <utility>
 
 #include <gtest/gtest.h>
 
+#include "base/utf8.h"
 #include "cli/arguments.h"
+#include "config/default_preset.h"
 #include "config/preferences.h"
 #include "config/property_list_file.h"
 #include "config/status_file.h"
 #include "config/target_settings.h"
-#include "fuzz/support/output_checks.h"
+#include "control/failure.h"
+#include "control/preferences_edit.h"
+#include "fuzz/support/scene.h"
 #include "log/log_file.h"
 #include "platform/property_list.h"
 #include "proc/process_lookup.h"
-#include "tests/support/stamp.h"
 
 namespace vorlatch::fuzz {
 namespace {
 
 using plist::Dictionary;
+using plist::Value;
 
-constexpr std::uint64_t kPatrolNs = 1'800'000'000'000;
+constexpr std::uint64_t kSecondNs = 1'000'000'000;
+constexpr std::uint64_t kPatrolNs = 1800 * kSecondNs;
 
-// One target per kind of key and per stage of an application, with and without a watch timer.
-const Dictionary& soundPreferences() {
-  static const Dictionary& preferences = *new Dictionary{
-      {"Enabled", true},
-      {"AppConfigs",
-       Dictionary{
-           {"backboardd",
-            Dictionary{{"NiceValue", -20}, {"JetsamPriority", 210}, {"CheckInterval", 1}}},
-           {"SpringBoard", Dictionary{{"StripManaged", true}}},
-           {"com.tencent.xin", Dictionary{{"MemLimitActive", 1500}, {"MemLimitInactive", 300}}},
-           {"kbd", Dictionary{{"NiceValue", -18}}}}}};
-  return preferences;
-}
+// The file to which an interrupted release moves the preferences.
+const std::string kSetAsideFileName = std::string(kPreferencesFileName) + ".released";
 
-bool holdsLineEnd(const Dictionary& preferences) {
-  const TargetDictionaries targets = appConfigs(preferences);
-  return std::any_of(targets.begin(), targets.end(), [](const auto& target) {
-    return target.first.find('\n') != std::string::npos;
-  });
-}
-
-// The path to which an interrupted release moves the preferences.
-std::string setAsideFileName() {
-  return std::string(kPreferencesFileName) + ".released";
-}
-
-// Whether the command restores the file that an interrupted release set aside.
-bool mayPutBack(const Words& words) {
-  return commandOf(words) == "release" &&
-         std::any_of(words.begin(), words.end(), [](const std::string& word) {
-           return word.starts_with("--keep-preferences");
-         });
-}
-
-// Assigns the words, in order, to a command's arguments, and sets its flags.
-void giveValues(const cli::Arguments& arguments, const Words& words) {
-  auto word = words.begin();
-  for (const cli::Argument& argument : arguments) {
-    if (auto* const* flag = std::get_if<bool*>(&argument.value)) {
-      if (std::find(words.begin(), words.end(), argument.name) != words.end()) {
-        **flag = argument.flag_means;
-      }
-    } else if (word == words.end() || word->starts_with("--")) {
-      continue;
-    } else if (auto* const* text = std::get_if<std::string*>(&argument.value)) {
-      **text = *word++;
-    } else if (auto* const* all = std::get_if<cli::Words*>(&argument.value)) {
-      (*all)->assign(word, words.end());
+// Control characters except for line ends, direction marks, and separators, embeddings and
+// isolates.
+Words harmfulCharacters() {
+  const std::vector<std::pair<std::uint32_t, std::uint32_t>> ranges{
+      {0x00, 0x09},     {0x0B, 0x1F},     {0x7F, 0x9F},    {0x61C, 0x61C},
+      {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}};
+  Words characters;
+  for (const auto& [first, last] : ranges) {
+    for (std::uint32_t code_point = first; code_point <= last; ++code_point) {
+      appendUtf8(characters.emplace_back(), code_point);
     }
+  }
+  return characters;
+}
+
+bool holds(const Words& words, const std::string& word) {
+  return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+// Expects valid UTF-8 without control characters and without changes of text direction. `may_draw`
+// also permits colours, and the cursor moves and erasures with which `status --watch` replaces a
+// table.
+void expectHarmless(std::string text, bool may_draw) {
+  EXPECT_TRUE(isValidUtf8(text)) << testing::PrintToString(text);
+  static const Words drawings =
+      tests::wordsOf("[0m [1m [2m [31m [32m [33m [36m [2J [H [K [J [?7l [?7h");
+  for (const std::string& drawing : drawings) {
+    std::size_t at = 0;
+    // Leaves a character behind, so that no drawing hides a command around it.
+    while (may_draw && (at = text.find("\x1b" + drawing, at)) != text.npos) {
+      text.replace(at, drawing.size() + 1, "~");
+    }
+  }
+  static const Words harmful = harmfulCharacters();
+  for (const std::string& character : harmful) {
+    EXPECT_EQ(text.find(character), text.npos) << testing::PrintToString(text);
   }
 }
 
-// Whether the command prints JSON.
-bool printsJson(const Words& words) {
-  const bool may_want_it = std::any_of(words.begin(), words.end(), [](const std::string& word) {
-    return word.starts_with("--json");
+// Whether the text is a sequence of JSON values and nothing else.
+bool isJson(const std::string& text) {
+  std::istringstream stream(text);
+  nlohmann::json value;
+  try {
+    while (!(stream >> std::ws).eof()) stream >> value;
+    return true;
+  } catch (const nlohmann::json::exception&) {
+    return false;
+  }
+}
+
+// The word that names the command, or an empty string.
+std::string commandOf(const Words& words) {
+  const auto command = std::find_if(words.begin(), words.end(),
+                                    [](const std::string& word) { return !word.starts_with('-'); });
+  return command == words.end() ? std::string() : *command;
+}
+
+bool holdsPrefix(const Words& words, std::string_view prefix) {
+  return std::any_of(words.begin(), words.end(),
+                     [prefix](const std::string& word) { return word.starts_with(prefix); });
+}
+
+// The preferences in the file, without everything that the command may change.
+Dictionary unnamedIn(const Files::node_type& file, const Words& words) {
+  Dictionary preferences;
+  if (!file.empty()) preferences = dictionaryIn(file.mapped()).value_or(preferences);
+  const std::string command = commandOf(words);
+  if (holds({"enable", "disable", "release"}, command)) preferences.erase(keys::kEnabled);
+  if (!holds({"set", "unset", "remove", "preset"}, command)) return preferences;
+  const auto place = preferences.try_emplace(keys::kAppConfigs, Dictionary{}).first;
+  auto* const targets = place->second.as<Dictionary>();
+  if (targets == nullptr) return preferences;
+  for (auto& [name, target] : *targets) {
+    auto* const settings = target.as<Dictionary>();
+    if (settings == nullptr || !holds(words, name)) continue;
+    std::erase_if(*settings, [&](const auto& setting) {
+      return command == "set"     ? holdsPrefix(words, setting.first + "=")
+             : command == "unset" ? holds(words, setting.first)
+                                  : false;
+    });
+  }
+  std::erase_if(*targets, [&](const auto& entry) {
+    const auto& [name, target] = entry;
+    if (command == "preset") return appConfigs(defaultPreset()).contains(name);
+    const bool may_be_new = command == "set" && target == Value(Dictionary{});
+    return holds(words, name) && (command == "remove" || may_be_new);
   });
-  if (!may_want_it || commandOf(words) == "__complete") return false;
+  return preferences;
+}
+
+bool wantsJson(const Words& words) {
   try {
     return cli::parseArguments(words).wants_json;
   } catch (const control::Failure&) {
@@ -107,38 +151,39 @@ const Words& preferencesWords() {
   return words;
 }
 
+const Dictionary& soundPreferences() {
+  static const Dictionary& preferences = *new Dictionary{
+      {"Enabled", true},
+      {"AppConfigs",
+       Dictionary{
+           {"backboardd",
+            Dictionary{{"NiceValue", -20}, {"JetsamPriority", 210}, {"CheckInterval", 1}}},
+           {"SpringBoard", Dictionary{{"StripManaged", true}}},
+           {"com.tencent.xin", Dictionary{{"MemLimitActive", 1500}, {"MemLimitInactive", 300}}},
+           {"kbd", Dictionary{{"NiceValue", -18}}}}}};
+  return preferences;
+}
+
 SystemUnderTest::SystemUnderTest() {
   device.is_tracing = false;
   wechat_ = installApp("WeChat.app", Dictionary{{"CFBundleIdentifier", "com.tencent.xin"}});
-  prepareDevice();
+  prepare();
   putPreferences("");
   start();
   EXPECT_TRUE(std::filesystem::exists(logFile())) << "the daemon works in another root";
-  prepareFiles();
   at_first_ = doWithSoundFile();
-  letGo();
-  waitForNextPeriod();
 }
 
 void SystemUnderTest::feed(const std::function<void()>& story) {
-  prepareDevice();
-  prepareFiles();
+  prepare();
   keys_of_story_.clear();
   for (const auto& [key, settings] : appConfigs(soundPreferences())) keys_of_story_.insert(key);
   story();
   device.clearScripts();
-  letGo();
-  prepareDevice();
-  prepareFiles();
-  const Doings now = doWithSoundFile();
-  EXPECT_EQ(now.log, at_first_.log);
-  EXPECT_EQ(now.calls, at_first_.calls);
-  EXPECT_TRUE(now.status == at_first_.status) << "the status file differs";
-  letGo();
-  waitForNextPeriod();
+  EXPECT_EQ(doWithSoundFile(), at_first_);
 }
 
-void SystemUnderTest::prepareDevice() {
+void SystemUnderTest::prepare() {
   std::vector<std::int32_t> pids;
   for (const simulated::Process& process : device.processes()) pids.push_back(process.pid);
   for (const std::int32_t pid : pids) device.exit(pid);
@@ -151,9 +196,6 @@ void SystemUnderTest::prepareDevice() {
   device.launch({.name = "backboardd", .pid = 100'001});
   device.launch({.name = "SpringBoard", .pid = 100'002, .nice_value = 5});
   device.launch({.name = "WeChat", .executable_path = wechat_, .pid = 100'003});
-}
-
-void SystemUnderTest::prepareFiles() const {
   for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
     std::filesystem::remove_all(entry.path());
   }
@@ -165,45 +207,38 @@ void SystemUnderTest::letGo() const {
   postAndRun();
 }
 
-void SystemUnderTest::takeChargeOfHeld() const {
-  Dictionary held;
-  for (const auto& [key, entry] : status()) held.emplace(key, Dictionary{});
-  writeTargets(held);
-  postAndRun();
-}
-
-void SystemUnderTest::waitForNextPeriod() {
-  const std::uint64_t now_ns = device.scheduler.nowNs();
-  device.scheduler.runUntil((now_ns / kPatrolNs + 1) * kPatrolNs);
-  begin_ns_ = device.scheduler.nowNs();
-}
-
-SystemUnderTest::Doings SystemUnderTest::doWithSoundFile() {
-  putSoundPreferences();
+tests::Lines SystemUnderTest::doWithSoundFile() {
+  letGo();
+  prepare();
+  writePreferences(soundPreferences());
   device.is_tracing = true;
   device.takeTrace();
   post();
   Story::run(1200ms);
   device.is_tracing = false;
-  return {.log = rereadLog(), .calls = takeCalls(), .status = status()};
+  tests::Lines doings =
+      rereadLog() + takeCalls() + tests::Lines{platform::writeXmlPropertyList(status())};
+  letGo();
+  device.scheduler.runUntil(nextPatrolNs());
+  return doings;
 }
 
-void SystemUnderTest::runTo(std::chrono::nanoseconds time) const {
-  device.scheduler.runUntil(begin_ns_ + static_cast<std::uint64_t>(time.count()));
+std::uint64_t SystemUnderTest::nextPatrolNs() const {
+  return (device.scheduler.nowNs() / kPatrolNs + 1) * kPatrolNs;
 }
 
-void SystemUnderTest::sleepTo(std::chrono::nanoseconds time) {
-  const std::uint64_t then_ns = begin_ns_ + static_cast<std::uint64_t>(time.count());
-  const std::uint64_t now_ns = device.scheduler.nowNs();
-  if (then_ns > now_ns) device.scheduler.spend(then_ns - now_ns);
+void SystemUnderTest::sleepUntilPatrol() const {
+  Story::run(3s);
+  device.scheduler.spend(nextPatrolNs() - kSecondNs - device.scheduler.nowNs());
+  Story::run(3s);
 }
 
 void SystemUnderTest::putPreferences(std::string_view bytes) const {
   tests::writeAll(preferencesFile(), bytes);
 }
 
-std::map<std::string, std::string> SystemUnderTest::files() const {
-  std::map<std::string, std::string> files;
+Files SystemUnderTest::files() const {
+  Files files;
   for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
     const std::string name = entry.path().filename();
     if (name == kStatusFileName || name == kLogFileName) continue;
@@ -213,86 +248,48 @@ std::map<std::string, std::string> SystemUnderTest::files() const {
 }
 
 tests::Output SystemUnderTest::type(const Words& words) {
-  const auto before = files();
-  const Dictionary preferences = readDictionary(preferencesFile());
+  auto before = files();
   tests::Output output = run(words);
-  expectSound(output, printsJson(words));
-  if (isEdit(commandOf(words))) {
-    const bool may_put_back = mayPutBack(words) && before.contains(setAsideFileName());
-    expectOnlyPreferencesChanged(before, may_put_back);
-    if (!may_put_back) {
-      expectOnlyNamedChanges(preferences, readDictionary(preferencesFile()), words);
-    }
-  } else {
-    EXPECT_EQ(files(), before);
-  }
-  return output;
-}
-
-tests::Output SystemUnderTest::look(const Words& words, bool wants_json) {
-  const auto before = files();
-  tests::Output output = runCommand(words, wants_json);
-  EXPECT_EQ(files(), before);
-  return output;
-}
-
-tests::Output SystemUnderTest::edit(const Words& words, bool wants_json) {
-  const auto before = files();
-  tests::Output output = runCommand(words, wants_json);
-  expectOnlyPreferencesChanged(before, false);
-  return output;
-}
-
-tests::Output SystemUnderTest::runCommand(const Words& words, bool wants_json) {
-  tests::Output output = run([&](cli::Terminal& terminal) -> int {
-    const cli::Session session{.terminal = terminal, .wants_json = wants_json};
-    try {
-      cli::Arguments arguments;
-      const cli::Run work = cli::findCommand(words.front())->prepare(arguments);
-      giveValues(arguments, {words.begin() + 1, words.end()});
-      return work(session);
-    } catch (const control::Failure& failure) {
-      cli::printError(session, failure.message);
-      return failure.status;
-    }
-  });
-  expectSound(output, wants_json);
-  return output;
-}
-
-void SystemUnderTest::expectSound(const tests::Output& output, bool is_json) const {
   EXPECT_TRUE(output.status >= 0 && output.status <= 3) << output.status;
   expectHarmless(output.out, columns > 0 || has_colour);
   expectHarmless(output.err, false);
-  if (output.status <= 1 && is_json) expectJson(output.out);
-}
-
-void SystemUnderTest::expectOnlyPreferencesChanged(std::map<std::string, std::string> before,
-                                                   bool may_put_back) const {
-  std::map<std::string, std::string> after = files();
-  const std::size_t had_preferences = before.erase(kPreferencesFileName);
-  EXPECT_GE(after.erase(kPreferencesFileName), had_preferences) << "the preferences are gone";
-  if (may_put_back && !after.contains(setAsideFileName())) before.erase(setAsideFileName());
+  // Parses the words only if necessary, because that takes longer than most commands.
+  if (output.status <= 1 && holdsPrefix(words, "--json") && commandOf(words) != "__complete") {
+    EXPECT_TRUE(isJson(output.out) || !wantsJson(words)) << testing::PrintToString(output.out);
+  }
+  auto after = files();
+  static const Words edits = tests::wordsOf("set unset remove enable disable preset release");
+  if (holds(edits, commandOf(words))) {
+    const auto old_preferences = before.extract(kPreferencesFileName);
+    const auto new_preferences = after.extract(kPreferencesFileName);
+    EXPECT_TRUE(old_preferences.empty() || !new_preferences.empty()) << "the preferences are gone";
+    // Such a release puts the preferences back that an interrupted release set aside.
+    const bool may_put_back = commandOf(words) == "release" &&
+                              holdsPrefix(words, "--keep-preferences") &&
+                              before.contains(kSetAsideFileName);
+    if (may_put_back && !after.contains(kSetAsideFileName)) before.erase(kSetAsideFileName);
+    if (!may_put_back && !holdsPrefix(words, "--replace-file")) {
+      EXPECT_TRUE(control::isIdentical(unnamedIn(old_preferences, words),
+                                       unnamedIn(new_preferences, words)))
+          << (new_preferences.empty() ? "" : new_preferences.mapped());
+    }
+  }
   EXPECT_EQ(after, before);
+  return output;
 }
 
-void SystemUnderTest::putSoundPreferences() const {
-  writePreferences(soundPreferences());
-}
-
-void SystemUnderTest::expectWholeLog(const Dictionary& preferences) const {
+void SystemUnderTest::expectWholeLog() {
   const std::string log = tests::readAll(logFile());
   EXPECT_TRUE(log.empty() || log.ends_with('\n')) << "an unfinished line";
-  if (holdsLineEnd(preferences)) return;
-  for (std::size_t begin = 0; begin < log.size();) {
-    const std::size_t end = log.find('\n', begin);
-    const std::string line = log.substr(begin, end - begin);
-    EXPECT_TRUE(isStamped(line)) << line;
-    begin = end + 1;
-  }
+  const TargetDictionaries targets = appConfigs(readDictionary(preferencesFile()));
+  const bool breaks_lines = std::any_of(targets.begin(), targets.end(), [](const auto& target) {
+    return target.first.find('\n') != std::string::npos;
+  });
+  if (!breaks_lines) rereadLog();
 }
 
-void SystemUnderTest::expectTrueStatus(const Dictionary& preferences) {
+void SystemUnderTest::expectTrueStatus() {
+  const Dictionary preferences = readDictionary(preferencesFile());
   const RunningProcessMap running = getRunningProcessMap();
   const TargetDictionaries targets = appConfigs(preferences);
   for (const auto& [key, settings] : targets) keys_of_story_.insert(key);
