@@ -7,7 +7,6 @@
 #include <cstring>
 #include <utility>
 
-#include "tests/simulated/process_list.h"
 #include "tests/simulated/trace_text.h"
 
 namespace vorlatch::simulated {
@@ -60,6 +59,25 @@ Process* Device::find(std::int32_t pid) {
   const auto entry = by_pid_.find(pid);
   if (entry == by_pid_.end() || entry->second->is_zombie) return nullptr;
   return &*entry->second;
+}
+
+std::vector<model::LiveProcess> LiveProcesses::all() const {
+  std::vector<model::LiveProcess> live;
+  for (const Process& process : device_->processes()) {
+    if (!process.is_zombie) live.push_back({.pid = process.pid, .start_time = process.start_time});
+  }
+  return live;
+}
+
+std::optional<model::LiveProcess> LiveProcesses::find(std::int32_t pid) const {
+  const Process* process = device_->find(pid);
+  if (process == nullptr) return std::nullopt;
+  return model::LiveProcess{.pid = pid, .start_time = process->start_time};
+}
+
+bool LiveProcesses::isApp(std::int32_t pid) const {
+  const Process* process = device_->find(pid);
+  return process != nullptr && process->executable_path.find(".app/") != std::string::npos;
 }
 
 model::JetsamRecord Device::jetsam(std::int32_t pid) {
