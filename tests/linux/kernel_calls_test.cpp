@@ -45,11 +45,10 @@ std::set<int> nicesOfThreads(pid_t pid, std::size_t least_count) {
 }
 
 // Starts two threads that do the work and wait for ever; comes back when both wait.
-template <typename Work>
-void startTwoThreads(const Work& work) {
+void startTwoThreads(void (*work)()) {
   static std::latch done(2);
   for (int i = 0; i < 2; ++i) {
-    std::thread([&work] {
+    std::thread([work] {
       work();
       done.count_down();
       while (true) pause();

@@ -14,29 +14,23 @@ constexpr std::array<std::uint32_t, 9> kCommands = {kGetPriorityList, kSetPriori
                                                     kSetManaged,      kGetManaged,  kSetFreezable};
 
 TEST(JetsamRefusals, ComeFirstWithoutPrivilege) {
-  Machine machine;
-  machine.kernel.caller_is_privileged = false;
+  Machine privileged;
+  Machine unprivileged;
+  unprivileged.kernel.caller_is_privileged = false;
   for (const std::uint32_t command : kCommands) {
     // Ahead of every other refusal: the pid is gone and the buffer too large.
-    const CallResult expected = refusal(command == kSetFreezable ? EINVAL : EPERM);
-    EXPECT_EQ(machine.control(command, kGonePid, 0, nullptr, 65537), expected) << command;
-  }
-  EXPECT_EQ(machine.control(12345, kDaemonPid), refusal(EPERM));
-  EXPECT_EQ(machine.table, JetsamTable{});
-}
-
-TEST(JetsamRefusals, MeetBuffersAbove65536Bytes) {
-  for (const std::uint32_t command : kCommands) {
-    EXPECT_EQ(Machine().control(command, kDaemonPid, 0, nullptr, 65537), refusal(EINVAL))
+    const Answer expected = refusal(command == kSetFreezable ? EINVAL : EPERM);
+    EXPECT_EQ(unprivileged.control(command, kGonePid, 0, nullptr, 65537), expected) << command;
+    EXPECT_EQ(privileged.control(command, kDaemonPid, 0, nullptr, 65537), refusal(EINVAL))
         << command;
   }
-  EXPECT_EQ(Machine().control(kGetPriorityList, 0, 0, nullptr, 65536), (CallResult{.result = 72}));
-}
-
-TEST(JetsamRefusals, MeetUnknownCommands) {
+  EXPECT_EQ(privileged.control(kGetPriorityList, 0, 0, nullptr, 65536), (Answer{.result = 72}));
   for (const std::uint32_t command : {0U, 3U, 5U, 6U, 9U, 13U, 19U, 20U, 0xffffffffU}) {
-    EXPECT_EQ(Machine().control(command, kDaemonPid), refusal(EINVAL)) << command;
+    EXPECT_EQ(unprivileged.control(command, kDaemonPid), refusal(EPERM)) << command;
+    EXPECT_EQ(privileged.control(command, kDaemonPid), refusal(EINVAL)) << command;
   }
+  EXPECT_EQ(privileged.table, JetsamTable{});
+  EXPECT_EQ(unprivileged.table, JetsamTable{});
 }
 
 struct Refused {
