@@ -7,6 +7,8 @@
 #include <functional>
 #include <string>
 
+#include <gtest/gtest.h>
+
 namespace vorlatch::conformance {
 
 // The uptime by which the platform's timers go.
@@ -28,17 +30,41 @@ void changed(const std::function<void()>& change);
 void spendInside(std::uint64_t duration_ns);
 
 // Runs the platform's runMainLoop(), so that notifications observed before are delivered while
-// runUntil() runs: on a thread of its own where the loop does not return. Called at most once.
+// runUntil() runs. Called at most once.
 void startMainLoop();
 
 // A path, unlike every path given before, whose last component is the name, for startProcess().
 std::string executablePath(const std::string& name);
 
-// Starts a process of this executable, which idles, and gives its id, or 0 on failure. It is the
-// newest process, and its name and path are in the process table when this returns.
+// Starts a process of this executable, which idles, and gives its id, or 0 on failure. A missing
+// executable is made. It is the newest process, and its name and path are in the process table when
+// this returns.
 int startProcess(const std::string& executable_path);
 
 // Ends it. It is not in the process table any more when this returns, not as a zombie either.
 void endProcess(int pid);
+
+// A process that runs as long as the object lives.
+class Process {
+ public:
+  explicit Process(const std::string& name)
+      : path_(name.starts_with('/') ? name : executablePath(name)) {
+    EXPECT_GT(pid_ = startProcess(path_), 0);
+  }
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+  ~Process() { end(); }
+  void end() {
+    if (!ended_ && pid_ > 0) endProcess(pid_);
+    ended_ = true;
+  }
+  [[nodiscard]] int pid() const { return pid_; }
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+ private:
+  const std::string path_;
+  int pid_ = 0;
+  bool ended_ = false;
+};
 
 }  // namespace vorlatch::conformance

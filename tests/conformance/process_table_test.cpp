@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/conformance/driven_process.h"
-#include "tests/conformance/process_texts.h"
+#include "tests/conformance/calls.h"
+#include "tests/conformance/driver.h"
 
 namespace vorlatch::conformance {
 namespace {
@@ -41,8 +41,8 @@ TEST(ProcessTable, ListsProcessUntilItEnds) {
   Process process("vl-listed");
   const int pid = process.pid();
   EXPECT_EQ(std::ranges::count(listedIn(size), pid), 1);  // the size leaves room for new ones
-  EXPECT_EQ(nameOf(pid), (TextAnswer{"vl-listed"}));
-  EXPECT_EQ(pathOf(pid), (TextAnswer{process.path()}));
+  EXPECT_EQ(nameOf(pid), (TextAnswer{.text = "vl-listed"}));
+  EXPECT_EQ(pathOf(pid), (TextAnswer{.text = process.path()}));
   process.end();
   EXPECT_EQ(std::ranges::count(listed(), pid), 0);
   EXPECT_EQ(nameOf(pid), refused(ESRCH));
@@ -53,7 +53,7 @@ TEST(ProcessTable, GivesNamesUpToThirtyOneCharacters) {
   for (const std::string name :
        {"vl-fifteen-char", "vl-a-name-of-more-than-fifteen", "vl-a-name-of-thirty-one-charact",
         "vl-a-name-of-thirty-one-characters-and-more"}) {
-    EXPECT_EQ(nameOf(Process(name).pid()), (TextAnswer{name.substr(0, 31)}));
+    EXPECT_EQ(nameOf(Process(name).pid()), (TextAnswer{.text = name.substr(0, 31)}));
   }
 }
 
@@ -77,12 +77,13 @@ TEST(ProcessTable, RefusesUnfitBuffers) {
   const Process process("vl-small");
   const int pid = process.pid();
   EXPECT_EQ(nameOf(pid, 31), refused(ENOMEM));
-  EXPECT_EQ(nameOf(pid, 32), (TextAnswer{"vl-small"}));
+  EXPECT_EQ(nameOf(pid, 32), (TextAnswer{.text = "vl-small"}));
   EXPECT_EQ(pathOf(pid, 1023), refused(ENOMEM));
-  EXPECT_EQ(pathOf(pid, 1024), (TextAnswer{process.path()}));
+  EXPECT_EQ(pathOf(pid, 1024), (TextAnswer{.text = process.path()}));
   EXPECT_EQ(pathOf(pid, 4097), refused(EOVERFLOW));
   std::int32_t entry = 0;
-  EXPECT_EQ(ask([&] { return proc_listpids(PROC_ALL_PIDS, 0, &entry, 3); }), (Answer{0, ENOMEM}));
+  EXPECT_EQ(ask([&] { return proc_listpids(PROC_ALL_PIDS, 0, &entry, 3); }),
+            (Answer{.result = 0, .error = ENOMEM}));
 }
 
 }  // namespace

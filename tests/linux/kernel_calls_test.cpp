@@ -11,44 +11,25 @@
 
 #include "platform/linux/installation.h"
 #include "platform/linux/jetsam_state_file.h"
-#include "platform/memorystatus.h"
-#include "tests/blackbox/processes.h"
-#include "tests/conformance/answer.h"
+#include "tests/conformance/calls.h"
+#include "tests/conformance/driver.h"
 #include "tests/linux/machine.h"
 
-namespace vorlatch::platform {
+namespace vorlatch::conformance {
 namespace {
 
-using conformance::Answer;
-using conformance::ask;
-constexpr Answer kDone = conformance::kSuccess;
-
-Answer set(int which, pid_t who, int value) {
-  return ask([&] { return platform::setpriority(which, static_cast<std::uint32_t>(who), value); });
-}
-Answer get(int which, pid_t who) {
-  return ask([&] { return platform::getpriority(which, static_cast<std::uint32_t>(who)); });
-}
+using platform::PRIO_DARWIN_ROLE_UI_FOCAL;
+using tests::Entry;
 constexpr int kNice = ::PRIO_PROCESS;
-constexpr int kRole = PRIO_DARWIN_ROLE;
+constexpr int kRole = platform::PRIO_DARWIN_ROLE;
 
-Answer setBand(pid_t pid, std::int32_t band) {
-  memorystatus_priority_properties properties{band, 0, 0};
-  return ask([&] {
-    return memorystatus_control(MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES, pid, 0, &properties,
-                                sizeof(properties));
-  });
+// What the priority list says of a process in this band with the system's limit.
+Entry inBand(pid_t pid, std::int64_t band) {
+  return {pid, band, 0, 2048, 0};
 }
 
-// The band that the priority list shows; -999 for a process that it does not.
-std::int32_t listedBand(pid_t pid) {
-  std::vector<memorystatus_priority_entry> entries(2000);
-  const int bytes = memorystatus_control(MEMORYSTATUS_CMD_GET_PRIORITY_LIST, 0, 0, entries.data(),
-                                         entries.size() * sizeof(entries[0]));
-  EXPECT_GT(bytes, 0);
-  entries.resize(bytes < 0 ? 0 : static_cast<std::size_t>(bytes) / sizeof(entries[0]));
-  const auto entry = std::ranges::find(entries, pid, &memorystatus_priority_entry::pid);
-  return entry != entries.end() ? entry->priority : -999;
+int niceOf(pid_t pid) {
+  return getPriority(kNice, pid).result;
 }
 
 // The nice values of a process's threads, of which there must be as many as said; a sanitizer may
@@ -64,11 +45,10 @@ std::set<int> nicesOfThreads(pid_t pid, std::size_t least_count) {
 }
 
 // Starts two threads that do the work and wait for ever; comes back when both wait.
-template <typename Work>
-void startTwoThreads(const Work& work) {
+void startTwoThreads(void (*work)()) {
   static std::latch done(2);
   for (int i = 0; i < 2; ++i) {
-    std::thread([&work] {
+    std::thread([work] {
       work();
       done.count_down();
       while (true) pause();
@@ -82,30 +62,30 @@ TEST(KernelCalls, GiveEveryThreadTheNiceValue) {
   const Child child([] { startTwoThreads([] {}); });
   ASSERT_EQ(nicesOfThreads(child.pid(), 3), (std::set<int>{own}));
   const int higher = std::min(own + 7, 19);
-  EXPECT_EQ(set(kNice, child.pid(), higher), kDone);
+  EXPECT_EQ(setPriority(kNice, child.pid(), higher), kSuccess);
   EXPECT_EQ(nicesOfThreads(child.pid(), 3), (std::set<int>{higher}));
-  EXPECT_EQ(set(kNice, child.pid(), 20), kDone);  // the kernel's highest is 19
-  EXPECT_EQ(get(kNice, child.pid()), (Answer{19}));
+  EXPECT_EQ(setPriority(kNice, child.pid(), 20), kSuccess);  // the kernel's highest is 19
+  EXPECT_EQ(getPriority(kNice, child.pid()), (Answer{.result = 19}));
 }
 
 TEST(KernelCalls, MeanTheCallersProcessByZero) {
   const Child child([] {
     startTwoThreads([] {
-      EXPECT_EQ(set(kNice, 0, 3), kDone);
-      EXPECT_EQ(get(kNice, 0), (Answer{3}));
+      EXPECT_EQ(setPriority(kNice, 0, 3), kSuccess);
+      EXPECT_EQ(getPriority(kNice, 0), (Answer{.result = 3}));
     });
   });
   EXPECT_EQ(nicesOfThreads(child.pid(), 3), (std::set<int>{3}));
 }
 
 TEST(KernelCalls, RefuseWhatNamesNoProcess) {
-  for (const Answer& answer : {get(kNice, INT32_MIN), set(kNice, -1, 1), get(kRole, INT32_MIN),
-                               set(kRole, INT32_MIN, 1)}) {
-    EXPECT_EQ(answer, (Answer{-1, EINVAL}));
+  for (const Answer& answer : {getPriority(kNice, INT32_MIN), setPriority(kNice, -1, 1),
+                               getPriority(kRole, INT32_MIN), setPriority(kRole, INT32_MIN, 1)}) {
+    EXPECT_EQ(answer, refusal(EINVAL));
   }
   for (const int which : {-1, 1, 2, 3, 5, 7}) {
-    EXPECT_EQ(get(which, 0), (Answer{-1, EINVAL}));
-    EXPECT_EQ(set(which, 0, 0), (Answer{-1, EINVAL}));
+    EXPECT_EQ(getPriority(which, 0), refusal(EINVAL));
+    EXPECT_EQ(setPriority(which, 0, 0), refusal(EINVAL));
   }
 }
 
@@ -113,73 +93,68 @@ TEST(KernelCalls, RefuseWhatNeedsPrivilege) {
   const Child child([] {
     EXPECT_TRUE(geteuid() != 0 || setuid(kNobody) == 0);
     const int own = niceOf(getpid());
-    EXPECT_EQ(set(kNice, 0, own - 1), (Answer{-1, EACCES}));
-    EXPECT_EQ(get(kNice, 0), (Answer{own}));
-    EXPECT_EQ(setBand(getpid(), 30), (Answer{-1, EPERM}));
-    EXPECT_EQ(set(kRole, 0, 1), (Answer{-1, EPERM}));
+    EXPECT_EQ(setPriority(kNice, 0, own - 1), refusal(EACCES));
+    EXPECT_EQ(getPriority(kNice, 0), (Answer{.result = own}));
+    EXPECT_EQ(kJetsam.setBand(getpid(), 30), refusal(EPERM));
+    EXPECT_EQ(setPriority(kRole, 0, 1), refusal(EPERM));
   });
 }
 
 TEST(PrivilegedKernelCalls, GiveRolesToBundledProgramsAlone) {
   const TemporaryDirectory directory;
   std::filesystem::create_directories(directory / "Notes.app/Helpers");
-  for (const char* name : {"Notes.app/Notes", "Notes.app/Helpers/helper"}) {
-    std::filesystem::copy_file(VORLATCH_IDLER, directory / name);
-  }
-  const ChildProcess app(directory / "Notes.app/Notes");
-  const ChildProcess helper(directory / "Notes.app/Helpers/helper");
-  EXPECT_EQ(set(kRole, app.pid(), PRIO_DARWIN_ROLE_UI_FOCAL), kDone);
-  EXPECT_EQ(get(kRole, app.pid()), (Answer{1}));
-  EXPECT_EQ(set(kRole, app.pid(), 7), (Answer{-1, EINVAL}));
-  EXPECT_EQ(set(kRole, helper.pid(), PRIO_DARWIN_ROLE_UI_FOCAL), (Answer{-1, ENOTSUP}));
-  EXPECT_EQ(get(kRole, helper.pid()), (Answer{0}));
-  EXPECT_EQ(set(kRole, 0, PRIO_DARWIN_ROLE_UI_FOCAL), (Answer{-1, ENOTSUP}));
+  const Process app(directory / "Notes.app/Notes");
+  const Process helper(directory / "Notes.app/Helpers/helper");
+  EXPECT_EQ(setPriority(kRole, app.pid(), PRIO_DARWIN_ROLE_UI_FOCAL), kSuccess);
+  EXPECT_EQ(getPriority(kRole, app.pid()), (Answer{.result = 1}));
+  EXPECT_EQ(setPriority(kRole, app.pid(), 7), refusal(EINVAL));
+  EXPECT_EQ(setPriority(kRole, helper.pid(), PRIO_DARWIN_ROLE_UI_FOCAL), refusal(ENOTSUP));
+  EXPECT_EQ(getPriority(kRole, helper.pid()), (Answer{.result = 0}));
+  EXPECT_EQ(setPriority(kRole, 0, PRIO_DARWIN_ROLE_UI_FOCAL), refusal(ENOTSUP));
 }
 
 TEST(PrivilegedKernelCalls, KnowLiveProcessesAlone) {
   const Child child;
-  EXPECT_EQ(set(kNice, child.pid(), -21), kDone);
-  EXPECT_EQ(get(kNice, child.pid()), (Answer{-20}));
-  EXPECT_EQ(listedBand(child.pid()), 180);
-  EXPECT_EQ(setBand(child.pid(), 30), kDone);
-  EXPECT_EQ(listedBand(child.pid()), 30);
-  EXPECT_EQ(listedBand(1), -999);
-  memorystatus_memlimit_properties limits{};
-  EXPECT_EQ(memorystatus_control(MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES, child.pid(), 0, &limits,
-                                 sizeof(limits)),
-            0);
-  EXPECT_EQ(limits.memlimit_active, 2048);  // the system's
-  EXPECT_EQ(limits.memlimit_inactive, 2048);
+  const pid_t pid = child.pid();
+  EXPECT_EQ(setPriority(kNice, pid, -21), kSuccess);
+  EXPECT_EQ(niceOf(pid), -20);
+  EXPECT_EQ(kJetsam.entryOf(pid), inBand(pid, 180));
+  EXPECT_EQ(kJetsam.setBand(pid, 30), kSuccess);
+  EXPECT_EQ(kJetsam.entryOf(pid), inBand(pid, 30));
+  EXPECT_EQ(kJetsam.entryOf(1), std::nullopt);
 
   child.kill();
-  EXPECT_EQ(listedBand(child.pid()), -999);
+  EXPECT_EQ(kJetsam.entryOf(pid), std::nullopt);
   for (const Answer& answer :
-       {setBand(child.pid(), 30), get(kRole, child.pid()), set(kRole, child.pid(), 1)})
-    EXPECT_EQ(answer, (Answer{-1, ESRCH}));
+       {kJetsam.setBand(pid, 30), getPriority(kRole, pid), setPriority(kRole, pid, 1)}) {
+    EXPECT_EQ(answer, refusal(ESRCH));
+  }
 }
 
 TEST(PrivilegedKernelCalls, ShareStateWithinTheRoot) {
   const auto is_kept = [](pid_t pid) {
-    const auto table = decodeJetsamTable(tests::readAll(runtimePath("jetsam.state")), bootId());
+    const std::string bytes = tests::readAll(platform::runtimePath("jetsam.state"));
+    const auto table = platform::decodeJetsamTable(bytes, bootId());
     return table && table->records.contains(pid);
   };
   Child target;
-  const Child writer([&target] { EXPECT_EQ(setBand(target.pid(), 40), kDone); });
-  EXPECT_EQ(listedBand(target.pid()), 40);
+  const pid_t pid = target.pid();
+  const Child writer([pid] { EXPECT_EQ(kJetsam.setBand(pid, 40), kSuccess); });
+  EXPECT_EQ(kJetsam.entryOf(pid), inBand(pid, 40));
   writer.kill();
-  const Child reader([&target] {
-    EXPECT_EQ(listedBand(target.pid()), 40);
-    EXPECT_EQ(setBand(target.pid(), 50), kDone);
+  const Child reader([pid] {
+    EXPECT_EQ(kJetsam.entryOf(pid), inBand(pid, 40));
+    EXPECT_EQ(kJetsam.setBand(pid, 50), kSuccess);
   });
-  EXPECT_EQ(listedBand(target.pid()), 50);
-  EXPECT_TRUE(is_kept(target.pid()));
+  EXPECT_EQ(kJetsam.entryOf(pid), inBand(pid, 50));
+  EXPECT_TRUE(is_kept(pid));
 
   // The next change of the state forgets who has gone.
   target.end();
-  EXPECT_EQ(setBand(reader.pid(), 30), kDone);
-  EXPECT_FALSE(is_kept(target.pid()));
+  EXPECT_EQ(kJetsam.setBand(reader.pid(), 30), kSuccess);
+  EXPECT_FALSE(is_kept(pid));
   EXPECT_TRUE(is_kept(reader.pid()));
 }
 
 }  // namespace
-}  // namespace vorlatch::platform
+}  // namespace vorlatch::conformance

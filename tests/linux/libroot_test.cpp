@@ -1,7 +1,6 @@
 // The root-prefix library of an installed tree, loaded from copies in trees of its own.
 #include <dlfcn.h>
 
-#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cstdio>
@@ -9,7 +8,6 @@
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -22,42 +20,34 @@ namespace {
 
 class Library {
  public:
-  // Loads by the name given, which may be relative; the copy stands at the path.
+  // Loads by the name, which may be relative; the copy stands at the path.
   Library(const std::string& path, const std::string& name) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::filesystem::copy_file(VORLATCH_LIBROOT, path);
     handle_ = dlopen(name.c_str(), RTLD_NOW);
     EXPECT_NE(handle_, nullptr) << dlerror();
   }
-  explicit Library(const std::string& path) : Library(path, path) {}
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;
   ~Library() {
     if (handle_ != nullptr) dlclose(handle_);
   }
 
-  [[nodiscard]] const char* get(const char* name) const {
-    return symbol<const char* (*)()>(name)();
-  }
-  [[nodiscard]] std::string resolve(const char* name, const char* path) const {
-    std::array<char, 1026> buffer{};
-    buffer.fill('#');
-    char* const result = symbol<char* (*)(const char*, char*)>(name)(path, buffer.data());
-    EXPECT_EQ(result, buffer.data());
-    EXPECT_EQ(buffer[1024], '#');
-    return buffer.data();
-  }
-  [[nodiscard]] char* resolveNew(const char* name, const char* path) const {
-    return symbol<char* (*)(const char*, char*)>(name)(path, nullptr);
-  }
-
- private:
   template <typename Function>
-  Function symbol(const char* name) const {
+  [[nodiscard]] Function symbol(const char* name) const {
     const auto function = reinterpret_cast<Function>(dlsym(handle_, name));
     EXPECT_NE(function, nullptr) << name;
     return function;
   }
+  [[nodiscard]] const char* get(const char* name) const {
+    return symbol<const char* (*)()>(name)();
+  }
+  // Into a buffer of the caller's, or into a new block.
+  [[nodiscard]] char* resolve(const char* name, const char* path, char* buffer) const {
+    return symbol<char* (*)(const char*, char*)>(name)(path, buffer);
+  }
+
+ private:
   void* handle_ = nullptr;
 };
 
@@ -98,13 +88,14 @@ TEST(Libroot, FindsItsTreeAndGivesLastingTexts) {
 TEST(Libroot, MapsPathsIntoItsTreeAndBack) {
   const TemporaryDirectory directory;
   const std::string jb = directory / "jb";
-  const Library library(jb + "/usr/lib/libroot.so");
+  const Library library(jb + "/usr/lib/libroot.so", jb + "/usr/lib/libroot.so");
   struct Case {
     const char* function;
     std::string path;
     std::string resolved;
   };
-  const std::vector<Case> cases = {
+  const std::string long_path = "/" + std::string(2000, 'p');
+  const Case cases[] = {
       {kJbroot, "/", jb + "/"},
       {kJbroot, "/var/mobile/x", jb + "/var/mobile/x"},
       {kJbroot, "//twice", jb + "//twice"},
@@ -117,36 +108,38 @@ TEST(Libroot, MapsPathsIntoItsTreeAndBack) {
       {kRootfs, "/etc/hosts", "/etc/hosts"},
       {kRootfs, "relative/x", "relative/x"},
       {kRootfs, "", ""},
+      // What does not fit is cut at the buffer's end.
+      {kJbroot, long_path, (jb + long_path).substr(0, 1023)},
+      {kRootfs, long_path, long_path.substr(0, 1023)},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(library.resolve(c.function, c.path.c_str()), c.resolved) << c.path;
+    std::array<char, 1026> buffer{};
+    buffer.fill('#');
+    EXPECT_EQ(library.resolve(c.function, c.path.c_str(), buffer.data()), buffer.data());
+    EXPECT_EQ(buffer.data(), c.resolved) << c.path;
+    EXPECT_EQ(buffer[1024], '#');
     const std::unique_ptr<char, decltype(&std::free)> fresh(
-        library.resolveNew(c.function, c.path.c_str()), &std::free);
-    EXPECT_STREQ(fresh.get(), c.resolved.c_str());
+        library.resolve(c.function, c.path.c_str(), nullptr), &std::free);
+    EXPECT_EQ(fresh.get(), c.resolved);
   }
-  // What does not fit is cut at the buffer's end, and no path gives nothing.
-  const std::string path = "/" + std::string(2000, 'p');
-  EXPECT_EQ(library.resolve(kJbroot, path.c_str()), (jb + path).substr(0, 1023));
-  EXPECT_EQ(library.resolve(kRootfs, path.c_str()), path.substr(0, 1023));
-  EXPECT_EQ(library.resolveNew(kJbroot, nullptr), nullptr);
-  EXPECT_EQ(library.resolveNew(kRootfs, nullptr), nullptr);
+  for (const char* function : {kJbroot, kRootfs}) {
+    EXPECT_EQ(library.resolve(function, nullptr, nullptr), nullptr);
+  }
 }
 
 TEST(Libroot, ExportsFiveFunctionsUnderItsName) {
   EXPECT_EQ(std::filesystem::path(VORLATCH_LIBROOT).filename(), platform::rootPrefixLibraryName());
-  const std::unique_ptr<FILE, decltype(&pclose)> nm(
-      popen(VORLATCH_NM " -D --defined-only --format=posix " VORLATCH_LIBROOT, "r"), &pclose);
-  ASSERT_TRUE(nm);
-  std::vector<std::string> names;
-  std::array<char, 512> line{};
-  while (fgets(line.data(), line.size(), nm.get()) != nullptr) {
-    const std::string text = line.data();
-    names.push_back(text.substr(0, text.find(' ')));
-  }
-  std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, (std::vector<std::string>{"libroot_get_boot_uuid", "libroot_get_jbroot_prefix",
-                                             "libroot_get_root_prefix", "libroot_jbrootpath",
-                                             "libroot_rootfspath"}));
+  const std::unique_ptr<FILE, decltype(&pclose)> names(
+      popen(VORLATCH_NM " -D --defined-only --format=posix " VORLATCH_LIBROOT
+                        " | cut -d ' ' -f 1 | sort",
+            "r"),
+      &pclose);
+  ASSERT_TRUE(names);
+  std::array<char, 512> text{};
+  fread(text.data(), 1, text.size() - 1, names.get());
+  EXPECT_STREQ(text.data(),
+               "libroot_get_boot_uuid\nlibroot_get_jbroot_prefix\nlibroot_get_root_prefix\n"
+               "libroot_jbrootpath\nlibroot_rootfspath\n");
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
 // Notifications on Linux, beyond what the conformance suite holds every platform to.
 #include "platform/notifications.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -13,7 +11,7 @@
 
 #include "platform/linux/installation.h"
 #include "tests/conformance/ear.h"
-#include "tests/support/files.h"
+#include "tests/linux/machine.h"
 
 namespace vorlatch::conformance {
 namespace {
@@ -27,29 +25,28 @@ std::string fileOf(const std::string& name) {
   return runtimePath("notifications/") + name;
 }
 
-// Posts from another process, of the user given; whether that worked.
-bool postsAs(uid_t user, const Ear& ear) {
-  const pid_t child = fork();
-  if (child == 0) _exit((user == geteuid() || setuid(user) == 0) && ear.post() ? 0 : 1);
-  int status = -1;
-  return waitpid(child, &status, 0) == child && status == 0;
+// Posts from another process, as this user.
+void postAs(uid_t user, const Ear& ear) {
+  const Child poster([&] {
+    EXPECT_TRUE(user == geteuid() || setuid(user) == 0);
+    EXPECT_TRUE(ear.post());
+  });
 }
 
 TEST(LinuxNotifications, AreHeardFromOtherProcesses) {
   const Ear& heard = ear("another");
   startMainLoop();
-  EXPECT_TRUE(postsAs(geteuid(), heard));
+  postAs(geteuid(), heard);
   EXPECT_TRUE(heard.hearsAtLeast(1));
 }
 
 TEST(PrivilegedLinuxNotifications, AreOpenToOtherUsers) {
-  constexpr uid_t kNobody = 65534;
   const Ear& heard = ear("nobody");
   startMainLoop();
-  EXPECT_TRUE(postsAs(kNobody, heard));
+  postAs(kNobody, heard);
   EXPECT_TRUE(heard.hearsAtLeast(1));
   // And so may root, with a file that is another user's.
-  EXPECT_TRUE(postsAs(0, heard));
+  postAs(0, heard);
   EXPECT_TRUE(heard.hearsAtLeast(2));
 }
 

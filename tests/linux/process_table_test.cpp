@@ -10,19 +10,16 @@
 #include <gtest/gtest.h>
 
 #include "platform/linux/process_stat.h"
-#include "tests/blackbox/processes.h"
-#include "tests/conformance/process_texts.h"
+#include "tests/conformance/calls.h"
+#include "tests/conformance/driver.h"
 #include "tests/linux/machine.h"
 
-namespace vorlatch::platform {
+namespace vorlatch::conformance {
 namespace {
 
-using conformance::Answer;
-using conformance::ask;
-using conformance::nameOf;
-using conformance::pathOf;
-using conformance::refused;
-using conformance::TextAnswer;
+using platform::parseProcessStat;
+using platform::PROC_ALL_PIDS;
+using platform::proc_listpids;
 
 std::vector<std::int32_t> listedPids() {
   std::vector<std::int32_t> pids(1U << 16);
@@ -45,13 +42,17 @@ TEST(LinuxProcessTable, AsksForTwentyEntriesMore) {
 }
 
 TEST(LinuxProcessTable, RefusesOtherListsAndNoRoom) {
-  std::array<std::int32_t, 4> pids{};
-  for (const std::uint32_t type : {0U, 2U, 6U, 0xffffffffU}) {
-    EXPECT_EQ(ask([&] { return proc_listpids(type, 0, pids.data(), 16); }), (Answer{0, EINVAL}));
-  }
-  for (const int size : {0, -1, INT32_MIN}) {
-    EXPECT_EQ(ask([&] { return proc_listpids(PROC_ALL_PIDS, 0, pids.data(), size); }),
-              (Answer{0, ENOMEM}));
+  struct Refused {
+    std::uint32_t type;
+    int size;
+    int error;
+  };
+  for (const Refused& refused :
+       {Refused{0, 16, EINVAL}, Refused{2, 16, EINVAL}, Refused{0xffffffff, 16, EINVAL},
+        Refused{PROC_ALL_PIDS, 0, ENOMEM}, Refused{PROC_ALL_PIDS, INT32_MIN, ENOMEM}}) {
+    std::array<std::int32_t, 4> pids{};
+    EXPECT_EQ(ask([&] { return proc_listpids(refused.type, 0, pids.data(), refused.size); }),
+              (Answer{.result = 0, .error = refused.error}));
   }
 }
 
@@ -60,7 +61,7 @@ TEST(LinuxProcessTable, GivesNamesThatProcessesTook) {
   for (const char* taken :
        {"short", "vor latch", "a) S (b", "\xe6\x97\xa5\xe5\xbf\x97", "x\ny", "vorlatch-anothe"}) {
     const Child child([taken] { prctl(PR_SET_NAME, taken); });
-    EXPECT_EQ(nameOf(child.pid()), (TextAnswer{taken}));
+    EXPECT_EQ(nameOf(child.pid()), (TextAnswer{.text = taken}));
   }
 }
 
@@ -73,16 +74,15 @@ TEST(LinuxProcessTable, CompletesCutNamesFromExecutables) {
   const std::string program = deep + "/vorlatchlongnamedprogram1";
   // Fourteen characters are a whole name, even when the executable's goes on behind them.
   const std::string link = directory / "vorlatchlongna";
-  std::filesystem::copy_file(VORLATCH_IDLER, program);
+  const Process long_named(program);
   std::filesystem::create_symlink(program, link);
-  const ChildProcess long_named(program);
-  const ChildProcess linked(link);
+  const Process linked(link);
   for (const bool is_deleted : {false, true}) {
     if (is_deleted) std::filesystem::remove(program);
-    EXPECT_EQ(nameOf(long_named.pid()), (TextAnswer{"vorlatchlongnamedprogram1"}));
-    EXPECT_EQ(nameOf(linked.pid()), (TextAnswer{"vorlatchlongna"}));
-    for (const ChildProcess* process : {&long_named, &linked}) {
-      EXPECT_EQ(pathOf(process->pid()), (TextAnswer{program}));
+    EXPECT_EQ(nameOf(long_named.pid()), (TextAnswer{.text = "vorlatchlongnamedprogram1"}));
+    EXPECT_EQ(nameOf(linked.pid()), (TextAnswer{.text = "vorlatchlongna"}));
+    for (const Process* process : {&long_named, &linked}) {
+      EXPECT_EQ(pathOf(process->pid()), (TextAnswer{.text = program}));
       EXPECT_EQ(pathOf(process->pid(), 1024), refused(ENOSPC));
     }
   }
@@ -99,24 +99,34 @@ TEST(LinuxProcessTable, KnowsNeitherZombiesNorTheGone) {
 
 TEST(ProcessStat, ReadsNameStartTimeAndExit) {
   const std::string numbers = " 1 7 7 0 -1 0 1 2 3 4 5 6 7 8 20 0 ";
-  const auto stat = parseProcessStat("42 (a) b (c) S" + numbers + "3 0 12345 99 88 184467");
-  ASSERT_TRUE(stat);
-  EXPECT_EQ(stat->nameView(), "a) b (c");
-  EXPECT_EQ(stat->start_time_ticks, 12345U);
-  EXPECT_FALSE(stat->has_exited);
-  // A main thread that ended alone leaves its process alive.
-  EXPECT_FALSE(parseProcessStat("1 (x) Z" + numbers + "2 0 5")->has_exited);
-  EXPECT_TRUE(parseProcessStat("1 (x) Z" + numbers + "1 0 5")->has_exited);
-  EXPECT_TRUE(parseProcessStat("1 (x) X" + numbers + "2 0 5")->has_exited);
-  EXPECT_FALSE(parseProcessStat("1 (x) R" + numbers + "1 0 5")->has_exited);
-
-  for (const std::string& text :
-       {std::string(), std::string("42"), std::string("42 (name"), std::string("42 )name("),
-        std::string("42 (name)"), std::string("42 (name) S 1 2 3"),
-        "42 (name) S" + numbers + "3 0 many"}) {
-    EXPECT_FALSE(parseProcessStat(text)) << text;
+  struct Case {
+    std::string text;
+    std::string read;  // the name and the start time, and whether it has exited
+  };
+  const Case cases[] = {
+      {"42 (a) b (c) S" + numbers + "3 0 12345 99 88 184467", "a) b (c 12345"},
+      // A main thread that ended alone leaves its process alive.
+      {"1 (x) Z" + numbers + "2 0 5", "x 5"},
+      {"1 (x) Z" + numbers + "1 0 5", "x 5 exited"},
+      {"1 (x) X" + numbers + "2 0 5", "x 5 exited"},
+      {"1 (x) R" + numbers + "1 0 5", "x 5"},
+      {"", "none"},
+      {"42", "none"},
+      {"42 (name", "none"},
+      {"42 )name(", "none"},
+      {"42 (name)", "none"},
+      {"42 (name) S 1 2 3", "none"},
+      {"42 (name) S" + numbers + "3 0 many", "none"},
+  };
+  for (const auto& [text, read] : cases) {
+    const auto stat = parseProcessStat(text);
+    const std::string got = !stat ? "none"
+                                  : std::string(stat->nameView()) + " " +
+                                        std::to_string(stat->start_time_ticks) +
+                                        (stat->has_exited ? " exited" : "");
+    EXPECT_EQ(got, read) << text;
   }
 }
 
 }  // namespace
-}  // namespace vorlatch::platform
+}  // namespace vorlatch::conformance

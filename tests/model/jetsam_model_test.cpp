@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstring>
-#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -11,64 +10,72 @@
 namespace vorlatch::model {
 namespace {
 
-using platform::memorystatus_memlimit_properties;
-using platform::memorystatus_priority_properties;
+// Requested and effective band, arrival, user data, and whether there is an assertion.
+using Place = std::array<std::int64_t, 5>;
 
-TEST(JetsamModel, TurnsReservedAndAliasBandsIntoOthers) {
-  const std::tuple<KernelGeneration, std::int32_t, std::int32_t> bands[] = {
-      {kIos15, -2, 0},   {kIos15, -1, 18}, {kIos15, 0, 0},   {kIos15, 1, 0},
-      {kIos15, 2, 0},    {kIos15, 3, 3},   {kIos15, 21, 21}, {kIos17, -1, 180},
-      {kIos17, 1, 0},    {kIos17, 20, 0},  {kIos17, 21, 21}, {kIos17, 210, 210},
-      {kIos18, -1, 180}, {kIos18, 15, 0},  {kIos18, 20, 0},  {kIos18, 21, 21}};
-  for (const auto& [generation, asked, given] : bands) {
-    Machine machine(generation);
-    EXPECT_EQ(machine.setPriority(kDaemonPid, 0, asked, 7), kSuccess) << asked;
-    EXPECT_EQ(machine.record(kDaemonPid), (JetsamRecord{.start_time = 10,
-                                                        .arrival = asked == -2 ? -1 : 1,
-                                                        .requested_band = given,
-                                                        .effective_band = given,
-                                                        .user_data = 7,
-                                                        .active = {},
-                                                        .inactive = {}}))
-        << asked;
+Place placeOf(const JetsamRecord& record) {
+  return {record.requested_band, record.effective_band, record.arrival,
+          static_cast<std::int64_t>(record.user_data), record.assertion ? 1 : 0};
+}
+
+// An elevated process stays where it is until the next request.
+TEST(JetsamModel, TurnsBandsIntoOthers) {
+  struct Case {
+    KernelGeneration generation;
+    std::int32_t asked;
+    std::int32_t given;
+    std::int32_t given_elevated;
+  };
+  constexpr Case cases[] = {
+      {kIos15, -2, 0, 4},     {kIos15, -1, 18, 18},   {kIos15, 0, 0, 4},       {kIos15, 1, 0, 4},
+      {kIos15, 2, 0, 4},      {kIos15, 3, 3, 4},      {kIos15, 4, 4, 4},       {kIos15, 5, 5, 5},
+      {kIos15, 21, 21, 21},   {kIos17, -1, 180, 180}, {kIos17, 1, 0, 40},      {kIos17, 20, 0, 40},
+      {kIos17, 21, 21, 40},   {kIos17, 41, 41, 41},   {kIos17, 210, 210, 210}, {kIos18, -2, 0, 40},
+      {kIos18, -1, 180, 180}, {kIos18, 0, 0, 40},     {kIos18, 15, 0, 0},      {kIos18, 20, 0, 0},
+      {kIos18, 21, 21, 40},
+  };
+  for (const Case& c : cases) {
+    Machine machine(c.generation);
+    const std::int32_t before = machine.band(kDaemonPid);
+    ASSERT_EQ(machine.control(kElevate, kDaemonPid), kSuccess);
+    EXPECT_EQ(machine.band(kDaemonPid), before);
+    for (const std::int32_t pid : {kDaemonPid, kAppPid}) {
+      const std::int32_t given = pid == kDaemonPid ? c.given_elevated : c.given;
+      const std::int32_t arrival = pid == kDaemonPid ? 1 : 2;
+      EXPECT_EQ(machine.setBand(pid, c.asked, 7), kSuccess);
+      EXPECT_EQ(placeOf(machine.record(pid)),
+                (Place{c.given, given, c.asked == -2 ? -arrival : arrival, 7, 0}))
+          << pid << " at " << c.asked;
+    }
+    ASSERT_EQ(machine.control(kLower, kDaemonPid), kSuccess);
+    ASSERT_EQ(machine.setBand(kDaemonPid, 0), kSuccess);
+    EXPECT_EQ(machine.band(kDaemonPid), 0);
   }
 }
 
 TEST(JetsamModel, LeavesRequestedBandUnderAnAssertion) {
-  Machine machine;
-  ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 30), kSuccess);
-  ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 160, 5), kSuccess);
-  JetsamRecord expected{.start_time = 10,
-                        .arrival = 2,
-                        .requested_band = 30,
-                        .effective_band = 160,
-                        .user_data = 5,
-                        .active = {},
-                        .inactive = {},
-                        .assertion = true};
-  EXPECT_EQ(machine.record(kDaemonPid), expected);
-
-  // A set without assertion keeps the bit.
-  ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 0, 6), kSuccess);
-  expected.arrival = 3;
-  expected.requested_band = expected.effective_band = 0;
-  expected.user_data = 6;
-  EXPECT_EQ(machine.record(kDaemonPid), expected);
-
-  ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 0), kSuccess);
-  expected.arrival = 4;
-  expected.user_data = 0;
-  expected.assertion = false;
-  EXPECT_EQ(machine.record(kDaemonPid), expected);
-}
-
-TEST(JetsamModel, IgnoresIdleAssertionOnNoneUpToIos17) {
+  struct Step {
+    std::uint32_t flags;
+    std::int32_t band;
+    std::uint64_t user_data;
+    Place place;
+  };
   for (const KernelGeneration generation : {kIos15, kIos17}) {
+    const std::int64_t initial = defaultBand(generation);
+    const Step steps[] = {
+        // Without an assertion, one for the idle band moves nothing.
+        {kAssertion, 0, 9, {initial, initial, 0, 9, 0}},
+        {0, 5, 0, {generation == kIos15 ? 5 : 0, generation == kIos15 ? 5 : 0, 1, 0, 0}},
+        {kAssertion, 21, 5, {generation == kIos15 ? 5 : 0, 21, 2, 5, 1}},
+        // A request without assertion keeps the bit.
+        {0, 0, 6, {0, 0, 3, 6, 1}},
+        {kAssertion, 0, 0, {0, 0, 4, 0, 0}},
+    };
     Machine machine(generation);
-    JetsamRecord expected = machine.record(kDaemonPid);
-    expected.user_data = 9;
-    EXPECT_EQ(machine.setPriority(kDaemonPid, kAssertion, 0, 9), kSuccess);
-    EXPECT_EQ(machine.record(kDaemonPid), expected);
+    for (const Step& step : steps) {
+      EXPECT_EQ(machine.setBand(kDaemonPid, step.band, step.user_data, step.flags), kSuccess);
+      EXPECT_EQ(placeOf(machine.record(kDaemonPid)), step.place);
+    }
   }
 }
 
@@ -76,14 +83,17 @@ TEST(JetsamModel, RefusesAssertionOnUnmanagedOnIos18) {
   for (const KernelGeneration generation : kGenerations) {
     const bool refused = generation == kIos18;
     Machine machine(generation);
+    const auto assertBand = [&](std::int32_t pid, std::int32_t band) {
+      return machine.setBand(pid, band, 0, kAssertion);
+    };
     // Ahead of the refusal of the band, behind that of launchd.
-    EXPECT_EQ(machine.setPriority(kDaemonPid, kAssertion, 999), refusal(refused ? EPERM : EINVAL));
-    EXPECT_EQ(machine.setPriority(kDaemonPid, kAssertion, 10), refused ? refusal(EPERM) : kSuccess);
-    EXPECT_EQ(machine.setManaged(kAppPid, 1), kSuccess);
-    EXPECT_EQ(machine.setPriority(kAppPid, kAssertion, 21), kSuccess);
-    EXPECT_EQ(machine.band(kAppPid), 21);
-    EXPECT_EQ(machine.setPriority(kAppPid, kAssertion, 0), kSuccess);
-    EXPECT_EQ(machine.band(kAppPid), 0);
+    EXPECT_EQ(assertBand(kDaemonPid, 999), refusal(refused ? EPERM : EINVAL));
+    EXPECT_EQ(assertBand(kDaemonPid, 10), refused ? refusal(EPERM) : kSuccess);
+    EXPECT_EQ(machine.setState(kSetManaged, kAppPid, 1), kSuccess);
+    for (const std::int32_t band : {21, 0}) {
+      EXPECT_EQ(assertBand(kAppPid, band), kSuccess);
+      EXPECT_EQ(machine.band(kAppPid), band);
+    }
   }
 }
 
@@ -91,11 +101,11 @@ TEST(JetsamModel, StoresLimitsAndReportsDefaults) {
   struct Case {
     KernelGeneration generation;
     std::int32_t default_mb;
-    memorystatus_memlimit_properties set;
+    platform::memorystatus_memlimit_properties set;
     Limits read;
   };
   // On iOS 18 the default limit is fatal by its value.
-  const std::array<Case, 8> cases = {{
+  const Case cases[] = {
       {kIos17, 2048, {300, 1, 200, 0}, {300, 1, 200, 0}},
       {kIos17, 2048, {0, 0, 0, 0}, {2048, 1, 2048, 1}},
       {kIos17, 2048, {-1, 0, INT32_MIN, 0}, {2048, 1, 2048, 1}},
@@ -104,7 +114,7 @@ TEST(JetsamModel, StoresLimitsAndReportsDefaults) {
       {kIos17, 2048, {INT32_MAX, 0, 1, 1}, {INT32_MAX, 0, 1, 1}},
       {kIos18, 2048, {2048, 0, 0, 0}, {2048, 1, 2048, 1}},
       {kIos18, -1, {0, 0, -1, 1}, {-1, 0, -1, 1}},
-  }};
+  };
   for (const Case& c : cases) {
     Machine machine(c.generation);
     machine.kernel.default_task_limit_mb = c.default_mb;
@@ -129,51 +139,31 @@ TEST(JetsamModel, RefusesUnknownLimitAttributes) {
   EXPECT_EQ(machine.table, JetsamTable{});
 }
 
-TEST(JetsamModel, RaisesLaterBandsOfAnElevatedProcess) {
-  const std::tuple<KernelGeneration, std::int32_t, std::int32_t> bands[] = {
-      {kIos15, 0, 4},   {kIos15, 1, 4},   {kIos15, 4, 4},  {kIos15, 5, 5},  {kIos17, 20, 40},
-      {kIos17, 30, 40}, {kIos17, 41, 41}, {kIos18, 0, 40}, {kIos18, 20, 0}, {kIos18, -2, 40}};
-  for (const auto& [generation, asked, given] : bands) {
-    Machine machine(generation);
-    const std::int32_t before = machine.band(kDaemonPid);
-    ASSERT_EQ(machine.elevate(kDaemonPid, true, 0), kSuccess);
-    EXPECT_EQ(machine.band(kDaemonPid), before);
-    ASSERT_EQ(machine.setPriority(kDaemonPid, 0, asked), kSuccess);
-    EXPECT_EQ(machine.band(kDaemonPid), given) << asked;
-    ASSERT_EQ(machine.elevate(kDaemonPid, false, 0), kSuccess);
-    ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 0), kSuccess);
-    EXPECT_EQ(machine.band(kDaemonPid), 0);
-  }
-}
-
 TEST(JetsamModel, ElevatesAtOnceWhenFlagsSaySo) {
   for (const KernelGeneration generation : kGenerations) {
     const std::int32_t elevated = generation == kIos15 ? 4 : 40;
+    const std::int32_t initial = defaultBand(generation);
     Machine machine(generation);
-    ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 0), kSuccess);
-    ASSERT_EQ(machine.elevate(kDaemonPid, true, 1), kSuccess);
-    EXPECT_EQ(machine.band(kDaemonPid), elevated);
-    EXPECT_EQ(machine.elevate(kDaemonPid, true, 1), kSuccess);
-    EXPECT_EQ(machine.record(kDaemonPid).arrival, 2);
-    ASSERT_EQ(machine.elevate(kDaemonPid, false, 1), kSuccess);
-    EXPECT_EQ(machine.band(kDaemonPid), 0);
-
-    const std::int32_t untouched = machine.band(kAppPid);
-    ASSERT_EQ(machine.elevate(kAppPid, true, 1), kSuccess);
-    EXPECT_EQ(machine.band(kAppPid), untouched);
-    ASSERT_EQ(machine.elevate(kAppPid, false, 1), kSuccess);
-    EXPECT_EQ(machine.band(kAppPid), untouched);
+    ASSERT_EQ(machine.setBand(kDaemonPid, 0), kSuccess);
+    struct Step {
+      std::uint32_t command;
+      std::int32_t pid;
+      std::int32_t band;
+    };
+    for (const Step& step : {Step{kElevate, kDaemonPid, elevated},
+                             Step{kElevate, kDaemonPid, elevated}, Step{kLower, kDaemonPid, 0},
+                             Step{kElevate, kAppPid, initial}, Step{kLower, kAppPid, initial}}) {
+      EXPECT_EQ(machine.control(step.command, step.pid, 1), kSuccess);
+      EXPECT_EQ(machine.band(step.pid), step.band);
+    }
+    EXPECT_EQ(machine.record(kDaemonPid).arrival, 3);
+    // A process that was not elevated stays where it is.
+    ASSERT_EQ(machine.setBand(kOtherPid, elevated), kSuccess);
+    const JetsamTable before = machine.table;
+    EXPECT_EQ(machine.control(kLower, kOtherPid, 1), kSuccess);
+    EXPECT_EQ(machine.table, before);
+    EXPECT_EQ(machine.control(kElevate, 1), generation == kIos18 ? refusal(EINVAL) : kSuccess);
   }
-}
-
-TEST(JetsamModel, LowersNothingThatWasNotElevated) {
-  Machine machine;
-  ASSERT_EQ(machine.setPriority(kDaemonPid, 0, 40), kSuccess);
-  const JetsamTable before = machine.table;
-  EXPECT_EQ(machine.elevate(kDaemonPid, false, 1), kSuccess);
-  EXPECT_EQ(machine.table, before);
-  EXPECT_EQ(Machine(kIos18).elevate(1, true, 0), refusal(EINVAL));
-  EXPECT_EQ(Machine(kIos17).elevate(1, true, 0), kSuccess);
 }
 
 // The state 1 alone means managed, and makes freezable; any but 0 means freezable.
@@ -181,24 +171,23 @@ TEST(JetsamModel, TakesStatesFromBufferOrFlags) {
   for (const StateArgument argument : {StateArgument::Buffer, StateArgument::Flags}) {
     for (const std::uint32_t state : {0U, 1U, 2U, 0xffffffffU}) {
       Machine machine(kIos17, argument);
-      EXPECT_EQ(machine.control(kGetManaged, kDaemonPid, 0, nullptr, 0), kSuccess);
-      ASSERT_EQ(machine.setManaged(kDaemonPid, 1), kSuccess);
+      EXPECT_EQ(machine.control(kGetManaged, kDaemonPid), kSuccess);
+      ASSERT_EQ(machine.setState(kSetManaged, kDaemonPid, 1), kSuccess);
       EXPECT_TRUE(machine.record(kDaemonPid).freezable);
       // The other place says something else.
       const std::uint32_t another = state == 1 ? 0 : 1;
       std::uint32_t in_buffer = argument == StateArgument::Buffer ? state : another;
       const std::uint32_t in_flags = argument == StateArgument::Flags ? state : another;
       EXPECT_EQ(machine.control(kSetManaged, kDaemonPid, in_flags, &in_buffer, 4), kSuccess);
-      EXPECT_EQ(machine.control(kGetManaged, kDaemonPid, 0, nullptr, 0),
-                (CallResult{.result = state == 1}));
+      EXPECT_EQ(machine.control(kGetManaged, kDaemonPid), (CallResult{.result = state == 1}));
       EXPECT_TRUE(machine.record(kDaemonPid).freezable);
       EXPECT_EQ(machine.control(kSetFreezable, kDaemonPid, in_flags, &in_buffer, 4), kSuccess);
       EXPECT_EQ(machine.record(kDaemonPid).freezable, state != 0) << state;
     }
   }
   Machine flags_alone(kIos17, StateArgument::Flags);
-  EXPECT_EQ(flags_alone.control(kSetManaged, kDaemonPid, 1, nullptr, 0), kSuccess);
-  EXPECT_EQ(flags_alone.control(kSetFreezable, kDaemonPid, 2, nullptr, 0), kSuccess);
+  EXPECT_EQ(flags_alone.control(kSetManaged, kDaemonPid, 1), kSuccess);
+  EXPECT_EQ(flags_alone.control(kSetFreezable, kDaemonPid, 2), kSuccess);
   EXPECT_TRUE(flags_alone.record(kDaemonPid).managed && flags_alone.record(kDaemonPid).freezable);
   EXPECT_EQ(Machine(kIos15).setState(kSetFreezable, kDaemonPid, 2), kSuccess);
 }
@@ -212,9 +201,9 @@ TEST(JetsamModel, RefusesForeignProcessesFreezableState) {
   EXPECT_EQ(unprivileged.table, JetsamTable{});
   // On iOS 15, where the state is in the flags, to root too.
   Machine ios15(kIos15, StateArgument::Flags);
-  EXPECT_EQ(ios15.control(kSetFreezable, kDaemonPid, 1, nullptr, 0), refusal(EPERM));
-  EXPECT_EQ(ios15.control(kSetFreezable, kDaemonPid, 0, nullptr, 0), refusal(EPERM));
-  EXPECT_EQ(ios15.control(kSetFreezable, kGonePid, 0, nullptr, 0), refusal(ESRCH));
+  EXPECT_EQ(ios15.control(kSetFreezable, kDaemonPid, 1), refusal(EPERM));
+  EXPECT_EQ(ios15.control(kSetFreezable, kDaemonPid), refusal(EPERM));
+  EXPECT_EQ(ios15.control(kSetFreezable, kGonePid), refusal(ESRCH));
 }
 
 TEST(JetsamModel, GivesDarwinRolesToAppsAlone) {
@@ -224,7 +213,7 @@ TEST(JetsamModel, GivesDarwinRolesToAppsAlone) {
     bool privileged;
     CallResult result;
   };
-  const std::array<Case, 7> cases = {{
+  const Case cases[] = {
       {kAppPid, 1, true, kSuccess},
       {kAppPid, 6, true, kSuccess},
       {kAppPid, 7, true, refusal(EINVAL)},
@@ -232,22 +221,21 @@ TEST(JetsamModel, GivesDarwinRolesToAppsAlone) {
       {kDaemonPid, 99, true, refusal(ENOTSUP)},
       {kGonePid, 1, true, refusal(ESRCH)},
       {kAppPid, 1, false, refusal(EPERM)},
-  }};
+  };
   for (const Case& c : cases) {
     Machine machine;
     machine.kernel.caller_is_privileged = c.privileged;
     EXPECT_EQ(setDarwinRole(machine.kernel, machine.table, machine.processes, c.pid, c.role),
               c.result)
         << c.pid << ' ' << c.role;
-    const std::int32_t expected_role = c.result == kSuccess ? c.role : 0;
-    EXPECT_EQ(machine.record(c.pid).darwin_role, expected_role);
+    EXPECT_EQ(machine.record(c.pid).darwin_role, c.result == kSuccess ? c.role : 0);
   }
 }
 
 TEST(JetsamModel, StartsANewProcessWithDefaultsAtAnOldPid) {
   Machine machine;
-  ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 210), kSuccess);
-  ASSERT_EQ(machine.setManaged(kDaemonPid, 1), kSuccess);
+  ASSERT_EQ(machine.setBand(kDaemonPid, 210, 0, kAssertion), kSuccess);
+  ASSERT_EQ(machine.setState(kSetManaged, kDaemonPid, 1), kSuccess);
   const LiveProcess reborn{.pid = kDaemonPid, .start_time = 11};
   EXPECT_EQ(recordOf(machine.kernel, machine.table, reborn), (JetsamRecord{.start_time = 11,
                                                                            .requested_band = 180,
@@ -259,7 +247,7 @@ TEST(JetsamModel, StartsANewProcessWithDefaultsAtAnOldPid) {
 TEST(JetsamModel, ForgetsTheDeadAndReusedPids) {
   Machine machine;
   for (const std::int32_t pid : {kDaemonPid, kAppPid, kOtherPid}) {
-    ASSERT_EQ(machine.setPriority(pid, 0, 30), kSuccess);
+    ASSERT_EQ(machine.setBand(pid, 30), kSuccess);
   }
   const JetsamRecord kept = machine.record(kOtherPid);
   forgetDeadProcesses(machine.table,
@@ -270,7 +258,7 @@ TEST(JetsamModel, ForgetsTheDeadAndReusedPids) {
 
 TEST(JetsamModel, ReadsRecordsFromUnalignedBuffers) {
   Machine machine;
-  const memorystatus_priority_properties properties{170, 0, 3};
+  const platform::memorystatus_priority_properties properties{170, 0, 3};
   std::array<char, 17> bytes{};
   std::memcpy(bytes.data() + 1, &properties, sizeof(properties));
   EXPECT_EQ(machine.control(kSetPriority, kDaemonPid, 0, bytes.data() + 1, 16), kSuccess);

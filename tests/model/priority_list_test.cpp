@@ -9,16 +9,6 @@
 namespace vorlatch::model {
 namespace {
 
-using Entries = std::vector<Entry>;
-
-using Pids = std::vector<std::int64_t>;
-
-Pids listedPids(Machine& machine) {
-  Pids pids;
-  for (const Entry& entry : machine.list()) pids.push_back(entry[0]);
-  return pids;
-}
-
 TEST(PriorityList, HoldsEveryProcessButKernelAndLaunchd) {
   Machine machine;
   for (const std::int32_t limit_mb : {-1, 1850}) {  // the system's; -1: it has none
@@ -34,9 +24,7 @@ TEST(PriorityList, HoldsEveryProcessButKernelAndLaunchd) {
 
 TEST(PriorityList, TakesTwentyFourBytesAProcess) {
   Machine machine;
-  const auto size = [&](std::int32_t pid) {
-    return machine.control(kGetPriorityList, pid, 0, nullptr, 0);
-  };
+  const auto size = [&](std::int32_t pid) { return machine.control(kGetPriorityList, pid); };
   EXPECT_EQ(size(0), (CallResult{.result = 72}));
   EXPECT_EQ(size(kDaemonPid), (CallResult{.result = 24}));
   // The size of one entry is known without the process.
@@ -54,7 +42,7 @@ TEST(PriorityList, TakesTwentyFourBytesAProcess) {
 
 TEST(PriorityList, HasBytesWhereTheKernelHas) {
   Machine machine(kIos15);
-  ASSERT_EQ(machine.setPriority(kDaemonPid, kAssertion, 16, 0x0807060504030201U), kSuccess);
+  ASSERT_EQ(machine.setBand(kDaemonPid, 16, 0x0807060504030201U, kAssertion), kSuccess);
   ASSERT_EQ(machine.setLimits(kDaemonPid, {0x1234, 1, 5, 1}), kSuccess);
   std::array<unsigned char, 24> bytes{};
   EXPECT_EQ(machine.control(kGetPriorityList, kDaemonPid, 0, bytes.data(), bytes.size()),
@@ -67,23 +55,24 @@ TEST(PriorityList, GoesByBandThenArrival) {
   struct Case {
     std::int32_t pid;
     std::int32_t band;
-    Pids listed;
+    std::vector<std::int64_t> listed;
   };
   // One after the other; -2 is the head of the idle band.
-  const std::array<Case, 6> cases = {{
+  const Case cases[] = {
       {kAppPid, 30, {kAppPid, kDaemonPid, kOtherPid}},
       {kDaemonPid, 30, {kAppPid, kDaemonPid, kOtherPid}},
       {kAppPid, 30, {kDaemonPid, kAppPid, kOtherPid}},
       {kOtherPid, 0, {kOtherPid, kDaemonPid, kAppPid}},
       {kAppPid, -2, {kAppPid, kOtherPid, kDaemonPid}},
       {kDaemonPid, -2, {kDaemonPid, kAppPid, kOtherPid}},
-  }};
+  };
   Machine machine;
   ASSERT_EQ(machine.setLimits(kDaemonPid, {5, 0, 5, 0}), kSuccess);  // moves nothing
-  EXPECT_EQ(listedPids(machine), (Pids{kDaemonPid, kAppPid, kOtherPid}));
   for (const Case& c : cases) {
-    ASSERT_EQ(machine.setPriority(c.pid, 0, c.band), kSuccess);
-    EXPECT_EQ(listedPids(machine), c.listed) << c.pid << " at " << c.band;
+    ASSERT_EQ(machine.setBand(c.pid, c.band), kSuccess);
+    std::vector<std::int64_t> listed;
+    for (const Entry& entry : machine.list()) listed.push_back(entry[0]);
+    EXPECT_EQ(listed, c.listed) << c.pid << " at " << c.band;
   }
 }
 
@@ -98,27 +87,21 @@ TEST(PriorityList, ShowsTheLimitInForce) {
   };
   constexpr std::int32_t kActive = 300;
   constexpr std::int32_t kInactive = 200;
-  const std::array<Case, 11> cases = {{
-      {kIos15, false, false, 0, 9, kInactive},
-      {kIos15, false, false, 0, 10, kActive},
-      {kIos17, false, false, 0, 99, kInactive},
-      {kIos17, false, false, 0, 100, kActive},
-      {kIos17, false, true, 0, 30, kActive},
-      {kIos17, false, true, 0, 41, kInactive},
-      {kIos18, false, false, 0, 0, kInactive},
-      {kIos18, false, false, 0, 30, kActive},
-      {kIos18, true, false, 0, 210, kInactive},
-      {kIos18, true, false, kAssertion, 30, kActive},
+  const Case cases[] = {
+      {kIos15, false, false, 0, 9, kInactive},  {kIos15, false, false, 0, 10, kActive},
+      {kIos17, false, false, 0, 99, kInactive}, {kIos17, false, false, 0, 100, kActive},
+      {kIos17, false, true, 0, 30, kActive},    {kIos17, false, true, 0, 41, kInactive},
+      {kIos18, false, false, 0, 0, kInactive},  {kIos18, false, false, 0, 30, kActive},
+      {kIos18, true, false, 0, 210, kInactive}, {kIos18, true, false, kAssertion, 30, kActive},
       {kIos18, true, true, 0, 40, kActive},
-  }};
+  };
   for (const Case& c : cases) {
     Machine machine(c.generation);
     ASSERT_EQ(machine.setLimits(kDaemonPid, {kActive, 0, kInactive, 0}), kSuccess);
-    ASSERT_EQ(machine.setManaged(kDaemonPid, c.managed ? 1 : 0), kSuccess);
-    ASSERT_EQ(machine.elevate(kDaemonPid, c.elevated, 0), kSuccess);
-    ASSERT_EQ(machine.setPriority(kDaemonPid, c.flags, c.band), kSuccess);
-    ASSERT_EQ(machine.list(kDaemonPid).size(), 1U);
-    EXPECT_EQ(machine.list(kDaemonPid)[0][3], c.limit_mb) << c.band;
+    ASSERT_EQ(machine.setState(kSetManaged, kDaemonPid, c.managed ? 1 : 0), kSuccess);
+    ASSERT_EQ(machine.control(c.elevated ? kElevate : kLower, kDaemonPid), kSuccess);
+    ASSERT_EQ(machine.setBand(kDaemonPid, c.band, 0, c.flags), kSuccess);
+    EXPECT_EQ(machine.entryOf(kDaemonPid).value_or(Entry{})[3], c.limit_mb) << c.band;
   }
 }
 

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <filesystem>
 #include <utility>
 
@@ -14,6 +13,7 @@
 
 #include "platform/property_list.h"
 #include "tests/support/files.h"
+#include "tests/support/text.h"
 
 namespace vorlatch::tests {
 namespace {
@@ -21,28 +21,24 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string asText(const struct stat& status) {
-  std::array<char, 128> text{};
-  std::snprintf(text.data(), text.size(), "mode %o inode %ju size %jd changed %jd.%09ld",
-                status.st_mode, static_cast<std::uintmax_t>(status.st_ino),
-                static_cast<std::intmax_t>(status.st_size),
-                static_cast<std::intmax_t>(status.st_mtim.tv_sec), status.st_mtim.tv_nsec);
-  return text.data();
+  return text("mode ", std::oct, status.st_mode, std::dec, " inode ", status.st_ino, " size ",
+              status.st_size, " changed ", status.st_mtim.tv_sec, ".", status.st_mtim.tv_nsec);
 }
 
 std::string entriesOf(const std::string& directory) {
-  std::string text;
+  std::string all;
   std::vector<fs::path> paths;
   for (const auto& entry : fs::directory_iterator(directory)) paths.push_back(entry.path());
   std::sort(paths.begin(), paths.end());
   for (const fs::path& path : paths) {
     struct stat status {};
     EXPECT_EQ(lstat(path.c_str(), &status), 0);
-    text += path.filename().string() + " " + asText(status);
-    if (S_ISREG(status.st_mode)) text += " " + readAll(path);
-    text += "\n";
-    if (S_ISDIR(status.st_mode)) text += entriesOf(path);
+    all += path.filename().string() + " " + asText(status);
+    if (S_ISREG(status.st_mode)) all += " " + readAll(path);
+    all += "\n";
+    if (S_ISDIR(status.st_mode)) all += entriesOf(path);
   }
-  return text;
+  return all;
 }
 
 Plant link(const std::string& name, const std::string& victim) {

@@ -30,20 +30,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void writeToBothStreams() {
-  writeTargetSeparator();
-  std::fputs("out\n", stdout);
-  std::fflush(stdout);
-}
-
-// Ignores failures, because the tests check only the effects on files.
-void unlessItFails(const std::function<void()>& command) {
-  try {
-    command();
-  } catch (const control::Failure&) {
-  }
-}
-
 // An operation of the daemon or vorlatchctl on a file in a directory that anybody may change. Both
 // functions run in the story's root.
 struct Operation {
@@ -52,93 +38,79 @@ struct Operation {
   std::function<void()> run;
   bool writes_temporary = false;  // whether it creates a temporary file beside it
   std::function<void(Story&)> prepare = [](Story& /*story*/) {};  // creates the files that it needs
+  std::vector<Plant> plants = {};                                 // put in the file's place
 };
+
+// Prints the name for gtest.
+std::ostream& operator<<(std::ostream& out, const Operation& operation) {
+  return out << operation.name;
+}
+
+void writeToBothStreams() {
+  writeTargetSeparator();
+  std::fputs("out\n", stdout);
+  std::fflush(stdout);
+}
+
+void openAndWriteLog() {
+  openLog();
+  writeToBothStreams();
+}
+
+void clearAndWriteLog() {
+  checkLogSizeAndClearIfNeeded();
+  writeToBothStreams();
+}
+
+// The commands may fail, because the tests check only the effects on files.
+void editPreferences() {
+  try {
+    const auto edit = [](plist::Dictionary& preferences) {
+      preferences.insert_or_assign(keys::kEnabled, false);
+    };
+    control::editPreferences(edit, true);
+  } catch (const control::Failure&) {
+  }
+}
+
+void showLog() {
+  try {
+    control::LogReader(control::daemonFile(kLogFileName)).readNew([](const auto&) {});
+  } catch (const control::Failure&) {
+  }
+}
 
 void writeOldLog(Story& story) {
   writeAll(story.logFile(), "old line\n");
+}
+
+void openLargeLog(Story& story) {
+  story.writePreferences({{"LogSizeLimit", 10}});
+  writeAll(story.logFile(), "longer than it may be\n");
+  openLog();
+}
+
+void writeStatus(Story& /*story*/) {
+  updateStatusFile("a", 1, 2, 3);
 }
 
 void writePreset(Story& story) {
   story.writePreferences(defaultPreset());
 }
 
-std::vector<Operation> operations() {
-  return {
-      {.name = "OpensTheLog",
-       .file = kLogFileName,
-       .run =
-           [] {
-             openLog();
-             writeToBothStreams();
-           },
-       .prepare = writeOldLog},
-      {.name = "ClearsTheLog",
-       .file = kLogFileName,
-       .run =
-           [] {
-             checkLogSizeAndClearIfNeeded();
-             writeToBothStreams();
-           },
-       .prepare =
-           [](Story& story) {
-             story.writePreferences({{"LogSizeLimit", 10}});
-             writeAll(story.logFile(), "longer than it may be\n");
-             openLog();
-           }},
-      {.name = "WritesTheStatus",
-       .file = kStatusFileName,
-       .run = [] { updateStatusFile("b", 4, 5, 6); },
-       .writes_temporary = true,
-       .prepare = [](Story& /*story*/) { updateStatusFile("a", 1, 2, 3); }},
-      {.name = "WritesThePreset",
-       .file = kPreferencesFileName,
-       .run = checkAndGenerateDefaultConfig,
-       .writes_temporary = true},
-      {.name = "ReadsThePreferences",
-       .file = kPreferencesFileName,
-       .run = [] { loadPreferences(); },
-       .prepare = writePreset},
-      {.name = "EditsThePreferences",
-       .file = kPreferencesFileName,
-       .run =
-           [] {
-             unlessItFails([] {
-               control::editPreferences(
-                   [](plist::Dictionary& preferences) {
-                     preferences.insert_or_assign(keys::kEnabled, false);
-                   },
-                   true);
-             });
-           },
-       .writes_temporary = true,
-       .prepare = writePreset},
-      {.name = "ShowsTheLog",
-       .file = kLogFileName,
-       .run =
-           [] {
-             unlessItFails([] {
-               control::LogReader(control::daemonFile(kLogFileName)).readNew([](const auto&) {});
-             });
-           },
-       .prepare = writeOldLog},
+std::vector<Operation> operationsAt(const std::vector<Plant>& plants) {
+  std::vector<Operation> operations = {
+      {"OpensTheLog", kLogFileName, openAndWriteLog, false, writeOldLog},
+      {"ClearsTheLog", kLogFileName, clearAndWriteLog, false, openLargeLog},
+      {"WritesTheStatus", kStatusFileName, [] { updateStatusFile("b", 4, 5, 6); }, true,
+       writeStatus},
+      {"WritesThePreset", kPreferencesFileName, checkAndGenerateDefaultConfig, true},
+      {"ReadsThePreferences", kPreferencesFileName, [] { loadPreferences(); }, false, writePreset},
+      {"EditsThePreferences", kPreferencesFileName, editPreferences, true, writePreset},
+      {"ShowsTheLog", kLogFileName, showLog, false, writeOldLog},
   };
-}
-
-// An operation, and what is put in its file's place.
-struct Attack {
-  Operation operation;
-  std::vector<Plant> plants;
-};
-
-// Prints the name for gtest.
-std::ostream& operator<<(std::ostream& out, const Attack& attack) {
-  return out << attack.operation.name;
-}
-
-std::vector<Attack> attacksWith(const std::vector<Plant>& plants) {
-  std::vector<Attack> attacks;
-  for (const Operation& operation : operations()) attacks.push_back({operation, plants});
-  return attacks;
+  for (Operation& operation : operations) operation.plants = plants;
+  return operations;
 }
 
 // Whether the call opens what exists and is not a regular file.
@@ -150,7 +122,7 @@ bool opensSpecial(const FileCall& call) {
   return fs::exists(status) && !fs::is_regular_file(status);
 }
 
-class PlantedEntry : public testing::TestWithParam<Attack> {
+class PlantedEntry : public testing::TestWithParam<Operation> {
  protected:
   // For each plant, repeats the operation and puts the plant at `place` before the first, second,
   // ... file call. Returns how often it was put.
@@ -163,7 +135,7 @@ class PlantedEntry : public testing::TestWithParam<Attack> {
         const BeforeFileCall action(call, [&] {
           if (const auto found = place()) putAt(*found, plant);
         });
-        operation().run();
+        GetParam().run();
         has_happened = action.hasHappened();
         if (!planted_) continue;
         ++exchanged;
@@ -173,8 +145,7 @@ class PlantedEntry : public testing::TestWithParam<Attack> {
     return exchanged;
   }
 
-  [[nodiscard]] static const Operation& operation() { return GetParam().operation; }
-  [[nodiscard]] std::string path() const { return story_.file(operation().file); }
+  [[nodiscard]] std::string path() const { return story_.file(GetParam().file); }
   // The path of the temporary file beside the file, if there is one.
   [[nodiscard]] std::optional<std::string> temporary() const {
     for (const auto& entry : fs::directory_iterator(story_.file(""))) {
@@ -186,7 +157,7 @@ class PlantedEntry : public testing::TestWithParam<Attack> {
   // Creates the operation's files and untouched victims.
   void begin() {
     for (const auto& entry : fs::directory_iterator(story_.file(""))) fs::remove_all(entry.path());
-    operation().prepare(story_);
+    GetParam().prepare(story_);
     planted_.reset();
     victims_.emplace(story_.rootPath("/elsewhere"));
   }
@@ -220,7 +191,7 @@ TEST_P(PlantedEntry, BeforehandLeadsNowhereAndIsNotOpened) {
         if (opensSpecial(call)) opened.push_back(call.path);
         return real(false);
       });
-      operation().run();
+      GetParam().run();
     }
     expectNothingChanged(plant.name);
     EXPECT_EQ(opened, std::vector<std::string>{}) << plant.name;
@@ -233,13 +204,13 @@ TEST_P(PlantedEntry, BetweenAnyTwoFileCallsLeadsNowhere) {
 }
 
 TEST_P(PlantedEntry, UnderTheTemporaryNameLeadsNowhere) {
-  EXPECT_EQ(exchange([&] { return temporary(); }) > 0, operation().writes_temporary);
+  EXPECT_EQ(exchange([&] { return temporary(); }) > 0, GetParam().writes_temporary);
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, PlantedEntry, testing::ValuesIn(attacksWith(plants())),
+INSTANTIATE_TEST_SUITE_P(Each, PlantedEntry, testing::ValuesIn(operationsAt(plants())),
                          testing::PrintToStringParamName());
 INSTANTIATE_TEST_SUITE_P(PrivilegedEach, PlantedEntry,
-                         testing::ValuesIn(attacksWith(devicePlants())),
+                         testing::ValuesIn(operationsAt(devicePlants())),
                          testing::PrintToStringParamName());
 
 }  // namespace

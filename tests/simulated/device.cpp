@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
-#include "tests/simulated/process_list.h"
 #include "tests/simulated/trace_text.h"
 
 namespace vorlatch::simulated {
@@ -15,8 +15,54 @@ namespace {
 
 constexpr std::int64_t kStoriesBegin = 1772600767;  // 2026-03-04 05:06:07
 constexpr std::int64_t kNsPerSecond = 1'000'000'000;
+constexpr std::size_t kLongestShown = 32;
+
+// The bytes of a short buffer.
+std::string bytesOf(const void* buffer, std::size_t length) {
+  if (buffer == nullptr || length > kLongestShown) return {};
+  return {static_cast<const char*>(buffer), length};
+}
+
+// What a call left in its buffer: as many bytes as its result counts, but at least 32 if the buffer
+// is that long.
+std::string leftIn(const void* buffer, std::size_t length, int result) {
+  if (buffer == nullptr) return {};
+  const std::size_t counted = result > 0 ? static_cast<std::size_t>(result) : 0;
+  return {static_cast<const char*>(buffer), std::min(length, std::max(counted, kLongestShown))};
+}
+
+// Examples: "setpriority(0, 100, -5) = 0", "memorystatus_control(18, 100, 0, {00000000}, 4) = -1
+// errno 1". A buffer of up to 32 bytes is shown in hexadecimal between the arguments, and the bytes
+// that the call left in it behind the result. A longer buffer is shown by its length.
+std::string callText(std::string_view function, std::string_view arguments,
+                     const std::string& before, const std::string& after,
+                     const model::CallResult& answer) {
+  std::string text = std::string(function) + '(';
+  // A lone '&' in the arguments marks the buffer's position.
+  const std::size_t at = arguments.find('&');
+  text += arguments.substr(0, at);
+  if (at != arguments.npos) {
+    text.append(before.empty() ? std::string("buffer") : hexGroups(before));
+    text += arguments.substr(at + 1);
+  }
+  text += ") = " + std::to_string(answer.result);
+  if (answer.error != 0) text.append(" errno ").append(std::to_string(answer.error));
+  if (after != before) text.append(" ").append(hexGroups(after));
+  return text;
+}
 
 }  // namespace
+
+std::string hexGroups(const std::string& bytes) {
+  std::string text = "{";
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i != 0 && i % 4 == 0) text += ' ';
+    char digits[3];
+    std::snprintf(digits, sizeof(digits), "%02x", static_cast<std::uint8_t>(bytes[i]));
+    text += digits;
+  }
+  return text + "}";
+}
 
 Device::Device() : main_queue_(scheduler.makeQueue("main")) {
   kernel.default_task_limit_mb = 1450;
@@ -60,6 +106,25 @@ Process* Device::find(std::int32_t pid) {
   const auto entry = by_pid_.find(pid);
   if (entry == by_pid_.end() || entry->second->is_zombie) return nullptr;
   return &*entry->second;
+}
+
+std::vector<model::LiveProcess> LiveProcesses::all() const {
+  std::vector<model::LiveProcess> live;
+  for (const Process& process : device_->processes()) {
+    if (!process.is_zombie) live.push_back({.pid = process.pid, .start_time = process.start_time});
+  }
+  return live;
+}
+
+std::optional<model::LiveProcess> LiveProcesses::find(std::int32_t pid) const {
+  const Process* process = device_->find(pid);
+  if (process == nullptr) return std::nullopt;
+  return model::LiveProcess{.pid = pid, .start_time = process->start_time};
+}
+
+bool LiveProcesses::isApp(std::int32_t pid) const {
+  const Process* process = device_->find(pid);
+  return process != nullptr && process->executable_path.find(".app/") != std::string::npos;
 }
 
 model::JetsamRecord Device::jetsam(std::int32_t pid) {

@@ -132,4 +132,17 @@ class Device {
   std::uint64_t next_start_time_ = 1;
 };
 
+// Presents the device's processes to the kernel model.
+class LiveProcesses : public model::ProcessList {
+ public:
+  explicit LiveProcesses(Device& device) : device_(&device) {}
+
+  [[nodiscard]] std::vector<model::LiveProcess> all() const override;
+  [[nodiscard]] std::optional<model::LiveProcess> find(std::int32_t pid) const override;
+  [[nodiscard]] bool isApp(std::int32_t pid) const override;
+
+ private:
+  Device* device_;
+};
+
 }  // namespace vorlatch::simulated

@@ -23,10 +23,15 @@ void Scheduler::send(SerialQueue& queue, Work work) {
 }
 
 TimerSource* Scheduler::start(SerialQueue& queue, const TimerSchedule& schedule, Work handler) {
-  auto source = std::make_unique<TimerSource>(queue, later(now_ns_, schedule.start_ns), schedule,
-                                              next_timer_id_++, std::move(handler));
-  source->order = next_order_++;
-  return timers_.emplace_back(std::move(source)).get();
+  return timers_
+      .emplace_back(std::make_unique<TimerSource>(
+          TimerSource{.queue = &queue,
+                      .due_ns = later(now_ns_, schedule.start_ns),
+                      .interval_ns = schedule.interval_ns,
+                      .id = next_timer_id_++,
+                      .order = next_order_++,
+                      .handler = std::make_shared<Work>(std::move(handler))}))
+      .get();
 }
 
 void Scheduler::cancel(TimerSource* source) {
@@ -40,7 +45,8 @@ bool Scheduler::runUntil(std::uint64_t end_ns, const std::function<bool()>& done
       run(choose(ready));
       continue;
     }
-    const std::uint64_t next_ns = nextDueNs();
+    std::uint64_t next_ns = kNever;
+    for (const auto& timer : timers_) next_ns = std::min(next_ns, timer->due_ns);
     if (next_ns > end_ns || next_ns == kNever) {
       now_ns_ = std::max(now_ns_, end_ns);
       return done();
@@ -95,12 +101,6 @@ void Scheduler::run(const Ready& chosen) {
   timer.order = next_order_++;
   const std::shared_ptr<Work> handler = timer.handler;
   (*handler)();
-}
-
-std::uint64_t Scheduler::nextDueNs() const {
-  std::uint64_t next_ns = kNever;
-  for (const auto& timer : timers_) next_ns = std::min(next_ns, timer->due_ns);
-  return next_ns;
 }
 
 }  // namespace vorlatch::platform

@@ -34,19 +34,11 @@ class SerialQueue {
 
 class TimerSource {
  public:
-  TimerSource(SerialQueue& timer_queue, std::uint64_t due, const TimerSchedule& schedule,
-              int number, Work work)
-      : queue(&timer_queue),
-        due_ns(due),
-        interval_ns(schedule.interval_ns),
-        id(number),
-        handler(std::make_shared<Work>(std::move(work))) {}
-
   SerialQueue* queue;
   std::uint64_t due_ns;  // kNever once a one-shot timer has fired
   std::uint64_t interval_ns;
   int id;
-  std::uint64_t order = 0;
+  std::uint64_t order;
   std::shared_ptr<Work> handler;  // shared, so that a handler may cancel its own timer
 };
 
@@ -86,7 +78,6 @@ class Scheduler {
   [[nodiscard]] std::vector<Ready> readyNow() const;
   const Ready& choose(const std::vector<Ready>& ready);
   void run(const Ready& chosen);
-  [[nodiscard]] std::uint64_t nextDueNs() const;
 
   std::vector<std::unique_ptr<SerialQueue>> queues_;
   std::vector<std::unique_ptr<TimerSource>> timers_;

@@ -16,7 +16,6 @@
 #include "platform/queues.h"
 #include "platform/root_prefix_library.h"
 #include "tests/simulated/device.h"
-#include "tests/simulated/process_list.h"
 
 namespace vorlatch::platform {
 namespace {
@@ -48,14 +47,6 @@ std::string pidText(std::int64_t pid) {
 std::string bufferText(const void* buffer) {
   return buffer == nullptr ? "null" : "&";
 }
-// Shows in the trace only whether the caller zeroed its scratch buffer.
-std::string scratchText(const void* buffer, std::size_t length) {
-  const auto* bytes = static_cast<const char*>(buffer);
-  // All bytes are zero if the buffer equals itself shifted by one; memcmp is fast on long buffers.
-  const bool zeros = bytes[0] == '\0' && std::memcmp(bytes, bytes + 1, length - 1) == 0;
-  return zeros ? "zeros" : "leftovers";
-}
-
 std::string timeText(std::uint64_t ns) {
   return ns == kNever ? "never" : std::to_string(ns);
 }
@@ -104,10 +95,28 @@ Answer listProcesses(std::uint32_t type, void* buffer, int buffersize) {
   return {.result = fitting * kBytesPerPid};
 }
 
-Answer copyText(std::string_view text, void* buffer) {
-  std::memcpy(buffer, text.data(), text.size());
-  static_cast<char*>(buffer)[text.size()] = '\0';
-  return {.result = static_cast<int>(text.size())};
+// A call that copies a text of a process into the caller's scratch buffer, or answers with an
+// error.
+template <typename FindText>
+int textCall(const char* function, int pid, void* buffer, std::uint32_t size,
+             const FindText& find_text) {
+  Device& device = Device::get();
+  std::string arguments;
+  if (device.is_tracing) {
+    const auto* bytes = static_cast<const char*>(buffer);
+    // All bytes are zero if the buffer equals itself shifted by one; memcmp is fast on long
+    // buffers.
+    const bool is_zeroed = bytes[0] == '\0' && std::memcmp(bytes, bytes + 1, size - 1) == 0;
+    arguments = list(pidText(pid), std::string(is_zeroed ? "zeros" : "leftovers"), number(size));
+  }
+  return device.call(function, 0, pid, arguments, buffer, size, [&]() -> Answer {
+    int error = 0;
+    const std::string_view text = find_text(device.find(pid), error);
+    if (error != 0) return {.result = 0, .error = error};
+    std::memcpy(buffer, text.data(), text.size());
+    static_cast<char*>(buffer)[text.size()] = '\0';
+    return {.result = static_cast<int>(text.size())};
+  });
 }
 
 }  // namespace
@@ -152,33 +161,31 @@ int proc_listpids(std::uint32_t type, std::uint32_t typeinfo, void* buffer, int 
       [&] { return listProcesses(type, buffer, buffersize); });
 }
 
-int proc_name(int pid, void* buffer, std::uint32_t buffersize) {
-  Device& device = Device::get();
-  const std::string arguments =
-      device.is_tracing ? list(pidText(pid), scratchText(buffer, buffersize), number(buffersize))
-                        : std::string();
-  return device.call("proc_name", 0, pid, arguments, buffer, buffersize, [&]() -> Answer {
-    if (buffersize < kSmallestNameBuffer) return {.result = 0, .error = ENOMEM};
-    const Process* process = device.find(pid);
-    if (process == nullptr) return {.result = 0, .error = ESRCH};
-    return copyText(std::string_view(process->name).substr(0, kLongestProcessName), buffer);
-  });
+int proc_name(int pid, void* buffer, std::uint32_t size) {
+  const auto find = [size](const Process* process, int& error) -> std::string_view {
+    error = size < kSmallestNameBuffer ? ENOMEM : process == nullptr ? ESRCH : 0;
+    if (error != 0) return {};
+    return std::string_view(process->name).substr(0, kLongestProcessName);
+  };
+  return textCall("proc_name", pid, buffer, size, find);
 }
 
-int proc_pidpath(int pid, void* buffer, std::uint32_t buffersize) {
-  Device& device = Device::get();
-  const std::string arguments =
-      device.is_tracing ? list(pidText(pid), scratchText(buffer, buffersize), number(buffersize))
-                        : std::string();
-  return device.call("proc_pidpath", 0, pid, arguments, buffer, buffersize, [&]() -> Answer {
-    const Process* process = device.find(pid);
-    if (buffersize < kSmallestPathBuffer) return {.result = 0, .error = ENOMEM};
-    if (buffersize > kLargestPathBuffer) return {.result = 0, .error = EOVERFLOW};
-    if (process == nullptr || process->executable_path.empty())
-      return {.result = 0, .error = ESRCH};
-    if (process->executable_path.size() >= buffersize) return {.result = 0, .error = ENOSPC};
-    return copyText(process->executable_path, buffer);
-  });
+int proc_pidpath(int pid, void* buffer, std::uint32_t size) {
+  const auto find = [size](const Process* process, int& error) -> std::string_view {
+    const std::string_view path =
+        process != nullptr ? std::string_view(process->executable_path) : std::string_view();
+    if (size < kSmallestPathBuffer) {
+      error = ENOMEM;
+    } else if (size > kLargestPathBuffer) {
+      error = EOVERFLOW;
+    } else if (path.empty()) {
+      error = ESRCH;
+    } else if (path.size() >= size) {
+      error = ENOSPC;
+    }
+    return path;
+  };
+  return textCall("proc_pidpath", pid, buffer, size, find);
 }
 
 SerialQueue& makeSerialQueue(const char* label) {

@@ -16,22 +16,21 @@
   result real(__VA_ARGS__) __asm__("__real_" name);     \
   result wrap(__VA_ARGS__) __asm__("__wrap_" name)
 
+// Wraps a function that is passed on as it is; `on` names the file by `place`.
+#define VORLATCH_PASSED_ON(name, real, wrap, on, place, parameters, arguments) \
+  int real parameters __asm__("__real_" name);                                 \
+  int wrap parameters __asm__("__wrap_" name);                                 \
+  int wrap parameters {                                                        \
+    return on(name, place, [&](bool) { return real arguments; });              \
+  }
+
 namespace vorlatch::tests {
 
 VORLATCH_WRAPPED("open", int, realOpen, wrapOpen, const char*, int, ...);
 VORLATCH_WRAPPED("mkostemp", int, realMkostemp, wrapMkostemp, char*, int);
-VORLATCH_WRAPPED("close", int, realClose, wrapClose, int);
 VORLATCH_WRAPPED("read", ssize_t, realRead, wrapRead, int, void*, size_t);
 VORLATCH_WRAPPED("write", ssize_t, realWrite, wrapWrite, int, const void*, size_t);
-VORLATCH_WRAPPED("stat", int, realStat, wrapStat, const char*, struct stat*);
-VORLATCH_WRAPPED("lstat", int, realLstat, wrapLstat, const char*, struct stat*);
-VORLATCH_WRAPPED("fstat", int, realFstat, wrapFstat, int, struct stat*);
-VORLATCH_WRAPPED("fstatat", int, realFstatat, wrapFstatat, int, const char*, struct stat*, int);
-VORLATCH_WRAPPED("fchmod", int, realFchmod, wrapFchmod, int, mode_t);
-VORLATCH_WRAPPED("ftruncate", int, realFtruncate, wrapFtruncate, int, off_t);
 VORLATCH_WRAPPED("dup2", int, realDup2, wrapDup2, int, int);
-VORLATCH_WRAPPED("rename", int, realRename, wrapRename, const char*, const char*);
-VORLATCH_WRAPPED("unlink", int, realUnlink, wrapUnlink, const char*);
 VORLATCH_WRAPPED("fflush", int, realFflush, wrapFflush, std::FILE*);
 int wrapFprintf(std::FILE*, const char*, ...) __asm__("__wrap_fprintf");
 
@@ -54,8 +53,8 @@ size_t amount(size_t whole, bool in_part) {
 }
 
 template <typename Real>
-auto onPath(const char* name, const char* path, const std::vector<std::int64_t>& arguments,
-            const Real& real) -> decltype(real(false)) {
+auto onPath(const char* name, const char* path, const Real& real,
+            const std::vector<std::int64_t>& arguments = {}) -> decltype(real(false)) {
   if (currentInterceptor() == nullptr) return real(false);
   return static_cast<decltype(real(false))>(
       currentInterceptor()->intercept({.name = name, .arguments = arguments, .path = path}, real));
@@ -64,7 +63,7 @@ auto onPath(const char* name, const char* path, const std::vector<std::int64_t>&
 template <typename Real>
 auto onDescriptor(const char* name, int descriptor, const Real& real) -> decltype(real(false)) {
   if (currentInterceptor() == nullptr) return real(false);
-  return onPath(name, paths()[descriptor].c_str(), {}, real);
+  return onPath(name, paths()[descriptor].c_str(), real);
 }
 
 int opened(int descriptor, const std::string& path) {
@@ -83,20 +82,34 @@ int wrapOpen(const char* path, int flags, ...) {
   va_start(rest, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
   va_end(rest);
-  return opened(onPath("open", path, {flags}, [&](bool) { return realOpen(path, flags, mode); }),
+  return opened(onPath("open", path, [&](bool) { return realOpen(path, flags, mode); }, {flags}),
                 path);
 }
 
 // Records the pattern as the temporary file's path, because the real name differs in every run.
 int wrapMkostemp(char* path, int flags) {
   const std::string pattern = path;
-  return opened(onPath("mkostemp", path, {flags}, [&](bool) { return realMkostemp(path, flags); }),
+  return opened(onPath("mkostemp", path, [&](bool) { return realMkostemp(path, flags); }, {flags}),
                 pattern);
 }
 
-int wrapClose(int descriptor) {
-  return onDescriptor("close", descriptor, [&](bool) { return realClose(descriptor); });
-}
+VORLATCH_PASSED_ON("close", realClose, wrapClose, onDescriptor, file, (int file), (file))
+VORLATCH_PASSED_ON("fstat", realFstat, wrapFstat, onDescriptor, file,
+                   (int file, struct stat* status), (file, status))
+VORLATCH_PASSED_ON("fchmod", realFchmod, wrapFchmod, onDescriptor, file, (int file, mode_t mode),
+                   (file, mode))
+VORLATCH_PASSED_ON("ftruncate", realFtruncate, wrapFtruncate, onDescriptor, file,
+                   (int file, off_t length), (file, length))
+VORLATCH_PASSED_ON("stat", realStat, wrapStat, onPath, path,
+                   (const char* path, struct stat* status), (path, status))
+VORLATCH_PASSED_ON("lstat", realLstat, wrapLstat, onPath, path,
+                   (const char* path, struct stat* status), (path, status))
+VORLATCH_PASSED_ON("fstatat", realFstatat, wrapFstatat, onPath, path,
+                   (int directory, const char* path, struct stat* status, int flags),
+                   (directory, path, status, flags))
+VORLATCH_PASSED_ON("rename", realRename, wrapRename, onPath, to, (const char* from, const char* to),
+                   (from, to))
+VORLATCH_PASSED_ON("unlink", realUnlink, wrapUnlink, onPath, path, (const char* path), (path))
 
 ssize_t wrapRead(int descriptor, void* buffer, size_t size) {
   return onDescriptor("read", descriptor, [&](bool in_part) {
@@ -110,43 +123,9 @@ ssize_t wrapWrite(int descriptor, const void* bytes, size_t size) {
   });
 }
 
-int wrapStat(const char* path, struct stat* status) {
-  return onPath("stat", path, {}, [&](bool) { return realStat(path, status); });
-}
-
-int wrapLstat(const char* path, struct stat* status) {
-  return onPath("lstat", path, {}, [&](bool) { return realLstat(path, status); });
-}
-
-int wrapFstat(int descriptor, struct stat* status) {
-  return onDescriptor("fstat", descriptor, [&](bool) { return realFstat(descriptor, status); });
-}
-
-int wrapFstatat(int directory, const char* path, struct stat* status, int flags) {
-  return onPath("fstatat", path, {},
-                [&](bool) { return realFstatat(directory, path, status, flags); });
-}
-
-int wrapFchmod(int descriptor, mode_t mode) {
-  return onDescriptor("fchmod", descriptor, [&](bool) { return realFchmod(descriptor, mode); });
-}
-
-int wrapFtruncate(int descriptor, off_t length) {
-  return onDescriptor("ftruncate", descriptor,
-                      [&](bool) { return realFtruncate(descriptor, length); });
-}
-
 int wrapDup2(int from, int to) {
   const std::string path = currentInterceptor() != nullptr ? paths()[from] : std::string();
-  return onPath("dup2", path.c_str(), {to}, [&](bool) { return realDup2(from, to); });
-}
-
-int wrapRename(const char* from, const char* to) {
-  return onPath("rename", to, {}, [&](bool) { return realRename(from, to); });
-}
-
-int wrapUnlink(const char* path) {
-  return onPath("unlink", path, {}, [&](bool) { return realUnlink(path); });
+  return onPath("dup2", path.c_str(), [&](bool) { return realDup2(from, to); }, {to});
 }
 
 int wrapFprintf(std::FILE* stream, const char* format, ...) {

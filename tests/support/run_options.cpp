@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <limits>
-#include <optional>
 #include <string_view>
 
 namespace vorlatch::tests {
@@ -16,13 +15,6 @@ RunOptions& options() {
   return read;
 }
 
-std::optional<std::uint64_t> numberIn(std::string_view text) {
-  std::uint64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
-  return number;
-}
-
 }  // namespace
 
 const RunOptions& runOptions() {
@@ -32,14 +24,16 @@ const RunOptions& runOptions() {
 bool readRunOptions(int argc, char** argv) {
   for (int i = 1; i < argc; i += 2) {
     const std::string_view name = argv[i];
-    const std::optional<std::uint64_t> number = i + 1 < argc ? numberIn(argv[i + 1]) : std::nullopt;
-    if (!number) return false;
-    if (name == "--seconds" && *number <= kMostSeconds) {
-      options().duration = std::chrono::seconds(*number);
+    const std::string_view text = i + 1 < argc ? argv[i + 1] : "";
+    std::uint64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc{} || end != text.data() + text.size()) return false;
+    if (name == "--seconds" && number <= kMostSeconds) {
+      options().duration = std::chrono::seconds(number);
     } else if (name == "--seed") {
-      options().seed = *number;
+      options().seed = number;
     } else if (name == "--stories") {
-      options().stories = *number;
+      options().stories = number;
     } else {
       return false;
     }

@@ -1,6 +1,5 @@
 #include "tests/support/story.h"
 
-#include <cstdlib>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -16,29 +15,14 @@ namespace {
 
 constexpr const char* kApplyNotification = "com.zel.vorlatch/ApplyLimits";
 
-std::string makeTemporaryRoot() {
-  std::string path = (std::filesystem::temp_directory_path() / "vorlatch.XXXXXX").string();
-  EXPECT_NE(mkdtemp(path.data()), nullptr);
-  return path;
-}
-
 }  // namespace
 
-Story::Story() : device(simulated::Device::get()), root_(makeTemporaryRoot()) {
+Story::Story() : device(simulated::Device::get()) {
   std::filesystem::create_directories(rootPath("/usr/lib"));
   std::filesystem::create_directories(rootPath("/var/mobile/Library/Preferences"));
   // Copied, because the library derives its prefix from where it is installed.
   std::filesystem::copy_file(VORLATCH_LIBROOT, rootPath("/usr/lib/libroot.so"));
   device.root_prefix_library = rootPath("/usr/lib/libroot.so");
-}
-
-Story::~Story() {
-  std::error_code ignored;
-  std::filesystem::remove_all(root_, ignored);
-}
-
-std::string Story::rootPath(std::string_view path) const {
-  return root_ + std::string(path);
 }
 
 std::string Story::file(std::string_view name) const {

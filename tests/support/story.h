@@ -12,6 +12,7 @@
 #include "base/plist_value.h"
 #include "tests/simulated/device.h"
 #include "tests/support/files.h"
+#include "tests/support/temporary_directory.h"
 
 namespace vorlatch::tests {
 
@@ -40,12 +41,13 @@ class Story {
   Story();
   Story(const Story&) = delete;
   Story& operator=(const Story&) = delete;
-  ~Story();
 
   simulated::Device& device;
 
   // The path of a file under the jailbreak root, and of one of the daemon's files.
-  [[nodiscard]] std::string rootPath(std::string_view path) const;
+  [[nodiscard]] std::string rootPath(std::string_view path) const {
+    return root_.path() + std::string(path);
+  }
   [[nodiscard]] std::string file(std::string_view name) const;
   [[nodiscard]] std::string preferencesFile() const { return file("com.zel.vorlatch.plist"); }
   [[nodiscard]] std::string statusFile() const { return file("com.zel.vorlatch.status.plist"); }
@@ -79,7 +81,7 @@ class Story {
   [[nodiscard]] plist::Dictionary status() const;
 
  private:
-  std::string root_;
+  const TemporaryDirectory root_;
   std::size_t log_read_ = 0;
 };
 
