@@ -50,33 +50,6 @@ TEST(Heap, Reads500TargetsAndALargeInfoPlist) {
   EXPECT_EQ(day.heldTargets(), 500U);
 }
 
-std::string number(int i) {
-  return std::to_string(i);
-}
-
-std::string xml(const std::string& targets, const std::string& rest = "") {
-  return "<plist><dict><key>Enabled</key><true/><key>AppConfigs</key><dict>" + targets + "</dict>" +
-         rest + "</dict></plist>";
-}
-
-// Settings with a watch timer.
-std::string withTimer(int interval_s) {
-  return "<dict><key>CheckInterval</key><integer>" + number(interval_s) + "</integer></dict>";
-}
-
-std::string letters(int count, int content) {
-  return std::string(static_cast<std::size_t>(count), static_cast<char>('a' + content));
-}
-
-// One of many alike parts of a file.
-using Part = std::function<std::string(int i, int content)>;
-
-std::string repeated(int count, int content, const Part& part) {
-  std::string all;
-  for (int i = 0; i < count; ++i) all += part(i, content);
-  return all;
-}
-
 // Shapes of hostile files, of any size. Two contents of one size differ in every target.
 struct Shape {
   const char* name;
@@ -87,27 +60,42 @@ std::ostream& operator<<(std::ostream& stream, const Shape& shape) {
   return stream << shape.name;
 }
 
-// Many targets.
-Shape targets(const char* name, const Part& target) {
-  return {name, [target](int size, int content) { return xml(repeated(size, content, target)); }};
+// Replaces every `mark` by the number.
+std::string filledIn(std::string text, char mark, int number) {
+  const std::string digits = std::to_string(number);
+  for (std::size_t at = 0; (at = text.find(mark, at)) != text.npos; at += digits.size()) {
+    text.replace(at, 1, digits);
+  }
+  return text;
 }
 
-// One running target with a long remark, and perhaps settings behind it.
-Shape remark(const char* name, const std::string& begin, const Part& part, const std::string& end,
-             const std::string& rest = "") {
+// A file in which a part is repeated, each with its own number in place of '#'. The content stands
+// in place of '@'.
+Shape repeated(const char* name, const std::string& begin, const std::string& part,
+               const std::string& end) {
   return {name, [=](int size, int content) {
-            return xml("<key>process-1</key><dict><key>Remark</key>" + begin +
-                       repeated(size, content, part) + end + rest + "</dict>");
+            const std::string each = filledIn(part, '@', content);
+            std::string file = filledIn(begin, '@', content);
+            for (int i = 0; i < size; ++i) file += filledIn(each, '#', i);
+            return file + filledIn(end, '@', content);
           }};
 }
 
-Part either(const std::string& one, const std::string& other) {
-  return [=](int /*i*/, int content) { return content == 0 ? one : other; };
+const std::string kBegin = "<plist><dict><key>Enabled</key><true/><key>AppConfigs</key><dict>";
+const std::string kEnd = "</dict></dict></plist>";
+
+// Many targets.
+Shape targets(const char* name, const std::string& target) {
+  return repeated(name, kBegin, target, kEnd);
 }
 
-// Many times this, and the content only once.
-Part withContentLast(const std::string& text) {
-  return [text](int i, int content) { return (i == 0 ? number(content) : "") + text; };
+// One running target with a long remark, and perhaps settings behind it.
+Shape remark(const char* name, const std::string& begin, const std::string& part,
+             const std::string& end) {
+  return repeated(name,
+                  kBegin + "<key>process-1</key><dict><key>NiceValue</key><integer>@</integer>" +
+                      "<key>Remark</key>" + begin,
+                  part, end + "</dict>" + kEnd);
 }
 
 // A binary list in which a long array has one array in all its places.
@@ -115,13 +103,14 @@ std::string sharedObjects(int size, int content) {
   BinaryBuilder list{.objects = {}, .reference_size = 2};
   list.objects = {list.array(std::vector<std::uint64_t>(static_cast<std::size_t>(size), 1)),
                   list.array(std::vector<std::uint64_t>(100, 2)),
-                  BinaryBuilder::ascii(letters(20, content))};
+                  BinaryBuilder::ascii("text " + std::to_string(content))};
   return list.build();
 }
 
-std::string wideText(int size, int content, const std::string& one, const std::string& other) {
+// A text in UTF-16: the same unit `size` times.
+std::string wideText(int size, const std::string& unit) {
   std::string units;
-  for (int i = 0; i < size; ++i) units += content == 0 ? one : other;
+  for (int i = 0; i < size; ++i) units += unit;
   return BinaryBuilder::marker(0x6, static_cast<std::uint64_t>(size)) + units;
 }
 
@@ -137,79 +126,44 @@ std::string wideRemark(int size, int content) {
                   list.dictionary({7, 8}, {9, 3}),
                   BinaryBuilder::ascii("Remark"),
                   BinaryBuilder::ascii("StripManaged"),
-                  wideText(size, content, "\x4E\x2D", "\x66\x2F")};
+                  wideText(size, content == 0 ? "\x4E\x2D" : "\x66\x2F")};
   return list.build();
 }
 
 // Surrogates without their halves, which the parser replaces.
 std::string wideTexts(int size, int content) {
-  BinaryBuilder list{.objects = {}, .reference_size = 2};
-  list.objects = {wideText(size, content, std::string("\xD8\0", 2), "\x4E\x2D")};
-  return list.build();
+  const std::string unit = content == 0 ? std::string("\xD8\0", 2) : "\x4E\x2D";
+  return BinaryBuilder{.objects = {wideText(size, unit)}, .reference_size = 2}.build();
 }
 
-std::string unknownKeys(int size, int content) {
-  return xml("", repeated(size, content, [](int i, int value) {
-               return "<key>" + number(i) + "</key><integer>" + number(value) + "</integer>";
-             }));
+std::string lists(int depth) {
+  return depth == 0 ? "" : "<array>" + lists(depth - 1) + "</array>";
 }
 
 const std::vector<Shape>& shapes() {
-  static const std::string many_lists = [] {
-    std::string begins;
-    std::string ends;
-    for (int i = 0; i < 100; ++i) {
-      begins += "<array>";
-      ends += "</array>";
-    }
-    return begins + ends;
-  }();
+  static const std::string timer = "<dict><key>CheckInterval</key><integer>600@</integer></dict>";
   static const std::vector<Shape> all{
-      targets("EmptyTargets",
-              [](int i, int content) {
-                return "<key>" + number(content) + "-" + number(i) + "</key><dict/>";
-              }),
-      targets("TargetsThatChange",
-              [](int i, int content) {
-                return "<key>" + number(i) + "</key><dict><key>" + number(content) +
-                       "</key><true/></dict>";
-              }),
-      targets("TargetsWithTimers",
-              [](int i, int content) {
-                return "<key>" + number(i) + "</key>" + withTimer(6000 + content);
-              }),
-      targets("RunningTargetsWithTimers",
-              [](int i, int content) {
-                return "<key>process-" + number(i) + "</key>" + withTimer(6000 + content);
-              }),
-      targets("TargetsWithLongNames",
-              [](int i, int content) {
-                return "<key>" + letters(1000, content) + number(i) + "</key>" + withTimer(6000);
-              }),
-      {"OneTargetOfALongName",
-       [](int size, int content) {
-         return xml("<key>" + letters(size, content) + "</key>" + withTimer(600));
-       }},
-      remark(
-          "OneTargetOfManyKeys", "<true/>",
-          [](int i, int content) {
-            return "<key>" + number(i) + "</key><integer>" + number(content) + "</integer>";
-          },
-          ""),
-      remark("OneTargetOfALongText", "<string>", either("a", "b"), "</string>"),
-      remark("OneTargetOfAnArray", "<array>", either("<true/>", "<false/>"), "</array>"),
-      remark("OneTargetOfEmptyArrays", "<array>", either("<array/>", "<dict/>"), "</array>"),
-      remark("TextsWithEntities", "<array>",
-             either("<string>&amp;&lt;0</string>", "<string>&amp;&lt;1</string>"), "</array>"),
-      remark("Data", "<data>", either("aaaa", "bbbb"), "</data>"),
-      remark("DeepLists", "<array>", either(many_lists, many_lists), "</array>"),
+      targets("EmptyTargets", "<key>@-#</key><dict/>"),
+      targets("TargetsThatChange", "<key>#</key><dict><key>@</key><true/></dict>"),
+      targets("TargetsWithTimers", "<key>#</key>" + timer),
+      targets("RunningTargetsWithTimers", "<key>process-#</key>" + timer),
+      targets("TargetsWithLongNames", "<key>" + std::string(1000, '@') + "#</key>" + timer),
+      repeated("OneTargetOfALongName", kBegin + "<key>", "@", "</key>" + timer + kEnd),
+      remark("OneTargetOfManyKeys", "<true/>", "<key>#</key><integer>@</integer>", ""),
+      remark("OneTargetOfALongText", "<string>", "@", "</string>"),
+      remark("OneTargetOfAnArray", "<array>", "<true/>", "</array>"),
+      remark("OneTargetOfEmptyArrays", "<array>", "<array/>", "</array>"),
+      remark("TextsWithEntities", "<array>", "<string>&amp;&lt;@</string>", "</array>"),
+      remark("Data", "<data>", "aaa@", "</data>"),
+      remark("DeepLists", "<array>", lists(100), "</array>"),
       {"SharedObjectsOfABinaryList", sharedObjects},
-      remark("CommentsInATextAndAKeyBehind", "<string>x", withContentLast("<!---->"), "</string>",
-             "<key>StripManaged</key><true/>"),
-      remark("CharacterDataInAText", "<string>", withContentLast("<![CDATA[x]]>"), "</string>"),
+      remark("CommentsInATextAndAKeyBehind", "<string>x", "<!---->",
+             "</string><key>StripManaged</key><true/>"),
+      remark("CharacterDataInAText", "<string>", "<![CDATA[x]]>", "</string>"),
       {"AWideRemarkOfABinaryList", wideRemark},
       {"WideTextsOfABinaryList", wideTexts},
-      {"UnknownTopLevelKeys", unknownKeys},
+      repeated("UnknownTopLevelKeys", kBegin + "</dict>", "<key>#</key><integer>@</integer>",
+               "</dict></plist>"),
   };
   return all;
 }

@@ -22,9 +22,7 @@ class Crowd {
       const bool is_app = i >= 10;
       const std::string key = ownName((is_app ? ".app" : "n") + std::to_string(i));
       kinds_[key] = {.program = is_app ? appIdentified(root, key) : programNamed(root, key),
-                     .is_app = is_app,
-                     .running = {},
-                     .ended = {}};
+                     .is_app = is_app};
       keys_.push_back(key);
     }
     fillUp();
@@ -39,7 +37,7 @@ class Crowd {
     if (dice_.between(0, 2 * kSwing) > size_ - kSize + kSwing) {
       start(kind);
     } else if (!kind.running.empty()) {
-      const int nth = dice_.between(0, static_cast<int>(kind.running.size()) - 1);
+      const auto nth = static_cast<std::ptrdiff_t>(dice_.below(kind.running.size()));
       end(kind, std::next(kind.running.begin(), nth)->first);
     }
   }
@@ -81,8 +79,8 @@ class Crowd {
   struct Kind {
     Program program;
     bool is_app;
-    std::map<pid_t, std::unique_ptr<ChildProcess>> running;
-    std::map<pid_t, Clock::time_point> ended;
+    std::map<pid_t, std::unique_ptr<ChildProcess>> running = {};
+    std::map<pid_t, Clock::time_point> ended = {};
   };
 
   Kind& some() { return kinds_.at(dice_.of(keys_)); }

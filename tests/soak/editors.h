@@ -46,32 +46,24 @@ inline bool replaceFile(const std::string& path, const std::string& bytes) {
   return false;
 }
 
-inline int anyNice(tests::Dice& dice) {
-  return dice.between(kLowestNice, 19);
-}
-
-// Random settings of a target. Whole settings contain every setting, and their effect on a process
-// does not depend on what it was before, as that of bands up to 40 does.
-inline plist::Dictionary anySettings(tests::Dice& dice, bool is_whole) {
-  plist::Dictionary settings{{keys::kNiceValue, anyNice(dice)}};
-  const auto add = [&](const char* key, const plist::Value& value) {
-    if (is_whole || dice.oneIn(3)) settings.emplace(key, value);
-  };
-  add(keys::kJetsamPriority, dice.between(is_whole ? 50 : -1, 210));
-  add(keys::kMemLimitActive, dice.between(0, 500));
-  add(keys::kMemLimitInactive, dice.between(0, 500));
-  add(keys::kStripManaged, dice.oneIn(2));
-  add(keys::kCheckInterval, dice.between(0, is_whole ? 1 : 2));
-  return settings;
+// Settings of a target. Their effect on a process does not depend on what it was before, as that of
+// bands up to 40 does.
+inline plist::Dictionary anySettings(tests::Dice& dice) {
+  return {{keys::kNiceValue, dice.between(kLowestNice, 19)},
+          {keys::kJetsamPriority, dice.between(50, 210)},
+          {keys::kMemLimitActive, dice.between(0, 500)},
+          {keys::kMemLimitInactive, dice.between(0, 500)},
+          {keys::kStripManaged, dice.oneIn(2)},
+          {keys::kCheckInterval, dice.between(0, 1)}};
 }
 
 // Runs one vorlatchctl after the other. Its targets are its own: no other editor changes them.
 class ControlEditor {
  public:
   // `expected` are the preferences as the edits of all editors have to leave them.
-  ControlEditor(const Installation& installation, std::vector<std::string> keys,
+  ControlEditor(const Installation& installation, std::vector<std::string> own_targets,
                 plist::Dictionary& expected)
-      : installation_(installation), keys_(std::move(keys)), expected_(expected) {}
+      : targets(std::move(own_targets)), installation_(installation), expected_(expected) {}
 
   // Whether its vorlatchctl still runs. One that has ended counts as done or refused from here on.
   [[nodiscard]] bool isBusy() {
@@ -82,7 +74,11 @@ class ControlEditor {
   // Each starts an edit; the editor must not be busy.
   void beginSet(const std::string& key, const plist::Dictionary& settings) {
     std::vector<std::string> arguments{"set", key};
-    for (const auto& [name, value] : settings) arguments.push_back(name + "=" + wordOf(value));
+    for (const auto& [name, value] : settings) {
+      const auto* text = value.as<std::string>();
+      arguments.push_back(name + "=" +
+                          (text != nullptr ? *text : std::to_string(plist::int32Value(value))));
+    }
     begin(arguments, [key, settings](plist::Dictionary& preferences) {
       plist::Dictionary& target = childOf(targetsIn(preferences), key);
       for (const auto& [name, value] : settings) target.insert_or_assign(name, value);
@@ -95,17 +91,12 @@ class ControlEditor {
   }
   // Some edit of one of its targets.
   void beginSome(tests::Dice& dice) {
-    const std::string key = dice.of(keys_);
-    if (!targetsIn(expected_).contains(key) || !dice.oneIn(5)) {
-      beginSet(key, anySettings(dice, false));
-    } else if (dice.oneIn(2)) {
+    const std::string key = dice.of(targets);
+    if (targetsIn(expected_).contains(key) && dice.oneIn(5)) {
       begin({"remove", key},
             [key](plist::Dictionary& preferences) { targetsIn(preferences).erase(key); });
-    } else if (const auto& target = childOf(targetsIn(expected_), key); !target.empty()) {
-      const std::string name = target.begin()->first;
-      begin({"unset", key, name}, [key, name](plist::Dictionary& preferences) {
-        childOf(targetsIn(preferences), key).erase(name);
-      });
+    } else {
+      beginSet(key, anySettings(dice));
     }
   }
 
@@ -115,24 +106,19 @@ class ControlEditor {
     process_.reset();
     if (status == 0) {
       change_(expected_);
-      ++done_;
+      ++done;
     } else {
       EXPECT_TRUE(status == 2 || status == 3) << "vorlatchctl ended with " << status;
-      ++refused_;
+      ++refused;
     }
   }
 
-  [[nodiscard]] const std::vector<std::string>& keys() const { return keys_; }
-  [[nodiscard]] int done() const { return done_; }
+  const std::vector<std::string> targets;
+  int done = 0;
   // How many ended with an error: the disk was full, or a foreign program came between.
-  [[nodiscard]] int refused() const { return refused_; }
+  int refused = 0;
 
  private:
-  static std::string wordOf(const plist::Value& value) {
-    if (const auto* is_on = value.as<bool>()) return *is_on ? "true" : "false";
-    if (const auto* number = value.as<std::int64_t>()) return std::to_string(*number);
-    return *value.as<std::string>();
-  }
   void begin(const std::vector<std::string>& arguments,
              std::function<void(plist::Dictionary&)> change) {
     change_ = std::move(change);
@@ -140,64 +126,45 @@ class ControlEditor {
   }
 
   const Installation& installation_;
-  const std::vector<std::string> keys_;
   plist::Dictionary& expected_;
   std::function<void(plist::Dictionary&)> change_;
   std::unique_ptr<ChildProcess> process_;
-  int done_ = 0;
-  int refused_ = 0;
 };
 
 // Reads the preferences, and some time later puts its version in their place, locking nothing.
 class ForeignEditor {
  public:
-  ForeignEditor(const Installation& installation, bool is_binary, std::vector<std::string> keys)
-      : installation_(installation), is_binary_(is_binary), keys_(std::move(keys)) {}
+  ForeignEditor(const Installation& installation, bool is_binary)
+      : path_(installation.preferencesPath()), is_binary_(is_binary) {}
 
   // Reads, or replaces what it has read.
-  void goOn(tests::Dice& dice) {
+  void goOn(tests::Dice& dice, const std::string& key) {
     if (!read_) {
-      read_ = dictionaryIn(installation_.preferencesPath());
+      read_ = dictionaryIn(path_);
       return;
     }
     read_->insert_or_assign(keys::kEnabled, !dice.oneIn(10));
-    if (dice.oneIn(4)) read_->insert_or_assign(keys::kLogSizeLimit, dice.between(10'000, 100'000));
-    plist::Dictionary& targets = targetsIn(*read_);
-    const std::string& key = dice.of(keys_);
-    if (dice.oneIn(4)) {
-      targets.erase(key);
-    } else {
-      childOf(targets, key)
-          .insert_or_assign(keys::kNiceValue, std::to_string(dice.between(-30, 30)));
-      childOf(targets, key).insert_or_assign(keys::kCheckInterval, dice.between(-1, 2));
-    }
-    childOf(targets, ownName("absent" + std::to_string(dice.between(0, 5))))
-        .insert_or_assign(keys::kCheckInterval, dice.between(0, 1));
-    replace(*std::exchange(read_, std::nullopt));
+    childOf(targetsIn(*read_), key)
+        .insert_or_assign(keys::kNiceValue, std::to_string(dice.between(-30, 30)));
+    replace();
   }
   // Leaves preferences that are switched on; fails the test if they cannot be written.
   void finish() {
-    plist::Dictionary preferences = dictionaryIn(installation_.preferencesPath());
-    preferences.insert_or_assign(keys::kEnabled, true);
-    EXPECT_TRUE(replace(preferences));
-    read_.reset();
+    read_ = dictionaryIn(path_);
+    read_->insert_or_assign(keys::kEnabled, true);
+    EXPECT_TRUE(replace());
   }
-  [[nodiscard]] int replacements() const { return replacements_; }
 
  private:
-  bool replace(const plist::Dictionary& preferences) {
-    const bool is_replaced = replaceFile(installation_.preferencesPath(),
-                                         is_binary_ ? platform::writeBinaryPropertyList(preferences)
-                                                    : platform::writeXmlPropertyList(preferences));
-    if (is_replaced) ++replacements_;
-    return is_replaced;
+  bool replace() {
+    const plist::Dictionary preferences = *std::exchange(read_, std::nullopt);
+    return replaceFile(path_, is_binary_ ? platform::writeBinaryPropertyList(preferences)
+                                         : platform::writeXmlPropertyList(preferences));
   }
 
-  const Installation& installation_;
+  const std::string path_;
   const bool is_binary_;
-  const std::vector<std::string> keys_;
   std::optional<plist::Dictionary> read_;
-  int replacements_ = 0;
 };
 
 }  // namespace vorlatch

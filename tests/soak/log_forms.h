@@ -1,87 +1,69 @@
 // The log's lines by the forms that docs/log.md gives them.
 #pragma once
 
+#include <regex.h>
+
 #include <algorithm>
-#include <cstddef>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 #include <gtest/gtest.h>
 
 #include "tests/blackbox/installation.h"
 #include "tests/support/files.h"
-#include "tests/support/stamp.h"
 
 namespace vorlatch {
 
-// The first column of the document's tables; the heads of the columns are not in backticks.
-inline Lines readForms() {
-  const std::string document = tests::readAll(VORLATCH_LOG_DOCUMENT);
-  Lines forms;
-  constexpr std::string_view kCellBegins = "\n| `";
-  std::size_t at = 0;
-  while ((at = document.find(kCellBegins, at)) != document.npos) {
-    at += kCellBegins.size();
-    std::string form = document.substr(at, document.find('`', at) - at);
-    while (form.find("\\|") != form.npos) form.erase(form.find("\\|"), 1);
-    forms.push_back(form);
-  }
-  EXPECT_GT(forms.size(), 30U);
-  return forms;
-}
-
-inline bool takeNumber(std::string_view& text) {
-  const std::size_t length = std::min(text.find_first_not_of("-.0123456789"), text.size());
-  text.remove_prefix(length);
-  return length > 0;
-}
-
-inline bool fits(std::string_view text, std::string_view form);
-
-// What stands for %s may begin with brackets, as "[内核] 成功" does, and holds none further on:
-// they would be those of another line's stamp.
-inline bool fitsBehindText(std::string_view text, std::string_view rest_of_form) {
-  std::size_t length = 0;
-  if (text.starts_with("[内核")) length = std::min(text.find(']'), text.size());
-  for (;; ++length) {
-    if (fits(text.substr(length), rest_of_form)) return true;
-    if (length == text.size() || text[length] == '[') return false;
-  }
-}
-
-inline bool fits(std::string_view text, std::string_view form) {
-  while (!form.empty()) {
-    if (form.starts_with("%s")) return fitsBehindText(text, form.substr(2));
-    const std::size_t field = form.starts_with("%d") ? 2 : form.starts_with("%.1f") ? 4 : 0;
-    if (field != 0) {
-      if (!takeNumber(text)) return false;
-      form.remove_prefix(field);
-    } else {
-      if (text.empty() || text[0] != form[0]) return false;
-      text.remove_prefix(1);
-      form.remove_prefix(1);
+// The regular expression of a form. The document itself puts a backslash before each bar. A text
+// in place of %s may begin with a bracket, as "[内核] 成功" does; a later bracket would be that of
+// another line's stamp.
+inline std::string expressionOf(std::string form) {
+  const std::string number = "[-.0-9]+";
+  for (const auto& [part, expression] : {std::pair<std::string, std::string>{"[", "\\["},
+                                         {"(", "\\("},
+                                         {")", "\\)"},
+                                         {"%s", "(\\[内核)?[^[]*"},
+                                         {"%d", number},
+                                         {"%.1f", number}}) {
+    for (std::size_t at = 0; (at = form.find(part, at)) != form.npos; at += expression.size()) {
+      form.replace(at, part.size(), expression);
     }
   }
-  return text.empty();
+  return form;
+}
+
+// Matches a whole line: its stamp, and one of the forms, which are the first column of the
+// document's tables. The heads of the columns are not in backticks.
+inline regex_t makeLineExpression() {
+  const std::string document = tests::readAll(VORLATCH_LOG_DOCUMENT);
+  constexpr std::string_view kCellBegins = "\n| `";
+  std::string forms;
+  int count = 0;
+  for (std::size_t at = 0; (at = document.find(kCellBegins, at)) != document.npos; ++count) {
+    at += kCellBegins.size();
+    forms += '|' + expressionOf(document.substr(at, document.find('`', at) - at));
+  }
+  EXPECT_GT(count, 30);
+  const std::string stamp = R"(\[[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\] )";
+  const std::string whole = '^' + stamp + '(' + forms.substr(1) + ")$";
+  regex_t expression{};
+  EXPECT_EQ(regcomp(&expression, whole.c_str(), REG_EXTENDED | REG_NOSUB), 0) << whole;
+  return expression;
 }
 
 // The lines of a log that are not one whole message with its stamp: torn apart, mixed with another
 // one, unknown to the document, or without their end.
-inline std::vector<std::string> brokenLines(std::string_view log) {
-  static const Lines& forms = *new Lines(readForms());
-  std::vector<std::string> broken;
+inline Lines brokenLines(std::string_view log) {
+  static const regex_t& form = *new regex_t(makeLineExpression());
+  Lines broken;
   while (!log.empty()) {
-    const std::size_t end = log.find('\n');
-    const std::string line(log.substr(0, end));
-    log.remove_prefix(end == log.npos ? log.size() : end + 1);
-    const bool is_whole = end != log.npos && isStamped(line);
-    const std::string_view text =
-        std::string_view(line).substr(std::min(line.size(), kStampLength));
-    if (!is_whole || std::none_of(forms.begin(), forms.end(),
-                                  [&](const std::string& form) { return fits(text, form); })) {
-      broken.push_back(line);
+    const std::size_t length = std::min(log.find('\n'), log.size());
+    regmatch_t line{.rm_so = 0, .rm_eo = static_cast<regoff_t>(length)};
+    if (length == log.size() || regexec(&form, log.data(), 1, &line, REG_STARTEND) != 0) {
+      broken.emplace_back(log.substr(0, length));
     }
+    log.remove_prefix(std::min(length + 1, log.size()));
   }
   return broken;
 }
