@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -18,7 +19,8 @@ using plist::Data;
 using plist::Date;
 
 // The command finds this, and then says how much of the bound the file takes.
-void expectFindings(ControlStory& story, const std::string& line, const std::string& findings) {
+void expectFindings(ControlStory& story, const std::string& findings,
+                    const std::string& line = "check --no-processes") {
   const std::string answer = story.answer(line);
   const std::size_t size = answer.find("{preferences}: takes ");
   ASSERT_NE(size, answer.npos) << answer;
@@ -34,12 +36,12 @@ std::string checkJson(const std::string& findings, const std::string& size) {
 TEST(Check, FindsNothingInThePreset) {
   ControlStory story;
   story.writePreferences(defaultPreset());
-  expectFindings(story, "check --no-processes", "");
+  expectFindings(story, "");
   for (const char* name : {"SpringBoard", "backboardd", "com.tencent.xin", "dasd", "kbd",
                            "runningboardd", "sharingd"}) {
     story.device.launch({.name = name});
   }
-  expectFindings(story, "check", "");
+  expectFindings(story, "", "check");
 }
 
 TEST(Check, FindsNothingAtTheEndsOfRanges) {
@@ -52,75 +54,66 @@ TEST(Check, FindsNothingAtTheEndsOfRanges) {
     "beyond": {"JetsamPriority": 999}})");
   for (const plist::Value& limit : Array{0, -1, INT64_MIN, UINT64_MAX}) {
     story.writePreferences({{"Enabled", false}, {"AppConfigs", targets}, {"LogSizeLimit", limit}});
-    expectFindings(story, "check --no-processes", "");
+    expectFindings(story, "");
   }
 }
 
-TEST(Check, FindsNumbersOutOfRange) {
-  ControlStory story;
-  story.writeTargets(dictionary(R"({
-    "high": {"NiceValue": 21, "CheckInterval": 1099511627776, "JetsamPriority": 211,
-             "MemLimitActive": 18446744073709551615},
-    "low": {"NiceValue": -9223372036854775808, "CheckInterval": -1, "JetsamPriority": -2,
-            "MemLimitActive": -2, "MemLimitInactive": -9223372036854775808}})"));
-  expectFindings(
-      story, "check --no-processes",
-      R"(AppConfigs / high / CheckInterval: is 1099511627776, outside 0 to 2147483647; the daemon makes it 2147483647
-AppConfigs / high / JetsamPriority: is 211, outside -1 to 210; no kernel has this band; refused, the daemon tries 21
-AppConfigs / high / MemLimitActive: is 18446744073709551615, outside -1 to 2147483647; the daemon makes it 2147483647
-AppConfigs / high / NiceValue: is 21, outside -20 to 20; the daemon makes it 20
-AppConfigs / low / CheckInterval: is -1, outside 0 to 2147483647; it counts as none
-AppConfigs / low / JetsamPriority: is -2, outside -1 to 210; no kernel has this band, and it is refused
-AppConfigs / low / MemLimitActive: is -2, outside -1 to 2147483647; the kernel takes it for the system's default
-AppConfigs / low / MemLimitInactive: is -9223372036854775808, outside -1 to 2147483647; the kernel takes it for the system's default
-AppConfigs / low / NiceValue: is -9223372036854775808, outside -20 to 20; the daemon makes it -20
+// Values of keys, and what is said of each.
+TEST(Check, FindsWrongValues) {
+  std::istringstream cases(
+      R"(CheckInterval=1099511627776: is 1099511627776, outside 0 to 2147483647; the daemon makes it 2147483647
+JetsamPriority=211: is 211, outside -1 to 210; no kernel has this band; refused, the daemon tries 21
+MemLimitActive=18446744073709551615: is 18446744073709551615, outside -1 to 2147483647; the daemon makes it 2147483647
+NiceValue=21: is 21, outside -20 to 20; the daemon makes it 20
+CheckInterval=-1: is -1, outside 0 to 2147483647; it counts as none
+JetsamPriority=-2: is -2, outside -1 to 210; no kernel has this band, and it is refused
+MemLimitActive=-2: is -2, outside -1 to 2147483647; the kernel takes it for the system's default
+MemLimitInactive=-9223372036854775808: is -9223372036854775808, outside -1 to 2147483647; the kernel takes it for the system's default
+NiceValue=-9223372036854775808: is -9223372036854775808, outside -20 to 20; the daemon makes it -20
+CheckInterval="-5 s": is a text (-5 s) and not an integer; the daemon reads it as -5, and it counts as none
+JetsamPriority=[1, 2]: is a list (2 items) and not an integer; the daemon reads it as 0
+MemLimitActive=524288.5: is a real number (524288.5) and not an integer; the daemon reads it as 524288
+NiceValue="-5": is a text (-5) and not an integer; the daemon reads it as -5
+Remark=7: is an integer and not a text
+StripManaged=1: is an integer (1) and no truth value; the daemon reads it as true
+JetsamPriority={}: is a dictionary (0 entries) and not an integer; the daemon reads it as 0
+NiceValue="x": is a text (x) and not an integer; the daemon reads it as 0
+Remark={}: is a dictionary and not a text
+StripManaged="no": is a text (no) and no truth value; the daemon reads it as false
+JetsamPriority="home": is a text (home) and not an integer; the daemon reads it as 0
+NiceValue=2.5: is a real number (2.5) and not an integer; the daemon reads it as 2
+StripManaged=[true]: is a list (1 items) and no truth value; the daemon reads it as false
+NiceValue=true: is a truth value (true) and not an integer; the daemon reads it as 1
+NiceValue="30": is a text (30) and not an integer; the daemon reads it as 30, and the daemon makes it 20
 )");
-}
-
-TEST(Check, FindsValuesOfAnotherType) {
   ControlStory story;
-  Dictionary targets = dictionary(R"({
-    "a": {"NiceValue": "-5", "CheckInterval": "-5 s", "MemLimitActive": 524288.5,
-          "JetsamPriority": [1, 2], "StripManaged": 1, "Remark": 7},
-    "b": {"NiceValue": "x", "JetsamPriority": {}, "StripManaged": "no", "Remark": {}},
-    "c": {"NiceValue": 2.5, "JetsamPriority": "home", "StripManaged": [true]},
-    "d": {"NiceValue": true},
-    "e": {"NiceValue": "30"}})");
-  targets.emplace("f", Dictionary{{"MemLimitInactive", Date{1}}, {"MemLimitActive", Data{"abc"}}});
-  story.writeTargets(targets);
+  for (std::string line; std::getline(cases, line);) {
+    SCOPED_TRACE(line);
+    const std::size_t equals = line.find('=');
+    const std::size_t colon = line.find(": is ");
+    const std::string key = line.substr(0, equals);
+    const std::string value = line.substr(equals + 1, colon - equals - 1);
+    story.writeTargets(dictionary(R"({"alpha": {")" + key + "\": " + value + "}}"));
+    expectFindings(story, "AppConfigs / alpha / " + key + line.substr(colon) + "\n");
+  }
+  const Dictionary no_json{{"MemLimitInactive", Date{1}}, {"MemLimitActive", Data{"abc"}}};
+  story.writeTargets({{"alpha", no_json}});
   expectFindings(
-      story, "check --no-processes",
-      R"(AppConfigs / a / CheckInterval: is a text (-5 s) and not an integer; the daemon reads it as -5, and it counts as none
-AppConfigs / a / JetsamPriority: is a list (2 items) and not an integer; the daemon reads it as 0
-AppConfigs / a / MemLimitActive: is a real number (524288.5) and not an integer; the daemon reads it as 524288
-AppConfigs / a / NiceValue: is a text (-5) and not an integer; the daemon reads it as -5
-AppConfigs / a / Remark: is an integer and not a text
-AppConfigs / a / StripManaged: is an integer (1) and no truth value; the daemon reads it as true
-AppConfigs / b / JetsamPriority: is a dictionary (0 entries) and not an integer; the daemon reads it as 0
-AppConfigs / b / NiceValue: is a text (x) and not an integer; the daemon reads it as 0
-AppConfigs / b / Remark: is a dictionary and not a text
-AppConfigs / b / StripManaged: is a text (no) and no truth value; the daemon reads it as false
-AppConfigs / c / JetsamPriority: is a text (home) and not an integer; the daemon reads it as 0
-AppConfigs / c / NiceValue: is a real number (2.5) and not an integer; the daemon reads it as 2
-AppConfigs / c / StripManaged: is a list (1 items) and no truth value; the daemon reads it as false
-AppConfigs / d / NiceValue: is a truth value (true) and not an integer; the daemon reads it as 1
-AppConfigs / e / NiceValue: is a text (30) and not an integer; the daemon reads it as 30, and the daemon makes it 20
-AppConfigs / f / MemLimitActive: is data (3 bytes) and not an integer; the daemon reads it as 0
-AppConfigs / f / MemLimitInactive: is a date (date) and not an integer; the daemon reads it as 0
+      story,
+      R"(AppConfigs / alpha / MemLimitActive: is data (3 bytes) and not an integer; the daemon reads it as 0
+AppConfigs / alpha / MemLimitInactive: is a date (date) and not an integer; the daemon reads it as 0
 )");
 }
 
 TEST(Check, FindsWhatIsWrongAtTheTop) {
   ControlStory story;
   story.writePreferences({});
-  expectFindings(story, "check --no-processes",
-                 R"(Enabled: is missing: the daemon is switched off
+  expectFindings(story, R"(Enabled: is missing: the daemon is switched off
 AppConfigs: is missing: there are no targets
 )");
   story.writePreferences(
       dictionary(R"({"Enabled": "yes", "AppConfigs": [], "LogSizeLimit": 2097152.5})"));
-  expectFindings(story, "check --no-processes",
-                 R"(Enabled: is a text (yes) and no truth value; the daemon reads it as true
+  expectFindings(story, R"(Enabled: is a text (yes) and no truth value; the daemon reads it as true
 LogSizeLimit: is a real number (2097152.5) and not an integer; the daemon reads it as 2097152
 AppConfigs: is a list and not a dictionary; the daemon reads it as missing
 )");
@@ -135,8 +128,7 @@ TEST(Check, FindsUnknownKeysAndWrongTargets) {
   targets.emplace("微信", Data{"x"});
   preferences.emplace("AppConfigs", targets);
   story.writePreferences(preferences);
-  expectFindings(story, "check --no-processes",
-                 R"(AppConfig: is unknown to the daemon; did you mean AppConfigs?
+  expectFindings(story, R"(AppConfig: is unknown to the daemon; did you mean AppConfigs?
 Zzz: is unknown to the daemon
 enable: is unknown to the daemon; did you mean Enabled?
 AppConfigs / alpha / NiceValu: is unknown to the daemon; did you mean NiceValue?
@@ -154,11 +146,12 @@ TEST(Check, FindsTargetsThatMatchNothing) {
   story.writeTargets({{"Alpha", Dictionary{}}, {"alpha", Dictionary{}}, {"beta", Dictionary{}}});
   const std::string bytes = readAll(story.preferencesFile());
   story.startAndSettle();
-  expectFindings(story, "check",
+  expectFindings(story,
                  R"(AppConfigs / Alpha: is the name or bundle identifier of no process that runs now
 AppConfigs / beta: is the name or bundle identifier of no process that runs now
-)");
-  expectFindings(story, "check --no-processes", "");
+)",
+                 "check");
+  expectFindings(story, "");
   EXPECT_EQ(readAll(story.preferencesFile()), bytes);
   EXPECT_EQ(story.takeCalls(), (Lines{"memorystatus_control(1, 0, 0, null, 0) = 48",
                                       "memorystatus_control(1, 0, 0, buffer, 288) = 48"}));
@@ -173,14 +166,16 @@ TEST(Check, FindsTwoTargetsOfOneProcess) {
   story.device.launch({.name = "Two", .executable_path = app, .pid = 202});
   story.writeTargets({{"One", Dictionary{}}, {"com.x", Dictionary{}}});
   expectFindings(
-      story, "check",
+      story,
       R"(AppConfigs / com.x: finds the same process as One (201): both are applied to it, one after the other
-)");
+)",
+      "check");
   story.writeTargets({{"Two", Dictionary{}}, {"com.x", Dictionary{{"CheckInterval", 5}}}});
   expectFindings(
-      story, "check",
+      story,
       R"(AppConfigs / com.x: finds the same process as Two (202): both are applied to it, one after the other
-)");
+)",
+      "check");
 }
 
 // Each kind of finding. No key commands the terminal; JSON has its own way to spell it.
