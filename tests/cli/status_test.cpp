@@ -2,7 +2,6 @@
 // a table, as JSON, and again and again.
 #include <gtest/gtest.h>
 
-#include "base/utf8.h"
 #include "tests/cli/held_story.h"
 #include "tests/support/text.h"
 
@@ -21,15 +20,13 @@ std::string rows(ControlStory& story) {
 
 TEST(Status, FromHeldToStale) {
   HeldStory story;
-  EXPECT_EQ(story.answer("status"), R"(switched on, the daemon runs as 100
+  const std::string table = R"(
 TARGET  PID  NAME   BAND  NICE  LIMITS MB    MANAGED  TIMER  DAEMON WROTE    VERDICT
-alpha   101  alpha   100    -7  1500 / 1000  no       -      101 n:-7 b:100  held
-)");
+alpha   101  alpha   100    -7  1500 / 1000  no       -      101 n:-7 b:100  )";
+  EXPECT_EQ(story.answer("status"), "switched on, the daemon runs as 100" + table + "held\n");
   story.device.exit(100);
-  EXPECT_EQ(story.answer("status"), R"(switched on, the daemon does not run
-TARGET  PID  NAME   BAND  NICE  LIMITS MB    MANAGED  TIMER  DAEMON WROTE    VERDICT
-alpha   101  alpha   100    -7  1500 / 1000  no       -      101 n:-7 b:100  stale status
-)");
+  EXPECT_EQ(story.answer("status"),
+            "switched on, the daemon does not run" + table + "stale status\n");
   story.launchDaemon();
   story.device.exit(101);
   EXPECT_EQ(rows(story), "alpha | - | - | - | - | - | - | - | 101 n:-7 b:100 | stale status\n");
@@ -66,12 +63,12 @@ TEST(Status, OverriddenFromTheBeginning) {
 }
 
 TEST(Status, NotRunningThenNotAppliedYet) {
-  HeldStory story(with(kAlphaSettings, "CheckInterval", 30), {.name = "other"});
+  HeldStory story({{"JetsamPriority", -1}, {"CheckInterval", 30}}, {.name = "other"});
   EXPECT_EQ(rows(story), "alpha | - | - | - | - | - | - | 30s | - | not running\n");
   story.device.launch({.name = "alpha", .nice_value = 3});
   EXPECT_EQ(rows(story),
-            "alpha | 102 | alpha | 100 > 180 | -7 > 3 | 1500 > 1450 / 1000 > 1450 | no | 30s | - | "
-            "not applied yet\n");
+            "alpha | 102 | alpha | any > 180 | 0 > 3 | system > 1450 / system > 1450 | no | 30s | "
+            "- | not applied yet\n");
 }
 
 TEST(Status, EditedThenHeldAgain) {
@@ -86,10 +83,11 @@ TEST(Status, EditedThenHeldAgain) {
             "alpha | 101 | alpha | 100 | -9 | 1500 / 1000 | no | - | 101 n:-9 b:100 | held\n");
   story.writePreferences({{"Enabled", false}, {"AppConfigs", edited}});
   story.postAndRun();
-  EXPECT_EQ(story.answer("status"), R"(switched off, the daemon runs as 100
-TARGET  PID  NAME   BAND     NICE    LIMITS MB                  MANAGED  TIMER  DAEMON WROTE  VERDICT
-alpha   101  alpha  100 > 0  -9 > 0  1500 > 1450 / 1000 > 1450  yes      -      -             switched off
-)");
+  const std::string answer = story.answer("status");
+  EXPECT_TRUE(answer.starts_with("switched off, the daemon runs as 100\n")) << answer;
+  EXPECT_EQ(rowsOf(answer, 2),
+            "alpha | 101 | alpha | 100 > 0 | -9 > 0 | 1500 > 1450 / 1000 > 1450 | yes | - | - | "
+            "switched off\n");
 }
 
 // An older kernel has a tenth of the band; on a newer one, that is another band.
@@ -147,75 +145,43 @@ TEST(Status, ShowsOnlyNamedTargets) {
             "err: vorlatchctl: no target alhpa is configured; did you mean alpha?\nexit 2\n");
 }
 
-TEST(Status, CutsColumnsOnANarrowTerminal) {
-  HeldStory story;
-  story.columns = 64;
-  EXPECT_EQ(story.answer("status"), R"(switched on, the daemon runs as 100
-TARG…  PID  NAME   BAND  NICE  LIMI…  MANA…  TIMER  DAEM…  VERD…
-alpha  101  alpha   100    -7  1500…  no     -      101 …  held
-)");
-}
-
-TEST(Status, AlignsWhatItSpellsOut) {
-  ControlStory story;
-  std::string name = "微\x1b]0;\x07\x9b\n";
-  ASSERT_TRUE(appendUtf8(name, 0x202E));  // what follows would run from right to left
-  const auto app = story.installApp("A.app", Dictionary{{"CFBundleIdentifier", "微信"}});
-  story.device.launch({.name = name, .executable_path = app});
-  story.writeTargets({{"微信", kLeftAlone}, {"alphabet", kLeftAlone}});
-  EXPECT_EQ(story.answer("status"), R"(switched on, the daemon does not run
-TARGET    PID  NAME                         BAND       NICE  LIMITS MB                      MANAGED  TIMER  DAEMON WROTE  VERDICT
-alphabet    -  -                            -             -  -                              -        -      -             not running
-微信      100  微^[]0;^G\x9B^J\xE2\x80\xAE  any > 180     0  system > 1450 / system > 1450  no       -      -             not applied yet
-)");
-}
-
 // The overridden alpha is no finding when only beta is asked for.
-TEST(Status, ColoursHeadingsAndVerdicts) {
+TEST(Status, ColoursVerdicts) {
   HeldStory story;
   story.device.find(101)->nice_value = 3;
   story.writeTargets({{"alpha", kAlphaSettings}, {"beta", kLeftAlone}});
   EXPECT_EQ(story.run({"status", "beta"}).status, 0);
   story.has_colour = true;
-  const auto bold = [](const std::string& text) { return "\x1b[1m" + text + "\x1b[0m"; };
-  EXPECT_EQ(story.answer("status"),
-            "switched on, the daemon runs as 100\n" + bold("TARGET") + "  " + bold("PID") + "  " +
-                bold("NAME") + "   " + bold("BAND") + "  " + bold("NICE") + "    " +
-                bold("LIMITS MB") + "    " + bold("MANAGED") + "  " + bold("TIMER") + "  " +
-                bold("DAEMON WROTE") + "    " + bold("VERDICT") +
-                "\nalpha   101  alpha   100  -7 > 3  1500 / 1000  no       -      101 n:-7 b:100  "
-                "\x1b[31moverridden by the system\x1b[0m\n"
-                "beta      -  -         -  -       -            -        -      -               "
-                "\x1b[2mnot running\x1b[0m\nexit 1\n");
+  EXPECT_EQ(rows(story),
+            "alpha | 101 | alpha | 100 | -7 > 3 | 1500 / 1000 | no | - | 101 n:-7 b:100 | "
+            "\x1b[31moverridden by the system\x1b[0m\n"
+            "beta | - | - | - | - | - | - | - | - | \x1b[2mnot running\x1b[0m\nexit 1\n");
 }
 
 // The nice value is all that a user without privilege is told of the process 101.
-std::string statusJson(const std::string& band, const std::string& limits_and_management) {
-  return pretty(R"({"enabled": true, "daemon_pids": [100], "targets": [
-    {"target": "alpha", "verdict": "held",
-     "wanted": {"band": 100, "nice": -7, "active_limit_mb": 1500, "inactive_limit_mb": 0,
-                "strip_managed": true, "interval_s": 0},
-     "daemon_wrote": {"pid": 101, "nice": -7, "band": 100},
-     "now": {"pid": 101, "name": "alpha", "band": )" +
-                band + R"(, "nice": -7, )" + limits_and_management + R"(}},
-    {"target": "beta", "verdict": "not running",
-     "wanted": {"band": 0, "nice": 0, "active_limit_mb": 0, "inactive_limit_mb": 0,
-                "strip_managed": null, "interval_s": 30},
-     "daemon_wrote": null, "now": null}]})");
-}
-
 TEST(Status, AsJson) {
   HeldStory story({{"NiceValue", -7}, {"JetsamPriority", 100}, {"StripManaged", true}});
   story.writeTargets(dictionary(R"({"alpha": {"NiceValue": -7, "JetsamPriority": 100,
       "MemLimitActive": 1500, "StripManaged": true}, "beta": {"CheckInterval": 30}})"));
   story.postAndRun();
-  EXPECT_EQ(
-      story.answer("status --json"),
-      statusJson("100", R"("active_limit_mb": 1500, "inactive_limit_mb": 1450, "managed": false)"));
+  const auto json = [](const std::string& told) {
+    return pretty(R"({"enabled": true, "daemon_pids": [100], "targets": [
+    {"target": "alpha", "verdict": "held",
+     "wanted": {"band": 100, "nice": -7, "active_limit_mb": 1500, "inactive_limit_mb": 0,
+                "strip_managed": true, "interval_s": 0},
+     "daemon_wrote": {"pid": 101, "nice": -7, "band": 100},
+     "now": {"pid": 101, "name": "alpha", )" +
+                  told + R"(}},
+    {"target": "beta", "verdict": "not running",
+     "wanted": {"band": 0, "nice": 0, "active_limit_mb": 0, "inactive_limit_mb": 0,
+                "strip_managed": null, "interval_s": 30},
+     "daemon_wrote": null, "now": null}]})");
+  };
+  EXPECT_EQ(story.answer("status --json"), json(R"("band": 100, "nice": -7,
+      "active_limit_mb": 1500, "inactive_limit_mb": 1450, "managed": false)"));
   story.device.kernel.caller_is_privileged = false;
-  EXPECT_EQ(
-      story.answer("status --json"),
-      statusJson("null", R"("active_limit_mb": null, "inactive_limit_mb": null, "managed": null)"));
+  EXPECT_EQ(story.answer("status --json"), json(R"("band": null, "nice": -7,
+      "active_limit_mb": null, "inactive_limit_mb": null, "managed": null)"));
 }
 
 // The lines as they are sent to a terminal.
@@ -228,34 +194,29 @@ std::string drawn(const std::string& picture) {
 TEST(StatusWatch, DrawsOverUntilInterrupted) {
   HeldStory story(kLeftAlone);
   const std::string held = story.answer("status");
-  std::vector<std::uint64_t> waited_until_ns;
-  story.is_interrupted = [&](int waits) {
-    waited_until_ns.push_back(story.device.scheduler.nowNs());
+  story.is_interrupted = [&story](int waits) {
     if (waits == 2) story.device.find(101)->nice_value = 3;
     return waits == 3;
   };
   story.columns = 200;
   story.rows = 24;
+  const std::uint64_t begin_ns = story.device.scheduler.nowNs();
   const std::string watched = story.answer("status --watch --interval 5");
+  EXPECT_EQ(story.device.scheduler.nowNs() - begin_ns, 3 * 5'000'000'000U);
   std::string overridden = story.answer("status");
   overridden.erase(overridden.find("exit"));
   EXPECT_EQ(watched, "\x1b[2J" + drawn(held) + drawn(held) + drawn(overridden) + "exit 1\n");
-  ASSERT_EQ(waited_until_ns.size(), 3U);
-  EXPECT_EQ(waited_until_ns[2] - waited_until_ns[0], 10'000'000'000U);
 }
 
+// Each of the two looks takes 40 ms, and each wait 100 times as long.
 TEST(StatusWatch, TakesAHundredthOfTheTimeAtMost) {
   HeldStory story(kLeftAlone);
   const std::string picture = story.answer("status");
-  std::vector<std::uint64_t> waited_until_ns;
-  story.is_interrupted = [&](int waits) {
-    waited_until_ns.push_back(story.device.scheduler.nowNs());
-    return waits == 2;
-  };
+  story.is_interrupted = [](int waits) { return waits == 2; };
   story.device.script({.function = "getpriority", .takes_ns = 40'000'000});
+  const std::uint64_t begin_ns = story.device.scheduler.nowNs();
   EXPECT_EQ(story.answer("status --watch --interval 3"), picture + picture);  // into a pipe
-  ASSERT_EQ(waited_until_ns.size(), 2U);
-  EXPECT_EQ(waited_until_ns[1] - waited_until_ns[0], 101 * 40'000'000U);
+  EXPECT_EQ(story.device.scheduler.nowNs() - begin_ns, 8'080'000'000U);
 }
 
 TEST(StatusWatch, DrawsNoMoreLinesThanFit) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Usage: maintainer_scripts_test.sh
+# Usage: maintainer_scripts_test.sh [SHELL]
 #
 # Has dpkg install, upgrade, remove and purge packages with the maintainer scripts in a throw-away root,
 # where launchctl and vorlatchctl are programs that record how they are called and can be told to
@@ -9,6 +9,13 @@
 # shellcheck source=tests/packaging/checks.sh
 source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 
+if (($# == 0)); then
+  "$0" /bin/dash &
+  "$0" '/bin/bash --posix' || failed=1
+  wait $! || failed=1
+  exit "$failed"
+fi
+shell=$1
 export SOURCE_DATE_EPOCH=1700000000
 package=com.zel.vorlatch
 
@@ -64,10 +71,10 @@ esac
 FAKE
 chmod +x "$fake"
 
-# makePackage SHELL VERSION [BREAKING SCRIPT]: with scripts that note their arguments first and are run by
-# SHELL, as the device's is not here. One that breaks does so at its end.
+# makePackage VERSION [BREAKING SCRIPT]: with scripts that note their arguments first and are run by $shell,
+# as the device's is not here. One that breaks does so at its end.
 makePackage() {
-  local interpreter=$1 version=$2 breaking=${3-} copy=$here/copy staging=$here/staging/var/jb script note
+  local version=$1 breaking=${2-} copy=$here/copy staging=$here/staging/var/jb script note
   rm -rf "$copy" "$here/staging"
   mkdir -p "$staging/usr/bin" "$staging/usr/libexec" "$staging/Library/LaunchDaemons"
   copyOfCheckout "$copy"
@@ -78,7 +85,7 @@ makePackage() {
   for script in "$copy"/packaging/debian/p*; do
     # shellcheck disable=SC2016 # for the script
     note="echo \"$version ${script##*/}:"'$(printf " <%s>" "$@")" >>"$FAKE/record"'
-    sed -i "1c #!$interpreter\n$note" "$script"
+    sed -i "1c #!$shell\n$note" "$script"
     [[ ${script##*/} != "$breaking" ]] || sed -i 's/^exit 0$/exit 1/' "$script"
   done
   makeIn "$copy" "$here/staging" "$version" "$here/$version${breaking:+-$breaking}.deb"
@@ -142,30 +149,233 @@ bootstrap='  launchctl bootstrap system ROOT/Library/LaunchDaemons/com.zel.vorla
 load='  launchctl load -w ROOT/Library/LaunchDaemons/com.zel.vorlatch.plist'
 release='  vorlatchctl release --keep-preferences'
 lines() { printf '%s\n' "$@"; }
+configured='1.0 postinst: <configure> <>'
+will_start='! the daemon could not be started; it will be when the jailbreak next starts its daemons'
+gone=$(lines "$look" "$look_again")
+removing=$(lines '1.0 prerm: <remove>' "$release")
+was_removed=$(lines '1.0 postrm: <remove>' "$gone")
 # A daemon that goes is seen twice more.
-stopped=$(lines "$stop" "$look" "$look" "$look" "$look_again")
-not_there=$(lines "$stop" "$unload" "$look" "$look_again")
+stopped=$(lines "$stop" "$look" "$look" "$gone")
+not_there=$(lines "$stop" "$unload" "$gone")
 will_not_go=$(lines "$stop" "$unload" "$look" "$look" "$look" "$look" "$look")
 restarted=$(lines "$stopped" "$bootstrap")
 upgraded=$(lines '1.0 prerm: <upgrade> <2.0>' '1.0 postrm: <upgrade> <2.0>' '2.0 postinst: <configure> <1.0>')
-removed=$(lines '1.0 prerm: <remove>' "$release" "$stopped" '1.0 postrm: <remove>' "$look" "$look_again")
+removed=$(lines "$removing" "$stopped" "$was_removed")
 
-# shellcheck source=tests/packaging/maintainer_stories.sh
-source "$(dirname "${BASH_SOURCE[0]}")/maintainer_stories.sh"
-
-runs=()
-for shell in /bin/dash '/bin/bash --posix'; do
-  here=$(mktemp -d -p "$here")
-  {
-    for version in 1.0 2.0 '1.0 preinst' '2.0 preinst' '1.0 prerm' '1.0 postrm'; do
-      # shellcheck disable=SC2086 # words
-      makePackage "$shell" $version
-    done
-    tellStories
-    summary
-  } &
-  runs+=($!)
-  here=${here%/*}
+for version in 1.0 2.0 '1.0 preinst' '2.0 preinst' '1.0 prerm' '1.0 postrm'; do
+  # shellcheck disable=SC2086 # words
+  makePackage $version
 done
-for run in "${runs[@]}"; do wait "$run" || failed=1; done
-((failed == 0))
+
+# installed NAME OF THE STORY [SCRIPT THAT BREAKS]
+installed() {
+  begin "$1"
+  run -i "$here/1.0${2:+-$2}.deb"
+  writeFiles
+}
+
+# Each does it with rules for the programs: NAME OF THE STORY RULE...
+install() {
+  begin "$1"
+  mkdir -p "$preferences"
+  rules "${@:2}"
+  run -i "$here/1.0.deb"
+}
+upgrade() {
+  installed "$1"
+  rules "${@:2}"
+  run -i "$here/2.0.deb"
+}
+remove() {
+  installed "$1"
+  rules "${@:2}"
+  run -r "$package"
+}
+# onceMore ARGUMENT OF DPKG...: without the rules.
+onceMore() {
+  scenario+=', and once more'
+  rules
+  run "$@"
+}
+
+theirs='./Library/LaunchDaemons/com.zel.vorlatch.plist'
+programs=$(lines ./usr/bin/vorlatchctl ./usr/libexec/vorlatchd)
+settings=$(printf './var/mobile/Library/Preferences/%s\n' Vorlatch.log \
+  Vorlatch.log.aside.0123456789abcdef0123456789abcdef com.other.plist "$package.plist" \
+  "$package.plist.backup" "$package.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000")
+foreign=$(printf './var/mobile/Library/Preferences/%s\n' com.other.plist "$package.plist.backup")
+purged="  rm -f$(printf ' ROOT/var/mobile/Library/Preferences/%s' "$package.plist" "$package.plist.released" \
+  "$package.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000" Vorlatch.log \
+  Vorlatch.log.aside.0123456789abcdef0123456789abcdef)"
+
+expectKept() {
+  expectFiles <<<"$theirs"$'\n'"$programs"$'\n'"$settings"
+  check 'the settings as they were' 'of com.zel.vorlatch.plist' "$(cat "$preferences/$package.plist")"
+  check 'the program' "$1" "$(cat "$VORLATCH_JBROOT/usr/libexec/vorlatchd")"
+}
+
+# A whole life.
+begin 'install'
+run -i "$here/1.0.deb"
+expect 0 'installed 1.0' yes "$configured" '  chown -h 501:501 ROOT/var/mobile' \
+  '  chown -h 501:501 ROOT/var/mobile/Library' '  chown -h 501:501 ROOT/var/mobile/Library/Preferences' \
+  "$not_there" "$bootstrap"
+expectFiles <<<"$theirs"$'\n'"$programs"
+writeFiles
+
+scenario+=', upgrade'
+run -i "$here/2.0.deb"
+expect 0 'installed 2.0' yes "$upgraded" "$restarted"
+expectKept 2.0
+
+scenario+=', remove'
+run -r "$package"
+expect 0 'config-files 2.0' no '2.0 prerm: <remove>' "$release" "$stopped" '2.0 postrm: <remove>' \
+  "$look" "$look_again"
+expectFiles <<<"$settings"
+
+scenario+=', install again'
+run -i "$here/1.0.deb"
+expect 0 'installed 1.0' yes '1.0 postinst: <configure> <2.0>' "$not_there" "$bootstrap"
+expectKept 1.0
+
+scenario+=', purge'
+echo aside >"$preferences/$package.plist.released"
+run -P "$package"
+expect 0 none no "$removed" '1.0 postrm: <purge>' "$purged"
+expectFiles <<<"$foreign"
+
+# Installing fails.
+install 'install, bootstrap refused' '5 launchctl bootstrap *'
+expect 0 'installed 1.0' yes "$configured" "$not_there" "$bootstrap" "$load" "$look"
+
+begin 'install, nothing starts it, nor can the directory be given to mobile'
+rules '5 launchctl bootstrap *' '1 launchctl load *' '1 chown *'
+run -i "$here/1.0.deb"
+expect 0 'installed 1.0' no "$configured" '  chown -h 501:501 ROOT/var/mobile' \
+  "$not_there" "$bootstrap" "$load" '! ROOT/var/mobile could not be made for the user mobile' "$will_start"
+
+install 'install, load says that it loaded, and did not' '5 launchctl bootstrap *' '0 launchctl load *'
+expect 0 'installed 1.0' no "$configured" "$not_there" "$bootstrap" "$load" "$gone" "$will_start"
+
+begin 'install without launchctl'
+mkdir -p "$preferences"
+rm "$VORLATCH_JBROOT/usr/bin/launchctl"
+run -i "$here/1.0.deb"
+expect 0 'installed 1.0' no "$configured" "$will_start"
+
+install 'install, killed half-way' 'kill launchctl bootstrap *'
+expect 1 'half-configured 1.0' no "$configured" "$not_there" "$bootstrap"
+onceMore --configure -a
+expect 0 'installed 1.0' yes "$configured" "$not_there" "$bootstrap"
+
+begin 'install called off'
+run -i "$here/1.0-preinst.deb"
+expect 1 'not-installed ' no '1.0 preinst: <install>' '1.0 postrm: <abort-install>'
+expectFiles </dev/null
+
+# Upgrading fails.
+upgrade 'upgrade, bootout refused' '36 launchctl bootout *'
+expect 0 'installed 2.0' yes "$upgraded" "$stop" "$unload" "$look" "$look" "$gone" "$bootstrap"
+expectKept 2.0
+
+upgrade 'upgrade, the daemon cannot be stopped' '36 launchctl bootout *' '1 launchctl unload *'
+expect 0 'installed 2.0' yes "$upgraded" "$will_not_go" \
+  '! the daemon that runs could not be stopped; it goes on until the device is restarted'
+expectKept 2.0
+
+upgrade 'upgrade, killed half-way' 'kill launchctl bootstrap *'
+expect 1 'half-configured 2.0' no "$upgraded" "$restarted"
+expectKept 2.0
+onceMore --configure -a
+expect 0 'installed 2.0' yes '2.0 postinst: <configure> <1.0>' "$not_there" "$bootstrap"
+expectKept 2.0
+
+installed 'upgrade called off by the new package'
+run -i "$here/2.0-preinst.deb"
+expect 1 'installed 1.0' yes '1.0 prerm: <upgrade> <2.0>' '2.0 preinst: <upgrade> <1.0> <2.0>' \
+  '2.0 postrm: <abort-upgrade> <1.0> <2.0>' '1.0 postinst: <abort-upgrade> <2.0>' "$restarted"
+expectKept 1.0
+
+for breaking in prerm postrm; do
+  installed "upgrade, the old $breaking breaks" "$breaking"
+  run -i "$here/2.0.deb"
+  expect 0 'installed 2.0' yes '1.0 prerm: <upgrade> <2.0>' \
+    "$([[ $breaking != prerm ]] || echo '2.0 prerm: <failed-upgrade> <1.0> <2.0>')" \
+    '1.0 postrm: <upgrade> <2.0>' \
+    "$([[ $breaking != postrm ]] || echo '2.0 postrm: <failed-upgrade> <1.0> <2.0>')" \
+    '2.0 postinst: <configure> <1.0>' "$restarted"
+  expectKept 2.0
+done
+
+# Removing fails.
+remove 'remove, the release fails' '3 vorlatchctl *'
+expect 0 'config-files 1.0' no "$removed" \
+  '! not every target was handed back; they stay as they are until they end'
+expectFiles <<<"$settings"
+
+for deed in hang hang-on; do
+  remove "remove, the release does not end ($deed)" "$deed vorlatchctl *"
+  interrupted=$([[ $deed != hang ]] || printf '\n  interrupted')
+  expect 0 'config-files 1.0' no "${removed/"$release"/"$release$interrupted"}" \
+    '! not every target was handed back; they stay as they are until they end'
+  check 'vorlatchctl is ended' no "$(kill -0 "$(<"$FAKE/hung")" 2>/dev/null && echo yes || echo no)"
+done
+
+remove 'remove, bootout refused' '36 launchctl bootout *'
+expect 0 'config-files 1.0' no "$removing" "$stop" "$unload" "$look" "$look" "$gone" "$was_removed"
+
+kept_on=$(lines "$removing" "$will_not_go" '1.0 postrm: <remove>' "$look" "$stop" \
+  '  launchctl remove com.zel.vorlatch' '! the daemon could not be stopped yet')
+remove 'remove, the daemon cannot be stopped before' '36 launchctl bootout *' '1 launchctl unload *'
+expect 0 'config-files 1.0' no "$kept_on"
+
+remove 'remove, the daemon cannot be stopped at all' '36 launchctl bootout *' '1 launchctl unload *' \
+  '1 launchctl remove *'
+expect 0 'config-files 1.0' yes "$kept_on" \
+  '! the daemon could not be stopped; it ends with the next restart of the device'
+
+remove 'remove, killed half-way' 'kill launchctl bootout *'
+# The script that then starts it again is killed by the same call.
+expect 1 'half-configured 1.0' yes "$removing" "$stop" \
+  '1.0 postinst: <abort-remove>' "$stop"
+expectKept 1.0
+
+remove 'remove, killed half-way, called off' 'kill vorlatchctl *'
+expect 1 'installed 1.0' yes "$removing" '1.0 postinst: <abort-remove>' "$restarted"
+expectKept 1.0
+onceMore -r "$package"
+expect 0 'config-files 1.0' no "$removed"
+expectFiles <<<"$settings"
+
+# Purging fails.
+remove 'purge, killed half-way'
+rules 'kill rm *'
+run -P "$package"
+expect 1 'config-files 1.0' no '1.0 postrm: <purge>' "$purged"
+expectFiles <<<"$settings"
+onceMore -P "$package"
+expect 0 none no '1.0 postrm: <purge>' "$purged"
+expectFiles <<<"$foreign"
+
+remove 'purge, a file cannot be removed'
+rm "$preferences/$package.status.plist"
+mkdir "$preferences/$package.status.plist"
+run -P "$package"
+expect 0 none no '1.0 postrm: <purge>' "$purged" \
+  '! not every file could be removed from ROOT/var/mobile/Library/Preferences'
+expectFiles <<<"$foreign"
+
+# A word that dpkg says to a script and that asks nothing of it.
+begin 'other words'
+for script in postinst prerm postrm; do
+  for word in '' triggered 'deconfigure in-favour other 1.0' 'disappear other 1.0' \
+    'failed-upgrade 1.0 2.0'; do
+    status=0
+    # shellcheck disable=SC2086 # words
+    ${shell} "$checkout/packaging/debian/$script" $word </dev/null >"$here/output" 2>&1 || status=$?
+    check "$script $word" '0 ' "$status $(cat "$here/output" "$FAKE/record")"
+  done
+done
+
+summary
