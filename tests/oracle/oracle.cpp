@@ -33,11 +33,6 @@ std::string timeText(std::uint64_t ns) {
   return ns == kNever ? "never" : std::to_string(ns);
 }
 
-std::string timerCall(std::uint64_t start_ns, std::uint64_t interval_ns, std::uint64_t leeway_ns) {
-  return "startTimer(" + kDebounce + ", " + timeText(start_ns) + ", " + timeText(interval_ns) +
-         ", " + timeText(leeway_ns) + ")";
-}
-
 std::string cancelCall(int timer) {
   return "cancelTimer(timer " + std::to_string(timer) + ")";
 }
@@ -47,19 +42,19 @@ std::string cancelCall(int timer) {
 // Scheduling: which work runs when, and on which queue.
 
 void Oracle::started() {
-  observer_.opensLog();
+  daemon_.opensLog();
   line(kChapter);
-  if (observer_.findsNoPreferences()) {
-    observer_.writesPreset(preset());
+  if (daemon_.findsNoPreferences()) {
+    daemon_.writesPreset(preset());
     line("[配置] 已生成默认预设参数");
   }
   protectItself();
-  observer_.schedules("makeSerialQueue(\"" + kDebounce + "\")");
-  observer_.schedules("makeSerialQueue(\"" + kWorker + "\")");
+  daemon_.schedules("makeSerialQueue(\"" + kDebounce + "\")");
+  daemon_.schedules("makeSerialQueue(\"" + kWorker + "\")");
   queues_[kDebounce].emplace_back([this] { arm(); });
   startTimer(1800 * kSecond, 1800 * kSecond, 5 * kSecond, [this] { patrol(); });
-  observer_.schedules("observeNotification(\"com.zel.vorlatch/ApplyLimits\")");
-  observer_.schedules("runMainLoop()");
+  daemon_.schedules("observeNotification(\"com.zel.vorlatch/ApplyLimits\")");
+  daemon_.schedules("runMainLoop()");
 }
 
 void Oracle::posted() {
@@ -90,31 +85,31 @@ void Oracle::ranTimer(int id, std::uint64_t now_ns) {
 }
 
 void Oracle::idledUntil(std::uint64_t now_ns) const {
-  if (const auto queue = waitingQueue()) throw Mismatch("work was left over on " + *queue);
+  for (const auto& [queue, sent] : queues_) {
+    if (!sent.empty()) throw Mismatch("work was left over on " + queue);
+  }
   for (const auto& [id, timer] : timers_) {
     if (timer.due_ns < now_ns) throw Mismatch("timer " + std::to_string(id) + " did not tick");
   }
 }
 
-std::optional<std::string> Oracle::waitingQueue() const {
-  for (const auto& [queue, sent] : queues_) {
-    if (!sent.empty()) return queue;
-  }
-  return std::nullopt;
-}
-
 int Oracle::startTimer(std::uint64_t start_ns, std::uint64_t interval_ns, std::uint64_t leeway_ns,
                        std::function<void()> tick) {
   const int id = ++last_timer_;
-  const std::uint64_t now_ns = observer_.schedules(timerCall(start_ns, interval_ns, leeway_ns) +
-                                                   " = timer " + std::to_string(id));
+  const std::uint64_t now_ns =
+      daemon_.schedules(text("startTimer(", kDebounce, ", ", start_ns, ", ", timeText(interval_ns),
+                             ", ", leeway_ns, ") = timer ", id));
   timers_[id] = {.due_ns = now_ns + start_ns, .interval_ns = interval_ns, .tick = std::move(tick)};
   return id;
 }
 
 void Oracle::cancelTimer(int id) {
-  observer_.schedules(cancelCall(id));
+  daemon_.schedules(cancelCall(id));
   timers_.erase(id);
+}
+
+void Oracle::cancelWatchTimer(const std::string& key) {
+  if (const auto timer = watch_timers_.extract(key)) cancelTimer(timer.mapped());
 }
 
 void Oracle::arm() {
@@ -148,14 +143,10 @@ void Oracle::reconcile(const std::string& key, const Dictionary& settings, std::
     switchTo(key, settings, pid);
   } else if (pid != 0) {
     line(kBlock);
-    line("[配置] 目标: " + key + " PID: " + std::to_string(pid));
+    line("[配置] 目标: ", key, " PID: ", pid);
     apply(key, settings, pid);
   }
-  const auto timer = watch_timers_.find(key);
-  if (timer != watch_timers_.end()) {
-    cancelTimer(timer->second);
-    watch_timers_.erase(timer);
-  }
+  cancelWatchTimer(key);
   if (const std::int32_t interval_s = intervalOf(settings); interval_s > 0) {
     const auto interval_ns = static_cast<std::uint64_t>(interval_s) * kSecond;
     watch_timers_[key] =
@@ -168,10 +159,10 @@ void Oracle::reconcile(const std::string& key, const Dictionary& settings, std::
 void Oracle::switchTo(const std::string& key, const Dictionary& settings, std::int32_t pid) {
   line(kBlock);
   if (pid != 0) {
-    line("[进程] 目标: " + key + " 已启动 PID: " + std::to_string(pid) + " ");
+    line("[进程] 目标: ", key, " 已启动 PID: ", pid, " ");
     apply(key, settings, pid);
   } else {
-    line("[进程] 目标: " + key + " 已退出");
+    line("[进程] 目标: ", key, " 已退出");
     record(key, 0, 0, 0);
   }
 }
@@ -183,10 +174,7 @@ void Oracle::restoreRemoved(const Targets& configured) {
   }
   if (removed.empty()) return;
   for (const Target& target : removed) {
-    if (const auto timer = watch_timers_.find(target.key); timer != watch_timers_.end()) {
-      cancelTimer(timer->second);
-      watch_timers_.erase(timer);
-    }
+    cancelWatchTimer(target.key);
     applied_.erase(target.key);
     known_.erase(target.key);
     last_pids_.erase(target.key);
@@ -200,11 +188,10 @@ void Oracle::switchOff() {
   // All at once, so in any order.
   while (!watch_timers_.empty()) {
     auto next = std::find_if(watch_timers_.begin(), watch_timers_.end(), [this](const auto& timer) {
-      return observer_.isNext(cancelCall(timer.second));
+      return daemon_.isNext(cancelCall(timer.second));
     });
     if (next == watch_timers_.end()) next = watch_timers_.begin();
-    cancelTimer(next->second);
-    watch_timers_.erase(next);
+    cancelWatchTimer(next->first);
   }
   applied_.clear();
   const PIDs last_pids = std::exchange(last_pids_, {});
@@ -236,8 +223,7 @@ void Oracle::tick(const std::string& key, const Dictionary& settings, std::int32
   if (pid == last_pid && pid == 0) return;
   if (pid == last_pid) {
     line(kBlock);
-    line("[守护] 目标: " + key + " | 检测: " + std::to_string(interval_s) +
-         "s | PID: " + std::to_string(pid));
+    line("[守护] 目标: ", key, " | 检测: ", interval_s, "s | PID: ", pid);
     apply(key, settings, pid);
     return;
   }

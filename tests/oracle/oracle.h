@@ -1,7 +1,7 @@
 // A second, simple implementation of the daemon's rules that runs beside the daemon. It learns
-// which work item ran, derives the steps that the rules require, and checks each with the observer.
-// The observer supplies the kernel's answers and the contents of files; all other state is the
-// oracle's own. Of the daemon's code it uses only the property-list value.
+// which work item ran, derives the steps that the rules require, and checks each with the
+// transcript. The transcript supplies the kernel's answers and the contents of files; all other
+// state is the oracle's own. Of the daemon's code it uses only the property-list value.
 #pragma once
 
 #include <cstdint>
@@ -14,13 +14,14 @@
 #include <vector>
 
 #include "base/plist_value.h"
-#include "tests/oracle/observer.h"
+#include "tests/oracle/transcript.h"
+#include "tests/support/text.h"
 
 namespace vorlatch::tests {
 
 class Oracle {
  public:
-  Oracle(Observer& observer, std::int32_t own_pid) : observer_(observer), own_pid_(own_pid) {}
+  Oracle(Transcript& daemon, std::int32_t own_pid) : daemon_(daemon), own_pid_(own_pid) {}
 
   // Call when the daemon started, and when another program posted the notification.
   void started();
@@ -30,8 +31,6 @@ class Oracle {
   void ranTimer(int id, std::uint64_t now_ns);
   // Call when time passed without any work.
   void idledUntil(std::uint64_t now_ns) const;
-  // The first queue with work that was sent to it and has not run.
-  [[nodiscard]] std::optional<std::string> waitingQueue() const;
 
   struct Timer {
     std::uint64_t due_ns;
@@ -73,10 +72,11 @@ class Oracle {
   int startTimer(std::uint64_t start_ns, std::uint64_t interval_ns, std::uint64_t leeway_ns,
                  std::function<void()> tick);
   void cancelTimer(int id);
+  void cancelWatchTimer(const std::string& key);
 
   // Files.
   void clearLog();
-  std::optional<Targets> configuredTargets() { return targetsIn(observer_.readsPreferences()); }
+  std::optional<Targets> configuredTargets() { return targetsIn(daemon_.readsPreferences()); }
 
   // Processes.
   std::int32_t pidOf(const std::string& key);
@@ -92,6 +92,7 @@ class Oracle {
   void apply(const std::string& key, const plist::Dictionary& settings, std::int32_t pid);
   void applyLimits(const plist::Dictionary& settings, std::int32_t pid);
   void applyNiceValue(const plist::Dictionary& settings, std::int32_t pid);
+  void lineAboutNice(std::int64_t wanted, std::int64_t actual);
   void applyBand(const plist::Dictionary& settings, std::int32_t pid);
   void applyManaged(const plist::Value& strip, std::int32_t pid);
   void giveBack(const std::string& key, std::int32_t pid);
@@ -105,9 +106,12 @@ class Oracle {
                       const std::vector<std::int32_t>& words = {});
   std::int64_t getNice(std::int32_t pid);
   std::int64_t setNice(std::int32_t pid, int value);
-  void line(const std::string& text) { observer_.logs(text); }
+  template <typename... Parts>
+  void line(const Parts&... parts) {
+    daemon_.logs(text(parts...));
+  }
 
-  Observer& observer_;
+  Transcript& daemon_;
   std::int32_t own_pid_;
 
   std::map<std::string, std::deque<std::function<void()>>> queues_;

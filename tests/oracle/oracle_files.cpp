@@ -11,16 +11,16 @@ using plist::Dictionary;
 
 void Oracle::clearLog() {
   std::int64_t limit_bytes = 2097152;
-  const auto preferences = observer_.readsPreferences();
+  const auto preferences = daemon_.readsPreferences();
   if (preferences && preferences->contains("LogSizeLimit")) {
     limit_bytes = longIn(*preferences, "LogSizeLimit");
     if (limit_bytes < 1) return;
   }
-  if (!observer_.clearsLog(limit_bytes)) return;
+  if (!daemon_.clearsLog(limit_bytes)) return;
   std::array<char, 64> megabytes{};
   std::snprintf(megabytes.data(), megabytes.size(), "%.1f",
                 static_cast<double>(limit_bytes) / 1048576);
-  line("[守护] 日志大小超过设定限制(" + std::string(megabytes.data()) + "MB)，已自动清空。");
+  line("[守护] 日志大小超过设定限制(", megabytes.data(), "MB)，已自动清空。");
 }
 
 // Ignores entries that are not dictionaries.

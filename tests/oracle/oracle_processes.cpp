@@ -19,9 +19,9 @@ Buffer zeros(std::size_t size) {
 }  // namespace
 
 void Oracle::walk(const std::function<bool(std::int32_t)>& visit) {
-  const std::int64_t needed = observer_.call("proc_listpids", {1, 0}, Buffer{}).result;
-  if (needed < 1 || observer_.lacksMemory()) return;
-  const Answer listed = observer_.call("proc_listpids", {1, 0}, Buffer{.size = 4 * needed});
+  const std::int64_t needed = daemon_.call("proc_listpids", {1, 0}, Buffer{}).result;
+  if (needed < 1 || daemon_.lacksMemory()) return;
+  const Answer listed = daemon_.call("proc_listpids", {1, 0}, Buffer{.size = 4 * needed});
   for (std::size_t i = 0; static_cast<std::int64_t>(i) < listed.result / 4; ++i) {
     std::int32_t pid = 0;
     std::memcpy(&pid, listed.left.data() + 4 * i, 4);
@@ -30,12 +30,12 @@ void Oracle::walk(const std::function<bool(std::int32_t)>& visit) {
 }
 
 std::pair<std::string, bool> Oracle::nameOf(std::int32_t pid) {
-  const Answer named = observer_.call("proc_name", {pid}, zeros(256));
+  const Answer named = daemon_.call("proc_name", {pid}, zeros(256));
   return {textIn(named.left), named.result >= 1};
 }
 
 std::optional<std::string> Oracle::bundleOf(std::int32_t pid) {
-  const Answer located = observer_.call("proc_pidpath", {pid}, zeros(4096));
+  const Answer located = daemon_.call("proc_pidpath", {pid}, zeros(4096));
   if (located.result < 1) return std::nullopt;
   const std::string path = textIn(located.left);
   if (!isUtf8(path)) return std::nullopt;
@@ -48,7 +48,7 @@ std::optional<std::string> Oracle::identifierOf(const std::string& bundle_direct
   }
   const auto known = identifiers_.find(bundle_directory);
   if (known != identifiers_.end()) return known->second;
-  const auto info = observer_.readsInfoPlist(bundle_directory);
+  const auto info = daemon_.readsInfoPlist(bundle_directory);
   if (!info) return std::nullopt;
   const auto entry = info->find("CFBundleIdentifier");
   if (entry == info->end()) return std::nullopt;

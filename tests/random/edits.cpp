@@ -179,26 +179,19 @@ Step limitTheLog(Dice& dice) {
           }};
 }
 
-Step breakFile(Dice& dice) {
-  switch (dice.below(5)) {
-    case 0:
-      return {"the preferences are removed", [](Stage& stage) { stage.removePreferences(); }};
-    case 1:
-      return {"the preferences are emptied", [](Stage& stage) { stage.breakPreferences(""); }};
-    case 2:
-      return {"the preferences are garbage",
-              [](Stage& stage) { stage.breakPreferences("<plist><dict><key>Enabled</key>"); }};
-    case 3:
-      return {"the preferences are a list without keys", [](Stage& stage) {
-                stage.breakPreferences(platform::writeXmlPropertyList(plist::Array{stage.draft}));
-              }};
-    default:
-      return {"the preferences are cut short", [](Stage& stage) {
-                const std::string whole = platform::writeXmlPropertyList(stage.draft);
-                stage.breakPreferences(whole.substr(0, whole.size() / 2));
-              }};
-  }
-}
+const std::vector<Step> kBreaks = {
+    {"the preferences are removed", [](Stage& stage) { stage.removePreferences(); }},
+    {"the preferences are emptied", [](Stage& stage) { stage.breakPreferences(""); }},
+    {"the preferences are garbage",
+     [](Stage& stage) { stage.breakPreferences("<plist><dict><key>Enabled</key>"); }},
+    {"the preferences are a list without keys",
+     [](Stage& stage) {
+       stage.breakPreferences(platform::writeXmlPropertyList(plist::Array{stage.draft}));
+     }},
+    {"the preferences are cut short", [](Stage& stage) {
+       const std::string whole = platform::writeXmlPropertyList(stage.draft);
+       stage.breakPreferences(whole.substr(0, whole.size() / 2));
+     }}};
 
 }  // namespace
 
@@ -211,7 +204,7 @@ Step anyEdit(Dice& dice, Pace pace) {
   if (kind < 80) return renameTarget(dice);
   if (kind < 89) return setTopLevel(dice);
   if (kind < 91) return limitTheLog(dice);
-  if (kind < 95) return breakFile(dice);
+  if (kind < 95) return dice.of(kBreaks);
   return switchOn(dice);
 }
 

@@ -4,6 +4,7 @@
 #include "tests/base/describe.h"
 #include "tests/faults/outcomes.h"
 #include "tests/random/steps.h"
+#include "tests/support/text.h"
 
 namespace vorlatch::tests::random {
 namespace {
@@ -67,14 +68,20 @@ Step forNewest(const std::string& name, const std::string& text,
           }};
 }
 
+// A copy of a process under another pid, or under its own once it has ended.
+void launchAgain(Stage& stage, const simulated::Process& old, std::int32_t pid, int nice_value) {
+  stage.device.launch({.name = old.name,
+                       .executable_path = old.executable_path,
+                       .pid = pid,
+                       .nice_value = nice_value});
+}
+
 Step restart(const std::string& name, bool under_its_pid) {
   return forNewest(name, under_its_pid ? "starts again under its pid" : "starts again",
                    [under_its_pid](Stage& stage, simulated::Process& process) {
                      const simulated::Process old = process;
                      stage.device.exit(old.pid);
-                     stage.device.launch({.name = old.name,
-                                          .executable_path = old.executable_path,
-                                          .pid = under_its_pid ? old.pid : freePid(stage)});
+                     launchAgain(stage, old, under_its_pid ? old.pid : freePid(stage), 0);
                    });
 }
 
@@ -92,36 +99,28 @@ Step replace(const std::string& name, const Role& role) {
 Step fork(const std::string& name) {
   return forNewest(name, "forks", [](Stage& stage, simulated::Process& process) {
     if (stage.device.processes().size() > kPids) return;
-    const simulated::Process parent = process;
-    stage.device.launch({.name = parent.name,
-                         .executable_path = parent.executable_path,
-                         .pid = freePid(stage),
-                         .nice_value = parent.nice_value});
+    launchAgain(stage, simulated::Process(process), freePid(stage), process.nice_value);
   });
 }
 
 Step changeFromOutside(Dice& dice, const std::string& name) {
   const std::vector<int> numbers = {-20, -5, 0, 3, 9};
   const int number = dice.of(numbers);
-  switch (dice.below(4)) {
-    case 0:
-      return forNewest(
-          name, "gets nice value " + std::to_string(number) + " from somebody else",
-          [number](Stage&, simulated::Process& process) { process.nice_value = number; });
-    case 1:
-      return forNewest(name, "gets the jetsam defaults from the system",
-                       [](Stage& stage, simulated::Process& process) {
-                         stage.device.jetsam_table.records.erase(process.pid);
-                       });
-    case 2:
-      return forNewest(
-          name, "is held at nice value " + std::to_string(number) + " by the system",
-          [number](Stage&, simulated::Process& process) { process.overriding_nice = number; });
-    default:
-      return forNewest(
-          name, "is held in band " + std::to_string(10 * number) + " by the system",
-          [number](Stage&, simulated::Process& process) { process.overriding_band = 10 * number; });
-  }
+  const std::vector<Step> changes = {
+      forNewest(name, text("gets nice value ", number, " from somebody else"),
+                [number](Stage&, simulated::Process& process) { process.nice_value = number; }),
+      forNewest(name, "gets the jetsam defaults from the system",
+                [](Stage& stage, simulated::Process& process) {
+                  stage.device.jetsam_table.records.erase(process.pid);
+                }),
+      forNewest(
+          name, text("is held at nice value ", number, " by the system"),
+          [number](Stage&, simulated::Process& process) { process.overriding_nice = number; }),
+      forNewest(name, text("is held in band ", 10 * number, " by the system"),
+                [number](Stage&, simulated::Process& process) {
+                  process.overriding_band = 10 * number;
+                })};
+  return dice.of(changes);
 }
 
 }  // namespace
@@ -193,16 +192,15 @@ Step anyRefusal(Dice& dice) {
   const std::string kind = dice.of(faults::kernelKinds());
   const faults::Outcome outcome = dice.of(faults::outcomesOf(kind, false, dice.below(24)));
   simulated::Script script = faults::scriptOf(kind, outcome);
-  std::string text = kind + ": " + outcome.name;
+  std::string what = kind + ": " + outcome.name;
   if (outcome.buffer || dice.percent(60)) {
     script.first = dice.between(1, 3);
     script.count = dice.between(1, 2);
-    text += ", " + std::to_string(script.count) + " times from the " +
-            std::to_string(script.first) + ". on";
+    what += text(", ", script.count, " times from the ", script.first, ". on");
   }
   const bool for_one = !kind.ends_with("size") && !kind.ends_with("list") && dice.percent(40);
   const std::string name = for_one ? dice.of(kRoles).name : "";
-  return {text + (for_one ? ", for \"" + name + "\"" : ""), [=](Stage& stage) {
+  return {what + (for_one ? ", for \"" + name + "\"" : ""), [=](Stage& stage) {
             simulated::Script own = script;
             if (for_one) {
               const simulated::Process* process = stage.newest(name);

@@ -62,23 +62,15 @@ Step stepWallClock(Dice& dice) {
           [by](Stage& stage) { stage.device.stepWallClock(by); }};
 }
 
-Step anyDamage(Dice& dice) {
-  switch (dice.below(4)) {
-    case 0:
-      return {"the log is removed",
-              [](Stage& stage) { std::filesystem::remove(stage.story.logFile()); }};
-    case 1:
-      return {"the status file is removed",
-              [](Stage& stage) { std::filesystem::remove(stage.story.statusFile()); }};
-    case 2:
-      return {"the status file is closed to others",
-              [](Stage& stage) { chmod(stage.story.statusFile().c_str(), 0600); }};
-    default:
-      return {"the status file is overwritten", [](Stage& stage) {
-                if (modeOf(stage.story.statusFile()) != 0) writeAll(stage.story.statusFile(), "x");
-              }};
-  }
-}
+const std::vector<Step> kDamages = {
+    {"the log is removed", [](Stage& stage) { std::filesystem::remove(stage.story.logFile()); }},
+    {"the status file is removed",
+     [](Stage& stage) { std::filesystem::remove(stage.story.statusFile()); }},
+    {"the status file is closed to others",
+     [](Stage& stage) { chmod(stage.story.statusFile().c_str(), 0600); }},
+    {"the status file is overwritten", [](Stage& stage) {
+       if (modeOf(stage.story.statusFile()) != 0) writeAll(stage.story.statusFile(), "x");
+     }}};
 
 Step anyStep(Dice& dice, Pace pace) {
   const std::size_t kind = dice.below(100);
@@ -88,7 +80,7 @@ Step anyStep(Dice& dice, Pace pace) {
   if (kind < 83) return anyProcessStep(dice);
   if (kind < 94) return anyRefusal(dice);
   if (kind < 96) return anyBundle(dice);
-  return kind < 98 ? anyDamage(dice) : stepWallClock(dice);
+  return kind < 98 ? dice.of(kDamages) : stepWallClock(dice);
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 
 #include "base/plist_value.h"
 #include "tests/oracle/oracle.h"
-#include "tests/random/transcript.h"
 #include "tests/simulated/device.h"
 #include "tests/support/story.h"
 

@@ -12,8 +12,7 @@ if(NOT VORLATCH_SANITIZE STREQUAL "thread")
     random/plan.cpp
     random/play.cpp
     random/stage.cpp
-    random/stories_test.cpp
-    random/transcript.cpp)
+    random/stories_test.cpp)
   target_link_libraries(random_stories PRIVATE vorlatch_oracle vorlatch_story)
   vorlatch_intercept_file_calls(random_stories)
   set(failing_seam

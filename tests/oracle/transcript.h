@@ -1,19 +1,37 @@
 // What the daemon did in one work item, in order, as the device's trace shows it, and what its
-// files must contain after it.
+// files must contain after it. The oracle sees the daemon through this class alone.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "base/plist_value.h"
-#include "tests/oracle/observer.h"
 #include "tests/simulated/device.h"
 
-namespace vorlatch::tests::random {
+namespace vorlatch::tests {
+
+// Thrown when the daemon does something other than the oracle predicts.
+class Mismatch : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// A buffer as the daemon passes it: null if `size` is 0. Without `holds`, any contents match.
+struct Buffer {
+  std::int64_t size = 0;
+  std::optional<std::string> holds = std::nullopt;
+};
+
+// The result of a call.
+struct Answer {
+  std::int64_t result = 0;
+  std::string left = {};  // the bytes that it left in its buffer, or the first of them
+};
 
 // The daemon's files, and the contents of those that it reads.
 struct Files {
@@ -24,7 +42,7 @@ struct Files {
   std::map<std::string, plist::Dictionary> info_plists = {};    // by bundle directory
 };
 
-class Transcript : public Observer {
+class Transcript {
  public:
   // The files, and what the log contains before the start.
   Transcript(Files& files, const std::string& log) : files_(files), logs_{{.text = log}} {}
@@ -45,19 +63,33 @@ class Transcript : public Observer {
   [[nodiscard]] bool isLog(const std::string& bytes) const;
   [[nodiscard]] const std::string& expectedLog() const { return logs_.front().text; }
 
+  // Each of the following consumes the daemon's next step and throws Mismatch if it is a different
+  // one. A call of the kernel or the process table; `arguments` are the numbers before the buffer.
   Answer call(std::string_view function, const std::vector<std::int64_t>& arguments,
-              const std::optional<Buffer>& buffer) override;
-  std::uint64_t schedules(const std::string& call) override;
-  void logs(const std::string& line) override;
-  bool lacksMemory() override { return take("allocate", "").answer.result == 0; }
-  void opensLog() override { bindLog(onFile(files_.log), false); }
-  bool clearsLog(std::int64_t limit_bytes) override;
-  bool findsNoPreferences() override;
-  void writesPreset(const plist::Dictionary& preset) override;
-  std::optional<plist::Dictionary> readsPreferences() override;
-  std::optional<plist::Dictionary> readsInfoPlist(const std::string& bundle_directory) override;
-  void writesStatus(const plist::Dictionary& status) override;
-  bool isNext(const std::string& scheduling_call) override;
+              const std::optional<Buffer>& buffer);
+  // A call on queues, timers or notifications, as the simulated device formats it. Returns the
+  // device's time.
+  std::uint64_t schedules(const std::string& call);
+  void logs(const std::string& line);
+  // Whether the daemon requested memory and the allocation failed.
+  bool lacksMemory() { return take("allocate", "").answer.result == 0; }
+
+  // The daemon's work on its files.
+  void opensLog() { bindLog(onFile(files_.log), false); }
+  // The daemon clears a log that exceeds the limit. Returns false if this log does not exceed it.
+  bool clearsLog(std::int64_t limit_bytes);
+  bool findsNoPreferences();
+  void writesPreset(const plist::Dictionary& preset);
+  // Returns std::nullopt if the file cannot be read.
+  std::optional<plist::Dictionary> readsPreferences();
+  std::optional<plist::Dictionary> readsInfoPlist(const std::string& bundle_directory);
+  void writesStatus(const plist::Dictionary& status);
+
+  // Whether this call comes next. Consumes nothing.
+  bool isNext(const std::string& scheduling_call);
+
+  // The value of errno, as far as the calls set it.
+  int error_number = 0;
 
  private:
   struct Log {
@@ -87,4 +119,4 @@ class Transcript : public Observer {
   bool leaves_temporary_ = false;
 };
 
-}  // namespace vorlatch::tests::random
+}  // namespace vorlatch::tests

@@ -1,4 +1,4 @@
-#include "tests/random/transcript.h"
+#include "tests/oracle/transcript.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,7 +9,7 @@
 
 #include "tests/simulated/trace_text.h"
 
-namespace vorlatch::tests::random {
+namespace vorlatch::tests {
 namespace {
 
 using simulated::Call;
@@ -241,4 +241,4 @@ void Transcript::fail(const std::string& wanted) const {
   throw Mismatch(text);
 }
 
-}  // namespace vorlatch::tests::random
+}  // namespace vorlatch::tests
