@@ -44,11 +44,11 @@ void arrange(std::int64_t targets, std::int64_t processes) {
 
 void unchangedPass(benchmark::State& state) {
   arrange(state.range(0), state.range(1));
-  const auto readTwice = [] {
+  const auto read_twice = [] {
     benchmark::DoNotOptimize(loadPreferences());
     benchmark::DoNotOptimize(loadPreferences());
   };
-  benchmarks::timePair(state, "readings", readTwice, "pass", executeMemoryLimits);
+  benchmarks::timePair(state, "readings", read_twice, "pass", executeMemoryLimits);
 }
 BENCHMARK(unchangedPass)
     ->ArgNames({"targets", "processes"})

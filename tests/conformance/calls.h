@@ -15,10 +15,6 @@
 
 namespace vorlatch::conformance {
 
-using tests::Answer;
-using tests::kSuccess;
-using tests::refusal;
-
 // The answer has the errno that the call set, and 0 if it left errno alone.
 template <typename Call>
 Answer ask(const Call& call) {
@@ -29,7 +25,7 @@ Answer ask(const Call& call) {
   return {.result = result, .error = errno != kUntouched ? errno : 0};
 }
 
-inline const tests::JetsamCommands kJetsam([](auto... arguments) {
+inline const JetsamCommands kJetsam([](auto... arguments) {
   return ask([&] { return platform::memorystatus_control(arguments...); });
 });
 

@@ -20,8 +20,6 @@
 #include "tests/conformance/driver.h"
 #include "tests/support/temporary_directory.h"
 
-extern "C" char** environ;
-
 namespace vorlatch::conformance {
 namespace {
 
@@ -113,7 +111,9 @@ int startProcess(const std::string& executable_path) {
   std::string argument = kIdle;
   char* const arguments[] = {path.data(), argument.data(), nullptr};
   pid_t pid = 0;
-  return posix_spawn(&pid, path.c_str(), nullptr, nullptr, arguments, environ) == 0 ? pid : 0;
+  char* no_environment[] = {nullptr};
+  return posix_spawn(&pid, path.c_str(), nullptr, nullptr, arguments, no_environment) == 0 ? pid
+                                                                                           : 0;
 }
 
 void endProcess(int pid) {

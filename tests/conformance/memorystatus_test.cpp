@@ -13,8 +13,6 @@
 namespace vorlatch::conformance {
 namespace {
 
-using namespace tests;
-
 constexpr std::uint32_t kFatal = platform::MEMORYSTATUS_MEMLIMIT_ATTR_FATAL;
 constexpr std::int64_t kAssertionState = 0x40;
 

@@ -19,7 +19,6 @@ namespace vorlatch::conformance {
 namespace {
 
 using platform::PRIO_DARWIN_ROLE_UI_FOCAL;
-using tests::Entry;
 constexpr int kNice = ::PRIO_PROCESS;
 constexpr int kRole = platform::PRIO_DARWIN_ROLE;
 

@@ -26,7 +26,7 @@ TEST(JetsamModel, TurnsBandsIntoOthers) {
     std::int32_t given;
     std::int32_t given_elevated;
   };
-  constexpr Case cases[] = {
+  constexpr Case kCases[] = {
       {kIos15, -2, 0, 4},     {kIos15, -1, 18, 18},   {kIos15, 0, 0, 4},       {kIos15, 1, 0, 4},
       {kIos15, 2, 0, 4},      {kIos15, 3, 3, 4},      {kIos15, 4, 4, 4},       {kIos15, 5, 5, 5},
       {kIos15, 21, 21, 21},   {kIos17, -1, 180, 180}, {kIos17, 1, 0, 40},      {kIos17, 20, 0, 40},
@@ -34,7 +34,7 @@ TEST(JetsamModel, TurnsBandsIntoOthers) {
       {kIos18, -1, 180, 180}, {kIos18, 0, 0, 40},     {kIos18, 15, 0, 0},      {kIos18, 20, 0, 0},
       {kIos18, 21, 21, 40},
   };
-  for (const Case& c : cases) {
+  for (const Case& c : kCases) {
     Machine machine(c.generation);
     const std::int32_t before = machine.band(kDaemonPid);
     ASSERT_EQ(machine.control(kElevate, kDaemonPid), kSuccess);
@@ -83,15 +83,15 @@ TEST(JetsamModel, RefusesAssertionOnUnmanagedOnIos18) {
   for (const KernelGeneration generation : kGenerations) {
     const bool refused = generation == kIos18;
     Machine machine(generation);
-    const auto assertBand = [&](std::int32_t pid, std::int32_t band) {
+    const auto assert_band = [&](std::int32_t pid, std::int32_t band) {
       return machine.setBand(pid, band, 0, kAssertion);
     };
     // Ahead of the refusal of the band, behind that of launchd.
-    EXPECT_EQ(assertBand(kDaemonPid, 999), refusal(refused ? EPERM : EINVAL));
-    EXPECT_EQ(assertBand(kDaemonPid, 10), refused ? refusal(EPERM) : kSuccess);
+    EXPECT_EQ(assert_band(kDaemonPid, 999), refusal(refused ? EPERM : EINVAL));
+    EXPECT_EQ(assert_band(kDaemonPid, 10), refused ? refusal(EPERM) : kSuccess);
     EXPECT_EQ(machine.setState(kSetManaged, kAppPid, 1), kSuccess);
     for (const std::int32_t band : {21, 0}) {
-      EXPECT_EQ(assertBand(kAppPid, band), kSuccess);
+      EXPECT_EQ(assert_band(kAppPid, band), kSuccess);
       EXPECT_EQ(machine.band(kAppPid), band);
     }
   }

@@ -12,8 +12,6 @@
 
 namespace vorlatch::model {
 
-using namespace tests;
-
 // The kernels of iOS 12 to 15, 16 to 17, and 18.
 inline constexpr auto kIos15 = KernelGeneration::Xnu4903To8020;
 inline constexpr auto kIos17 = KernelGeneration::Xnu8792To10063;

@@ -207,7 +207,7 @@ void Oracle::switchOff() {
 }
 
 void Oracle::restoreLater(std::vector<Target> targets) {
-  queues_[kWorker].emplace_back([this, targets] {
+  queues_[kWorker].emplace_back([this, targets = std::move(targets)] {
     for (const Target& target : targets) {
       record(target.key, 0, 0, 0);
       if (target.pid != 0) giveBack(target.key, target.pid);

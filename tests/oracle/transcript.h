@@ -69,7 +69,7 @@ class Transcript {
               const std::optional<Buffer>& buffer);
   // A call on queues, timers or notifications, as the simulated device formats it. Returns the
   // device's time.
-  std::uint64_t schedules(const std::string& call);
+  std::uint64_t schedules(const std::string& text);
   void logs(const std::string& line);
   // Whether the daemon requested memory and the allocation failed.
   bool lacksMemory() { return take("allocate", "").answer.result == 0; }

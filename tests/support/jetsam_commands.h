@@ -22,7 +22,7 @@ inline std::ostream& operator<<(std::ostream& out, const CallResult& result) {
 
 }  // namespace vorlatch::model
 
-namespace vorlatch::tests {
+namespace vorlatch {
 
 using Answer = model::CallResult;
 
@@ -92,6 +92,7 @@ class JetsamCommands {
         control(kGetPriorityList, 0, 0, buffer.data(), buffer.size() * sizeof(buffer[0])).result;
     buffer.resize(static_cast<std::size_t>(std::max(bytes, 0)) / sizeof(buffer[0]));
     std::vector<Entry> entries;
+    entries.reserve(buffer.size());
     for (const auto& entry : buffer) {
       entries.push_back({entry.pid, entry.priority, static_cast<std::int64_t>(entry.user_data),
                          entry.limit, entry.state});
@@ -110,4 +111,4 @@ class JetsamCommands {
   Control control_;
 };
 
-}  // namespace vorlatch::tests
+}  // namespace vorlatch
