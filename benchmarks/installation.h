@@ -41,6 +41,7 @@ class Installation {
   [[nodiscard]] pid_t start(std::vector<std::string> arguments) const {
     arguments.insert(arguments.begin(), program_);
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) pointers.push_back(argument.data());
     pointers.push_back(nullptr);
     posix_spawn_file_actions_t actions;

@@ -177,12 +177,7 @@ void measureIdleness(const Daemon& daemon, const Log& log, int seconds) {
               daemon.memoryKb("Pss:"), daemon.memoryKb("Private_Dirty:"), daemon.memoryKb("Rss:"));
 }
 
-}  // namespace
-}  // namespace vorlatch
-
-int main(int argc, char** argv) {
-  using namespace vorlatch;
-  constexpr int kIdleSeconds = 60;
+void measureAll(int idle_seconds) {
   const Installation installation(VORLATCH_DAEMON, "/usr/libexec/vorlatchd");
   writeTarget(-1);
   measureStart(installation);
@@ -193,5 +188,13 @@ int main(int argc, char** argv) {
   }
   const Daemon daemon(installation);
   daemon.waitUntilServing();
-  measureIdleness(daemon, Log(), argc > 1 ? std::atoi(argv[1]) : kIdleSeconds);
+  measureIdleness(daemon, Log(), idle_seconds);
+}
+
+}  // namespace
+}  // namespace vorlatch
+
+int main(int argc, char** argv) {
+  constexpr int kIdleSeconds = 60;
+  vorlatch::measureAll(argc > 1 ? std::atoi(argv[1]) : kIdleSeconds);
 }

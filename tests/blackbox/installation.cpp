@@ -141,7 +141,7 @@ std::string Installation::status() const {
   return value ? test::describe(*value) : "unparsable";
 }
 
-void Installation::expectStatus(const std::string& entries) {
+void Installation::expectStatus(const std::string& entries) const {
   waitUntil([&] { return status() == "{" + entries + "}"; });
   EXPECT_EQ(status(), "{" + entries + "}");
 }

@@ -71,7 +71,7 @@ class Installation {
   // The status file as text; or why there is none.
   [[nodiscard]] std::string status() const;
   // Expects these entries as soon as the daemon has written them.
-  void expectStatus(const std::string& entries);
+  void expectStatus(const std::string& entries) const;
 
   // How many passes have read the preferences file.
   int passes();

@@ -136,11 +136,11 @@ int ChildProcess::exitCode() {
 }
 
 bool ChildProcess::waitForOutput(const std::string& text) const {
-  constexpr int kBetweenLooksMs = 5;
+  constexpr int kLookIntervalMs = 5;
   pollfd end{.fd = end_.get(), .events = POLLIN, .revents = 0};
   const auto deadline = Clock::now() + kPatience;
   while (contentsOf(out_).find(text) == std::string::npos) {
-    if (poll(&end, 1, kBetweenLooksMs) != 0 || Clock::now() > deadline) return false;
+    if (poll(&end, 1, kLookIntervalMs) != 0 || Clock::now() > deadline) return false;
   }
   return true;
 }
@@ -163,10 +163,10 @@ void setNice(pid_t pid, int value) {
 
 bool watchesSomething(pid_t pid) {
   std::error_code error;
-  for (const auto& entry : fs::directory_iterator(procPath(pid, "fdinfo"), error)) {
-    if (tests::readAll(entry.path()).find("\ninotify wd:") != std::string::npos) return true;
-  }
-  return false;
+  const fs::directory_iterator descriptors(procPath(pid, "fdinfo"), error);
+  return std::any_of(begin(descriptors), end(descriptors), [](const fs::directory_entry& entry) {
+    return tests::readAll(entry.path()).find("\ninotify wd:") != std::string::npos;
+  });
 }
 
 std::int64_t voluntarySwitches(pid_t pid) {
