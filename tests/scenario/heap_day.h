@@ -65,7 +65,7 @@ inline std::string ordinaryPreferences(int targets, int nice_value) {
                                                {"MemLimitInactive", 2048},
                                                {"NiceValue", nice_value},
                                                {"StripManaged", true},
-                                               {"CheckInterval", 600}});
+                                               {"CheckInterval", 1200}});
   }
   return platform::writeXmlPropertyList(
       plist::Dictionary{{"Enabled", true}, {"AppConfigs", configs}});
