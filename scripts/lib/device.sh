@@ -36,6 +36,7 @@ requireRoom() {
 # requirements.txt changed.
 makeSdk() {
   local wanted=$root/packaging/requirements.txt had=$device/sdk/requirements.txt wheel=()
+  mkdir -p "$device"
   if ! cmp -s "$wanted" "$had"; then
     note "fetching Darwin's headers from PyPI"
     rm -rf "$device/sdk" "$device/wheel"
