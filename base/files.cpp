@@ -18,8 +18,8 @@ namespace {
 constexpr mode_t kEveryoneReadsAndWrites = 0666;
 // Random bytes in the name of a file moved aside; each gives two hexadecimal digits.
 constexpr std::size_t kAsideNumberBytes = 16;
-// Temporary files are named FILE.tmp.XXXXXX, which no user would choose for a backup: files with
-// such names are deleted at a start.
+// Temporary files are named FILE.tmp.XXXXXX, so that removeTemporariesOf does not take a user's
+// FILE.backup for one.
 constexpr const char* kTemporaryMark = ".tmp.";
 constexpr std::size_t kTemporaryNumberLength = 6;
 

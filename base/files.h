@@ -31,8 +31,8 @@ void createEmptyFile(const std::string& path);
 void moveAsideUnlessPlain(const std::string& path);
 
 // Sets mode 0666 on a plain file, whatever the umask, so that unprivileged programs can read and
-// edit it. Failure is silent. Without root, works only on a file that the caller
-// owns and can open for reading or for writing.
+// edit it. Failure is silent. Without root, works only on a file that the caller owns and can open
+// for reading or for writing.
 void letEveryoneReadAndWrite(const std::string& path);
 
 // Redirects standard output and standard error to a plain file, in append mode. If that fails,

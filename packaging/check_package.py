@@ -197,7 +197,7 @@ def check_files(folder: pathlib.Path) -> Iterator[str]:
 
 
 def examine(package: pathlib.Path, version: str) -> list[str]:
-    """Returns the problems of the package, one line each. Checks the files' contents only if entries and control fields are right."""
+    """Returns the problems of the package, one line each. Checks contents only if entries and control are right."""
     findings = [*check_entries(package), *check_control(package, version)]
     if findings:
         return findings

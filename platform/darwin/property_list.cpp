@@ -86,9 +86,8 @@ std::optional<Value> dictionaryOf(CFDictionaryRef objects, const char* only_key 
   return Value(std::move(dictionary));
 }
 
-// A keyed archive's reference has a type that is private to CoreFoundation. Only
-// CoreFoundation's descriptions show the type's name and the number. The description of an object
-// is <CFKeyedArchiverUID ...>{value = 5}
+// A keyed archive's reference has a type that is private to CoreFoundation. Only descriptions by
+// CoreFoundation show the type's name and the number: <CFKeyedArchiverUID ...>{value = 5}
 bool isUid(CFTypeRef object) {
   const CFOwned<CFStringRef> type(CFCopyTypeIDDescription(CFGetTypeID(object)));
   return type && utf8Of(type.get()) == "CFKeyedArchiverUID";

@@ -243,10 +243,9 @@ CallResult getManaged(const View& host, const Arguments& arguments) {
 }
 
 // The kernel lets an unprivileged caller change itself and the members of a coalition that it
-// leads. The model knows neither the caller's pid nor coalitions and refuses every
-// unprivileged caller. Up to xnu-8020 the kernel restricts root in the same way. The model does so
-// only with StateArgument::Flags; with StateArgument::Buffer root can change the state in every
-// generation.
+// leads. The model knows neither the caller's pid nor coalitions and refuses every unprivileged
+// caller. Up to xnu-8020 the kernel restricts root in the same way. The model does so only with
+// StateArgument::Flags; with StateArgument::Buffer root can change the state in every generation.
 CallResult setFreezable(const Host& host, const Arguments& arguments) {
   const std::optional<std::uint32_t> state = readState(host.kernel, arguments);
   if (arguments.pid == 0 || !state) return failure(EINVAL);

@@ -23,6 +23,7 @@ TESTS = [
     *("kernel_test", "reconcile_test", "daemon_test", "proc_test", "config_test", "libroot_test"),
     *("security_test", "scenario_test", "cli_test", "random_stories"),
 ]
+# A change is tried with fewer random scenarios than scripts/test runs.
 OPTIONS = {"random_stories": ["--stories", "100"]}
 RULES = ["universal.rules", "c_like.rules", "cpp.rules"]
 # A mutated program may write or allocate without limit.

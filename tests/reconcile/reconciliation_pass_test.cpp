@@ -179,13 +179,19 @@ TEST(Pass, EmptiedTargetsAreRestoredAtTheLastKnownPid) {
   EXPECT_EQ(daemon.passWith({{"alpha", kSettings}}), started("alpha", daemon.pid));  // the same pid
 }
 
-TEST(Pass, TargetFirstSeenByPatrolCountsAsEdited) {
-  Daemon daemon;
+// Launches the target alpha, which a patrol applies before any pass sees it. Returns its pid.
+std::int32_t launchForPatrol(Daemon& daemon) {
   daemon.settleWith({});
   const auto pid = daemon.launch("alpha");
   daemon.writeTargets({{"alpha", kSettings}});
   daemon.run(1800s);
   daemon.takeLog();
+  return pid;
+}
+
+TEST(Pass, TargetFirstSeenByPatrolCountsAsEdited) {
+  Daemon daemon;
+  const auto pid = launchForPatrol(daemon);
   EXPECT_EQ(daemon.pass(), edited("alpha", pid));
 }
 
@@ -248,13 +254,8 @@ TEST(SwitchedOff, AMissingSwitchOrFileIsOff) {
 
 TEST(SwitchedOff, WhatThePatrolSawOfNoTargetIsForgottenToo) {
   Daemon daemon;
-  daemon.settleWith({});
-  const auto pid = daemon.launch("alpha");
-  // The patrol sees the target before any pass does.
-  daemon.writeTargets({{"alpha", kSettings}});
-  daemon.run(1800s);
+  const auto pid = launchForPatrol(daemon);
   daemon.writePreferences({{"Enabled", false}});
-  daemon.takeLog();
   EXPECT_EQ(daemon.pass(), Lines{});
   EXPECT_EQ(daemon.passWith({{"alpha", kSettings}}), started("alpha", pid));
 }
