@@ -14,7 +14,6 @@ struct SettingView {
   const char* heading;
   bool is_of_a_process;  // and not shown for a target that is not running
   std::string (*cell)(const TargetView& target);
-  void (*add_wanted)(const TargetSettings& wanted, Json& json);
   void (*add_now)(const TargetView& target, Json& json);
   std::string (*step)(const TargetView& target, std::int32_t highest_band);  // "": none
 };
@@ -29,8 +28,6 @@ constexpr SettingView kBand{
           if (target.wanted.jetsam_priority == 0) return "system > " + now;
           return wantedAndNow(std::to_string(target.wanted.jetsam_priority), now);
         },
-    .add_wanted = [](const TargetSettings& wanted,
-                     Json& json) { json["band"] = wanted.jetsam_priority; },
     .add_now = [](const TargetView& target, Json& json) { json["band"] = jsonOf(target.band); },
     .step = [](const TargetView& target, std::int32_t highest_band) -> std::string {
       const std::int32_t wanted = target.wanted.jetsam_priority;
@@ -52,8 +49,6 @@ constexpr SettingView kNice{
           return wantedAndNow(std::to_string(target.wanted.nice_value),
                               numberText(target.state.nice_value));
         },
-    .add_wanted = [](const TargetSettings& wanted,
-                     Json& json) { json["nice"] = wanted.nice_value; },
     .add_now = [](const TargetView& target,
                   Json& json) { json["nice"] = jsonOf(target.state.nice_value); },
     .step =
@@ -89,11 +84,6 @@ constexpr SettingView kLimits{
                  limitCell(target.wanted.inactive_limit_mb,
                            limitNow(target, &MemoryLimits::inactive_mb));
         },
-    .add_wanted =
-        [](const TargetSettings& wanted, Json& json) {
-          json["active_limit_mb"] = wanted.active_limit_mb;
-          json["inactive_limit_mb"] = wanted.inactive_limit_mb;
-        },
     .add_now =
         [](const TargetView& target, Json& json) {
           json["active_limit_mb"] = jsonOf(limitNow(target, &MemoryLimits::active_mb));
@@ -115,8 +105,6 @@ constexpr SettingView kManaged{
           if (!target.wanted.strips_managed) return now;
           return wantedAndNow(*target.wanted.strips_managed ? "no" : "yes", now);
         },
-    .add_wanted = [](const TargetSettings& wanted,
-                     Json& json) { json["strip_managed"] = jsonOf(wanted.strips_managed); },
     .add_now = [](const TargetView& target,
                   Json& json) { json["managed"] = jsonOf(target.state.is_managed); },
     .step = [](const TargetView& target, std::int32_t /*highest_band*/) -> std::string {
@@ -126,18 +114,16 @@ constexpr SettingView kManaged{
                  : "give it back to the system's management, freezable, not elevated";
     }};
 
-constexpr SettingView kTimer{
-    .heading = "TIMER",
-    .is_of_a_process = false,
-    .cell =
-        [](const TargetView& target) {
-          const std::int32_t interval_s = target.wanted.check_interval_s;
-          return interval_s > 0 ? std::to_string(interval_s) + "s" : std::string("-");
-        },
-    .add_wanted = [](const TargetSettings& wanted,
-                     Json& json) { json["interval_s"] = wanted.check_interval_s; },
-    .add_now = nullptr,
-    .step = nullptr};
+constexpr SettingView kTimer{.heading = "TIMER",
+                             .is_of_a_process = false,
+                             .cell =
+                                 [](const TargetView& target) {
+                                   const std::int32_t interval_s = target.wanted.check_interval_s;
+                                   return interval_s > 0 ? std::to_string(interval_s) + "s"
+                                                         : std::string("-");
+                                 },
+                             .add_now = nullptr,
+                             .step = nullptr};
 
 constexpr std::array kColumns = {&kBand, &kNice, &kLimits, &kManaged, &kTimer};
 // In the order of kHoldInOrder in kernel/held_settings.h.
@@ -163,7 +149,10 @@ std::vector<std::string> settingCells(const TargetView& target) {
 
 Json wantedJson(const TargetSettings& wanted) {
   Json json;
-  for (const SettingView* view : kColumns) view->add_wanted(wanted, json);
+  for (const SettingKey& row : kSettingKeys) {
+    if (row.integer != nullptr) json[row.json] = wanted.*row.integer;
+    if (row.boolean != nullptr) json[row.json] = jsonOf(wanted.*row.boolean);
+  }
   return json;
 }
 

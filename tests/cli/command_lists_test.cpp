@@ -86,7 +86,8 @@ std::string manualKeys() {
 
 // Returns the table of the keys of a target.
 std::string preferencesKeys() {
-  std::string text = "## Keys of a target\n\n| Key | Type | Range | Meaning |\n|---|---|---|---|\n";
+  std::string text =
+      "## Keys of a target\n\n| Key | Type | Range | In JSON | Meaning |\n|---|---|---|---|---|\n";
   for (const SettingKey& row : kSettingKeys) {
     const bool is_integer = row.kind == SettingKey::Kind::Integer;
     const bool is_boolean = row.kind == SettingKey::Kind::Boolean;
@@ -99,6 +100,7 @@ std::string preferencesKeys() {
       text += " to " + std::to_string(row.highest);
     }
     if (row.is_clamped) text += ", clamped";
+    text += row.json == nullptr ? " | " : " | `" + std::string(row.json) + "`";
     text += " | " + sentence(row.meaning) + " |\n";
   }
   return text + "\n";

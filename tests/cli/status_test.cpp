@@ -167,14 +167,14 @@ TEST(Status, AsJson) {
   const auto json = [](const std::string& told) {
     return pretty(R"({"enabled": true, "daemon_pids": [100], "targets": [
     {"target": "alpha", "verdict": "held",
-     "wanted": {"band": 100, "nice": -7, "active_limit_mb": 1500, "inactive_limit_mb": 0,
-                "strip_managed": true, "interval_s": 0},
+     "wanted": {"interval_s": 0, "band": 100, "active_limit_mb": 1500, "inactive_limit_mb": 0,
+                "nice": -7, "strip_managed": true},
      "daemon_wrote": {"pid": 101, "nice": -7, "band": 100},
      "now": {"pid": 101, "name": "alpha", )" +
                   told + R"(}},
     {"target": "beta", "verdict": "not running",
-     "wanted": {"band": 0, "nice": 0, "active_limit_mb": 0, "inactive_limit_mb": 0,
-                "strip_managed": null, "interval_s": 30},
+     "wanted": {"interval_s": 30, "band": 0, "active_limit_mb": 0, "inactive_limit_mb": 0,
+                "nice": 0, "strip_managed": null},
      "daemon_wrote": null, "now": null}]})");
   };
   EXPECT_EQ(story.answer("status --json"), json(R"("band": 100, "nice": -7,
