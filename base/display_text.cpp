@@ -98,6 +98,9 @@ std::string spelledOut(std::string_view character) {
   return text;
 }
 
+// Punctuation that ends a Chinese phrase and therefore never begins a line.
+constexpr std::string_view kNeverFirst = "，。、：；！？）」』》”’…";
+
 }  // namespace
 
 std::string visible(std::string_view text) {
@@ -145,6 +148,38 @@ std::size_t displayWidth(std::string_view text) {
     text.remove_prefix(length);
   }
   return width;
+}
+
+std::vector<std::string> wrappedToWidth(std::string_view text, std::size_t columns) {
+  std::vector<std::string> lines;
+  std::string line;
+  std::size_t break_at = 0;  // where the line may end, in bytes; 0: nowhere
+  bool was_wide = false;
+  const auto end_line = [&](std::size_t end) {
+    lines.push_back(line.substr(0, line.find_last_not_of(' ', end - 1) + 1));
+    line.erase(0, end);
+    break_at = 0;
+  };
+  while (!text.empty()) {
+    const std::string_view character =
+        text.substr(0, std::max<std::size_t>(characterLength(text), 1));
+    text.remove_prefix(character.size());
+    const bool is_wide = widthOf(decode(character)) == 2;
+    if ((is_wide || was_wide) && kNeverFirst.find(character) == kNeverFirst.npos) {
+      break_at = line.size();
+    }
+    was_wide = is_wide;
+    const bool is_full = displayWidth(line) + displayWidth(character) > columns && !line.empty();
+    if (is_full && character == " ") {
+      end_line(line.size());
+      continue;
+    }
+    if (is_full) end_line(break_at != 0 ? break_at : line.size());
+    line += character;
+    if (character == " ") break_at = line.size();
+  }
+  lines.push_back(line);
+  return lines;
 }
 
 std::string cutToWidth(std::string_view text, std::size_t columns) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vorlatch {
 
@@ -19,6 +20,10 @@ std::string commandsEscaped(std::string_view json);
 // Returns the columns that visible text takes: 2 for a wide (East Asian) character, 0 for a
 // combining mark of Latin, Greek, Cyrillic, kana or Hangul, 1 for any other character.
 std::size_t displayWidth(std::string_view text);
+
+// Returns visible text in lines of at most `columns`. Breaks lines at blanks, beside wide
+// characters, and inside words that are longer than a line.
+std::vector<std::string> wrappedToWidth(std::string_view text, std::size_t columns);
 
 // Returns visible text shortened to at most `columns`, with an ellipsis if anything was removed.
 std::string cutToWidth(std::string_view text, std::size_t columns);

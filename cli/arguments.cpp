@@ -1,136 +1,158 @@
 #include "cli/arguments.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <memory>
-#include <type_traits>
+#include <charconv>
+#include <utility>
 
+#include "cli/help.h"
 #include "control/nearest.h"
 
 namespace vorlatch::cli {
 namespace {
 
-constexpr const char* kDescription =
-    "Edits the preferences of the Vorlatch daemon, asks what it holds, and explains.";
-constexpr const char* kFooter = R"(Examples:
-  vorlatchctl status
-  vorlatchctl set com.tencent.xin JetsamPriority=home NiceValue=-5
-  vorlatchctl match backboardd
-  vorlatchctl log -f --target kbd
-
-A target is an app's bundle identifier or a system daemon's process name.
-Exit status: 0 done, 1 a finding, 2 wrong usage, 3 could not.)";
-
-// CLI11 parses an argument in square brackets as a list. This control character in front turns that
-// off, and is removed before the value is stored.
-constexpr char kNoList = '\x1f';
-
-void protectBrackets(std::vector<std::string>& words) {
-  for (std::string& word : words) {
-    if (word.starts_with('[')) word.insert(word.begin(), kNoList);
-  }
+bool isFlag(const Argument& argument) {
+  return std::holds_alternative<bool*>(argument.value);
 }
 
-const CLI::Validator& unprotectBracket() {
-  static const CLI::Validator unprotect(
-      [](std::string& word) {
-        if (word.starts_with(kNoList)) word.erase(0, 1);
-        return std::string();
-      },
-      "");
-  return unprotect;
-}
-
-// Adds an argument to the parser according to the type of its value.
-struct AddTo {
-  CLI::App& app;
+// Stores a word as the argument's value.
+struct Store {
   const Argument& argument;
+  const std::string& word;
 
-  CLI::Option* operator()(bool* value) const {
-    return app.add_flag_callback(
-        argument.name, [value, means = argument.flag_means] { *value = means; },
-        argument.description);
-  }
-  template <typename Value>
-  CLI::Option* operator()(Value* value) const {
-    CLI::Option* option = app.add_option(argument.name, *value, argument.description);
-    if constexpr (std::is_integral_v<Value>) {
-      option->check(CLI::Range(argument.lowest, argument.highest))->capture_default_str();
-    } else {
-      option->transform(unprotectBracket());
+  void operator()(bool* value) const { *value = argument.flag_means; }
+  void operator()(std::string* value) const { *value = word; }
+  void operator()(std::optional<std::string>* value) const { *value = word; }
+  void operator()(Words* value) const { value->push_back(word); }
+  template <typename Number>
+  void operator()(Number* value) const {
+    int number = 0;
+    const char* const end = word.data() + word.size();
+    const auto read = std::from_chars(word.data(), end, number);
+    const bool is_number = read.ec == std::errc{} && read.ptr == end;
+    if (!is_number || number < argument.lowest || number > argument.highest) {
+      failWrongUsage(argument.names().back() + " takes a number from " +
+                     std::to_string(argument.lowest) + " to " + std::to_string(argument.highest) +
+                     ", not \"" + word + "\"");
     }
-    return option;
+    *value = static_cast<Number>(number);
   }
 };
 
-void add(CLI::App& app, const Arguments& arguments) {
-  for (const Argument& argument : arguments) {
-    std::visit(AddTo{app, argument}, argument.value)->required(argument.is_required);
-  }
-}
-
-// The parser and the work of the selected command; the request keeps both alive.
-struct Parsed {
-  CLI::App app{kDescription, "vorlatchctl"};
-  bool wants_json = false;
-  Run run;
-};
-
-// Reports an unknown or missing command with advice, which CLI11's own message lacks.
-void checkCommandName(const std::vector<std::string>& arguments) {
-  for (const std::string& argument : arguments) {
-    if (argument.starts_with('-')) continue;
-    if (findCommand(argument) == nullptr) {
-      failWrongUsage("there is no command " + argument +
-                     control::suggestion(argument, commandNames()));
-    }
-    return;
-  }
-  const auto asks_for_help = [](const std::string& argument) {
-    return argument == "-h" || argument == "--help";
-  };
-  if (std::none_of(arguments.begin(), arguments.end(), asks_for_help)) {
-    failWrongUsage("a command is needed; vorlatchctl --help names them");
-  }
+void store(const Argument& argument, const std::string& word) {
+  std::visit(Store{argument, word}, argument.value);
 }
 
 }  // namespace
 
-Arguments commonArguments(bool& wants_json) {
-  return {
-      {.name = "--json", .description = "print JSON, for programs", .value = &wants_json},
-  };
+ArgumentParser::ArgumentParser()
+    : arguments_{
+          {.name = "--json", .description = "print JSON, for programs", .value = &wants_json_},
+          {.name = "-h,--help", .description = "print this help", .value = &wants_help_}} {}
+
+void ArgumentParser::take(const std::string& word) {
+  if (awaiting_ != nullptr) {
+    store(*std::exchange(awaiting_, nullptr), word);
+  } else if (options_have_ended_ || word == "-" || !word.starts_with('-')) {
+    takePositional(word);
+  } else if (word == "--") {
+    options_have_ended_ = true;
+  } else if (word.starts_with("--")) {
+    takeOption(word);
+  } else {
+    takeShortOptions(word);
+  }
 }
 
-Request parseArguments(std::vector<std::string> arguments) {
-  checkCommandName(arguments);
-  const auto parsed = std::make_shared<Parsed>();
-  parsed->app.require_subcommand(1);
-  parsed->app.footer(kFooter);
-  add(parsed->app, commonArguments(parsed->wants_json));
-  for (const Command* command : commands()) {
-    CLI::App* parser = parsed->app.add_subcommand(command->name, command->description);
-    parser->footer(std::string("Examples:\n") + command->examples);
-    parser->fallthrough();
-    if (command->place == 0) parser->group("");
+void ArgumentParser::takeOption(const std::string& word) {
+  const std::size_t equals = word.find('=');
+  const std::string name = word.substr(0, equals);
+  const Argument& option = optionNamed(name);
+  if (isFlag(option)) {
+    if (equals != word.npos) failWrongUsage(name + " takes no value");
+    store(option, {});
+  } else if (equals == word.npos) {
+    awaiting_ = &option;
+  } else {
+    store(option, word.substr(equals + 1));
+  }
+}
+
+void ArgumentParser::takeShortOptions(const std::string& word) {
+  for (std::size_t i = 1; i < word.size(); ++i) {
+    const Argument& option = optionNamed({'-', word[i]});
+    if (isFlag(option)) {
+      store(option, {});
+    } else if (i + 1 == word.size()) {
+      awaiting_ = &option;
+    } else {
+      return store(option, word.substr(i + 1));
+    }
+  }
+}
+
+const Argument& ArgumentParser::optionNamed(const std::string& name) const {
+  Words known;
+  for (const Argument& argument : arguments_) {
+    if (!argument.isOption()) continue;
+    for (std::string& each : argument.names()) {
+      if (each == name) return argument;
+      if (each.starts_with("--")) known.push_back(std::move(each));
+    }
+  }
+  failWrongUsage("there is no option " + name +
+                 (name.starts_with("--") ? control::suggestion(name, known) : ""));
+}
+
+void ArgumentParser::takePositional(const std::string& word) {
+  const Argument* const argument = next();
+  ++positionals_;
+  if (positionals_ == 1) {
+    command_ = findCommand(word);
+    if (command_ == nullptr) {
+      failWrongUsage("there is no command " + word + control::suggestion(word, commandNames()));
+    }
     Arguments own;
-    parser->callback([parsed = parsed.get(), run = command->prepare(own)] { parsed->run = run; });
-    add(*parser, own);
+    run_ = command_->prepare(own);
+    arguments_.insert(arguments_.begin(), own.begin(), own.end());
+  } else if (argument != nullptr) {
+    store(*argument, word);
+  } else {
+    failWrongUsage("nothing takes the argument \"" + word + "\"");
   }
-  try {
-    protectBrackets(arguments);
-    std::reverse(arguments.begin(), arguments.end());  // CLI11 expects this order
-    parsed->app.parse(std::move(arguments));
-  } catch (const CLI::Success&) {  // --help, of one command or of all
-    return {.wants_json = false, .run = [shown = parsed->app.help()](const Session& session) {
-              session.terminal.out(shown);
-              return kDone;
-            }};
-  } catch (const CLI::ParseError& error) {
-    failWrongUsage(std::string(error.what()) + " (see --help)");
+}
+
+const Argument* ArgumentParser::next() const {
+  if (awaiting_ != nullptr) return awaiting_;
+  std::size_t place = 1;  // the command is at 0
+  for (const Argument& argument : arguments_) {
+    if (argument.isOption()) continue;
+    // Words take all that follow.
+    const bool is_last = std::holds_alternative<Words*>(argument.value);
+    if (place == positionals_ || (is_last && place < positionals_)) return &argument;
+    ++place;
   }
-  return {.wants_json = parsed->wants_json,
-          .run = [parsed](const Session& session) { return parsed->run(session); }};
+  return nullptr;
+}
+
+Run ArgumentParser::finish() {
+  if (wants_help_) {
+    return [command = command_, arguments = arguments_](const Session& session) {
+      session.terminal.out(helpText(command, arguments, session.terminal.columns()));
+      return kDone;
+    };
+  }
+  if (awaiting_ != nullptr) failWrongUsage(awaiting_->names().back() + " needs a value");
+  if (command_ == nullptr) failWrongUsage("a command is needed; vorlatchctl --help names them");
+  std::size_t place = 1;
+  for (const Argument& argument : arguments_) {
+    if (argument.isOption()) continue;
+    if (argument.is_required && place >= positionals_) {
+      failWrongUsage(std::string(argument.name) + " is missing; vorlatchctl " + command_->name +
+                     " --help says more");
+    }
+    ++place;
+  }
+  return run_;
 }
 
 }  // namespace vorlatch::cli

@@ -8,16 +8,45 @@
 
 namespace vorlatch::cli {
 
-// A parsed command line.
-struct Request {
-  bool wants_json = false;
-  Run run;
+// Takes the words of a command line one by one. Options may stand anywhere; after "--", every word
+// is a positional argument.
+class ArgumentParser {
+ public:
+  ArgumentParser();
+  ArgumentParser(const ArgumentParser&) = delete;
+  ArgumentParser& operator=(const ArgumentParser&) = delete;
+  ~ArgumentParser() = default;
+
+  // Stores the word's value. Throws a Failure with kWrongUsage and advice if nothing takes the
+  // word; the parser then accepts further words, which completion needs.
+  void take(const std::string& word);
+
+  // Returns the argument that the next word gives a value to, unless that word begins an option;
+  // null if there is none or the next word is the command.
+  [[nodiscard]] const Argument* next() const;
+  [[nodiscard]] bool awaitsCommand() const { return positionals_ == 0 && awaiting_ == nullptr; }
+  [[nodiscard]] bool awaitsValue() const { return awaiting_ != nullptr; }
+  [[nodiscard]] const Arguments& arguments() const { return arguments_; }
+
+  // Returns the work of the command or, with --help, of printing the help. Throws a Failure with
+  // kWrongUsage if a word is missing.
+  Run finish();
+  [[nodiscard]] bool wantsJson() const { return wants_json_; }
+
+ private:
+  void takeOption(const std::string& word);
+  void takeShortOptions(const std::string& word);
+  void takePositional(const std::string& word);
+  [[nodiscard]] const Argument& optionNamed(const std::string& name) const;
+
+  bool wants_json_ = false;
+  bool wants_help_ = false;
+  Arguments arguments_;  // those of every command and, once it is known, those of the command
+  const Command* command_ = nullptr;
+  Run run_;
+  std::size_t positionals_ = 0;         // how many were taken; the first is the command
+  const Argument* awaiting_ = nullptr;  // the option whose value is the next word
+  bool options_have_ended_ = false;
 };
-
-// Throws a Failure with kWrongUsage and advice. With --help, the request prints the help.
-Request parseArguments(std::vector<std::string> arguments);
-
-// Returns the arguments that every command takes.
-Arguments commonArguments(bool& wants_json);
 
 }  // namespace vorlatch::cli

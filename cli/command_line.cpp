@@ -1,18 +1,19 @@
 #include "cli/command_line.h"
 
 #include <new>
-#include <utility>
 
 #include "cli/arguments.h"
 
 namespace vorlatch::cli {
 
-int runCommandLine(std::vector<std::string> arguments, Terminal& terminal) {
+int runCommandLine(const std::vector<std::string>& arguments, Terminal& terminal) {
   Session session{.terminal = terminal};
   try {
-    const Request request = parseArguments(std::move(arguments));
-    session.wants_json = request.wants_json;
-    return request.run(session);
+    ArgumentParser parser;
+    for (const std::string& word : arguments) parser.take(word);
+    const Run run = parser.finish();
+    session.wants_json = parser.wantsJson();
+    return run(session);
   } catch (const control::Failure& failure) {
     printError(session, failure.message);
     return failure.status;

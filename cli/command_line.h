@@ -10,6 +10,6 @@ namespace vorlatch::cli {
 
 // Runs the command in the arguments (without the program's name) and returns its exit status.
 // Reports a Failure or a lack of memory on the terminal.
-int runCommandLine(std::vector<std::string> arguments, Terminal& terminal);
+int runCommandLine(const std::vector<std::string>& arguments, Terminal& terminal);
 
 }  // namespace vorlatch::cli

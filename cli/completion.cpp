@@ -1,6 +1,5 @@
 #include "cli/completion.h"
 
-#include <algorithm>
 #include <set>
 
 #include "cli/arguments.h"
@@ -11,31 +10,8 @@
 namespace vorlatch::cli {
 namespace {
 
-bool takesValue(const Argument& argument) {
-  return !std::holds_alternative<bool*>(argument.value);
-}
-
-const Argument* optionNamed(const Arguments& arguments, const std::string& name) {
-  for (const Argument& argument : arguments) {
-    if (!argument.isOption()) continue;
-    const Words names = argument.names();
-    if (std::find(names.begin(), names.end(), name) != names.end()) return &argument;
-  }
-  return nullptr;
-}
-
-// Returns the positional argument at this index, or null. The last one may take all that follow.
-const Argument* positionalAt(const Arguments& arguments, std::size_t place) {
-  for (const Argument& argument : arguments) {
-    if (argument.isOption()) continue;
-    if (place == 0 || std::holds_alternative<Words*>(argument.value)) return &argument;
-    --place;
-  }
-  return nullptr;
-}
-
 Words optionNames(const Arguments& arguments) {
-  Words all{"--help"};
+  Words all;
   for (const Argument& argument : arguments) {
     if (!argument.isOption()) continue;
     for (std::string& name : argument.names()) {
@@ -49,34 +25,18 @@ Words optionNames(const Arguments& arguments) {
 
 Words wordsToComplete(const Words& words) {
   const std::string unfinished = words.empty() ? std::string() : words.back();
-  bool unused = false;
-  Arguments arguments = commonArguments(unused);
-  Run work;  // owns what the arguments point to
-  const Argument* awaiting_value = nullptr;
-  bool has_command = false;
-  std::size_t place = 0;
+  ArgumentParser parser;
   for (std::size_t i = 0; i + 1 < words.size(); ++i) {
-    const std::string& word = words[i];
-    if (awaiting_value != nullptr) {
-      awaiting_value = nullptr;
-    } else if (word.starts_with('-')) {
-      const Argument* option = optionNamed(arguments, word);
-      if (option != nullptr && takesValue(*option)) awaiting_value = option;
-    } else if (has_command) {
-      ++place;
-    } else {
-      has_command = true;
-      const Command* command = findCommand(word);
-      Arguments own;
-      if (command != nullptr) work = command->prepare(own);
-      arguments.insert(arguments.end(), own.begin(), own.end());
+    try {
+      parser.take(words[i]);
+    } catch (const control::Failure&) {
+      continue;  // offers what fits behind a wrong word, too
     }
   }
-  if (awaiting_value == nullptr && unfinished.starts_with('-')) return optionNames(arguments);
-  if (!has_command && awaiting_value == nullptr) return commandNames();
-  const Argument* taken =
-      awaiting_value != nullptr ? awaiting_value : positionalAt(arguments, place);
-  return taken != nullptr && taken->offer != nullptr ? taken->offer(unfinished) : Words{};
+  if (!parser.awaitsValue() && unfinished.starts_with('-')) return optionNames(parser.arguments());
+  if (parser.awaitsCommand()) return commandNames();
+  const Argument* next = parser.next();
+  return next != nullptr && next->offer != nullptr ? next->offer(unfinished) : Words{};
 }
 
 Words configuredTargets(const std::string& /*unfinished*/) {

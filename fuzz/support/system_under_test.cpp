@@ -129,7 +129,10 @@ Dictionary unnamedIn(const Files::node_type& file, const Words& words) {
 
 bool wantsJson(const Words& words) {
   try {
-    return cli::parseArguments(words).wants_json;
+    cli::ArgumentParser parser;
+    for (const std::string& word : words) parser.take(word);
+    static_cast<void>(parser.finish());
+    return parser.wantsJson();
   } catch (const control::Failure&) {
     return false;
   }

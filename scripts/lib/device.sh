@@ -4,7 +4,7 @@
 # Packages that a device build needs.
 # shellcheck disable=SC2034 # for the scripts
 device_packages=(cmake ninja-build clang-19 lld-19 llvm-19 libc++-19-dev
-  libcli11-dev nlohmann-json3-dev lowdown)
+  nlohmann-json3-dev lowdown)
 # shellcheck disable=SC2034
 device_tools=(git dpkg-deb cmake ninja clang++-19 ld64.lld-19 llvm-ar-19 llvm-ranlib-19 llvm-strip-19
   lowdown)

@@ -38,11 +38,11 @@ TEST(Completion, OfCommandsAndOptions) {
                       {"--json ", all},
                       {"re", "remove,release"},
                       {"xyz", ""},
-                      {"-", "--help,--json"},
-                      {"status --", "--help,--json,--watch,--interval"},
+                      {"-", "--json,--help"},
+                      {"status --", "--watch,--interval,--json,--help"},
                       {"release --k", "--keep-preferences"},
                       {"set backboardd --no", "--no-apply"},
-                      {"log --follow -", "--help,--json,--lines,--follow,--target,--category"}});
+                      {"log --follow -", "--lines,--follow,--target,--category,--json,--help"}});
   EXPECT_EQ(shell.answer("__complete --"), shell.answer("__complete -- "));
 }
 

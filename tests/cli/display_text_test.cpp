@@ -91,5 +91,21 @@ TEST(CutToWidth, NeverCutsACharacter) {
   for (const auto& [text, columns, cut] : cases) EXPECT_EQ(cutToWidth(text, columns), cut);
 }
 
+TEST(WrappedToWidth, BreaksAtBlanksAndWideCharacters) {
+  using Lines = std::vector<std::string>;
+  const std::vector<std::tuple<std::string, std::size_t, Lines>> cases{
+      {"", 5, {""}},
+      {"one two three", 8, {"one two", "three"}},
+      {"one two three", 7, {"one two", "three"}},
+      {"one  two", 4, {"one", "two"}},
+      {"incomprehensible", 6, {"incomp", "rehens", "ible"}},
+      {"内存限制，单位", 8, {"内存限", "制，单位"}},
+      {"band 内存", 8, {"band 内", "存"}},
+      {"微信", 1, {"微", "信"}}};
+  for (const auto& [text, columns, lines] : cases) {
+    EXPECT_EQ(wrappedToWidth(text, columns), lines) << text;
+  }
+}
+
 }  // namespace
 }  // namespace vorlatch::cli

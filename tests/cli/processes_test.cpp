@@ -33,7 +33,8 @@ TEST(Match, FindsNothing) {
   EmptyDevice story;
   story.device.launch({.name = "alpha"});
   EXPECT_EQ(story.answer("match Alpha"), "no running process has this name or bundle identifier\n");
-  EXPECT_EQ(story.answer("match"), "err: vorlatchctl: TEXT is required (see --help)\nexit 2\n");
+  EXPECT_EQ(story.answer("match"),
+            "err: vorlatchctl: TEXT is missing; vorlatchctl match --help says more\nexit 2\n");
 }
 
 TEST(Match, FindsANameOrABundleIdentifier) {

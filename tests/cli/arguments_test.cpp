@@ -1,0 +1,83 @@
+// How vorlatchctl reads a command line, and its help.
+#include <gtest/gtest.h>
+
+#include "tests/cli/control_run.h"
+
+namespace vorlatch::tests {
+namespace {
+
+TEST(Arguments, TakeEveryUsualForm) {
+  ControlStory story;
+  story.writeTargets({{"-x", Dictionary{{"[a,b]", 1}}}});
+  const std::string removed = "AppConfigs / -x / [a,b]: 1 -> (none)\nnothing was written\n";
+  for (const char* line :
+       {"unset --dry-run -- -x [a,b]", "unset --dry-run --no-apply -- -x [a,b]"}) {
+    EXPECT_EQ(story.answer(line), removed) << line;
+  }
+  writeAll(story.logFile(), "a\nb\nc\n");
+  for (const char* line :
+       {"log -n 1", "log -n1", "log --lines=1", "log --lines 1", "log -n2 -n1"}) {
+    EXPECT_EQ(story.answer(line), "c\n") << line;
+  }
+  EXPECT_EQ(story.answer("log --json -hn1"), story.answer("--help log"));
+}
+
+TEST(Arguments, ThatNothingTakesAreRefused) {
+  const std::vector<std::pair<std::string, std::string>> cases{
+      {"--json", "a command is needed; vorlatchctl --help names them"},
+      {"--watch status", "there is no option --watch"},
+      {"status --wach", "there is no option --wach; did you mean --watch?"},
+      {"log -fx", "there is no option -x"},
+      {"log -n", "--lines needs a value"},
+      {"log -n 5x", "--lines takes a number from 0 to 1000000, not \"5x\""},
+      {"log -n -1", "--lines takes a number from 0 to 1000000, not \"-1\""},
+      {"status --watch=1", "--watch takes no value"},
+      {"list alpha", "nothing takes the argument \"alpha\""},
+      {"set alpha", "KEY=VALUE is missing; vorlatchctl set --help says more"}};
+  for (const auto& [line, message] : cases) {
+    EXPECT_EQ(ControlStory().answer(line), "err: vorlatchctl: " + message + "\nexit 2\n") << line;
+  }
+}
+
+TEST(Help, FitsTheScreen) {
+  ControlStory story;
+  EXPECT_EQ(story.answer("unset --help"),
+            "vorlatchctl unset TARGET KEY... [OPTION...]\n"
+            "take keys out of a target's settings\n"
+            "\nArguments:\n"
+            "  TARGET  the target\n"
+            "  KEY     what to take out\n"
+            "\nOptions:\n"
+            "  --dry-run   show the difference and write nothing\n"
+            "  --no-apply  do not tell the daemon\n"
+            "  --json      print JSON, for programs\n"
+            "  -h, --help  print this help\n"
+            "\nExamples:\n"
+            "  vorlatchctl unset backboardd CheckInterval\n");
+  story.columns = 34;
+  EXPECT_EQ(story.answer("unset -h"),
+            "vorlatchctl unset TARGET KEY...\n"
+            "[OPTION...]\n"
+            "take keys out of a target's\n"
+            "settings\n"
+            "\nArguments:\n"
+            "  TARGET\n"
+            "      the target\n"
+            "  KEY\n"
+            "      what to take out\n"
+            "\nOptions:\n"
+            "  --dry-run\n"
+            "      show the difference and\n"
+            "      write nothing\n"
+            "  --no-apply\n"
+            "      do not tell the daemon\n"
+            "  --json\n"
+            "      print JSON, for programs\n"
+            "  -h, --help\n"
+            "      print this help\n"
+            "\nExamples:\n"
+            "  vorlatchctl unset backboardd CheckInterval\n");
+}
+
+}  // namespace
+}  // namespace vorlatch::tests
