@@ -2,15 +2,46 @@
 // the original standard error.
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
+#include <string_view>
 
 #include <gtest/gtest.h>
 
-#include "tests/support/error_stream.h"
 #include "tests/support/run_options.h"
 
+extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* descriptor);
+
 namespace {
+
+vorlatch::tests::RunOptions options;
+
+// Reads the arguments that the test framework left over. Returns false if one is wrong.
+bool readOptions(int argc, char** argv) {
+  std::uint64_t seconds = 10;
+  const std::map<std::string_view, std::uint64_t*> known{
+      {"--seconds", &seconds}, {"--seed", &options.seed}, {"--stories", &options.stories}};
+  for (int i = 1; i < argc; i += 2) {
+    const auto option = known.find(argv[i]);
+    if (option == known.end() || i + 1 == argc) return false;
+    char* end = nullptr;
+    *option->second = std::strtoull(argv[i + 1], &end, 10);
+    if (end == argv[i + 1] || *end != '\0') return false;
+  }
+  options.duration = std::chrono::seconds(seconds);
+  return true;
+}
+
+// Returns a duplicate of standard error, and makes the sanitizers report to it.
+int keepErrorStream() {
+  const int descriptor = dup(STDERR_FILENO);
+  if (__sanitizer_set_report_fd != nullptr) {
+    __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<long>(descriptor)));
+  }
+  return descriptor;
+}
 
 class ToTheFirstErrorStream : public testing::EmptyTestEventListener {
  public:
@@ -42,14 +73,18 @@ class ToTheFirstErrorStream : public testing::EmptyTestEventListener {
 
 }  // namespace
 
+const vorlatch::tests::RunOptions& vorlatch::tests::runOptions() {
+  return options;
+}
+
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
-  if (!vorlatch::tests::readRunOptions(argc, argv)) {
+  if (!readOptions(argc, argv)) {
     dprintf(STDERR_FILENO,
             "Beside the test framework's it takes --seconds N, --seed N and --stories N.\n");
     return 2;
   }
-  const int first_error_stream = vorlatch::tests::keepErrorStream();
+  const int first_error_stream = keepErrorStream();
   auto& listeners = testing::UnitTest::GetInstance()->listeners();
   if (!testing::GTEST_FLAG(list_tests)) {
     delete listeners.Release(listeners.default_result_printer());

@@ -12,10 +12,6 @@ struct RunOptions {
   std::uint64_t stories = 1;          // --stories N
 };
 
-// The options that readRunOptions() read.
 const RunOptions& runOptions();
-
-// Parses the arguments that the test framework left over. Returns false for an unknown argument.
-bool readRunOptions(int argc, char** argv);
 
 }  // namespace vorlatch::tests
