@@ -20,8 +20,8 @@ from universalmutator import mutator
 
 FOLDERS = ["daemon", "reconcile", "kernel", "proc", "config", "rootprefix"]
 TESTS = [
-    *("kernel_test", "reconcile_test", "daemon_test", "proc_test", "config_test", "libroot_test"),
-    *("security_test", "scenario_test", "cli_test", "random_stories"),
+    *("daemon_test", "config_test", "libroot_test", "security_test", "scenario_test", "cli_test"),
+    "random_stories",
 ]
 # A change is tried with fewer random scenarios than scripts/test runs.
 OPTIONS = {"random_stories": ["--stories", "100"]}

@@ -1,11 +1,14 @@
 // What the random scenarios do not reach, and one whole application as an example.
 #include "kernel/apply_limits.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 
 #include <gtest/gtest.h>
 
 #include "kernel/memory_limits.h"
+#include "kernel/self_protection.h"
 #include "tests/support/story.h"
 
 namespace vorlatch {
@@ -73,6 +76,17 @@ TEST(MemoryLimits, HoldAsWantedOrAtAnyDefault) {
   EXPECT_FALSE(holds(0, -1));
   EXPECT_FALSE(holds(-1, 0));
   EXPECT_FALSE(holds(300, 299));
+}
+
+TEST(SelfProtection, RefusalFailsEvenAtTheWantedValue) {
+  tests::Story story;
+  story.openLog();
+  story.device.find(getpid())->nice_value = -20;
+  story.device.script({.function = "setpriority", .result = -1, .error = EACCES});
+  protect_daemon_itself();
+  const Lines log = story.takeLog();
+  EXPECT_EQ(Lines(log.begin() + 1, log.begin() + 3),
+            (Lines{"[系统] 设定进程优先级 -> [内核: 失败]", "[内核] ：失败"}));
 }
 
 }  // namespace
