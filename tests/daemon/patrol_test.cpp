@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "daemon/apply_scheduling.h"
 #include "reconcile/work_queues.h"
 #include "tests/support/story.h"
 
@@ -25,16 +26,24 @@ TEST(Patrol, HoldsWhatTheSystemChangedMeanwhile) {
   EXPECT_EQ(story.device.jetsam(pid).effective_band, 100);
 }
 
+const Lines kBothQueues{"makeSerialQueue(\"com.zel.vorlatch.debounce\")",
+                        "makeSerialQueue(\"com.zel.vorlatch.worker\")"};
+
 TEST(Patrol, MakesBothQueuesAndIsMadeOnce) {
   const Story story;
   kMainThread.assertHeld();
   setupGlobal1800sTimer();
   setupGlobal1800sTimer();
   EXPECT_EQ(story.device.takeTrace(),
-            (Lines{"makeSerialQueue(\"com.zel.vorlatch.debounce\")",
-                   "makeSerialQueue(\"com.zel.vorlatch.worker\")",
-                   "startTimer(com.zel.vorlatch.debounce, 1800000000000, 1800000000000, 5000000000)"
-                   " = timer 1"}));
+            (kBothQueues + Lines{"startTimer(com.zel.vorlatch.debounce, 1800000000000, "
+                                 "1800000000000, 5000000000) = timer 1"}));
+}
+
+TEST(Debounce, MakesBothQueues) {
+  const Story story;
+  kMainThread.assertHeld();
+  applyMemoryLimits();
+  EXPECT_EQ(story.device.takeTrace(), kBothQueues);
 }
 
 }  // namespace
