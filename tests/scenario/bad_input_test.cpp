@@ -115,19 +115,6 @@ TEST(BadPreferences, UnusualKeysAreTargetsLikeAnyOther) {
   EXPECT_EQ(daemon.device.scheduler.timerCount(), 2U + keys.size() + 1);
 }
 
-TEST(BadPreferences, EditDuringAPassCountsAtTheNext) {
-  Daemon daemon;
-  daemon.writeTargets({{"alpha", Dictionary{{"NiceValue", 5}, {"JetsamPriority", -1}}}});
-  // The file changes during the pass, after the pass has read it.
-  daemon.device.script({.function = "proc_listpids", .count = 1, .meanwhile = [&] {
-                          daemon.writeTargets({{"alpha", Dictionary{{"NiceValue", 9}}}});
-                        }});
-  daemon.postAndRun();
-  EXPECT_EQ(daemon.device.find(daemon.pid)->nice_value, 5);
-  daemon.postAndRun();
-  EXPECT_EQ(daemon.device.find(daemon.pid)->nice_value, 9);
-}
-
 TEST(BadInfoPlist, GivesNoIdentifierAndDoesNoHarm) {
   Story story;
   const std::string executable = story.installApp("X.app", Dictionary{});
