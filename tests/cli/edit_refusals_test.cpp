@@ -138,6 +138,7 @@ void expectRefusals(EditStory& story, const std::string& answer, std::size_t cou
 constexpr const char* kNoFile =
     "err: vorlatchctl: {preferences}: a link, or no file of at most 512 kB\nexit 3\n";
 
+// Only the whole file can be replaced.
 TEST(EditRefuses, AFileThatHoldsNoDictionary) {
   EditStory story;
   const std::string whole = xml(defaultPreset());
@@ -146,6 +147,8 @@ TEST(EditRefuses, AFileThatHoldsNoDictionary) {
         platform::writeBinaryPropertyList(Array{1}), "<plist><string>x</string></plist>"s}) {
     writeAll(story.preferencesFile(), bytes);
     expectRefusals(story, kNoPreferences);
+    EXPECT_TRUE(story.edit("preset --replace-file --dry-run").ends_with("nothing was written\n"));
+    EXPECT_TRUE(story.edit("preset --replace-file").ends_with("\nposts 1\n" + writes(whole)));
   }
 }
 
@@ -175,7 +178,7 @@ TEST(EditRefuses, WhatIsNoFileOfItsOwn) {
   fs::create_directory(story.preferencesFile());
   expectRefusals(story, kNoFile);
   EXPECT_EQ(story.edit("preset --replace-file"),
-            EditResult{"err: vorlatchctl: {preferences}: Is a directory\nexit 3\n"});
+            "err: vorlatchctl: {preferences}: Is a directory\nexit 3\n");
 }
 
 TEST(EditRefuses, AMissingDirectory) {
@@ -183,9 +186,8 @@ TEST(EditRefuses, AMissingDirectory) {
   fs::remove_all(story.file(""));
   for (const std::string& line : with(kEdits, {"preset --replace-file"})) {
     EXPECT_EQ(story.edit(line),
-              EditResult{"err: vorlatchctl: {root}/var/mobile/Library/Preferences: No such file or "
-                         "directory; is the package installed, and has the daemon been started?\n"
-                         "exit 3\n"});
+              "err: vorlatchctl: {root}/var/mobile/Library/Preferences: No such file or directory; "
+              "is the package installed, and has the daemon been started?\nexit 3\n");
   }
   EXPECT_FALSE(fs::exists(story.file("")));
 }

@@ -1,51 +1,102 @@
-// Edits in a story: what is said, what is written, and whether the daemon is told.
+// Edits in a story: what is said, whether the daemon is told, and what is written.
 #pragma once
 
-#include <iosfwd>
-#include <optional>
-#include <string>
+#include <sys/stat.h>
 
+#include <filesystem>
+#include <set>
+#include <string>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "config/preferences.h"
+#include "platform/property_list.h"
 #include "tests/cli/control_run.h"
 
 namespace vorlatch::tests {
 
-// What one command did.
-struct EditResult {
-  std::string answer;
-  std::optional<std::string> written = std::nullopt;  // nothing: the file was left alone
-  int posts = 0;                                      // that reached the daemon
-  friend bool operator==(const EditResult&, const EditResult&) = default;
-};
+// Said behind an edit of preferences that are switched off.
+inline constexpr const char* kOffHint =
+    "the daemon is switched off; vorlatchctl enable switches it on\n";
+inline constexpr const char* kApplied = "posts 1\n";
 
-std::ostream& operator<<(std::ostream& stream, const EditResult& result);
+inline std::string xml(const Dictionary& preferences) {
+  return platform::writeXmlPropertyList(preferences);
+}
+
+inline std::string writes(const std::string& bytes) {
+  return "writes\n" + bytes;
+}
+inline std::string writes(const Dictionary& preferences) {
+  return writes(xml(preferences));
+}
 
 class EditStory : public ControlStory {
  public:
-  EditStory();
+  EditStory() {
+    device.observe(kApplyNotificationName, [this] { ++posts_; });
+  }
 
-  // Types the command and lets the daemon hear what was posted. Fails the test when a written file
-  // has not the mode 0666, or when the command leaves another file beside it.
-  EditResult edit(const Arguments& arguments);
-  EditResult edit(const std::string& line) { return edit(wordsOf(line)); }
+  // Types the command and lets the daemon hear what was posted. Gives the answer and what came of
+  // it: "posts" with the number of posts that reached the daemon, "writes" with the bytes of a file
+  // that was written. Fails the test when a written file has not the mode 0666, or when the command
+  // leaves another file beside it.
+  std::string edit(const Arguments& arguments) {
+    const auto files = filesBeside();
+    const auto before = version();
+    Story::run(0ms);
+    posts_ = 0;
+    std::string result = answer(arguments);
+    Story::run(0ms);
+    if (posts_ > 0) result += "posts " + std::to_string(posts_) + "\n";
+    if (version() != before) {
+      result += writes(bytes());
+      EXPECT_EQ(modeOf(preferencesFile()), 0666U);
+    }
+    EXPECT_EQ(filesBeside(), files);
+    return result;
+  }
+  std::string edit(const std::string& line) { return edit(wordsOf(line)); }
 
   // The edit prints the changes and turns the preferences from before into after; with --dry-run it
   // writes nothing, and with --no-apply it does not tell the daemon. The hint is printed last.
   void expectEdit(const Arguments& arguments, const Dictionary& before, const std::string& changes,
-                  const Dictionary& after, const std::string& hint = "");
+                  const Dictionary& after, const std::string& hint = "") {
+    SCOPED_TRACE(testing::PrintToString(arguments));
+    writePreferences(before);
+    EXPECT_EQ(edit(with(arguments, {"--dry-run"})), changes + "nothing was written\n" + hint);
+    EXPECT_EQ(edit(with(arguments, {"--no-apply"})), changes + hint + writes(after));
+    writePreferences(before);
+    EXPECT_EQ(edit(arguments), changes + hint + kApplied + writes(after));
+  }
   // The command gives this answer and changes nothing, with and without the option.
   void expectRefusal(const Arguments& arguments, const std::string& option,
-                     const std::string& answer);
+                     const std::string& refusal) {
+    SCOPED_TRACE(testing::PrintToString(arguments));
+    EXPECT_EQ(edit(arguments), refusal);
+    EXPECT_EQ(edit(with(arguments, {option})), refusal);
+  }
 
   [[nodiscard]] std::string bytes() const { return readAll(preferencesFile()); }
 
  private:
+  // Differs when the file was written again.
+  [[nodiscard]] std::pair<ino_t, std::string> version() const {
+    struct stat status {};
+    stat(preferencesFile().c_str(), &status);
+    return {status.st_ino, bytes()};
+  }
+  [[nodiscard]] std::set<std::filesystem::path> filesBeside() const {
+    std::set<std::filesystem::path> paths;
+    std::error_code missing;
+    for (const auto& entry : std::filesystem::directory_iterator(file(""), missing)) {
+      if (entry.path() != preferencesFile()) paths.insert(entry.path());
+    }
+    return paths;
+  }
+
   int posts_ = 0;
 };
-
-std::string xml(const Dictionary& preferences);
-
-// Said behind an edit of preferences that are switched off.
-inline constexpr const char* kOffHint =
-    "the daemon is switched off; vorlatchctl enable switches it on\n";
 
 }  // namespace vorlatch::tests

@@ -45,8 +45,8 @@ TEST(EditKeeps, EveryOtherValueOfEitherForm) {
   for (const auto& write : {platform::writeXmlPropertyList, platform::writeBinaryPropertyList}) {
     writeAll(story.preferencesFile(), write(oneOfEverything()));
     EXPECT_EQ(story.edit("set alpha NiceValue=1"),
-              (EditResult{std::string("AppConfigs / alpha / NiceValue: 1 -> 1\n") + kOffHint,
-                          write(after), 1}));
+              std::string("AppConfigs / alpha / NiceValue: 1 -> 1\n") + kOffHint + kApplied +
+                  writes(write(after)));
   }
 }
 
@@ -106,10 +106,9 @@ TEST(EditRefuses, ToWriteMoreThanTheDaemonReads) {
   EditStory story;
   story.writePreferences({{"Padding", std::string(500'000, 'x')}});
   EXPECT_EQ(story.run({"set", "last", "NiceValue=1"}).status, 0);
-  EXPECT_EQ(
-      story.edit("set last Remark=" + std::string(40'000, 'x')),
-      EditResult{"err: vorlatchctl: {preferences} would be larger than what the daemon reads; "
-                 "nothing is changed\nexit 3\n"});
+  EXPECT_EQ(story.edit("set last Remark=" + std::string(40'000, 'x')),
+            "err: vorlatchctl: {preferences} would be larger than what the daemon reads; nothing "
+            "is changed\nexit 3\n");
 }
 
 }  // namespace
