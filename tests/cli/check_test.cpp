@@ -11,6 +11,7 @@
 #include "config/default_preset.h"
 #include "platform/property_list.h"
 #include "tests/cli/control_run.h"
+#include "tests/support/text.h"
 
 namespace vorlatch::tests {
 namespace {
@@ -64,25 +65,17 @@ TEST(Check, FindsWrongValues) {
       R"(CheckInterval=1099511627776: is 1099511627776, outside 0 to 2147483647; the daemon makes it 2147483647
 JetsamPriority=211: is 211, outside -1 to 210; no kernel has this band; refused, the daemon tries 21
 MemLimitActive=18446744073709551615: is 18446744073709551615, outside -1 to 2147483647; the daemon makes it 2147483647
-NiceValue=21: is 21, outside -20 to 20; the daemon makes it 20
 CheckInterval=-1: is -1, outside 0 to 2147483647; it counts as none
+MemLimitInactive=-2: is -2, outside -1 to 2147483647; the kernel takes it for the system's default
 JetsamPriority=-2: is -2, outside -1 to 210; no kernel has this band, and it is refused
-MemLimitActive=-2: is -2, outside -1 to 2147483647; the kernel takes it for the system's default
-MemLimitInactive=-9223372036854775808: is -9223372036854775808, outside -1 to 2147483647; the kernel takes it for the system's default
 NiceValue=-9223372036854775808: is -9223372036854775808, outside -20 to 20; the daemon makes it -20
 CheckInterval="-5 s": is a text (-5 s) and not an integer; the daemon reads it as -5, and it counts as none
 JetsamPriority=[1, 2]: is a list (2 items) and not an integer; the daemon reads it as 0
 MemLimitActive=524288.5: is a real number (524288.5) and not an integer; the daemon reads it as 524288
-NiceValue="-5": is a text (-5) and not an integer; the daemon reads it as -5
 Remark=7: is an integer and not a text
 StripManaged=1: is an integer (1) and no truth value; the daemon reads it as true
 JetsamPriority={}: is a dictionary (0 entries) and not an integer; the daemon reads it as 0
-NiceValue="x": is a text (x) and not an integer; the daemon reads it as 0
-Remark={}: is a dictionary and not a text
 StripManaged="no": is a text (no) and no truth value; the daemon reads it as false
-JetsamPriority="home": is a text (home) and not an integer; the daemon reads it as 0
-NiceValue=2.5: is a real number (2.5) and not an integer; the daemon reads it as 2
-StripManaged=[true]: is a list (1 items) and no truth value; the daemon reads it as false
 NiceValue=true: is a truth value (true) and not an integer; the daemon reads it as 1
 NiceValue="30": is a text (30) and not an integer; the daemon reads it as 30, and the daemon makes it 20
 )");
@@ -105,38 +98,31 @@ AppConfigs / alpha / MemLimitInactive: is a date (date) and not an integer; the 
 )");
 }
 
-TEST(Check, FindsWhatIsWrongAtTheTop) {
-  ControlStory story;
-  story.writePreferences({});
-  expectFindings(story, R"(Enabled: is missing: the daemon is switched off
+TEST(Check, FindsWrongAndUnknownKeys) {
+  const std::vector<std::pair<std::string, std::string>> cases{
+      {"{}", R"(Enabled: is missing: the daemon is switched off
 AppConfigs: is missing: there are no targets
-)");
-  story.writePreferences(
-      dictionary(R"({"Enabled": "yes", "AppConfigs": [], "LogSizeLimit": 2097152.5})"));
-  expectFindings(story, R"(Enabled: is a text (yes) and no truth value; the daemon reads it as true
+)"},
+      {R"({"Enabled": "yes", "AppConfigs": [], "LogSizeLimit": 2097152.5})",
+       R"(Enabled: is a text (yes) and no truth value; the daemon reads it as true
 LogSizeLimit: is a real number (2097152.5) and not an integer; the daemon reads it as 2097152
 AppConfigs: is a list and not a dictionary; the daemon reads it as missing
-)");
-}
-
-TEST(Check, FindsUnknownKeysAndWrongTargets) {
-  ControlStory story;
-  Dictionary preferences =
-      dictionary(R"({"Enabled": true, "enable": 1, "AppConfig": 1, "Zzz": 1})");
-  Dictionary targets =
-      dictionary(R"({"alpha": {"NiceValu": 1, "remark": "x"}, "beta": {"Own": {}}, "gamma": 7})");
-  targets.emplace("微信", Data{"x"});
-  preferences.emplace("AppConfigs", targets);
-  story.writePreferences(preferences);
-  expectFindings(story, R"(AppConfig: is unknown to the daemon; did you mean AppConfigs?
+)"},
+      {R"({"Enabled": true, "enable": 1, "AppConfig": 1, "Zzz": 1, "AppConfigs": {
+           "alpha": {"NiceValu": 1, "Own": {}}, "gamma": 7, "微信": "text"}})",
+       R"(AppConfig: is unknown to the daemon; did you mean AppConfigs?
 Zzz: is unknown to the daemon
 enable: is unknown to the daemon; did you mean Enabled?
 AppConfigs / alpha / NiceValu: is unknown to the daemon; did you mean NiceValue?
-AppConfigs / alpha / remark: is unknown to the daemon; did you mean Remark?
-AppConfigs / beta / Own: is unknown to the daemon
+AppConfigs / alpha / Own: is unknown to the daemon
 AppConfigs / gamma: is an integer and not a dictionary; the daemon passes it over
-AppConfigs / 微信: is data and not a dictionary; the daemon passes it over
-)");
+AppConfigs / 微信: is a text and not a dictionary; the daemon passes it over
+)"}};
+  ControlStory story;
+  for (const auto& [preferences, findings] : cases) {
+    story.writePreferences(dictionary(preferences));
+    expectFindings(story, findings);
+  }
 }
 
 // It asks for the priority list, and does nothing else.
@@ -164,18 +150,16 @@ TEST(Check, FindsTwoTargetsOfOneProcess) {
   const auto app = story.installApp("X.app", Dictionary{{"CFBundleIdentifier", "com.x"}});
   story.device.launch({.name = "One", .executable_path = app, .pid = 201});
   story.device.launch({.name = "Two", .executable_path = app, .pid = 202});
-  story.writeTargets({{"One", Dictionary{}}, {"com.x", Dictionary{}}});
-  expectFindings(
-      story,
-      R"(AppConfigs / com.x: finds the same process as One (201): both are applied to it, one after the other
-)",
-      "check");
-  story.writeTargets({{"Two", Dictionary{}}, {"com.x", Dictionary{{"CheckInterval", 5}}}});
-  expectFindings(
-      story,
-      R"(AppConfigs / com.x: finds the same process as Two (202): both are applied to it, one after the other
-)",
-      "check");
+  const auto expect_same_as = [&](const std::string& name, int pid, int interval_s) {
+    story.writeTargets(
+        {{name, Dictionary{}}, {"com.x", Dictionary{{"CheckInterval", interval_s}}}});
+    expectFindings(story,
+                   text("AppConfigs / com.x: finds the same process as ", name, " (", pid,
+                        "): both are applied to it, one after the other\n"),
+                   "check");
+  };
+  expect_same_as("One", 201, 0);
+  expect_same_as("Two", 202, 5);
 }
 
 // Each kind of finding. No key commands the terminal; JSON has its own way to spell it.
@@ -225,40 +209,29 @@ TEST(CheckFile, SaysWhatKeepsItFromBeingRead) {
   const std::string binary = platform::writeBinaryPropertyList(defaultPreset());
   const std::string as_empty = "; the daemon reads it as empty";
   const std::string damaged = "is damaged, or neither XML in UTF-8 nor binary";
-  const std::string too_deep = "nests deeper than 128 levels";
   const std::string no_list = "is no property list";
-  const std::string a_list = "holds a list and no dictionary";
   const std::vector<std::pair<std::string, std::string>> files{
       {whole.substr(0, whole.size() / 2), no_list},
-      {whole.substr(0, whole.find("</key>") + 3), damaged},
+      {"<plist><dict><key>a</key><string>\xff</string></dict></plist>", no_list},
       {binary.substr(0, binary.size() / 2), damaged},
       {"no property list", damaged},
-      {std::string(1, '\0'), damaged},
-      {"<plist><array><true/></array></plist>", a_list},
-      {platform::writeBinaryPropertyList(Array{1}), a_list},
       {"<plist><string>x</string></plist>", "holds a text and no dictionary"},
-      {"bplist00", damaged},
-      {"bplist00\xd1\x01\x02", damaged},
-      {std::string("\xff\xfe<\0p\0", 6), damaged},
-      {nested(128), a_list},
-      {nested(129), too_deep},
-      {nested(20'000), too_deep},
+      {nested(128), "holds a list and no dictionary"},
+      {nested(129), "nests deeper than 128 levels"},
       {platform::writeXmlPropertyList(Array(20'000, plist::Value(""))),
        "would take more memory than the daemon gives it"},
-      {std::string(500'000, '<'), damaged},
       {std::string(512U * 1024 + 1, 'x'), "is larger than 512 kB"},
-      {"<plist><dict><key>a</key><string>\xff</string></dict></plist>", no_list},
   };
   for (const auto& [bytes, message] : files) {
     SCOPED_TRACE(bytes.substr(0, 40));
     writeAll(story.preferencesFile(), bytes);
     expectUnreadable(story, message + as_empty);
+    EXPECT_EQ(
+        story.answer("check --json"),
+        checkJson(R"({"path": [], "kind": "unreadable", "message": ")" + message + as_empty + "\"}",
+                  "null") +
+            "exit 1\n");
   }
-  EXPECT_EQ(
-      story.answer("check --json"),
-      checkJson(R"({"path": [], "kind": "unreadable", "message": ")" + no_list + as_empty + "\"}",
-                "null") +
-          "exit 1\n");
 }
 
 TEST(CheckFile, SaysWhatStandsInItsPlace) {
