@@ -1,7 +1,9 @@
-// Values as text, for comparing them with their types: 1, 1.0 and true are equal numbers.
+// Values, and values as text, for comparing them with their types: 1, 1.0 and true are equal
+// numbers.
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <variant>
 
@@ -35,6 +37,26 @@ struct Describe {
 
 inline std::string describe(const plist::Value& value) {
   return std::visit(Describe(), value.storage());
+}
+
+// A value of each type and at the end of each range.
+inline plist::Dictionary oneOfEverything() {
+  using plist::Array;
+  using plist::Data;
+  using plist::Date;
+  using plist::Dictionary;
+  using Real = std::numeric_limits<double>;
+  return {{"true", true},
+          {"false", false},
+          {"integers", Array{-5, 0, INT64_MIN, INT64_MAX, UINT64_MAX}},
+          {"reals", Array{1.0, 0.1, 1.0 / 3, Real::max()}},
+          {"no numbers", Array{Real::infinity(), -Real::infinity(), Real::quiet_NaN()}},
+          {"texts", Array{"", "微信 <&> \xF0\x9F\x98\x80 \"x\"\n\x01"}},
+          {"dates", Array{Date{1234}, Date{-978307200}}},
+          {"data", Array{Data{}, Data{std::string("\0\x01\xFF", 3)}}},
+          {"lists", Array{Array{1, "two", Array{3.5}}, Array{}, Dictionary{}}},
+          {"微信\n\x1b[31m", false},
+          {"", Dictionary{{"a", Dictionary{{"", 1}}}}}};
 }
 
 }  // namespace vorlatch::test

@@ -29,7 +29,7 @@ struct Shell : ControlStory {
   }
 };
 
-TEST(Completion, OfCommandsAndOptions) {
+TEST(Completion, OfCommandsOptionsAndNames) {
   Shell shell;
   const std::string all =
       "status,list,show,set,unset,remove,enable,disable,preset,apply,release,plan,match,ps,check,"
@@ -42,13 +42,8 @@ TEST(Completion, OfCommandsAndOptions) {
                       {"status --", "--watch,--interval,--json,--help"},
                       {"release --k", "--keep-preferences"},
                       {"set backboardd --no", "--no-apply"},
-                      {"log --follow -", "--lines,--follow,--target,--category,--json,--help"}});
-  EXPECT_EQ(shell.answer("__complete --"), shell.answer("__complete -- "));
-}
-
-TEST(Completion, OfTargetsAndRunningNames) {
-  Shell shell;
-  shell.expectOffers({{"show ", "backboardd,微信"},
+                      {"log --follow -", "--lines,--follow,--target,--category,--json,--help"},
+                      {"show ", "backboardd,微信"},
                       {"show 微", "微信"},
                       {"show backboardd ", ""},
                       {"status 微信 ", "backboardd,微信"},
@@ -57,6 +52,7 @@ TEST(Completion, OfTargetsAndRunningNames) {
                       {"match ", "WeChat,backboardd,com.tencent.xin"},
                       {"match WeChat ", ""},
                       {"set ", "backboardd,微信,WeChat,com.tencent.xin"}});
+  EXPECT_EQ(shell.answer("__complete --"), shell.answer("__complete -- "));
 }
 
 // The value of an option is no word of the command's own.

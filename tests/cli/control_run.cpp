@@ -54,11 +54,6 @@ std::string ControlStory::answer(const std::string& line) {
 }
 
 Output ControlStory::run(const Arguments& arguments) {
-  return run(
-      [&arguments](cli::Terminal& terminal) { return cli::runCommandLine(arguments, terminal); });
-}
-
-Output ControlStory::run(const std::function<int(cli::Terminal&)>& work) {
   Output output;
   int waits = 0;
   cli::Terminal terminal;
@@ -74,7 +69,7 @@ Output ControlStory::run(const std::function<int(cli::Terminal&)>& work) {
   terminal.columns = [this] { return columns; };
   terminal.rows = [this] { return rows; };
   terminal.has_colour = has_colour;
-  output.status = work(terminal);
+  output.status = cli::runCommandLine(arguments, terminal);
   return output;
 }
 

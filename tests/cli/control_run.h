@@ -37,8 +37,6 @@ class ControlStory : public Story {
   std::string answer(const std::string& line);
 
   Output run(const Arguments& arguments);
-  // What comes of the work, which gives an exit status, at this terminal.
-  Output run(const std::function<int(cli::Terminal&)>& work);
 
   // Launches a process that vorlatchctl takes for the daemon, though the story runs the daemon's
   // work itself. Gives its pid.

@@ -24,8 +24,7 @@ const std::string kLongest(100, 'k');
 struct Configured : EditStory {
   Configured() {
     Dictionary targets{{"alpha", Dictionary{{"NiceValue", 5}}}};
-    for (const std::string& name :
-         {kLongest, "q" + kLongest, "com.tencent.xin"s, "bat"s, "rat"s, "SpringBoard"s}) {
+    for (const std::string& name : {kLongest, "q" + kLongest, "bat"s, "rat"s, "SpringBoard"s}) {
       targets.emplace(name, Dictionary{});
     }
     writeTargets(targets);
@@ -44,17 +43,12 @@ TEST(EditRefuses, WrongCommandsAndKeys) {
   const std::string longest(1000, 'N');
   const std::string no_key = "there is no key ";
   expectWrongUsage({{"set alpha NiceValu=5", no_key + "NiceValu; did you mean NiceValue?"},
-                    {"set alpha nicevalue=5", no_key + "nicevalue; did you mean NiceValue?"},
-                    {"set alpha NiceValue=1 MemLimitActiv=1",
-                     no_key + "MemLimitActiv; did you mean MemLimitActive?"},
                     {"set alpha Zzz=1", no_key + "Zzz"},
-                    {"set alpha Enabled=1", no_key + "Enabled"},
                     {"set alpha " + longest + "=1", no_key + longest},
                     {"set alpha \x1b[31m=1", no_key + "^[[31m"},
                     {"unset alpha NiceValue Remrk", no_key + "Remrk; did you mean Remark?"},
                     {"sett alpha NiceValue=1", "there is no command sett; did you mean set?"},
                     {"Enable", "there is no command Enable; did you mean enable?"},
-                    {"diable", "there is no command diable; did you mean disable?"},
                     {"frobnicate", "there is no command frobnicate"},
                     {"set alpha NiceValue", "\"NiceValue\" is not KEY=VALUE"},
                     {"set alpha NiceValue=1 5", "\"5\" is not KEY=VALUE"},
@@ -77,10 +71,7 @@ TEST(EditRefuses, WrongTargets) {
                     {"remove cat", unknown("cat", "bat")},
                     {"remove ", unknown("")},
                     {"remove q" + kLongest.substr(1), unknown("q" + kLongest.substr(1), kLongest)},
-                    {"unset alphas NiceValue", unknown("alphas", "alpha")},
                     {"remove springbord", unknown("springbord", "SpringBoard")},
-                    {"remove com.tencent.xim", unknown("com.tencent.xim", "com.tencent.xin")},
-                    {"remove zzz", unknown("zzz")},
                     {"remove " + kLongest.substr(1), unknown(kLongest.substr(1), kLongest)},
                     {"remove k" + kLongest, unknown("k" + kLongest)},
                     {"remove alpha SpringBoart", unknown("SpringBoart", "SpringBoard")}});

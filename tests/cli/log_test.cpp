@@ -205,14 +205,6 @@ struct FollowStory : ControlStory {
   }
 };
 
-TEST(LogFollow, OverTheDaemonsClearing) {
-  FollowStory story;
-  story.writePreferences({{"Enabled", true}, {"LogSizeLimit", 1}, {"AppConfigs", Dictionary{}}});
-  story.start();
-  const std::string cleared = kStamp + "[守护] 日志大小超过设定限制(0.0MB)，已自动清空。\n";
-  story.expectShown({"", {"+", "+"}, story.answer("log") + cleared});
-}
-
 // A stream that goes on at its place after a clearing leaves a hole.
 TEST(LogFollow, OverWhatBecomesOfTheFile) {
   FollowStory story;

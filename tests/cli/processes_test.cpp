@@ -163,29 +163,6 @@ TEST(Plan, NamesTheBandIfRefused) {
 )");
 }
 
-TEST(Plan, NamesTheStepsThatTheDaemonTakes) {
-  HeldStory story(dictionary(R"({"MemLimitActive": 1500, "NiceValue": -7, "JetsamPriority": 100,
-                                 "StripManaged": true})"));
-  EXPECT_EQ(story.answer("plan"), R"(alpha: runs as 101, found by its name (held already)
-  set the memory limits: active 1500 MB, fatal, inactive the system's default
-  leave the nice value, which is -7
-  mark the process as unmanaged and set jetsam band 100
-  take it out of the system's management, not freezable, elevated
-)" + kEnd);
-  EXPECT_EQ(story.device.jetsam(101).active, (model::MemoryLimit{1500, true}));
-  EXPECT_EQ(story.device.jetsam(101).inactive, (model::MemoryLimit{-1, true}));
-  EXPECT_EQ(story.device.jetsam(101).managed, false);
-  EXPECT_EQ(story.device.jetsam(101).freezable, false);
-  EXPECT_EQ(story.device.jetsam(101).elevated, true);
-}
-
-TEST(Plan, HoldsNoRestartedProcess) {
-  HeldStory story(kLeftAlone);
-  story.device.exit(101);
-  story.device.launch({.name = "alpha"});
-  EXPECT_TRUE(story.answer("plan").starts_with("alpha: runs as 102, found by its name\n"));
-}
-
 TEST(Plan, IsAPassAndNotTheWatchTimer) {
   WatchedAppStory story({{"JetsamPriority", -1}, {"NiceValue", 4}, {"CheckInterval", 5}});
   story.device.find(101)->nice_value = 2;
@@ -219,8 +196,10 @@ b^Ib^J\xC2\x9B2J: does not run: nothing now, watched for
   EXPECT_EQ(story.answer("plan"), "no targets\n" + kUnknown + "\n");
 }
 
-TEST(Plan, AsJson) {
+TEST(Plan, OfAHeldTarget) {
   HeldStory story(kLeftAlone);
+  EXPECT_TRUE(
+      story.answer("plan").starts_with("alpha: runs as 101, found by its name (held already)\n"));
   EXPECT_EQ(story.answer("plan --json"),
             pretty(R"({"enabled": true, "targets": [{"target": "alpha", "pid": 101,
   "reason": "runs as 101, found by its name",

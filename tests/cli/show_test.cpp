@@ -38,13 +38,6 @@ Spring…        -      210        -        -      -19  -        视图
 com.te…       30        -     1024        0        -  true     微信.x…
 微信           -        -        -        -        5  -        -
 )");
-  story.columns = 1;
-  EXPECT_EQ(story.answer("list"), R"(switched on
-TAR…  Che…  Jet…  Mem…  Mem…  Nic…  Str…  Rem…
-Spr…     -   210     -     -   -19  -     视图
-com…    30     -  1024     0     -  true  微…
-微信     -     -     -     -     5  -     -
-)");
 }
 
 TEST(List, SaysThatThereAreNoTargets) {

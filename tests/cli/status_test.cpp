@@ -54,14 +54,6 @@ TEST(Status, OverriddenThoughAnotherIsEdited) {
                 end);
 }
 
-TEST(Status, OverriddenFromTheBeginning) {
-  HeldStory story(kAlphaSettings, {.name = "alpha"},
-                  [](simulated::Device& device) { device.find(101)->overriding_nice = 5; });
-  EXPECT_EQ(rows(story),
-            "alpha | 101 | alpha | 100 | -7 > 5 | 1500 / 1000 | no | - | 101 n:5 b:100 | "
-            "overridden by the system\nexit 1\n");
-}
-
 TEST(Status, NotRunningThenNotAppliedYet) {
   HeldStory story({{"JetsamPriority", -1}, {"CheckInterval", 30}}, {.name = "other"});
   EXPECT_EQ(rows(story), "alpha | - | - | - | - | - | - | 30s | - | not running\n");

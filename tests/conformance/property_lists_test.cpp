@@ -1,13 +1,8 @@
-#include <cctype>
-#include <cmath>
-#include <cstdint>
-#include <limits>
 #include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "platform/local_time.h"
 #include "platform/property_list.h"
 #include "tests/base/binary_builder.h"
 #include "tests/base/describe.h"
@@ -17,8 +12,6 @@ namespace {
 
 using namespace std::string_literals;
 using plist::Array;
-using plist::Data;
-using plist::Date;
 using plist::Dictionary;
 using plist::Value;
 using test::BinaryBuilder;
@@ -102,30 +95,11 @@ TEST(PropertyLists, RefuseWhatIsNone) {
 }
 
 TEST(PropertyLists, ComeBackAsWritten) {
-  const Dictionary everything{{"true", true},
-                              {"false", false},
-                              {"negative", -5},
-                              {"zero", 0},
-                              {"smallest", INT64_MIN},
-                              {"largest signed", INT64_MAX},
-                              {"largest", std::numeric_limits<std::uint64_t>::max()},
-                              {"whole real", 1.0},
-                              {"real", 0.1},
-                              {"large real", std::numeric_limits<double>::max()},
-                              {"infinity", std::numeric_limits<double>::infinity()},
-                              {"negative infinity", -std::numeric_limits<double>::infinity()},
-                              {"not a number", std::nan("")},
-                              {"text", "微信 <&> \xF0\x9F\x98\x80 \"x\"\n"},
-                              {"empty text", ""},
-                              {"date", Date{1234}},
-                              {"data", Data{"\x00\x01\xFF"s}},
-                              {"empty data", Data{}},
-                              {"array", Array{1, "two", Array{3.5}, Array{}, Dictionary{}}},
-                              {"", Dictionary{{"a", Dictionary{{"b", 1}}}}}};
+  const Dictionary everything = test::oneOfEverything();
   const auto read = parsePropertyList(writeXmlPropertyList(everything));
   ASSERT_TRUE(read);
   EXPECT_EQ(test::describe(*read), test::describe(everything));
-  // To the last digit, of which the description shows six.
+  // The description shows six digits, this compares all.
   EXPECT_EQ(*read, Value(everything));
   for (const auto& [key, value] : everything) {  // as the root
     EXPECT_EQ(parsed(writeXmlPropertyList(value)), test::describe(value)) << key;
@@ -156,21 +130,6 @@ TEST(PropertyLists, AreWrittenAsEditorsKnowThem) {
             "\t<key>a</key>\n\t<array>\n\t\t<true/>\n\t\t<string>x</string>\n\t</array>\n"
             "\t<key>b</key>\n\t<integer>1</integer>\n"
             "</dict>\n</plist>\n");
-}
-
-TEST(LocalTime, HasMonthDayHourMinuteAndSecond) {
-  const std::string stamp = localTimeStamp();
-  std::string shape = stamp;
-  for (char& c : shape) {
-    if (std::isdigit(static_cast<unsigned char>(c)) != 0) c = '0';
-  }
-  ASSERT_EQ(shape, "00-00 00:00:00");
-  const auto field = [&](std::size_t at) { return std::stoi(stamp.substr(at, 2)); };
-  EXPECT_TRUE(field(0) >= 1 && field(0) <= 12) << stamp;
-  EXPECT_TRUE(field(3) >= 1 && field(3) <= 31) << stamp;
-  EXPECT_LE(field(6), 23) << stamp;
-  EXPECT_LE(field(9), 59) << stamp;
-  EXPECT_LE(field(12), 60) << stamp;
 }
 
 }  // namespace

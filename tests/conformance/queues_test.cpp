@@ -60,23 +60,6 @@ class Queues : public testing::Test {
 
 using Timers = Queues;
 
-TEST_F(Queues, RunWorkInOrderOfSending) {
-  Events expected;
-  for (int i = 0; i < 100; ++i) {
-    expected.push_back(std::to_string(i));
-    async(queue_, adding(expected.back()));
-  }
-  expect(expected);
-}
-
-TEST_F(Queues, RunWorkSentFromWorkAfterIt) {
-  async(queue_, [this] {
-    async(queue_, adding("inner"));
-    seen_->add("outer");
-  });
-  expect({"outer", "inner"});
-}
-
 TEST_F(Queues, KeepEachSourcesOrderWithoutOverlap) {
   SerialQueue& other = makeSerialQueue("conformance.other");
   bool inside = false;
@@ -201,18 +184,6 @@ TEST_F(Timers, LetGoOfWhatTheirHandlersHold) {
   timer.reset();
   // At once or later on the queue.
   expect({"gone"});
-}
-
-TEST_F(Timers, StartedAnewByABurstFireOnceAfterTheLast) {
-  const auto held = std::make_shared<Timer>();
-  for (int i = 0; i < 10; ++i) {
-    async(queue_, [this, held, i] {
-      held->reset();
-      *held = once(100, "pass " + std::to_string(i));
-    });
-  }
-  const Timer marker = once(400, "marker");
-  expect({"pass 9", "marker"});
 }
 
 TEST_F(Timers, OfTheLongestTimesHoldUpNobody) {

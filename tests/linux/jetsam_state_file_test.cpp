@@ -213,16 +213,6 @@ TEST(PrivilegedJetsamStateFile, TrustsNoFileOfAnotherUser) {
   expectNotUsed({{"state", of_another_user, false}, {"state.lock", of_another_user, false}});
 }
 
-TEST(JetsamStateFile, KeepsStateInMemoryWithoutAPlace) {
-  const TemporaryDirectory root;
-  tests::writeAll(root / "var", "a file where a directory should be");
-  JetsamStateFile file(root / "var/run/vorlatch/jetsam.state");
-  addRecord(file, 5);
-  addRecord(file, 1001);
-  EXPECT_EQ(read(file).records.size(), 2U);
-  EXPECT_EQ(read(file).records[5].user_data, 1U);
-}
-
 TEST(JetsamStateFile, LosesNothingBetweenThreadsAndProcesses) {
   constexpr std::int32_t kRounds = 50;
   const TemporaryDirectory root;
