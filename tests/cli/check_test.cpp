@@ -34,7 +34,7 @@ std::string checkJson(const std::string& findings, const std::string& size) {
                 R"(, "bound": {"file_bytes": 524288, "memory_bytes": 2150000, "levels": 128}})");
 }
 
-TEST(Check, FindsNothingInThePreset) {
+TEST(Check, FindsNothingInThePresetOrRanges) {
   ControlStory story;
   story.writePreferences(defaultPreset());
   expectFindings(story, "");
@@ -43,10 +43,6 @@ TEST(Check, FindsNothingInThePreset) {
     story.device.launch({.name = name});
   }
   expectFindings(story, "", "check");
-}
-
-TEST(Check, FindsNothingAtTheEndsOfRanges) {
-  ControlStory story;
   const Dictionary targets = dictionary(R"({
     "lowest": {"NiceValue": -20, "JetsamPriority": -1, "MemLimitActive": -1, "CheckInterval": 0,
                "StripManaged": false, "Remark": ""},

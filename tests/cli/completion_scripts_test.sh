@@ -13,21 +13,17 @@ type -P bash zsh script >/dev/null  # fails when one is missing
 cases=$(
   cat <<'CASES'
 sta~                            -> <status>
-status --wat~                   -> <status><--watch>
 --js~show kb~                   -> <--json><show><kbd>
 set kbd Nice~5                  -> <set><kbd><NiceValue=5>
 set kbd JetsamPriority=ho~      -> <set><kbd><JetsamPriority=home>
 set kbd Strip~t~Rem~x           -> <set><kbd><StripManaged=true><Remark=x>
 unset kbd Che~                  -> <unset><kbd><CheckInterval>
 show com.te~                    -> <show><com.tencent.xin>
-remove kbd com.t~               -> <remove><kbd><com.tencent.xin>
 show cost~                      -> <show><cost of "a" $b>
-show "cost~                     -> <show><cost of "a" $b>
 show 'cost~                     -> <show><cost of "a" $b>
 match vor:~                     -> <match><vor: it's run>
 match vor\:\ i~                 -> <match><vor: it's run>
 match "vor: i~                  -> <match><vor: it's run>
-match 'vor: i~                  -> <match><vor: it's run>
 set vor:\ it\'s\ r~Nice~-3      -> <set><vor: it's run><NiceValue=-3>
 set "cost of \"a\" \$b" Jet~m~  -> <set><cost of "a" $b><JetsamPriority=mail>
 check edit~                     -> <check><edited.plist>

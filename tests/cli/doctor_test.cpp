@@ -38,9 +38,6 @@ struct Installation : ControlStory {
                   ", highest jetsam band unknown by its version, unknown by the daemon's own\n" +
                   (geteuid() == 0 ? "" : "user: not root, so the kernel answers only in part\n"));
   }
-  [[nodiscard]] std::string onlyPreferences() const {
-    return "{preferences}" + fileText(preferencesFile()) + "{status}: missing\n{log}: missing\n";
-  }
 };
 
 TEST(Doctor, SeesADaemonAndALowMemoryLimit) {
@@ -103,7 +100,8 @@ TEST(Doctor, SeesAnInterruptedRelease) {
   story.launchDaemon();
   story.launchDaemon();
   story.device.kernel.caller_is_privileged = false;
-  story.expectSaid(story.onlyPreferences() +
+  story.expectSaid("{preferences}" + fileText(story.preferencesFile()) +
+                       "{status}: missing\n{log}: missing\n"
                        "{preferences}.released: preferences that an interrupted release set "
                        "aside; vorlatchctl release --keep-preferences puts them back\n",
                    "daemon: runs as 101, jetsam band -, nice 0\n"

@@ -231,6 +231,12 @@ TEST(EditJson, SaysWhatIsChangedWrittenAndApplied) {
   EXPECT_EQ(story.edit(line), pretty(R"({"changes": [], "written": false, "applied": false})"));
   story.writePreferences(before);
   EXPECT_EQ(story.edit(line), json("true", "true") + kApplied + after);
+
+  story.writePreferences(dictionary(R"({"AppConfigs": {"odd": 7, "空": {}}})"));
+  EXPECT_EQ(story.answer("--json remove odd 空"), pretty(R"({"changes": [
+      {"path": ["AppConfigs", "odd"], "before": 7, "after": null},
+      {"path": ["AppConfigs", "空"], "before": {}, "after": null}],
+      "written": true, "applied": true})"));
 }
 
 }  // namespace

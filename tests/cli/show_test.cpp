@@ -13,15 +13,18 @@ namespace {
 using plist::Data;
 using plist::Date;
 
-const Dictionary kShownTargets = dictionary(R"({
+TEST(List, AlignsColumnsOrCutsThem) {
+  ControlStory story;
+  story.writeTargets(dictionary(R"({
   "SpringBoard": {"JetsamPriority": 210, "NiceValue": -19, "Remark": "视图"},
   "com.tencent.xin": {"CheckInterval": 30, "MemLimitActive": 1024, "MemLimitInactive": 0,
                       "Remark": "微信.xin", "StripManaged": true},
-  "微信": {"NiceValue": "5", "Own": [1, 2]}, "odd": 7})");
-
-TEST(List, AlignsColumnsOrCutsThem) {
-  ControlStory story;
-  story.writeTargets(kShownTargets);
+  "微信": {"NiceValue": "5", "Own": [1, 2]}, "odd": 7})"));
+  EXPECT_EQ(story.answer("list --json"), pretty(R"({"enabled": true, "targets": {
+      "SpringBoard": {"JetsamPriority": 210, "NiceValue": -19, "Remark": "视图"},
+      "com.tencent.xin": {"CheckInterval": 30, "MemLimitActive": 1024, "MemLimitInactive": 0,
+                          "Remark": "微信.xin", "StripManaged": true},
+      "微信": {"NiceValue": "5", "Own": [1, 2]}}})"));
   EXPECT_EQ(story.answer("list"), R"(switched on
 TARGET           CheckInterval  JetsamPriority  MemLimitActive  MemLimitInactive  NiceValue  StripManaged  Remark
 SpringBoard                  -             210               -                 -        -19  -             视图
@@ -48,16 +51,6 @@ TEST(List, SaysThatThereAreNoTargets) {
   EXPECT_EQ(story.answer("list --json"), "{\n  \"enabled\": false,\n  \"targets\": {}\n}\n");
   story.writeTargets({{"alpha", Dictionary{}}});
   EXPECT_EQ(story.answer("show alpha"), "KEY  VALUE  MEANING\n");
-}
-
-TEST(List, AsJson) {
-  ControlStory story;
-  story.writeTargets(kShownTargets);
-  EXPECT_EQ(story.answer("list --json"), pretty(R"({"enabled": true, "targets": {
-      "SpringBoard": {"JetsamPriority": 210, "NiceValue": -19, "Remark": "视图"},
-      "com.tencent.xin": {"CheckInterval": 30, "MemLimitActive": 1024, "MemLimitInactive": 0,
-                          "Remark": "微信.xin", "StripManaged": true},
-      "微信": {"NiceValue": "5", "Own": [1, 2]}}})"));
 }
 
 TEST(Show, SaysWhatEachSettingMeans) {

@@ -42,18 +42,13 @@ TEST(LinuxProcessTable, AsksForTwentyEntriesMore) {
 }
 
 TEST(LinuxProcessTable, RefusesOtherListsAndNoRoom) {
-  struct Refused {
-    std::uint32_t type;
-    int size;
-    int error;
-  };
-  for (const Refused& refused :
-       {Refused{0, 16, EINVAL}, Refused{2, 16, EINVAL}, Refused{0xffffffff, 16, EINVAL},
-        Refused{PROC_ALL_PIDS, 0, ENOMEM}, Refused{PROC_ALL_PIDS, INT32_MIN, ENOMEM}}) {
+  const auto expect_refused = [](std::uint32_t type, int size, int error) {
     std::array<std::int32_t, 4> pids{};
-    EXPECT_EQ(ask([&] { return proc_listpids(refused.type, 0, pids.data(), refused.size); }),
-              (Answer{.result = 0, .error = refused.error}));
-  }
+    EXPECT_EQ(ask([&] { return proc_listpids(type, 0, pids.data(), size); }),
+              (Answer{.result = 0, .error = error}));
+  };
+  for (const std::uint32_t type : {0U, 2U, 0xffffffffU}) expect_refused(type, 16, EINVAL);
+  for (const int size : {0, INT32_MIN}) expect_refused(PROC_ALL_PIDS, size, ENOMEM);
 }
 
 TEST(LinuxProcessTable, GivesNamesThatProcessesTook) {

@@ -244,18 +244,6 @@ TEST(JetsamModel, StartsANewProcessWithDefaultsAtAnOldPid) {
                                                                            .inactive = {}}));
 }
 
-TEST(JetsamModel, ForgetsTheDeadAndReusedPids) {
-  Machine machine;
-  for (const std::int32_t pid : {kDaemonPid, kAppPid, kOtherPid}) {
-    ASSERT_EQ(machine.setBand(pid, 30), kSuccess);
-  }
-  const JetsamRecord kept = machine.record(kOtherPid);
-  forgetDeadProcesses(machine.table,
-                      FixedProcesses({{.pid = kAppPid, .start_time = 21},
-                                      {.pid = kOtherPid, .start_time = kept.start_time}}));
-  EXPECT_EQ(machine.table, (JetsamTable{.records = {{kOtherPid, kept}}, .next_arrival = 4}));
-}
-
 TEST(JetsamModel, ReadsRecordsFromUnalignedBuffers) {
   Machine machine;
   const platform::memorystatus_priority_properties properties{170, 0, 3};
