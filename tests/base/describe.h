@@ -4,10 +4,13 @@
 
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 
 #include "base/plist_value.h"
+#include "platform/property_list.h"
 
 namespace vorlatch::test {
 
@@ -37,6 +40,12 @@ struct Describe {
 
 inline std::string describe(const plist::Value& value) {
   return std::visit(Describe(), value.storage());
+}
+
+// What a property list holds.
+inline std::string parsed(std::string_view bytes) {
+  const std::optional<plist::Value> value = platform::parsePropertyList(bytes);
+  return value ? describe(*value) : "does not parse";
 }
 
 // A value of each type and at the end of each range.

@@ -98,9 +98,4 @@ Arguments wordsOf(const std::string& line) {
   return words;
 }
 
-Arguments with(Arguments arguments, const Arguments& more) {
-  arguments.insert(arguments.end(), more.begin(), more.end());
-  return arguments;
-}
-
 }  // namespace vorlatch::tests

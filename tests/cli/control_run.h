@@ -15,7 +15,7 @@ namespace vorlatch::tests {
 using plist::Array;
 using plist::Dictionary;
 
-using Arguments = std::vector<std::string>;
+using Arguments = Lines;
 
 struct Output {
   int status = -1;
@@ -56,9 +56,6 @@ Dictionary dictionary(const std::string& json);
 std::string pretty(const std::string& json);
 
 Arguments wordsOf(const std::string& line);
-
-// The arguments with more of them behind.
-Arguments with(Arguments arguments, const Arguments& more);
 
 // The answer of a command that cannot read the preferences.
 inline constexpr const char* kNoPreferences =

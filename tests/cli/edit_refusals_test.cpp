@@ -175,7 +175,7 @@ TEST(EditRefuses, WhatIsNoFileOfItsOwn) {
 TEST(EditRefuses, AMissingDirectory) {
   EditStory story;
   fs::remove_all(story.file(""));
-  for (const std::string& line : with(kEdits, {"preset --replace-file"})) {
+  for (const std::string& line : kEdits + Lines{"preset --replace-file"}) {
     EXPECT_EQ(story.edit(line),
               "err: vorlatchctl: {root}/var/mobile/Library/Preferences: No such file or directory; "
               "is the package installed, and has the daemon been started?\nexit 3\n");

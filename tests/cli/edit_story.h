@@ -65,8 +65,8 @@ class EditStory : public ControlStory {
                   const Dictionary& after, const std::string& hint = "") {
     SCOPED_TRACE(testing::PrintToString(arguments));
     writePreferences(before);
-    EXPECT_EQ(edit(with(arguments, {"--dry-run"})), changes + "nothing was written\n" + hint);
-    EXPECT_EQ(edit(with(arguments, {"--no-apply"})), changes + hint + writes(after));
+    EXPECT_EQ(edit(arguments + Lines{"--dry-run"}), changes + "nothing was written\n" + hint);
+    EXPECT_EQ(edit(arguments + Lines{"--no-apply"}), changes + hint + writes(after));
     writePreferences(before);
     EXPECT_EQ(edit(arguments), changes + hint + kApplied + writes(after));
   }
@@ -75,7 +75,7 @@ class EditStory : public ControlStory {
                      const std::string& refusal) {
     SCOPED_TRACE(testing::PrintToString(arguments));
     EXPECT_EQ(edit(arguments), refusal);
-    EXPECT_EQ(edit(with(arguments, {option})), refusal);
+    EXPECT_EQ(edit(arguments + Lines{option}), refusal);
   }
 
   [[nodiscard]] std::string bytes() const { return readAll(preferencesFile()); }

@@ -107,14 +107,13 @@ TEST(Log, CannotShowWhatIsNoFile) {
 }
 
 // What is logged of a target's apply, the first lines given.
-std::string applied(Lines lines, const std::string& name, const std::string& pid,
+std::string applied(const Lines& lines, const std::string& name, const std::string& pid,
                     const std::string& stamp = kStamp) {
-  return stamped(
-      with(std::move(lines),
-           {"[内存限制] 目标 Act:0 Inact:0 | 最终 Act:1450 Inact:1450 -> [成功]", "[内核] ：成功",
-            "[进程优先级] 目标已是 0", "[内存优先级] 目标:-1 -> 未设置, 跳过",
-            "[守护] " + name + " PID:" + pid + " 完成"}),
-      stamp);
+  return stamped(lines + Lines{"[内存限制] 目标 Act:0 Inact:0 | 最终 Act:1450 Inact:1450 -> [成功]",
+                               "[内核] ：成功", "[进程优先级] 目标已是 0",
+                               "[内存优先级] 目标:-1 -> 未设置, 跳过",
+                               "[守护] " + name + " PID:" + pid + " 完成"},
+                 stamp);
 }
 
 // alpha is patrolled, edited and removed; beta has a watch timer and exits.

@@ -15,13 +15,9 @@ using plist::Array;
 using plist::Dictionary;
 using plist::Value;
 using test::BinaryBuilder;
+using test::parsed;
 
 constexpr const char* kNone = "does not parse";
-
-std::string parsed(const std::string& bytes) {
-  const std::optional<Value> value = parsePropertyList(bytes);
-  return value ? test::describe(*value) : kNone;
-}
 
 TEST(PropertyLists, ReadXml) {
   const std::pair<std::string, std::string> cases[] = {

@@ -17,11 +17,7 @@ namespace vorlatch::platform {
 namespace {
 
 using namespace std::string_literals;
-
-std::string parsed(const std::string& bytes) {
-  const std::optional<plist::Value> value = parsePropertyList(bytes);
-  return value ? test::describe(*value) : "does not parse";
-}
+using test::parsed;
 
 TEST(LibplistLimit, ReadsNoEntitiesThatWouldHang) {
   std::string text;
