@@ -121,5 +121,12 @@ TEST(Priorities, TellMissingProcessFromUnknownKind) {
   EXPECT_EQ(setPriority(PRIO_PROCESS, pid, 0), refusal(ESRCH));
 }
 
+TEST(PrivilegedPriorities, GiveRolesToAppsAlone) {
+  const Process process("vl-role");
+  EXPECT_EQ(
+      setPriority(platform::PRIO_DARWIN_ROLE, process.pid(), platform::PRIO_DARWIN_ROLE_UI_FOCAL),
+      refusal(ENOTSUP));
+}
+
 }  // namespace
 }  // namespace vorlatch::conformance

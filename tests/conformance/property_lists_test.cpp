@@ -1,8 +1,10 @@
 #include <optional>
+#include <regex>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "platform/local_time.h"
 #include "platform/property_list.h"
 #include "tests/base/binary_builder.h"
 #include "tests/base/describe.h"
@@ -126,6 +128,11 @@ TEST(PropertyLists, AreWrittenAsEditorsKnowThem) {
             "\t<key>a</key>\n\t<array>\n\t\t<true/>\n\t\t<string>x</string>\n\t</array>\n"
             "\t<key>b</key>\n\t<integer>1</integer>\n"
             "</dict>\n</plist>\n");
+}
+
+TEST(LocalTime, HasMonthDayHourMinuteAndSecond) {
+  const std::regex shape("[01][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9]");
+  EXPECT_TRUE(std::regex_match(localTimeStamp(), shape)) << localTimeStamp();
 }
 
 }  // namespace
