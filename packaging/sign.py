@@ -1,21 +1,17 @@
 #!/usr/bin/env python3
-"""Signs a program for the device ad hoc, with entitlements, in the layout of xnu's cs_blobs.h.
+"""Signs programs for the device ad hoc, with entitlements.plist, in the layout of xnu's cs_blobs.h.
 
-The same program and entitlements give the same bytes, signed before or not. The program is replaced whole
-or not at all.
+Usage: sign.py PROGRAM... The same program and entitlements give the same bytes.
 """
 
-import argparse
 import hashlib
-import os
 import pathlib
 import plistlib
-import re
 import struct
 import sys
-import tempfile
 
-THIN_64_BIT_EXECUTABLE = re.compile(rb"\xcf\xfa\xed\xfe.{8}\x02\0\0\0", re.DOTALL)
+IDENTIFIER = "com.zel.vorlatch"
+ENTITLEMENTS = pathlib.Path(__file__).with_name("entitlements.plist")
 LC_SEGMENT_64, LC_CODE_SIGNATURE = 0x19, 0x1D
 PAGE, VM_PAGE = 0x1000, 0x4000
 HASH_SIZE, SPECIAL_SLOTS = 32, 7
@@ -34,71 +30,19 @@ EXEC_SEGMENT_FLAGS = {
 }
 
 
-class Failure(Exception):
-    """What the user did wrong, as one line."""
-
-
-def read_entitlements(path: pathlib.Path) -> list[str]:
-    """The keys, which all have to be true: no other value is needed."""
-    try:
-        entitlements = plistlib.loads(path.read_bytes())
-        if all(value is True for value in entitlements.values()):
-            return sorted(entitlements, key=lambda key: key.encode())
-    except Exception:  # plistlib lets out whatever its parsers meet
-        pass
-    raise Failure(f"{path}: not a property list that is a dictionary of keys that are true")
-
-
 def aligned(value: int, alignment: int) -> int:
     return -(-value // alignment) * alignment
 
 
-class Image:
-    """A program whose old signature is gone, and whose load commands point to a new one at its end."""
-
-    def __init__(self, original: bytes) -> None:
-        self.data = bytearray(original)
-        self.segments: dict[str, tuple[int, tuple[int, ...]]] = {}
-        self.signature = None
-        self.read_commands()
-        offset, (_, _, begin, size) = self.segments["__LINKEDIT"]
-        if begin + size != len(self.data):
-            raise Failure("__LINKEDIT does not end with the file")
-        if self.signature is None:
-            self.add_signature_command()
-        else:
-            del self.data[struct.unpack_from("<I", self.data, self.signature + 8)[0] :]
-        self.data.extend(bytes(-len(self.data) % 16))
-        self.linkedit, self.linkedit_begin = offset, begin
-
-    def read_commands(self) -> None:
-        count, size = struct.unpack_from("<II", self.data, 16)
-        at, self.end = 32, 32 + size
-        for _ in range(count):
-            command, length = struct.unpack_from("<II", self.data, at)
-            if length < 8 or at + length > min(self.end, len(self.data)):
-                raise Failure("a load command is cut short")
-            if command == LC_SEGMENT_64:
-                name = self.data[at + 8 : at + 24].rstrip(b"\0").decode("latin-1")
-                self.segments[name] = at, struct.unpack_from("<4Q", self.data, at + 24)
-            elif command == LC_CODE_SIGNATURE:
-                self.signature = at
-            at += length
-
-    def add_signature_command(self) -> None:
-        # The linker leaves room between the load commands and the first section, filled with zeros.
-        if any(self.data[self.end : self.end + 16]):
-            raise Failure("no room for LC_CODE_SIGNATURE; link with -headerpad 0x20")
-        count, size = struct.unpack_from("<II", self.data, 16)
-        struct.pack_into("<II", self.data, 16, count + 1, size + 16)
-        struct.pack_into("<II", self.data, self.end, LC_CODE_SIGNATURE, 16)
-        self.signature = self.end
-
-    def point_to_signature(self, size: int) -> None:
-        filesize = len(self.data) + size - self.linkedit_begin
-        struct.pack_into("<II", self.data, self.signature + 8, len(self.data), size)
-        struct.pack_into("<Q", self.data, self.linkedit + 32, aligned(filesize, VM_PAGE))
-        struct.pack_into("<Q", self.data, self.linkedit + 48, filesize)
+def commands_of(data: bytes) -> dict[int | str, int]:
+    """Returns where each load command begins, by its number, or for a segment by its name."""
+    commands, at = {}, 32
+    for _ in range(struct.unpack_from("<I", data, 16)[0]):
+        command, length = struct.unpack_from("<II", data, at)
+        name = data[at + 8 : at + 24].rstrip(b"\0").decode() if command == LC_SEGMENT_64 else command
+        commands[name] = at
+        at += length
+    return commands
 
 
 def der(tag: int, body: bytes) -> bytes:
@@ -119,9 +63,9 @@ def blob(magic: int, body: bytes) -> bytes:
     return struct.pack(">II", magic, 8 + len(body)) + body
 
 
-def code_directory(image: Image, identifier: str, flags: int, specials: dict[int, bytes]) -> bytes:
+def code_directory(code: bytes, text: tuple[int, int], flags: int, specials: dict[int, bytes]) -> bytes:
     """Hashes the code's pages and the special blobs, whose slots count down from the first page's."""
-    code, name = bytes(image.data), identifier.encode() + b"\0"
+    name = IDENTIFIER.encode() + b"\0"
     name_offset = struct.calcsize(CODE_DIRECTORY_HEADER)
     hash_offset = name_offset + len(name) + SPECIAL_SLOTS * HASH_SIZE
     hashes = [bytes(HASH_SIZE)] * SPECIAL_SLOTS
@@ -129,7 +73,6 @@ def code_directory(image: Image, identifier: str, flags: int, specials: dict[int
         hashes[SPECIAL_SLOTS - slot] = hashlib.sha256(content).digest()
     pages = [code[at : at + PAGE] for at in range(0, len(code), PAGE)]
     hashes += [hashlib.sha256(page).digest() for page in pages]
-    _, (_, _, text_begin, text_size) = image.segments["__TEXT"]
     header = struct.pack(
         CODE_DIRECTORY_HEADER,
         *(0xFADE0C02, hash_offset + len(pages) * HASH_SIZE),
@@ -137,22 +80,22 @@ def code_directory(image: Image, identifier: str, flags: int, specials: dict[int
         *(hash_offset, name_offset, SPECIAL_SLOTS, len(pages)),
         *(len(code), HASH_SIZE, 2, 0, PAGE.bit_length() - 1),  # 2: SHA-256
         *(0, 0, 0, 0, 0),  # spare, scatter, team, spare, 64-bit limit
-        *(text_begin, text_size, flags),
+        *(*text, flags),
     )
     return header + name + b"".join(hashes)
 
 
-def signature_of(image: Image, identifier: str, keys: list[str]) -> bytes:
-    xml = plistlib.dumps(dict.fromkeys(keys, True))
+def signature_of(code: bytes, text: tuple[int, int], keys: list[str]) -> bytes:
+    """Returns the signature of the code, whose executable segment is at this offset and of this size."""
     specials = {
         2: blob(0xFADE0C01, bytes(4)),  # no requirements
-        5: blob(0xFADE7171, xml),
+        5: blob(0xFADE7171, plistlib.dumps(dict.fromkeys(keys, True))),
         7: blob(0xFADE7172, der_entitlements(keys)),
     }
     flags = EXEC_SEGMENT_MAIN_BINARY
     for key in keys:
         flags |= EXEC_SEGMENT_FLAGS.get(key, 0)
-    blobs = {0: code_directory(image, identifier, flags, specials), **specials, 0x10000: blob(0xFADE0B01, b"")}
+    blobs = {0: code_directory(code, text, flags, specials), **specials, 0x10000: blob(0xFADE0B01, b"")}
     offset, index = 12 + 8 * len(blobs), b""
     for slot, content in blobs.items():
         index += struct.pack(">II", slot, offset)
@@ -161,54 +104,37 @@ def signature_of(image: Image, identifier: str, keys: list[str]) -> bytes:
     return whole.ljust(aligned(len(whole), 16), b"\0")
 
 
-def signed(original: bytes, identifier: str, keys: list[str]) -> bytes:
-    image = Image(original)
-    # The signature covers the load commands, which tell its size: it is made once for that, then for good.
-    image.point_to_signature(len(signature_of(image, identifier, keys)))
-    return bytes(image.data) + signature_of(image, identifier, keys)
+def signed(original: bytes, keys: list[str]) -> bytes:
+    """Returns the program with a signature at its end, and with a load command that points to it."""
+    data = bytearray(original.ljust(aligned(len(original), 16), b"\0"))
+    keys = sorted(keys, key=lambda key: key.encode())
+    commands = commands_of(data)
+    count, commands_size = struct.unpack_from("<II", data, 16)
+    command = 32 + commands_size
+    if LC_CODE_SIGNATURE in commands:
+        sys.exit("sign.py: the program is signed already")
+    # The linker leaves room between the load commands and the first section, filled with zeros.
+    if any(data[command : command + 16]):
+        sys.exit("sign.py: no room for LC_CODE_SIGNATURE; link with -headerpad 0x20")
+    text = struct.unpack_from("<2Q", data, commands["__TEXT"] + 40)
+    # The signature covers the load commands, which contain its size.
+    size = len(signature_of(data, text, keys))
+    struct.pack_into("<II", data, 16, count + 1, commands_size + 16)
+    struct.pack_into("<4I", data, command, LC_CODE_SIGNATURE, 16, len(data), size)
+    linkedit = commands["__LINKEDIT"]
+    file_size = len(data) + size - struct.unpack_from("<Q", data, linkedit + 40)[0]
+    struct.pack_into("<Q", data, linkedit + 32, aligned(file_size, VM_PAGE))
+    struct.pack_into("<Q", data, linkedit + 48, file_size)
+    return bytes(data) + signature_of(data, text, keys)
 
 
-def replace_file(path: pathlib.Path, data: bytes) -> None:
-    mode = path.stat().st_mode
-    with tempfile.TemporaryDirectory(dir=path.parent, prefix=".signing.") as folder:
-        new = pathlib.Path(folder, path.name)
-        new.write_bytes(data)
-        new.chmod(mode)
-        os.replace(new, path)
-
-
-def sign(path: pathlib.Path, identifier: str, entitlements: pathlib.Path) -> None:
-    if not re.fullmatch(r"[A-Za-z0-9._-]+", identifier):
-        raise Failure(f"identifier {identifier!r}: only letters, digits and . - _ may be in it")
-    keys = read_entitlements(entitlements)
-    path = path.resolve()
-    if not path.is_file():
-        raise Failure(f"{path}: not a regular file")
-    original = path.read_bytes()
-    if not THIN_64_BIT_EXECUTABLE.match(original):
-        raise Failure(f"{path}: not a thin 64-bit little-endian Mach-O executable")
-    try:
-        replace_file(path, signed(original, identifier, keys))
-    except (Failure, OSError) as error:
-        raise Failure(f"{path}: cannot be signed: {error}") from None
-    except (KeyError, struct.error):
-        raise Failure(f"{path}: cannot be signed: the file is damaged or cut short") from None
-
-
-def main() -> int:
-    parser = argparse.ArgumentParser(description="Sign a thin 64-bit Mach-O executable ad hoc, in place.")
-    parser.add_argument("--identifier", required=True, help="such as com.example.tool")
-    parser.add_argument("--entitlements", required=True, metavar="FILE", type=pathlib.Path)
-    parser.add_argument("binary", metavar="BINARY", type=pathlib.Path)
-    asked = parser.parse_args()
-    try:
-        sign(asked.binary, asked.identifier, asked.entitlements)
-    except Failure as failure:
-        print(f"sign.py: {failure}", file=sys.stderr)
-        return 1
-    print(f"{asked.binary}: signed as {asked.identifier}")
-    return 0
+def main() -> None:
+    entitlements = plistlib.loads(ENTITLEMENTS.read_bytes())
+    if not all(value is True for value in entitlements.values()):
+        sys.exit("sign.py: an entitlement has another value than true")
+    for program in map(pathlib.Path, sys.argv[1:]):
+        program.write_bytes(signed(program.read_bytes(), list(entitlements)))
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    main()

@@ -82,19 +82,12 @@ buildWithSdk() {
   buildPrograms "$(cd "$1" && pwd -P)"
 }
 
-# sign PROGRAM NAME: signs the program with the entitlements of that name.
-sign() {
-  python3 "$root/packaging/sign.py" --identifier com.zel.vorlatch \
-    --entitlements "$root/packaging/$2.entitlements.plist" "$1" || die "$1 cannot be signed"
-}
-
 # layOutPackage STAGING: installs below STAGING/var/jb, and strips and signs the programs.
 layOutPackage() {
-  local jb=$1/var/jb program
+  local jb=$1/var/jb
   rm -rf "$1"
   quietly "$programs.log" cmake --install "$programs" --prefix "$jb" --strip ||
     die "the package's files cannot be laid out"
-  for program in "$jb"/usr/libexec/vorlatchd "$jb"/usr/bin/vorlatchctl; do
-    sign "$program" "${program##*/}"
-  done
+  python3 "$root/packaging/sign.py" "$jb"/usr/libexec/vorlatchd "$jb"/usr/bin/vorlatchctl ||
+    die "the programs cannot be signed"
 }

@@ -10,9 +10,7 @@ import tempfile
 PACKAGING = pathlib.Path(__file__).resolve().parents[2] / "packaging"
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(PACKAGING))
-import sign  # noqa: E402
 
-IDENTIFIER = "com.zel.vorlatch"
 CORE_FOUNDATION = "/System/Library/Frameworks/CoreFoundation.framework/CoreFoundation"
 LIB_SYSTEM, LIB_CXX = "/usr/lib/libSystem.B.dylib", "/usr/lib/libc++.1.dylib"
 RUN_PATHS = ["/var/jb/usr/lib", "@loader_path/.jbroot/usr/lib", "@loader_path/../lib"]
@@ -54,19 +52,9 @@ def program(
             options += ["-needed_library", f"{number}.tbd"]
         target = f"--target=arm64-apple-{TARGETS[platform]}"
         run(folder, "clang", target, "-x", "assembler", "-c", "-", "-o", "object", text=text)
-        version = ["-platform_version", platform, minimum, "15.0"]
+        version = ["-no_adhoc_codesign", "-platform_version", platform, minimum, "15.0"]
         run(folder, "ld64.lld-14", "-arch", "arm64", *version, *options, "object", "-o", "program")
         return pathlib.Path(folder, "program").read_bytes()
-
-
-def signed(data, entitlements):
-    """The program with a signature that sign.py makes."""
-    with tempfile.TemporaryDirectory() as folder:
-        path, plist = pathlib.Path(folder, "program"), pathlib.Path(folder, "entitlements")
-        path.write_bytes(data)
-        plist.write_bytes(sign.plistlib.dumps(dict.fromkeys(entitlements, True)))
-        sign.sign(path, IDENTIFIER, plist)
-        return path.read_bytes()
 
 
 def commands_end(data):

@@ -13,8 +13,9 @@ import unittest.mock
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
-from programs import CORE_FOUNDATION, IMPORTS, LIB_CXX, LIB_SYSTEM, RUN_PATHS, program, replaced, signed  # noqa: E402
+from programs import CORE_FOUNDATION, IMPORTS, LIB_CXX, LIB_SYSTEM, RUN_PATHS, program, replaced  # noqa: E402
 import check_package  # noqa: E402
+from sign import signed  # noqa: E402
 
 KEPT_IMPORTS = {
     *(("CoreFoundation", "_CFRelease"), ("libc++", "__Znwm")),
