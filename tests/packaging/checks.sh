@@ -3,7 +3,7 @@
 
 set -euo pipefail
 export LC_ALL=C.UTF-8 GIT_CONFIG_GLOBAL=/dev/null GIT_CONFIG_NOSYSTEM=1
-unset SOURCE_DATE_EPOCH GIT_DIR GIT_WORK_TREE GIT_INDEX_FILE
+unset GIT_DIR GIT_WORK_TREE GIT_INDEX_FILE
 
 checkout=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
 here=$(mktemp -d)
@@ -23,19 +23,6 @@ check() {
     printf 'FAILED: %s%s\n' "${scenario:+$scenario: }" "$1"
     diff --label expected --label found -U 100 <(printf '%s\n' "$2") <(printf '%s\n' "$3") || true
   fi
-}
-
-# cannot WHAT WHY COMMAND...: the command ends with 1, its last line says why, and $dist holds the package
-# of before and nothing else.
-cannot() {
-  local what=$1 why=$2 said status=0
-  shift 2
-  mkdir -p "$dist"
-  echo old >"$dist/old.deb"
-  said=$("$@" </dev/null 2>&1) || status=$?
-  check "$what" "1: $why
-old.deb: old" "$status: $(tail -n 1 <<<"$said" | sed "s,$here/,,g; s/^[^:]*: //")
-$(ls -A "$dist"): $(<"$dist/old.deb")"
 }
 
 # copyOfCheckout FOLDER: the packaging and what it needs of the scripts, as a commit of a known time.

@@ -16,7 +16,6 @@ if (($# == 0)); then
   exit "$failed"
 fi
 shell=$1
-export SOURCE_DATE_EPOCH=1700000000
 package=com.zel.vorlatch
 
 # The stand-in for every program. Each line of $FAKE/rules is a status or a deed, a blank, and the

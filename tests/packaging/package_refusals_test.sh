@@ -12,6 +12,19 @@ dist=$copy/dist
 copyOfCheckout "$copy"
 package() { "$copy/scripts/package" "$@"; }
 
+# cannot WHAT WHY COMMAND...: the command ends with 1, its last line says why, and $dist still holds
+# the old package and nothing else.
+cannot() {
+  local what=$1 why=$2 said status=0
+  shift 2
+  mkdir -p "$dist"
+  echo old >"$dist/old.deb"
+  said=$("$@" </dev/null 2>&1) || status=$?
+  check "$what" "1: $why
+old.deb: old" "$status: $(tail -n 1 <<<"$said" | sed "s,$here/,,g; s/^[^:]*: //")
+$(ls -A "$dist"): $(<"$dist/old.deb")"
+}
+
 cannot 'an unknown argument' 'unknown argument: --fast (see --help)' package --fast
 
 # A tree that is not as it was committed.
