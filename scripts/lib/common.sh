@@ -27,8 +27,13 @@ die() {
   exit 1
 }
 
-# Prints the comment at the top of the running script.
-usage() { sed -n '2,/^[^#]/{s/^# \{0,1\}//p}' "$0"; }
+# For --help, every script prints the comment at its top.
+case "${1-}" in
+  -h | --help)
+    sed -n '2,/^[^#]/{s/^# \{0,1\}//p}' "$0"
+    exit
+    ;;
+esac
 
 missingPackages() {
   local package
@@ -76,14 +81,6 @@ require_python() {
   cmp -s "$root/scripts/lib/requirements.txt" "$root/build/python/requirements.txt" ||
     locked installPython
   export PYTHONPATH=$root/build/python PYTHONDONTWRITEBYTECODE=1
-}
-
-# For systems without Debian packages: fails if a program is missing.
-require_tools() {
-  local tool
-  for tool in "$@"; do
-    type -P "$tool" >/dev/null || die "$tool is missing"
-  done
 }
 
 installPackages() {

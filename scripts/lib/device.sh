@@ -5,9 +5,6 @@
 # shellcheck disable=SC2034 # for the scripts
 device_packages=(cmake ninja-build clang-19 lld-19 llvm-19 libc++-19-dev
   nlohmann-json3-dev lowdown)
-# shellcheck disable=SC2034
-device_tools=(git dpkg-deb cmake ninja clang++-19 ld64.lld-19 llvm-ar-19 llvm-ranlib-19 llvm-strip-19
-  lowdown)
 
 device=$root/build/device
 # The build folder of the programs; a build with Apple's SDK uses another one.
@@ -16,11 +13,6 @@ programs=$device/programs
 targets=(all)
 # Half of it is for the wheel.
 room_mb=250
-
-checkSdk() {
-  [[ -d $1/System/Library/Frameworks/CoreFoundation.framework && -d $1/usr/include ]] ||
-    die "this is no iPhoneOS SDK: ${1:-(no path)}"
-}
 
 # Checks for enough disk space before the build. Existing files of an earlier build count as free.
 requireRoom() {
