@@ -150,25 +150,34 @@ mayLowerNiceValues() { [[ $(nice -n -40 nice 2>/dev/null) == -20 ]]; }
 # Whether this process may mount. Tries it in a new namespace, so that no mount remains.
 mayMount() { unshare --mount mount -t tmpfs none /mnt 2>/dev/null; }
 
-# filesNamed PATTERN...: prints the files whose names match a pattern, one per line, relative to the
-# root, without build results.
-filesNamed() {
-  local names=() pattern
-  for pattern in "$@"; do names+=(-o -name "$pattern"); done
-  (cd "$root" && find . \( -path ./build -o -path ./dist -o -path ./.git \) -prune -o \
-    -type f \( "${names[@]:1}" \) -printf '%P\n' | sort)
+# Print files below the working directory, without build results. Shell scripts may have no suffix.
+cppFiles() {
+  find . \( -path ./build -o -path ./dist \) -prune -o \
+    -type f \( -name '*.cpp' -o -name '*.h' \) -printf '%P\n' | sort
+}
+shellFiles() {
+  grep -rlE --exclude-dir={build,dist,.git} '^(#!/.*\b(ba)?sh|# shellcheck shell=bash)$' .
 }
 
-cppFiles() { filesNamed '*.cpp' '*.h'; }
-
-# Prints the shell scripts, which may have no file name extension.
-shellFiles() {
-  filesNamed '*' | (
-    cd "$root"
-    while IFS= read -r file; do
-      if [[ $file == *.@(sh|bash) ]] || head -c 64 "$file" | head -n 1 | grep -aqE '^#!.*\b(ba)?sh$'; then
-        printf '%s\n' "$file"
-      fi
-    done
+failed_parts=()
+# part NAME COMMAND...: runs a part of a script; later parts run even if this one fails.
+part() {
+  local name=$1 result
+  shift
+  note "$name"
+  # In a subshell, so that its first failure ends only this part.
+  set +e
+  (
+    set -e
+    "$@"
   )
+  result=$?
+  set -e
+  ((result == 0)) || failed_parts+=("$name")
+}
+
+# Ends the script, with the names of the parts that failed.
+endParts() {
+  ((${#failed_parts[@]} == 0)) || die "failed: $(printf '%s; ' "${failed_parts[@]}")"
+  say "${0##*/}: all passed"
 }

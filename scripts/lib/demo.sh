@@ -8,22 +8,11 @@ declare -A target_pids=()
 daemon_pid=0
 log_lines_seen=0
 
-# Locks a jailbreak root that no other run uses. Several runs are possible only in process namespaces,
-# because otherwise each daemon would also find the targets of the other.
-takeRoot() {
-  local suffix
-  mkdir -p "$root/build"
-  for suffix in '' -2 -3 -4; do
-    jbroot=$root/build/jbroot$suffix
-    exec 8>"$jbroot.lock"
-    flock --nonblock 8 && return
-    [[ -n ${VORLATCH_RUN_INSIDE-} ]] || break
-  done
-  die "another run holds $jbroot.lock; end that run first"
-}
-
 prepareDemo() {
-  takeRoot
+  jbroot=$root/build/jbroot
+  mkdir -p "$root/build"
+  exec 8>"$jbroot.lock"
+  flock --nonblock 8 || die "another run holds $jbroot.lock; end that run first"
   log=$jbroot/var/mobile/Library/Preferences/Vorlatch.log
   rm -rf "${jbroot:?}/var" "$jbroot/targets" "$jbroot/Applications"
   quietly "$jbroot.log" cmake --install "$root/build/release" --prefix "$jbroot" ||
@@ -63,8 +52,6 @@ await() {
     sleep 0.02
   done
 }
-
-runs() { kill -0 "$1" 2>/dev/null; }
 
 runsAs() { [[ $(cat "/proc/$1/comm" 2>/dev/null) == "$2" ]]; }
 
@@ -112,25 +99,12 @@ endDemo() {
   for pid in $(jobs -p); do stopProcess "$pid"; done
 }
 
-newLog() { tail -n "+$((log_lines_seen + 1))" "$log"; }
-
-newLogHas() { newLog | grep -E "$1" >/dev/null; }
+newLogHas() { tail -n "+$((log_lines_seen + 1))" "$log" | grep -E "$1" >/dev/null; }
 
 # Waits for a log line that matches and is newer than the last one awaited.
 awaitLog() {
   await 10 "the log line \"$1\"" newLogHas "$1"
   log_lines_seen=$(wc -l <"$log")
-}
-
-# Restarts targets as launchd would, so that a user may kill one to see the effect.
-restartDeadTargets() {
-  local name
-  for name in "${target_names[@]}"; do
-    runs "${target_pids[$name]}" && continue
-    wait "${target_pids[$name]}" 2>/dev/null || true
-    startTarget "$name"
-    say "(run: $name ended and was restarted; vorlatchctl apply makes the daemon look for it.)"
-  done
 }
 
 sayWhatIsRefused() {
@@ -165,9 +139,6 @@ stayInView() {
   say
   startDaemon
   tail -n +1 -F "$log" 2>/dev/null &
-  while runs "$daemon_pid"; do
-    wait -n 2>/dev/null || true
-    restartDeadTargets
-  done
+  wait "$daemon_pid" || true
   die "the daemon has ended"
 }
