@@ -20,13 +20,7 @@ PAGE = 4096
 NO_HASH = bytes(32)
 EMPTY_REQUIREMENTS = struct.pack(">3I", 0xFADE0C01, 12, 0)
 EMPTY_CMS = struct.pack(">2I", 0xFADE0B01, 8)
-BLOBS = {
-    0: "code directory",
-    2: "requirements",
-    5: "XML entitlements",
-    7: "DER entitlements",
-    0x10000: "CMS wrapper",
-}
+BLOBS = {0: "code directory", 2: "requirements", 5: "XML entitlements", 7: "DER entitlements", 0x10000: "CMS data"}
 DIRECTORY = struct.Struct(">9I4B4I4Q")
 # The bits that entitlements add to execSegFlags, which are 1 for every executable.
 EXEC_SEGMENT_FLAGS = {
@@ -93,52 +87,34 @@ def check_blobs(signature: bytes, blobs: dict[int, bytes], entitlements: list[st
         yield "the blobs do not follow one right after the other up to zeros"
     if blobs.keys() != BLOBS.keys():
         yield f"the blobs are of the slots {sorted(blobs)}, not {sorted(BLOBS)}"
-    if blobs.get(2) != EMPTY_REQUIREMENTS:
-        yield "the requirements are not an empty set"
-    if blobs.get(0x10000) != EMPTY_CMS:
-        yield "the CMS wrapper is not empty"
-    expected = der_entitlements(entitlements)
-    if blobs.get(7) != struct.pack(">2I", 0xFADE7172, 8 + len(expected)) + expected:
-        yield "the DER entitlements are not those of the package"
+    body = der_entitlements(entitlements)
+    expected = {2: EMPTY_REQUIREMENTS, 7: struct.pack(">2I", 0xFADE7172, 8 + len(body)) + body, 0x10000: EMPTY_CMS}
     xml = blobs.get(5, b"")
     try:
         found = plistlib.loads(xml[8:], fmt=plistlib.FMT_XML)
         same = sorted(found) == sorted(entitlements) and all(value is True for value in found.values())
     except Exception:  # plistlib raises exceptions of several parsers
         same = False
-    if not same or xml[:4] != b"\xfa\xde\x71\x71":
-        yield "the XML entitlements are not those of the package"
-
-
-def check_hashes(blobs: dict[int, bytes], code: bytes, first: int) -> Iterator[str]:
-    directory = blobs[0]
-    for slot in range(1, 8):
-        expected = hashlib.sha256(blobs[slot]).digest() if slot in blobs else NO_HASH
-        if directory[first - 32 * slot : first - 32 * (slot - 1)] != expected:
-            yield f"special slot {slot} does not have {'the hash of the ' + BLOBS[slot] if slot in BLOBS else 'zeros'}"
-    pages = [code[begin : begin + PAGE] for begin in range(0, len(code), PAGE)]
-    wrong = [
-        f"page {number}, at 0x{number * PAGE:x}, does not have the hash that is signed"
-        for number, page in enumerate(pages)
-        if directory[first + 32 * number : first + 32 * (number + 1)] != hashlib.sha256(page).digest()
-    ]
-    yield from wrong[:5]
-    if len(wrong) > 5:
-        yield f"and {len(wrong) - 5} more pages do not"
+    expected[5] = b"\xfa\xde\x71\x71" + xml[4:] if same else None
+    for slot, content in sorted(expected.items()):
+        if blobs.get(slot) != content:
+            yield f"the {BLOBS[slot]} are not those of the package"
 
 
 def check_directory(
     blobs: dict[int, bytes], code: bytes, text: lief.MachO.SegmentCommand, identifier: str, entitlements: list[str]
 ) -> Iterator[str]:
     directory, name = blobs[0], identifier.encode() + b"\0"
-    pages = -(-len(code) // PAGE)
+    pages = [code[begin : begin + PAGE] for begin in range(0, len(code), PAGE)]
+    hashed = {f"special slot {slot}": blobs.get(slot) for slot in range(7, 0, -1)}
+    hashed |= {f"page {number}, at 0x{number * PAGE:x},": page for number, page in enumerate(pages)}
     first = DIRECTORY.size + len(name) + 7 * 32
     flags = 1
     for entitlement in entitlements:
         flags |= EXEC_SEGMENT_FLAGS.get(entitlement, 0)
     expected = {
-        **{"magic": 0xFADE0C02, "length": first + 32 * pages, "version": 0x20400, "flags": 2},
-        **{"hashOffset": first, "identOffset": DIRECTORY.size, "nSpecialSlots": 7, "nCodeSlots": pages},
+        **{"magic": 0xFADE0C02, "length": first + 32 * len(pages), "version": 0x20400, "flags": 2},
+        **{"hashOffset": first, "identOffset": DIRECTORY.size, "nSpecialSlots": 7, "nCodeSlots": len(pages)},
         **{"codeLimit": len(code), "hashSize": 32, "hashType": 2, "platform": 0, "pageSize": 12},
         **{"spare2": 0, "scatterOffset": 0, "teamOffset": 0, "spare3": 0, "codeLimit64": 0},
         **{"execSegBase": text.file_offset, "execSegLimit": text.file_size, "execSegFlags": flags},
@@ -149,8 +125,11 @@ def check_directory(
     signed_name = directory[DIRECTORY.size :].partition(b"\0")[0].decode("utf-8", "replace")
     if signed_name != identifier:
         yield f"the identifier is {signed_name[:80]!r}, not {identifier!r}"
-    else:
-        yield from check_hashes(blobs, code, first)
+        return
+    for number, (what, content) in enumerate(hashed.items()):
+        begin = DIRECTORY.size + len(name) + 32 * number
+        if directory[begin : begin + 32] != (hashlib.sha256(content).digest() if content else NO_HASH):
+            yield f"{what} does not have the hash that is signed"
 
 
 def examine(data: bytes, identifier: str, entitlements: list[str]) -> list[str]:

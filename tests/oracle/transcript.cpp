@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <utility>
 
-#include "tests/simulated/trace_text.h"
-
 namespace vorlatch::tests {
 namespace {
 

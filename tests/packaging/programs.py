@@ -10,21 +10,13 @@ import tempfile
 PACKAGING = pathlib.Path(__file__).resolve().parents[2] / "packaging"
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(PACKAGING))
+from make_sdk import STUB  # noqa: E402
 
 CORE_FOUNDATION = "/System/Library/Frameworks/CoreFoundation.framework/CoreFoundation"
 LIB_SYSTEM, LIB_CXX = "/usr/lib/libSystem.B.dylib", "/usr/lib/libc++.1.dylib"
 RUN_PATHS = ["/var/jb/usr/lib", "@loader_path/.jbroot/usr/lib", "@loader_path/../lib"]
 IMPORTS = {CORE_FOUNDATION: ["_CFRelease"], LIB_SYSTEM: ["_memorystatus_control"], LIB_CXX: ["__Znwm"]}
 TARGETS = {"ios": "ios15.0", "ios-simulator": "ios15.0-simulator", "macos": "macos12.0"}
-STUB = """--- !tapi-tbd
-tbd-version: 4
-targets: [ arm64-{platform} ]
-install-name: '{library}'
-exports:
-  - targets: [ arm64-{platform} ]
-    symbols: [ {symbols} ]
-...
-"""
 
 
 def run(folder, *command, text=None):
@@ -47,8 +39,8 @@ def program(
     with tempfile.TemporaryDirectory() as folder:
         for number, (library, symbols) in enumerate(imports.items()):
             listed = ", ".join(["dyld_stub_binder"] * (library == LIB_SYSTEM) + symbols)
-            stub = STUB.format(platform=platform, library=library, symbols=listed)
-            pathlib.Path(folder, f"{number}.tbd").write_text(stub, encoding="utf-8")
+            stub = STUB.format(path=library, version=1, compatibility=1, symbols=listed)
+            pathlib.Path(folder, f"{number}.tbd").write_text(stub.replace("-ios", f"-{platform}"), encoding="utf-8")
             options += ["-needed_library", f"{number}.tbd"]
         target = f"--target=arm64-apple-{TARGETS[platform]}"
         run(folder, "clang", target, "-x", "assembler", "-c", "-", "-o", "object", text=text)

@@ -157,8 +157,8 @@ class Packages(unittest.TestCase):
             (b"\x7fELF" + bytes(60), "not a thin 64-bit little-endian Mach-O file"),
             (data, "0 LC_CODE_SIGNATURE, not 1"),
             (large, f"{len(large)} bytes, not under 200000"),
-            (signed(data, for_debuggers), "the DER entitlements are not those of the package",
-             "the XML entitlements are not those of the package", "execSegFlags is 0x91, not 0x81"),
+            (signed(data, for_debuggers), "the XML entitlements are not those of the package",
+             "the DER entitlements are not those of the package", "execSegFlags is 0x91, not 0x81"),
         ):  # fmt: skip
             self.assertEqual(self.findings_for(changed), [f"vorlatchd: {line}" for line in found])
 

@@ -8,8 +8,6 @@
 #include <cstring>
 #include <utility>
 
-#include "tests/simulated/trace_text.h"
-
 namespace vorlatch::simulated {
 namespace {
 

@@ -132,6 +132,9 @@ class Device {
   std::uint64_t next_start_time_ = 1;
 };
 
+// The bytes in hexadecimal, in groups of four, as in the trace: "{01000000 ffffffff}".
+std::string hexGroups(const std::string& bytes);
+
 // Presents the device's processes to the kernel model.
 class LiveProcesses : public model::ProcessList {
  public:
