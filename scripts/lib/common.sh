@@ -35,33 +35,24 @@ case "${1-}" in
     ;;
 esac
 
-missingPackages() {
-  local package
-  for package in "$@"; do
-    [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
-      printf '%s\n' "$package"
-  done
-}
-
 # Installs these Debian packages if they are missing. Does not call apt otherwise.
 require_packages() {
+  local package missing=()
   if ! command -v dpkg-query >/dev/null; then
     note "this is not Debian; make sure that the contents of these packages are installed: $*"
     return
   fi
-  local missing log
-  mapfile -t missing < <(missingPackages "$@")
+  for package in "$@"; do
+    [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed ]] || missing+=("$package")
+  done
   ((${#missing[@]} > 0)) || return 0
   ((EUID == 0)) ||
     die "packages are missing; as root: apt-get update && apt-get install ${missing[*]}"
   note "installing ${missing[*]}"
-  log=$(mktemp)
-  if ! { apt-get -q update && installPackages "${missing[@]}"; } >"$log" 2>&1; then
-    cat "$log" >&2
-    rm -f "$log"
+  mkdir -p "$root/build"
+  DEBIAN_FRONTEND=noninteractive quietly "$root/build/apt.log" \
+    sh -c 'apt-get -q update && apt-get -q install --yes --no-install-recommends "$@"' - "${missing[@]}" ||
     die "these packages could not be installed: ${missing[*]}"
-  fi
-  rm -f "$log"
 }
 
 installPython() {
@@ -81,10 +72,6 @@ require_python() {
   cmp -s "$root/scripts/lib/requirements.txt" "$root/build/python/requirements.txt" ||
     locked installPython
   export PYTHONPATH=$root/build/python PYTHONDONTWRITEBYTECODE=1
-}
-
-installPackages() {
-  DEBIAN_FRONTEND=noninteractive apt-get -q install --yes --no-install-recommends "$@"
 }
 
 # The sanitizers need fixed addresses, which address space randomisation may occupy. Where the machine

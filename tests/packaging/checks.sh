@@ -39,7 +39,7 @@ copyOfCheckout() {
 # makeIn CHECKOUT STAGING VERSION OUTPUT: makes a package, as a script of that checkout would.
 makeIn() {
   # shellcheck disable=SC2016 # for the other shell
-  bash -c 'source "$0/scripts/lib/common.sh"; source "$0/scripts/lib/deb.sh"; make_deb "$@"' "$@"
+  bash -c 'source "$0/scripts/lib/common.sh"; source "$0/scripts/lib/device.sh"; make_deb "$@"' "$@"
 }
 
 # The last line of a test, which fails when a check did.
