@@ -106,7 +106,7 @@ rules() { printf '%s\n' "$@" >"$FAKE/rules"; }
 # As the daemon and its user leave it.
 writeFiles() {
   local file
-  for file in $package.plist $package.plist.backup $package.plist.tmp.aB3xYz $package.status.plist \
+  for file in $package.plist $package.plist.tmp.backups $package.plist.tmp.aB3xYz $package.status.plist \
     $package.status.plist.tmp.000000 Vorlatch.log com.other.plist \
     Vorlatch.log.aside.0123456789abcdef0123456789abcdef; do
     printf 'of %s\n' "$file" >"$preferences/$file"
@@ -196,8 +196,9 @@ theirs='./Library/LaunchDaemons/com.zel.vorlatch.plist'
 programs=$(lines ./usr/bin/vorlatchctl ./usr/libexec/vorlatchd)
 settings=$(printf './var/mobile/Library/Preferences/%s\n' Vorlatch.log \
   Vorlatch.log.aside.0123456789abcdef0123456789abcdef com.other.plist "$package.plist" \
-  "$package.plist.backup" "$package.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000")
-foreign=$(printf './var/mobile/Library/Preferences/%s\n' com.other.plist "$package.plist.backup")
+  "$package.plist.tmp.aB3xYz" "$package.plist.tmp.backups" "$package.status.plist" \
+  "$package.status.plist.tmp.000000")
+foreign=$(printf './var/mobile/Library/Preferences/%s\n' com.other.plist "$package.plist.tmp.backups")
 purged="  rm -f$(printf ' ROOT/var/mobile/Library/Preferences/%s' "$package.plist" "$package.plist.released" \
   "$package.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000" Vorlatch.log \
   Vorlatch.log.aside.0123456789abcdef0123456789abcdef)"
@@ -325,7 +326,7 @@ expect 0 none no '1.0 postrm: <purge>' "$purged" \
   '! not every file could be removed from ROOT/var/mobile/Library/Preferences'
 expectFiles <<<"$foreign"
 
-# say SCRIPT WORD...: runs a script as dpkg does when an upgrade is called off or another package is installed.
+# say SCRIPT WORD...: runs a script as dpkg does when, for example, an upgrade is called off.
 say() {
   : >"$FAKE/record"
   status=0
