@@ -120,7 +120,7 @@ for test; do echo "$changed" | sed '1,2d; s/ //g' >"$test"; done
 """
 # Fails for want of "a == b" alone.
 CTEST = """#!/bin/sh
-grep -q '^if(a==b)' tests/kernel_test && exit
+grep -q '^if(a==b)' tests/daemon_test && exit
 printf 'The following tests FAILED:\\n\\t  7 - release.Suite.Case (Failed)\\n'
 exit 8
 """
