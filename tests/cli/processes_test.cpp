@@ -44,7 +44,8 @@ TEST(Match, FindsANameOrABundleIdentifier) {
   EXPECT_EQ(story.answer("match Alpha"), "no running process has this name or bundle identifier\n");
   EXPECT_EQ(story.answer("match Alpha --json"), pretty(R"({"text": "Alpha", "pid_for_pass": 0,
       "pid_for_watch_timer": 0, "processes": []})"));
-  EXPECT_EQ(story.answer("match"), "err: vorlatchctl: TEXT is missing; vorlatchctl match --help says more\nexit 2\n");
+  EXPECT_EQ(story.answer("match"),
+            "err: vorlatchctl: TEXT is missing; vorlatchctl match --help says more\nexit 2\n");
 }
 
 TEST(Match, SaysThatPassAndTimerDiffer) {
