@@ -45,6 +45,12 @@ using Arguments = std::vector<Argument>;
 // The work of a command. Returns its exit status or throws a Failure.
 using Run = std::function<ExitStatus(const Session&)>;
 
+// A word and what it means, in a list of the help.
+struct Term {
+  std::string word;
+  std::string meaning;
+};
+
 struct Command {
   const char* name;
   const char* description;
@@ -52,6 +58,8 @@ struct Command {
   int place;             // position in the list of commands; 0 hides the command from users
   // Fills in the arguments, and returns the work to run after they were parsed.
   Run (*prepare)(Arguments& arguments);
+  // Returns the keys that the help explains; null if there are none.
+  std::vector<Term> (*keys)() = nullptr;
 };
 
 // Adds a command to the list during static initialisation.

@@ -12,31 +12,25 @@ constexpr std::size_t kUsualColumns = 80;
 constexpr std::size_t kNarrowColumns = 60;
 constexpr std::size_t kWidestTerm = 22;
 
-// A term, such as an option, and its explanation.
-struct Entry {
-  std::string term;
-  std::string explanation;
-};
-
 class HelpText {
  public:
   explicit HelpText(std::size_t columns) : columns_(columns != 0 ? columns : kUsualColumns) {}
 
   void add(const std::string& paragraph) { addWrapped("", paragraph, 0); }
-  void add(const std::string& heading, const std::vector<Entry>& entries) {
+  void add(const std::string& heading, const std::vector<Term>& entries) {
     if (entries.empty()) return;
     text_ += "\n" + heading + "\n";
     std::size_t widest = 0;
-    for (const Entry& entry : entries) widest = std::max(widest, displayWidth(entry.term));
+    for (const Term& entry : entries) widest = std::max(widest, displayWidth(entry.word));
     const bool is_narrow = columns_ < kNarrowColumns || widest > kWidestTerm;
-    for (const Entry& entry : entries) {
-      std::string begin = "  " + entry.term;
+    for (const Term& entry : entries) {
+      std::string begin = "  " + entry.word;
       if (is_narrow) {
         text_ += begin + "\n";
-        addWrapped("      ", entry.explanation, 6);
+        addWrapped("      ", entry.meaning, 6);
       } else {
         begin.append(widest + 4 - displayWidth(begin), ' ');
-        addWrapped(begin, entry.explanation, widest + 4);
+        addWrapped(begin, entry.meaning, widest + 4);
       }
     }
   }
@@ -80,8 +74,8 @@ std::string usageOf(const Command& command, const Arguments& arguments) {
 }
 
 void addArguments(HelpText& help, const Arguments& arguments) {
-  std::vector<Entry> positionals;
-  std::vector<Entry> options;
+  std::vector<Term> positionals;
+  std::vector<Term> options;
   for (const Argument& argument : arguments) {
     auto& list = argument.isOption() ? options : positionals;
     list.push_back({termOf(argument), argument.description});
@@ -98,12 +92,13 @@ std::string helpText(const Command* command, const Arguments& arguments, std::si
     help.add(usageOf(*command, arguments));
     help.add(command->description);
     addArguments(help, arguments);
+    if (command->keys != nullptr) help.add("Keys:", command->keys());
     help.addLine(std::string("\nExamples:\n") + command->examples);
     return help.text();
   }
   help.add("vorlatchctl COMMAND [ARGUMENT...]");
   help.add("Edits the preferences of the Vorlatch daemon, asks what it holds, and explains.");
-  std::vector<Entry> entries;
+  std::vector<Term> entries;
   for (const Command* each : commands()) {
     if (each->place > 0) entries.push_back({each->name, each->description});
   }

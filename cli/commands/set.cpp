@@ -1,6 +1,7 @@
 // vorlatchctl set
 #include "cli/completion.h"
 #include "cli/edit_report.h"
+#include "config/target_settings.h"
 
 namespace vorlatch::cli {
 namespace {
@@ -36,6 +37,12 @@ Run prepare(Arguments& arguments) {
   };
 }
 
+std::vector<Term> keys() {
+  std::vector<Term> terms;
+  for (const SettingKey& row : kSettingKeys) terms.push_back({row.key, row.meaning});
+  return terms;
+}
+
 const RegisteredCommand kSet({
     .name = "set",
     .description = "change a target's settings, or add a target",
@@ -43,6 +50,7 @@ const RegisteredCommand kSet({
                 "  vorlatchctl set com.tencent.xin MemLimitActive=1500 --dry-run",
     .place = 40,
     .prepare = prepare,
+    .keys = keys,
 });
 
 }  // namespace

@@ -79,5 +79,16 @@ TEST(Help, FitsTheScreen) {
             "  vorlatchctl unset backboardd CheckInterval\n");
 }
 
+TEST(Help, OfSetListsTheKeys) {
+  const std::string help = ControlStory().answer("set --help");
+  EXPECT_NE(
+      help.find("\nKeys:\n"
+                "  CheckInterval     seconds between looks of the target's own timer; 0: none,\n"
+                "                    the patrol looks every 1800 s\n"
+                "  JetsamPriority    jetsam band to hold"),
+      help.npos)
+      << help;
+}
+
 }  // namespace
 }  // namespace vorlatch::tests

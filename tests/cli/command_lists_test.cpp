@@ -75,15 +75,6 @@ std::string manualCommands() {
   return text + "\n";
 }
 
-// Returns the manual page's part on the keys of a target.
-std::string manualKeys() {
-  std::string text = "# KEYS\n";
-  for (const SettingKey& row : kSettingKeys) {
-    text += "\n**" + std::string(row.key) + "**\n: " + sentence(row.meaning) + "\n";
-  }
-  return text + "\n";
-}
-
 // Returns the table of the keys of a target.
 std::string preferencesKeys() {
   std::string text =
@@ -140,7 +131,6 @@ void expectSection(const std::string& file, const std::string& section) {
 
 TEST(CommandLists, ManualPage) {
   expectSection("man/vorlatchctl.1.md", manualCommands());
-  expectSection("man/vorlatchctl.1.md", manualKeys());
 }
 
 TEST(CommandLists, Documents) {
