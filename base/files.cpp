@@ -130,7 +130,7 @@ void pointStreamsAtEndOf(const std::string& path) {
   if (!file.isOpen()) return;
   static_cast<void>(point(stdout, file));
   static_cast<void>(point(stderr, file));
-  // If the daemon was started with a standard stream closed, the file got that stream's number.
+  // If a standard stream was closed at the start, the file has got its number and stays open.
   if (file.get() <= STDERR_FILENO) file.release();
 }
 

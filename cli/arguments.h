@@ -21,14 +21,14 @@ class ArgumentParser {
   // word; the parser then accepts further words, which completion needs.
   void take(const std::string& word);
 
-  // Returns the argument that the next word gives a value to, unless that word begins an option;
-  // null if there is none or the next word is the command.
+  // Returns the argument that takes the next word, if that is no option; null if nothing takes it
+  // or it is the command.
   [[nodiscard]] const Argument* next() const;
   [[nodiscard]] bool awaitsCommand() const { return positionals_ == 0 && awaiting_ == nullptr; }
   [[nodiscard]] bool awaitsValue() const { return awaiting_ != nullptr; }
   [[nodiscard]] const Arguments& arguments() const { return arguments_; }
 
-  // Returns the work of the command or, with --help, of printing the help. Throws a Failure with
+  // Returns what runs the command or, with --help, prints the help. Throws a Failure with
   // kWrongUsage if a word is missing.
   Run finish();
   [[nodiscard]] bool wantsJson() const { return wants_json_; }
@@ -41,7 +41,7 @@ class ArgumentParser {
 
   bool wants_json_ = false;
   bool wants_help_ = false;
-  Arguments arguments_;  // those of every command and, once it is known, those of the command
+  Arguments arguments_;  // those of all commands and, once the command is known, its own
   const Command* command_ = nullptr;
   Run run_;
   std::size_t positionals_ = 0;         // how many were taken; the first is the command

@@ -16,13 +16,13 @@ using plist::BinaryPropertyList;
 using plist::XmlScanner;
 using plist::XmlToken;
 
-// The most that one object takes in the library's tree and in our values together, including what
-// the daemon keeps of a target. Measured with libplist 2.2.0 on a 64-bit machine
+// The most memory that one object takes: in the library's tree, in our values, and in what the
+// daemon keeps of a target. Measured with libplist 2.2.0 on a 64-bit machine
 // (benchmarks/heap_benchmark, tests/scenario/heap_test).
 constexpr std::size_t kScalarBytes = 190;
 constexpr std::size_t kKeyBytes = 240;
 constexpr std::size_t kContainerBytes = 450;
-// Cost per byte of a key beyond a short one: the daemon keeps a target's key in several places.
+// Cost of each byte of a key after the first 16: the daemon keeps a target's key in several places.
 constexpr std::size_t kShortKeyBytes = 16;
 constexpr std::size_t kKeyByteBytes = 10;
 // Each byte of a string is held three times: in the file's bytes, the library's tree and our
@@ -62,7 +62,7 @@ std::size_t utf8Bytes(const BinaryObject& object) {
 }
 
 // Visits every object once per reference to it. It need not remember visited objects: every visit
-// adds to the size, so their number is bounded, and a list that contains itself exceeds the levels.
+// adds to the size, which bounds the visits, and a list that contains itself is soon too deep.
 class BinaryWalk {
  public:
   BinaryWalk(const BinaryPropertyList& list, Measure& measure) : list_(list), measure_(measure) {}
@@ -130,7 +130,7 @@ bool measureBinary(std::string_view bytes, Measure& measure) {
   return list && BinaryWalk(*list, measure).measure();
 }
 
-// Returns true for a known scalar. Any other element counts as one that may hold others.
+// Returns true for a known scalar. Any other element counts as a container.
 bool isScalar(std::string_view name) {
   constexpr std::array<std::string_view, 7> kScalars = {"string", "integer", "real", "date",
                                                         "data",   "true",    "false"};
@@ -177,7 +177,7 @@ bool measureXml(std::string_view bytes, Measure& measure) {
   return true;
 }
 
-// Returns true if '<' is the first printable character; parsers skip different bytes before it.
+// Returns true if '<' is the first printable character; parsers differ in what may precede it.
 bool looksLikeXml(std::string_view bytes) {
   const auto* const first =
       std::find_if(bytes.begin(), bytes.end(), [](char c) { return c > ' ' && c <= '~'; });

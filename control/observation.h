@@ -46,8 +46,8 @@ class Observation {
   // Return the process that a pass, or a watch timer, finds for the key; 0 if there is none.
   [[nodiscard]] std::int32_t pidForPass(const std::string& key) const;
   [[nodiscard]] std::int32_t pidForWatchTimer(const std::string& key) const;
-  // Returns the target's process id. Prefers the one in the status file if a pass or the target's
-  // watch timer would find the same process; otherwise the one that a pass finds, or 0.
+  // Returns the target's process id. It is the one in the status file if a pass or the target's
+  // watch timer would find it, too; otherwise the one that a pass finds, or 0.
   [[nodiscard]] std::int32_t pidOf(const std::string& key, const TargetSettings& settings) const;
   // Return null or empty if there is no such process or entry.
   [[nodiscard]] const RunningProcess* process(std::int32_t pid) const;
@@ -55,7 +55,7 @@ class Observation {
   [[nodiscard]] const JetsamEntry* jetsamEntry(std::int32_t pid) const;
   [[nodiscard]] std::optional<std::int32_t> band(std::int32_t pid) const;
   // Returns this kernel's highest band. Kernels number their bands up to 21 or up to 210; a band
-  // above 21 in the kernel's list shows which. Empty without a list.
+  // above 21 in the kernel's list means 210. Empty without a list.
   [[nodiscard]] std::optional<std::int32_t> highestBand() const;
 
  private:

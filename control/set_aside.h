@@ -1,4 +1,4 @@
-// Switches the preferences off temporarily and restores them byte for byte.
+// Switches the daemon off, and restores the preferences byte for byte.
 #pragma once
 
 #include <string>
@@ -9,9 +9,9 @@
 namespace vorlatch::control {
 
 // While an object exists, the preferences have another name and a switched-off copy takes their
-// place; the destructor restores them. A killed process leaves both files. The next release with
-// --keep-preferences restores the old file or, if somebody edited the copy, keeps the edit and
-// restores only the switch.
+// place; the destructor restores them. A killed run leaves both files. The next `release
+// --keep-preferences` restores the old file or, if somebody edited the copy, keeps the edit and
+// restores only Enabled.
 class SetAside {
  public:
   // Throws a Failure if this is not possible; the preferences are then unchanged. Delegates to

@@ -22,7 +22,7 @@ constexpr std::uint64_t kLeewayNs = 5'000'000'000;
 
 using PatrolTargets = std::vector<std::pair<std::string, TargetSettings>>;
 
-// Drops the stored forms, because only the pass compares them.
+// Drops the stored dictionaries, because only the pass compares them.
 PatrolTargets patrolTargets(Targets targets) {
   PatrolTargets settings;
   settings.reserve(targets.size());

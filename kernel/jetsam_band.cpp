@@ -10,7 +10,7 @@
 namespace vorlatch {
 namespace {
 
-// Kernels from iOS 16 on number their bands in steps of 10, earlier kernels in steps of 1.
+// Since iOS 16, kernels number their bands in steps of 10; before that, in steps of 1.
 constexpr std::int32_t kBandScale = 10;
 
 void giveBandToSystem(std::int32_t pid) {

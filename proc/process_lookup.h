@@ -25,7 +25,7 @@ std::int32_t getPIDForBundleID(const std::string& key);
 
 // Returns all running processes, from one scan; empty if the list cannot be read. If several
 // processes share a name, the first in the kernel's order wins; if several share a bundle
-// identifier, the last wins. An identifier replaces an equal name. Safe to call from any queue.
+// identifier, the last wins. An identifier wins over an equal name. Safe to call from any queue.
 RunningProcessMap getRunningProcessMap();
 
 // One running process, with the name and the identifier that keys are compared with.
@@ -35,7 +35,7 @@ struct RunningProcess {
   std::optional<std::string> bundle_identifier;
 };
 
-// Return true if the key is the process's name, its bundle identifier, or either.
+// Return true if the key is the process's name; its bundle identifier; either of them.
 bool isNamedBy(const RunningProcess& process, const std::string& key);
 bool isIdentifiedBy(const RunningProcess& process, const std::string& key);
 bool isFoundBy(const RunningProcess& process, const std::string& key);

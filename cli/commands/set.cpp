@@ -39,6 +39,7 @@ Run prepare(Arguments& arguments) {
 
 std::vector<Term> keys() {
   std::vector<Term> terms;
+  terms.reserve(kSettingKeys.size());
   for (const SettingKey& row : kSettingKeys) terms.push_back({row.key, row.meaning});
   return terms;
 }

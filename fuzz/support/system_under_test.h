@@ -50,7 +50,7 @@ class SystemUnderTest : public tests::ControlStory {
   // Expects every log line to be complete and stamped, unless a key of the preferences contains a
   // line feed.
   void expectWholeLog();
-  // Expects exactly the running targets of the preferences in the status file, with correct values.
+  // Expects in the status file exactly the running targets, with correct values.
   void expectTrueStatus();
 
  private:

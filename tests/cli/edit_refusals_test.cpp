@@ -139,7 +139,10 @@ TEST(EditRefuses, AFileThatHoldsNoDictionary) {
     writeAll(story.preferencesFile(), bytes);
     expectRefusals(story, kNoPreferences);
     EXPECT_TRUE(story.edit("preset --replace-file --dry-run").ends_with("nothing was written\n"));
-    EXPECT_TRUE(story.edit("preset --replace-file").ends_with("\nposts 1\n" + writes(whole)));
+    const std::string said = story.edit("preset --replace-file");
+    EXPECT_TRUE(said.ends_with("\nposts 1\n" + writes(whole)));
+    EXPECT_EQ(said.find("err: "), said.npos);
+    EXPECT_EQ(said.find("\nexit "), said.npos);
   }
 }
 

@@ -21,6 +21,7 @@ TEST(EditKeeps, EveryOtherValueOfEitherForm) {
     Dictionary preferences = test::oneOfEverything();
     const Dictionary alpha{{"Own", 2.5}, {"NiceValue", nice_value}};
     preferences.emplace("AppConfigs", Dictionary{{"alpha", alpha}});
+    preferences.emplace("\x1b[31m", "\x01");
     return preferences;
   };
   for (const auto& write : {platform::writeXmlPropertyList, platform::writeBinaryPropertyList}) {

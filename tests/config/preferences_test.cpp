@@ -14,6 +14,7 @@ using plist::Dictionary;
 using plist::Value;
 
 TEST(Preferences, LogSizeLimit) {
+  EXPECT_EQ(logSizeLimit({}), 2'097'152);
   const std::pair<Value, std::optional<std::int64_t>> limits[] = {
       {1, 1},
       {-5, std::nullopt},

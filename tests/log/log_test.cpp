@@ -1,11 +1,12 @@
 // The log file and its lines.
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <filesystem>
 
 #include <gtest/gtest.h>
 
 #include "config/log_size_cap.h"
-#include "log/log_file.h"
 #include "log/log_line.h"
 #include "tests/support/story.h"
 
@@ -38,7 +39,13 @@ TEST(LogFile, IsAppendedToUntilItIsCleared) {
 
   story.writePreferences({{"LogSizeLimit", 1'572'864}});
   std::filesystem::resize_file(path, 1'572'865);
+  struct stat before {};
+  struct stat after {};
+  EXPECT_EQ(::stat(path.c_str(), &before), 0);
   checkLogSizeAndClearIfNeeded();
+  EXPECT_EQ(::stat(path.c_str(), &after), 0);
+  EXPECT_EQ(after.st_ino, before.st_ino);  // others may follow the file
+  EXPECT_EQ(tests::modeOf(path), 0666U);
   writeTargetSeparator();
   const std::string log = kStamp + "[守护] 日志大小超过设定限制(1.5MB)，已自动清空。\n" + kRuleLine;
   EXPECT_EQ(readAll(path), log);

@@ -26,7 +26,7 @@ class Oracle {
   // Call when the daemon started, and when another program posted the notification.
   void started();
   void posted();
-  // Call after a work item ran: the first one in a queue, or a timer's that began at `now_ns`.
+  // Call after the first work item of a queue ran, or a timer's tick that began at `now_ns`.
   void ranQueue(const std::string& queue);
   void ranTimer(int id, std::uint64_t now_ns);
   // Call when time passed without any work.
@@ -40,7 +40,7 @@ class Oracle {
   [[nodiscard]] const std::map<int, Timer>& timers() const { return timers_; }
   [[nodiscard]] bool isWatched(const std::string& key) const { return watch_timers_.contains(key); }
   [[nodiscard]] const plist::Dictionary& status() const { return status_; }
-  // The identifiers under which the daemon knows bundles, by their directories.
+  // Maps a bundle's directory to the identifier that the daemon knows.
   [[nodiscard]] const std::map<std::string, std::string>& identifiers() const {
     return identifiers_;
   }

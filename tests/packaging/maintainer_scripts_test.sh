@@ -332,9 +332,10 @@ say() {
   status=0
   ${shell} "$checkout/packaging/debian/$1" "${@:2}" </dev/null >"$here/output" 2>&1 || status=$?
 }
-for word in abort-upgrade abort-remove abort-deconfigure; do
-  installed "$word"
-  say postinst "$word" in-favour other 1.0
+for words in 'abort-upgrade 2.0' 'abort-remove' 'abort-deconfigure in-favour other 1.0'; do
+  installed "$words"
+  # shellcheck disable=SC2086 # words
+  say postinst $words
   check 'the daemon is restarted' "0 $restarted" "$status $(cat "$here/output" "$FAKE/record")"
 done
 begin 'words that ask nothing of a script'

@@ -31,7 +31,7 @@ constexpr unsigned kLongestStorySeconds = 120;
 
 void playSteps(const Plan& plan, const Kept& kept, std::string& at) {
   Stage stage;
-  // Every fourth seed keeps the order of the ready work.
+  // Every fourth seed runs work that is ready at once in order.
   if (plan.seed % 4 != 0) stage.device.scheduler.shuffleWith(plan.seed);
   bool started = false;
   const auto start_before = [&](std::size_t index) {

@@ -2,6 +2,7 @@
 // the original standard error.
 #include <unistd.h>
 
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -26,10 +27,13 @@ bool readOptions(int argc, char** argv) {
   for (int i = 1; i < argc; i += 2) {
     const auto option = known.find(argv[i]);
     if (option == known.end() || i + 1 == argc) return false;
-    char* end = nullptr;
-    *option->second = std::strtoull(argv[i + 1], &end, 10);
-    if (end == argv[i + 1] || *end != '\0') return false;
+    const std::string_view number = argv[i + 1];
+    const char* const end = number.data() + number.size();
+    const auto read = std::from_chars(number.data(), end, *option->second);
+    if (read.ec != std::errc{} || read.ptr != end) return false;
   }
+  constexpr std::uint64_t kMostSeconds = 1'000'000;
+  if (seconds > kMostSeconds || options.stories == 0) return false;
   options.duration = std::chrono::seconds(seconds);
   return true;
 }
