@@ -75,12 +75,14 @@ void prepare(SystemUnderTest& system, const Dictionary& scene) {
 
 const Words& vocabulary() {
   static const Words& words = *[] {
-    auto* all = new Words(tests::with(
-        preferencesWords(),
-        tests::wordsOf("Commands Preferences Status Log SetAside Binary Columns Rows Colour Waits "
-                       "--json --help -h -- - = [ [a,b] , NiceValue=-5 CheckInterval=30 "
-                       "StripManaged=off MemLimitActive=2000 内核 [守护] pid n p "
-                       "@com.zel.vorlatch.plist @Vorlatch.log . 1e5 +5")));
+    auto* all = new Words(preferencesWords());
+    for (std::string& word :
+         tests::wordsOf("Commands Preferences Status Log SetAside Binary Columns Rows Colour Waits "
+                        "--json --help -h -- - = [ [a,b] , NiceValue=-5 CheckInterval=30 "
+                        "StripManaged=off MemLimitActive=2000 内核 [守护] pid n p "
+                        "@com.zel.vorlatch.plist @Vorlatch.log . 1e5 +5")) {
+      all->push_back(std::move(word));
+    }
     all->emplace_back("[03-04 05:06:07] [内核] ：成功\n");
     for (const cli::Command* command : cli::commands()) {
       all->emplace_back(command->name);

@@ -138,15 +138,17 @@ void look(SystemUnderTest& system, const std::string& key) {
 }  // namespace
 
 const Words& vocabulary() {
-  static const Words words = tests::with(
-      tests::wordsOf(
-          "Processes Copies AppConfigs Answers Name Path Pid Nice Zombie Function Command "
-          "First Count Result Error Buffer Acts proc_listpids proc_name proc_pidpath "
-          "getpriority setpriority NiceValue memorystatus_control SpringBoard a.b "
-          "CheckInterval com.tencent.xin @WeChat.app/ @WeChat.app/x @Odd.app/x @Other.appex/x "
-          "@Nameless.app/x /x.app/y / %s%n \x1b[2J \xe2\x80\xae视\xe2\x80\xac = vorlatchd "
-          "JetsamPriority"),
-      {"", "\n", "\t"});
+  static const Words& words = *[] {
+    auto* all = new Words(tests::wordsOf(
+        "Processes Copies AppConfigs Answers Name Path Pid Nice Zombie Function Command "
+        "First Count Result Error Buffer Acts proc_listpids proc_name proc_pidpath "
+        "getpriority setpriority NiceValue memorystatus_control SpringBoard a.b "
+        "CheckInterval com.tencent.xin @WeChat.app/ @WeChat.app/x @Odd.app/x @Other.appex/x "
+        "@Nameless.app/x /x.app/y / %s%n \x1b[2J \xe2\x80\xae视\xe2\x80\xac = vorlatchd "
+        "JetsamPriority"));
+    for (const char* word : {"", "\n", "\t"}) all->emplace_back(word);
+    return all;
+  }();
   return words;
 }
 
