@@ -1,6 +1,5 @@
 #include "cli/arguments.h"
 
-#include <algorithm>
 #include <charconv>
 #include <utility>
 

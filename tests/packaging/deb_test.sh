@@ -79,12 +79,13 @@ for script in postinst prerm postrm; do
 done
 check 'every file has its sum, sorted and right' 3 "$(cd "$here/unpacked" && sort -c -k 2 DEBIAN/md5sums &&
   md5sum --check --quiet DEBIAN/md5sums && wc -l <DEBIAN/md5sums)"
-# 3 KiB of the one file, 1 of each other, 7 directories and a link. The other fields are check-package's.
+# The largest file counts 3 KiB; each other file, the 7 directories and the link count 1. scripts/check-package
+# checks the other fields.
 check 'version and size' 'Version: 1.2.3 Installed-Size: 13' \
   "$(dpkg-deb -f "$here/one.deb" Version Installed-Size | paste -sd ' ')"
 
-# A package that cannot be made: as on a full disk, writing ends within it; to ignore the signal leaves the
-# error.
+# Makes a package that cannot be finished: a limit on the size of files ends writing as a full disk would.
+# Ignoring the limit's signal lets the error reach dpkg-deb.
 mkdir -p "$here/large.tree/var/jb" "$here/dist"
 head -c 100000 /dev/urandom >"$here/large.tree/var/jb/large"
 echo old >"$here/dist/a.deb"

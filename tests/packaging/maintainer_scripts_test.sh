@@ -70,8 +70,8 @@ esac
 FAKE
 chmod +x "$fake"
 
-# makePackage VERSION: with scripts that note their arguments first and are run by $shell, as the device's is
-# not here.
+# makePackage VERSION: makes a package whose scripts first note their arguments. $shell runs them, because
+# this machine does not have the device's shell.
 makePackage() {
   local version=$1 copy=$here/copy staging=$here/staging/var/jb script note
   rm -rf "$copy" "$here/staging"
