@@ -20,9 +20,11 @@ struct EmptyDevice : tests::Story {
   }
 };
 
+// Like the daemon, does not care whether the values of other keys are readable.
 std::string identifierIn(std::string_view bytes) {
-  const plist::Dictionary info = dictionaryIn(bytes).value_or(plist::Dictionary());
-  const plist::Value* value = plist::find(info, "CFBundleIdentifier");
+  constexpr const char* kKey = "CFBundleIdentifier";
+  const plist::Dictionary info = dictionaryIn(bytes, kKey).value_or(plist::Dictionary());
+  const plist::Value* value = plist::find(info, kKey);
   const auto* text = value != nullptr ? value->as<std::string>() : nullptr;
   return text != nullptr ? *text : std::string();
 }

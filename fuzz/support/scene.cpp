@@ -35,8 +35,8 @@ plist::Array arrayIn(const Dictionary& scene, std::string_view key) {
   return array != nullptr ? *array : plist::Array();
 }
 
-std::optional<Dictionary> dictionaryIn(std::string_view bytes) {
-  const std::optional<Value> root = propertyListIn(bytes);
+std::optional<Dictionary> dictionaryIn(std::string_view bytes, const char* only_key) {
+  const std::optional<Value> root = propertyListIn(bytes, only_key);
   const auto* dictionary = root ? root->as<Dictionary>() : nullptr;
   return dictionary != nullptr ? std::optional(*dictionary) : std::nullopt;
 }

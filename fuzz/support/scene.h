@@ -21,8 +21,9 @@ std::string textIn(const plist::Dictionary& scene, std::string_view key);
 std::string bytesOf(const plist::Value& value);
 // Empty for any other value.
 plist::Array arrayIn(const plist::Dictionary& scene, std::string_view key);
-// The dictionary at the root of a property list.
-std::optional<plist::Dictionary> dictionaryIn(std::string_view bytes);
+// The dictionary at the root of a property list, reduced to `only_key` if that is given.
+std::optional<plist::Dictionary> dictionaryIn(std::string_view bytes,
+                                              const char* only_key = nullptr);
 // The contents of a file: the bytes of a string or data, or any other value as a property list.
 // std::nullopt if the scene does not contain the file.
 std::optional<std::string> fileIn(const plist::Dictionary& scene, std::string_view key,
