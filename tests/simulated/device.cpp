@@ -79,7 +79,8 @@ std::int32_t Device::launch(const Launch& launch) {
                          .executable_path = launch.executable_path,
                          .pid = pid,
                          .nice_value = launch.nice_value,
-                         .start_time = next_start_time_++});
+                         .start_time = next_start_time_++,
+                         .memory = launch.memory});
   by_pid_[pid] = processes_.begin();
   return pid;
 }

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/memory_use.h"
 #include "platform/model/jetsam_model.h"
 #include "tests/simulated/scheduler.h"
 
@@ -30,6 +31,7 @@ struct Process {
   // If set, the system replaces every nice value or band that a call sets by this one.
   std::optional<std::int32_t> overriding_nice = std::nullopt;
   std::optional<std::int32_t> overriding_band = std::nullopt;
+  std::optional<platform::ProcessMemory> memory = std::nullopt;  // empty: hidden from the caller
 };
 
 struct Launch {
@@ -37,6 +39,7 @@ struct Launch {
   std::string executable_path = "/usr/libexec/" + name;
   std::int32_t pid = 0;  // 0: the next free pid
   std::int32_t nice_value = 0;
+  std::optional<platform::ProcessMemory> memory = std::nullopt;
 };
 
 // Changes the result of the calls of one function; `pid` and `command` restrict it to some of them.
@@ -107,6 +110,10 @@ class Device {
   model::Kernel kernel;
   model::JetsamTable jetsam_table;
   std::string root_prefix_library = "no-such-library";
+  std::optional<platform::MachineMemory> memory;
+  std::string crash_reports;              // the folder
+  std::vector<std::string> applications;  // folders
+  std::string preferred_language;
   bool is_tracing = true;
 
   // For the platform functions.

@@ -10,11 +10,14 @@
 #include <utility>
 
 #include "platform/local_time.h"
+#include "platform/memory_use.h"
 #include "platform/memorystatus.h"
 #include "platform/notifications.h"
+#include "platform/preferred_language.h"
 #include "platform/process_table.h"
 #include "platform/queues.h"
 #include "platform/root_prefix_library.h"
+#include "platform/system_paths.h"
 #include "tests/simulated/device.h"
 
 namespace vorlatch::platform {
@@ -242,6 +245,29 @@ std::string localTimeStamp() {
                 static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()));
   Device::get().trace("localTimeStamp", stamp);
   return stamp;
+}
+
+std::optional<ProcessMemory> memoryOfProcess(int pid) {
+  const Process* process = Device::get().find(pid);
+  Device::get().trace("memoryOfProcess", "memoryOfProcess(" + pidText(pid) + ")");
+  errno = process == nullptr ? ESRCH : EPERM;
+  return process != nullptr ? process->memory : std::nullopt;
+}
+
+std::optional<MachineMemory> memoryOfMachine() {
+  return Device::get().memory;
+}
+
+std::string crashReportDirectory() {
+  return Device::get().crash_reports;
+}
+
+std::vector<std::string> applicationDirectories() {
+  return Device::get().applications;
+}
+
+std::string preferredLanguage() {
+  return Device::get().preferred_language;
 }
 
 const char* rootPrefixLibraryName() {
