@@ -4,7 +4,7 @@
 namespace vorlatch {
 
 // Returns the text unchanged. scripts/fix collects the marked texts for the translators; see
-// control/text.h.
+// control/translation.h.
 constexpr const char* english(const char* text) {
   return text;
 }

@@ -29,9 +29,8 @@ struct Store {
     const auto read = std::from_chars(word.data(), end, number);
     const bool is_number = read.ec == std::errc{} && read.ptr == end;
     if (!is_number || number < argument.lowest || number > argument.highest) {
-      failWrongUsage(argument.names().back() + " takes a number from " +
-                     std::to_string(argument.lowest) + " to " + std::to_string(argument.highest) +
-                     ", not \"" + word + "\"");
+      failWrongUsage(tr("%s takes a number from %s to %s, not \"%s\"", argument.names().back(),
+                        argument.lowest, argument.highest, word));
     }
     *value = static_cast<Number>(number);
   }
@@ -45,8 +44,20 @@ void store(const Argument& argument, const std::string& word) {
 
 ArgumentParser::ArgumentParser()
     : arguments_{
-          {.name = "--json", .description = "print JSON, for programs", .value = &wants_json_},
-          {.name = "-h,--help", .description = "print this help", .value = &wants_help_}} {}
+          {.name = "--json",
+           .description = english("print JSON, for programs"),
+           .value = &wants_json_},
+          {.name = "--lang",
+           .description = english("the language: en or zh"),
+           .value = &language_,
+           .offer =
+               [](const std::string&) {
+                 return Words{"en", "zh"};
+               }},
+          {.name = "-h,--help", .description = english("print this help"), .value = &wants_help_},
+          {.name = "--version",
+           .description = english("print the version"),
+           .value = &wants_version_}} {}
 
 void ArgumentParser::take(const std::string& word) {
   if (awaiting_ != nullptr) {
@@ -67,7 +78,7 @@ void ArgumentParser::takeOption(const std::string& word) {
   const std::string name = word.substr(0, equals);
   const Argument& option = optionNamed(name);
   if (isFlag(option)) {
-    if (equals != word.npos) failWrongUsage(name + " takes no value");
+    if (equals != word.npos) failWrongUsage(tr("%s takes no value", name));
     store(option, {});
   } else if (equals == word.npos) {
     awaiting_ = &option;
@@ -98,7 +109,7 @@ const Argument& ArgumentParser::optionNamed(const std::string& name) const {
       if (each.starts_with("--")) known.push_back(std::move(each));
     }
   }
-  failWrongUsage("there is no option " + name +
+  failWrongUsage(tr("there is no option %s", name) +
                  (name.starts_with("--") ? control::suggestion(name, known) : ""));
 }
 
@@ -108,7 +119,8 @@ void ArgumentParser::takePositional(const std::string& word) {
   if (positionals_ == 1) {
     command_ = findCommand(word);
     if (command_ == nullptr) {
-      failWrongUsage("there is no command " + word + control::suggestion(word, commandNames()));
+      failWrongUsage(tr("there is no command %s", word) +
+                     control::suggestion(word, commandNames()));
     }
     Arguments own;
     run_ = command_->prepare(own);
@@ -116,7 +128,7 @@ void ArgumentParser::takePositional(const std::string& word) {
   } else if (argument != nullptr) {
     store(*argument, word);
   } else {
-    failWrongUsage("nothing takes the argument \"" + word + "\"");
+    failWrongUsage(tr("nothing takes the argument \"%s\"", word));
   }
 }
 
@@ -134,20 +146,26 @@ const Argument* ArgumentParser::next() const {
 }
 
 Run ArgumentParser::finish() {
+  if (wants_version_) {
+    return [](const Session& session) {
+      printLine(session, std::string("vorlatchctl ") + VORLATCH_VERSION);
+      return kDone;
+    };
+  }
   if (wants_help_) {
     return [command = command_, arguments = arguments_](const Session& session) {
       session.terminal.out(helpText(command, arguments, session.terminal.columns()));
       return kDone;
     };
   }
-  if (awaiting_ != nullptr) failWrongUsage(awaiting_->names().back() + " needs a value");
-  if (command_ == nullptr) failWrongUsage("a command is needed; vorlatchctl --help names them");
+  if (awaiting_ != nullptr) failWrongUsage(tr("%s needs a value", awaiting_->names().back()));
+  if (command_ == nullptr) failWrongUsage(tr("a command is needed; vorlatchctl --help names them"));
   std::size_t place = 1;
   for (const Argument& argument : arguments_) {
     if (argument.isOption()) continue;
     if (argument.is_required && place >= positionals_) {
-      failWrongUsage(std::string(argument.name) + " is missing; vorlatchctl " + command_->name +
-                     " --help says more");
+      failWrongUsage(
+          tr("%s is missing; vorlatchctl %s --help says more", argument.name, command_->name));
     }
     ++place;
   }

@@ -32,6 +32,8 @@ class ArgumentParser {
   // kWrongUsage if a word is missing.
   Run finish();
   [[nodiscard]] bool wantsJson() const { return wants_json_; }
+  // Returns the language that the user asked for; empty if none.
+  [[nodiscard]] const std::string& language() const { return language_; }
 
  private:
   void takeOption(const std::string& word);
@@ -41,6 +43,8 @@ class ArgumentParser {
 
   bool wants_json_ = false;
   bool wants_help_ = false;
+  bool wants_version_ = false;
+  std::string language_;
   Arguments arguments_;  // those of all commands and, once the command is known, its own
   const Command* command_ = nullptr;
   Run run_;

@@ -1,21 +1,28 @@
 #include "cli/command_line.h"
 
+#include <algorithm>
 #include <new>
 
 #include "cli/arguments.h"
+#include "cli/language.h"
 
 namespace vorlatch::cli {
 
 int runCommandLine(const std::vector<std::string>& arguments, Terminal& terminal) {
   Session session{.terminal = terminal};
+  chooseLanguage("", terminal);
   try {
     ArgumentParser parser;
-    for (const std::string& word : arguments) parser.take(word);
+    session.wants_json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+    for (const std::string& word : arguments) {
+      parser.take(word);
+      chooseLanguage(parser.language(), terminal);
+    }
     const Run run = parser.finish();
     session.wants_json = parser.wantsJson();
     return run(session);
   } catch (const control::Failure& failure) {
-    printError(session, failure.message);
+    report(session, failure);
     return failure.status;
   } catch (const std::bad_alloc&) {
     printError(session, "there is not enough memory");

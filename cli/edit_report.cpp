@@ -7,7 +7,7 @@ namespace vorlatch::cli {
 namespace {
 
 std::string textOf(const plist::Value* value) {
-  return value != nullptr ? control::settingText(*value) : "(none)";
+  return value != nullptr ? control::settingText(*value) : tr("(none)");
 }
 
 std::string pathText(const std::vector<std::string>& path) {
@@ -20,10 +20,10 @@ std::string pathText(const std::vector<std::string>& path) {
 
 void addEditOptions(Arguments& arguments, EditOptions& options) {
   arguments.push_back({.name = "--dry-run",
-                       .description = "show the difference and write nothing",
+                       .description = english("show the difference and write nothing"),
                        .value = &options.is_dry_run});
   arguments.push_back({.name = "--no-apply",
-                       .description = "do not tell the daemon",
+                       .description = english("do not tell the daemon"),
                        .value = &options.applies,
                        .flag_means = false});
 }
@@ -58,11 +58,11 @@ void reportEdit(const Session& session, const EditOptions& options, const contro
     printLine(session,
               pathText(each.path) + ": " + textOf(each.before) + " -> " + textOf(each.after));
   }
-  if (differences.empty()) printLine(session, "nothing to change");
-  if (options.is_dry_run) printLine(session, "nothing was written");
+  if (differences.empty()) printLine(session, tr("nothing to change"));
+  if (options.is_dry_run) printLine(session, tr("nothing was written"));
   // No hint if this edit switched the daemon off: the user knows.
   if (!isEnabled(edit.before) && !isEnabled(edit.after)) {
-    printLine(session, "the daemon is switched off; vorlatchctl enable switches it on");
+    printLine(session, tr("the daemon is switched off; vorlatchctl enable switches it on"));
   }
 }
 

@@ -78,10 +78,10 @@ void addArguments(HelpText& help, const Arguments& arguments) {
   std::vector<Term> options;
   for (const Argument& argument : arguments) {
     auto& list = argument.isOption() ? options : positionals;
-    list.push_back({termOf(argument), argument.description});
+    list.push_back({termOf(argument), translated(argument.description)});
   }
-  help.add("Arguments:", positionals);
-  help.add("Options:", options);
+  help.add(tr("Arguments:"), positionals);
+  help.add(tr("Options:"), options);
 }
 
 }  // namespace
@@ -90,28 +90,28 @@ std::string helpText(const Command* command, const Arguments& arguments, std::si
   HelpText help(columns);
   if (command != nullptr) {
     help.add(usageOf(*command, arguments));
-    help.add(command->description);
+    help.add(translated(command->description));
     addArguments(help, arguments);
-    if (command->keys != nullptr) help.add("Keys:", command->keys());
-    help.addLine(std::string("\nExamples:\n") + command->examples);
+    if (command->keys != nullptr) help.add(tr("Keys:"), command->keys());
+    help.addLine("\n" + tr("Examples:") + "\n" + command->examples);
     return help.text();
   }
-  help.add("vorlatchctl COMMAND [ARGUMENT...]");
-  help.add("Edits the preferences of the Vorlatch daemon, asks what it holds, and explains.");
+  help.add(tr("vorlatchctl COMMAND [ARGUMENT...]"));
+  help.add(tr("Edits the preferences of the Vorlatch daemon, asks what it holds, and explains."));
   std::vector<Term> entries;
   for (const Command* each : commands()) {
-    if (each->place > 0) entries.push_back({each->name, each->description});
+    if (each->place > 0) entries.push_back({each->name, translated(each->description)});
   }
-  help.add("Commands:", entries);
+  help.add(tr("Commands:"), entries);
   addArguments(help, arguments);
-  help.addLine(
-      "\nExamples:\n"
-      "  vorlatchctl status\n"
-      "  vorlatchctl set com.tencent.xin JetsamPriority=home NiceValue=-5\n"
-      "  vorlatchctl match backboardd\n"
-      "  vorlatchctl log -f --target kbd\n");
-  help.add("A target is an app's bundle identifier or a system daemon's process name.");
-  help.add("Exit status: 0 done, 1 a finding, 2 wrong usage, 3 could not.");
+  help.addLine("\n" + tr("Examples:") +
+               "\n"
+               "  vorlatchctl status\n"
+               "  vorlatchctl set com.tencent.xin JetsamPriority=home NiceValue=-5\n"
+               "  vorlatchctl match backboardd\n"
+               "  vorlatchctl log -f --target kbd\n");
+  help.add(tr("A target is an app's bundle identifier or a system daemon's process name."));
+  help.add(tr("Exit status: 0 done, 1 a finding, 2 wrong usage, 3 could not."));
   return help.text();
 }
 

@@ -33,14 +33,33 @@ struct MakeJson {
   }
 };
 
+Json versioned(const Json& json) {
+  Json whole{{"schema", kJsonVersion}};
+  whole.update(json);
+  return whole;
+}
+
+// Returns the word for an exit status in JSON.
+const char* codeOf(ExitStatus status) {
+  return status == kWrongUsage ? "wrong-usage" : "failed";
+}
+
 }  // namespace
 
 std::string textOf(const Json& json, int indent) {
   return commandsEscaped(json.dump(indent, ' ', false, Json::error_handler_t::replace));
 }
 
+std::string whole(const Json& json) {
+  return textOf(versioned(json), 2) + "\n";
+}
+
+std::string streamed(const Json& json) {
+  return textOf(versioned(json), -1) + "\n";
+}
+
 void print(const Session& session, const Json& json) {
-  session.terminal.out(textOf(json, 2) + "\n");
+  session.terminal.out(whole(json));
 }
 
 void printLine(const Session& session, std::string_view line) {
@@ -49,6 +68,12 @@ void printLine(const Session& session, std::string_view line) {
 
 void printError(const Session& session, std::string_view line) {
   session.terminal.err("vorlatchctl: " + visible(line) + "\n");
+}
+
+void report(const Session& session, const control::Failure& failure) {
+  if (!session.wants_json) return printError(session, failure.message);
+  const Json error{{"code", codeOf(failure.status)}, {"message", failure.message}};
+  session.terminal.err(streamed({{"error", error}}));
 }
 
 Json jsonOf(const plist::Value& value) {

@@ -5,6 +5,7 @@
 #include "cli/terminal.h"
 #include "control/failure.h"
 #include "control/setting_views.h"
+#include "control/translation.h"
 
 namespace vorlatch::cli {
 
@@ -14,6 +15,12 @@ using enum control::ExitStatus;
 using control::failCouldNot;
 using control::failWrongUsage;
 using control::jsonOf;
+using control::tr;
+using control::translated;
+
+// The version of the JSON that vorlatchctl prints. It grows when a key is removed or changes its
+// meaning.
+inline constexpr int kJsonVersion = 1;
 
 struct Session {
   Terminal& terminal;
@@ -24,12 +31,18 @@ struct Session {
 // Writes control characters that a terminal obeys as \u escapes, and invalid UTF-8 as replacement
 // characters.
 std::string textOf(const Json& json, int indent);
-// Prints the value, indented, with a line feed.
+// Return an object's text behind the version of its form: indented, or in one line as part of a
+// stream of objects.
+std::string whole(const Json& json);
+std::string streamed(const Json& json);
+// Prints an object, indented.
 void print(const Session& session, const Json& json);
 // Print one line to the standard output, or to the standard error, with control characters made
 // visible.
 void printLine(const Session& session, std::string_view line);
 void printError(const Session& session, std::string_view line);
+// Reports a failure on the standard error: as a line, or as an object if the user wants JSON.
+void report(const Session& session, const control::Failure& failure);
 
 // Returns a stored value as JSON: a date as {"date": seconds since 2001}, data as {"data":
 // hexadecimal}.

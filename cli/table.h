@@ -1,4 +1,4 @@
-// Rows of text in aligned columns.
+// Rows of text in aligned columns or, on a narrow screen, in blocks.
 #pragma once
 
 #include <string>
@@ -7,6 +7,13 @@
 #include "cli/terminal.h"
 
 namespace vorlatch::cli {
+
+struct Column {
+  const char* heading;  // in English
+  // On a narrow screen, the columns with the highest rank are left out first; 0: never left out.
+  int rank = 0;
+  bool is_typed = false;  // names that users type; never cut
+};
 
 struct Cell {
   // Implicit, so that a row can be written as a list of texts.
@@ -20,20 +27,31 @@ struct Cell {
 
 class Table {
  public:
-  explicit Table(std::vector<std::string> headings) : headings_(std::move(headings)) {}
+  explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
 
   void add(std::vector<Cell> row) { rows_.push_back(std::move(row)); }
   [[nodiscard]] bool isEmpty() const { return rows_.empty(); }
 
-  // Returns all rows below a heading. On a terminal, cuts the widest columns until each line fits;
-  // elsewhere cuts nothing. Aligns a column to the right if every cell is a number or '-'.
+  // Returns all rows below a heading. On a terminal, leaves out columns and then cuts the widest
+  // until each line fits; elsewhere shows everything. Aligns a column to the right if every cell is
+  // a number or '-'.
   [[nodiscard]] std::string text(const Terminal& terminal) const;
 
+  // Returns a block per row: the first cell and the last one, which names it and its state, then
+  // the other cells behind their headings, as many in a line as fit. Leaves out cells that are '-'.
+  [[nodiscard]] std::string blocks(const Terminal& terminal) const;
+
  private:
-  [[nodiscard]] std::vector<std::size_t> widths(std::size_t columns) const;
+  // The columns that are shown. `columns` is the width of the screen; 0: no limit.
+  struct Shown {
+    std::size_t index;
+    std::size_t width;
+    bool is_numeric;
+  };
+  [[nodiscard]] std::vector<Shown> fitInto(std::size_t columns) const;
   [[nodiscard]] bool isNumeric(std::size_t column) const;
 
-  std::vector<std::string> headings_;
+  std::vector<Column> columns_;
   std::vector<std::vector<Cell>> rows_;
 };
 

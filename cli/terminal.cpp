@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 
 namespace vorlatch::cli {
 namespace {
@@ -69,9 +70,9 @@ winsize windowSize() {
   return size;
 }
 
-bool isSet(const char* variable) {
-  const char* value = std::getenv(variable);
-  return value != nullptr && *value != '\0';
+std::string variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
 }
 
 }  // namespace
@@ -102,7 +103,9 @@ Terminal processTerminal() {
     terminal.columns = [] { return std::size_t{windowSize().ws_col}; };
     terminal.rows = [] { return std::size_t{windowSize().ws_row}; };
   }
-  terminal.has_colour = is_terminal && !isSet("NO_COLOR");
+  terminal.has_colour = is_terminal && variable("NO_COLOR").empty();
+  terminal.variable = variable;
+  terminal.wall_seconds = [] { return std::int64_t{std::time(nullptr)}; };
   return terminal;
 }
 

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -31,6 +32,10 @@ struct Terminal {
   std::function<std::size_t()> columns = [] { return std::size_t{0}; };
   std::function<std::size_t()> rows = [] { return std::size_t{0}; };
   bool has_colour = false;
+  // Returns the value of an environment variable; empty if it is unset.
+  std::function<std::string(const char* name)> variable = [](const char*) { return std::string(); };
+  // Returns the seconds since 1970.
+  std::function<std::int64_t()> wall_seconds = [] { return std::int64_t{0}; };
 
   // Returns the text in the colour, or unchanged if the terminal has no colours.
   [[nodiscard]] std::string in(Colour colour, std::string_view text) const;

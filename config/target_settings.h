@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "base/plist_value.h"
+#include "base/translatable.h"
 #include "platform/jetsam_bands.h"
 
 namespace vorlatch {
@@ -63,40 +64,42 @@ struct SettingKey {
 
 inline constexpr auto kSettingKeys = std::to_array<SettingKey>({
     {.key = keys::kCheckInterval,
-     .meaning = "seconds between looks of the target's own timer; 0: none, the patrol looks every "
-                "1800 s",
+     .meaning =
+         english("seconds between looks of the target's own timer; 0: none, the patrol looks every "
+                 "1800 s"),
      .kind = SettingKey::Kind::Integer,
      .lowest = 0,
      .highest = SettingKey::kMost,
      .is_clamped = true,
-     .outside = "it counts as none",
+     .outside = english("it counts as none"),
      .integer = &TargetSettings::check_interval_s,
      .json = "interval_s"},
     {.key = keys::kJetsamPriority,
-     .meaning = "jetsam band to hold the process at; -1: left alone, 0: the system's default",
+     .meaning =
+         english("jetsam band to hold the process at; -1: left alone, 0: the system's default"),
      .kind = SettingKey::Kind::Integer,
      .lowest = -1,
      .highest = platform::kHighestBandSinceIOS16,
      .integer = &TargetSettings::jetsam_priority,
      .json = "band"},
     {.key = keys::kMemLimitActive,
-     .meaning = "memory limit in MB while active; 0: the system's default",
+     .meaning = english("memory limit in MB while active; 0: the system's default"),
      .kind = SettingKey::Kind::Integer,
      .lowest = -1,
      .highest = SettingKey::kMost,
-     .outside = "the kernel takes it for the system's default",
+     .outside = english("the kernel takes it for the system's default"),
      .integer = &TargetSettings::active_limit_mb,
      .json = "active_limit_mb"},
     {.key = keys::kMemLimitInactive,
-     .meaning = "memory limit in MB while inactive; 0: the system's default",
+     .meaning = english("memory limit in MB while inactive; 0: the system's default"),
      .kind = SettingKey::Kind::Integer,
      .lowest = -1,
      .highest = SettingKey::kMost,
-     .outside = "the kernel takes it for the system's default",
+     .outside = english("the kernel takes it for the system's default"),
      .integer = &TargetSettings::inactive_limit_mb,
      .json = "inactive_limit_mb"},
     {.key = keys::kNiceValue,
-     .meaning = "nice value to hold the process at",
+     .meaning = english("nice value to hold the process at"),
      .kind = SettingKey::Kind::Integer,
      .lowest = kLowestNice,
      .highest = kHighestNice,
@@ -104,12 +107,12 @@ inline constexpr auto kSettingKeys = std::to_array<SettingKey>({
      .integer = &TargetSettings::nice_value,
      .json = "nice"},
     {.key = keys::kStripManaged,
-     .meaning = "whether to take the process out of the system's memory management",
+     .meaning = english("whether to take the process out of the system's memory management"),
      .kind = SettingKey::Kind::Boolean,
      .boolean = &TargetSettings::strips_managed,
      .json = "strip_managed"},
     {.key = keys::kRemark,
-     .meaning = "a note for yourself; the daemon never reads it",
+     .meaning = english("a note for yourself; the daemon never reads it"),
      .kind = SettingKey::Kind::Text},
 });
 

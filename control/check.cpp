@@ -14,6 +14,7 @@
 #include "control/observation.h"
 #include "control/preferences_edit.h"
 #include "control/setting_text.h"
+#include "control/translation.h"
 
 namespace vorlatch::control {
 namespace {
@@ -33,35 +34,35 @@ void checkLogSizeLimit(const Value& limit, Findings& findings) {
   if (limit.as<std::int64_t>() != nullptr || limit.as<std::uint64_t>() != nullptr) return;
   findings.push_back({{keys::kLogSizeLimit},
                       "wrong-type",
-                      std::string("is ") + kindText(limit) + " (" + settingText(limit) +
-                          ") and not an integer; the daemon reads it as " +
-                          std::to_string(plist::int64Value(limit))});
+                      tr("is %s (%s) and not an integer; the daemon reads it as %s",
+                         kindText(limit), settingText(limit), plist::int64Value(limit))});
 }
 
 void checkTopLevel(const Dictionary& preferences, Findings& findings) {
   for (const auto& [key, value] : preferences) {
     const auto& known = topLevelKeys();
     if (std::find(known.begin(), known.end(), key) != known.end()) continue;
-    findings.push_back({{key}, "unknown-key", "is unknown to the daemon" + suggestion(key, known)});
+    findings.push_back(
+        {{key}, "unknown-key", tr("is unknown to the daemon") + suggestion(key, known)});
   }
   if (const Value* enabled = plist::find(preferences, keys::kEnabled)) {
     if (const auto fault = booleanFaultOf(*enabled)) {
       findings.push_back({{keys::kEnabled}, fault->kind, fault->message});
     }
   } else {
-    findings.push_back({{keys::kEnabled}, "missing", "is missing: the daemon is switched off"});
+    findings.push_back({{keys::kEnabled}, "missing", tr("is missing: the daemon is switched off")});
   }
   if (const Value* limit = plist::find(preferences, keys::kLogSizeLimit)) {
     checkLogSizeLimit(*limit, findings);
   }
   const Value* targets = plist::find(preferences, keys::kAppConfigs);
   if (targets == nullptr) {
-    findings.push_back({{keys::kAppConfigs}, "missing", "is missing: there are no targets"});
+    findings.push_back({{keys::kAppConfigs}, "missing", tr("is missing: there are no targets")});
   } else if (targets->as<Dictionary>() == nullptr) {
-    findings.push_back({{keys::kAppConfigs},
-                        "wrong-type",
-                        std::string("is ") + kindText(*targets) +
-                            " and not a dictionary; the daemon reads it as missing"});
+    findings.push_back(
+        {{keys::kAppConfigs},
+         "wrong-type",
+         tr("is %s and not a dictionary; the daemon reads it as missing", kindText(*targets))});
   }
 }
 
@@ -71,7 +72,7 @@ void checkTarget(const std::string& target, const Dictionary& settings, Findings
     if (row == nullptr) {
       findings.push_back({{keys::kAppConfigs, target, key},
                           "unknown-key",
-                          "is unknown to the daemon" + suggestion(key, settingKeyNames())});
+                          tr("is unknown to the daemon") + suggestion(key, settingKeyNames())});
     } else if (const auto fault = faultOf(*row, value)) {
       findings.push_back({{keys::kAppConfigs, target, key}, fault->kind, fault->message});
     }
@@ -86,10 +87,10 @@ void checkTargets(const Dictionary& preferences, Findings& findings) {
     if (const auto* settings = value.as<Dictionary>()) {
       checkTarget(target, *settings, findings);
     } else {
-      findings.push_back({{keys::kAppConfigs, target},
-                          "wrong-type",
-                          std::string("is ") + kindText(value) +
-                              " and not a dictionary; the daemon passes it over"});
+      findings.push_back(
+          {{keys::kAppConfigs, target},
+           "wrong-type",
+           tr("is %s and not a dictionary; the daemon passes it over", kindText(value))});
     }
   }
 }
@@ -112,16 +113,16 @@ void checkProcesses(const Dictionary& preferences, Findings& findings) {
     if (pids.empty()) {
       findings.push_back({{keys::kAppConfigs, target},
                           "no-match",
-                          "is the name or bundle identifier of no process that runs now"});
+                          tr("is the name or bundle identifier of no process that runs now")});
     }
     for (const std::int32_t pid : pids) {
       const auto [other, is_first] = target_by_pid.emplace(pid, target);
       if (is_first) continue;
       findings.push_back({{keys::kAppConfigs, target},
                           "same-process",
-                          "finds the same process as " + other->second + " (" +
-                              std::to_string(pid) +
-                              "): both are applied to it, one after the other"});
+                          tr("finds the same process as %s (%s): both are applied to it, one after "
+                             "the other",
+                             other->second, pid)});
     }
   }
 }
@@ -130,8 +131,9 @@ void checkProcesses(const Dictionary& preferences, Findings& findings) {
 std::string whyNoFile(const std::string& path) {
   std::error_code unknown;
   const std::filesystem::file_status status = std::filesystem::status(path, unknown);
-  if (std::filesystem::is_directory(status)) return "is a directory";
-  return std::filesystem::is_regular_file(status) ? "is larger than 512 kB" : "is no regular file";
+  if (std::filesystem::is_directory(status)) return tr("is a directory");
+  return std::filesystem::is_regular_file(status) ? tr("is larger than 512 kB")
+                                                  : tr("is no regular file");
 }
 
 struct Contents {
@@ -146,30 +148,31 @@ std::optional<std::string> readAt(const std::string& path, bool is_the_daemons,
   errno = 0;
   const std::optional<std::string> bytes = readFile(path, kPropertyListBound.file_bytes);
   if (!bytes) {
-    if (errno == ENOENT && !is_the_daemons) failCouldNot(path + ": there is no such file");
+    if (errno == ENOENT && !is_the_daemons) failCouldNot(tr("%s: there is no such file", path));
     if (errno == ENOENT) {
-      return "is missing: the daemon is switched off, and writes its default "
-             "preset when it is started";
+      return tr(
+          "is missing: the daemon is switched off, and writes its default preset when it is "
+          "started");
     }
-    if (errno == ELOOP) return "is a link to itself; the daemon reads it as empty";
+    if (errno == ELOOP) return tr("is a link to itself; the daemon reads it as empty");
     if (errno != 0) failCouldNot(path + ": " + reasonOf(errno));
-    return whyNoFile(path) + "; the daemon reads it as empty";
+    return tr("%s; the daemon reads it as empty", whyNoFile(path));
   }
-  if (bytes->empty()) return "is empty: the daemon is switched off";
+  if (bytes->empty()) return tr("is empty: the daemon is switched off");
   const std::optional<PropertyListSize> size = measurePropertyList(*bytes);
-  if (!size) return "is damaged, or neither XML in UTF-8 nor binary; the daemon reads it as empty";
+  if (!size)
+    return tr("is damaged, or neither XML in UTF-8 nor binary; the daemon reads it as empty");
   if (size->levels > kPropertyListBound.levels) {
-    return "nests deeper than 128 levels; the daemon reads it as empty";
+    return tr("nests deeper than 128 levels; the daemon reads it as empty");
   }
   if (!size->isWithin(kPropertyListBound)) {
-    return "would take more memory than the daemon gives it; the daemon reads it as empty";
+    return tr("would take more memory than the daemon gives it; the daemon reads it as empty");
   }
   std::optional<Value> root = propertyListIn(*bytes);
-  if (!root) return "is no property list; the daemon reads it as empty";
+  if (!root) return tr("is no property list; the daemon reads it as empty");
   auto* dictionary = root->as<Dictionary>();
   if (dictionary == nullptr) {
-    return std::string("holds ") + kindText(*root) +
-           " and no dictionary; the daemon reads it as empty";
+    return tr("holds %s and no dictionary; the daemon reads it as empty", kindText(*root));
   }
   contents = {.preferences = std::move(*dictionary), .size = *size};
   return std::nullopt;

@@ -5,15 +5,19 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
 #include <string_view>
 
 #include "config/status_file.h"
+#include "control/memory_view.h"
 #include "control/setting_views.h"
+#include "control/translation.h"
 #include "log/log_file.h"
 #include "platform/jetsam_bands.h"
+#include "platform/memory_use.h"
 #include "platform/root_prefix_library.h"
 #include "rootprefix/libroot.h"
 #include "rootprefix/pref_path.h"
@@ -27,9 +31,9 @@ constexpr mode_t kPermissionBits = 07777;
 constexpr mode_t kExpectedMode = 0666;
 
 const char* typeText(mode_t mode) {
-  if (S_ISREG(mode)) return "file";
-  if (S_ISDIR(mode)) return "directory";
-  return S_ISLNK(mode) ? "link" : "special file";
+  if (S_ISREG(mode)) return english("file");
+  if (S_ISDIR(mode)) return english("directory");
+  return S_ISLNK(mode) ? english("link") : english("special file");
 }
 
 std::string octal(mode_t mode) {
@@ -43,6 +47,12 @@ struct Diagnosis {
   std::vector<std::string>& lines;
 
   void say(std::string line) { lines.push_back(std::move(line)); }
+  // Adds something that is wrong: its word for programs, what it is, and what to do about it.
+  void find(const char* code, const std::string& what, const std::string& next_step) {
+    report["findings"].push_back({{"code", code}, {"message", what}, {"next_step", next_step}});
+    say("! " + what);
+    say("  -> " + next_step);
+  }
 };
 
 void lookAtRoot(Diagnosis& diagnosis) {
@@ -52,17 +62,30 @@ void lookAtRoot(Diagnosis& diagnosis) {
   if (loaded != nullptr) dlclose(loaded);
   const std::string found_by = loaded != nullptr ? library : "built-in";
   diagnosis.report["root_prefix"] = {{"path", prefix}, {"found_by", found_by}};
-  diagnosis.say("jailbreak root: " + prefix +
-                (loaded != nullptr ? " (by " + found_by + ")"
-                                   : " (built in: there is no " + std::string(library) + ")"));
+  diagnosis.say(loaded != nullptr
+                    ? tr("jailbreak root: %s (by %s)", prefix, found_by)
+                    : tr("jailbreak root: %s (built in: there is no %s)", prefix, library));
 }
 
-void lookAtFile(Diagnosis& diagnosis, const char* name) {
-  const std::optional<std::string> path = getPrefPath(name);
+// What to do about a file that is missing or is no file of the right mode.
+struct WatchedFile {
+  const char* name;
+  const char* if_missing;
+};
+constexpr std::array<WatchedFile, 3> kFiles = {{
+    {kPreferencesFileName, english("start the daemon, which writes its default preset, or run "
+                                   "vorlatchctl preset")},
+    {kStatusFileName, english("start the daemon and run vorlatchctl apply: it writes this file")},
+    {kLogFileName, english("start the daemon: it opens its log at once")},
+}};
+
+void lookAtFile(Diagnosis& diagnosis, const WatchedFile& watched) {
+  const std::optional<std::string> path = getPrefPath(watched.name);
   Json file{{"path", jsonOf(path)}, {"exists", false}};
   struct stat status {};
   if (!path || ::lstat(path->c_str(), &status) != 0) {
-    diagnosis.say(path.value_or(name) + ": missing");
+    diagnosis.find("missing-file", tr("%s: missing", path.value_or(watched.name)),
+                   translated(watched.if_missing));
   } else {
     const bool as_expected =
         S_ISREG(status.st_mode) && (status.st_mode & kPermissionBits) == kExpectedMode;
@@ -70,9 +93,15 @@ void lookAtFile(Diagnosis& diagnosis, const char* name) {
     file["type"] = typeText(status.st_mode);
     file["mode"] = octal(status.st_mode);
     file["size_bytes"] = static_cast<std::int64_t>(status.st_size);
-    diagnosis.say(*path + ": " + typeText(status.st_mode) + ", mode " + octal(status.st_mode) +
-                  ", " + std::to_string(status.st_size) + " bytes" +
-                  (as_expected ? "" : " (expected: a file of mode 0666)"));
+    const std::string facts =
+        tr("%s: %s, mode %s, %s bytes", *path, translated(typeText(status.st_mode)),
+           octal(status.st_mode), status.st_size);
+    if (as_expected) {
+      diagnosis.say(facts);
+    } else {
+      diagnosis.find("wrong-file", tr("%s (expected: a file of mode 0666)", facts),
+                     tr("remove what stands there, or chmod 0666 it, and restart the daemon"));
+    }
   }
   diagnosis.report["files"].push_back(file);
 }
@@ -83,13 +112,14 @@ void lookAtSetAside(Diagnosis& diagnosis) {
   const bool left = path && ::lstat((*path + ".released").c_str(), &status) == 0;
   diagnosis.report["release_was_interrupted"] = left;
   if (left) {
-    diagnosis.say(*path + ".released: preferences that an interrupted release set aside; " +
-                  "vorlatchctl release --keep-preferences puts them back");
+    diagnosis.find("interrupted-release",
+                   tr("%s.released: preferences that an interrupted release set aside", *path),
+                   tr("vorlatchctl release --keep-preferences puts them back"));
   }
 }
 
 std::string limitText(std::int32_t limit_mb) {
-  return limit_mb > 0 ? std::to_string(limit_mb) + " MB" : "none";
+  return limit_mb > 0 ? tr("%s MB", limit_mb) : tr("none");
 }
 
 bool isLow(std::int32_t limit_mb) {
@@ -98,13 +128,12 @@ bool isLow(std::int32_t limit_mb) {
 
 // launchd gives a daemon that it does not know a memory limit of a few megabytes.
 void sayLimits(Diagnosis& diagnosis, const MemoryLimits& now) {
-  diagnosis.say("daemon: memory limits " + limitText(now.active_mb) + " active, " +
-                limitText(now.inactive_mb) + " inactive");
+  diagnosis.say(tr("daemon: memory limits %s active, %s inactive", limitText(now.active_mb),
+                   limitText(now.inactive_mb)));
   if (!isLow(now.active_mb) && !isLow(now.inactive_mb)) return;
-  diagnosis.say(
-      "daemon: the system ends it above so low a limit; this target of its own gives it more: "
-      "vorlatchctl set vorlatchd MemLimitActive=32 MemLimitInactive=32 JetsamPriority=-1 "
-      "NiceValue=-20");
+  diagnosis.find("low-limit", tr("the system ends the daemon above so low a limit"),
+                 tr("make it a target of its own: vorlatchctl set vorlatchd MemLimitActive=32 "
+                    "MemLimitInactive=32 JetsamPriority=-1 NiceValue=-20"));
 }
 
 void lookAtDaemon(Diagnosis& diagnosis, const Observation& observation) {
@@ -112,22 +141,60 @@ void lookAtDaemon(Diagnosis& diagnosis, const Observation& observation) {
   for (const std::int32_t pid : observation.daemon_pids) {
     const std::optional<std::int32_t> band = observation.band(pid);
     const ProcessState now = observeProcess(pid);
+    const MemoryView memory = memoryOf(observation, pid);
     const auto limit = [&now](std::int32_t MemoryLimits::*which) {
       return now.memory_limits ? Json(*now.memory_limits.*which) : Json();
     };
-    diagnosis.report["daemons"].push_back(
-        {{"pid", pid},
-         {"band", jsonOf(band)},
-         {"nice", jsonOf(now.nice_value)},
-         {"active_limit_mb", limit(&MemoryLimits::active_mb)},
-         {"inactive_limit_mb", limit(&MemoryLimits::inactive_mb)}});
-    diagnosis.say("daemon: runs as " + std::to_string(pid) + ", jetsam band " + numberText(band) +
-                  ", nice " + numberText(now.nice_value));
+    diagnosis.report["daemons"].push_back({{"pid", pid},
+                                           {"band", jsonOf(band)},
+                                           {"nice", jsonOf(now.nice_value)},
+                                           {"active_limit_mb", limit(&MemoryLimits::active_mb)},
+                                           {"inactive_limit_mb", limit(&MemoryLimits::inactive_mb)},
+                                           {"memory", memoryJson(memory)}});
+    diagnosis.say(tr("daemon: runs as %s, jetsam band %s, nice %s, memory MB %s", pid,
+                     numberText(band), numberText(now.nice_value), memoryText(memory, false)));
     if (now.memory_limits) sayLimits(diagnosis, *now.memory_limits);
   }
-  if (observation.daemon_pids.empty()) diagnosis.say("daemon: does not run");
+  if (observation.daemon_pids.empty()) {
+    diagnosis.find(
+        "daemon-not-running", tr("daemon: does not run"),
+        tr("start it: launchctl load JBROOT/Library/LaunchDaemons/com.zel.vorlatch.plist, or "
+           "install the package again"));
+  }
   if (observation.daemon_pids.size() > 1) {
-    diagnosis.say("daemon: more than one runs, and they work against each other; end all but one");
+    diagnosis.find("several-daemons",
+                   tr("daemon: more than one runs, and they work against each other"),
+                   tr("end all but one"));
+  }
+}
+
+void lookAtMemory(Diagnosis& diagnosis, const Observation& observation) {
+  constexpr std::size_t kLargest = 5;
+  Json& report = diagnosis.report["memory"];
+  report = {{"total_bytes", nullptr}, {"free_bytes", nullptr}, {"compressed_bytes", nullptr}};
+  if (const auto machine = platform::memoryOfMachine()) {
+    report = {{"total_bytes", machine->total_bytes},
+              {"free_bytes", machine->free_bytes},
+              {"compressed_bytes", machine->compressed_bytes}};
+    diagnosis.say(tr("memory: %s MB, of which %s MB free and %s MB taken by compressed memory",
+                     megabytesOf(machine->total_bytes), megabytesOf(machine->free_bytes),
+                     megabytesOf(machine->compressed_bytes)));
+  }
+  std::vector<std::pair<MemoryView, const RunningProcess*>> by_size;
+  for (const RunningProcess& process : observation.processes) {
+    MemoryView view = memoryOf(observation, process.pid);
+    if (view.memory) by_size.emplace_back(std::move(view), &process);
+  }
+  std::stable_sort(by_size.begin(), by_size.end(), [](const auto& a, const auto& b) {
+    return a.first.memory->footprint_bytes > b.first.memory->footprint_bytes;
+  });
+  by_size.resize(std::min(by_size.size(), kLargest));
+  report["largest"] = Json::array();
+  for (const auto& [view, process] : by_size) {
+    report["largest"].push_back(
+        {{"pid", process->pid}, {"name", process->name}, {"memory", memoryJson(view)}});
+    diagnosis.say(
+        tr("memory: %s (%s) uses MB %s", process->name, process->pid, memoryText(view, false)));
   }
 }
 
@@ -164,29 +231,30 @@ void lookAtKernel(Diagnosis& diagnosis, const Observation& observation) {
   diagnosis.report["kernel"] = {{"system", name},
                                 {"highest_band_by_version", jsonOf(by_version)},
                                 {"highest_band_by_daemon", jsonOf(by_daemon)}};
-  diagnosis.say("kernel: " + name + ", highest jetsam band " +
-                (by_version ? std::to_string(*by_version) : "unknown") + " by its version, " +
-                (by_daemon ? std::to_string(*by_daemon) : "unknown") + " by the daemon's own");
+  diagnosis.say(tr("kernel: %s, highest jetsam band %s by its version, %s by the daemon's own",
+                   name, by_version ? std::to_string(*by_version) : tr("unknown"),
+                   by_daemon ? std::to_string(*by_daemon) : tr("unknown")));
   if (by_version && by_daemon && by_version != by_daemon) {
-    diagnosis.say("kernel: the two differ; the log's first lines show what the daemon was refused");
+    diagnosis.find(
+        "band-mismatch", tr("kernel: the version and the daemon's own band differ"),
+        tr("see the first lines of vorlatchctl log: they show what the daemon was refused"));
   }
 }
 
 }  // namespace
 
 nlohmann::ordered_json diagnose(std::vector<std::string>& lines) {
-  Json report;
+  Json report{{"findings", Json::array()}};
   Diagnosis diagnosis{.report = report, .lines = lines};
   const Observation observation = Observation::now();
   lookAtRoot(diagnosis);
-  for (const char* name : {kPreferencesFileName, kStatusFileName, kLogFileName}) {
-    lookAtFile(diagnosis, name);
-  }
+  for (const WatchedFile& file : kFiles) lookAtFile(diagnosis, file);
   lookAtSetAside(diagnosis);
   lookAtDaemon(diagnosis, observation);
+  lookAtMemory(diagnosis, observation);
   lookAtKernel(diagnosis, observation);
   report["is_root"] = ::geteuid() == 0;
-  if (::geteuid() != 0) diagnosis.say("user: not root, so the kernel answers only in part");
+  if (::geteuid() != 0) diagnosis.say(tr("user: not root, so the kernel answers only in part"));
   return report;
 }
 

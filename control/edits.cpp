@@ -9,6 +9,7 @@
 #include "control/nearest.h"
 #include "control/preferences_edit.h"
 #include "control/setting_text.h"
+#include "control/translation.h"
 #include "platform/notifications.h"
 
 namespace vorlatch::control {
@@ -57,8 +58,9 @@ Dictionary& dictionaryUnder(Dictionary& parent, const std::string& key) {
   if (entry == parent.end()) entry = parent.emplace(key, Dictionary{}).first;
   auto* dictionary = entry->second.as<Dictionary>();
   if (dictionary == nullptr) {
-    failCouldNot(key + " is " + kindText(entry->second) +
-                 " and no dictionary; vorlatchctl check says more, and nothing is changed");
+    failCouldNot(
+        tr("%s is %s and no dictionary; vorlatchctl check says more, and nothing is changed", key,
+           kindText(entry->second)));
   }
   return *dictionary;
 }
@@ -76,7 +78,7 @@ std::vector<std::string> keysOf(const Dictionary& dictionary) {
 const SettingKey& rowOf(std::string_view key) {
   const SettingKey* row = findSettingKey(key);
   if (row == nullptr) {
-    failWrongUsage("there is no key " + std::string(key) + suggestion(key, settingKeyNames()));
+    failWrongUsage(tr("there is no key %s", key) + suggestion(key, settingKeyNames()));
   }
   return *row;
 }
@@ -84,18 +86,18 @@ const SettingKey& rowOf(std::string_view key) {
 }  // namespace
 
 void failUnknownTarget(const std::vector<std::string>& known, const std::string& target) {
-  failWrongUsage("no target " + target + " is configured" + suggestion(target, known));
+  failWrongUsage(tr("no target %s is configured", target) + suggestion(target, known));
 }
 
 Change setSettings(const std::string& target, const std::vector<std::string>& assignments) {
   if (target.empty() || !isValidUtf8(target) || target.find('\0') != target.npos) {
-    failWrongUsage("a target is a bundle identifier or a process name");
+    failWrongUsage(tr("a target is a bundle identifier or a process name"));
   }
   Dictionary settings;
   for (const std::string& assignment : assignments) {
     const std::size_t equals = assignment.find('=');
     if (equals == assignment.npos || equals == 0) {
-      failWrongUsage("\"" + assignment + "\" is not KEY=VALUE");
+      failWrongUsage(tr("\"%s\" is not KEY=VALUE", assignment));
     }
     const SettingKey& row = rowOf(assignment.substr(0, equals));
     settings.insert_or_assign(row.key, parseSetting(row, assignment.substr(equals + 1)));
@@ -158,7 +160,7 @@ std::vector<Difference> differencesBetween(const Dictionary& before, const Dicti
 
 void postApply() {
   if (!platform::postNotification(kApplyNotificationName)) {
-    failCouldNot("the notification could not be posted; what was to be written is written");
+    failCouldNot(tr("the notification could not be posted; what was to be written is written"));
   }
 }
 

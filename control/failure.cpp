@@ -3,13 +3,15 @@
 #include <cerrno>
 #include <system_error>
 
+#include "control/translation.h"
+
 namespace vorlatch::control {
 
 std::string reasonOf(int error) {
   std::string reason = std::generic_category().message(error);
-  if (error == EACCES || error == EPERM) reason += "; run it as root";
-  if (error == ENOSPC) reason += "; make room on the disk";
-  if (error == ENOENT) reason += "; is the package installed, and has the daemon been started?";
+  if (error == EACCES || error == EPERM) reason += tr("; run it as root");
+  if (error == ENOSPC) reason += tr("; make room on the disk");
+  if (error == ENOENT) reason += tr("; is the package installed, and has the daemon been started?");
   return reason;
 }
 

@@ -11,6 +11,7 @@
 #include "base/descriptor.h"
 #include "base/files.h"
 #include "control/failure.h"
+#include "control/translation.h"
 
 namespace vorlatch::control {
 namespace {
@@ -103,7 +104,7 @@ bool LogReader::readNew(const std::function<void(LogLine)>& pass_on) {
   const Descriptor file = openRegularFile(path_);
   struct stat status {};
   if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
-    failCouldNot(path_ + (errno != 0 ? ": " + reasonOf(errno) : " is no regular file"));
+    failCouldNot(errno != 0 ? path_ + ": " + reasonOf(errno) : tr("%s is no regular file", path_));
   }
   if (!isStillTheSame(file.get(), status.st_size)) {
     offset_ = 0;

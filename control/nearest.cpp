@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "control/translation.h"
+
 namespace vorlatch::control {
 namespace {
 
@@ -54,9 +56,14 @@ std::optional<std::string> nearest(std::string_view word, std::span<const std::s
   return best;
 }
 
+bool containsIgnoringCase(std::string_view text, std::string_view part) {
+  return part.empty() || std::search(text.begin(), text.end(), part.begin(), part.end(),
+                                     isSameLetter) != text.end();
+}
+
 std::string suggestion(std::string_view word, std::span<const std::string> words) {
   const std::optional<std::string> meant = nearest(word, words);
-  return meant ? "; did you mean " + *meant + "?" : std::string();
+  return meant ? tr("; did you mean %s?", *meant) : std::string();
 }
 
 }  // namespace vorlatch::control

@@ -12,6 +12,10 @@ namespace vorlatch::control {
 // ignoring case; std::nullopt if that is more than a third of `word`'s length and more than one.
 std::optional<std::string> nearest(std::string_view word, std::span<const std::string> words);
 
+// Returns true if the part occurs in the text, with ASCII letters of either case as equal. An empty
+// part occurs in every text.
+bool containsIgnoringCase(std::string_view text, std::string_view part);
+
 // Returns "; did you mean X?", or an empty string if no word is near.
 std::string suggestion(std::string_view word, std::span<const std::string> words);
 

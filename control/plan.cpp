@@ -1,25 +1,23 @@
 #include "control/plan.h"
 
 #include "control/setting_views.h"
+#include "control/translation.h"
 
 namespace vorlatch::control {
 namespace {
 
 std::string reasonFor(const TargetView& target) {
-  if (target.pid == 0) return "does not run: nothing now, watched for";
-  std::string reason = "runs as " + std::to_string(target.pid);
-  if (target.process != nullptr) {
-    reason += isNamedBy(*target.process, target.key) ? ", found by its name"
-                                                     : ", found by its bundle identifier";
-  }
-  return reason;
+  if (target.pid == 0) return tr("does not run: nothing now, watched for");
+  if (target.process == nullptr) return tr("runs as %s", target.pid);
+  return isNamedBy(*target.process, target.key)
+             ? tr("runs as %s, found by its name", target.pid)
+             : tr("runs as %s, found by its bundle identifier", target.pid);
 }
 
 std::string afterwards(const TargetView& target) {
   return target.wanted.check_interval_s > 0
-             ? "then again every " + std::to_string(target.wanted.check_interval_s) +
-                   " s by its own timer"
-             : "then again every 1800 s by the patrol";
+             ? tr("then again every %s s by its own timer", target.wanted.check_interval_s)
+             : tr("then again every 1800 s by the patrol");
 }
 
 PlannedTarget planFor(const Observation& observation, const std::string& key,
@@ -44,10 +42,10 @@ PlannedTarget planFor(const Observation& observation, const std::string& key,
 
 }  // namespace
 
-const char* const kUnknownToPlan =
+const char* const kUnknownToPlan = english(
     "What the kernel will accept, and what the running daemon remembers of settings that it "
     "applied before, cannot be known from here: the running daemon passes over a target whose "
-    "settings and process have not changed since.";
+    "settings and process have not changed since.");
 
 std::vector<PlannedTarget> planOf(const Observation& observation) {
   std::vector<PlannedTarget> plan;

@@ -19,7 +19,7 @@ struct PlannedTarget {
 
 std::vector<PlannedTarget> planOf(const Observation& observation);
 
-// Says, for people, what a plan cannot predict.
+// Says, for people and in English, what a plan cannot predict.
 extern const char* const kUnknownToPlan;
 
 }  // namespace vorlatch::control

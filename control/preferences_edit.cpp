@@ -19,6 +19,7 @@
 #include "config/property_list_file.h"
 #include "config/property_list_guard.h"
 #include "control/failure.h"
+#include "control/translation.h"
 #include "platform/property_list.h"
 #include "rootprefix/pref_path.h"
 
@@ -91,7 +92,8 @@ bool isReadWhole(std::string_view bytes) {
 }
 
 [[noreturn]] void failUnwritable(const std::string& path) {
-  failCouldNot(path + " would hold something that cannot be written as it is; nothing is changed");
+  failCouldNot(
+      tr("%s would hold something that cannot be written as it is; nothing is changed", path));
 }
 
 }  // namespace
@@ -102,7 +104,7 @@ bool isIdentical(const plist::Value& a, const plist::Value& b) {
 
 std::string daemonFile(std::string_view name) {
   std::optional<std::string> path = getPrefPath(name);
-  if (!path) failCouldNot("the jailbreak's root cannot be found; vorlatchctl doctor says more");
+  if (!path) failCouldNot(tr("the jailbreak's root cannot be found; vorlatchctl doctor says more"));
   return *std::move(path);
 }
 
@@ -115,7 +117,7 @@ Descriptor lockPreferences() {
        waited_ms += kLockLookMs) {
     if (errno != EWOULDBLOCK) failCouldNot(directory + ": " + reasonOf(errno));
     if (waited_ms >= kLockPatienceMs) {
-      failCouldNot("another program keeps " + directory + " locked; nothing is changed");
+      failCouldNot(tr("another program keeps %s locked; nothing is changed", directory));
     }
     ::poll(nullptr, 0, kLockLookMs);
   }
@@ -128,13 +130,15 @@ StoredPreferences readStoredPreferences(const std::string& path) {
   if (!bytes && errno == ENOENT) return {};
   if (!bytes) {
     failCouldNot(path + ": " +
-                 (errno != 0 ? reasonOf(errno) : "a link, or no file of at most 512 kB"));
+                 (errno != 0 ? reasonOf(errno) : tr("a link, or no file of at most 512 kB")));
   }
   std::optional<plist::Value> root = propertyListIn(*bytes);
   auto* dictionary = root ? root->as<plist::Dictionary>() : nullptr;
   if (dictionary == nullptr) {
-    failCouldNot(path + " is no property list with a dictionary, and is left as it is; " +
-                 "vorlatchctl check says more, vorlatchctl preset --replace-file starts afresh");
+    failCouldNot(
+        tr("%s is no property list with a dictionary, and is left as it is; vorlatchctl check "
+           "says more, vorlatchctl preset --replace-file starts afresh",
+           path));
   }
   const bool is_whole = isReadWhole(*bytes);
   return {.dictionary = std::move(*dictionary),
@@ -150,7 +154,7 @@ bool writeStoredPreferences(const std::string& path, const StoredPreferences& pr
                                 : platform::writeXmlPropertyList(preferences.dictionary);
   const std::optional<PropertyListSize> size = measurePropertyList(bytes);
   if (size && !size->isWithin(kPropertyListBound)) {
-    failCouldNot(path + " would be larger than what the daemon reads; nothing is changed");
+    failCouldNot(tr("%s would be larger than what the daemon reads; nothing is changed", path));
   }
   const std::optional<plist::Value> back = propertyListIn(bytes);
   if (!back || !isIdentical(*back, preferences.dictionary)) failUnwritable(path);
@@ -174,7 +178,7 @@ Edit editPreferences(const std::function<void(plist::Dictionary&)>& change, bool
     const auto is_still_there = [&] { return FileIdentity(path) == read_one; };
     if (writeStoredPreferences(path, preferences, is_still_there)) return edit;
   }
-  failCouldNot(path + " is changed by another program all the time; nothing is written");
+  failCouldNot(tr("%s is changed by another program all the time; nothing is written", path));
 }
 
 }  // namespace vorlatch::control

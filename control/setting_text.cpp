@@ -9,6 +9,7 @@
 #include "base/utf8.h"
 #include "control/failure.h"
 #include "control/nearest.h"
+#include "control/translation.h"
 #include "kernel/jetsam_band.h"
 #include "platform/jetsam_bands.h"
 
@@ -25,8 +26,9 @@ bool isInRange(const SettingKey& row, std::int64_t number) {
 }
 
 std::string rangeText(const SettingKey& row) {
-  return std::to_string(row.lowest) + " to " + std::to_string(row.highest) +
-         (isBand(row) ? ", or a band's name (see vorlatchctl bands)" : "");
+  return isBand(row)
+             ? tr("%s to %s, or a band's name (see vorlatchctl bands)", row.lowest, row.highest)
+             : tr("%s to %s", row.lowest, row.highest);
 }
 
 // Returns the number that the preferences store for a band's name: that of iOS 16, which the daemon
@@ -49,8 +51,7 @@ plist::Value parseInteger(const SettingKey& row, std::string_view text) {
   std::optional<std::int64_t> number = wholeNumber(text);
   if (!number && isBand(row)) number = bandNumber(text);
   if (number && isInRange(row, *number)) return *number;
-  std::string message =
-      std::string(row.key) + " takes " + rangeText(row) + ", not \"" + visible(text) + "\"";
+  std::string message = tr("%s takes %s, not \"%s\"", row.key, rangeText(row), visible(text));
   if (isBand(row) && !number) {
     message += suggestion(text, bandNames());
   }
@@ -62,19 +63,19 @@ plist::Value parseBoolean(const SettingKey& row, std::string_view text) {
   constexpr std::array<std::string_view, 4> kNo = {"false", "no", "off", "0"};
   if (std::find(kYes.begin(), kYes.end(), text) != kYes.end()) return true;
   if (std::find(kNo.begin(), kNo.end(), text) != kNo.end()) return false;
-  failWrongUsage(std::string(row.key) + " takes true or false, not \"" + visible(text) + "\"");
+  failWrongUsage(tr("%s takes true or false, not \"%s\"", row.key, visible(text)));
 }
 
 // Says what the daemon does with an integer; empty if it uses the integer unchanged.
 std::string consequenceOf(const SettingKey& row, std::int32_t number) {
   if (isInRange(row, number)) return {};
-  if (row.outside != nullptr) return row.outside;
+  if (row.outside != nullptr) return translated(row.outside);
   if (row.is_clamped) {
-    return "the daemon makes it " + std::to_string(std::clamp(number, row.lowest, row.highest));
+    return tr("the daemon makes it %s", std::clamp(number, row.lowest, row.highest));
   }
   const std::optional<std::int32_t> adapted = adaptedBand(number);
-  if (!adapted) return "no kernel has this band, and it is refused";
-  return "no kernel has this band; refused, the daemon tries " + std::to_string(*adapted);
+  if (!adapted) return tr("no kernel has this band, and it is refused");
+  return tr("no kernel has this band; refused, the daemon tries %s", *adapted);
 }
 
 std::optional<Fault> integerFaultOf(const SettingKey& row, const plist::Value& value) {
@@ -83,30 +84,29 @@ std::optional<Fault> integerFaultOf(const SettingKey& row, const plist::Value& v
       value.as<std::int64_t>() != nullptr || value.as<std::uint64_t>() != nullptr;
   std::string consequence = consequenceOf(row, number);
   if (!is_integer) {
-    std::string message = std::string("is ") + kindText(value) + " (" + settingText(value) +
-                          ") and not an integer; the daemon reads it as " + std::to_string(number);
-    if (!consequence.empty()) message += ", and " + consequence;
+    std::string message = tr("is %s (%s) and not an integer; the daemon reads it as %s",
+                             kindText(value), settingText(value), number);
+    if (!consequence.empty()) message += tr(", and %s", consequence);
     return Fault{"wrong-type", message};
   }
   if (consequence.empty() && !isInRange(row, plist::int64Value(value))) {
-    consequence = "the daemon makes it " + std::to_string(number);
+    consequence = tr("the daemon makes it %s", number);
   }
   if (consequence.empty()) return std::nullopt;
-  return Fault{"out-of-range", "is " + settingText(value) + ", outside " +
-                                   std::to_string(row.lowest) + " to " +
-                                   std::to_string(row.highest) + "; " + consequence};
+  return Fault{"out-of-range", tr("is %s, outside %s to %s; %s", settingText(value), row.lowest,
+                                  row.highest, consequence)};
 }
 
 struct KindText {
-  const char* operator()(bool) const { return "a truth value"; }
-  const char* operator()(std::int64_t) const { return "an integer"; }
-  const char* operator()(std::uint64_t) const { return "an integer"; }
-  const char* operator()(double) const { return "a real number"; }
-  const char* operator()(const std::string&) const { return "a text"; }
-  const char* operator()(const plist::Date&) const { return "a date"; }
-  const char* operator()(const plist::Data&) const { return "data"; }
-  const char* operator()(const plist::Array&) const { return "a list"; }
-  const char* operator()(const plist::Dictionary&) const { return "a dictionary"; }
+  const char* operator()(bool) const { return english("a truth value"); }
+  const char* operator()(std::int64_t) const { return english("an integer"); }
+  const char* operator()(std::uint64_t) const { return english("an integer"); }
+  const char* operator()(double) const { return english("a real number"); }
+  const char* operator()(const std::string&) const { return english("a text"); }
+  const char* operator()(const plist::Date&) const { return english("a date"); }
+  const char* operator()(const plist::Data&) const { return english("data"); }
+  const char* operator()(const plist::Array&) const { return english("a list"); }
+  const char* operator()(const plist::Dictionary&) const { return english("a dictionary"); }
 };
 
 struct SettingText {
@@ -119,15 +119,13 @@ struct SettingText {
     return text.data();
   }
   std::string operator()(const std::string& value) const { return value; }
-  std::string operator()(const plist::Date&) const { return "date"; }
+  std::string operator()(const plist::Date&) const { return tr("date"); }
   std::string operator()(const plist::Data& value) const {
-    return std::to_string(value.bytes.size()) + " bytes";
+    return tr("%s bytes", value.bytes.size());
   }
-  std::string operator()(const plist::Array& value) const {
-    return std::to_string(value.size()) + " items";
-  }
+  std::string operator()(const plist::Array& value) const { return tr("%s items", value.size()); }
   std::string operator()(const plist::Dictionary& value) const {
-    return std::to_string(value.size()) + " entries";
+    return tr("%s entries", value.size());
   }
 };
 
@@ -151,7 +149,7 @@ std::vector<std::string> bandNames() {
 plist::Value parseSetting(const SettingKey& row, std::string_view text) {
   if (row.kind == SettingKey::Kind::Integer) return parseInteger(row, text);
   if (row.kind == SettingKey::Kind::Boolean) return parseBoolean(row, text);
-  if (!isValidUtf8(text)) failWrongUsage(std::string(row.key) + " takes UTF-8 text");
+  if (!isValidUtf8(text)) failWrongUsage(tr("%s takes UTF-8 text", row.key));
   return std::string(text);
 }
 
@@ -160,21 +158,21 @@ std::string settingText(const plist::Value& value) {
 }
 
 const char* kindText(const plist::Value& value) {
-  return std::visit(KindText{}, value.storage());
+  return translated(std::visit(KindText{}, value.storage()));
 }
 
 std::optional<Fault> faultOf(const SettingKey& row, const plist::Value& value) {
   if (row.kind == SettingKey::Kind::Integer) return integerFaultOf(row, value);
   if (row.kind == SettingKey::Kind::Boolean) return booleanFaultOf(value);
   if (value.as<std::string>() != nullptr) return std::nullopt;
-  return Fault{"wrong-type", std::string("is ") + kindText(value) + " and not a text"};
+  return Fault{"wrong-type", tr("is %s and not a text", kindText(value))};
 }
 
 std::optional<Fault> booleanFaultOf(const plist::Value& value) {
   if (value.as<bool>() != nullptr) return std::nullopt;
-  return Fault{"wrong-type", std::string("is ") + kindText(value) + " (" + settingText(value) +
-                                 ") and no truth value; the daemon reads it as " +
-                                 (plist::truthValue(value) ? "true" : "false")};
+  return Fault{"wrong-type",
+               tr("is %s (%s) and no truth value; the daemon reads it as %s", kindText(value),
+                  settingText(value), plist::truthValue(value) ? "true" : "false")};
 }
 
 }  // namespace vorlatch::control

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "control/translation.h"
+
 namespace vorlatch::control {
 namespace {
 
@@ -19,30 +21,31 @@ struct SettingView {
 };
 
 constexpr SettingView kBand{
-    .heading = "BAND",
+    .heading = english("BAND"),
     .is_of_a_process = true,
     .cell =
         [](const TargetView& target) {
           const std::string now = numberText(target.band);
-          if (target.wanted.jetsam_priority == -1) return "any > " + now;
-          if (target.wanted.jetsam_priority == 0) return "system > " + now;
+          if (target.wanted.jetsam_priority == -1) return tr("any > %s", now);
+          if (target.wanted.jetsam_priority == 0) return tr("system > %s", now);
           return wantedAndNow(std::to_string(target.wanted.jetsam_priority), now);
         },
     .add_now = [](const TargetView& target, Json& json) { json["band"] = jsonOf(target.band); },
     .step = [](const TargetView& target, std::int32_t highest_band) -> std::string {
       const std::int32_t wanted = target.wanted.jetsam_priority;
-      if (wanted == -1) return "leave the jetsam band";
-      if (wanted == 0) return "return the process to the system's management, and its band to idle";
-      std::string step =
-          "mark the process as unmanaged and set jetsam band " + std::to_string(wanted);
+      if (wanted == -1) return tr("leave the jetsam band");
+      if (wanted == 0)
+        return tr("return the process to the system's management, and its band to idle");
       const std::optional<std::int32_t> adapted = adaptedBand(wanted);
-      if (adapted && wanted > highest_band)
-        step += "; if refused, band " + std::to_string(*adapted);
-      return step;
+      if (adapted && wanted > highest_band) {
+        return tr("mark the process as unmanaged and set jetsam band %s; if refused, band %s",
+                  wanted, *adapted);
+      }
+      return tr("mark the process as unmanaged and set jetsam band %s", wanted);
     }};
 
 constexpr SettingView kNice{
-    .heading = "NICE",
+    .heading = english("NICE"),
     .is_of_a_process = true,
     .cell =
         [](const TargetView& target) {
@@ -55,17 +58,18 @@ constexpr SettingView kNice{
         [](const TargetView& target, std::int32_t /*highest_band*/) {
           const std::string wanted = std::to_string(target.wanted.nice_value);
           const std::optional<std::int32_t>& now = target.state.nice_value;
-          if (!now) return "read the nice value, and set it to " + wanted + " unless it is that";
-          if (*now == target.wanted.nice_value) return "leave the nice value, which is " + wanted;
-          return "set the nice value from " + std::to_string(*now) + " to " + wanted;
+          if (!now) return tr("read the nice value, and set it to %s unless it is that", wanted);
+          if (*now == target.wanted.nice_value)
+            return tr("leave the nice value, which is %s", wanted);
+          return tr("set the nice value from %s to %s", *now, wanted);
         }};
 
 std::string limitCell(std::int32_t wanted_mb, const std::optional<std::int32_t>& now_mb) {
-  return wantedAndNow(wanted_mb < 1 ? "system" : std::to_string(wanted_mb), numberText(now_mb));
+  return wantedAndNow(wanted_mb < 1 ? tr("system") : std::to_string(wanted_mb), numberText(now_mb));
 }
 
 std::string limitStep(std::int32_t wanted_mb) {
-  return wanted_mb < 1 ? "the system's default" : std::to_string(wanted_mb) + " MB, fatal";
+  return wanted_mb < 1 ? tr("the system's default") : tr("%s MB, fatal", wanted_mb);
 }
 
 std::optional<std::int32_t> limitNow(const TargetView& target, std::int32_t MemoryLimits::*which) {
@@ -74,7 +78,7 @@ std::optional<std::int32_t> limitNow(const TargetView& target, std::int32_t Memo
 }
 
 constexpr SettingView kLimits{
-    .heading = "LIMITS MB",
+    .heading = english("LIMITS MB"),
     .is_of_a_process = true,
     .cell =
         [](const TargetView& target) {
@@ -91,30 +95,31 @@ constexpr SettingView kLimits{
         },
     .step =
         [](const TargetView& target, std::int32_t /*highest_band*/) {
-          return "set the memory limits: active " + limitStep(target.wanted.active_limit_mb) +
-                 ", inactive " + limitStep(target.wanted.inactive_limit_mb);
+          return tr("set the memory limits: active %s, inactive %s",
+                    limitStep(target.wanted.active_limit_mb),
+                    limitStep(target.wanted.inactive_limit_mb));
         }};
 
 constexpr SettingView kManaged{
-    .heading = "MANAGED",
+    .heading = english("MANAGED"),
     .is_of_a_process = true,
     .cell =
         [](const TargetView& target) {
           const std::optional<bool>& is_managed = target.state.is_managed;
-          std::string now = !is_managed ? "-" : *is_managed ? "yes" : "no";
+          std::string now = !is_managed ? "-" : *is_managed ? tr("yes") : tr("no");
           if (!target.wanted.strips_managed) return now;
-          return wantedAndNow(*target.wanted.strips_managed ? "no" : "yes", now);
+          return wantedAndNow(*target.wanted.strips_managed ? tr("no") : tr("yes"), now);
         },
     .add_now = [](const TargetView& target,
                   Json& json) { json["managed"] = jsonOf(target.state.is_managed); },
     .step = [](const TargetView& target, std::int32_t /*highest_band*/) -> std::string {
       if (!target.wanted.strips_managed) return {};
       return *target.wanted.strips_managed
-                 ? "take it out of the system's management, not freezable, elevated"
-                 : "give it back to the system's management, freezable, not elevated";
+                 ? tr("take it out of the system's management, not freezable, elevated")
+                 : tr("give it back to the system's management, freezable, not elevated");
     }};
 
-constexpr SettingView kTimer{.heading = "TIMER",
+constexpr SettingView kTimer{.heading = english("TIMER"),
                              .is_of_a_process = false,
                              .cell =
                                  [](const TargetView& target) {
@@ -131,10 +136,10 @@ constexpr std::array kSteps = {&kLimits, &kNice, &kBand, &kManaged};
 
 }  // namespace
 
-std::vector<std::string> settingHeadings() {
-  std::vector<std::string> headings;
+std::vector<const char*> settingHeadings() {
+  std::vector<const char*> headings;
   headings.reserve(kColumns.size());
-  for (const SettingView* view : kColumns) headings.emplace_back(view->heading);
+  for (const SettingView* view : kColumns) headings.push_back(view->heading);
   return headings;
 }
 

@@ -15,7 +15,7 @@ using Json = nlohmann::ordered_json;
 // Returns the cells of a target's row: the current value, after the wanted one if they differ. A
 // target that is not running has '-' for values that belong to a process.
 std::vector<std::string> settingCells(const TargetView& target);
-std::vector<std::string> settingHeadings();
+std::vector<const char*> settingHeadings();  // in English
 
 // Return the wanted settings, and add what the kernel reports; unknown values are null.
 Json wantedJson(const TargetSettings& wanted);

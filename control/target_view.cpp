@@ -2,10 +2,24 @@
 
 #include <array>
 
+#include "control/translation.h"
 #include "platform/jetsam_bands.h"
 
 namespace vorlatch::control {
 namespace {
+
+struct VerdictWords {
+  const char* code;
+  const char* text;
+};
+constexpr std::array<VerdictWords, 6> kVerdicts = {{
+    {"held", english("held")},
+    {"overridden", english("overridden by the system")},
+    {"not-running", english("not running")},
+    {"not-applied-yet", english("not applied yet")},
+    {"stale-status", english("stale status")},
+    {"switched-off", english("switched off")},
+}};
 
 bool isWanted(const TargetSettings& wanted, std::int32_t nice_value,
               std::optional<std::int32_t> band, std::int32_t highest_band) {
@@ -43,23 +57,25 @@ Verdict judge(const Observation& observation, const TargetView& target) {
 
 TargetView viewOf(const Observation& observation, const std::string& key,
                   const TargetSettings& wanted) {
-  TargetView target{.key = key, .wanted = wanted, .band = {}, .state = {}};
+  TargetView target{.key = key, .wanted = wanted, .band = {}, .state = {}, .memory = {}};
   target.pid = observation.pidOf(key, wanted);
   target.process = observation.process(target.pid);
   target.written = observation.statusEntry(key);
   if (target.pid != 0) {
     target.band = observation.band(target.pid);
     target.state = observeProcess(target.pid);
+    target.memory = memoryOf(observation, target.pid);
   }
   target.verdict = judge(observation, target);
   return target;
 }
 
-const char* verdictText(Verdict verdict) {
-  static constexpr std::array<const char*, 6> kTexts = {"held",         "overridden by the system",
-                                                        "not running",  "not applied yet",
-                                                        "stale status", "switched off"};
-  return kTexts.at(static_cast<std::size_t>(verdict));
+const char* verdictCode(Verdict verdict) {
+  return kVerdicts.at(static_cast<std::size_t>(verdict)).code;
+}
+
+std::string verdictText(Verdict verdict) {
+  return translated(kVerdicts.at(static_cast<std::size_t>(verdict)).text);
 }
 
 }  // namespace vorlatch::control

@@ -2,6 +2,7 @@
 // and the verdict on them.
 #pragma once
 
+#include "control/memory_view.h"
 #include "control/observation.h"
 #include "kernel/held_settings.h"
 
@@ -24,6 +25,7 @@ struct TargetView {
   const StatusEntry* written = nullptr;     // points into the observation
   std::optional<std::int32_t> band;         // empty if this user may not read the kernel's list
   ProcessState state;
+  MemoryView memory;
   Verdict verdict = Verdict::NotRunning;
 };
 
@@ -33,6 +35,9 @@ struct TargetView {
 TargetView viewOf(const Observation& observation, const std::string& key,
                   const TargetSettings& wanted);
 
-const char* verdictText(Verdict verdict);
+// Returns the verdict's word for programs, which never changes: "not-running".
+const char* verdictCode(Verdict verdict);
+// Returns the verdict for people, in their language.
+std::string verdictText(Verdict verdict);
 
 }  // namespace vorlatch::control

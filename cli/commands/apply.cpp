@@ -9,9 +9,9 @@ namespace {
 ExitStatus apply(const Session& session) {
   control::postApply();
   if (control::Observation::now({}).daemon_pids.empty()) {
-    failCouldNot(
-        "the daemon does not run, so nothing is applied; it applies what the preferences "
-        "say when it is started");
+    failCouldNot(tr(
+        "the daemon does not run, so nothing is applied; it applies what the preferences say when "
+        "it is started"));
   }
   if (session.wants_json) print(session, {{"applied", true}});
   return kDone;
@@ -19,7 +19,8 @@ ExitStatus apply(const Session& session) {
 
 const RegisteredCommand kApply({
     .name = "apply",
-    .description = "tell the daemon that the preferences changed; it passes over unchanged targets",
+    .description =
+        english("tell the daemon that the preferences changed; it passes over unchanged targets"),
     .examples = "  vorlatchctl apply",
     .place = 100,
     .prepare = [](Arguments&) { return Run(apply); },

@@ -22,11 +22,14 @@ ExitStatus bands(const Session& session) {
     print(session, {{"bands", list}});
     return kDone;
   }
-  Table table({"NAME", "TO IOS 15", "SINCE IOS 16", ""});
+  Table table({{.heading = english("NAME"), .is_typed = true},
+               {.heading = english("TO IOS 15")},
+               {.heading = english("SINCE IOS 16")},
+               {.heading = "", .rank = 1}});
   for (const JetsamBand& band : kJetsamBands) {
     table.add({band.name, band.to_ios15 == kNoSuchBand ? "-" : std::to_string(band.to_ios15),
                std::to_string(band.since_ios16),
-               band.is_reserved ? "reserved: the kernel makes it idle" : ""});
+               band.is_reserved ? tr("reserved: the kernel makes it idle") : ""});
   }
   session.terminal.out(table.text(session.terminal));
   return kDone;
@@ -34,7 +37,7 @@ ExitStatus bands(const Session& session) {
 
 const RegisteredCommand kBands({
     .name = "bands",
-    .description = "the jetsam bands by name",
+    .description = english("the jetsam bands by name"),
     .examples = "  vorlatchctl bands",
     .place = 170,
     .prepare = [](Arguments&) { return Run(bands); },

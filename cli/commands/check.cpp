@@ -27,10 +27,9 @@ std::string percentText(std::size_t part, std::size_t whole) {
 // Says how much of the daemon's bounds the file uses.
 std::string textOf(const PropertyListSize& size) {
   const PropertyListSize& bound = kPropertyListBound;
-  return "takes " + percentText(size.memory_bytes, bound.memory_bytes) +
-         " of the memory that the daemon gives it, " +
-         percentText(size.file_bytes, bound.file_bytes) + " of the bytes, " +
-         std::to_string(size.levels) + " of " + std::to_string(bound.levels) + " levels";
+  return tr("takes %s of the memory that the daemon gives it, %s of the bytes, %s of %s levels",
+            percentText(size.memory_bytes, bound.memory_bytes),
+            percentText(size.file_bytes, bound.file_bytes), size.levels, bound.levels);
 }
 
 void report(const Session& session, const CheckedFile& file) {
@@ -50,17 +49,17 @@ void report(const Session& session, const CheckedFile& file) {
     for (const std::string& key : each.path) where += (where.empty() ? "" : " / ") + key;
     printLine(session, (where.empty() ? file.path : where) + ": " + each.message);
   }
-  if (file.findings.empty()) printLine(session, file.path + ": all in order");
+  if (file.findings.empty()) printLine(session, tr("%s: all in order", file.path));
   if (file.size) printLine(session, file.path + ": " + textOf(*file.size));
 }
 
 Run prepare(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
   arguments = {{.name = "FILE",
-                .description = "the file; without one, the daemon's",
+                .description = english("the file; without one, the daemon's"),
                 .value = &options->file},
                {.name = "--no-processes",
-                .description = "do not ask whether targets match a running process",
+                .description = english("do not ask whether targets match a running process"),
                 .value = &options->looks_at_processes,
                 .flag_means = false}};
   return [options](const Session& session) {
@@ -72,7 +71,7 @@ Run prepare(Arguments& arguments) {
 
 const RegisteredCommand kCheck({
     .name = "check",
-    .description = "every problem in a preferences file",
+    .description = english("every problem in a preferences file"),
     .examples = "  vorlatchctl check\n  vorlatchctl check edited.plist --no-processes",
     .place = 150,
     .prepare = prepare,

@@ -14,7 +14,7 @@ Run prepare(Arguments& arguments) {
 
 const RegisteredCommand kDisable({
     .name = "disable",
-    .description = "switch the daemon off: every target is handed back",
+    .description = english("switch the daemon off: every target is handed back"),
     .examples = "  vorlatchctl disable",
     .place = 80,
     .prepare = prepare,

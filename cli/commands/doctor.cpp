@@ -13,12 +13,12 @@ ExitStatus doctor(const Session& session) {
   } else {
     for (const std::string& line : lines) printLine(session, line);
   }
-  return kDone;
+  return report["findings"].empty() ? kDone : kFinding;
 }
 
 const RegisteredCommand kDoctor({
     .name = "doctor",
-    .description = "how the installation stands; changes nothing",
+    .description = english("how the installation stands; changes nothing"),
     .examples = "  vorlatchctl doctor",
     .place = 180,
     .prepare = [](Arguments&) { return Run(doctor); },

@@ -14,7 +14,7 @@ Run prepare(Arguments& arguments) {
 
 const RegisteredCommand kEnable({
     .name = "enable",
-    .description = "switch the daemon on",
+    .description = english("switch the daemon on"),
     .examples = "  vorlatchctl enable",
     .place = 70,
     .prepare = prepare,

@@ -24,17 +24,17 @@ ExitStatus list(const Session& session) {
     print(session, json);
     return kDone;
   }
-  printLine(session, enabled ? "switched on" : "switched off");
-  std::vector<std::string> headings{"TARGET"};
-  for (const std::string& key : control::settingKeyNames()) headings.push_back(key);
-  Table table(headings);
+  printLine(session, enabled ? tr("switched on") : tr("switched off"));
+  std::vector<Column> columns{{.heading = english("TARGET"), .is_typed = true}};
+  for (const SettingKey& row : kSettingKeys) columns.push_back({.heading = row.key});
+  Table table(std::move(columns));
   for (const auto& [target, settings] : targets) {
     std::vector<Cell> row{target};
     for (const SettingKey& setting : kSettingKeys) row.emplace_back(textOf(settings, setting.key));
     table.add(row);
   }
   if (table.isEmpty()) {
-    printLine(session, "no targets");
+    printLine(session, tr("no targets"));
   } else {
     session.terminal.out(table.text(session.terminal));
   }
@@ -43,7 +43,7 @@ ExitStatus list(const Session& session) {
 
 const RegisteredCommand kList({
     .name = "list",
-    .description = "the configured targets",
+    .description = english("the configured targets"),
     .examples = "  vorlatchctl list --json",
     .place = 20,
     .prepare = [](Arguments&) { return Run(list); },

@@ -91,18 +91,18 @@ Words categories(const std::string& /*unfinished*/) {
 Run prepare(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
   arguments = {{.name = "-n,--lines",
-                .description = "the last so many lines; 0: all",
+                .description = english("the last so many lines; 0: all"),
                 .value = &options->lines,
                 .highest = 1'000'000},
                {.name = "-f,--follow",
-                .description = "go on with what comes, until Ctrl-C",
+                .description = english("go on with what comes, until Ctrl-C"),
                 .value = &options->follows},
                {.name = "--target",
-                .description = "only what concerns this target",
+                .description = english("only what concerns this target"),
                 .value = &options->target,
                 .offer = configuredTargets},
                {.name = "--category",
-                .description = "only this category, as 内核 or 守护",
+                .description = english("only this category, as 内核 or 守护"),
                 .value = &options->category,
                 .offer = categories}};
   return [options](const Session& session) { return showLog(session, *options); };
@@ -110,7 +110,7 @@ Run prepare(Arguments& arguments) {
 
 const RegisteredCommand kLog({
     .name = "log",
-    .description = "the daemon's log",
+    .description = english("the daemon's log"),
     .examples = "  vorlatchctl log -n 50\n  vorlatchctl log -f --category 内核",
     .place = 160,
     .prepare = prepare,

@@ -12,8 +12,8 @@ struct Match {
   bool by_bundle_identifier;
 
   [[nodiscard]] const char* rule() const {
-    if (by_name && by_bundle_identifier) return "name and bundle identifier";
-    return by_name ? "name" : "bundle identifier";
+    if (by_name && by_bundle_identifier) return english("name and bundle identifier");
+    return by_name ? english("name") : english("bundle identifier");
   }
 };
 
@@ -53,21 +53,25 @@ ExitStatus showMatches(const Session& session, const std::string& key) {
     printLine(session, "no running process has this name or bundle identifier");
     return kDone;
   }
-  Table table({"PID", "NAME", "BUNDLE IDENTIFIER", "FOUND BY", "CHOSEN BY"});
+  Table table({{.heading = english("PID")},
+               {.heading = english("NAME"), .is_typed = true},
+               {.heading = english("BUNDLE IDENTIFIER"), .is_typed = true},
+               {.heading = english("FOUND BY"), .rank = 2},
+               {.heading = english("CHOSEN BY"), .rank = 1}});
   for (const Match& match : matches) {
     const std::int32_t pid = match.process->pid;
     std::string chosen;
-    if (pid == for_pass) chosen = pid == for_timer ? "pass, watch timer" : "pass";
-    if (pid == for_timer && pid != for_pass) chosen = "watch timer";
+    if (pid == for_pass) chosen = pid == for_timer ? tr("pass, watch timer") : tr("pass");
+    if (pid == for_timer && pid != for_pass) chosen = tr("watch timer");
     table.add({std::to_string(pid), match.process->name,
-               match.process->bundle_identifier.value_or("-"), match.rule(),
+               match.process->bundle_identifier.value_or("-"), translated(match.rule()),
                chosen.empty() ? "-" : chosen});
   }
   session.terminal.out(table.text(session.terminal));
   if (for_pass != for_timer) {
     printLine(session,
-              "The two differ: among several processes a pass takes the first name and the last "
-              "bundle identifier of the kernel's list, a watch timer the first of either.");
+              tr("The two differ: among several processes a pass takes the first name and the last "
+                 "bundle identifier of the kernel's list, a watch timer the first of either."));
   }
   return kDone;
 }
@@ -75,7 +79,7 @@ ExitStatus showMatches(const Session& session, const std::string& key) {
 Run prepare(Arguments& arguments) {
   const auto text = std::make_shared<std::string>();
   arguments = {{.name = "TEXT",
-                .description = "a bundle identifier or process name",
+                .description = english("a bundle identifier or process name"),
                 .value = text.get(),
                 .offer = runningNames,
                 .is_required = true}};
@@ -84,7 +88,7 @@ Run prepare(Arguments& arguments) {
 
 const RegisteredCommand kMatch({
     .name = "match",
-    .description = "which running process a text finds, and by which rule",
+    .description = english("which running process a text finds, and by which rule"),
     .examples = "  vorlatchctl match com.apple.Preferences",
     .place = 130,
     .prepare = prepare,

@@ -20,7 +20,8 @@ Json jsonOfTarget(const PlannedTarget& target) {
 }
 
 void show(const Session& session, const PlannedTarget& target) {
-  printLine(session, target.key + ": " + target.reason + (target.is_held ? " (held already)" : ""));
+  printLine(session, target.key + ": " + target.reason +
+                         (target.is_held ? " " + tr("(held already)") : std::string()));
   for (const std::string& step : target.steps) printLine(session, "  " + step);
   printLine(session, "  " + target.afterwards);
 }
@@ -34,21 +35,21 @@ ExitStatus plan(const Session& session) {
     for (const PlannedTarget& target : targets) list.push_back(jsonOfTarget(target));
     print(session, {{"enabled", observation.isSwitchedOn()},
                     {"targets", list},
-                    {"unknown", control::kUnknownToPlan}});
+                    {"unknown", translated(control::kUnknownToPlan)}});
     return kDone;
   }
   if (!observation.isSwitchedOn()) {
-    printLine(session, "Switched off: the daemon would do nothing. Switched on, it would:");
+    printLine(session, tr("Switched off: the daemon would do nothing. Switched on, it would:"));
   }
-  if (targets.empty()) printLine(session, "no targets");
+  if (targets.empty()) printLine(session, tr("no targets"));
   for (const PlannedTarget& target : targets) show(session, target);
-  printLine(session, control::kUnknownToPlan);
+  printLine(session, translated(control::kUnknownToPlan));
   return kDone;
 }
 
 const RegisteredCommand kPlan({
     .name = "plan",
-    .description = "what a freshly started daemon would do to each target, and why",
+    .description = english("what a freshly started daemon would do to each target, and why"),
     .examples = "  vorlatchctl plan",
     .place = 120,
     .prepare = [](Arguments&) { return Run(plan); },

@@ -35,12 +35,13 @@ ExitStatus replaceFile(const Session& session, const EditOptions& options) {
 
 Run prepare(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  arguments = {{.name = "--replace",
-                .description = "also over targets that are configured already",
-                .value = &options->replaces_targets},
-               {.name = "--replace-file",
-                .description = "write the preset in place of the whole file, whatever stands there",
-                .value = &options->replaces_file}};
+  arguments = {
+      {.name = "--replace",
+       .description = english("also over targets that are configured already"),
+       .value = &options->replaces_targets},
+      {.name = "--replace-file",
+       .description = english("write the preset in place of the whole file, whatever stands there"),
+       .value = &options->replaces_file}};
   addEditOptions(arguments, options->edit);
   return [options](const Session& session) {
     if (options->replaces_file) return replaceFile(session, options->edit);
@@ -50,7 +51,7 @@ Run prepare(Arguments& arguments) {
 
 const RegisteredCommand kPreset({
     .name = "preset",
-    .description = "put the default preset's targets in",
+    .description = english("put the default preset's targets in"),
     .examples = "  vorlatchctl preset --dry-run",
     .place = 90,
     .prepare = prepare,

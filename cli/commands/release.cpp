@@ -48,25 +48,29 @@ std::vector<std::string> awaitRelease(const Session& session, std::chrono::secon
   std::vector<std::string> held = stillHeld();
   if (control::Observation::now().daemon_pids.empty()) {
     if (held.empty()) return {};
-    failCouldNot("the daemon does not run, so " + joined(held) +
-                 " stay as they are until they end; start it and run this again");
+    failCouldNot(
+        tr("the daemon does not run, so %s stay as they are until they end; start it and run "
+           "this again",
+           joined(held)));
   }
   if (!platform::postNotification(kApplyNotificationName)) {
-    failCouldNot("the notification could not be posted, and the daemon goes on as before");
+    failCouldNot(tr("the notification could not be posted, and the daemon goes on as before"));
   }
   std::vector<std::string> left = held;
   for (milliseconds waited{0}; waited < timeout && !left.empty(); waited += kLookInterval) {
     session.terminal.wait(kLookInterval);
-    if (session.terminal.interrupted()) failCouldNot("interrupted");
+    if (session.terminal.interrupted()) failCouldNot(tr("interrupted"));
     left = stillHeld();
   }
   if (!left.empty()) {
-    failCouldNot("after " + std::to_string(timeout.count()) + " s the daemon still reports " +
-                 joined(left) + "; vorlatchctl log shows what it does. A daemon that was started " +
-                 "while it was switched off knows of none: vorlatchctl enable, then this again");
+    failCouldNot(
+        tr("after %s s the daemon still reports %s; vorlatchctl log shows what it does. A "
+           "daemon that was started while it was switched off knows of none: vorlatchctl "
+           "enable, then this again",
+           timeout.count(), joined(left)));
   }
   session.terminal.wait(kSettling);
-  if (session.terminal.interrupted()) failCouldNot("interrupted");
+  if (session.terminal.interrupted()) failCouldNot(tr("interrupted"));
   return held;
 }
 
@@ -75,7 +79,8 @@ void report(const Session& session, const std::vector<std::string>& released, bo
     print(session, {{"released", released}, {"preferences_kept", kept}});
     return;
   }
-  printLine(session, released.empty() ? "nothing was held" : "handed back: " + joined(released));
+  printLine(session,
+            released.empty() ? tr("nothing was held") : tr("handed back: %s", joined(released)));
 }
 
 ExitStatus release(const Session& session, const Options& options) {
@@ -89,8 +94,8 @@ ExitStatus release(const Session& session, const Options& options) {
   control::SetAside preferences;
   const std::vector<std::string> released = awaitRelease(session, timeout);
   if (!preferences.putBack()) {
-    failCouldNot("the preferences stay in " + preferences.aside() + ": " +
-                 control::reasonOf(errno));
+    failCouldNot(
+        tr("the preferences stay in %s: %s", preferences.aside(), control::reasonOf(errno)));
   }
   report(session, released, true);
   return kDone;
@@ -99,10 +104,10 @@ ExitStatus release(const Session& session, const Options& options) {
 Run prepare(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
   arguments = {{.name = "--keep-preferences",
-                .description = "leave the preferences as they are afterwards",
+                .description = english("leave the preferences as they are afterwards"),
                 .value = &options->keeps_preferences},
                {.name = "--timeout",
-                .description = "seconds to wait for the daemon",
+                .description = english("seconds to wait for the daemon"),
                 .value = &options->timeout_s,
                 .lowest = 1,
                 .highest = 600}};
@@ -111,7 +116,7 @@ Run prepare(Arguments& arguments) {
 
 const RegisteredCommand kRelease({
     .name = "release",
-    .description = "hand every target back, and stay switched off",
+    .description = english("hand every target back, and stay switched off"),
     .examples = "  vorlatchctl release\n  vorlatchctl release --keep-preferences",
     .place = 110,
     .prepare = prepare,

@@ -13,7 +13,7 @@ struct Options {
 Run prepare(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
   arguments = {{.name = "TARGET",
-                .description = "the targets",
+                .description = english("the targets"),
                 .value = &options->targets,
                 .offer = configuredTargets,
                 .is_required = true}};
@@ -25,7 +25,7 @@ Run prepare(Arguments& arguments) {
 
 const RegisteredCommand kRemove({
     .name = "remove",
-    .description = "take targets out of the preferences: the daemon hands them back",
+    .description = english("take targets out of the preferences: the daemon hands them back"),
     .examples = "  vorlatchctl remove kbd sharingd",
     .place = 60,
     .prepare = prepare,

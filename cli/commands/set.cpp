@@ -21,12 +21,12 @@ Words targetsAndRunningNames(const std::string& unfinished) {
 Run prepare(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
   arguments = {{.name = "TARGET",
-                .description = "the target",
+                .description = english("the target"),
                 .value = &options->target,
                 .offer = targetsAndRunningNames,
                 .is_required = true},
                {.name = "KEY=VALUE",
-                .description = "what to set",
+                .description = english("what to set"),
                 .value = &options->assignments,
                 .offer = assignments,
                 .is_required = true}};
@@ -40,13 +40,13 @@ Run prepare(Arguments& arguments) {
 std::vector<Term> keys() {
   std::vector<Term> terms;
   terms.reserve(kSettingKeys.size());
-  for (const SettingKey& row : kSettingKeys) terms.push_back({row.key, row.meaning});
+  for (const SettingKey& row : kSettingKeys) terms.push_back({row.key, translated(row.meaning)});
   return terms;
 }
 
 const RegisteredCommand kSet({
     .name = "set",
-    .description = "change a target's settings, or add a target",
+    .description = english("change a target's settings, or add a target"),
     .examples = "  vorlatchctl set backboardd JetsamPriority=highest NiceValue=-20\n"
                 "  vorlatchctl set com.tencent.xin MemLimitActive=1500 --dry-run",
     .place = 40,

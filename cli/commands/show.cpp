@@ -5,6 +5,7 @@
 #include "control/edits.h"
 #include "control/preferences_edit.h"
 #include "control/setting_text.h"
+#include "control/target_view.h"
 
 namespace vorlatch::cli {
 namespace {
@@ -19,24 +20,41 @@ ExitStatus show(const Session& session, const std::string& target) {
     for (const auto& [key, settings] : targets) known.push_back(key);
     control::failUnknownTarget(known, target);
   }
+  const auto observation = control::Observation::now(preferences.dictionary);
+  const control::TargetView view =
+      control::viewOf(observation, target, readTargetSettings(entry->second));
   if (session.wants_json) {
-    print(session, {{"target", target}, {"settings", jsonOf(entry->second)}});
+    print(session, {{"target", target},
+                    {"settings", jsonOf(entry->second)},
+                    {"pid", view.pid != 0 ? Json(view.pid) : Json()},
+                    {"verdict", control::verdictCode(view.verdict)},
+                    {"verdict_text", control::verdictText(view.verdict)},
+                    {"memory", control::memoryJson(view.memory)}});
     return kDone;
   }
-  Table table({"KEY", "VALUE", "MEANING"});
+  Table table({{.heading = english("KEY"), .is_typed = true},
+               {.heading = english("VALUE")},
+               {.heading = english("MEANING"), .rank = 1}});
   for (const auto& [key, value] : entry->second) {
     const SettingKey* row = findSettingKey(key);
     table.add({key, control::settingText(value),
-               row != nullptr ? row->meaning : "unknown to the daemon"});
+               row != nullptr ? translated(row->meaning) : tr("unknown to the daemon")});
   }
   session.terminal.out(table.text(session.terminal));
+  if (view.pid == 0) {
+    printLine(session, control::verdictText(view.verdict));
+  } else {
+    printLine(session,
+              tr("%s, runs as %s, memory MB %s", control::verdictText(view.verdict), view.pid,
+                 control::memoryText(view.memory, session.terminal.is_terminal)));
+  }
   return kDone;
 }
 
 Run prepare(Arguments& arguments) {
   const auto target = std::make_shared<std::string>();
   arguments = {{.name = "TARGET",
-                .description = "the target",
+                .description = english("the target"),
                 .value = target.get(),
                 .offer = configuredTargets,
                 .is_required = true}};
@@ -45,7 +63,7 @@ Run prepare(Arguments& arguments) {
 
 const RegisteredCommand kShow({
     .name = "show",
-    .description = "one target's settings and what each means",
+    .description = english("one target's settings and what each means"),
     .examples = "  vorlatchctl show backboardd",
     .place = 30,
     .prepare = prepare,

@@ -1,8 +1,10 @@
 // vorlatchctl status
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <utility>
 
+#include "base/display_text.h"
 #include "cli/completion.h"
 #include "cli/table.h"
 #include "config/preferences.h"
@@ -15,6 +17,9 @@ namespace {
 
 using control::TargetView;
 using control::Verdict;
+
+// A narrower terminal shows a block per target.
+constexpr std::size_t kTableColumns = 100;
 
 struct Options {
   Words targets;  // empty: all
@@ -35,15 +40,20 @@ Colour colourOf(Verdict verdict) {
                                                                            : Colour::Yellow;
 }
 
-Table tableOf(const std::vector<TargetView>& targets) {
-  std::vector<std::string> headings{"TARGET", "PID", "NAME"};
-  for (std::string& heading : control::settingHeadings()) headings.push_back(std::move(heading));
-  headings.insert(headings.end(), {"DAEMON WROTE", "VERDICT"});
-  Table table(headings);
+Table tableOf(const std::vector<TargetView>& targets, bool with_bar) {
+  std::vector<Column> columns{{.heading = english("TARGET"), .is_typed = true},
+                              {.heading = english("PID")},
+                              {.heading = english("NAME")}};
+  for (const char* heading : control::settingHeadings()) columns.push_back({.heading = heading});
+  columns.push_back({.heading = english("MEMORY MB")});
+  columns.push_back({.heading = english("DAEMON WROTE"), .rank = 1});
+  columns.push_back({.heading = english("VERDICT")});
+  Table table(std::move(columns));
   for (const TargetView& target : targets) {
     std::vector<Cell> row{target.key, target.pid != 0 ? std::to_string(target.pid) : "-",
                           target.process != nullptr ? target.process->name : "-"};
     for (std::string& cell : control::settingCells(target)) row.emplace_back(std::move(cell));
+    row.emplace_back(control::memoryText(target.memory, with_bar));
     row.emplace_back(writtenText(target.written));
     row.emplace_back(control::verdictText(target.verdict), colourOf(target.verdict));
     table.add(std::move(row));
@@ -54,7 +64,8 @@ Table tableOf(const std::vector<TargetView>& targets) {
 Json jsonOfTarget(const TargetView& target) {
   Json json;
   json["target"] = target.key;
-  json["verdict"] = control::verdictText(target.verdict);
+  json["verdict"] = control::verdictCode(target.verdict);
+  json["verdict_text"] = control::verdictText(target.verdict);
   json["wanted"] = control::wantedJson(target.wanted);
   json["daemon_wrote"] = nullptr;
   if (target.written != nullptr) {
@@ -68,6 +79,7 @@ Json jsonOfTarget(const TargetView& target) {
     now = {{"pid", target.pid},
            {"name", target.process != nullptr ? Json(target.process->name) : Json()}};
     control::addStateJson(target, now);
+    now["memory"] = control::memoryJson(target.memory);
   }
   return json;
 }
@@ -91,13 +103,30 @@ std::vector<TargetView> lookAt(const control::Observation& observation,
 }
 
 std::string headLine(const control::Observation& observation) {
-  std::string line = observation.isSwitchedOn() ? "switched on" : "switched off";
+  const bool is_on = observation.isSwitchedOn();
   if (observation.daemon_pids.empty()) {
-    line += ", the daemon does not run";
-  } else {
-    line += ", the daemon runs as " + std::to_string(observation.daemon_pids.front());
+    return is_on ? tr("switched on, the daemon does not run")
+                 : tr("switched off, the daemon does not run");
   }
-  return line;
+  const std::int32_t pid = observation.daemon_pids.front();
+  return is_on ? tr("switched on, the daemon runs as %s", pid)
+               : tr("switched off, the daemon runs as %s", pid);
+}
+
+// Returns a line for each two targets that are one process: the daemon applies both to it.
+std::string samePidNotes(const std::vector<TargetView>& views) {
+  std::string notes;
+  std::map<std::int32_t, const TargetView*> first_by_pid;
+  for (const TargetView& view : views) {
+    if (view.pid == 0) continue;
+    const auto [other, is_first] = first_by_pid.emplace(view.pid, &view);
+    if (is_first) continue;
+    notes +=
+        visible(tr("%s and %s are the same process: the daemon applies both, one after the other",
+                   other->second->key, view.key)) +
+        "\n";
+  }
+  return notes;
 }
 
 struct Picture {
@@ -109,8 +138,8 @@ Picture take(const Session& session, const Options& options) {
   const auto observation = control::Observation::now(
       control::readStoredPreferences(control::daemonFile(kPreferencesFileName)).dictionary);
   const std::vector<TargetView> views = lookAt(observation, options.targets);
-  const bool overridden = std::any_of(views.begin(), views.end(), [](const TargetView& view) {
-    return view.verdict == Verdict::Overridden;
+  const bool all_held = std::all_of(views.begin(), views.end(), [](const TargetView& view) {
+    return view.pid == 0 || view.verdict == Verdict::Held;
   });
   std::string text;
   if (session.wants_json) {
@@ -118,23 +147,33 @@ Picture take(const Session& session, const Options& options) {
               {"daemon_pids", observation.daemon_pids},
               {"targets", Json::array()}};
     for (const TargetView& view : views) json["targets"].push_back(jsonOfTarget(view));
-    text = textOf(json, 2) + "\n";
+    text = options.watches ? streamed(json) : whole(json);
   } else {
     text = headLine(observation) + "\n";
-    text += views.empty() ? "no targets\n" : tableOf(views).text(session.terminal);
+    const Table table = tableOf(views, session.terminal.is_terminal);
+    const std::size_t columns = session.terminal.columns();
+    if (views.empty()) {
+      text += tr("no targets") + "\n";
+    } else {
+      text += columns != 0 && columns < kTableColumns ? table.blocks(session.terminal)
+                                                      : table.text(session.terminal);
+    }
+    text += samePidNotes(views);
   }
-  return {.text = std::move(text), .status = overridden ? kFinding : kDone};
+  return {.text = std::move(text),
+          .status = all_held && !observation.daemon_pids.empty() ? kDone : kFinding};
 }
 
 // Returns the text that draws a picture over the last one in a single write, to avoid flicker.
-// Erases the rest of each line and everything below. Prevents scrolling: draws fewer lines than the
-// terminal has, and turns line wrapping off.
+// Erases each line before it is drawn, because erasing behind a line that fills the terminal would
+// erase its last character. Prevents scrolling: draws fewer lines than the terminal has, and turns
+// line wrapping off.
 std::string drawnOver(const std::string& picture, std::size_t rows) {
   std::string drawn = "\x1b[?7l\x1b[H";
   std::size_t begin = 0;
   for (std::size_t row = 1; begin < picture.size() && (rows == 0 || row < rows); ++row) {
     const std::size_t end = picture.find('\n', begin);
-    drawn += picture.substr(begin, end - begin) + "\x1b[K\n";
+    drawn += "\x1b[K" + picture.substr(begin, end - begin) + "\n";
     begin = end + 1;
   }
   return drawn + "\x1b[J\x1b[?7h";
@@ -162,14 +201,14 @@ ExitStatus status(const Session& session, const Options& options) {
 Run prepare(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
   arguments = {{.name = "TARGET",
-                .description = "only these targets",
+                .description = english("only these targets"),
                 .value = &options->targets,
                 .offer = configuredTargets},
                {.name = "--watch",
-                .description = "look again and again, until Ctrl-C",
+                .description = english("look again and again, until Ctrl-C"),
                 .value = &options->watches},
                {.name = "--interval",
-                .description = "seconds between looks",
+                .description = english("seconds between looks"),
                 .value = &options->interval_s,
                 .lowest = 1,
                 .highest = 3600}};
@@ -178,7 +217,7 @@ Run prepare(Arguments& arguments) {
 
 const RegisteredCommand kStatus({
     .name = "status",
-    .description = "what is held, and whether it worked",
+    .description = english("what is held, and whether it worked"),
     .examples = "  vorlatchctl status\n  vorlatchctl status SpringBoard --watch",
     .place = 10,
     .prepare = prepare,

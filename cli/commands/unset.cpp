@@ -14,12 +14,12 @@ struct Options {
 Run prepare(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
   arguments = {{.name = "TARGET",
-                .description = "the target",
+                .description = english("the target"),
                 .value = &options->target,
                 .offer = configuredTargets,
                 .is_required = true},
                {.name = "KEY",
-                .description = "what to take out",
+                .description = english("what to take out"),
                 .value = &options->keys,
                 .offer = settingKeyWords,
                 .is_required = true}};
@@ -32,7 +32,7 @@ Run prepare(Arguments& arguments) {
 
 const RegisteredCommand kUnset({
     .name = "unset",
-    .description = "take keys out of a target's settings",
+    .description = english("take keys out of a target's settings"),
     .examples = "  vorlatchctl unset backboardd CheckInterval",
     .place = 50,
     .prepare = prepare,

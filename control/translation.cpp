@@ -1,4 +1,4 @@
-#include "control/text.h"
+#include "control/translation.h"
 
 #include <cstdint>
 #include <cstring>

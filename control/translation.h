@@ -56,7 +56,7 @@ std::string textOfArgument(Number number) {
 
 // Returns the translated text with the arguments, which are texts or integers, in its fields.
 template <typename... Arguments>
-std::string text(TextFormat<sizeof...(Arguments)> format, const Arguments&... arguments) {
+std::string tr(TextFormat<sizeof...(Arguments)> format, const Arguments&... arguments) {
   const std::array<std::string, sizeof...(Arguments)> all{textOfArgument(arguments)...};
   return filled(translated(format.text()), all.data(), all.size());
 }
