@@ -26,7 +26,10 @@ ExitStatus list(const Session& session) {
   }
   printLine(session, enabled ? tr("switched on") : tr("switched off"));
   std::vector<Column> columns{{.heading = english("TARGET"), .is_typed = true}};
-  for (const SettingKey& row : kSettingKeys) columns.push_back({.heading = row.key});
+  int rank = 0;
+  for (const SettingKey& row : kSettingKeys) {
+    columns.push_back({.heading = row.key, .rank = ++rank});
+  }
   Table table(std::move(columns));
   for (const auto& [target, settings] : targets) {
     std::vector<Cell> row{target};

@@ -24,7 +24,7 @@ TEST(Arguments, TakeEveryUsualForm) {
 
 TEST(Arguments, ThatNothingTakesAreRefused) {
   const std::vector<std::pair<std::string, std::string>> cases{
-      {"--json", "a command is needed; vorlatchctl --help names them"},
+      {"--", "a command is needed; vorlatchctl --help names them"},
       {"--watch status", "there is no option --watch"},
       {"status --wach", "there is no option --wach; did you mean --watch?"},
       {"log -fx", "there is no option -x"},
@@ -39,6 +39,40 @@ TEST(Arguments, ThatNothingTakesAreRefused) {
   }
 }
 
+TEST(Arguments, RefusedForProgramsToo) {
+  EXPECT_EQ(ControlStory().answer("show alpha beta --json"),
+            R"(err: {"schema":1,"error":{"code":"wrong-usage",)"
+            R"("message":"nothing takes the argument \"beta\""}})"
+            "\nexit 2\n");
+}
+
+TEST(Help, OfACommandByName) {
+  ControlStory story;
+  EXPECT_EQ(story.answer("help log"), story.answer("log --help"));
+  EXPECT_EQ(story.answer("help"), story.answer("--help"));
+  EXPECT_EQ(story.answer("help lgo"),
+            "err: vorlatchctl: there is no command lgo; did you mean log?\nexit 2\n");
+  EXPECT_TRUE(story.answer("--version").starts_with("vorlatchctl ")) << story.answer("--version");
+}
+
+TEST(Language, IsChosenByOptionEnvironmentAndSystem) {
+  ControlStory story;
+  const auto in_chinese = [&story](const std::string& line) {
+    const std::string said = story.answer(line);
+    return said.find("目标") != said.npos;
+  };
+  EXPECT_FALSE(in_chinese("status"));
+  EXPECT_TRUE(in_chinese("--lang zh status"));
+  story.device.preferred_language = "zh-Hans-CN";
+  EXPECT_TRUE(in_chinese("status"));
+  story.variables["LANG"] = "en_US.UTF-8";
+  EXPECT_FALSE(in_chinese("status"));
+  story.variables["LC_ALL"] = "zh_CN.UTF-8";
+  EXPECT_TRUE(in_chinese("status"));
+  EXPECT_FALSE(in_chinese("status --lang en"));
+  EXPECT_EQ(story.answer("status --lang=fr").substr(0, 5), "err: ");
+}
+
 TEST(Help, FitsTheScreen) {
   ControlStory story;
   EXPECT_EQ(story.answer("unset --help"),
@@ -48,10 +82,12 @@ TEST(Help, FitsTheScreen) {
             "  TARGET  the target\n"
             "  KEY     what to take out\n"
             "\nOptions:\n"
-            "  --dry-run   show the difference and write nothing\n"
-            "  --no-apply  do not tell the daemon\n"
-            "  --json      print JSON, for programs\n"
-            "  -h, --help  print this help\n"
+            "  --dry-run    show the difference and write nothing\n"
+            "  --no-apply   do not tell the daemon\n"
+            "  --json       print JSON, for programs\n"
+            "  --lang TEXT  the language: en or zh\n"
+            "  -h, --help   print this help\n"
+            "  --version    print the version\n"
             "\nExamples:\n"
             "  vorlatchctl unset backboardd CheckInterval\n");
   story.columns = 34;
@@ -73,8 +109,12 @@ TEST(Help, FitsTheScreen) {
             "      do not tell the daemon\n"
             "  --json\n"
             "      print JSON, for programs\n"
+            "  --lang TEXT\n"
+            "      the language: en or zh\n"
             "  -h, --help\n"
             "      print this help\n"
+            "  --version\n"
+            "      print the version\n"
             "\nExamples:\n"
             "  vorlatchctl unset backboardd CheckInterval\n");
 }

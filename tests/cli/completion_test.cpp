@@ -33,25 +33,26 @@ TEST(Completion, OfCommandsOptionsAndNames) {
   Shell shell;
   const std::string all =
       "status,list,show,set,unset,remove,enable,disable,preset,apply,release,plan,match,ps,check,"
-      "log,bands,doctor";
-  shell.expectOffers({{"", all},
-                      {"--json ", all},
-                      {"re", "remove,release"},
-                      {"xyz", ""},
-                      {"-", "--json,--help"},
-                      {"status --", "--watch,--interval,--json,--help"},
-                      {"release --k", "--keep-preferences"},
-                      {"set backboardd --no", "--no-apply"},
-                      {"log --follow -", "--lines,--follow,--target,--category,--json,--help"},
-                      {"show ", "backboardd,微信"},
-                      {"show 微", "微信"},
-                      {"show backboardd ", ""},
-                      {"status 微信 ", "backboardd,微信"},
-                      {"remove backboardd b", "backboardd"},
-                      {"unset ", "backboardd,微信"},
-                      {"match ", "WeChat,backboardd,com.tencent.xin"},
-                      {"match WeChat ", ""},
-                      {"set ", "backboardd,微信,WeChat,com.tencent.xin"}});
+      "log,bands,doctor,help";
+  shell.expectOffers(
+      {{"", all},
+       {"--json ", all},
+       {"re", "remove,release"},
+       {"xyz", ""},
+       {"-", "--json,--lang,--help,--version"},
+       {"status --", "--watch,--interval,--json,--lang,--help,--version"},
+       {"release --k", "--keep-preferences"},
+       {"set backboardd --no", "--no-apply"},
+       {"log --follow -", "--lines,--follow,--target,--category,--json,--lang,--help,--version"},
+       {"show ", "backboardd,微信"},
+       {"show 微", "微信"},
+       {"show backboardd ", ""},
+       {"status 微信 ", "backboardd,微信"},
+       {"remove backboardd b", "backboardd"},
+       {"unset ", "backboardd,微信"},
+       {"match ", "WeChat,backboardd,com.tencent.xin"},
+       {"match WeChat ", ""},
+       {"set ", "backboardd,微信,WeChat,com.tencent.xin"}});
   EXPECT_EQ(shell.answer("__complete --"), shell.answer("__complete -- "));
 }
 

@@ -4,6 +4,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "cli/session.h"
+
 namespace vorlatch::tests {
 namespace {
 
@@ -69,6 +71,11 @@ Output ControlStory::run(const Arguments& arguments) {
   terminal.columns = [this] { return columns; };
   terminal.rows = [this] { return rows; };
   terminal.has_colour = has_colour;
+  terminal.variable = [this](const char* name) {
+    const auto entry = variables.find(name);
+    return entry != variables.end() ? entry->second : std::string();
+  };
+  terminal.wall_seconds = [this] { return device.wallSeconds(); };
   output.status = cli::runCommandLine(arguments, terminal);
   return output;
 }
@@ -83,7 +90,7 @@ Dictionary dictionary(const std::string& json) {
 }
 
 std::string pretty(const std::string& json) {
-  return ordered_json::parse(json).dump(2) + "\n";
+  return cli::whole(ordered_json::parse(json));
 }
 
 Arguments wordsOf(const std::string& line) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -46,13 +47,14 @@ class ControlStory : public Story {
   std::size_t columns = 0;
   std::size_t rows = 0;
   bool has_colour = false;
+  std::map<std::string, std::string> variables;  // of the environment
   // Asked after each wait, with the number of waits so far; true is Ctrl-C.
   std::function<bool(int waits)> is_interrupted = [](int) { return false; };
 };
 
 // The dictionary that is written so in JSON.
 Dictionary dictionary(const std::string& json);
-// The JSON as vorlatchctl lays it out.
+// The object as vorlatchctl prints it, behind the version of its form.
 std::string pretty(const std::string& json);
 
 Arguments wordsOf(const std::string& line);

@@ -30,7 +30,8 @@ struct Configured : EditStory {
     writeTargets(targets);
   }
   void expectWrongUsage(const Arguments& arguments, const std::string& message) {
-    expectRefusal(arguments, "--json", "err: vorlatchctl: " + message + "\nexit 2\n");
+    EXPECT_EQ(edit(arguments), "err: vorlatchctl: " + message + "\nexit 2\n")
+        << testing::PrintToString(arguments);
   }
 };
 

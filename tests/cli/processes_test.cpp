@@ -76,10 +76,10 @@ TEST(Ps, ShowsWhatTheKernelSays) {
   story.device.launch({.name = "a\t\xff", .nice_value = -1});
   story.device.launch({.name = "beta", .nice_value = 3});
   story.device.script({.function = "getpriority", .pid = 102, .result = -1, .error = 1});
-  EXPECT_EQ(story.answer("ps"), R"(PID  NAME     BUNDLE IDENTIFIER  BAND  NICE  LIMIT MB
-102  beta     -                   180     -      1450
-101  a^I\xFF  -                   180    -1      1450
-100  微信     com.tencent.xin     180     0      1450
+  EXPECT_EQ(story.answer("ps"), R"(PID  NAME     BUNDLE IDENTIFIER  BAND  NICE  LIMIT MB  MEMORY MB
+102  beta     -                   180     -      1450  -
+101  a^I\xFF  -                   180    -1      1450  -
+100  微信     com.tencent.xin     180     0      1450  -
 )");
 }
 
@@ -89,11 +89,37 @@ TEST(Ps, AsJsonWithAndWithoutPrivilege) {
   const auto json = [](const std::string& told) {
     return pretty(R"({"processes": [
         {"pid": 100, "name": "a�", "bundle_identifier": null, )" +
-                  told + "}]}");
+                  told + R"(, "memory": null}]})");
   };
   EXPECT_EQ(story.answer("ps --json"), json(R"("band": 180, "nice": -7, "limit_mb": 1450)"));
   story.device.kernel.caller_is_privileged = false;
   EXPECT_EQ(story.answer("ps --json"), json(R"("band": null, "nice": -7, "limit_mb": null)"));
+}
+
+TEST(Ps, FiltersAndSorts) {
+  EmptyDevice story;
+  const auto memory = [](std::uint64_t megabytes) {
+    return platform::ProcessMemory{.footprint_bytes = megabytes << 20U,
+                                   .peak_bytes = megabytes << 20U};
+  };
+  story.device.launch({.name = "small", .nice_value = 5, .memory = memory(29)});
+  story.device.launch({.name = "large", .nice_value = -5, .memory = memory(290)});
+  story.device.launch({.name = "hidden"});
+  const std::string hidden = "102 | hidden | - | 180 | 0 | 1450 | -\n";
+  const std::string large = "101 | large | - | 180 | -5 | 1450 | 290, peak 290, 20 %\n";
+  const std::string small = "100 | small | - | 180 | 5 | 1450 | 29, peak 29, 2 %\n";
+  EXPECT_EQ(rows(story, "ps --sort memory"), large + small + hidden);
+  EXPECT_EQ(rows(story, "ps --sort name"), hidden + large + small);
+  EXPECT_EQ(rows(story, "ps --sort nice"), large + hidden + small);
+  EXPECT_EQ(rows(story, "ps --sort pid"), small + large + hidden);
+  EXPECT_EQ(rows(story, "ps --sort band LARGE"), large);
+  EXPECT_EQ(story.answer("ps xyz"), "no process has \"xyz\" in its name or bundle identifier\n");
+  EXPECT_EQ(story.answer("ps --sort size"),
+            "err: vorlatchctl: ps cannot sort by size; it sorts by: memory band name nice pid\n"
+            "exit 2\n");
+  // On a phone's screen, names that must be typed stay whole.
+  story.columns = 40;
+  EXPECT_EQ(rows(story, "ps large"), "101 | large | 290, peak 290, 20 % ##.....…\n");
 }
 
 const std::string kUnknown =

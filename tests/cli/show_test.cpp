@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/cli/control_run.h"
+#include "tests/cli/held_story.h"
 
 namespace vorlatch::tests {
 namespace {
@@ -36,10 +36,10 @@ com.tencent.xin             30               -            1024                 0
   EXPECT_EQ(story.answer("list"), wide);
   story.columns = 70;
   EXPECT_EQ(story.answer("list"), R"(switched on
-TARGET   CheckI…  Jetsam…  MemLim…  MemLim…  NiceVa…  StripM…  Remark
-Spring…        -      210        -        -      -19  -        视图
-com.te…       30        -     1024        0        -  true     微信.x…
-微信           -        -        -        -        5  -        -
+TARGET           CheckInterval  JetsamPriority  MemLimitActive
+SpringBoard                  -             210               -
+com.tencent.xin             30               -            1024
+微信                         -               -               -
 )");
 }
 
@@ -48,9 +48,9 @@ TEST(List, SaysThatThereAreNoTargets) {
   EXPECT_EQ(story.answer("list"), "switched off\nno targets\n");
   story.writePreferences({{"Enabled", false}, {"AppConfigs", 7}});
   EXPECT_EQ(story.answer("list"), "switched off\nno targets\n");
-  EXPECT_EQ(story.answer("list --json"), "{\n  \"enabled\": false,\n  \"targets\": {}\n}\n");
+  EXPECT_EQ(story.answer("list --json"), pretty(R"({"enabled": false, "targets": {}})"));
   story.writeTargets({{"alpha", Dictionary{}}});
-  EXPECT_EQ(story.answer("show alpha"), "KEY  VALUE  MEANING\n");
+  EXPECT_EQ(story.answer("show alpha"), "KEY  VALUE  MEANING\nnot running\n");
 }
 
 TEST(Show, SaysWhatEachSettingMeans) {
@@ -72,23 +72,28 @@ Remark            微信^[[31m  a note for yourself; the daemon never reads it
 StripManaged      false       whether to take the process out of the system's memory management
 Wann              date        unknown to the daemon
 a real            1048576.5   unknown to the daemon
+not running
 )");
   EXPECT_EQ(story.answer("show alpha --json"),
             pretty(R"({"target": "alpha", "settings": {"CheckInterval": 60, "JetsamPriority": 160,
   "MemLimitActive": 1024, "MemLimitInactive": 0, "NiceValue": -5, "Own": {"data": "01ff"},
   "Remark": "微信\u001b[31m", "StripManaged": false, "Wann": {"date": 1234.0},
-  "a real": 1048576.5}})"));
+  "a real": 1048576.5},
+  "pid": null, "verdict": "not-running", "verdict_text": "not running", "memory": null})"));
 }
 
-TEST(Show, CutsMeaningsInColour) {
-  ControlStory story;
-  story.writeTargets({{"微信", Dictionary{{"NiceValue", -5}, {"Remark", "微信微信"}}}});
-  story.columns = 40;
+TEST(Show, SaysHowARunningTargetStands) {
+  HeldStory story(kAlphaSettings, {.name = "alpha"});
+  story.device.find(101)->memory = {{.footprint_bytes = 1 << 20, .peak_bytes = 2 << 20}};
+  story.columns = 40;  // too narrow for the meanings
   story.has_colour = true;
-  EXPECT_EQ(story.answer("show 微信"),
-            "\x1b[1mKEY\x1b[0m        \x1b[1mVALUE\x1b[0m     \x1b[1mMEANING\x1b[0m\n"
-            "NiceValue  -5        nice value to hold…\n"
-            "Remark     微信微信  a note for yoursel…\n");
+  EXPECT_EQ(story.answer("show alpha"),
+            "\x1b[1mKEY\x1b[0m               \x1b[1mVALUE\x1b[0m\n"
+            "JetsamPriority      100\n"
+            "MemLimitActive     1500\n"
+            "MemLimitInactive   1000\n"
+            "NiceValue            -7\n"
+            "held, runs as 101, memory MB 1, peak 2, 0 % ..........\n");
 }
 
 TEST(Show, RefusesWhatIsNotConfigured) {
@@ -96,9 +101,12 @@ TEST(Show, RefusesWhatIsNotConfigured) {
   story.writeTargets({{"kbd", Dictionary{}}, {"odd", 7}});
   const std::string refused = "err: vorlatchctl: no target ";
   EXPECT_EQ(story.answer("show KDB"), refused + "KDB is configured; did you mean kbd?\nexit 2\n");
-  EXPECT_EQ(story.answer("show odd --json"), refused + "odd is configured\nexit 2\n");
+  EXPECT_EQ(
+      story.answer("show odd --json"),
+      R"(err: {"schema":1,"error":{"code":"wrong-usage","message":"no target odd is configured"}})"
+      "\nexit 2\n");
   writeAll(story.preferencesFile(), "no property list");
-  for (const char* line : {"list", "list --json", "show kbd"}) {
+  for (const char* line : {"list", "show kbd"}) {
     EXPECT_EQ(story.answer(line), kNoPreferences) << line;
   }
 }
