@@ -43,6 +43,7 @@ struct TargetSettings {
 // One key of a target's dictionary.
 struct SettingKey {
   enum class Kind { Integer, Boolean, Text };
+  enum class Unit { None, Seconds, Megabytes };
   static constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
 
   const char* key;
@@ -53,6 +54,7 @@ struct SettingKey {
   std::int32_t lowest = 0;
   std::int32_t highest = 0;
   bool is_clamped = false;
+  Unit unit = Unit::None;  // of an integer; users may type another: 5m, 1G
   // Tells people what happens to a number outside the range; null if that depends on the number.
   const char* outside = nullptr;
   // The member that holds the value; null for a key that the daemon does not read.
@@ -71,6 +73,7 @@ inline constexpr auto kSettingKeys = std::to_array<SettingKey>({
      .lowest = 0,
      .highest = SettingKey::kMost,
      .is_clamped = true,
+     .unit = SettingKey::Unit::Seconds,
      .outside = english("it counts as none"),
      .integer = &TargetSettings::check_interval_s,
      .json = "interval_s"},
@@ -87,6 +90,7 @@ inline constexpr auto kSettingKeys = std::to_array<SettingKey>({
      .kind = SettingKey::Kind::Integer,
      .lowest = -1,
      .highest = SettingKey::kMost,
+     .unit = SettingKey::Unit::Megabytes,
      .outside = english("the kernel takes it for the system's default"),
      .integer = &TargetSettings::active_limit_mb,
      .json = "active_limit_mb"},
@@ -95,6 +99,7 @@ inline constexpr auto kSettingKeys = std::to_array<SettingKey>({
      .kind = SettingKey::Kind::Integer,
      .lowest = -1,
      .highest = SettingKey::kMost,
+     .unit = SettingKey::Unit::Megabytes,
      .outside = english("the kernel takes it for the system's default"),
      .integer = &TargetSettings::inactive_limit_mb,
      .json = "inactive_limit_mb"},

@@ -6,6 +6,7 @@
 #include "config/default_preset.h"
 #include "config/preferences.h"
 #include "control/failure.h"
+#include "control/guards.h"
 #include "control/nearest.h"
 #include "control/preferences_edit.h"
 #include "control/setting_text.h"
@@ -17,6 +18,8 @@ namespace {
 
 using plist::Dictionary;
 using plist::Value;
+
+constexpr std::int64_t kBandLeftAlone = -1;
 
 // Appends the differences between two dictionaries at the path `above`; see differencesBetween.
 void collect(const Dictionary& before, const Dictionary& after,
@@ -90,20 +93,21 @@ void failUnknownTarget(const std::vector<std::string>& known, const std::string&
 }
 
 Change setSettings(const std::string& target, const std::vector<std::string>& assignments) {
-  if (target.empty() || !isValidUtf8(target) || target.find('\0') != target.npos) {
-    failWrongUsage(tr("a target is a bundle identifier or a process name"));
-  }
+  refuseImpossibleTarget(target);
   Dictionary settings;
   for (const std::string& assignment : assignments) {
-    const std::size_t equals = assignment.find('=');
-    if (equals == assignment.npos || equals == 0) {
-      failWrongUsage(tr("\"%s\" is not KEY=VALUE", assignment));
-    }
-    const SettingKey& row = rowOf(assignment.substr(0, equals));
-    settings.insert_or_assign(row.key, parseSetting(row, assignment.substr(equals + 1)));
+    const auto [key, value] = splitAssignment(assignment);
+    const SettingKey& row = rowOf(key);
+    settings.insert_or_assign(row.key, parseSetting(row, value));
   }
   return [target, settings = std::move(settings)](Dictionary& preferences) {
-    Dictionary& stored = dictionaryUnder(targetsOf(preferences), target);
+    Dictionary& targets = targetsOf(preferences);
+    const bool is_new = !targets.contains(target);
+    Dictionary& stored = dictionaryUnder(targets, target);
+    // A missing band counts as 0, which takes a process from where the system has it to the bottom.
+    if (is_new && !settings.contains(keys::kJetsamPriority)) {
+      stored.emplace(keys::kJetsamPriority, kBandLeftAlone);
+    }
     for (const auto& [key, value] : settings) {
       const Value* old_value = plist::find(stored, key);
       if (old_value == nullptr || !isIdentical(*old_value, value)) {

@@ -14,7 +14,8 @@ namespace vorlatch::control {
 using Change = std::function<void(plist::Dictionary&)>;
 
 // Returns a change that sets keys of a target, each given as KEY=VALUE, and adds the target if it
-// is new. Throws a Failure immediately if a name or value is invalid.
+// is new, with its band left alone unless given. Throws a Failure immediately if a name or value is
+// invalid.
 Change setSettings(const std::string& target, const std::vector<std::string>& assignments);
 // Returns a change that removes keys from a target's settings, also unknown ones.
 Change unsetSettings(const std::string& target, const std::vector<std::string>& keys);

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <charconv>
 #include <cstdio>
+#include <limits>
 
 #include "base/display_text.h"
 #include "base/utf8.h"
@@ -26,9 +28,16 @@ bool isInRange(const SettingKey& row, std::int64_t number) {
 }
 
 std::string rangeText(const SettingKey& row) {
-  return isBand(row)
-             ? tr("%s to %s, or a band's name (see vorlatchctl bands)", row.lowest, row.highest)
-             : tr("%s to %s", row.lowest, row.highest);
+  if (isBand(row)) {
+    return tr("%s to %s, or a band's name (see vorlatchctl bands)", row.lowest, row.highest);
+  }
+  if (row.unit == SettingKey::Unit::Seconds) {
+    return tr("%s to %s seconds, or 30s, 5m, 1h", row.lowest, row.highest);
+  }
+  if (row.unit == SettingKey::Unit::Megabytes) {
+    return tr("%s to %s MB, or 512MB, 1G", row.lowest, row.highest);
+  }
+  return tr("%s to %s", row.lowest, row.highest);
 }
 
 // Returns the number that the preferences store for a band's name: that of iOS 16, which the daemon
@@ -47,8 +56,66 @@ std::optional<std::int64_t> wholeNumber(std::string_view text) {
   return number;
 }
 
+// Returns the text with full-width forms (U+FF01 to U+FF5E), which Chinese keyboards type, as
+// ASCII.
+std::string asciiOf(std::string_view text) {
+  constexpr std::string_view kBlock = "\xEF\xBC";      // U+FF00 to U+FF3F
+  constexpr std::string_view kNextBlock = "\xEF\xBD";  // U+FF40 to U+FF7F
+  std::string ascii;
+  while (!text.empty()) {
+    const bool is_wide =
+        text.size() >= 3 && (text.starts_with(kBlock) || text.starts_with(kNextBlock));
+    const int last = is_wide ? static_cast<unsigned char>(text[2]) - 0x80 : 0;
+    const int code = text.starts_with(kBlock) ? last + 0x20 : last + 0x60;
+    if (is_wide && code > 0x20 && code < 0x7F) {
+      ascii += static_cast<char>(code);
+      text.remove_prefix(3);
+    } else {
+      ascii += text.front();
+      text.remove_prefix(1);
+    }
+  }
+  return ascii;
+}
+
+std::string lowerCaseOf(std::string_view text) {
+  std::string lower(text);
+  for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return lower;
+}
+
+struct UnitName {
+  SettingKey::Unit unit;
+  std::string_view name;
+  std::int64_t factor;
+};
+constexpr std::array<UnitName, 9> kUnitNames = {{{SettingKey::Unit::Megabytes, "mb", 1},
+                                                 {SettingKey::Unit::Megabytes, "m", 1},
+                                                 {SettingKey::Unit::Megabytes, "gb", 1024},
+                                                 {SettingKey::Unit::Megabytes, "g", 1024},
+                                                 {SettingKey::Unit::Seconds, "s", 1},
+                                                 {SettingKey::Unit::Seconds, "秒", 1},
+                                                 {SettingKey::Unit::Seconds, "m", 60},
+                                                 {SettingKey::Unit::Seconds, "min", 60},
+                                                 {SettingKey::Unit::Seconds, "h", 3600}}};
+
+// Returns a number with a unit of the key in that key's own unit.
+std::optional<std::int64_t> numberWithUnit(const SettingKey& row, std::string_view text) {
+  const std::string lower = lowerCaseOf(text);
+  const std::size_t end = lower.find_first_not_of("-0123456789");
+  if (end == lower.npos) return wholeNumber(lower);
+  for (const UnitName& unit : kUnitNames) {
+    if (unit.unit != row.unit || lower.substr(end) != unit.name) continue;
+    const std::optional<std::int64_t> number = wholeNumber(lower.substr(0, end));
+    constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
+    if (!number || *number > kMost || *number < -kMost) return std::nullopt;
+    return *number * unit.factor;
+  }
+  return std::nullopt;
+}
+
 plist::Value parseInteger(const SettingKey& row, std::string_view text) {
-  std::optional<std::int64_t> number = wholeNumber(text);
+  std::optional<std::int64_t> number = numberWithUnit(row, text);
   if (!number && isBand(row)) number = bandNumber(text);
   if (number && isInRange(row, *number)) return *number;
   std::string message = tr("%s takes %s, not \"%s\"", row.key, rangeText(row), visible(text));
@@ -61,8 +128,9 @@ plist::Value parseInteger(const SettingKey& row, std::string_view text) {
 plist::Value parseBoolean(const SettingKey& row, std::string_view text) {
   constexpr std::array<std::string_view, 4> kYes = {"true", "yes", "on", "1"};
   constexpr std::array<std::string_view, 4> kNo = {"false", "no", "off", "0"};
-  if (std::find(kYes.begin(), kYes.end(), text) != kYes.end()) return true;
-  if (std::find(kNo.begin(), kNo.end(), text) != kNo.end()) return false;
+  const std::string lower = lowerCaseOf(text);
+  if (std::find(kYes.begin(), kYes.end(), lower) != kYes.end()) return true;
+  if (std::find(kNo.begin(), kNo.end(), lower) != kNo.end()) return false;
   failWrongUsage(tr("%s takes true or false, not \"%s\"", row.key, visible(text)));
 }
 
@@ -147,10 +215,22 @@ std::vector<std::string> bandNames() {
 }
 
 plist::Value parseSetting(const SettingKey& row, std::string_view text) {
-  if (row.kind == SettingKey::Kind::Integer) return parseInteger(row, text);
-  if (row.kind == SettingKey::Kind::Boolean) return parseBoolean(row, text);
+  if (row.kind == SettingKey::Kind::Integer) return parseInteger(row, asciiOf(text));
+  if (row.kind == SettingKey::Kind::Boolean) return parseBoolean(row, asciiOf(text));
   if (!isValidUtf8(text)) failWrongUsage(tr("%s takes UTF-8 text", row.key));
   return std::string(text);
+}
+
+Assignment splitAssignment(std::string_view text) {
+  constexpr std::string_view kWideEquals = "＝";
+  const std::size_t wide = text.find(kWideEquals);
+  const std::size_t equals = std::min(text.find('='), wide);
+  if (equals == text.npos || equals == 0) {
+    failWrongUsage(tr("\"%s\" is not KEY=VALUE", text));
+  }
+  const std::size_t length = equals == wide ? kWideEquals.size() : 1;
+  return {.key = asciiOf(text.substr(0, equals)),
+          .value = std::string(text.substr(equals + length))};
 }
 
 std::string settingText(const plist::Value& value) {

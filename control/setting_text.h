@@ -15,9 +15,18 @@ std::vector<std::string> settingKeyNames();
 // Returns the names that users may type for a band.
 std::vector<std::string> bandNames();
 
-// Parses a typed value: an integer in range or, for a band, its name; yes/no, on/off, true/false or
-// 1/0; any UTF-8 text. Throws a Failure that says what is allowed.
+// Parses a typed value: an integer in range, also with a unit (512MB, 1G, 30s, 5m), or, for a band,
+// its name; yes/no, on/off, true/false or 1/0 in any case; any UTF-8 text. Takes full-width digits
+// and letters, too. Throws a Failure that says what is allowed.
 plist::Value parseSetting(const SettingKey& row, std::string_view text);
+
+// Splits KEY=VALUE at the first equals sign, which may be a full-width one. Throws a Failure if
+// there is none or the key is empty.
+struct Assignment {
+  std::string key;
+  std::string value;
+};
+Assignment splitAssignment(std::string_view text);
 
 // Returns a stored value in one line: as a user would type it, or a summary ("3 items").
 std::string settingText(const plist::Value& value);

@@ -1,0 +1,153 @@
+#include "control/guards.h"
+
+#include <algorithm>
+#include <array>
+
+#include "base/utf8.h"
+#include "config/preferences.h"
+#include "control/failure.h"
+#include "control/installed_apps.h"
+#include "control/memory_view.h"
+#include "control/nearest.h"
+#include "control/translation.h"
+#include "platform/memory_use.h"
+
+namespace vorlatch::control {
+namespace {
+
+// A limit leaves this much room above the most that a process has used.
+constexpr std::int64_t kRoomNumerator = 5;
+constexpr std::int64_t kRoomDenominator = 4;
+
+// Processes whose end restarts the home screen or the whole phone, and why.
+struct VitalProcess {
+  std::string_view name;
+  const char* reason;
+};
+constexpr const char* kOfTheScreen = english("without it there is no home screen");
+constexpr const char* kOfTheKernel = english("the system restarts without it");
+constexpr const char* kOfApps = english("no app starts or stays alive without it");
+constexpr const char* kOfEverything = english("most other processes wait for it");
+constexpr std::array<VitalProcess, 14> kVitalProcesses = {{
+    {"SpringBoard", kOfTheScreen},
+    {"com.apple.springboard", kOfTheScreen},
+    {"backboardd", english("without it there is no touch and no picture")},
+    {"launchd", kOfTheKernel},
+    {"watchdogd", kOfTheKernel},
+    {"thermalmonitord", kOfTheKernel},
+    {"runningboardd", kOfApps},
+    {"installd", kOfApps},
+    {"containermanagerd", kOfApps},
+    {"notifyd", kOfEverything},
+    {"logd", kOfEverything},
+    {"configd", kOfEverything},
+    {"cfprefsd", kOfEverything},
+    {"securityd", kOfEverything},
+}};
+
+struct Limit {
+  const char* key;
+  std::int32_t TargetSettings::*value;
+};
+constexpr std::array<Limit, 2> kLimits = {
+    {{keys::kMemLimitActive, &TargetSettings::active_limit_mb},
+     {keys::kMemLimitInactive, &TargetSettings::inactive_limit_mb}}};
+
+void refuseLimit(const Observation& observation, const std::string& target, const char* key,
+                 std::int32_t limit_mb) {
+  for (const VitalProcess& vital : kVitalProcesses) {
+    if (target != vital.name) continue;
+    failWrongUsage(tr("%s of %s is refused: a limit can end it, and %s; --force sets it", key,
+                      target, translated(vital.reason)));
+  }
+  if (const auto machine = platform::memoryOfMachine();
+      machine && limit_mb > megabytesOf(machine->total_bytes)) {
+    failWrongUsage(tr("%s of %s MB is refused: the device has %s MB; --force sets it", key,
+                      limit_mb, megabytesOf(machine->total_bytes)));
+  }
+  for (const RunningProcess& process : observation.processes) {
+    if (!isFoundBy(process, target)) continue;
+    const auto memory = platform::memoryOfProcess(process.pid);
+    if (!memory) continue;
+    const std::int64_t peak_mb = megabytesOf(memory->peak_bytes);
+    const std::int64_t least_mb =
+        (peak_mb * kRoomNumerator + kRoomDenominator - 1) / kRoomDenominator;
+    if (limit_mb >= least_mb) continue;
+    failWrongUsage(
+        tr("%s of %s MB is refused: %s uses %s MB now and has used %s MB, and the system ends it "
+           "above the limit; set at least %s MB, or --force",
+           key, limit_mb, target, megabytesOf(memory->footprint_bytes), peak_mb, least_mb));
+  }
+}
+
+bool isSame(const std::string& name, const std::string& target) {
+  return name.size() == target.size() && containsIgnoringCase(name, target);
+}
+
+}  // namespace
+
+void refuseHarm(const plist::Dictionary& before, const plist::Dictionary& after) {
+  const Targets old_targets = configuredTargets(before);
+  std::optional<Observation> observation;  // only if there is a limit to judge
+  for (const auto& [key, target] : configuredTargets(after)) {
+    const auto old_target = old_targets.find(key);
+    for (const Limit& limit : kLimits) {
+      const std::int32_t limit_mb = target.settings.*limit.value;
+      const bool was_set =
+          old_target != old_targets.end() && old_target->second.settings.*limit.value == limit_mb;
+      if (limit_mb < 1 || was_set) continue;
+      if (!observation) observation = Observation::now(after);
+      refuseLimit(*observation, key, limit.key, limit_mb);
+    }
+  }
+}
+
+void refuseImpossibleTarget(const std::string& target) {
+  if (target.empty() || !isValidUtf8(target) || target.find('\0') != target.npos) {
+    failWrongUsage(tr("a target is a bundle identifier or a process name"));
+  }
+  // Blanks of ASCII, without a break, and of full width.
+  for (const std::string_view blank : {" ", "\t", "\u00a0", "\u3000"}) {
+    if (target.starts_with(blank) || target.ends_with(blank)) {
+      failWrongUsage(tr("\"%s\" begins or ends with a blank; leave it out", target));
+    }
+  }
+  for (const std::string_view quote : {"“", "”", "‘", "’", "「", "」"}) {
+    if (target.find(quote) != target.npos) {
+      failWrongUsage(tr("%s has typographic quotes; leave them out, or type ' or \"", target));
+    }
+  }
+}
+
+std::optional<std::string> warningOnTarget(const std::string& target) {
+  std::vector<std::string> names;
+  const auto is_meant = [&target](const std::string& name) { return isSame(name, target); };
+  std::string meant;
+  const auto mean = [&meant](const std::string& name) {
+    if (name.empty() || meant.find(name) != meant.npos) return;
+    meant += (meant.empty() ? "" : ", ") + name;
+  };
+  for (const RunningProcess& process : Observation::now({}).processes) {
+    if (isFoundBy(process, target)) return std::nullopt;
+    names.push_back(process.name);
+    const std::string identifier = process.bundle_identifier.value_or("");
+    if (is_meant(process.name) || is_meant(identifier)) {
+      mean(process.name);
+      mean(identifier);
+    }
+  }
+  for (const InstalledApp& app : installedApps()) {
+    if (target == app.bundle_identifier || target == app.process_name) return std::nullopt;
+    names.push_back(app.bundle_identifier);
+    names.push_back(app.process_name);
+    const bool is_named = std::any_of(app.display_names.begin(), app.display_names.end(), is_meant);
+    if (is_named || is_meant(app.process_name) || is_meant(app.bundle_identifier)) {
+      mean(app.bundle_identifier);
+    }
+  }
+  std::string warning = tr("no running process and no installed app is called %s", target);
+  warning += meant.empty() ? suggestion(target, names) : tr("; did you mean %s?", meant);
+  return warning;
+}
+
+}  // namespace vorlatch::control
