@@ -17,10 +17,18 @@ void addEditOptions(Arguments& arguments, EditOptions& options);
 
 // Changes the preferences, notifies the daemon if something changed, and prints the difference.
 ExitStatus editAndReport(const Session& session, const EditOptions& options,
-                         const control::Change& change);
+                         const control::Change& change,
+                         control::Previous previous = control::Previous::Kept);
 
-// Prints what an edit changed. `posted`: whether the daemon was notified.
-void reportEdit(const Session& session, const EditOptions& options, const control::Edit& edit,
-                bool posted);
+// Does the rest for an edit that was made already. `more` has further members for its JSON.
+ExitStatus applyAndReport(const Session& session, const EditOptions& options,
+                          const control::Edit& edit, const Json& more = Json::object());
+
+// Returns the keys from the root: "AppConfigs / kbd".
+std::string pathText(const std::vector<std::string>& path);
+
+// Return a difference as text and as JSON.
+std::string textOf(const control::Difference& difference);
+Json jsonOf(const control::Difference& difference);
 
 }  // namespace vorlatch::cli

@@ -22,6 +22,9 @@ inline constexpr const char* kMemLimitInactive = "MemLimitInactive";
 inline constexpr const char* kNiceValue = "NiceValue";
 inline constexpr const char* kStripManaged = "StripManaged";
 inline constexpr const char* kRemark = "Remark";
+// Not a setting. vorlatchctl apply --again counts it up, so that the daemon sees an edit and
+// applies the target anew.
+inline constexpr const char* kApplyAgain = "ApplyAgain";
 }  // namespace keys
 
 inline constexpr std::int32_t kLowestNice = -20;

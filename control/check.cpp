@@ -68,6 +68,7 @@ void checkTopLevel(const Dictionary& preferences, Findings& findings) {
 
 void checkTarget(const std::string& target, const Dictionary& settings, Findings& findings) {
   for (const auto& [key, value] : settings) {
+    if (key == keys::kApplyAgain) continue;
     const SettingKey* row = findSettingKey(key);
     if (row == nullptr) {
       findings.push_back({{keys::kAppConfigs, target, key},

@@ -1,5 +1,8 @@
 #include "control/edits.h"
 
+#include <cstdint>
+#include <limits>
+#include <set>
 #include <utility>
 
 #include "base/utf8.h"
@@ -136,6 +139,20 @@ Change removeTargets(const std::vector<std::string>& targets) {
       if (!configured.contains(target)) failUnknownTarget(keysOf(configured), target);
     }
     for (const std::string& target : targets) configured.erase(target);
+  };
+}
+
+Change applyAgain(const std::vector<std::string>& targets) {
+  return [names = std::set<std::string>(targets.begin(), targets.end())](Dictionary& preferences) {
+    Dictionary& configured = targetsOf(preferences);
+    for (const std::string& target : names) {
+      if (!configured.contains(target)) failUnknownTarget(keysOf(configured), target);
+      Dictionary& settings = dictionaryUnder(configured, target);
+      const Value* stored = plist::find(settings, keys::kApplyAgain);
+      const std::int64_t count = stored != nullptr ? plist::int64Value(*stored) : 0;
+      const bool is_last = count == std::numeric_limits<std::int64_t>::max();
+      settings.insert_or_assign(keys::kApplyAgain, is_last ? 1 : count + 1);
+    }
   };
 }
 

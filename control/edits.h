@@ -24,6 +24,8 @@ Change switchDaemon(bool on);
 // Returns a change that adds the default preset's targets. A target that is already configured
 // keeps its settings unless `replaces_targets`.
 Change addPreset(bool replaces_targets);
+// Returns a change that makes the daemon apply the targets anew: it counts up keys::kApplyAgain.
+Change applyAgain(const std::vector<std::string>& targets);
 
 [[noreturn]] void failUnknownTarget(const std::vector<std::string>& known,
                                     const std::string& target);

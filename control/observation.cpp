@@ -70,6 +70,10 @@ std::string daemonProgram() {
   return path != nullptr ? path : "";
 }
 
+bool daemonRuns() {
+  return !findDaemons(listRunningProcesses()).empty();
+}
+
 Observation Observation::now() {
   return now(loadPreferences());
 }

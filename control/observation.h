@@ -70,4 +70,7 @@ class Observation {
 // Returns the path where the daemon's program is installed.
 std::string daemonProgram();
 
+// Returns true if a daemon of this jailbreak root runs.
+bool daemonRuns();
+
 }  // namespace vorlatch::control

@@ -19,6 +19,7 @@
 #include "config/property_list_file.h"
 #include "config/property_list_guard.h"
 #include "control/failure.h"
+#include "control/history.h"
 #include "control/translation.h"
 #include "platform/property_list.h"
 #include "rootprefix/pref_path.h"
@@ -96,6 +97,49 @@ bool isReadWhole(std::string_view bytes) {
       tr("%s would hold something that cannot be written as it is; nothing is changed", path));
 }
 
+// What is to replace the preferences.
+struct Draft {
+  Edit edit;
+  std::optional<std::string> replaced;  // the file's bytes; empty if there is none
+  std::string bytes;
+};
+
+// Returns the bytes of a file that an edit is about to replace, or std::nullopt if there is none.
+// Throws a Failure if they cannot be read.
+std::optional<std::string> bytesToKeep(const std::string& path) {
+  errno = 0;
+  std::optional<std::string> bytes = readFileToPublish(path, kPropertyListBound.file_bytes);
+  if (!bytes && errno != ENOENT) {
+    failCouldNot(
+        tr("%s cannot be kept for vorlatchctl undo (%s), so nothing is changed; move it away, then "
+           "run this again",
+           path, whyNotRead(errno)));
+  }
+  return bytes;
+}
+
+// Writes what `draft` makes of the file at its path, unless it changes nothing or `writes` is
+// false. Starts again if another program replaced the file meanwhile.
+Edit write(const std::function<Draft(const std::string& path)>& draft, bool writes,
+           Previous previous) {
+  const std::string path = daemonFile(kPreferencesFileName);
+  const Descriptor lock = writes ? lockPreferences() : Descriptor(-1);
+  for (int tries = 0; tries < kMostTries; ++tries) {
+    const FileIdentity read_one(path);
+    Draft made = draft(path);
+    if (!made.edit.changes_file || !writes) return std::move(made.edit);
+    std::optional<PreviousFile> copy;
+    if (made.replaced && previous == Previous::Kept) copy.emplace(path, *made.replaced);
+    const auto is_still_there = [&] { return FileIdentity(path) == read_one; };
+    if (writeFileAtomically(path, made.bytes, is_still_there)) {
+      if (copy) copy->keep();
+      return std::move(made.edit);
+    }
+    if (errno != ESTALE) failCouldNot(path + ": " + reasonOf(errno));
+  }
+  failCouldNot(tr("%s is changed by another program all the time; nothing is written", path));
+}
+
 }  // namespace
 
 bool isIdentical(const plist::Value& a, const plist::Value& b) {
@@ -124,61 +168,98 @@ Descriptor lockPreferences() {
   return descriptor;
 }
 
-StoredPreferences readStoredPreferences(const std::string& path) {
-  errno = 0;
-  const std::optional<std::string> bytes = readFileToPublish(path, kPropertyListBound.file_bytes);
-  if (!bytes && errno == ENOENT) return {};
-  if (!bytes) {
-    failCouldNot(path + ": " +
-                 (errno != 0 ? reasonOf(errno) : tr("a link, or no file of at most 512 kB")));
-  }
-  std::optional<plist::Value> root = propertyListIn(*bytes);
-  auto* dictionary = root ? root->as<plist::Dictionary>() : nullptr;
-  if (dictionary == nullptr) {
-    failCouldNot(
-        tr("%s is no property list with a dictionary, and is left as it is; vorlatchctl check "
-           "says more, vorlatchctl preset --replace-file starts afresh",
-           path));
-  }
-  const bool is_whole = isReadWhole(*bytes);
-  return {.dictionary = std::move(*dictionary),
-          .is_whole = is_whole,
-          .is_binary = plist::isBinaryPropertyList(*bytes),
-          .exists = true};
+std::string whyNotRead(int error) {
+  return error != 0 ? reasonOf(error) : tr("a link, or no file of at most 512 kB");
 }
 
-bool writeStoredPreferences(const std::string& path, const StoredPreferences& preferences,
-                            const std::function<bool()>& may_replace) {
-  const std::string bytes = preferences.is_binary
-                                ? platform::writeBinaryPropertyList(preferences.dictionary)
-                                : platform::writeXmlPropertyList(preferences.dictionary);
+std::optional<StoredPreferences> storedPreferencesIn(std::string bytes) {
+  std::optional<plist::Dictionary> dictionary = dictionaryIn(bytes);
+  if (!dictionary) return std::nullopt;
+  const bool is_whole = isReadWhole(bytes);
+  const bool is_binary = plist::isBinaryPropertyList(bytes);
+  return StoredPreferences{.dictionary = *std::move(dictionary),
+                           .bytes = std::move(bytes),
+                           .is_whole = is_whole,
+                           .is_binary = is_binary,
+                           .exists = true};
+}
+
+std::optional<plist::Dictionary> dictionaryIn(std::string_view bytes) {
+  std::optional<plist::Value> root = propertyListIn(bytes);
+  auto* dictionary = root ? root->as<plist::Dictionary>() : nullptr;
+  return dictionary != nullptr ? std::optional(std::move(*dictionary)) : std::nullopt;
+}
+
+StoredPreferences readStoredPreferences(const std::string& path) {
+  errno = 0;
+  std::optional<std::string> bytes = readFileToPublish(path, kPropertyListBound.file_bytes);
+  if (!bytes && errno == ENOENT) return {};
+  if (!bytes) failCouldNot(path + ": " + whyNotRead(errno));
+  std::optional<StoredPreferences> stored = storedPreferencesIn(*std::move(bytes));
+  if (stored) return *std::move(stored);
+  failCouldNot(
+      tr("%s is no property list with a dictionary, and is left as it is; vorlatchctl check "
+         "says more, vorlatchctl preset --replace-file starts afresh",
+         path));
+}
+
+void requireWhole(const std::string& path, const StoredPreferences& preferences) {
+  if (!preferences.is_whole) failUnwritable(path);
+}
+
+std::string writtenForm(const std::string& path, const StoredPreferences& preferences) {
+  std::string bytes = preferences.is_binary
+                          ? platform::writeBinaryPropertyList(preferences.dictionary)
+                          : platform::writeXmlPropertyList(preferences.dictionary);
   const std::optional<PropertyListSize> size = measurePropertyList(bytes);
   if (size && !size->isWithin(kPropertyListBound)) {
     failCouldNot(tr("%s would be larger than what the daemon reads; nothing is changed", path));
   }
   const std::optional<plist::Value> back = propertyListIn(bytes);
   if (!back || !isIdentical(*back, preferences.dictionary)) failUnwritable(path);
-  if (writeFileAtomically(path, bytes, may_replace)) return true;
-  if (errno == ESTALE && may_replace) return false;
-  failCouldNot(path + ": " + reasonOf(errno));
+  return bytes;
 }
 
-Edit editPreferences(const std::function<void(plist::Dictionary&)>& change, bool writes) {
-  const std::string path = daemonFile(kPreferencesFileName);
-  const Descriptor lock = writes ? lockPreferences() : Descriptor(-1);
-  for (int tries = 0; tries < kMostTries; ++tries) {
-    const FileIdentity read_one(path);
-    StoredPreferences preferences = readStoredPreferences(path);
-    Edit edit{.before = preferences.dictionary, .after = {}};
-    change(preferences.dictionary);
-    edit.after = preferences.dictionary;
-    if (isIdentical(edit.before, edit.after)) return edit;
-    if (!preferences.is_whole) failUnwritable(path);
-    if (!writes) return edit;
-    const auto is_still_there = [&] { return FileIdentity(path) == read_one; };
-    if (writeStoredPreferences(path, preferences, is_still_there)) return edit;
+void writeStoredPreferences(const std::string& path, const StoredPreferences& preferences) {
+  if (!writeFileAtomically(path, writtenForm(path, preferences))) {
+    failCouldNot(path + ": " + reasonOf(errno));
   }
-  failCouldNot(tr("%s is changed by another program all the time; nothing is written", path));
+}
+
+Edit editPreferences(const std::function<void(plist::Dictionary&)>& change, bool writes,
+                     Previous previous) {
+  const auto draft = [&change](const std::string& path) {
+    StoredPreferences preferences = readStoredPreferences(path);
+    Draft made;
+    made.edit.before = preferences.dictionary;
+    change(preferences.dictionary);
+    made.edit.after = preferences.dictionary;
+    made.edit.changes_file = !isIdentical(made.edit.before, made.edit.after);
+    if (!made.edit.changes_file) return made;
+    requireWhole(path, preferences);
+    made.bytes = writtenForm(path, preferences);
+    if (preferences.exists) made.replaced = std::move(preferences.bytes);
+    return made;
+  };
+  return write(draft, writes, previous);
+}
+
+Edit replacePreferences(const std::function<std::string(const std::string& path)>& contents,
+                        Sameness sameness, bool writes) {
+  const auto draft = [&contents, sameness](const std::string& path) {
+    Draft made;
+    made.bytes = contents(path);
+    made.replaced = bytesToKeep(path);
+    const std::optional<plist::Dictionary> before =
+        made.replaced ? dictionaryIn(*made.replaced) : std::nullopt;
+    made.edit.before = before.value_or(plist::Dictionary{});
+    made.edit.after = dictionaryIn(made.bytes).value_or(plist::Dictionary{});
+    made.edit.changes_file = sameness == Sameness::Bytes
+                                 ? made.replaced != made.bytes
+                                 : !before || !isIdentical(*before, made.edit.after);
+    return made;
+  };
+  return write(draft, writes, Previous::Kept);
 }
 
 }  // namespace vorlatch::control

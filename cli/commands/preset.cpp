@@ -1,7 +1,6 @@
 // vorlatchctl preset
 #include "cli/edit_report.h"
 #include "config/default_preset.h"
-#include "config/preferences.h"
 
 namespace vorlatch::cli {
 namespace {
@@ -12,25 +11,8 @@ struct Options {
   bool replaces_file = false;     // the whole file, readable or not
 };
 
-// A file that cannot be read counts as empty, because it is replaced in any case.
-plist::Dictionary readableAt(const std::string& path) {
-  try {
-    return control::readStoredPreferences(path).dictionary;
-  } catch (const control::Failure&) {
-    return {};
-  }
-}
-
-ExitStatus replaceFile(const Session& session, const EditOptions& options) {
-  const std::string path = control::daemonFile(kPreferencesFileName);
-  const Descriptor lock = control::lockPreferences();
-  const control::Edit edit{.before = readableAt(path), .after = defaultPreset()};
-  const bool writes = !options.is_dry_run && !control::isIdentical(edit.before, edit.after);
-  if (writes) control::writeStoredPreferences(path, {.dictionary = edit.after});
-  const bool posts = options.applies && writes;
-  if (posts) control::postApply();
-  reportEdit(session, options, edit, posts);
-  return kDone;
+std::string presetFile(const std::string& path) {
+  return control::writtenForm(path, {.dictionary = defaultPreset()});
 }
 
 Run prepare(Arguments& arguments) {
@@ -40,11 +22,15 @@ Run prepare(Arguments& arguments) {
        .description = english("also over targets that are configured already"),
        .value = &options->replaces_targets},
       {.name = "--replace-file",
-       .description = english("write the preset in place of the whole file, whatever stands there"),
+       .description = english("write the preset in place of the whole file, even of a damaged one"),
        .value = &options->replaces_file}};
   addEditOptions(arguments, options->edit);
   return [options](const Session& session) {
-    if (options->replaces_file) return replaceFile(session, options->edit);
+    if (options->replaces_file) {
+      return applyAndReport(session, options->edit,
+                            control::replacePreferences(presetFile, control::Sameness::Dictionary,
+                                                        !options->edit.is_dry_run));
+    }
     return editAndReport(session, options->edit, control::addPreset(options->replaces_targets));
   };
 }

@@ -87,7 +87,7 @@ ExitStatus release(const Session& session, const Options& options) {
   session.terminal.catch_signals();
   const std::chrono::seconds timeout(options.timeout_s);
   if (!options.keeps_preferences) {
-    control::editPreferences(control::switchDaemon(false), true);
+    control::editPreferences(control::switchDaemon(false), true, control::Previous::NotKept);
     report(session, awaitRelease(session, timeout), false);
     return kDone;
   }

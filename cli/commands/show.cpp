@@ -10,6 +10,12 @@
 namespace vorlatch::cli {
 namespace {
 
+std::string meaningOf(const std::string& key) {
+  if (key == keys::kApplyAgain) return tr("how often vorlatchctl apply --again was used");
+  const SettingKey* row = findSettingKey(key);
+  return row != nullptr ? translated(row->meaning) : tr("unknown to the daemon");
+}
+
 ExitStatus show(const Session& session, const std::string& target) {
   const auto preferences =
       control::readStoredPreferences(control::daemonFile(kPreferencesFileName));
@@ -36,9 +42,7 @@ ExitStatus show(const Session& session, const std::string& target) {
                {.heading = english("VALUE")},
                {.heading = english("MEANING"), .rank = 1}});
   for (const auto& [key, value] : entry->second) {
-    const SettingKey* row = findSettingKey(key);
-    table.add({key, control::settingText(value),
-               row != nullptr ? translated(row->meaning) : tr("unknown to the daemon")});
+    table.add({key, control::settingText(value), meaningOf(key)});
   }
   session.terminal.out(table.text(session.terminal));
   if (view.pid == 0) {
