@@ -110,6 +110,7 @@ std::size_t saveProfile(const std::string& name, bool replaces, bool writes) {
   const std::size_t count = targets->size();
   stored.dictionary = Dictionary{{keys::kAppConfigs, *targets}};
   const std::string bytes = writtenForm(file, stored);
+  requireWritable(file, replaces);
   if (writes) writeUserFile(file, bytes, replaces);
   return count;
 }

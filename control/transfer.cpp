@@ -34,7 +34,7 @@ std::string preferencesAsXml() {
       tr("%s holds something that an XML file cannot hold as it is; copy the file itself", path));
 }
 
-void writeUserFile(const std::string& path, std::string_view bytes, bool replaces) {
+void requireWritable(const std::string& path, bool replaces) {
   namespace fs = std::filesystem;
   std::error_code unknown;
   const fs::file_type type = fs::symlink_status(path, unknown).type();
@@ -44,6 +44,10 @@ void writeUserFile(const std::string& path, std::string_view bytes, bool replace
     failCouldNot(tr("%s is no regular file, and is left alone; choose another name", path));
   }
   if (exists && !replaces) failExists(path);
+}
+
+void writeUserFile(const std::string& path, std::string_view bytes, bool replaces) {
+  requireWritable(path, replaces);
   const auto may_replace = [&] { return replaces || !fileExists(path); };
   if (writeFileAtomically(path, bytes, may_replace)) return;
   if (errno == ESTALE) failExists(path);

@@ -14,8 +14,10 @@ namespace vorlatch::control {
 // XML cannot hold all of them.
 std::string preferencesAsXml();
 
-// Writes a file whole or not at all, with mode 0666. Throws a Failure if the path exists, unless it
-// is a regular file and `replaces`.
+// Throws a Failure if the path exists, unless it is a regular file and `replaces`.
+void requireWritable(const std::string& path, bool replaces);
+
+// Writes a file whole or not at all, with mode 0666. Throws a Failure as requireWritable does.
 void writeUserFile(const std::string& path, std::string_view bytes, bool replaces);
 
 // A file that preferences can be taken from.

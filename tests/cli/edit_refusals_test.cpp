@@ -130,6 +130,18 @@ void expectRefusals(EditStory& story, const std::string& answer, std::size_t cou
 constexpr const char* kNoFile =
     "err: vorlatchctl: {preferences}: a link, or no file of at most 512 kB\nexit 3\n";
 
+constexpr const char* kNotKept =
+    "err: vorlatchctl: {preferences} cannot be kept for vorlatchctl undo (a link, or no file of at "
+    "most 512 kB), so nothing is changed; move it away, then run this again\nexit 3\n";
+
+void expectUnkept(EditStory& story) {
+  const std::string backup = story.rootPath("/backup.plist");
+  writeAll(backup, xml({{"Enabled", true}, {"AppConfigs", Dictionary{}}}));
+  for (const Arguments& edit : {Lines{"preset", "--replace-file"}, Lines{"import", backup}}) {
+    story.expectRefusal(edit, "--dry-run", kNotKept);
+  }
+}
+
 // Only the whole file can be replaced.
 TEST(EditRefuses, AFileThatHoldsNoDictionary) {
   EditStory story;
@@ -165,15 +177,24 @@ TEST(EditRefuses, WhatIsNoFileOfItsOwn) {
   fs::remove(story.preferencesFile());
   ASSERT_EQ(mkfifo(story.preferencesFile().c_str(), 0666), 0);
   EXPECT_EQ(story.answer("enable"), kNoFile);
+  EXPECT_EQ(story.answer("preset --replace-file"), kNotKept);
   EXPECT_TRUE(fs::is_fifo(story.preferencesFile()));
-  EXPECT_EQ(story.run({"preset", "--replace-file", "--no-apply"}).status, 0);
-  EXPECT_EQ(story.bytes(), xml(defaultPreset()));
 
   fs::remove(story.preferencesFile());
   fs::create_directory(story.preferencesFile());
   expectRefusals(story, kNoFile);
-  EXPECT_EQ(story.edit("preset --replace-file"),
-            "err: vorlatchctl: {preferences}: Is a directory\nexit 3\n");
+  expectUnkept(story);
+}
+
+// What cannot be kept for undo is not replaced.
+TEST(EditRefuses, ToReplaceWhatItCannotKeep) {
+  EditStory story;
+  writeAll(story.preferencesFile(), std::string(512 * 1024 + 1, 'x'));
+  expectUnkept(story);
+  const std::string elsewhere = story.rootPath("/elsewhere.plist");
+  fs::rename(story.preferencesFile(), elsewhere);
+  fs::create_symlink(elsewhere, story.preferencesFile());
+  expectUnkept(story);
 }
 
 TEST(EditRefuses, AMissingDirectory) {

@@ -3,7 +3,9 @@
 
 #include <sys/stat.h>
 
+#include <cstdint>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <string>
 #include <utility>
@@ -36,15 +38,19 @@ class EditStory : public ControlStory {
  public:
   EditStory() {
     device.observe(kApplyNotificationName, [this] { ++posts_; });
+    daemon = launchDaemon();
   }
 
   // Types the command and lets the daemon hear what was posted. Gives the answer and what came of
   // it: "posts" with the number of posts that reached the daemon, "writes" with the bytes of a file
-  // that was written. Fails the test when a written file has not the mode 0666, or when the command
-  // leaves another file beside it.
+  // that was written. Fails the test when a written file has not the mode 0666, when the file that
+  // it replaced is not kept as the newest of at most ten, or when the command leaves another file
+  // beside it.
   std::string edit(const Arguments& arguments) {
     const auto files = filesBeside();
     const auto before = version();
+    auto expected_copies = copies();
+    const bool replaces = std::filesystem::exists(preferencesFile());
     Story::run(0ms);
     posts_ = 0;
     std::string result = answer(arguments);
@@ -53,7 +59,11 @@ class EditStory : public ControlStory {
     if (version() != before) {
       result += writes(bytes());
       EXPECT_EQ(modeOf(preferencesFile()), 0666U);
+      const int last = expected_copies.empty() ? 0 : expected_copies.rbegin()->first;
+      if (replaces) expected_copies.emplace(last + 1, before.second);
+      if (expected_copies.size() > 10) expected_copies.erase(expected_copies.begin());
     }
+    EXPECT_EQ(copies(), expected_copies);
     EXPECT_EQ(filesBeside(), files);
     return result;
   }
@@ -80,7 +90,26 @@ class EditStory : public ControlStory {
 
   [[nodiscard]] std::string bytes() const { return readAll(preferencesFile()); }
 
+  [[nodiscard]] std::string copyPath(int number) const {
+    return preferencesFile() + ".undo." + std::to_string(number);
+  }
+  // The kept files by their numbers.
+  [[nodiscard]] std::map<int, std::string> copies() const {
+    std::map<int, std::string> copies;
+    std::error_code missing;
+    for (const auto& entry : std::filesystem::directory_iterator(file(""), missing)) {
+      const std::string path = entry.path();
+      if (!path.starts_with(copyPrefix())) continue;
+      copies.emplace(std::stoi(path.substr(copyPrefix().size())), readAll(path));
+      EXPECT_EQ(modeOf(path), 0666U) << path;
+    }
+    return copies;
+  }
+
+  std::int32_t daemon;
+
  private:
+  [[nodiscard]] std::string copyPrefix() const { return preferencesFile() + ".undo."; }
   // Differs when the file was written again.
   [[nodiscard]] std::pair<ino_t, std::string> version() const {
     struct stat status {};
@@ -91,7 +120,8 @@ class EditStory : public ControlStory {
     std::set<std::filesystem::path> paths;
     std::error_code missing;
     for (const auto& entry : std::filesystem::directory_iterator(file(""), missing)) {
-      if (entry.path() != preferencesFile()) paths.insert(entry.path());
+      const bool is_copy = entry.path().string().starts_with(copyPrefix());
+      if (entry.path() != preferencesFile() && !is_copy) paths.insert(entry.path());
     }
     return paths;
   }

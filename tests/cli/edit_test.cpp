@@ -1,5 +1,6 @@
 // The commands that change the preferences: what is written, what is said, also in JSON, and who is
 // told.
+#include <cstdint>
 #include <filesystem>
 #include <limits>
 
@@ -9,6 +10,7 @@
 #include "control/failure.h"
 #include "control/preferences_edit.h"
 #include "tests/cli/edit_story.h"
+#include "tests/cli/held_story.h"
 
 namespace vorlatch::tests {
 namespace {
@@ -89,14 +91,79 @@ TEST(Enable, SwitchesOnAndDisableOff) {
   story.expectEdit({"enable"}, {{"Enabled", 1}}, "Enabled: 1 -> true\n", on);
 }
 
+constexpr const char* kNoDaemon =
+    "err: vorlatchctl: the daemon does not run, so nothing is applied; it applies what the "
+    "preferences say when it is started\nexit 3\n";
+
 TEST(Apply, TellsTheDaemon) {
   EditStory story;
-  EXPECT_EQ(story.edit("apply"),
-            "err: vorlatchctl: the daemon does not run, so nothing is applied; it applies what the "
-            "preferences say when it is started\nexit 3\nposts 1\n");
-  story.launchDaemon();
   EXPECT_EQ(story.edit("apply"), kApplied);
   EXPECT_EQ(story.edit("apply --json"), pretty(R"({"applied": true})") + kApplied);
+  EXPECT_EQ(story.edit("apply alpha"),
+            "err: vorlatchctl: without --again, apply takes no target\nexit 2\n");
+  story.device.exit(story.daemon);
+  EXPECT_EQ(story.edit("apply"), std::string(kNoDaemon) + "posts 1\n");
+}
+
+// The daemon passes over a target that nobody changed, but not over one with a new count.
+TEST(ApplyAgain, HoldsAnUnchangedTargetAnew) {
+  HeldStory story({{"NiceValue", -7}});
+  const auto nice_after = [&](const std::string& line, const std::string& answer) {
+    story.device.find(101)->nice_value = 3;
+    EXPECT_EQ(story.answer(line), answer);
+    story.Story::run(1s);
+    return story.device.find(101)->nice_value;
+  };
+  const std::string count = "AppConfigs / alpha / ApplyAgain: ";
+  EXPECT_EQ(nice_after("apply", ""), 3);
+  EXPECT_EQ(nice_after("apply --again alpha", count + "(none) -> 1\n"), -7);
+  EXPECT_EQ(nice_after("apply --again alpha alpha", count + "1 -> 2\n"), -7);
+  story.writeTargets({{"alpha", Dictionary{{"NiceValue", -7}, {"ApplyAgain", INT64_MAX}}}});
+  story.postAndRun();
+  EXPECT_EQ(nice_after("apply alpha --again --json", pretty(R"({"changes": [
+      {"path": ["AppConfigs", "alpha", "ApplyAgain"], "before": 9223372036854775807, "after": 1}],
+      "written": true, "applied": true})")),
+            -7);
+  EXPECT_EQ(story.answer("show alpha").substr(0, 86),
+            "KEY         VALUE  MEANING\n"
+            "ApplyAgain  1      how often vorlatchctl apply --again was used\n");
+  EXPECT_TRUE(story.answer("check").starts_with("{preferences}: all in order\n"));
+}
+
+TEST(ApplyAgain, RefusesWhatItCannotApply) {
+  EditStory story;
+  story.writeTargets({{"alpha", Dictionary{}}, {"odd", 7}});
+  const std::string err = "err: vorlatchctl: ";
+  EXPECT_EQ(story.edit("apply --again"),
+            err + "TARGET is missing; vorlatchctl apply --help says more\nexit 2\n");
+  EXPECT_EQ(story.edit("apply --again alpha alhpa"),
+            err + "no target alhpa is configured; did you mean alpha?\nexit 2\n");
+  EXPECT_EQ(story.edit("apply --again odd"),
+            err +
+                "odd is a number and no dictionary; vorlatchctl check says more, and nothing is "
+                "changed\nexit 3\n");
+  story.device.exit(story.daemon);
+  EXPECT_EQ(story.edit("apply --again alpha"), kNoDaemon);
+}
+
+// An edit that switches the daemon off needs no hint, and one in switched-off preferences has
+// another.
+TEST(Edit, SaysWhenTheDaemonDoesNotRun) {
+  EditStory story;
+  story.device.exit(story.daemon);
+  const std::string later = "the daemon does not run; it applies this when it is started\n";
+  const auto posted = [&](const Dictionary& after) { return kApplied + writes(after); };
+  story.writePreferences({});
+  EXPECT_EQ(story.edit("enable"),
+            "Enabled: (none) -> true\n" + later + posted({{"Enabled", true}}));
+  EXPECT_EQ(story.edit("enable"), "nothing to change\n");
+  EXPECT_EQ(story.edit("disable --dry-run"), "Enabled: true -> false\nnothing was written\n");
+  EXPECT_EQ(story.edit("disable --no-apply"),
+            "Enabled: true -> false\n" + writes({{"Enabled", false}}));
+  EXPECT_EQ(story.edit("set alpha NiceValue=1").substr(0, 110),
+            std::string("AppConfigs / alpha / NiceValue: (none) -> 1\n") + kOffHint + "pos");
+  EXPECT_EQ(story.answer("enable --json"), pretty(R"({"changes": [
+      {"path": ["Enabled"], "before": false, "after": true}], "written": true, "applied": false})"));
 }
 
 TEST(Edit, LeavesAloneWhatIsAlreadySo) {
