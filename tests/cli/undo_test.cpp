@@ -21,21 +21,14 @@ constexpr const char* kNothingToTakeBack = "there is no edit to take back\n";
 constexpr const char* kRemarked =
     "<plist version=\"1.0\"><!-- mine --><dict><key>Enabled</key><true/></dict></plist>";
 
-// A story with the zone UTC+8.
-struct UndoStory : EditStory {
-  UndoStory() { setenv("TZ", "CST-8", 1); }
-
-  // Every copy was written at 2026-11-22 15:15:28 of this zone.
-  void setTimes() const {
-    for (const auto& [number, bytes] : copies()) {
-      fs::last_write_time(copyPath(number), fs::file_time_type::clock::from_sys(
-                                                std::chrono::sys_seconds(1795331728s)));
-    }
-  }
-};
+// The time 2026-11-22 15:15:28 in the zone UTC+8.
+void setTime(const std::string& path) {
+  fs::last_write_time(path,
+                      fs::file_time_type::clock::from_sys(std::chrono::sys_seconds(1795331728s)));
+}
 
 TEST(Undo, PutsBackEveryByteAndTakesItselfBack) {
-  UndoStory story;
+  EditStory story;
   writeAll(story.preferencesFile(), kRemarked);
   const std::string off = writes({{"Enabled", false}});
   const std::string remarked = writes(kRemarked);
@@ -55,7 +48,7 @@ TEST(Undo, PutsBackEveryByteAndTakesItselfBack) {
 }
 
 TEST(Undo, TakesBackTheLastTenEdits) {
-  UndoStory story;
+  EditStory story;
   story.writePreferences({{"Enabled", true}});
   for (int i = 0; i <= 11; ++i) {
     const std::string line = "set alpha NiceValue=" + std::to_string(i);
@@ -70,18 +63,21 @@ TEST(Undo, TakesBackTheLastTenEdits) {
             "err: vorlatchctl: N takes a number from 1 to 10, not \"11\"\nexit 2\n");
 }
 
-// A file without a dictionary comes back, too. A number with a zero before it is no copy's.
+// A file without a dictionary comes back, too.
 TEST(Undo, PutsBackADamagedFile) {
-  UndoStory story;
-  writeAll(story.copyPath(0) + "7", "a user's");
+  EditStory story;
   writeAll(story.preferencesFile(), "damaged");
   ASSERT_EQ(story.run({"preset", "--replace-file"}).status, 0);
   EXPECT_TRUE(story.edit("undo").ends_with(kOffHint + (kApplied + writes("damaged"))));
-  EXPECT_EQ(readAll(story.copyPath(0) + "7"), "a user's");
 }
 
+// Only a whole number without a zero before it is a copy's.
 TEST(Undo, ListsTheEdits) {
-  UndoStory story;
+  setenv("TZ", "CST-8", 1);
+  EditStory story;
+  for (const char* end : {".undo.07", ".undo.8x", ".undo.", ".undo.0", ".undo.1000000000"}) {
+    writeAll(story.preferencesFile() + end, xml({}));
+  }
   EXPECT_EQ(story.answer("undo --list"), kNothingToTakeBack);
   EXPECT_EQ(story.answer("undo --list --json"), pretty(R"({"edits": []})"));
   writeAll(story.preferencesFile(), "damaged");
@@ -89,7 +85,7 @@ TEST(Undo, ListsTheEdits) {
                            "set kbd NiceValue=1 CheckInterval=2 Remark=x MemLimitActive=5"}) {
     ASSERT_EQ(story.run(wordsOf(line)).status, 0);
   }
-  story.setTimes();
+  for (int number = 1; number <= 3; ++number) setTime(story.copyPath(number));
   EXPECT_EQ(story.answer("undo --list"), R"(1: 2026-11-22 15:15:28, changes: 4
   AppConfigs / kbd / CheckInterval: 0 -> 2
   AppConfigs / kbd / MemLimitActive: 0 -> 5
@@ -112,7 +108,7 @@ TEST(Undo, ListsTheEdits) {
 }
 
 TEST(UndoRefuses, WhatWasNotKept) {
-  UndoStory story;
+  EditStory story;
   EXPECT_EQ(story.edit("undo"),
             std::string("err: vorlatchctl: ") + kNothingToTakeBack + "exit 3\n");
   story.writePreferences({});
@@ -132,7 +128,7 @@ TEST(UndoRefuses, WhatWasNotKept) {
 
 // Neither the copy nor the preferences stay half-written, and no copy without an edit.
 TEST(EditRefuses, WhatItCannotKeepOrWrite) {
-  UndoStory story;
+  EditStory story;
   std::signal(SIGXFSZ, SIG_IGN);
   const auto limit_files_to = [](rlim_t bytes) {
     const rlimit limit{.rlim_cur = bytes, .rlim_max = RLIM_INFINITY};
@@ -155,7 +151,7 @@ TEST(EditRefuses, WhatItCannotKeepOrWrite) {
 }
 
 TEST(Release, KeepsNoCopy) {
-  UndoStory story;
+  EditStory story;
   story.writePreferences({{"Enabled", true}});
   EXPECT_EQ(story.answer("release"), "nothing was held\n");
   EXPECT_EQ(story.bytes(), xml({{"Enabled", false}}));

@@ -103,12 +103,18 @@ begin() {
 
 rules() { printf '%s\n' "$@" >"$FAKE/rules"; }
 
+# In the order in which a purge names them; and files of others with similar names.
+files_to_purge=("$package.plist" "$package.plist.tmp.aB3xYz" "$package.profile.at home.plist" "$package.profile.x.plist"
+  "$package.profile.x.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000" Vorlatch.log
+  Vorlatch.log.aside.0123456789abcdef0123456789abcdef "$package.plist.undo.10" "$package.plist.undo.9"
+  "$package.plist.undo.9.tmp.aB3xYz")
+theirs_to_keep=(com.other.plist "$package.plist.tmp.backups" "$package.plist.undo.9.backup" "$package.plist.undo."
+  "$package.profile..plist")
+
 # As the daemon and its user leave it.
 writeFiles() {
   local file
-  for file in $package.plist $package.plist.tmp.backups $package.plist.tmp.aB3xYz $package.status.plist \
-    $package.status.plist.tmp.000000 Vorlatch.log com.other.plist \
-    Vorlatch.log.aside.0123456789abcdef0123456789abcdef; do
+  for file in "${theirs_to_keep[@]}" "${files_to_purge[@]}"; do
     printf 'of %s\n' "$file" >"$preferences/$file"
   done
 }
@@ -194,14 +200,11 @@ onceMore() {
 
 theirs='./Library/LaunchDaemons/com.zel.vorlatch.plist'
 programs=$(lines ./usr/bin/vorlatchctl ./usr/libexec/vorlatchd)
-settings=$(printf './var/mobile/Library/Preferences/%s\n' Vorlatch.log \
-  Vorlatch.log.aside.0123456789abcdef0123456789abcdef com.other.plist "$package.plist" \
-  "$package.plist.tmp.aB3xYz" "$package.plist.tmp.backups" "$package.status.plist" \
-  "$package.status.plist.tmp.000000")
-foreign=$(printf './var/mobile/Library/Preferences/%s\n' com.other.plist "$package.plist.tmp.backups")
+inPreferences() { printf './var/mobile/Library/Preferences/%s\n' "$@" | sort; }
+settings=$(inPreferences "${files_to_purge[@]}" "${theirs_to_keep[@]}")
+foreign=$(inPreferences "${theirs_to_keep[@]}")
 purged="  rm -f$(printf ' ROOT/var/mobile/Library/Preferences/%s' "$package.plist" "$package.plist.released" \
-  "$package.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000" Vorlatch.log \
-  Vorlatch.log.aside.0123456789abcdef0123456789abcdef)"
+  "${files_to_purge[@]:1}")"
 
 expectKept() {
   expectFiles <<<"$theirs"$'\n'"$programs"$'\n'"$settings"
