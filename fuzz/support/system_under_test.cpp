@@ -35,6 +35,9 @@ constexpr std::uint64_t kPatrolNs = 1800 * kSecondNs;
 
 // The file to which an interrupted release moves the preferences.
 const std::string kSetAsideFileName = std::string(kPreferencesFileName) + ".released";
+// What vorlatchctl keeps for undo, and profiles.
+const std::string kKeptFiles = std::string(kPreferencesFileName) + ".undo.";
+const std::string kProfileFiles = "com.zel.vorlatch.profile.";
 
 // Control characters except for line ends, direction marks, and separators, embeddings and
 // isolates.
@@ -244,7 +247,8 @@ Files SystemUnderTest::files() const {
   Files files;
   for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
     const std::string name = entry.path().filename();
-    if (name == kStatusFileName || name == kLogFileName) continue;
+    const bool is_kept = name.starts_with(kKeptFiles) || name.starts_with(kProfileFiles);
+    if (name == kStatusFileName || name == kLogFileName || is_kept) continue;
     files.emplace(name, tests::readAll(entry.path()));
   }
   return files;
@@ -261,7 +265,8 @@ tests::Output SystemUnderTest::type(const Words& words) {
     EXPECT_TRUE(isJson(output.out) || !wantsJson(words)) << testing::PrintToString(output.out);
   }
   auto after = files();
-  static const Words edits = tests::wordsOf("set unset remove enable disable preset release");
+  static const Words edits =
+      tests::wordsOf("set unset remove enable disable preset release apply undo import profile");
   if (holds(edits, commandOf(words))) {
     const auto old_preferences = before.extract(kPreferencesFileName);
     const auto new_preferences = after.extract(kPreferencesFileName);
@@ -271,7 +276,10 @@ tests::Output SystemUnderTest::type(const Words& words) {
                               holdsPrefix(words, "--keep-preferences") &&
                               before.contains(kSetAsideFileName);
     if (may_put_back && !after.contains(kSetAsideFileName)) before.erase(kSetAsideFileName);
-    if (!may_put_back && !holdsPrefix(words, "--replace-file")) {
+    static const Words replacing = tests::wordsOf("undo import profile");
+    const bool may_replace =
+        holdsPrefix(words, "--replace-file") || holds(replacing, commandOf(words));
+    if (!may_put_back && !may_replace) {
       EXPECT_TRUE(control::isIdentical(unnamedIn(old_preferences, words),
                                        unnamedIn(new_preferences, words)))
           << (new_preferences.empty() ? "" : new_preferences.mapped());

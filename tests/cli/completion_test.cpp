@@ -32,7 +32,8 @@ struct Shell : ControlStory {
 TEST(Completion, OfCommandsOptionsAndNames) {
   Shell shell;
   const std::string all =
-      "status,list,show,set,unset,remove,enable,disable,preset,apply,release,plan,match,ps,check,"
+      "status,list,show,set,unset,remove,enable,disable,preset,undo,export,import,profile,apply,"
+      "release,plan,match,ps,check,"
       "log,bands,doctor,help";
   shell.expectOffers(
       {{"", all},

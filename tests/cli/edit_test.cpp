@@ -124,9 +124,10 @@ TEST(ApplyAgain, HoldsAnUnchangedTargetAnew) {
       {"path": ["AppConfigs", "alpha", "ApplyAgain"], "before": 9223372036854775807, "after": 1}],
       "written": true, "applied": true})")),
             -7);
-  EXPECT_EQ(story.answer("show alpha").substr(0, 86),
-            "KEY         VALUE  MEANING\n"
-            "ApplyAgain  1      how often vorlatchctl apply --again was used\n");
+  EXPECT_TRUE(
+      story.answer("show alpha")
+          .starts_with("KEY         VALUE  MEANING\n"
+                       "ApplyAgain      1  how often vorlatchctl apply --again was used\n"));
   EXPECT_TRUE(story.answer("check").starts_with("{preferences}: all in order\n"));
 }
 
@@ -140,7 +141,7 @@ TEST(ApplyAgain, RefusesWhatItCannotApply) {
             err + "no target alhpa is configured; did you mean alpha?\nexit 2\n");
   EXPECT_EQ(story.edit("apply --again odd"),
             err +
-                "odd is a number and no dictionary; vorlatchctl check says more, and nothing is "
+                "odd is an integer and no dictionary; vorlatchctl check says more, and nothing is "
                 "changed\nexit 3\n");
   story.device.exit(story.daemon);
   EXPECT_EQ(story.edit("apply --again alpha"), kNoDaemon);
@@ -160,8 +161,8 @@ TEST(Edit, SaysWhenTheDaemonDoesNotRun) {
   EXPECT_EQ(story.edit("disable --dry-run"), "Enabled: true -> false\nnothing was written\n");
   EXPECT_EQ(story.edit("disable --no-apply"),
             "Enabled: true -> false\n" + writes({{"Enabled", false}}));
-  EXPECT_EQ(story.edit("set alpha NiceValue=1").substr(0, 110),
-            std::string("AppConfigs / alpha / NiceValue: (none) -> 1\n") + kOffHint + "pos");
+  EXPECT_EQ(story.answer("set alpha NiceValue=1"),
+            std::string("AppConfigs / alpha / NiceValue: (none) -> 1\n") + kOffHint);
   EXPECT_EQ(story.answer("enable --json"), pretty(R"({"changes": [
       {"path": ["Enabled"], "before": false, "after": true}], "written": true, "applied": false})"));
 }
