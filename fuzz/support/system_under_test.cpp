@@ -108,7 +108,7 @@ Dictionary unnamedIn(const Files::node_type& file, const Words& words) {
   if (!file.empty()) preferences = dictionaryIn(file.mapped()).value_or(preferences);
   const std::string command = commandOf(words);
   if (holds({"enable", "disable", "release"}, command)) preferences.erase(keys::kEnabled);
-  if (!holds({"set", "unset", "remove", "preset"}, command)) return preferences;
+  if (!holds({"set", "unset", "remove", "preset", "apply"}, command)) return preferences;
   const auto place = preferences.try_emplace(keys::kAppConfigs, Dictionary{}).first;
   auto* const targets = place->second.as<Dictionary>();
   if (targets == nullptr) return preferences;
@@ -118,6 +118,7 @@ Dictionary unnamedIn(const Files::node_type& file, const Words& words) {
     std::erase_if(*settings, [&](const auto& setting) {
       return command == "set"     ? holdsPrefix(words, setting.first + "=")
              : command == "unset" ? holds(words, setting.first)
+             : command == "apply" ? setting.first == keys::kApplyAgain
                                   : false;
     });
   }

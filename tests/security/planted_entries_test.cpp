@@ -16,6 +16,7 @@
 #include "config/preferences.h"
 #include "config/status_file.h"
 #include "control/failure.h"
+#include "control/history.h"
 #include "control/log_reader.h"
 #include "control/preferences_edit.h"
 #include "log/log_file.h"
@@ -73,6 +74,13 @@ void editPreferences() {
   }
 }
 
+void takeEditBack() {
+  try {
+    control::takeBack(1, true);
+  } catch (const control::Failure&) {
+  }
+}
+
 void showLog() {
   try {
     control::LogReader(control::daemonFile(kLogFileName)).readNew([](const auto&) {});
@@ -98,6 +106,13 @@ void writePreset(Story& story) {
   story.writePreferences(defaultPreset());
 }
 
+void writeAndEditPreset(Story& story) {
+  writePreset(story);
+  editPreferences();
+}
+
+const std::string kCopyName = std::string(kPreferencesFileName) + ".undo.1";
+
 std::vector<Operation> operationsAt(const std::vector<Plant>& plants) {
   std::vector<Operation> operations = {
       {"OpensTheLog", kLogFileName, openAndWriteLog, false, writeOldLog},
@@ -107,6 +122,7 @@ std::vector<Operation> operationsAt(const std::vector<Plant>& plants) {
       {"WritesThePreset", kPreferencesFileName, checkAndGenerateDefaultConfig, true},
       {"ReadsThePreferences", kPreferencesFileName, [] { loadPreferences(); }, false, writePreset},
       {"EditsThePreferences", kPreferencesFileName, editPreferences, true, writePreset},
+      {"TakesAnEditBack", kCopyName, takeEditBack, false, writeAndEditPreset},
       {"ShowsTheLog", kLogFileName, showLog, false, writeOldLog},
   };
   for (Operation& operation : operations) operation.plants = plants;
