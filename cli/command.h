@@ -28,7 +28,9 @@ struct Argument {
   const char* description;
   // Receives the value. A flag sets its bool to `flag_means`; Words receives all remaining
   // arguments.
-  std::variant<bool*, int*, std::size_t*, std::string*, std::optional<std::string>*, Words*> value;
+  std::variant<bool*, int*, std::optional<std::size_t>*, std::string*, std::optional<std::string>*,
+               Words*>
+      value;
   Offer offer = nullptr;
   bool is_required = false;
   bool flag_means = true;

@@ -20,6 +20,7 @@ int runCommandLine(const std::vector<std::string>& arguments, Terminal& terminal
     }
     const Run run = parser.finish();
     session.wants_json = parser.wantsJson();
+    session.asked_for_english = parser.language().starts_with("en");
     return run(session);
   } catch (const control::Failure& failure) {
     report(session, failure);

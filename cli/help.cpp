@@ -58,7 +58,7 @@ std::string termOf(const Argument& argument) {
   for (const std::string& name : argument.names()) term += (term.empty() ? "" : ", ") + name;
   if (!argument.isOption() || std::holds_alternative<bool*>(argument.value)) return term;
   const bool is_number = std::holds_alternative<int*>(argument.value) ||
-                         std::holds_alternative<std::size_t*>(argument.value);
+                         std::holds_alternative<std::optional<std::size_t>*>(argument.value);
   return term + (is_number ? " N" : " TEXT");
 }
 

@@ -25,6 +25,7 @@ inline constexpr int kJsonVersion = 1;
 struct Session {
   Terminal& terminal;
   bool wants_json = false;
+  bool asked_for_english = false;  // with --lang en, not by the environment
 };
 
 // Returns the JSON text with `indent` blanks per level, or in one line if `indent` is negative.

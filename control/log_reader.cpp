@@ -18,11 +18,8 @@ namespace {
 
 constexpr std::size_t kLongestStamp = 64;
 constexpr std::size_t kRemembered = 64;
-constexpr std::size_t kLongestBlock = 100;  // lines; the daemon writes fewer than 20
 constexpr std::size_t kLongestLine = std::size_t{64} * 1024;
 constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
-constexpr std::string_view kTargetLabel = "目标: ";
-constexpr std::string_view kCompleted = " 完成";
 
 // MM-dd HH:mm:ss, in the digits and the 12- or 24-hour clock of the user's locale.
 bool isStamp(std::string_view text) {
@@ -30,30 +27,7 @@ bool isStamp(std::string_view text) {
          text.find(' ') != text.npos;
 }
 
-bool isRule(std::string_view text) {
-  return !text.empty() &&
-         (text.find_first_not_of('-') == text.npos || text.find_first_not_of('=') == text.npos);
-}
-
-// Returns true if the text is the target followed by one of the strings in `behind`. The target
-// alone does not suffice, because its key may be the beginning of another target's key.
-template <std::size_t n>
-bool beginsWith(std::string_view text, std::string_view target,
-                const std::array<std::string_view, n>& behind) {
-  if (!text.starts_with(target)) return false;
-  const std::string_view rest = text.substr(target.size());
-  return std::any_of(behind.begin(), behind.end(),
-                     [rest](std::string_view words) { return rest.starts_with(words); });
-}
-
 }  // namespace
-
-const std::vector<std::string>& logCategories() {
-  static const std::vector<std::string>& categories = *new std::vector<std::string>{
-      "守护",       "内核", "配置", "进程",     "内存优先级", "内存限制",
-      "进程优先级", "系统", "恢复", "状态剥离", "环境适配",   "全局守护"};
-  return categories;
-}
 
 LogLine logLineOf(std::string_view line) {
   LogLine parts;
@@ -126,37 +100,6 @@ bool LogReader::readNew(const std::function<void(LogLine)>& pass_on) {
     }
   }
   return any;
-}
-
-bool LogFilter::names(const LogLine& line) const {
-  static constexpr std::array<std::string_view, 4> kBehindLabelled = {" 已启动 PID: ", " 已退出",
-                                                                      " PID: ", " | 检测: "};
-  static constexpr std::array<std::string_view, 1> kBehindPlain = {" PID:"};
-  const std::string_view text = line.text;
-  if (!text.starts_with(kTargetLabel)) return beginsWith(text, target_, kBehindPlain);
-  return beginsWith(text.substr(kTargetLabel.size()), target_, kBehindLabelled);
-}
-
-void LogFilter::take(LogLine line, const std::function<void(const LogLine&)>& pass_on) {
-  if (target_.empty()) {
-    if (category_.empty() || line.category == category_) pass_on(line);
-    return;
-  }
-  const bool ends_block = line.text.ends_with(kCompleted);
-  if (isRule(line.text)) finish(pass_on);
-  block_.push_back(std::move(line));
-  if (ends_block || block_.size() == kLongestBlock) finish(pass_on);
-}
-
-void LogFilter::finish(const std::function<void(const LogLine&)>& pass_on) {
-  const std::vector<LogLine> block = std::exchange(block_, {});
-  if (std::none_of(block.begin(), block.end(),
-                   [this](const LogLine& line) { return names(line); })) {
-    return;
-  }
-  for (const LogLine& line : block) {
-    if (category_.empty() || line.category == category_) pass_on(line);
-  }
 }
 
 }  // namespace vorlatch::control

@@ -5,7 +5,6 @@
 #include <functional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace vorlatch::control {
 
@@ -17,9 +16,6 @@ struct LogLine {
 };
 
 LogLine logLineOf(std::string_view line);
-
-// Every category that the daemon writes.
-const std::vector<std::string>& logCategories();
 
 // Follows a file that grows and may be emptied in place.
 class LogReader {
@@ -42,25 +38,6 @@ class LogReader {
   std::string last_bytes_;  // before the offset; they differ if the file was emptied and grew
   std::string unfinished_;  // a line without its line feed yet
   std::string block_;       // the buffer of the last read
-};
-
-// Passes on the lines of one target and category; an empty string selects all. For a target,
-// collects a block, from a separator to its last line, and passes it on if it names the target.
-class LogFilter {
- public:
-  LogFilter(std::string target, std::string category)
-      : target_(std::move(target)), category_(std::move(category)) {}
-
-  void take(LogLine line, const std::function<void(const LogLine&)>& pass_on);
-  // Ends the current block, and passes it on if it names the target.
-  void finish(const std::function<void(const LogLine&)>& pass_on);
-
- private:
-  [[nodiscard]] bool names(const LogLine& line) const;
-
-  const std::string target_;
-  const std::string category_;
-  std::vector<LogLine> block_;
 };
 
 }  // namespace vorlatch::control

@@ -20,15 +20,15 @@ std::string sentence(std::string text) {
   return text + ".";
 }
 
-// Returns the range and default of a number.
+// Returns the range of a number, and its default if it is fixed.
 std::string rangeOf(const Argument& argument) {
-  const auto text = [&](auto value) {
-    return " (" + std::to_string(argument.lowest) + " to " + std::to_string(argument.highest) +
-           ", default " + std::to_string(value) + ")";
-  };
-  if (auto* const* number = std::get_if<int*>(&argument.value)) return text(**number);
-  if (auto* const* number = std::get_if<std::size_t*>(&argument.value)) return text(**number);
-  return "";
+  const std::string range =
+      " (" + std::to_string(argument.lowest) + " to " + std::to_string(argument.highest);
+  if (auto* const* number = std::get_if<int*>(&argument.value)) {
+    return range + ", default " + std::to_string(**number) + ")";
+  }
+  const bool is_number = std::holds_alternative<std::optional<std::size_t>*>(argument.value);
+  return is_number ? range + ")" : "";
 }
 
 using Markup = std::function<std::string(const Argument&)>;

@@ -66,6 +66,7 @@ Output ControlStory::run(const Arguments& arguments) {
     Story::run(duration);
   };
   terminal.now = [this] { return std::chrono::nanoseconds(device.scheduler.nowNs()); };
+  terminal.wall_seconds = [this] { return device.wallSeconds(); };
   terminal.interrupted = [this, &waits] { return is_interrupted(waits); };
   terminal.is_terminal = columns > 0;
   terminal.columns = [this] { return columns; };

@@ -1,10 +1,12 @@
 // vorlatchctl log: what is shown of the daemon's log, and how; with -f, across clearings and
 // whatever else becomes of the file.
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include <gtest/gtest.h>
 
+#include "control/iso_time.h"
 #include "tests/cli/held_story.h"
 
 namespace vorlatch::tests {
@@ -28,12 +30,20 @@ struct LogStory : ControlStory {
 };
 
 TEST(Log, ShowsTheLastLines) {
-  const Lines lines{"[守护] PID:7", kChapterRule, "without a category"};
+  Lines lines{kChapterRule, "without a category"};
+  while (lines.size() < 45) lines.push_back("[守护] PID:" + std::to_string(lines.size()));
   LogStory story(lines);
-  for (const char* all : {"log", "log --lines 9", "log -n 0"}) {
-    EXPECT_EQ(story.answer(all), stamped(lines)) << all;
-  }
-  EXPECT_EQ(story.answer("log -n 2"), stamped({kChapterRule, "without a category"}));
+  const auto last = [&](std::ptrdiff_t count) { return stamped({lines.end() - count, lines.end()}); };
+  EXPECT_EQ(story.answer("log"), last(40));
+  EXPECT_EQ(story.answer("log --lines 44"), last(44));
+  EXPECT_EQ(story.answer("log --all"), stamped(lines));
+  EXPECT_EQ(story.answer("log -n 0"), "");
+  EXPECT_EQ(story.answer("log --all -n 0"),
+            "err: vorlatchctl: --all and --lines exclude each other\nexit 2\n");
+  story.is_interrupted = [](int) { return true; };
+  EXPECT_EQ(story.answer("log -f"), last(10));
+  EXPECT_EQ(story.answer("log -f -n 11"), last(11));
+  EXPECT_EQ(story.answer("log -f -n 0"), "");
 }
 
 TEST(Log, ShowsOneCategory) {
@@ -43,10 +53,15 @@ TEST(Log, ShowsOneCategory) {
   EXPECT_EQ(story.answer("log --category 内核"), expected);
   EXPECT_EQ(story.answer("log --category [内核]"), expected);
   EXPECT_EQ(story.answer("log --category 内核 -n 1"), stamped({"[内核] ：失败"}));
+  EXPECT_EQ(story.answer("log --category kernel"), expected);
   EXPECT_EQ(story.answer("log --category 全局守护"), "");
-  EXPECT_EQ(story.answer("log --category 核"),
-            "err: vorlatchctl: there is no category 核; there are: 守护 内核 配置 进程 内存优先级 "
-            "内存限制 进程优先级 系统 恢复 状态剥离 环境适配 全局守护\nexit 2\n");
+  for (const std::string unknown : {"核", ""}) {
+    EXPECT_EQ(story.answer(Arguments{"log", "--category", unknown}),
+              "err: vorlatchctl: there is no category " + unknown +
+                  "; there are: 守护 daemon, 内核 kernel, 配置 preferences, 进程 process, "
+                  "内存优先级 band, 内存限制 limits, 进程优先级 nice, 系统 system, 恢复 restore, "
+                  "状态剥离 managed, 环境适配 adapted, 全局守护 patrol\nexit 2\n");
+  }
 }
 
 // The last line is still being written.
@@ -73,30 +88,65 @@ TEST(Log, InColours) {
 
 // Stamps may be of other clocks and in other digits.
 TEST(Log, AsJsonALineEach) {
+  ::setenv("TZ", "CST-8", 1);
   ControlStory story;
   writeAll(story.logFile(),
            "[03-04 05:06:07] ----\n"
            "[03-04 05:06:07] [守护] \"PID\":7\x1b\n"
            "[03-04 05:06:07] \xff\n"
            "[03-04 05:06:07] [open\n"
-           "[03-04 下午5:06:07] [守护] twelve hours\n"
+           "[03-04 下午5:06:07] [守护] PID:12\n"
            "[٠٣-٠٤ ٠٥:٠٦:٠٧] [内核] other digits\n"
            "[note] [守护] no stamp\n"
            "[a:b:c] [守护] none either\n"
            "[03-04 05:06:07\n"
            "\n");
   EXPECT_EQ(story.answer("log --json"),
-            R"({"stamp":"03-04 05:06:07","category":"","text":"----"}
-{"stamp":"03-04 05:06:07","category":"守护","text":"\"PID\":7\u001b"}
-{"stamp":"03-04 05:06:07","category":"","text":"�"}
-{"stamp":"03-04 05:06:07","category":"","text":"[open"}
-{"stamp":"03-04 下午5:06:07","category":"守护","text":"twelve hours"}
-{"stamp":"٠٣-٠٤ ٠٥:٠٦:٠٧","category":"内核","text":"other digits"}
-{"stamp":"","category":"","text":"[note] [守护] no stamp"}
-{"stamp":"","category":"","text":"[a:b:c] [守护] none either"}
-{"stamp":"","category":"","text":"[03-04 05:06:07"}
-{"stamp":"","category":"","text":""}
+            R"({"schema":1,"time":"2026-03-04T05:06:07+08:00","stamp":"03-04 05:06:07","category":"","text":"----","code":null}
+{"schema":1,"time":"2026-03-04T05:06:07+08:00","stamp":"03-04 05:06:07","category":"守护","text":"\"PID\":7\u001b","code":null}
+{"schema":1,"time":"2026-03-04T05:06:07+08:00","stamp":"03-04 05:06:07","category":"","text":"�","code":null}
+{"schema":1,"time":"2026-03-04T05:06:07+08:00","stamp":"03-04 05:06:07","category":"","text":"[open","code":null}
+{"schema":1,"time":null,"stamp":"03-04 下午5:06:07","category":"守护","text":"PID:12","code":"daemon-started"}
+{"schema":1,"time":null,"stamp":"٠٣-٠٤ ٠٥:٠٦:٠٧","category":"内核","text":"other digits","code":null}
+{"schema":1,"time":null,"stamp":"","category":"","text":"[note] [守护] no stamp","code":null}
+{"schema":1,"time":null,"stamp":"","category":"","text":"[a:b:c] [守护] none either","code":null}
+{"schema":1,"time":null,"stamp":"","category":"","text":"[03-04 05:06:07","code":null}
+{"schema":1,"time":null,"stamp":"","category":"","text":"","code":null}
 )");
+}
+
+TEST(Log, GivesStampsTheirYearAndZone) {
+  constexpr std::int64_t kMarch = 1772600767;        // 2026-03-04 05:06:07 UTC
+  constexpr std::int64_t kNewYearsEve = 1767222000;  // 2025-12-31 23:00:00 UTC
+  constexpr std::int64_t kLeapGap = 4197052800;      // 2103-01-01 00:00:00 UTC
+  constexpr const char* kNewYork = "EST5EDT,M3.2.0,M11.1.0";
+  struct Row {
+    const char* zone;
+    std::int64_t now;
+    const char* stamp;
+    const char* time;
+  };
+  for (const Row& row : std::vector<Row>{
+           {"UTC0", kMarch, "03-05 05:06:07", "2026-03-05T05:06:07+00:00"},
+           {"UTC0", kMarch, "03-05 05:06:08", "2025-03-05T05:06:08+00:00"},
+           {"CST-8", kMarch, "03-05 13:06:08", "2025-03-05T13:06:08+08:00"},
+           {"UTC0", kNewYearsEve, "01-01 00:30:00", "2026-01-01T00:30:00+00:00"},
+           {"UTC0", kMarch, "02-29 12:00:00", "2024-02-29T12:00:00+00:00"},
+           {"UTC0", kLeapGap, "02-29 12:00:00", "2096-02-29T12:00:00+00:00"},
+           {kNewYork, kMarch, "07-04 12:00:00", "2025-07-04T12:00:00-04:00"},
+           {kNewYork, kMarch, "12-04 12:00:00", "2025-12-04T12:00:00-05:00"},
+           {"UTC0", kMarch, "02-30 12:00:00", "none"},
+           {"UTC0", kMarch, "13-01 12:00:00", "none"},
+           {"UTC0", kMarch, "00-01 12:00:00", "none"},
+           {"UTC0", kMarch, "01-01 24:00:00", "none"},
+           {"UTC0", kMarch, "01-01 12:60:00", "none"},
+           {"UTC0", kMarch, "01-01 12.30:00", "none"},
+           {"UTC0", kMarch, "01-01 12:30:0x", "none"},
+           {"UTC0", kMarch, "01-01 12:30:000", "none"}}) {
+    ::setenv("TZ", row.zone, 1);
+    const auto seconds = control::secondsOfStamp(row.stamp, row.now);
+    EXPECT_EQ(seconds ? control::isoTime(*seconds) : "none", row.time) << row.stamp;
+  }
 }
 
 TEST(Log, CannotShowWhatIsNoFile) {
@@ -104,60 +154,6 @@ TEST(Log, CannotShowWhatIsNoFile) {
   EXPECT_EQ(story.answer("log"), kNoLog);
   std::filesystem::create_directory(story.logFile());
   EXPECT_EQ(story.answer("log"), "err: vorlatchctl: {log} is no regular file\nexit 3\n");
-}
-
-// What is logged of a target's apply, the first lines given.
-std::string applied(const Lines& lines, const std::string& name, const std::string& pid,
-                    const std::string& stamp = kStamp) {
-  return stamped(lines + Lines{"[内存限制] 目标 Act:0 Inact:0 | 最终 Act:1450 Inact:1450 -> [成功]",
-                               "[内核] ：成功", "[进程优先级] 目标已是 0",
-                               "[内存优先级] 目标:-1 -> 未设置, 跳过",
-                               "[守护] " + name + " PID:" + pid + " 完成"},
-                 stamp);
-}
-
-// alpha is patrolled, edited and removed; beta has a watch timer and exits.
-TEST(LogOfTarget, FromStartToRestoreOrExit) {
-  ControlStory story;
-  story.device.launch({.name = "alpha"});
-  story.device.launch({.name = "beta"});
-  const Dictionary beta{{"JetsamPriority", -1}, {"CheckInterval", 600}};
-  story.writeTargets({{"alpha", kLeftAlone}, {"beta", beta}});
-  story.startAndSettle();
-  story.Story::run(600s);
-  story.device.exit(101);
-  story.Story::run(1200s);
-  const Dictionary edited{{"JetsamPriority", -1}, {"Remark", "x"}};
-  for (const Dictionary& targets : {Dictionary{{"alpha", edited}, {"beta", beta}}, Dictionary{}}) {
-    story.writeTargets(targets);
-    story.postAndRun();
-  }
-  const std::string ticked = "[03-04 05:16:07] ";
-  const std::string patrolled = "[03-04 05:36:07] ";
-  EXPECT_EQ(
-      story.answer("log --target alpha"),
-      applied({kTargetRule, "[进程] 目标: alpha 已启动 PID: 100 "}, "alpha", "100") +
-          applied({kChapterRule, "[守护] 开始执行 1800s "}, "alpha", "100", patrolled) +
-          applied({kTargetRule, "[配置] 目标: alpha PID: 100"}, "alpha", "100", patrolled) +
-          stamped({kTargetRule, "[恢复] 目标: alpha PID: 100", "[守护] alpha PID:100"}, patrolled));
-  EXPECT_EQ(story.answer("log --target beta"),
-            applied({kTargetRule, "[进程] 目标: beta 已启动 PID: 101 "}, "beta", "101") +
-                applied({kTargetRule, "[守护] 目标: beta | 检测: 600s | PID: 101"}, "beta", "101",
-                        ticked) +
-                stamped({kTargetRule, "[进程] 目标: beta 已退出"}, "[03-04 05:26:07] "));
-  EXPECT_EQ(story.answer("log --target beta --category 守护 -n 1"),
-            stamped({"[守护] beta PID:101 完成"}, ticked));
-  EXPECT_EQ(story.answer("log --target bet"), "");
-}
-
-TEST(LogOfTarget, NotOfALongerName) {
-  LogStory story({kTargetRule, "[进程] 目标: alpha two 已退出", kTargetRule,
-                  "[守护] alpha two PID:9 完成", kTargetRule,
-                  "[状态剥离] 目标: alpha -> [操作: 成功] [内核]: 1)"});
-  EXPECT_EQ(story.answer("log --target alpha"), "");
-  EXPECT_EQ(story.answer(Arguments{"log", "--target", "alpha two"}),
-            stamped({kTargetRule, "[进程] 目标: alpha two 已退出", kTargetRule,
-                     "[守护] alpha two PID:9 完成"}));
 }
 
 // A log with these bytes that `log --follow` shows. The n-th event happens before the n-th wait;
