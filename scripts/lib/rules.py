@@ -47,9 +47,6 @@ REQUIRED = [
 ]
 NAME = re.compile(r"(?!.*\.(cpp|h|py|sh|map)$)|[a-z][a-z0-9_]*\.\w+")
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
-MESSAGE = re.compile(r'\bwriteLogLine\(\s*((?:"(?:[^"\\]|\\.)*"\s*)+)')
-LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
-STAMP = "[%s] "
 
 
 def read_texts(root: pathlib.Path) -> dict[str, str]:
@@ -91,26 +88,12 @@ def check_includes(sources: dict[str, str]) -> Iterator[tuple[str, str]]:
         yield error.args[1][0], "files include each other: " + " -> ".join(error.args[1])
 
 
-def check_messages(sources: dict[str, str], documentation: str) -> Iterator[tuple[str, str]]:
-    """Checks that each log message begins with the stamp's field and is in docs/log.md."""
-    # Tables in Markdown escape a bar with a backslash.
-    documented = documentation.replace("\\|", "|")
-    for name, text in sources.items():
-        for found in MESSAGE.finditer(text) if re.match(rf"({PRODUCT})/", name) else ():
-            message = "".join(LITERAL.findall(found[1]))
-            if not message.startswith(STAMP):
-                yield name, f'the message "{message}" does not begin with the stamp\'s field'
-            elif f"`{message.removeprefix(STAMP).removesuffix(chr(92) + 'n')}`" not in documented:
-                yield name, f'docs/log.md does not have the message "{message}"'
-
-
 def main() -> int:
     root = pathlib.Path(sys.argv[1]).resolve()
     texts = read_texts(root)
     sources = {name: text for name, text in texts.items() if name.endswith((".cpp", ".h"))}
     found = [(f"{name}:{line}", message) for name, text in texts.items() for line, message in check_file(name, text)]
     found += check_includes(sources)
-    found += check_messages(sources, texts.get("docs/log.md", ""))
     scripts = [name for name in texts if re.fullmatch(SCRIPT, name)]
     found += [(name, "the script is not executable") for name in scripts if not os.access(root / name, os.X_OK)]
     for where, message in found:

@@ -22,7 +22,7 @@ tourOfStart() {
     "There are no preferences yet, so it writes the default preset, and applies it after 150 ms."
   startDaemon
   awaitLog '\[守护\] sharingd PID:[0-9]+ 完成$'
-  control log
+  control log --all
   say
   showProcesses
 

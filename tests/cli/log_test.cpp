@@ -7,33 +7,22 @@
 #include <gtest/gtest.h>
 
 #include "control/iso_time.h"
-#include "tests/cli/held_story.h"
+#include "tests/cli/log_story.h"
 
 namespace vorlatch::tests {
 namespace {
-
-const std::string kStamp = "[03-04 05:06:07] ";
 
 constexpr const char* kNoLog =
     "err: vorlatchctl: {log}: No such file or directory; is the package installed, and has the "
     "daemon been started?\nexit 3\n";
 
-// The lines under one stamp.
-std::string stamped(const Lines& lines, const std::string& stamp = kStamp) {
-  std::string text;
-  for (const std::string& line : lines) text += stamp + line + "\n";
-  return text;
-}
-
-struct LogStory : ControlStory {
-  explicit LogStory(const Lines& lines) { writeAll(logFile(), stamped(lines)); }
-};
-
 TEST(Log, ShowsTheLastLines) {
   Lines lines{kChapterRule, "without a category"};
   while (lines.size() < 45) lines.push_back("[守护] PID:" + std::to_string(lines.size()));
   LogStory story(lines);
-  const auto last = [&](std::ptrdiff_t count) { return stamped({lines.end() - count, lines.end()}); };
+  const auto last = [&](std::ptrdiff_t count) {
+    return stamped({lines.end() - count, lines.end()});
+  };
   EXPECT_EQ(story.answer("log"), last(40));
   EXPECT_EQ(story.answer("log --lines 44"), last(44));
   EXPECT_EQ(story.answer("log --all"), stamped(lines));
@@ -101,8 +90,9 @@ TEST(Log, AsJsonALineEach) {
            "[a:b:c] [守护] none either\n"
            "[03-04 05:06:07\n"
            "\n");
-  EXPECT_EQ(story.answer("log --json"),
-            R"({"schema":1,"time":"2026-03-04T05:06:07+08:00","stamp":"03-04 05:06:07","category":"","text":"----","code":null}
+  EXPECT_EQ(
+      story.answer("log --json"),
+      R"({"schema":1,"time":"2026-03-04T05:06:07+08:00","stamp":"03-04 05:06:07","category":"","text":"----","code":null}
 {"schema":1,"time":"2026-03-04T05:06:07+08:00","stamp":"03-04 05:06:07","category":"守护","text":"\"PID\":7\u001b","code":null}
 {"schema":1,"time":"2026-03-04T05:06:07+08:00","stamp":"03-04 05:06:07","category":"","text":"�","code":null}
 {"schema":1,"time":"2026-03-04T05:06:07+08:00","stamp":"03-04 05:06:07","category":"","text":"[open","code":null}
@@ -126,23 +116,23 @@ TEST(Log, GivesStampsTheirYearAndZone) {
     const char* stamp;
     const char* time;
   };
-  for (const Row& row : std::vector<Row>{
-           {"UTC0", kMarch, "03-05 05:06:07", "2026-03-05T05:06:07+00:00"},
-           {"UTC0", kMarch, "03-05 05:06:08", "2025-03-05T05:06:08+00:00"},
-           {"CST-8", kMarch, "03-05 13:06:08", "2025-03-05T13:06:08+08:00"},
-           {"UTC0", kNewYearsEve, "01-01 00:30:00", "2026-01-01T00:30:00+00:00"},
-           {"UTC0", kMarch, "02-29 12:00:00", "2024-02-29T12:00:00+00:00"},
-           {"UTC0", kLeapGap, "02-29 12:00:00", "2096-02-29T12:00:00+00:00"},
-           {kNewYork, kMarch, "07-04 12:00:00", "2025-07-04T12:00:00-04:00"},
-           {kNewYork, kMarch, "12-04 12:00:00", "2025-12-04T12:00:00-05:00"},
-           {"UTC0", kMarch, "02-30 12:00:00", "none"},
-           {"UTC0", kMarch, "13-01 12:00:00", "none"},
-           {"UTC0", kMarch, "00-01 12:00:00", "none"},
-           {"UTC0", kMarch, "01-01 24:00:00", "none"},
-           {"UTC0", kMarch, "01-01 12:60:00", "none"},
-           {"UTC0", kMarch, "01-01 12.30:00", "none"},
-           {"UTC0", kMarch, "01-01 12:30:0x", "none"},
-           {"UTC0", kMarch, "01-01 12:30:000", "none"}}) {
+  for (const Row& row :
+       std::vector<Row>{{"UTC0", kMarch, "03-05 05:06:07", "2026-03-05T05:06:07+00:00"},
+                        {"UTC0", kMarch, "03-05 05:06:08", "2025-03-05T05:06:08+00:00"},
+                        {"CST-8", kMarch, "03-05 13:06:08", "2025-03-05T13:06:08+08:00"},
+                        {"UTC0", kNewYearsEve, "01-01 00:30:00", "2026-01-01T00:30:00+00:00"},
+                        {"UTC0", kMarch, "02-29 12:00:00", "2024-02-29T12:00:00+00:00"},
+                        {"UTC0", kLeapGap, "02-29 12:00:00", "2096-02-29T12:00:00+00:00"},
+                        {kNewYork, kMarch, "07-04 12:00:00", "2025-07-04T12:00:00-04:00"},
+                        {kNewYork, kMarch, "12-04 12:00:00", "2025-12-04T12:00:00-05:00"},
+                        {"UTC0", kMarch, "02-30 12:00:00", "none"},
+                        {"UTC0", kMarch, "13-01 12:00:00", "none"},
+                        {"UTC0", kMarch, "00-01 12:00:00", "none"},
+                        {"UTC0", kMarch, "01-01 24:00:00", "none"},
+                        {"UTC0", kMarch, "01-01 12:60:00", "none"},
+                        {"UTC0", kMarch, "01-01 12.30:00", "none"},
+                        {"UTC0", kMarch, "01-01 12:30:0x", "none"},
+                        {"UTC0", kMarch, "01-01 12:30:000", "none"}}) {
     ::setenv("TZ", row.zone, 1);
     const auto seconds = control::secondsOfStamp(row.stamp, row.now);
     EXPECT_EQ(seconds ? control::isoTime(*seconds) : "none", row.time) << row.stamp;
