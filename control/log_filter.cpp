@@ -60,7 +60,6 @@ void LogFilter::takeNameless(const LogLine& line, const PassOn& pass_on) {
 }
 
 void LogFilter::takeOthers(const LogLine& line, std::string_view code) {
-  rule_.reset();
   if (code == "target-rule") rule_ = line;
   const bool is_start = code == "daemon-started";
   if (is_start) block_target_.reset();

@@ -88,8 +88,8 @@ TEST(Log, AsJsonALineEach) {
            "[٠٣-٠٤ ٠٥:٠٦:٠٧] [内核] other digits\n"
            "[note] [守护] no stamp\n"
            "[a:b:c] [守护] none either\n"
-           "[03-04 05:06:07\n"
-           "\n");
+           "[03-04 05:06:07\n" +
+               kTargetRule + "\n\n");
   EXPECT_EQ(
       story.answer("log --json"),
       R"({"schema":1,"time":"2026-03-04T05:06:07+08:00","stamp":"03-04 05:06:07","category":"","text":"----","code":null}
@@ -101,6 +101,7 @@ TEST(Log, AsJsonALineEach) {
 {"schema":1,"time":null,"stamp":"","category":"","text":"[note] [守护] no stamp","code":null}
 {"schema":1,"time":null,"stamp":"","category":"","text":"[a:b:c] [守护] none either","code":null}
 {"schema":1,"time":null,"stamp":"","category":"","text":"[03-04 05:06:07","code":null}
+{"schema":1,"time":null,"stamp":"","category":"","text":"----------------------------------------","code":null}
 {"schema":1,"time":null,"stamp":"","category":"","text":"","code":null}
 )");
 }
