@@ -57,8 +57,7 @@ class Matcher {
         return text.starts_with(word.text) && take(std::string_view(word.text).size(), form, text);
       });
     }
-    // The longest name first, because a name may contain the text that follows it in the form.
-    for (std::size_t length = text.size() + 1; length-- > 0;) {
+    for (std::size_t length = 0; length <= text.size(); ++length) {
       if (take(length, form, text)) return true;
     }
     return false;

@@ -128,6 +128,15 @@ TEST(LogOfTarget, OnlyWhatIsCertainlyOfIt) {
         {"gamma", {kNiceAsWanted, kGammaDone}}}});
 }
 
+TEST(LogOfTarget, NothingWrittenDuringAnotherBlock) {
+  expectShownOfTargets({Lines{kPatrolBegins, kNiceAsWanted, kTargetRule, kAlphaTicks, kSuccess,
+                              kBetaDone, kSuccess, kGammaDone, kAlphaDone} +
+                            kPatrolDone,
+                        {{"alpha", {kTargetRule, kAlphaTicks, kAlphaDone}},
+                         {"beta", {kNiceAsWanted, kBetaDone}},
+                         {"gamma", {kGammaDone}}}});
+}
+
 // Its beginning was emptied with the log.
 TEST(LogOfTarget, OfASweepWithoutBeginning) {
   expectShownOfTargets(

@@ -6,7 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "control/iso_time.h"
+#include "control/local_time_text.h"
+#include "control/log_stamp.h"
 #include "tests/cli/log_story.h"
 
 namespace vorlatch::tests {

@@ -1,4 +1,4 @@
-#include "control/iso_time.h"
+#include "control/log_stamp.h"
 
 #include <array>
 #include <ctime>
@@ -9,11 +9,11 @@ namespace {
 constexpr std::int64_t kSecondsPerDay = 86'400;
 constexpr int kLongestLeapGap = 8;  // years between two 29ths of February, as around 2100
 
-std::tm localTime(std::int64_t seconds) {
+int yearOf(std::int64_t seconds) {
   const auto time = static_cast<std::time_t>(seconds);
   std::tm local{};
   localtime_r(&time, &local);
-  return local;
+  return local.tm_year;
 }
 
 // Returns month, day, hour, minute and second; empty if the stamp has another form.
@@ -36,20 +36,11 @@ std::optional<std::array<int, 5>> numbersOf(std::string_view stamp) {
 
 }  // namespace
 
-std::string isoTime(std::int64_t seconds) {
-  const std::tm local = localTime(seconds);
-  std::array<char, 64> text{};
-  const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S%z", &local);
-  std::string iso(text.data(), length);
-  iso.insert(iso.end() - 2, ':');  // +0800 becomes +08:00
-  return iso;
-}
-
 std::optional<std::int64_t> secondsOfStamp(std::string_view stamp, std::int64_t now) {
   const auto numbers = numbersOf(stamp);
   if (!numbers) return std::nullopt;
   const auto [month, day, hour, minute, second] = *numbers;
-  const int next_year = localTime(now).tm_year + 1;
+  const int next_year = yearOf(now) + 1;
   for (int year = next_year; year >= next_year - 1 - kLongestLeapGap; --year) {
     std::tm local{};
     local.tm_year = year;
