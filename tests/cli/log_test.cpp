@@ -1,6 +1,7 @@
 // vorlatchctl log: what is shown of the daemon's log, and how; with -f, across clearings and
 // whatever else becomes of the file.
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 
@@ -136,6 +137,7 @@ TEST(Log, GivesStampsTheirYearAndZone) {
                         {"UTC0", kMarch, "01-01 12:30:0x", "none"},
                         {"UTC0", kMarch, "01-01 12:30:000", "none"}}) {
     ::setenv("TZ", row.zone, 1);
+    ::tzset();
     const auto seconds = control::secondsOfStamp(row.stamp, row.now);
     EXPECT_EQ(seconds ? control::isoTime(*seconds) : "none", row.time) << row.stamp;
   }
