@@ -35,6 +35,13 @@ case "${1-}" in
     ;;
 esac
 
+# collectTexts POT: writes the texts that vorlatchctl shows, as the sources mark them.
+collectTexts() {
+  git -C "$root" ls-files '*.cpp' '*.h' | grep -v -e '^tests/' -e '^fuzz/' -e '^benchmarks/' |
+    xgettext --directory="$root" --files-from=- --from-code=UTF-8 --language=C++ --keyword=tr \
+      --keyword=english --flag=tr:1:c-format --no-location --no-wrap --output="$1"
+}
+
 # Installs these Debian packages if they are missing. Does not call apt otherwise.
 require_packages() {
   local package missing=()
