@@ -84,6 +84,37 @@ bool isSame(const std::string& name, const std::string& target) {
   return name.size() == target.size() && containsIgnoringCase(name, target);
 }
 
+// Says that nothing bears this name, and which one was probably meant; empty if something does.
+std::string unknownTargetWarning(const Observation& observation, const std::string& target) {
+  std::vector<std::string> names;
+  const auto is_meant = [&target](const std::string& name) { return isSame(name, target); };
+  std::string meant;
+  const auto mean = [&meant](const std::string& name) {
+    if (!name.empty() && meant.find(name) == meant.npos)
+      meant += (meant.empty() ? "" : ", ") + name;
+  };
+  for (const RunningProcess& process : observation.processes) {
+    if (isFoundBy(process, target)) return {};
+    names.push_back(process.name);
+    const std::string identifier = process.bundle_identifier.value_or("");
+    if (is_meant(process.name) || is_meant(identifier)) {
+      mean(process.name);
+      mean(identifier);
+    }
+  }
+  for (const InstalledApp& app : installedApps()) {
+    if (target == app.bundle_identifier || target == app.process_name) return {};
+    names.push_back(app.bundle_identifier);
+    names.push_back(app.process_name);
+    const bool is_named = std::any_of(app.display_names.begin(), app.display_names.end(), is_meant);
+    if (is_named || is_meant(app.process_name) || is_meant(app.bundle_identifier)) {
+      mean(app.bundle_identifier);
+    }
+  }
+  return tr("no running process and no installed app is called %s", target) +
+         (meant.empty() ? suggestion(target, names) : tr("; did you mean %s?", meant));
+}
+
 }  // namespace
 
 void refuseHarm(const plist::Dictionary& before, const plist::Dictionary& after) {
@@ -119,35 +150,22 @@ void refuseImpossibleTarget(const std::string& target) {
   }
 }
 
-std::optional<std::string> warningOnTarget(const std::string& target) {
-  std::vector<std::string> names;
-  const auto is_meant = [&target](const std::string& name) { return isSame(name, target); };
-  std::string meant;
-  const auto mean = [&meant](const std::string& name) {
-    if (name.empty() || meant.find(name) != meant.npos) return;
-    meant += (meant.empty() ? "" : ", ") + name;
-  };
-  for (const RunningProcess& process : Observation::now({}).processes) {
-    if (isFoundBy(process, target)) return std::nullopt;
-    names.push_back(process.name);
-    const std::string identifier = process.bundle_identifier.value_or("");
-    if (is_meant(process.name) || is_meant(identifier)) {
-      mean(process.name);
-      mean(identifier);
-    }
+std::vector<std::string> warningsOnTarget(const std::string& target,
+                                          const plist::Dictionary& preferences) {
+  const Observation observation = Observation::now(preferences);
+  std::vector<std::string> warnings;
+  if (std::string warning = unknownTargetWarning(observation, target); !warning.empty()) {
+    warnings.push_back(std::move(warning));
   }
-  for (const InstalledApp& app : installedApps()) {
-    if (target == app.bundle_identifier || target == app.process_name) return std::nullopt;
-    names.push_back(app.bundle_identifier);
-    names.push_back(app.process_name);
-    const bool is_named = std::any_of(app.display_names.begin(), app.display_names.end(), is_meant);
-    if (is_named || is_meant(app.process_name) || is_meant(app.bundle_identifier)) {
-      mean(app.bundle_identifier);
-    }
+  const std::int32_t pid = observation.pidForPass(target);
+  for (const auto& [key, other] : observation.targets) {
+    if (pid == 0 || key == target || observation.pidForPass(key) != pid) continue;
+    warnings.push_back(
+        tr("%s and %s are the same process: the daemon applies both, one after the "
+           "other",
+           key, target));
   }
-  std::string warning = tr("no running process and no installed app is called %s", target);
-  warning += meant.empty() ? suggestion(target, names) : tr("; did you mean %s?", meant);
-  return warning;
+  return warnings;
 }
 
 }  // namespace vorlatch::control

@@ -1,8 +1,8 @@
 // Keeps a slip of the user's from harming the phone.
 #pragma once
 
-#include <optional>
 #include <string>
+#include <vector>
 
 #include "control/observation.h"
 
@@ -17,8 +17,9 @@ void refuseHarm(const plist::Dictionary& before, const plist::Dictionary& after)
 // quotes, no UTF-8.
 void refuseImpossibleTarget(const std::string& target);
 
-// Returns a warning, with the likely name, if no running process and no installed app has this name
-// or bundle identifier.
-std::optional<std::string> warningOnTarget(const std::string& target);
+// Returns warnings, each with the likely cause: no running process and no installed app has this
+// name or bundle identifier; another target of the preferences is the same process.
+std::vector<std::string> warningsOnTarget(const std::string& target,
+                                          const plist::Dictionary& preferences);
 
 }  // namespace vorlatch::control

@@ -2,6 +2,7 @@
 #include "cli/completion.h"
 #include "cli/edit_report.h"
 #include "config/target_settings.h"
+#include "control/guards.h"
 
 namespace vorlatch::cli {
 namespace {
@@ -10,12 +11,28 @@ struct Options {
   std::string target;
   Words assignments;
   EditOptions edit;
+  bool forces = false;
 };
 
 Words targetsAndRunningNames(const std::string& unfinished) {
   Words words = configuredTargets(unfinished);
   for (std::string& name : runningNames(unfinished)) words.push_back(std::move(name));
   return words;
+}
+
+ExitStatus set(const Session& session, const Options& options) {
+  const control::Change change = control::setSettings(options.target, options.assignments);
+  const auto guarded = [&](plist::Dictionary& preferences) {
+    const plist::Dictionary before = preferences;
+    change(preferences);
+    if (!options.forces) control::refuseHarm(before, preferences);
+  };
+  const control::Edit edit = control::editPreferences(guarded, !options.edit.is_dry_run);
+  const std::vector<std::string> warnings = control::warningsOnTarget(options.target, edit.after);
+  if (!session.wants_json) {
+    for (const std::string& warning : warnings) printError(session, tr("warning: %s", warning));
+  }
+  return applyAndReport(session, options.edit, edit, {{"warnings", warnings}});
 }
 
 Run prepare(Arguments& arguments) {
@@ -31,10 +48,10 @@ Run prepare(Arguments& arguments) {
                 .offer = assignments,
                 .is_required = true}};
   addEditOptions(arguments, options->edit);
-  return [options](const Session& session) {
-    return editAndReport(session, options->edit,
-                         control::setSettings(options->target, options->assignments));
-  };
+  arguments.push_back({.name = "--force",
+                       .description = english("set a memory limit that would do harm, too"),
+                       .value = &options->forces});
+  return [options](const Session& session) { return set(session, *options); };
 }
 
 std::vector<Term> keys() {
