@@ -12,7 +12,7 @@ using control::Difference;
 constexpr std::size_t kMostShown = 3;
 
 struct Options {
-  std::size_t steps = 1;
+  int steps = 1;
   bool lists = false;
   EditOptions edit;
 };
@@ -85,8 +85,9 @@ Run prepare(Arguments& arguments) {
   addEditOptions(arguments, options->edit);
   return [options](const Session& session) {
     if (options->lists) return list(session);
-    return applyAndReport(session, options->edit,
-                          control::takeBack(options->steps, !options->edit.is_dry_run));
+    return applyAndReport(
+        session, options->edit,
+        control::takeBack(static_cast<std::size_t>(options->steps), !options->edit.is_dry_run));
   };
 }
 
