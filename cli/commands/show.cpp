@@ -3,6 +3,7 @@
 #include "cli/table.h"
 #include "config/preferences.h"
 #include "control/edits.h"
+#include "control/kills.h"
 #include "control/preferences_edit.h"
 #include "control/setting_text.h"
 #include "control/target_view.h"
@@ -14,6 +15,12 @@ std::string meaningOf(const std::string& key) {
   if (key == keys::kApplyAgain) return tr("how often vorlatchctl apply --again was used");
   const SettingKey* row = findSettingKey(key);
   return row != nullptr ? translated(row->meaning) : tr("unknown to the daemon");
+}
+
+std::string lastKillLine(const control::Kill& kill) {
+  const std::string reason = control::reasonText(kill.process.reason);
+  const std::string verdict = kill.verdict ? kill.verdict->text : "-";
+  return tr("last kill: %s, %s: %s", control::timeText(kill), reason, verdict);
 }
 
 ExitStatus show(const Session& session, const std::string& target) {
@@ -29,13 +36,16 @@ ExitStatus show(const Session& session, const std::string& target) {
   const auto observation = control::Observation::now(preferences.dictionary);
   const control::TargetView view =
       control::viewOf(observation, target, readTargetSettings(entry->second));
+  control::KillFinder finder(false);
+  const auto last_kill = control::lastKillOf(observation, target, finder);
   if (session.wants_json) {
     print(session, {{"target", target},
                     {"settings", jsonOf(entry->second)},
                     {"pid", view.pid != 0 ? Json(view.pid) : Json()},
                     {"verdict", control::verdictCode(view.verdict)},
                     {"verdict_text", control::verdictText(view.verdict)},
-                    {"memory", control::memoryJson(view.memory)}});
+                    {"memory", control::memoryJson(view.memory)},
+                    {"last_kill", last_kill ? control::killJson(*last_kill) : Json()}});
     return kDone;
   }
   Table table({{.heading = english("KEY"), .is_typed = true},
@@ -52,6 +62,7 @@ ExitStatus show(const Session& session, const std::string& target) {
               tr("%s, runs as %s, memory MB %s", control::verdictText(view.verdict), view.pid,
                  control::memoryText(view.memory, session.terminal.is_terminal)));
   }
+  if (last_kill) printLine(session, lastKillLine(*last_kill));
   return kDone;
 }
 

@@ -9,12 +9,14 @@
 #include "cli/table.h"
 #include "config/preferences.h"
 #include "control/edits.h"
+#include "control/kills.h"
 #include "control/preferences_edit.h"
 #include "control/setting_views.h"
 
 namespace vorlatch::cli {
 namespace {
 
+using control::Kill;
 using control::TargetView;
 using control::Verdict;
 
@@ -40,13 +42,34 @@ Colour colourOf(Verdict verdict) {
                                                                            : Colour::Yellow;
 }
 
-Table tableOf(const std::vector<TargetView>& targets, bool with_bar) {
+// The last kill of each target that has one, by target.
+using LastKills = std::map<std::string, Kill>;
+
+LastKills lastKillsOf(const control::Observation& observation,
+                      const std::vector<TargetView>& targets, control::KillFinder& finder) {
+  LastKills kills;
+  for (const TargetView& target : targets) {
+    auto kill = control::lastKillOf(observation, target.key, finder);
+    if (kill) kills.emplace(target.key, std::move(*kill));
+  }
+  return kills;
+}
+
+std::string lastKillText(const LastKills& kills, const std::string& target) {
+  const auto kill = kills.find(target);
+  if (kill == kills.end()) return "-";
+  return control::timeText(kill->second) + " " + kill->second.process.reason;
+}
+
+Table tableOf(const std::vector<TargetView>& targets, const LastKills& kills, bool with_bar) {
   std::vector<Column> columns{{.heading = english("TARGET"), .is_typed = true},
                               {.heading = english("PID")},
                               {.heading = english("NAME")}};
   for (const char* heading : control::settingHeadings()) columns.push_back({.heading = heading});
   columns.push_back({.heading = english("MEMORY MB")});
   columns.push_back({.heading = english("DAEMON WROTE"), .rank = 1});
+  // Most devices never have a kill, and the column is wide.
+  if (!kills.empty()) columns.push_back({.heading = english("LAST KILL"), .rank = 1});
   columns.push_back({.heading = english("VERDICT")});
   Table table(std::move(columns));
   for (const TargetView& target : targets) {
@@ -55,13 +78,14 @@ Table tableOf(const std::vector<TargetView>& targets, bool with_bar) {
     for (std::string& cell : control::settingCells(target)) row.emplace_back(std::move(cell));
     row.emplace_back(control::memoryText(target.memory, with_bar));
     row.emplace_back(writtenText(target.written));
+    if (!kills.empty()) row.emplace_back(lastKillText(kills, target.key));
     row.emplace_back(control::verdictText(target.verdict), colourOf(target.verdict));
     table.add(std::move(row));
   }
   return table;
 }
 
-Json jsonOfTarget(const TargetView& target) {
+Json jsonOfTarget(const TargetView& target, const LastKills& kills) {
   Json json;
   json["target"] = target.key;
   json["verdict"] = control::verdictCode(target.verdict);
@@ -81,6 +105,8 @@ Json jsonOfTarget(const TargetView& target) {
     control::addStateJson(target, now);
     now["memory"] = control::memoryJson(target.memory);
   }
+  const auto kill = kills.find(target.key);
+  json["last_kill"] = kill != kills.end() ? control::killJson(kill->second) : Json();
   return json;
 }
 
@@ -134,23 +160,24 @@ struct Picture {
   ExitStatus status;
 };
 
-Picture take(const Session& session, const Options& options) {
+Picture take(const Session& session, const Options& options, control::KillFinder& finder) {
   const auto observation = control::Observation::now(
       control::readStoredPreferences(control::daemonFile(kPreferencesFileName)).dictionary);
   const std::vector<TargetView> views = lookAt(observation, options.targets);
   const bool all_held = std::all_of(views.begin(), views.end(), [](const TargetView& view) {
     return view.pid == 0 || view.verdict == Verdict::Held;
   });
+  const LastKills kills = lastKillsOf(observation, views, finder);
   std::string text;
   if (session.wants_json) {
     Json json{{"enabled", observation.isSwitchedOn()},
               {"daemon_pids", observation.daemon_pids},
               {"targets", Json::array()}};
-    for (const TargetView& view : views) json["targets"].push_back(jsonOfTarget(view));
+    for (const TargetView& view : views) json["targets"].push_back(jsonOfTarget(view, kills));
     text = options.watches ? streamed(json) : whole(json);
   } else {
     text = headLine(observation) + "\n";
-    const Table table = tableOf(views, session.terminal.is_terminal);
+    const Table table = tableOf(views, kills, session.terminal.is_terminal);
     const std::size_t columns = session.terminal.columns();
     if (views.empty()) {
       text += tr("no targets") + "\n";
@@ -184,9 +211,10 @@ ExitStatus status(const Session& session, const Options& options) {
   const bool draws_over = options.watches && terminal.is_terminal && !session.wants_json;
   if (options.watches) terminal.catch_signals();
   if (draws_over) terminal.out("\x1b[2J");
+  control::KillFinder finder(true);
   while (true) {
     const std::chrono::nanoseconds begin = terminal.now();
-    const Picture picture = take(session, options);
+    const Picture picture = take(session, options, finder);
     terminal.out(draws_over ? drawnOver(picture.text, terminal.rows()) : picture.text);
     if (!options.watches) return picture.status;
     // Waits at least 100 times as long as the look took, to use at most 1 % of the time.
