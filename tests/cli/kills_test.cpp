@@ -44,7 +44,7 @@ TEST(Kills, ShowsATable) {
   EXPECT_EQ(
       story.answer("kills"),
       "TIME                 PROCESS  TARGET  MEMORY MB  HIGHEST MB  BAND  STATE      REASON   "
-      "                       LOG  VERDICT\n"
+      "                        LOG  VERDICT\n"
       "2026-03-04 04:00:00  alpha    alpha        1500        1510   100  frontmost  it went "
       "over its own hard limit  -    over the limit that you set (1500 MB)\n"
       "2026-03-04 04:00:00  other    -               -           -     -  -          new-one "
@@ -237,7 +237,8 @@ TEST(Kills, SinceATime) {
     Lines words{"kills", "--json"};
     if (*since != '\0') words = words + Lines{"--since", since};
     std::string found;
-    for (const auto& kill : ReportJson::parse(story.answer(words))["kills"]) {
+    const auto json = ReportJson::parse(story.answer(words));
+    for (const auto& kill : json["kills"]) {
       found += kill["process"].get<std::string>() + " ";
     }
     EXPECT_EQ(found, names) << since;
