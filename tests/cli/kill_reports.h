@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tests/cli/held_story.h"
+#include "tests/support/text.h"
 
 namespace vorlatch::tests {
 
@@ -32,6 +33,14 @@ inline std::string reportOf(const std::string& process, const std::string& chang
   return reportWith("[" + process + "]", changes);
 }
 
+inline std::string reportNaming(const std::string& name) {
+  return reportOf(R"({"name": ")" + name + R"(", "reason": "r"})");
+}
+
+inline const std::string kAlphaKilled =
+    R"({"name": "alpha", "pid": 8, "priority": 100, "states": ["frontmost"], "rpages": 96000,
+        "lifetimeMax": 96640, "reason": "per-process-limit"})";
+
 // The device's zone is that of the reports, and its clock shows 2026-03-04 05:06:07 in it. alpha is
 // held with the limits 1500 and 1000 MB and at band 100.
 struct KillsStory : HeldStory {
@@ -51,5 +60,18 @@ struct KillsStory : HeldStory {
     writeAll(reportPath(name), report);
   }
 };
+
+// The rows of the table, whatever the widths of the columns are.
+inline std::string killRows(ControlStory& story, const std::string& arguments = "") {
+  return rowsOf(story.answer("kills" + arguments), 1);
+}
+
+// The names of the processes that were ended, newest first.
+inline std::string killedNames(ControlStory& story, const std::string& arguments = "") {
+  const auto json = ReportJson::parse(story.answer("kills --json" + arguments));
+  std::string names;
+  for (const auto& kill : json["kills"]) names += kill["process"].get<std::string>() + " ";
+  return names;
+}
 
 }  // namespace vorlatch::tests
