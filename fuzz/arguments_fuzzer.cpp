@@ -4,11 +4,13 @@
 //   Preferences, Status, Log, SetAside
 //                the contents of the file: data or text is written unchanged, any other value as
 //                a property list; SetAside is the file that an interrupted release left behind
+//   Report       the bytes of a system's report of ended processes
 //   Binary       whether property lists are binary
 //   Columns, Rows, Colour
 //                the terminal; there is no terminal without columns
 //   Waits        how often a command may wait before Ctrl-C
 #include <algorithm>
+#include <filesystem>
 
 #include <gtest/gtest.h>
 
@@ -55,6 +57,13 @@ std::vector<Words> commandsIn(const SystemUnderTest& system, const Dictionary& s
   return commands;
 }
 
+void putReport(SystemUnderTest& system, const Dictionary& scene) {
+  system.device.crash_reports = system.rootPath("/CrashReporter");
+  std::filesystem::create_directory(system.device.crash_reports);
+  tests::writeAll(system.device.crash_reports + "/JetsamEvent-2026-03-04-040000.ips",
+                  textIn(scene, "Report"));
+}
+
 void prepare(SystemUnderTest& system, const Dictionary& scene) {
   const bool is_binary = isTrueIn(scene, "Binary");
   // The daemon is notified of the preferences; its other files change without its knowledge.
@@ -67,6 +76,7 @@ void prepare(SystemUnderTest& system, const Dictionary& scene) {
   for (const auto& [key, path] : files) {
     if (const auto bytes = fileIn(scene, key, is_binary)) tests::writeAll(path, *bytes);
   }
+  putReport(system, scene);
   system.columns = static_cast<std::size_t>(std::clamp(integerIn(scene, "Columns", 0), 0, 300));
   system.rows = static_cast<std::size_t>(std::clamp(integerIn(scene, "Rows", 0), 0, 100));
   system.has_colour = isTrueIn(scene, "Colour");
@@ -79,14 +89,24 @@ void prepare(SystemUnderTest& system, const Dictionary& scene) {
 const Words& vocabulary() {
   static const Words& words = *[] {
     auto* all = new Words(preferencesWords());
-    for (std::string& word :
-         tests::wordsOf("Commands Preferences Status Log SetAside Binary Columns Rows Colour Waits "
-                        "--json --help -h -- - = [ [a,b] , NiceValue=-5 CheckInterval=30 "
-                        "StripManaged=off MemLimitActive=2000 内核 [守护] pid n p "
-                        "@com.zel.vorlatch.plist @Vorlatch.log . 1e5 +5")) {
+    for (std::string& word : tests::wordsOf(
+             "Commands Preferences Status Log SetAside Report Binary Columns Rows Colour Waits "
+             "--json --help -h -- - = [ [a,b] , NiceValue=-5 CheckInterval=30 "
+             "StripManaged=off MemLimitActive=2000 内核 [守护] pid n p "
+             "@com.zel.vorlatch.plist @Vorlatch.log . 1e5 +5")) {
       all->push_back(std::move(word));
     }
     all->emplace_back("[03-04 05:06:07] [内核] ：成功\n");
+    all->emplace_back("[03-04 04:00:00] [进程] 目标: kbd 已退出\n");
+    for (const char* part :
+         {R"({"timestamp": "2026-03-04 04:00:00.00 +0800", "incident_id": "A"})"
+          "\n",
+          R"({"date": "2026-03-04 04:00:00.63 +0800", "memoryStatus": {"pageSize": 16384}, )",
+          R"("processes": [{"name": "kbd", "reason": "per-process-limit", "priority": 100, )"
+          R"("pid": 8, "states": ["frontmost"], "rpages": 96000, "lifetimeMax": 1}]})",
+          "vm-pageshortage", "highwater"}) {
+      all->emplace_back(part);
+    }
     for (const cli::Command* command : cli::commands()) {
       all->emplace_back(command->name);
       cli::Arguments arguments;
