@@ -99,6 +99,25 @@ bool fileExists(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
+std::optional<std::vector<std::string>> namesIn(const std::string& directory, std::size_t limit) {
+  DIR* const opened = ::opendir(directory.c_str());
+  if (opened == nullptr) return std::nullopt;
+  std::vector<std::string> names;
+  while (names.size() < limit) {
+    const dirent* entry = ::readdir(opened);
+    if (entry == nullptr) break;
+    const std::string_view name(entry->d_name);
+    if (name != "." && name != "..") names.emplace_back(name);
+  }
+  ::closedir(opened);
+  return names;
+}
+
+bool isDirectory(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 void createEmptyFile(const std::string& path) {
   const Descriptor created(
       ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kEveryoneReadsAndWrites));

@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/descriptor.h"
 
@@ -21,6 +22,13 @@ namespace vorlatch {
 // Returns true if the path exists, and also if the check itself fails, so that callers never
 // overwrite a file they could not see.
 bool fileExists(const std::string& path);
+
+// Returns the names of the entries of a directory, at most `limit`, in no order. Returns
+// std::nullopt with errno if the directory cannot be read.
+std::optional<std::vector<std::string>> namesIn(const std::string& directory, std::size_t limit);
+
+// Returns true if the path is a directory itself, not a symbolic link to one.
+bool isDirectory(const std::string& path);
 
 // Creates an empty file unless the path exists. Leaves an existing file as it is, and does not
 // follow a symbolic link. Failure is silent.

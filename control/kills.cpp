@@ -1,5 +1,7 @@
 #include "control/kills.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <deque>
 #include <set>
@@ -106,9 +108,10 @@ void failUnlessKnown(const Observation& observation, const std::string& target) 
 
 const KillFinder::Kept& KillFinder::read(const ReportFile& file,
                                          std::map<std::string, Kept>& kept) {
-  std::error_code missing;
-  const auto bytes = std::filesystem::file_size(file.path, missing);
-  const auto written = std::filesystem::last_write_time(file.path, missing);
+  struct stat status {};
+  ::lstat(file.path.c_str(), &status);
+  const std::int64_t bytes = status.st_size;
+  const std::time_t written = status.st_mtime;
   const auto before = kept_.find(file.path);
   if (before != kept_.end() && before->second.bytes == bytes && before->second.written == written) {
     return kept.insert(kept_.extract(before)).position->second;

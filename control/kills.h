@@ -3,7 +3,7 @@
 #pragma once
 
 #include <cstddef>
-#include <filesystem>
+#include <ctime>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -51,8 +51,8 @@ class KillFinder {
 
  private:
   struct Kept {
-    std::uintmax_t bytes;
-    std::filesystem::file_time_type written;
+    std::int64_t bytes;
+    std::time_t written;  // zero if unknown, as the size is
     std::optional<JetsamReport> report;
     std::vector<ReportProblem> problems;
   };

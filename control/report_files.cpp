@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <filesystem>
 #include <string_view>
-#include <system_error>
+#include <tuple>
 #include <utility>
 
 #include "base/files.h"
@@ -15,12 +14,11 @@
 namespace vorlatch::control {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr std::string_view kBeginning = "JetsamEvent-";
 constexpr std::string_view kEnding = ".ips";
 constexpr std::size_t kMostReports = 2000;
 constexpr std::size_t kMostSubfolders = 100;
+constexpr std::size_t kMostEntries = 50'000;  // of a folder
 
 // Reads the time in "JetsamEvent-2026-11-22-151528".
 std::optional<Moment> timeInStem(const std::string& stem) {
@@ -41,31 +39,22 @@ void keepNewest(std::vector<ReportFile>& files) {
   if (files.size() > kMostReports) files.resize(kMostReports);
 }
 
-// Returns false with the cause if the folder cannot be read.
-std::error_code addReportsIn(const fs::path& folder, std::vector<ReportFile>& files,
-                             std::vector<fs::path>* subfolders) {
-  std::error_code error;
-  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-       entry.increment(error)) {
-    const std::string name = entry->path().filename().string();
+// Adds the reports among the names in the folder; collects the folder's subfolders, if wanted.
+void addReports(const std::string& folder, const std::vector<std::string>& names,
+                std::vector<ReportFile>& files, std::vector<std::string>* subfolders) {
+  for (const std::string& name : names) {
+    const std::string path = folder + "/" + name;
     const std::size_t ending = name.find(kEnding, kBeginning.size());
-    const bool has_endings = ending != name.npos && (ending + kEnding.size() == name.size() ||
-                                                     name[ending + kEnding.size()] == '.');
-    if (name.starts_with(kBeginning) && has_endings) {
-      ReportFile file{
-          .path = entry->path().string(), .stem = name.substr(0, ending), .named_time = {}};
-      file.named_time = timeInStem(file.stem);
-      files.push_back(std::move(file));
-      if (files.size() == 2 * kMostReports) keepNewest(files);
-      continue;
-    }
-    std::error_code unknown;
-    const bool is_folder = entry->symlink_status(unknown).type() == fs::file_type::directory;
-    if (subfolders != nullptr && is_folder && subfolders->size() < kMostSubfolders) {
-      subfolders->push_back(entry->path());
+    const bool has_ending = ending != name.npos && (ending + kEnding.size() == name.size() ||
+                                                    name[ending + kEnding.size()] == '.');
+    if (name.starts_with(kBeginning) && has_ending) {
+      const std::string stem = name.substr(0, ending);
+      files.push_back({.path = path, .stem = stem, .named_time = timeInStem(stem)});
+    } else if (subfolders != nullptr && subfolders->size() < kMostSubfolders && isDirectory(path)) {
+      subfolders->push_back(path);
     }
   }
-  return error;
+  keepNewest(files);
 }
 
 struct ProblemWords {
@@ -83,19 +72,22 @@ constexpr std::array<ProblemWords, 3> kProblems = {{
 }  // namespace
 
 std::vector<ReportFile> findReportFiles(const std::string& folder) {
-  std::vector<ReportFile> files;
-  std::vector<fs::path> subfolders;
-  const std::error_code error = addReportsIn(folder, files, &subfolders);
-  if (error == std::errc::not_a_directory) {
+  const auto names = namesIn(folder, kMostEntries);
+  const int error = errno;
+  if (!names && error == ENOENT) return {};
+  if (!names && error == ENOTDIR) {
     failCouldNot(tr("%s is no folder; move it away, so that the system can write its reports there",
                     folder));
   }
-  if (error && error != std::errc::no_such_file_or_directory) {
-    failCouldNot(folder + ": " + reasonOf(error.value()));
+  if (!names) failCouldNot(folder + ": " + reasonOf(error));
+  std::vector<ReportFile> files;
+  std::vector<std::string> subfolders;
+  addReports(folder, *names, files, &subfolders);
+  for (const std::string& subfolder : subfolders) {
+    // A subfolder that cannot be read hides only its own reports.
+    addReports(subfolder, namesIn(subfolder, kMostEntries).value_or(std::vector<std::string>()),
+               files, nullptr);
   }
-  // A subfolder that cannot be read hides only its own reports.
-  for (const fs::path& subfolder : subfolders) addReportsIn(subfolder, files, nullptr);
-  keepNewest(files);
   return files;
 }
 

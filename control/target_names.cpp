@@ -2,17 +2,15 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <filesystem>
 #include <optional>
 #include <vector>
 
+#include "base/files.h"
 #include "config/property_list_file.h"
 #include "platform/system_paths.h"
 
 namespace vorlatch::control {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr std::size_t kReportedCharacters = 32;
 constexpr std::size_t kMostEntries = 4000;  // of a folder
@@ -30,37 +28,29 @@ std::optional<std::string> textInInfo(const std::string& bundle, const char* key
   return text != nullptr ? std::optional(*text) : std::nullopt;
 }
 
-std::vector<fs::path> entriesOf(const fs::path& folder) {
-  std::vector<fs::path> entries;
-  std::error_code error;
-  for (fs::directory_iterator entry(folder, error), end;
-       !error && entry != end && entries.size() < kMostEntries; entry.increment(error)) {
-    entries.push_back(entry->path());
+// Returns the bundles in the folder; and with `looks_inside`, those in its subfolders.
+std::vector<std::string> bundlesIn(const std::string& folder, bool looks_inside) {
+  std::vector<std::string> bundles;
+  for (const std::string& name :
+       namesIn(folder, kMostEntries).value_or(std::vector<std::string>())) {
+    const std::string path = folder + "/" + name;
+    if (name.ends_with(".app")) {
+      bundles.push_back(path);
+    } else if (looks_inside) {
+      for (const std::string& inner : bundlesIn(path, false)) bundles.push_back(inner);
+    }
   }
-  return entries;
-}
-
-bool isBundle(const fs::path& path) {
-  return path.extension() == ".app";
+  return bundles;
 }
 
 }  // namespace
 
 void InstalledApps::look() {
   has_looked_ = true;
-  const auto add = [this](const fs::path& bundle) {
-    if (const auto identifier = textInInfo(bundle.string(), kIdentifierKey)) {
-      bundles_.emplace(*identifier, bundle.string());
-    }
-  };
   for (const std::string& folder : platform::applicationDirectories()) {
-    for (const fs::path& entry : entriesOf(folder)) {
-      if (isBundle(entry)) {
-        add(entry);
-        continue;
-      }
-      for (const fs::path& inner : entriesOf(entry)) {
-        if (isBundle(inner)) add(inner);
+    for (const std::string& bundle : bundlesIn(folder, true)) {
+      if (const auto identifier = textInInfo(bundle, kIdentifierKey)) {
+        bundles_.emplace(*identifier, bundle);
       }
     }
   }

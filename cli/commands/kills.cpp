@@ -18,7 +18,7 @@ using control::numberText;
 using control::ReportProblem;
 
 // A narrower terminal shows a block per kill, because a verdict is a sentence.
-constexpr std::size_t kTableColumns = 140;
+constexpr std::size_t kTableColumns = 150;
 constexpr std::size_t kMostProblems = 3;  // that are described
 
 struct Options {
