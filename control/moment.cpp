@@ -84,11 +84,22 @@ std::int64_t takeTime(Scanner& scanner) {
   return seconds + scanner.number(2, 0, 60);
 }
 
+std::chrono::year_month_day dateOf(std::int64_t local_seconds) {
+  const std::chrono::sys_seconds local{std::chrono::seconds(local_seconds)};
+  return std::chrono::floor<std::chrono::days>(local);
+}
+
 // Returns how far the local zone is ahead of UTC when its clock shows this.
 std::int64_t localZone(std::int64_t local_seconds) {
-  const auto as_utc = static_cast<std::time_t>(local_seconds);
+  constexpr int kTmYear = 1900;
+  const std::chrono::year_month_day date = dateOf(local_seconds);
   std::tm parts{};
-  if (::gmtime_r(&as_utc, &parts) == nullptr) return 0;
+  parts.tm_year = static_cast<int>(date.year()) - kTmYear;
+  parts.tm_mon = static_cast<int>(static_cast<unsigned>(date.month())) - 1;
+  parts.tm_mday = static_cast<int>(static_cast<unsigned>(date.day()));
+  parts.tm_hour = static_cast<int>(local_seconds % kDay / kHour);
+  parts.tm_min = static_cast<int>(local_seconds % kHour / kMinute);
+  parts.tm_sec = static_cast<int>(local_seconds % kMinute);
   parts.tm_isdst = -1;
   const std::time_t seconds = std::mktime(&parts);
   return seconds == -1 ? 0 : local_seconds - std::int64_t{seconds};
@@ -116,15 +127,10 @@ std::optional<std::int64_t> ageIn(std::string_view text) {
   return count * unit;
 }
 
-std::chrono::year_month_day dateOf(const Moment& moment) {
-  const std::chrono::sys_seconds local{std::chrono::seconds(moment.localSeconds())};
-  return std::chrono::floor<std::chrono::days>(local);
-}
-
 // Returns the moment's date and time, with the character between them.
 std::string clockText(const Moment& moment, char between) {
   constexpr std::size_t kLongest = 40;
-  const std::chrono::year_month_day date = dateOf(moment);
+  const std::chrono::year_month_day date = dateOf(moment.localSeconds());
   const std::int64_t second = (moment.localSeconds() % kDay + kDay) % kDay;
   std::string text(kLongest, '\0');
   const int length =
@@ -191,7 +197,7 @@ std::string isoTextOf(const Moment& moment) {
 }
 
 std::int32_t yearOf(const Moment& moment) {
-  return static_cast<int>(dateOf(moment).year());
+  return static_cast<int>(dateOf(moment.localSeconds()).year());
 }
 
 }  // namespace vorlatch::control

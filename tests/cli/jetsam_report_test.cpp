@@ -186,6 +186,12 @@ TEST(Moment, OfReports) {
     const auto moment = control::momentIn(text);
     EXPECT_EQ(moment ? control::isoTextOf(*moment) : "", iso) << text;
   }
+  // On the day on which summer time begins.
+  setenv("TZ", "EST5EDT,M3.2.0,M11.1.0", 1);
+  EXPECT_EQ(control::isoTextOf(*control::momentIn("2026-03-08 01:59:59")),
+            "2026-03-08T01:59:59-05:00");
+  EXPECT_EQ(control::isoTextOf(*control::momentIn("2026-03-08 03:00:00")),
+            "2026-03-08T03:00:00-04:00");
 }
 
 }  // namespace
