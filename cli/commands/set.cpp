@@ -1,6 +1,7 @@
 // vorlatchctl set
 #include "cli/completion.h"
 #include "cli/edit_report.h"
+#include "config/preferences.h"
 #include "config/target_settings.h"
 #include "control/guards.h"
 
@@ -28,7 +29,10 @@ ExitStatus set(const Session& session, const Options& options) {
     if (!options.forces) control::refuseHarm(before, preferences);
   };
   const control::Edit edit = control::editPreferences(guarded, !options.edit.is_dry_run);
-  const std::vector<std::string> warnings = control::warningsOnTarget(options.target, edit.after);
+  // A target that was there before needs no second warning.
+  const bool is_new = !appConfigs(edit.before).contains(options.target);
+  const std::vector<std::string> warnings =
+      is_new ? control::warningsOnTarget(options.target, edit.after) : std::vector<std::string>{};
   if (!session.wants_json) {
     for (const std::string& warning : warnings) printError(session, tr("warning: %s", warning));
   }

@@ -35,25 +35,24 @@ TEST(Completion, OfCommandsOptionsAndNames) {
       "status,list,show,set,unset,remove,enable,disable,preset,undo,export,import,profile,apply,"
       "release,plan,match,ps,check,"
       "log,bands,doctor,help";
-  shell.expectOffers(
-      {{"", all},
-       {"--json ", all},
-       {"re", "remove,release"},
-       {"xyz", ""},
-       {"-", "--json,--lang,--help,--version"},
-       {"status --", "--watch,--interval,--json,--lang,--help,--version"},
-       {"release --k", "--keep-preferences"},
-       {"set backboardd --no", "--no-apply"},
-       {"log --follow --e", "--english"},
-       {"show ", "backboardd,微信"},
-       {"show 微", "微信"},
-       {"show backboardd ", ""},
-       {"status 微信 ", "backboardd,微信"},
-       {"remove backboardd b", "backboardd"},
-       {"unset ", "backboardd,微信"},
-       {"match ", "WeChat,backboardd,com.tencent.xin"},
-       {"match WeChat ", ""},
-       {"set ", "backboardd,微信,WeChat,com.tencent.xin"}});
+  shell.expectOffers({{"", all},
+                      {"--json ", all},
+                      {"re", "remove,release"},
+                      {"xyz", ""},
+                      {"-", "--json,--lang,--help,--version"},
+                      {"status --", "--watch,--interval,--json,--lang,--help,--version"},
+                      {"release --k", "--keep-preferences"},
+                      {"set backboardd --no", "--no-apply"},
+                      {"log --follow --e", "--english"},
+                      {"show ", "backboardd,微信"},
+                      {"show 微", "微信"},
+                      {"show backboardd ", ""},
+                      {"status 微信 ", "backboardd,微信"},
+                      {"remove backboardd b", "backboardd"},
+                      {"unset ", "backboardd,微信"},
+                      {"match ", "WeChat,backboardd,com.tencent.xin"},
+                      {"match WeChat ", ""},
+                      {"set ", "backboardd,微信,WeChat,com.tencent.xin"}});
   EXPECT_EQ(shell.answer("__complete --"), shell.answer("__complete -- "));
 }
 

@@ -80,7 +80,7 @@ TEST(EditRefuses, WrongTargets) {
 
 // The kernel makes a process in the band aging1 idle, so that set refuses this name.
 TEST(EditRefuses, WrongValues) {
-  const std::string limit = "-1 to 2147483647";
+  const std::string limit = "-1 to 2147483647 MB, or 512MB, 1G";
   const std::string band = "-1 to 210, or a band's name (see vorlatchctl bands)";
   struct Case {
     std::string key;
@@ -92,9 +92,9 @@ TEST(EditRefuses, WrongValues) {
        "-20 to 20",
        {"21", "-21", "99999999999999999999", "", "1.5", "5x", " 5", "+5", "0x5", "true", "home"}},
       {"JetsamPriority", band, {"211", "-2", "998", "1000", "2 1", "zzz", "aging1"}},
-      {"MemLimitActive", limit, {"-2", "2147483648", "512MB"}},
+      {"MemLimitActive", limit, {"-2", "2147483648", "512kB"}},
       {"MemLimitInactive", limit, {"-2"}},
-      {"CheckInterval", "0 to 2147483647", {"-1", "2147483648", "30s"}},
+      {"CheckInterval", "0 to 2147483647 seconds, or 30s, 5m, 1h", {"-1", "2147483648", "1d"}},
       {"StripManaged", "true or false", {"maybe", "", "2"}}};
   Configured story;
   for (const auto& [key, range, values] : cases) {

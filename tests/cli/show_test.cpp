@@ -79,7 +79,8 @@ not running
   "MemLimitActive": 1024, "MemLimitInactive": 0, "NiceValue": -5, "Own": {"data": "01ff"},
   "Remark": "微信\u001b[31m", "StripManaged": false, "Wann": {"date": 1234.0},
   "a real": 1048576.5},
-  "pid": null, "verdict": "not-running", "verdict_text": "not running", "memory": null})"));
+  "pid": null, "verdict": "not-running", "verdict_text": "not running", "memory": null,
+  "last_kill": null})"));
 }
 
 TEST(Show, SaysHowARunningTargetStands) {

@@ -166,11 +166,11 @@ TEST(Status, AsJson) {
                 "nice": -7, "strip_managed": true},
      "daemon_wrote": {"pid": 101, "nice": -7, "band": 100},
      "now": {"pid": 101, "name": "alpha", )" +
-                  told + R"(, "memory": null}},
+                  told + R"(, "memory": null}, "last_kill": null},
     {"target": "beta", "verdict": "not-running", "verdict_text": "not running",
      "wanted": {"interval_s": 30, "band": 0, "active_limit_mb": 0, "inactive_limit_mb": 0,
                 "nice": 0, "strip_managed": null},
-     "daemon_wrote": null, "now": null}]})");
+     "daemon_wrote": null, "now": null, "last_kill": null}]})");
   };
   EXPECT_EQ(story.answer("status --json"), json(R"("band": 100, "nice": -7,
       "active_limit_mb": 1500, "inactive_limit_mb": 1450, "managed": false)"));
