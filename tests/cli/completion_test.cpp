@@ -34,7 +34,7 @@ TEST(Completion, OfCommandsOptionsAndNames) {
   const std::string all =
       "status,list,show,set,unset,remove,enable,disable,preset,undo,export,import,profile,apply,"
       "release,plan,match,ps,check,"
-      "log,bands,doctor,help";
+      "log,bands,doctor,help,kills";
   shell.expectOffers({{"", all},
                       {"--json ", all},
                       {"re", "remove,release"},

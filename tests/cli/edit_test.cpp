@@ -59,6 +59,7 @@ TEST(SetAndUnset, ChangeWhatIsNamedAndNothingElse) {
        {{"Remark", "x"}}},
       {"unset beta CheckInterval", "beta", {"CheckInterval: 30 -> (none)"}, {}}};
   EditStory story;
+  story.device.launch({.name = "com.tencent.xin"});  // nothing warns of a new target that runs
   for (const auto& [line, target, changes, settings] : cases) {
     std::string said;
     for (const std::string& change : changes) {
@@ -181,10 +182,14 @@ TEST(Edit, LeavesAloneWhatIsAlreadySo) {
 
 TEST(Edit, MakesAMissingFile) {
   EditStory story;
-  const std::string change = "AppConfigs / alpha / NiceValue: (none) -> 1\n";
+  story.device.launch({.name = "alpha"});
+  const std::string change =
+      "AppConfigs / alpha / JetsamPriority: (none) -> -1\n"
+      "AppConfigs / alpha / NiceValue: (none) -> 1\n";
   EXPECT_EQ(story.edit("set alpha NiceValue=1 --dry-run"),
             change + "nothing was written\n" + kOffHint);
-  const Dictionary after = dictionary(R"({"AppConfigs": {"alpha": {"NiceValue": 1}}})");
+  const Dictionary after =
+      dictionary(R"({"AppConfigs": {"alpha": {"JetsamPriority": -1, "NiceValue": 1}}})");
   EXPECT_EQ(story.edit("set alpha NiceValue=1"), change + kOffHint + kApplied + writes(after));
   std::filesystem::remove(story.preferencesFile());
   EXPECT_TRUE(story.edit("preset --replace-file").ends_with(writes(defaultPreset())));
@@ -285,7 +290,7 @@ TEST(EditJson, SaysWhatIsChangedWrittenAndApplied) {
       {"path": ["AppConfigs", "alpha", "NiceValue"], "before": 1, "after": -5},
       {"path": ["AppConfigs", "alpha", "StripManaged"], "before": null, "after": true}
     ], "written": )" +
-                  written + ", \"applied\": " + applied + "}");
+                  written + ", \"applied\": " + applied + ", \"warnings\": []}");
   };
   const Dictionary before = dictionary(R"({"AppConfigs": {"alpha": {"NiceValue": 1}}})");
   const std::string after =
@@ -294,7 +299,8 @@ TEST(EditJson, SaysWhatIsChangedWrittenAndApplied) {
   story.writePreferences(before);
   EXPECT_EQ(story.edit(line + " --dry-run"), json("false", "false"));
   EXPECT_EQ(story.edit(line + " --no-apply"), json("true", "false") + after);
-  EXPECT_EQ(story.edit(line), pretty(R"({"changes": [], "written": false, "applied": false})"));
+  EXPECT_EQ(story.edit(line), pretty(R"({"changes": [], "written": false, "applied": false,
+      "warnings": []})"));
   story.writePreferences(before);
   EXPECT_EQ(story.edit(line), json("true", "true") + kApplied + after);
 

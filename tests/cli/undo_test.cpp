@@ -52,8 +52,10 @@ TEST(Undo, TakesBackTheLastTenEdits) {
   story.writePreferences({{"Enabled", true}});
   for (int i = 0; i <= 11; ++i) {
     const std::string line = "set alpha NiceValue=" + std::to_string(i);
-    EXPECT_TRUE(story.edit(line).ends_with(writes(
-        {{"Enabled", true}, {"AppConfigs", Dictionary{{"alpha", Dictionary{{"NiceValue", i}}}}}})));
+    EXPECT_TRUE(story.edit(line).ends_with(
+        writes({{"Enabled", true},
+                {"AppConfigs",
+                 Dictionary{{"alpha", Dictionary{{"JetsamPriority", -1}, {"NiceValue", i}}}}}})));
   }
   EXPECT_EQ(story.copies().begin()->first, 3);
   const std::string changed = "AppConfigs / alpha / NiceValue: ";
