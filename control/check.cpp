@@ -10,6 +10,7 @@
 #include "base/files.h"
 #include "config/property_list_file.h"
 #include "control/failure.h"
+#include "control/installed_apps.h"
 #include "control/nearest.h"
 #include "control/observation.h"
 #include "control/preferences_edit.h"
@@ -47,7 +48,7 @@ void checkTopLevel(const Dictionary& preferences, Findings& findings) {
   }
   if (const Value* enabled = plist::find(preferences, keys::kEnabled)) {
     if (const auto fault = booleanFaultOf(*enabled)) {
-      findings.push_back({{keys::kEnabled}, fault->kind, fault->message});
+      findings.push_back({{keys::kEnabled}, fault->code, fault->message});
     }
   } else {
     findings.push_back({{keys::kEnabled}, "missing", tr("is missing: the daemon is switched off")});
@@ -75,7 +76,7 @@ void checkTarget(const std::string& target, const Dictionary& settings, Findings
                           "unknown-key",
                           tr("is unknown to the daemon") + suggestion(key, settingKeyNames())});
     } else if (const auto fault = faultOf(*row, value)) {
-      findings.push_back({{keys::kAppConfigs, target, key}, fault->kind, fault->message});
+      findings.push_back({{keys::kAppConfigs, target, key}, fault->code, fault->message});
     }
   }
 }
@@ -108,13 +109,20 @@ std::set<std::int32_t> pidsFor(const Observation& observation, const std::string
 
 void checkProcesses(const Dictionary& preferences, Findings& findings) {
   const Observation observation = Observation::now();
+  const std::vector<InstalledApp> apps = installedApps();
+  const auto is_installed_app = [&apps](const std::string& target) {
+    return std::any_of(apps.begin(), apps.end(), [&target](const InstalledApp& app) {
+      return target == app.bundle_identifier || target == app.process_name;
+    });
+  };
   std::map<std::int32_t, std::string> target_by_pid;
   for (const auto& [target, configured] : configuredTargets(preferences)) {
     const std::set<std::int32_t> pids = pidsFor(observation, target, configured.settings);
-    if (pids.empty()) {
-      findings.push_back({{keys::kAppConfigs, target},
-                          "no-match",
-                          tr("is the name or bundle identifier of no process that runs now")});
+    if (pids.empty() && !is_installed_app(target)) {
+      findings.push_back(
+          {{keys::kAppConfigs, target},
+           "no-match",
+           tr("is the name or bundle identifier of no running process and no installed app")});
     }
     for (const std::int32_t pid : pids) {
       const auto [other, is_first] = target_by_pid.emplace(pid, target);

@@ -11,7 +11,7 @@ namespace vorlatch::control {
 
 struct Finding {
   std::vector<std::string> path;  // keys from the root; empty: the file itself
-  std::string kind;
+  std::string code;
   std::string message;
 };
 

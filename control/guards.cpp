@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 
 #include "base/utf8.h"
 #include "config/preferences.h"
 #include "control/failure.h"
-#include "control/installed_apps.h"
 #include "control/memory_view.h"
+#include "control/name_search.h"
 #include "control/nearest.h"
 #include "control/translation.h"
 #include "platform/memory_use.h"
@@ -80,39 +81,20 @@ void refuseLimit(const Observation& observation, const std::string& target, cons
   }
 }
 
-bool isSame(const std::string& name, const std::string& target) {
-  return name.size() == target.size() && containsIgnoringCase(name, target);
-}
-
 // Says that nothing bears this name, and which one was probably meant; empty if something does.
 std::string unknownTargetWarning(const Observation& observation, const std::string& target) {
-  std::vector<std::string> names;
-  const auto is_meant = [&target](const std::string& name) { return isSame(name, target); };
-  std::string meant;
-  const auto mean = [&meant](const std::string& name) {
-    if (!name.empty() && meant.find(name) == meant.npos)
-      meant += (meant.empty() ? "" : ", ") + name;
-  };
-  for (const RunningProcess& process : observation.processes) {
-    if (isFoundBy(process, target)) return {};
-    names.push_back(process.name);
-    const std::string identifier = process.bundle_identifier.value_or("");
-    if (is_meant(process.name) || is_meant(identifier)) {
-      mean(process.name);
-      mean(identifier);
-    }
+  const NameSearch search = searchNames(observation, target);
+  std::set<std::string> meant;
+  for (const FoundName& found : search.found) {
+    if (found.isExact()) return {};
+    if (found.rule != NameRule::SameInAnotherCase) break;
+    if (found.pid != 0) meant.insert(found.name);
+    if (!found.bundle_identifier.empty()) meant.insert(found.bundle_identifier);
   }
-  for (const InstalledApp& app : installedApps()) {
-    if (target == app.bundle_identifier || target == app.process_name) return {};
-    names.push_back(app.bundle_identifier);
-    names.push_back(app.process_name);
-    const bool is_named = std::any_of(app.display_names.begin(), app.display_names.end(), is_meant);
-    if (is_named || is_meant(app.process_name) || is_meant(app.bundle_identifier)) {
-      mean(app.bundle_identifier);
-    }
-  }
+  std::string names;
+  for (const std::string& name : meant) names += (names.empty() ? "" : ", ") + name;
   return tr("no running process and no installed app is called %s", target) +
-         (meant.empty() ? suggestion(target, names) : tr("; did you mean %s?", meant));
+         (names.empty() ? suggestion(target, search.known) : tr("; did you mean %s?", names));
 }
 
 }  // namespace

@@ -1,18 +1,18 @@
 #include "control/installed_apps.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
+#include <cstddef>
+#include <optional>
 
+#include "base/files.h"
 #include "config/property_list_file.h"
 #include "platform/system_paths.h"
 
 namespace vorlatch::control {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr std::size_t kMostApps = 2000;
+constexpr std::size_t kMostEntries = 4000;  // of a folder
 constexpr const char* kDisplayName = "CFBundleDisplayName";
 
 std::string textIn(const plist::Dictionary& dictionary, const char* key) {
@@ -21,56 +21,59 @@ std::string textIn(const plist::Dictionary& dictionary, const char* key) {
   return text != nullptr ? *text : std::string();
 }
 
-// Calls `visit` with each entry of a folder; with none if it cannot be read.
-template <typename Visit>
-void forEachIn(const fs::path& folder, const Visit& visit) {
-  std::error_code unreadable;
-  for (fs::directory_iterator entry(folder, unreadable), end; !unreadable && entry != end;
-       entry.increment(unreadable)) {
-    visit(entry->path());
-  }
+plist::Dictionary infoOf(const std::string& bundle) {
+  return readDictionary(bundle + "/Info.plist");
 }
 
-void addDisplayName(InstalledApp& app, const plist::Dictionary& names) {
-  const std::string name = textIn(names, kDisplayName);
-  const auto& known = app.display_names;
-  if (!name.empty() && std::find(known.begin(), known.end(), name) == known.end()) {
-    app.display_names.push_back(name);
+// Adds the bundles in the folder; and with `looks_inside`, those in its subfolders.
+void addBundlesIn(const std::string& folder, bool looks_inside, std::vector<std::string>& bundles) {
+  for (const std::string& name :
+       namesIn(folder, kMostEntries).value_or(std::vector<std::string>())) {
+    const std::string path = folder + "/" + name;
+    if (name.ends_with(".app")) {
+      bundles.push_back(path);
+    } else if (looks_inside) {
+      addBundlesIn(path, false, bundles);
+    }
   }
-}
-
-void addApp(const fs::path& bundle, std::vector<InstalledApp>& apps) {
-  if (apps.size() == kMostApps) return;
-  const plist::Dictionary info = readDictionary((bundle / "Info.plist").string());
-  InstalledApp app{.bundle_identifier = textIn(info, "CFBundleIdentifier"),
-                   .process_name = textIn(info, "CFBundleExecutable"),
-                   .display_names = {}};
-  if (app.bundle_identifier.empty()) return;
-  addDisplayName(app, info);
-  if (app.display_names.empty()) app.display_names.push_back(textIn(info, "CFBundleName"));
-  // Translations are in folders such as zh-Hans.lproj.
-  for (const char* language : {"zh-Hans", "zh_CN", "zh-Hant", "zh_TW", "zh_HK", "en"}) {
-    const fs::path names = bundle / (std::string(language) + ".lproj") / "InfoPlist.strings";
-    addDisplayName(app, readDictionary(names.string(), kDisplayName));
-  }
-  apps.push_back(std::move(app));
 }
 
 }  // namespace
 
 std::vector<InstalledApp> installedApps() {
-  std::vector<InstalledApp> apps;
-  const auto add_if_app = [&apps](const fs::path& path) {
-    if (path.extension() != ".app") return false;
-    addApp(path, apps);
-    return true;
-  };
+  std::vector<std::string> bundles;
   for (const std::string& folder : platform::applicationDirectories()) {
-    forEachIn(folder, [&](const fs::path& path) {
-      if (!add_if_app(path)) forEachIn(path, add_if_app);
-    });
+    addBundlesIn(folder, true, bundles);
+  }
+  std::sort(bundles.begin(), bundles.end());
+  std::vector<InstalledApp> apps;
+  for (const std::string& bundle : bundles) {
+    if (apps.size() == kMostApps) break;
+    const plist::Dictionary info = infoOf(bundle);
+    InstalledApp app{.bundle_identifier = textIn(info, "CFBundleIdentifier"),
+                     .process_name = textIn(info, "CFBundleExecutable"),
+                     .bundle = bundle};
+    if (!app.bundle_identifier.empty()) apps.push_back(std::move(app));
   }
   return apps;
+}
+
+std::vector<std::string> displayNamesOf(const InstalledApp& app) {
+  std::vector<std::string> names;
+  const auto add = [&names](const std::string& name) {
+    if (!name.empty() && std::find(names.begin(), names.end(), name) == names.end()) {
+      names.push_back(name);
+    }
+  };
+  const plist::Dictionary info = infoOf(app.bundle);
+  const std::string name = textIn(info, kDisplayName);
+  add(name.empty() ? textIn(info, "CFBundleName") : name);
+  // Translations are in folders such as zh-Hans.lproj.
+  for (const char* language : {"zh-Hans", "zh_CN", "zh-Hant", "zh_TW", "zh_HK", "en"}) {
+    const std::string strings = app.bundle + "/" + language + ".lproj/InfoPlist.strings";
+    add(textIn(readDictionary(strings, kDisplayName), kDisplayName));
+  }
+  return names;
 }
 
 }  // namespace vorlatch::control

@@ -8,11 +8,14 @@ namespace vorlatch::control {
 
 struct InstalledApp {
   std::string bundle_identifier;
-  std::string process_name;                // of its executable
-  std::vector<std::string> display_names;  // as the home screen shows it, in any language
+  std::string process_name;  // of its executable
+  std::string bundle;        // directory
 };
 
 // Returns the apps in the system's folders whose Info.plist can be read, at most 2000.
 std::vector<InstalledApp> installedApps();
+
+// Returns what the home screen calls the app, in each language that it knows.
+std::vector<std::string> displayNamesOf(const InstalledApp& app);
 
 }  // namespace vorlatch::control

@@ -60,7 +60,7 @@ class KillFinder {
 
   const bool keeps_reports_;
   std::map<std::string, Kept> kept_;  // by path
-  InstalledApps apps_;
+  KnownApps apps_;
 };
 
 // Adds to each kill of a target the lines of the daemon's log, within ten seconds of the kill, that

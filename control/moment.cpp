@@ -162,12 +162,31 @@ std::optional<Moment> momentIn(std::string_view text) {
   return Moment{.seconds = local - zone, .zone_seconds = static_cast<std::int32_t>(zone)};
 }
 
+Moment localMoment(std::int64_t seconds) {
+  const auto time = static_cast<std::time_t>(seconds);
+  std::tm parts{};
+  localtime_r(&time, &parts);
+  return {.seconds = seconds, .zone_seconds = static_cast<std::int32_t>(parts.tm_gmtoff)};
+}
+
 std::optional<std::int64_t> localSecondsOf(std::string_view stamp, std::int32_t year) {
   Scanner scanner(stamp);
   const std::int64_t date = takeMonthAndDay(scanner, year);
   scanner.expect(' ');
   const std::int64_t time = takeTime(scanner);
   return scanner.hasTakenAll() ? std::optional(date + time) : std::nullopt;
+}
+
+std::optional<std::int64_t> secondsOfStamp(std::string_view stamp, std::int64_t now) {
+  constexpr std::int32_t kLongestLeapGap = 8;  // years between two 29ths of February, around 2100
+  const std::int32_t next_year = yearOf(localMoment(now)) + 1;
+  for (std::int32_t year = next_year; year >= next_year - 1 - kLongestLeapGap; --year) {
+    const auto local = localSecondsOf(stamp, year);
+    if (!local) continue;
+    const std::int64_t seconds = *local - localZone(*local);
+    if (seconds <= now + kDay) return seconds;
+  }
+  return std::nullopt;
 }
 
 std::optional<std::int64_t> secondsMeantBy(std::string_view text, std::int64_t now) {

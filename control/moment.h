@@ -21,9 +21,17 @@ struct Moment {
 // one. Returns std::nullopt for any other form.
 std::optional<Moment> momentIn(std::string_view text);
 
+// Returns the moment as the local clock shows it.
+Moment localMoment(std::int64_t seconds);
+
 // Returns what a clock showed in the year, as seconds since 1970 as if it were UTC, for a stamp in
 // the form "11-22 15:15:28".
 std::optional<std::int64_t> localSecondsOf(std::string_view stamp, std::int32_t year);
+
+// Returns the seconds since 1970 of a log line's stamp, in the form "11-22 15:15:28" and local
+// time: in the newest year in which that is no more than a day after `now`. Returns std::nullopt
+// for any other form.
+std::optional<std::int64_t> secondsOfStamp(std::string_view stamp, std::int64_t now);
 
 // Returns the moment that a user means: "30m", "2h" or "3d" before `now`, or the local time
 // "2026-11-20" or "2026-11-20 18:00". Returns std::nullopt for any other form.

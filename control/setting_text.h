@@ -32,7 +32,7 @@ Assignment splitAssignment(std::string_view text);
 std::string settingText(const plist::Value& value);
 
 struct Fault {
-  const char* kind;  // "wrong-type" or "out-of-range"
+  const char* code;  // "wrong-type" or "out-of-range"
   std::string message;
 };
 

@@ -2,26 +2,19 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "control/installed_apps.h"
 #include "control/observation.h"
 
 namespace vorlatch::control {
 
-// The bundles of the installed apps, by bundle identifier. Looks for them at the first question.
-class InstalledApps {
- public:
-  // Returns the name of the app's process; empty if no such app is installed.
-  std::string executableOf(const std::string& bundle_identifier);
-
- private:
-  void look();
-
-  bool has_looked_ = false;
-  std::map<std::string, std::string> bundles_;  // directories
-};
+// Empty until somebody asked for them.
+using KnownApps = std::optional<std::vector<InstalledApp>>;
 
 // Returns true if a report would call a process with this name so: at most 32 characters of it.
 bool isReportedAs(std::string_view name, std::string_view reported);
@@ -29,7 +22,7 @@ bool isReportedAs(std::string_view name, std::string_view reported);
 class TargetNames {
  public:
   // Both must outlive this object.
-  TargetNames(const Observation& observation, InstalledApps& apps)
+  TargetNames(const Observation& observation, KnownApps& apps)
       : observation_(&observation), apps_(&apps) {}
 
   // Returns true if the key is the process's name, or the bundle identifier of a running process or
@@ -42,7 +35,7 @@ class TargetNames {
   const std::set<std::string>& namesOf(const std::string& key);
 
   const Observation* observation_;
-  InstalledApps* apps_;
+  KnownApps* apps_;
   std::map<std::string, std::set<std::string>> names_by_key_;
 };
 

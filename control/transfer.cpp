@@ -58,7 +58,7 @@ void writeUserFile(const std::string& path, std::string_view bytes, bool replace
 UserFile readUserFile(const std::string& path) {
   CheckedFile checked = checkFile(path, false);
   for (const Finding& each : checked.findings) {
-    if (each.kind != "unreadable") continue;
+    if (each.code != "unreadable") continue;
     failCouldNot(tr("%s %s; nothing is changed", path, each.message));
   }
   errno = 0;

@@ -34,7 +34,7 @@ void check(SystemUnderTest& system, std::string_view input) {
   EXPECT_EQ(text.status, json.status);
   const auto lines = static_cast<std::size_t>(std::count(text.out.begin(), text.out.end(), '\n'));
   const bool is_readable = dictionaryIn(input).has_value();
-  const bool is_said_unreadable = findings.size() == 1 && findings[0].at("kind") == "unreadable";
+  const bool is_said_unreadable = findings.size() == 1 && findings[0].at("code") == "unreadable";
   EXPECT_EQ(is_said_unreadable, !is_readable) << text.out;
   EXPECT_EQ(lines, std::max<std::size_t>(findings.size(), 1) + (is_readable ? 1 : 0)) << text.out;
 }

@@ -36,7 +36,7 @@ void report(const Session& session, const CheckedFile& file) {
   if (session.wants_json) {
     Json list = Json::array();
     for (const Finding& each : file.findings) {
-      list.push_back({{"path", each.path}, {"kind", each.kind}, {"message", each.message}});
+      list.push_back({{"path", each.path}, {"code", each.code}, {"message", each.message}});
     }
     print(session, {{"file", file.path},
                     {"findings", list},

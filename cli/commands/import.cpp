@@ -20,7 +20,7 @@ ExitStatus importFrom(const Session& session, const Options& options) {
                                                          !options.edit.is_dry_run);
   Json warnings = Json::array();
   for (const control::Finding& each : file.findings) {
-    warnings.push_back({{"path", each.path}, {"kind", each.kind}, {"message", each.message}});
+    warnings.push_back({{"path", each.path}, {"code", each.code}, {"message", each.message}});
     if (session.wants_json) continue;
     printError(session, tr("warning: %s: %s", pathText(each.path), each.message));
   }

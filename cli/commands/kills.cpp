@@ -181,7 +181,7 @@ const RegisteredCommand kKills({
     .name = "kills",
     .description = english("which processes the system ended for their memory, and why"),
     .examples = "  vorlatchctl kills\n  vorlatchctl kills com.tencent.xin --since 3d",
-    .place = 200,
+    .place = 35,
     .prepare = prepare,
 });
 

@@ -5,10 +5,9 @@
 #include "base/display_text.h"
 #include "cli/completion.h"
 #include "config/preferences.h"
-#include "control/local_time_text.h"
 #include "control/log_filter.h"
 #include "control/log_messages.h"
-#include "control/log_stamp.h"
+#include "control/moment.h"
 #include "control/nearest.h"
 #include "control/preferences_edit.h"
 #include "log/log_file.h"
@@ -40,7 +39,7 @@ Json jsonOfLine(const Session& session, const control::LogLine& line,
                 const control::LogLine& shown) {
   const auto known = control::recognised(line);
   const auto seconds = control::secondsOfStamp(line.stamp, session.terminal.wall_seconds());
-  return {{"time", seconds ? Json(control::isoTime(*seconds)) : Json()},
+  return {{"time", seconds ? Json(control::isoTextOf(control::localMoment(*seconds))) : Json()},
           {"stamp", shown.stamp},
           {"category", shown.category},
           {"text", shown.text},

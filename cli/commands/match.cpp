@@ -1,56 +1,67 @@
 // vorlatchctl match
+#include <array>
+
 #include "cli/completion.h"
 #include "cli/table.h"
-#include "control/observation.h"
+#include "control/name_search.h"
+#include "control/nearest.h"
 
 namespace vorlatch::cli {
 namespace {
 
-struct Match {
-  const RunningProcess* process;
-  bool by_name;
-  bool by_bundle_identifier;
+using control::FoundName;
 
-  [[nodiscard]] const char* rule() const {
-    if (by_name && by_bundle_identifier) return english("name and bundle identifier");
-    return by_name ? english("name") : english("bundle identifier");
-  }
-};
-
-std::vector<Match> matchesOf(const control::Observation& observation, const std::string& key) {
-  std::vector<Match> matches;
-  for (const RunningProcess& process : observation.processes) {
-    const Match match{.process = &process,
-                      .by_name = isNamedBy(process, key),
-                      .by_bundle_identifier = isIdentifiedBy(process, key)};
-    if (match.by_name || match.by_bundle_identifier) matches.push_back(match);
-  }
-  return matches;
+const char* textOf(control::NameRule rule) {
+  static constexpr std::array<const char*, 6> kTexts = {english("name and bundle identifier"),
+                                                        english("name"),
+                                                        english("bundle identifier"),
+                                                        english("another case"),
+                                                        english("a part"),
+                                                        english("a part")};
+  return translated(kTexts.at(static_cast<std::size_t>(rule)));
 }
 
-Json jsonOfMatch(const Match& match) {
-  return {{"pid", match.process->pid},
-          {"name", match.process->name},
-          {"bundle_identifier", jsonOf(match.process->bundle_identifier)},
-          {"rule", match.rule()}};
+std::string ruleText(const FoundName& found) {
+  return found.display_name.empty() ? textOf(found.rule)
+                                    : tr("display name %s", found.display_name);
+}
+
+Json jsonOrNull(const std::string& text) {
+  return text.empty() ? Json() : Json(text);
+}
+
+Json jsonOfMatch(const FoundName& found) {
+  return {{"pid", found.pid != 0 ? Json(found.pid) : Json()},
+          {"name", found.name},
+          {"bundle_identifier", jsonOrNull(found.bundle_identifier)},
+          {"display_name", jsonOrNull(found.display_name)},
+          {"rule", codeOf(found.rule)},
+          {"rule_text", ruleText(found)}};
+}
+
+std::string chosenBy(std::int32_t pid, std::int32_t for_pass, std::int32_t for_timer) {
+  if (pid == 0 || (pid != for_pass && pid != for_timer)) return "-";
+  if (for_pass == for_timer) return tr("pass, watch timer");
+  return pid == for_pass ? tr("pass") : tr("watch timer");
 }
 
 ExitStatus showMatches(const Session& session, const std::string& key) {
   const control::Observation observation = control::Observation::now();
-  const std::vector<Match> matches = matchesOf(observation, key);
+  const control::NameSearch search = searchNames(observation, key);
   const std::int32_t for_pass = observation.pidForPass(key);
   const std::int32_t for_timer = observation.pidForWatchTimer(key);
   if (session.wants_json) {
     Json processes = Json::array();
-    for (const Match& match : matches) processes.push_back(jsonOfMatch(match));
+    for (const FoundName& found : search.found) processes.push_back(jsonOfMatch(found));
     print(session, {{"text", key},
                     {"pid_for_pass", for_pass},
                     {"pid_for_watch_timer", for_timer},
                     {"processes", processes}});
     return kDone;
   }
-  if (matches.empty()) {
-    printLine(session, "no running process has this name or bundle identifier");
+  if (search.found.empty()) {
+    printLine(session, tr("no running process and no installed app has %s in its name", key) +
+                           control::suggestion(key, search.known));
     return kDone;
   }
   Table table({{.heading = english("PID")},
@@ -58,16 +69,16 @@ ExitStatus showMatches(const Session& session, const std::string& key) {
                {.heading = english("BUNDLE IDENTIFIER"), .is_typed = true},
                {.heading = english("FOUND BY"), .rank = 2},
                {.heading = english("CHOSEN BY"), .rank = 1}});
-  for (const Match& match : matches) {
-    const std::int32_t pid = match.process->pid;
-    std::string chosen;
-    if (pid == for_pass) chosen = pid == for_timer ? tr("pass, watch timer") : tr("pass");
-    if (pid == for_timer && pid != for_pass) chosen = tr("watch timer");
-    table.add({std::to_string(pid), match.process->name,
-               match.process->bundle_identifier.value_or("-"), translated(match.rule()),
-               chosen.empty() ? "-" : chosen});
+  for (const FoundName& found : search.found) {
+    table.add({found.pid != 0 ? std::to_string(found.pid) : "-", found.name,
+               found.bundle_identifier.empty() ? "-" : found.bundle_identifier, ruleText(found),
+               chosenBy(found.pid, for_pass, for_timer)});
   }
   session.terminal.out(table.text(session.terminal));
+  if (!search.found.front().isExact()) {
+    printLine(session,
+              tr("The daemon finds a target only by its whole name or bundle identifier."));
+  }
   if (for_pass != for_timer) {
     printLine(session,
               tr("The two differ: among several processes a pass takes the first name and the last "
@@ -79,7 +90,7 @@ ExitStatus showMatches(const Session& session, const std::string& key) {
 Run prepare(Arguments& arguments) {
   const auto text = std::make_shared<std::string>();
   arguments = {{.name = "TEXT",
-                .description = english("a bundle identifier or process name"),
+                .description = english("a name, a bundle identifier, or a part of one"),
                 .value = text.get(),
                 .offer = runningNames,
                 .is_required = true}};
@@ -88,8 +99,8 @@ Run prepare(Arguments& arguments) {
 
 const RegisteredCommand kMatch({
     .name = "match",
-    .description = english("which running process a text finds, and by which rule"),
-    .examples = "  vorlatchctl match com.apple.Preferences",
+    .description = english("which processes and apps a text finds, and by which rule"),
+    .examples = "  vorlatchctl match com.apple.Preferences\n  vorlatchctl match 微信",
     .place = 130,
     .prepare = prepare,
 });

@@ -1,7 +1,7 @@
 // vorlatchctl undo
 #include "cli/edit_report.h"
 #include "control/history.h"
-#include "control/local_time_text.h"
+#include "control/moment.h"
 
 namespace vorlatch::cli {
 namespace {
@@ -30,14 +30,14 @@ Json listed(const control::UndoStep& step, std::size_t number) {
     changes.push_back(jsonOf(differences[i]));
   }
   return {{"number", number},
-          {"time", control::isoTime(step.edited_at_s)},
+          {"time", control::isoTextOf(control::localMoment(step.edited_at_s))},
           {"file", step.copy},
           {"changes", changes},
           {"count", is_comparable ? Json(differences.size()) : Json()}};
 }
 
 void show(const Session& session, const control::UndoStep& step, std::size_t number) {
-  const std::string time = control::readableTime(step.edited_at_s);
+  const std::string time = control::textOf(control::localMoment(step.edited_at_s));
   if (step.before == nullptr || step.after == nullptr) {
     return printLine(session, tr("%s: %s, not to be compared: the file before it or after it holds "
                                  "no dictionary",

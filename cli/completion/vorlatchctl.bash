@@ -55,6 +55,8 @@ _vorlatchctl() {
   while IFS= read -r word; do
     # A value follows without a blank.
     [[ $word != *= ]] || compopt -o nospace
+    # A word that was probably meant may differ before the last separator, where nothing is replaced.
+    [[ ${word:0:kept} == "${words[-1]:0:kept}" ]] || continue
     word=${word:kept}
     [[ -z $word ]] || COMPREPLY+=("$(_vorlatchctl_quoted "$word" "$quote")")
   done < <(command "$program" __complete -- "${words[@]:1}" 2>/dev/null)

@@ -125,14 +125,20 @@ AppConfigs / 微信: is a text and not a dictionary; the daemon passes it over
 TEST(Check, FindsTargetsThatMatchNothing) {
   ControlStory story;
   story.device.launch({.name = "alpha"});
-  story.writeTargets({{"Alpha", Dictionary{}}, {"alpha", Dictionary{}}, {"beta", Dictionary{}}});
+  story.installApp("Closed", "org.closed", "Closed", "关");
+  story.writeTargets({{"Alpha", Dictionary{}},
+                      {"Closed", Dictionary{}},
+                      {"alpha", Dictionary{}},
+                      {"beta", Dictionary{}},
+                      {"org.closed", Dictionary{}}});
   const std::string bytes = readAll(story.preferencesFile());
   story.startAndSettle();
-  expectFindings(story,
-                 R"(AppConfigs / Alpha: is the name or bundle identifier of no process that runs now
-AppConfigs / beta: is the name or bundle identifier of no process that runs now
+  expectFindings(
+      story,
+      R"(AppConfigs / Alpha: is the name or bundle identifier of no running process and no installed app
+AppConfigs / beta: is the name or bundle identifier of no running process and no installed app
 )",
-                 "check");
+      "check");
   expectFindings(story, "");
   EXPECT_EQ(readAll(story.preferencesFile()), bytes);
   EXPECT_EQ(story.takeCalls(), (Lines{"memorystatus_control(1, 0, 0, null, 0) = 48",
@@ -166,16 +172,16 @@ TEST(Check, AsJson) {
   story.writePreferences(dictionary(R"({"Zzz": 1, "AppConfigs": {
       "\u001b[31m\n": 7, "X": {}, "com.x": {}, "no": {"NiceValue": 21}}})"));
   const std::string findings = R"(
-    {"path": ["Zzz"], "kind": "unknown-key", "message": "is unknown to the daemon"},
-    {"path": ["Enabled"], "kind": "missing", "message": "is missing: the daemon is switched off"},
-    {"path": ["AppConfigs", "\u001b[31m\n"], "kind": "wrong-type",
+    {"path": ["Zzz"], "code": "unknown-key", "message": "is unknown to the daemon"},
+    {"path": ["Enabled"], "code": "missing", "message": "is missing: the daemon is switched off"},
+    {"path": ["AppConfigs", "\u001b[31m\n"], "code": "wrong-type",
      "message": "is an integer and not a dictionary; the daemon passes it over"},
-    {"path": ["AppConfigs", "no", "NiceValue"], "kind": "out-of-range",
+    {"path": ["AppConfigs", "no", "NiceValue"], "code": "out-of-range",
      "message": "is 21, outside -20 to 20; the daemon makes it 20"},
-    {"path": ["AppConfigs", "com.x"], "kind": "same-process", "message":
+    {"path": ["AppConfigs", "com.x"], "code": "same-process", "message":
      "finds the same process as X (201): both are applied to it, one after the other"},
-    {"path": ["AppConfigs", "no"], "kind": "no-match",
-     "message": "is the name or bundle identifier of no process that runs now"})";
+    {"path": ["AppConfigs", "no"], "code": "no-match",
+     "message": "is the name or bundle identifier of no running process and no installed app"})";
   const std::string size = R"({"file_bytes": 447, "memory_bytes": 5469, "levels": 3})";
   EXPECT_EQ(story.answer("check --json"), checkJson(findings, size) + "exit 1\n");
   EXPECT_EQ(story.answer("check --no-processes"), R"(Zzz: is unknown to the daemon
@@ -224,7 +230,7 @@ TEST(CheckFile, SaysWhatKeepsItFromBeingRead) {
     expectUnreadable(story, message + as_empty);
     EXPECT_EQ(
         story.answer("check --json"),
-        checkJson(R"({"path": [], "kind": "unreadable", "message": ")" + message + as_empty + "\"}",
+        checkJson(R"({"path": [], "code": "unreadable", "message": ")" + message + as_empty + "\"}",
                   "null") +
             "exit 1\n");
   }

@@ -32,9 +32,10 @@ struct Shell : ControlStory {
 TEST(Completion, OfCommandsOptionsAndNames) {
   Shell shell;
   const std::string all =
-      "status,list,show,set,unset,remove,enable,disable,preset,undo,export,import,profile,apply,"
+      "status,list,show,kills,set,unset,remove,enable,disable,preset,undo,export,import,profile,"
+      "apply,"
       "release,plan,match,ps,check,"
-      "log,bands,doctor,help,kills";
+      "log,bands,doctor,help";
   shell.expectOffers({{"", all},
                       {"--json ", all},
                       {"re", "remove,release"},
@@ -76,6 +77,13 @@ TEST(Completion, OfValues) {
        {"set 微信 NiceValue=", ""},
        {"set 微信 Unknown=", ""},
        {"unset 微信 Nice", "NiceValue"}});
+  // Nothing begins with these: words that begin so in another case, or that contain them.
+  shell.expectOffers({{"set 微信 nice", "NiceValue="},
+                      {"set 微信 limit", "MemLimitActive=,MemLimitInactive="},
+                      {"set 微信 JetsamPriority=FORE",
+                       "JetsamPriority=foreground-support,JetsamPriority=foreground"},
+                      {"match chat", "WeChat"},
+                      {"match none", ""}});
 }
 
 // A name that would break the list apart or command the terminal is not offered.

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "cli/session.h"
+#include "platform/property_list.h"
 
 namespace vorlatch::tests {
 namespace {
@@ -79,6 +80,25 @@ Output ControlStory::run(const Arguments& arguments) {
   terminal.wall_seconds = [this] { return device.wallSeconds(); };
   output.status = cli::runCommandLine(arguments, terminal);
   return output;
+}
+
+std::string ControlStory::installApp(const std::string& executable,
+                                     const std::string& bundle_identifier,
+                                     const std::string& english_name,
+                                     const std::string& chinese_name) {
+  // The system keeps each app in a folder with a random name.
+  const std::string folder = rootPath("/containers");
+  const std::string bundle = folder + "/of " + executable + "/" + executable + ".app";
+  std::filesystem::create_directories(bundle + "/zh-Hans.lproj");
+  const auto write = [](const std::string& path, const Dictionary& contents) {
+    writeAll(path, platform::writeXmlPropertyList(contents));
+  };
+  write(bundle + "/Info.plist", {{"CFBundleIdentifier", bundle_identifier},
+                                 {"CFBundleExecutable", executable},
+                                 {"CFBundleDisplayName", english_name}});
+  write(bundle + "/zh-Hans.lproj/InfoPlist.strings", {{"CFBundleDisplayName", chinese_name}});
+  device.applications = {rootPath("/none"), folder};
+  return bundle + "/" + executable;
 }
 
 std::int32_t ControlStory::launchDaemon() {

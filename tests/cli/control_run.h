@@ -43,6 +43,12 @@ class ControlStory : public Story {
   // work itself. Gives its pid.
   std::int32_t launchDaemon();
 
+  // Installs an app in the folder of apps, and gives the path of its executable. The home screen
+  // shows it under an English and a Chinese name.
+  std::string installApp(const std::string& executable, const std::string& bundle_identifier,
+                         const std::string& english_name, const std::string& chinese_name);
+  using Story::installApp;
+
   // What the terminal is like: no terminal but a pipe, unless said otherwise.
   std::size_t columns = 0;
   std::size_t rows = 0;

@@ -77,14 +77,7 @@ TEST(Guards, RefuseImpossibleTargets) {
 
 TEST(Guards, WarnOfTargetsThatNothingBears) {
   Phone phone;
-  const std::string folder = phone.rootPath("/apps");
-  std::filesystem::create_directories(folder + "/1234/Mail.app/zh-Hans.lproj");
-  writeAll(folder + "/1234/Mail.app/Info.plist", xml({{"CFBundleIdentifier", "com.example.mail"},
-                                                      {"CFBundleExecutable", "Mail"},
-                                                      {"CFBundleDisplayName", "Post"}}));
-  writeAll(folder + "/1234/Mail.app/zh-Hans.lproj/InfoPlist.strings",
-           xml({{"CFBundleDisplayName", "邮件"}}));
-  phone.device.applications = {phone.rootPath("/none"), folder};
+  phone.installApp("Mail", "com.example.mail", "Post", "邮件");
   const std::string nothing =
       "err: vorlatchctl: warning: no running process and no installed app is called ";
   const std::vector<std::pair<std::string, std::string>> cases{

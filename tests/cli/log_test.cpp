@@ -7,8 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "control/local_time_text.h"
-#include "control/log_stamp.h"
+#include "control/moment.h"
 #include "tests/cli/log_story.h"
 
 namespace vorlatch::tests {
@@ -139,7 +138,8 @@ TEST(Log, GivesStampsTheirYearAndZone) {
     ::setenv("TZ", row.zone, 1);
     ::tzset();
     const auto seconds = control::secondsOfStamp(row.stamp, row.now);
-    EXPECT_EQ(seconds ? control::isoTime(*seconds) : "none", row.time) << row.stamp;
+    EXPECT_EQ(seconds ? control::isoTextOf(control::localMoment(*seconds)) : "none", row.time)
+        << row.stamp;
   }
 }
 

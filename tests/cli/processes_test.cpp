@@ -41,8 +41,9 @@ TEST(Match, FindsANameOrABundleIdentifier) {
   story.device.launch({.name = "alpha"});
   EXPECT_EQ(rows(story, "match alpha"),
             "102 | alpha | - | name | pass, watch timer\n101 | alpha | - | name | -\n");
-  EXPECT_EQ(story.answer("match Alpha"), "no running process has this name or bundle identifier\n");
-  EXPECT_EQ(story.answer("match Alpha --json"), pretty(R"({"text": "Alpha", "pid_for_pass": 0,
+  EXPECT_EQ(story.answer("match alpa"),
+            "no running process and no installed app has alpa in its name; did you mean alpha?\n");
+  EXPECT_EQ(story.answer("match none --json"), pretty(R"({"text": "none", "pid_for_pass": 0,
       "pid_for_watch_timer": 0, "processes": []})"));
   EXPECT_EQ(story.answer("match"),
             "err: vorlatchctl: TEXT is missing; vorlatchctl match --help says more\nexit 2\n");
@@ -64,9 +65,36 @@ TEST(Match, SaysThatPassAndTimerDiffer) {
                 kDiffer);
   EXPECT_EQ(story.answer("match both --json"), pretty(R"({"text": "both", "pid_for_pass": 103,
       "pid_for_watch_timer": 104, "processes": [
-      {"pid": 104, "name": "both", "bundle_identifier": null, "rule": "name"},
-      {"pid": 103, "name": "both", "bundle_identifier": "both",
-       "rule": "name and bundle identifier"}]})"));
+      {"pid": 104, "name": "both", "bundle_identifier": null, "display_name": null,
+       "rule": "name", "rule_text": "name"},
+      {"pid": 103, "name": "both", "bundle_identifier": "both", "display_name": null,
+       "rule": "name-and-bundle-identifier", "rule_text": "name and bundle identifier"}]})"));
+}
+
+// The home screen's name may be in any language, and the app need not run.
+TEST(Match, FindsWhatAPersonCallsIt) {
+  EmptyDevice story;
+  const auto wechat = story.installApp("WeChat", "com.tencent.xin", "WeChat", "微信");
+  story.installApp("WeRead", "com.tencent.weread", "WeRead", "微信读书");
+  story.device.launch({.name = "WeChat", .executable_path = wechat});
+  const std::string whole_only =
+      "The daemon finds a target only by its whole name or bundle identifier.\n";
+  EXPECT_EQ(rows(story, "match 微信"),
+            "100 | WeChat | com.tencent.xin | display name 微信 | -\n"
+            "- | WeRead | com.tencent.weread | display name 微信读书 | -\n" +
+                whole_only);
+  EXPECT_EQ(rows(story, "match wechat"),
+            "100 | WeChat | com.tencent.xin | another case | -\n" + whole_only);
+  EXPECT_EQ(rows(story, "match TENCENT"),
+            "100 | WeChat | com.tencent.xin | a part | -\n"
+            "- | WeRead | com.tencent.weread | a part | -\n" +
+                whole_only);
+  EXPECT_EQ(rows(story, "match WeRead"), "- | WeRead | com.tencent.weread | name | -\n");
+  EXPECT_EQ(story.answer("match 读书 --json"), pretty(R"({"text": "读书", "pid_for_pass": 0,
+      "pid_for_watch_timer": 0, "processes": [
+      {"pid": null, "name": "WeRead", "bundle_identifier": "com.tencent.weread",
+       "display_name": "微信读书", "rule": "part-of-display-name",
+       "rule_text": "display name 微信读书"}]})"));
 }
 
 // A nice value of -1 is no failure, and a failure is no nice value of -1.

@@ -117,7 +117,7 @@ AppConfigs / beta / Remark: β -> (none)
                 writes(odd));
   EXPECT_EQ(story.edit("import --json " + file), pretty(R"({
       "changes": [], "written": false, "applied": false, "warnings": [
-        {"path": ["AppConfigs", "alpha", "Nice"], "kind": "unknown-key",
+        {"path": ["AppConfigs", "alpha", "Nice"], "code": "unknown-key",
          "message": "is unknown to the daemon"}]})"));
 }
 
