@@ -333,6 +333,7 @@ class PrivilegedRealChaos : public testing::Test {
       }
     }
     EXPECT_LE(left_behind, kills_);
+    EXPECT_LE(replaced, 10);
   }
 
   // Chaos without one of these is none.

@@ -20,6 +20,7 @@ inline std::string rowsOf(std::string table, int lines_above) {
   for (int line = 0; line < lines_above; ++line) table.erase(0, table.find('\n') + 1);
   std::string rows;
   for (const char c : table) {
+    if (c == ' ' && (rows.empty() || rows.back() == '\n')) continue;
     if (c != ' ' && rows.ends_with("  ")) {
       rows.replace(rows.find_last_not_of(' ') + 1, rows.npos, " | ");
     }
