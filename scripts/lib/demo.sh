@@ -112,8 +112,8 @@ sayWhatIsRefused() {
     say "Without root's rights nice values below 0 are refused here; the log shows each refusal."
 }
 
-# Writes the script jbroot/enter, which runs a command in the targets' namespaces: outside, the targets
-# have different process ids than the daemon sees.
+# Writes the script jbroot/enter, which runs a command, or a shell that completes vorlatchctl's words,
+# in the targets' namespaces: outside, the targets have different process ids than the daemon sees.
 writeEnter() {
   local enter=$jbroot/enter within=()
   if [[ -n ${VORLATCH_RUN_INSIDE-} ]]; then
@@ -122,14 +122,29 @@ writeEnter() {
     ((EUID == 0)) || within+=("--user=$namespaces/user" --preserve-credentials)
   fi
   within+=(env -C "$jbroot" "PATH=$jbroot/usr/bin:$PATH")
-  printf '#!/usr/bin/env bash\nexec %s "$@"\n' "${within[*]@Q}" >"$enter"
+  cat >"$jbroot/shellrc" <<SHELLRC
+[[ ! -r ~/.bashrc ]] || source ~/.bashrc
+PATH=$(printf %q "$jbroot/usr/bin"):\$PATH
+source $(printf %q "$jbroot/usr/share/bash-completion/completions/vorlatchctl")
+SHELLRC
+  cat >"$enter" <<ENTER
+#!/usr/bin/env bash
+((\$# > 0)) || set -- bash --rcfile ${jbroot@Q}/shellrc -i
+exec ${within[*]@Q} "\$@"
+ENTER
   chmod +x "$enter"
 }
 
 stayInView() {
   writeEnter
-  say "The daemon runs until Ctrl-C; this is its log. To try commands, run in another terminal:"
-  say "  $jbroot/enter bash"
+  startDaemon
+  tail -n +1 -F "$log" 2>/dev/null &
+  awaitLog '\[守护\] sharingd PID:[0-9]+ 完成$'
+  # Lets the view of the log show the first pass as well.
+  sleep 1
+  say
+  say "This is the daemon's log; the daemon runs until Ctrl-C. To try commands, run in another terminal:"
+  say "  $jbroot/enter"
   say "and there, for example:"
   say "  vorlatchctl status --watch"
   say "  vorlatchctl set kbd NiceValue=5"
@@ -137,8 +152,6 @@ stayInView() {
   say "  vorlatchctl --help"
   sayWhatIsRefused
   say
-  startDaemon
-  tail -n +1 -F "$log" 2>/dev/null &
   wait "$daemon_pid" || true
   die "the daemon has ended"
 }

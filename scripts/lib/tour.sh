@@ -52,12 +52,41 @@ tourOfChanges() {
   control log --target dasd -n 10
 }
 
+# Writes a report as the system does when it ends a process for its memory.
+reportKillOfWeChat() {
+  local reports=$jbroot/var/mobile/Library/Logs/CrashReporter
+  local now
+  now=$(date '+%F %T.00 %z')
+  mkdir -p "$reports"
+  cat >"$reports/JetsamEvent-$(date +%F-%H%M%S).ips" <<REPORT
+{"bug_type":"298","timestamp":"$now","os_version":"iPhone OS 16.5 (20F66)"}
+{
+  "date": "$now",
+  "memoryStatus": {"pageSize": 16384, "memoryPages": {"free": 2048}},
+  "largestProcess": "WeChat",
+  "processes": [
+    {"name": "WeChat", "pid": 345, "priority": 0, "states": ["suspended"], "rpages": 52000,
+     "lifetimeMax": 65280, "reason": "vm-pageshortage"}
+  ]
+}
+REPORT
+}
+
+tourOfMemory() {
+  heading "6. Memory" "The processes that use most memory, and what the system ended when memory was short.
+Linux writes no such reports, so the tour writes one."
+  control ps --sort memory
+  reportKillOfWeChat
+  control kills
+  control status com.tencent.xin
+}
+
 tourOfEnd() {
-  heading "6. Switched off" "The daemon restores the default values of every target, and keeps running."
+  heading "7. Switched off" "The daemon restores the default values of every target, and keeps running."
   control disable
   awaitLog '\[守护\] sharingd PID:[0-9]+$'
   control log --category 恢复
-  control status
+  control status || (($? == 1))  # running targets are not held
   say
   showProcesses
 }
@@ -66,6 +95,7 @@ showTour() {
   sayWhatIsRefused
   tourOfStart
   tourOfChanges
+  tourOfMemory
   tourOfEnd
   printf '\nEnd of the tour. All processes are stopped; the files remain in %s\n' "$jbroot"
 }
