@@ -158,8 +158,9 @@ void lookAtDaemon(Diagnosis& diagnosis, const Observation& observation) {
   if (observation.daemon_pids.empty()) {
     diagnosis.find(
         "daemon-not-running", tr("daemon: does not run"),
-        tr("start it: launchctl load JBROOT/Library/LaunchDaemons/com.zel.vorlatch.plist, or "
-           "install the package again"));
+        tr("start it: sudo launchctl bootstrap system "
+           "%s/Library/LaunchDaemons/com.zel.vorlatch.plist, or install the package again",
+           libroot_get_jbroot_prefix()));
   }
   if (observation.daemon_pids.size() > 1) {
     diagnosis.find("several-daemons",

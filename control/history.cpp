@@ -138,7 +138,7 @@ Edit takeBack(std::size_t steps, bool writes) {
     if (count == 0) failCouldNot(tr("there is no edit to take back"));
     if (steps > count) {
       failWrongUsage(
-          tr("only %s edits can be taken back; vorlatchctl undo --list shows them", count));
+          tr("edits that can be taken back: %s; vorlatchctl undo --list shows them", count));
     }
     return readCopy(copyPath(path, numbers[steps - 1]));
   };

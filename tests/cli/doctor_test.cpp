@@ -33,8 +33,8 @@ const std::string kNoStatusAndLog =
     "  -> start the daemon: it opens its log at once\n";
 const std::string kNoDaemon =
     "! daemon: does not run\n"
-    "  -> start it: launchctl load JBROOT/Library/LaunchDaemons/com.zel.vorlatch.plist, or install "
-    "the package again\n";
+    "  -> start it: sudo launchctl bootstrap system "
+    "{root}/Library/LaunchDaemons/com.zel.vorlatch.plist, or install the package again\n";
 
 // A story in which nothing is installed but the daemon's program and preferences.
 struct Installation : ControlStory {

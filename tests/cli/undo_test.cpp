@@ -116,7 +116,7 @@ TEST(UndoRefuses, WhatWasNotKept) {
   story.writePreferences({});
   ASSERT_EQ(story.run({"enable"}).status, 0);
   EXPECT_EQ(story.edit("undo 2"),
-            "err: vorlatchctl: only 1 edits can be taken back; vorlatchctl undo --list shows them\n"
+            "err: vorlatchctl: edits that can be taken back: 1; vorlatchctl undo --list shows them\n"
             "exit 2\n");
   const std::string secret = story.rootPath("/secret.plist");
   writeAll(secret, xml({{"Secret", true}}));
