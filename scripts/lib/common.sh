@@ -16,7 +16,7 @@ build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libbenchmark-dev l
 clang_packages=(clang libclang-rt-14-dev llvm)
 # Packages that the tests of the optimised build need.
 # shellcheck disable=SC2034
-test_packages=(clang clang-format lld procps shellcheck zsh)
+test_packages=(apt-utils clang clang-format lld procps shellcheck xz-utils zsh)
 
 say() { printf '%s\n' "$*"; }
 

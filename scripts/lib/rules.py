@@ -39,7 +39,7 @@ FORBIDDEN = [
 ]
 # (path pattern, pattern that the whole text must match, message)
 REQUIRED = [
-    (r"(?!.*[.](clang|git)).*", r"(?s)(.*\n)?\Z", "the file does not end with a line feed"),
+    (r"(?!.*[.](clang|git|png)).*", r"(?s)(.*\n)?\Z", "the file does not end with a line feed"),
     (r".*\.(cpp|h)", rf"(.*\n){{0,{LINES_MAX}}}\Z", f"a file has at most {LINES_MAX} lines"),
     (r".*\.h", r"(?s)//", "a header begins with a comment that says what it is for"),
     (r".*\.h", r"(?s)(?=(.*\n)?#pragma once\n)(?!.*#pragma once.*#pragma once)", "a header has #pragma once, once"),
@@ -88,12 +88,19 @@ def check_includes(sources: dict[str, str]) -> Iterator[tuple[str, str]]:
         yield error.args[1][0], "files include each other: " + " -> ".join(error.args[1])
 
 
+def check_changelogs(texts: dict[str, str]) -> Iterator[tuple[str, str]]:
+    version = texts["VERSION"].strip()
+    for name in ("CHANGELOG.md", "CHANGELOG.zh-CN.md"):
+        if re.findall(r"^## (.*)", texts.get(name, ""), re.MULTILINE)[:1] != [version]:
+            yield name, f"its first version is not {version}, which VERSION says"
+
+
 def main() -> int:
     root = pathlib.Path(sys.argv[1]).resolve()
     texts = read_texts(root)
     sources = {name: text for name, text in texts.items() if name.endswith((".cpp", ".h"))}
     found = [(f"{name}:{line}", message) for name, text in texts.items() for line, message in check_file(name, text)]
-    found += check_includes(sources)
+    found += [*check_includes(sources), *check_changelogs(texts)]
     scripts = [name for name in texts if re.fullmatch(SCRIPT, name)]
     found += [(name, "the script is not executable") for name in scripts if not os.access(root / name, os.X_OK)]
     for where, message in found:

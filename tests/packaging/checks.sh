@@ -28,7 +28,7 @@ check() {
 # copyOfCheckout FOLDER: the packaging and what it needs of the scripts, as a commit of a known time.
 copyOfCheckout() {
   mkdir -p "$1/scripts"
-  cp -R "$checkout/packaging" "$checkout/VERSION" "$checkout/.gitignore" "$1"
+  cp -R "$checkout"/{packaging,VERSION,.gitignore,README*.md,CHANGELOG*.md} "$1"
   cp -R "$checkout/scripts/package" "$checkout/scripts/lib" "$1/scripts"
   git -C "$1" init -q
   git -C "$1" add .

@@ -27,6 +27,34 @@ $(ls -A "$dist"): $(<"$dist/old.deb")"
 
 cannot 'an unknown argument' 'unknown argument: --fast (see --help)' package --fast
 
+# Places where there can be no repository, and what was there.
+cannot 'an address without a repository' '--url is of use only with --repository' package --url https://example.org
+cannot 'a repository without a package' '--conformance makes no package for --repository' \
+  package --conformance --repository "$here/repository"
+bad='--url takes the address of the repository, like https://example.org/repo, not'
+for url in example.org 'https://example.org/a b' 'https://example.org/a|b' file:///srv; do
+  cannot "the address $url" "$bad $url" package --repository "$here/repository" --url "$url"
+done
+other='is no folder that you may write to; give --repository another one'
+echo mine >"$here/file"
+cannot 'a file' "file $other" package --repository "$here/file"
+cannot 'a folder that cannot be made' "/proc/new/folder $other" package --repository /proc/new/folder
+mkdir -p "$here/www/Packages"
+foreign='is not of this repository; move it away, or give --repository a new folder'
+for name in notes.txt com.zel.other_1_iphoneos-arm64.deb; do
+  echo mine >"$here/www/$name"
+  cannot "a foreign $name" "www/$name $foreign" package --repository "$here/www"
+  check "$name is as it was" mine "$(<"$here/www/$name")"
+  rm "$here/www/$name"
+done
+cannot 'a folder in the place of a list' "www/Packages $foreign" package --repository "$here/www"
+rmdir "$here/www/Packages"
+echo damaged >"$here/www/com.zel.vorlatch_1_iphoneos-arm64.deb"
+cannot 'a damaged package' \
+  'www/com.zel.vorlatch_1_iphoneos-arm64.deb cannot be read as a package; move it away, then try again' \
+  package --repository "$here/www"
+check 'nothing else was written' 'com.zel.vorlatch_1_iphoneos-arm64.deb' "$(ls -A "$here/www")"
+
 # A tree that is not as it was committed.
 touch "$copy/new file"
 dirty='there are changes that are not committed; commit or remove them first'
