@@ -46,4 +46,4 @@ while read -r url; do
   [[ -f ${url##*/} ]] || fail "$url is missing"
 done < <(sed -nE 's/^(Icon|SileoDepiction): //p' Packages)
 python3 -m json.tool depiction.json >"$here/depiction" 2>&1 || fail 'depiction.json is no JSON'
-echo "${repository##*/}: apt reads $(wc -l <<<"$there") versions"
+echo "${repository##*/}: in order, versions: $(wc -l <<<"$there")"

@@ -33,7 +33,7 @@ entries() { grep -E "^($(paste -sd '|' <(printf '%s\n' "$@"))): " "$repository/P
 
 addVersion 0.0.9
 check 'without an address, no fields with addresses' 'Version: 0.0.9' "$(entries Version Icon SileoDepiction)"
-check 'apt reads one version' 'a folder: apt reads 1 versions' "$(apt)"
+check 'apt reads one version' 'a folder: in order, versions: 1' "$(apt)"
 
 echo old >"$repository/InRelease"
 addVersion "$version" https://example.org/repo/
@@ -83,7 +83,7 @@ check 'the changes of the version, in both languages' 2 \
   "$(grep -c "\"markdown\": \"## ${version//./\\.}" "$repository/depiction.json")"
 check 'width and height of the icon' ' 0 0 0 180 0 0 0 180' \
   "$(od -An -t u1 -j 16 -N 8 "$repository/CydiaIcon.png" | tr -s ' ')"
-check 'apt reads both versions' 'a folder: apt reads 2 versions' "$(apt)"
+check 'apt reads both versions' 'a folder: in order, versions: 2' "$(apt)"
 
 # What the check of a repository finds.
 # damage WHAT FOUND COMMAND...: the check finds it after the command ran in a copy of the repository.
