@@ -31,10 +31,8 @@ requireRepository() {
 makeRepository() (
   package=$1 folder=$2 url=${3%/} fields='' options=()
   # Everything but the package itself is made here first, so that a failure keeps the old lists.
-  new=$folder/.new
+  new=$(mktemp -d "$folder/.new.XXXXXX")
   trap 'rm -rf "$new"' EXIT
-  rm -rf "$new"
-  mkdir "$new"
   install -m 644 "$package" "$new"
   mv -f "$new/${package##*/}" "$folder"
   [[ -z $url ]] || fields="SileoDepiction: $url/depiction.json\nIcon: $url/CydiaIcon.png\n"
