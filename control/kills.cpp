@@ -171,16 +171,17 @@ void addLogLines(std::vector<Kill>& kills) {
   }
 }
 
-std::optional<Kill> lastKillOf(const Observation& observation, const std::string& target,
-                               KillFinder& finder) {
+LastKills lastKillsOfTargets(const Observation& observation, KillFinder& finder) {
+  LastKills last;
   try {
-    KillList list =
-        finder.find(observation, {.target = target, .since = {}, .most_reports = kNewestReports});
-    if (list.kills.empty()) return std::nullopt;
-    return std::move(list.kills.front());
+    const KillQuery newest{.target = "", .since = {}, .most_reports = kNewestReports};
+    for (Kill& kill : finder.find(observation, newest).kills) {
+      if (!kill.target.empty()) last.emplace(kill.target, std::move(kill));
+    }
   } catch (const Failure&) {
-    return std::nullopt;
+    last.clear();
   }
+  return last;
 }
 
 std::string timeText(const Kill& kill) {

@@ -67,10 +67,10 @@ class KillFinder {
 // say that the target exited. Adds nothing if the log cannot be read.
 void addLogLines(std::vector<Kill>& kills);
 
-// Returns the target's last kill in the newest 20 reports; std::nullopt also if the reports cannot
-// be read.
-std::optional<Kill> lastKillOf(const Observation& observation, const std::string& target,
-                               KillFinder& finder);
+// Returns each target's last kill in the newest 20 reports, by target. A process that two targets
+// name counts for the first. Returns none if the reports cannot be read.
+using LastKills = std::map<std::string, Kill>;
+LastKills lastKillsOfTargets(const Observation& observation, KillFinder& finder);
 
 // Returns "2026-11-22 15:15:28", or "-" if the time is unknown.
 std::string timeText(const Kill& kill);

@@ -37,7 +37,8 @@ ExitStatus show(const Session& session, const std::string& target) {
   const control::TargetView view =
       control::viewOf(observation, target, readTargetSettings(entry->second));
   control::KillFinder finder(false);
-  const auto last_kill = control::lastKillOf(observation, target, finder);
+  const control::LastKills kills = control::lastKillsOfTargets(observation, finder);
+  const auto last_kill = kills.find(target);
   if (session.wants_json) {
     print(session, {{"target", target},
                     {"settings", jsonOf(entry->second)},
@@ -45,7 +46,8 @@ ExitStatus show(const Session& session, const std::string& target) {
                     {"verdict", control::verdictCode(view.verdict)},
                     {"verdict_text", control::verdictText(view.verdict)},
                     {"memory", control::memoryJson(view.memory)},
-                    {"last_kill", last_kill ? control::killJson(*last_kill) : Json()}});
+                    {"last_kill",
+                     last_kill != kills.end() ? control::killJson(last_kill->second) : Json()}});
     return kDone;
   }
   Table table({{.heading = english("KEY"), .is_typed = true},
@@ -62,7 +64,7 @@ ExitStatus show(const Session& session, const std::string& target) {
               tr("%s, runs as %s, memory MB %s", control::verdictText(view.verdict), view.pid,
                  control::memoryText(view.memory, session.terminal.is_terminal)));
   }
-  if (last_kill) printLine(session, lastKillLine(*last_kill));
+  if (last_kill != kills.end()) printLine(session, lastKillLine(last_kill->second));
   return kDone;
 }
 

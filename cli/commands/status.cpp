@@ -16,7 +16,7 @@
 namespace vorlatch::cli {
 namespace {
 
-using control::Kill;
+using control::LastKills;
 using control::TargetView;
 using control::Verdict;
 
@@ -42,19 +42,6 @@ Colour colourOf(Verdict verdict) {
                                                                            : Colour::Yellow;
 }
 
-// The last kill of each target that has one, by target.
-using LastKills = std::map<std::string, Kill>;
-
-LastKills lastKillsOf(const control::Observation& observation,
-                      const std::vector<TargetView>& targets, control::KillFinder& finder) {
-  LastKills kills;
-  for (const TargetView& target : targets) {
-    auto kill = control::lastKillOf(observation, target.key, finder);
-    if (kill) kills.emplace(target.key, std::move(*kill));
-  }
-  return kills;
-}
-
 std::string lastKillText(const LastKills& kills, const std::string& target) {
   const auto kill = kills.find(target);
   if (kill == kills.end()) return "-";
@@ -69,7 +56,10 @@ Table tableOf(const std::vector<TargetView>& targets, const LastKills& kills, bo
   columns.push_back({.heading = english("MEMORY MB")});
   columns.push_back({.heading = english("DAEMON WROTE"), .rank = 1});
   // Most devices never have a kill, and the column is wide.
-  if (!kills.empty()) columns.push_back({.heading = english("LAST KILL"), .rank = 1});
+  const bool has_kill =
+      std::any_of(targets.begin(), targets.end(),
+                  [&kills](const TargetView& target) { return kills.contains(target.key); });
+  if (has_kill) columns.push_back({.heading = english("LAST KILL"), .rank = 1});
   columns.push_back({.heading = english("VERDICT")});
   Table table(std::move(columns));
   for (const TargetView& target : targets) {
@@ -78,7 +68,7 @@ Table tableOf(const std::vector<TargetView>& targets, const LastKills& kills, bo
     for (std::string& cell : control::settingCells(target)) row.emplace_back(std::move(cell));
     row.emplace_back(control::memoryText(target.memory, with_bar));
     row.emplace_back(writtenText(target.written));
-    if (!kills.empty()) row.emplace_back(lastKillText(kills, target.key));
+    if (has_kill) row.emplace_back(lastKillText(kills, target.key));
     row.emplace_back(control::verdictText(target.verdict), colourOf(target.verdict));
     table.add(std::move(row));
   }
@@ -167,7 +157,7 @@ Picture take(const Session& session, const Options& options, control::KillFinder
   const bool all_held = std::all_of(views.begin(), views.end(), [](const TargetView& view) {
     return view.pid == 0 || view.verdict == Verdict::Held;
   });
-  const LastKills kills = lastKillsOf(observation, views, finder);
+  const LastKills kills = control::lastKillsOfTargets(observation, finder);
   std::string text;
   if (session.wants_json) {
     Json json{{"enabled", observation.isSwitchedOn()},
