@@ -1,8 +1,10 @@
 """Checks that the Chinese documents match the English ones.
 
-Usage: translations.py ROOT. X.zh-CN.md must have headings of the same levels as X.md, and the same commands
-between them. In a code block that shows a session only the lines that begin with "$ " are compared; in any
-other block all lines, without comments. Prints the differences; exits with 1 if there are any.
+Usage: translations.py ROOT. X.zh-CN.md must have headings of the same levels as X.md, and between them the same
+commands, list items, table rows, defined terms and links to other pages. In a code block that shows a session
+only the lines that begin with "$ " are compared; in any other block all lines, without comments. A row's names in
+code (keys, options, files) and a term stay as they are in English. Prints the differences; exits with 1 if there
+are any.
 """
 
 import difflib
@@ -11,20 +13,49 @@ import re
 import sys
 
 from markdown_it import MarkdownIt
+from markdown_it.token import Token
 
 SUFFIX = ".zh-CN.md"
 # Pages that must have a translation. Other pages are compared if they have one.
-TRANSLATED = {"README.md", "docs/device.md"}
+TRANSLATED = {
+    "README.md",
+    "docs/device.md",
+    "docs/vorlatchctl.md",
+    "docs/man/vorlatchctl.1.md",
+    "docs/man/vorlatchd.8.md",
+}
 COMMAND = re.compile(r"^\$ (?:.*\\\n)*.*$", re.MULTILINE)
 COMMENT = re.compile(r"(^|\s+)#(\s.*)?$")
+# A name in code, in contrast to a word that the program shows in the user's language.
+NAME = re.compile(r"(?=.*[a-z])(?=.*[A-Z_.\[-])\S+")
+# A term of a definition list, with the line that defines it, or an argument at the start of a line.
+TERM = re.compile(r"^(\*.+)(?=\n: )|^(\*[^:：]+\*)(?=[:：])", re.MULTILINE)
+
+
+def outline_of_text(inline: Token, is_cell: bool) -> list[str]:
+    """Returns what a paragraph, or a cell of a table, has in common with its translation."""
+    links = [child.attrs["href"] for child in inline.children if child.type == "link_open"]
+    result = [f"a link to {page}" for link in links if (page := str(link).split("#")[0].replace(SUFFIX, ".md"))]
+    if is_cell:
+        return result + sorted(c.content for c in inline.children if c.type == "code_inline" and NAME.fullmatch(c.content))
+    return result + ["".join(term) for term in TERM.findall(inline.content)]
 
 
 def outline(path: pathlib.Path) -> list[str]:
-    """Returns the headings and commands of a page, in order."""
-    result = []
-    for token in MarkdownIt().parse(path.read_text(encoding="utf-8")):
+    """Returns the structure of a page, in order."""
+    result: list[str] = []
+    is_cell = False
+    for token in MarkdownIt().enable("table").parse(path.read_text(encoding="utf-8")):
         if token.type == "heading_open":
             result.append(f"a heading of level {token.tag[1:]}")
+        elif token.type == "list_item_open":
+            result.append("an item of a list")
+        elif token.type == "tr_open":
+            result.append("a row of a table")
+        elif token.type in ("td_open", "td_close"):
+            is_cell = token.type == "td_open"
+        elif token.type == "inline":
+            result += outline_of_text(token, is_cell)
         elif token.type in ("fence", "code_block"):
             lines = "\n".join(COMMAND.findall(token.content)) or token.content
             result += filter(None, (COMMENT.sub("", line.strip()) for line in lines.splitlines()))
