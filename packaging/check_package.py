@@ -23,12 +23,14 @@ HERE = pathlib.Path(__file__).resolve().parent
 
 PROGRAMS = {"usr/libexec/vorlatchd": 200_000, "usr/bin/vorlatchctl": 600_000}  # bytes, at most
 LAUNCH_DAEMON = f"Library/LaunchDaemons/{PACKAGE}.plist"
-DOCUMENTS = ("device.md", "device.zh-CN.md", "log.md", "preferences.md", "vorlatchctl.md")
+DOCUMENTS = ("device.md", "device.zh-CN.md", "log.md", "preferences.md", "vorlatchctl.md", "vorlatchctl.zh-CN.md")
 OTHER_FILES = (
     LAUNCH_DAEMON,
     "usr/share/bash-completion/completions/vorlatchctl",
     "usr/share/man/man1/vorlatchctl.1",
     "usr/share/man/man8/vorlatchd.8",
+    "usr/share/man/zh_CN/man1/vorlatchctl.1",
+    "usr/share/man/zh_CN/man8/vorlatchd.8",
     "usr/share/zsh/site-functions/_vorlatchctl",
     *(f"usr/share/doc/{PACKAGE}/{name}" for name in DOCUMENTS),
 )

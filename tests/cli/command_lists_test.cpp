@@ -1,5 +1,5 @@
-// The lists of commands and keys in the documents. They are made from the commands and the table of
-// settings; scripts/fix writes them.
+// The lists of commands and keys in the documents, in each language. They are made from the
+// commands, the table of settings and the texts; scripts/fix writes them.
 #include <cctype>
 #include <cstdlib>
 #include <functional>
@@ -8,27 +8,57 @@
 
 #include "cli/command.h"
 #include "config/target_settings.h"
+#include "control/translation.h"
 #include "tests/support/files.h"
 
 namespace vorlatch::tests {
 namespace {
 
 using cli::Argument;
+using control::translated;
 
-std::string sentence(std::string text) {
+// What a list has between the texts of vorlatchctl.
+struct Frame {
+  const char* manual;  // the heading in the manual page
+  const char* table;   // the table's heading and its first two lines
+  const char* colon;
+  const char* full_stop;
+  const char* range;  // before the lowest number
+  const char* to;
+  const char* usual;  // before the default
+  const char* range_end;
+};
+constexpr Frame kEnglish{.manual = "# COMMANDS\n",
+                         .table = "## Commands\n\n| Command | What it does |\n|---|---|\n",
+                         .colon = ": ",
+                         .full_stop = ".",
+                         .range = " (",
+                         .to = " to ",
+                         .usual = ", default ",
+                         .range_end = ")"};
+constexpr Frame kChinese{.manual = "# 命令\n",
+                         .table = "## 命令\n\n| 命令 | 作用 |\n|---|---|\n",
+                         .colon = "：",
+                         .full_stop = "。",
+                         .range = "（",
+                         .to = " 到 ",
+                         .usual = "，默认 ",
+                         .range_end = "）"};
+
+std::string sentence(std::string text, const Frame& frame = kEnglish) {
   text.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(text.front())));
-  return text + ".";
+  return text + frame.full_stop;
 }
 
 // Returns the range of a number, and its default if it is fixed.
-std::string rangeOf(const Argument& argument) {
+std::string rangeOf(const Argument& argument, const Frame& frame) {
   const std::string range =
-      " (" + std::to_string(argument.lowest) + " to " + std::to_string(argument.highest);
+      frame.range + std::to_string(argument.lowest) + frame.to + std::to_string(argument.highest);
   if (auto* const* number = std::get_if<int*>(&argument.value)) {
-    return range + ", default " + std::to_string(**number) + ")";
+    return range + frame.usual + std::to_string(**number) + frame.range_end;
   }
   const bool is_number = std::holds_alternative<std::optional<std::size_t>*>(argument.value);
-  return is_number ? range + ")" : "";
+  return is_number ? range + frame.range_end : "";
 }
 
 using Markup = std::function<std::string(const Argument&)>;
@@ -55,8 +85,8 @@ void forEachCommand(const std::function<void(const cli::Command&, const cli::Arg
 }
 
 // Returns the manual page's part on commands.
-std::string manualCommands() {
-  std::string text = "# COMMANDS\n";
+std::string manualCommands(const Frame& frame) {
+  std::string text = frame.manual;
   forEachCommand([&](const cli::Command& command, const cli::Arguments& arguments) {
     const Markup name = [](const Argument& argument) {
       if (!argument.isOption()) return "*" + std::string(argument.name) + "*";
@@ -67,9 +97,10 @@ std::string manualCommands() {
       return names + (std::holds_alternative<bool*>(argument.value) ? "" : " *value*");
     };
     text += "\n**" + std::string(command.name) + "**" + synopsis(arguments, name) +
-            "\n: " + sentence(command.description) + "\n";
+            "\n: " + sentence(translated(command.description), frame) + "\n";
     for (const Argument& argument : arguments) {
-      text += name(argument) + ": " + argument.description + rangeOf(argument) + ".\n";
+      text += name(argument) + frame.colon + translated(argument.description) +
+              rangeOf(argument, frame) + frame.full_stop + "\n";
     }
   });
   return text + "\n";
@@ -98,8 +129,8 @@ std::string preferencesKeys() {
 }
 
 // Returns the document's table of commands.
-std::string documentCommands() {
-  std::string text = "## Commands\n\n| Command | What it does |\n|---|---|\n";
+std::string documentCommands(const Frame& frame) {
+  std::string text = frame.table;
   forEachCommand([&](const cli::Command& command, const cli::Arguments& arguments) {
     cli::Arguments positional;
     for (const Argument& argument : arguments) {
@@ -107,7 +138,7 @@ std::string documentCommands() {
     }
     const Markup name = [](const Argument& argument) { return std::string(argument.name); };
     text += "| `" + std::string(command.name) + "`" + synopsis(positional, name) + " | " +
-            command.description + " |\n";
+            translated(command.description) + " |\n";
   });
   return text + "\n";
 }
@@ -130,12 +161,21 @@ void expectSection(const std::string& file, const std::string& section) {
 }
 
 TEST(CommandLists, ManualPage) {
-  expectSection("man/vorlatchctl.1.md", manualCommands());
+  expectSection("man/vorlatchctl.1.md", manualCommands(kEnglish));
 }
 
 TEST(CommandLists, Documents) {
-  expectSection("vorlatchctl.md", documentCommands());
+  expectSection("vorlatchctl.md", documentCommands(kEnglish));
   expectSection("preferences.md", preferencesKeys());
+}
+
+TEST(CommandLists, ChineseDocuments) {
+  control::setLanguage(control::Language::Chinese);
+  const std::string manual = manualCommands(kChinese);
+  const std::string table = documentCommands(kChinese);
+  control::setLanguage(control::Language::English);
+  expectSection("man/vorlatchctl.1.zh-CN.md", manual);
+  expectSection("vorlatchctl.zh-CN.md", table);
 }
 
 }  // namespace
