@@ -28,7 +28,8 @@ std::optional<MachineMemory> memoryOfMachine() {
   std::size_t size = sizeof total;
   if (::sysctlbyname("hw.memsize", &total, &size, nullptr, 0) != 0) return std::nullopt;
   vm_statistics64_data_t pages{};
-  mach_msg_type_number_t count = HOST_VM_INFO64_COUNT;
+  // iOS 15 knows the fields up to this revision; later headers have more.
+  mach_msg_type_number_t count = HOST_VM_INFO64_REV1_COUNT;
   const mach_port_t host = ::mach_host_self();
   const kern_return_t result =
       ::host_statistics64(host, HOST_VM_INFO64, reinterpret_cast<host_info64_t>(&pages), &count);
@@ -37,9 +38,10 @@ std::optional<MachineMemory> memoryOfMachine() {
     errno = EIO;
     return std::nullopt;
   }
-  // Pages that hold files or purgeable memory are reused without compression.
-  const std::uint64_t free_pages =
-      std::uint64_t{pages.free_count} + pages.external_page_count + pages.purgeable_count;
+  // Pages that hold files or purgeable memory are reused without compression. The kernel counts
+  // pages that it read ahead as free and as file pages.
+  const std::uint64_t free_pages = std::uint64_t{pages.free_count} - pages.speculative_count +
+                                   pages.external_page_count + pages.purgeable_count;
   return MachineMemory{.total_bytes = total,
                        .free_bytes = free_pages * vm_kernel_page_size,
                        .compressed_bytes = pages.compressor_page_count * vm_kernel_page_size};
