@@ -1,7 +1,6 @@
 #include "platform/system_paths.h"
 
 #include "platform/linux/installation.h"
-#include "platform/preferred_language.h"
 
 namespace vorlatch::platform {
 
@@ -14,9 +13,8 @@ std::vector<std::string> applicationDirectories() {
           installationRoot() + "/Applications"};
 }
 
-// Linux has only the variables of the environment, which vorlatchctl reads itself.
-std::string preferredLanguage() {
-  return {};
+std::string globalPreferencesPath() {
+  return installationRoot() + "/var/mobile/Library/Preferences/.GlobalPreferences.plist";
 }
 
 }  // namespace vorlatch::platform

@@ -1,6 +1,7 @@
 // How vorlatchctl reads a command line, and its help.
 #include <gtest/gtest.h>
 
+#include "config/property_list_file.h"
 #include "tests/cli/control_run.h"
 
 namespace vorlatch::tests {
@@ -63,7 +64,19 @@ TEST(Language, IsChosenByOptionEnvironmentAndSystem) {
   };
   EXPECT_FALSE(in_chinese("status"));
   EXPECT_TRUE(in_chinese("--lang zh status"));
-  story.device.preferred_language = "zh-Hans-CN";
+  const auto choose = [&story](const plist::Value& languages) {
+    story.device.global_preferences = story.rootPath("/.GlobalPreferences.plist");
+    ASSERT_TRUE(
+        writePropertyList(story.device.global_preferences,
+                          Dictionary{{"AppleLocale", "zh_CN"}, {"AppleLanguages", languages}}));
+  };
+  for (const plist::Value& unusable : {plist::Value("zh-Hans-CN"), plist::Value(plist::Array{}),
+                                       plist::Value(plist::Array{1, "zh-Hans-CN"}),
+                                       plist::Value(plist::Array{"fr-CN", "zh-Hans-CN"})}) {
+    choose(unusable);
+    EXPECT_FALSE(in_chinese("status"));
+  }
+  choose(plist::Array{"zh-Hans-CN", "en-CN"});
   EXPECT_TRUE(in_chinese("status"));
   story.variables["LANG"] = "en_US.UTF-8";
   EXPECT_FALSE(in_chinese("status"));

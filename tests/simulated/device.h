@@ -113,7 +113,7 @@ class Device {
   std::optional<platform::MachineMemory> memory;
   std::string crash_reports;              // the folder
   std::vector<std::string> applications;  // folders
-  std::string preferred_language;
+  std::string global_preferences;         // the file
   bool is_tracing = true;
 
   // For the platform functions.

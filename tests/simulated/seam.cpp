@@ -13,7 +13,6 @@
 #include "platform/memory_use.h"
 #include "platform/memorystatus.h"
 #include "platform/notifications.h"
-#include "platform/preferred_language.h"
 #include "platform/process_table.h"
 #include "platform/queues.h"
 #include "platform/root_prefix_library.h"
@@ -266,8 +265,8 @@ std::vector<std::string> applicationDirectories() {
   return Device::get().applications;
 }
 
-std::string preferredLanguage() {
-  return Device::get().preferred_language;
+std::string globalPreferencesPath() {
+  return Device::get().global_preferences;
 }
 
 const char* rootPrefixLibraryName() {

@@ -125,7 +125,6 @@ typedef CFIndex CFDateFormatterStyle;
 enum { kCFDateFormatterNoStyle = 0 };
 extern const CFStringRef kCFDateFormatterTimeZone;
 CFLocaleRef CFLocaleCopyCurrent(void);
-CFArrayRef CFLocaleCopyPreferredLanguages(void);
 void CFTimeZoneResetSystem(void);
 CFTimeZoneRef CFTimeZoneCopySystem(void);
 CFDateFormatterRef CFDateFormatterCreate(CFAllocatorRef allocator, CFLocaleRef locale,
