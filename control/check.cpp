@@ -189,6 +189,14 @@ std::optional<std::string> readAt(const std::string& path, bool is_the_daemons,
 
 }  // namespace
 
+nlohmann::ordered_json findingsJson(const std::vector<Finding>& findings) {
+  auto list = nlohmann::ordered_json::array();
+  for (const Finding& each : findings) {
+    list.push_back({{"path", each.path}, {"code", each.code}, {"message", each.message}});
+  }
+  return list;
+}
+
 CheckedFile checkFile(const std::optional<std::string>& file, bool looks_at_processes) {
   CheckedFile checked{
       .path = file ? *file : daemonFile(kPreferencesFileName), .findings = {}, .size = {}};

@@ -1,6 +1,7 @@
 // Finds every problem in a preferences file.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,6 +15,8 @@ struct Finding {
   std::string code;
   std::string message;
 };
+
+nlohmann::ordered_json findingsJson(const std::vector<Finding>& findings);
 
 struct CheckedFile {
   std::string path;

@@ -132,20 +132,21 @@ void refuseImpossibleTarget(const std::string& target) {
   }
 }
 
-std::vector<std::string> warningsOnTarget(const std::string& target,
-                                          const plist::Dictionary& preferences) {
+std::vector<Finding> warningsOnTarget(const std::string& target,
+                                      const plist::Dictionary& preferences) {
   const Observation observation = Observation::now(preferences);
-  std::vector<std::string> warnings;
+  const std::vector<std::string> path{keys::kAppConfigs, target};
+  std::vector<Finding> warnings;
   if (std::string warning = unknownTargetWarning(observation, target); !warning.empty()) {
-    warnings.push_back(std::move(warning));
+    warnings.push_back({path, "no-match", std::move(warning)});
   }
   const std::int32_t pid = observation.pidForPass(target);
   for (const auto& [key, other] : observation.targets) {
     if (pid == 0 || key == target || observation.pidForPass(key) != pid) continue;
     warnings.push_back(
-        tr("%s and %s are the same process: the daemon applies both, one after the "
-           "other",
-           key, target));
+        {path, "same-process",
+         tr("%s and %s are the same process: the daemon applies both, one after the other", key,
+            target)});
   }
   return warnings;
 }

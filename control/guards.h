@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "control/check.h"
 #include "control/observation.h"
 
 namespace vorlatch::control {
@@ -17,9 +18,9 @@ void refuseHarm(const plist::Dictionary& before, const plist::Dictionary& after)
 // quotes, no UTF-8.
 void refuseImpossibleTarget(const std::string& target);
 
-// Returns warnings, each with the likely cause: no running process and no installed app has this
-// name or bundle identifier; another target of the preferences is the same process.
-std::vector<std::string> warningsOnTarget(const std::string& target,
-                                          const plist::Dictionary& preferences);
+// Returns what `check` would find, with the likely cause: no running process and no installed app
+// has this name or bundle identifier; another target of the preferences is the same process.
+std::vector<Finding> warningsOnTarget(const std::string& target,
+                                      const plist::Dictionary& preferences);
 
 }  // namespace vorlatch::control

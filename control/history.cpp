@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "base/files.h"
@@ -23,6 +22,7 @@ namespace {
 using plist::Dictionary;
 
 constexpr const char* kMark = ".undo.";
+constexpr std::size_t kMostNames = 50'000;  // that the directory is searched for
 // A number has at most nine digits, so that the next one always fits.
 constexpr std::uint32_t kHighestNumber = 999'999'999;
 
@@ -40,14 +40,16 @@ std::uint32_t numberIn(std::string_view name, std::string_view beginning) {
   return is_whole && number <= kHighestNumber ? number : 0;
 }
 
-// Returns the numbers of all copies, the newest first; some may be missing if `error` is set.
-std::vector<std::uint32_t> copiesOf(const std::string& preferences_path, std::error_code& error) {
+// Returns the numbers of all copies, the newest first; std::nullopt with errno if the directory
+// cannot be read.
+std::optional<std::vector<std::uint32_t>> findCopies(const std::string& preferences_path) {
   const std::filesystem::path path(preferences_path);
   const std::string beginning = path.filename().string() + kMark;
+  const auto names = namesIn(path.parent_path().string(), kMostNames);
+  if (!names) return std::nullopt;
   std::vector<std::uint32_t> numbers;
-  for (std::filesystem::directory_iterator entry(path.parent_path(), error), end;
-       !error && entry != end; entry.increment(error)) {
-    const std::uint32_t number = numberIn(entry->path().filename().string(), beginning);
+  for (const std::string& name : *names) {
+    const std::uint32_t number = numberIn(name, beginning);
     if (number != 0) numbers.push_back(number);
   }
   std::sort(numbers.rbegin(), numbers.rend());
@@ -56,10 +58,9 @@ std::vector<std::uint32_t> copiesOf(const std::string& preferences_path, std::er
 
 // Does the same, and throws a Failure if the directory cannot be read.
 std::vector<std::uint32_t> copiesOf(const std::string& preferences_path) {
-  std::error_code error;
-  std::vector<std::uint32_t> numbers = copiesOf(preferences_path, error);
-  if (error) failCouldNot(preferences_path + kMark + "*: " + reasonOf(error.value()));
-  return numbers;
+  auto numbers = findCopies(preferences_path);
+  if (!numbers) failCouldNot(preferences_path + kMark + "*: " + reasonOf(errno));
+  return *std::move(numbers);
 }
 
 std::int64_t writtenAt(const std::string& path) {
@@ -108,10 +109,10 @@ PreviousFile::~PreviousFile() {
 
 void PreviousFile::keep() {
   is_kept_ = true;
-  std::error_code unread;  // the next edit removes what this one leaves
-  const std::vector<std::uint32_t> numbers = copiesOf(preferences_path_, unread);
-  for (std::size_t i = kMostUndoSteps; i < numbers.size(); ++i) {
-    ::unlink(copyPath(preferences_path_, numbers[i]).c_str());
+  const auto numbers = findCopies(preferences_path_);
+  if (!numbers) return;  // the next edit removes what this one leaves
+  for (std::size_t i = kMostUndoSteps; i < numbers->size(); ++i) {
+    ::unlink(copyPath(preferences_path_, (*numbers)[i]).c_str());
   }
 }
 

@@ -42,7 +42,7 @@ std::string memoryText(const MemoryView& view, bool with_bar) {
   std::string shown = tr("%s, peak %s", megabytesOf(view.memory->footprint_bytes),
                          megabytesOf(view.memory->peak_bytes));
   if (const auto percent = view.percentOfLimit()) {
-    shown += ", " + std::to_string(*percent) + " %";
+    shown = tr("%s, %s %%", shown, *percent);
     if (with_bar) shown += " " + barOf(*percent);
   }
   return shown;

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "base/display_text.h"
@@ -67,19 +66,18 @@ std::string existingFileOf(const std::string& name) {
 }  // namespace
 
 std::vector<std::string> profileNames() {
-  namespace fs = std::filesystem;
-  const fs::path folder = fs::path(daemonFile(kPreferencesFileName)).parent_path();
+  constexpr std::size_t kMostFiles = 50'000;
+  const std::string folder =
+      std::filesystem::path(daemonFile(kPreferencesFileName)).parent_path().string();
+  const auto files = namesIn(folder, kMostFiles);
+  if (!files) failCouldNot(folder + ": " + reasonOf(errno));
   std::vector<std::string> names;
-  std::error_code error;
-  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-       entry.increment(error)) {
-    const std::string file = entry->path().filename().string();
+  for (const std::string& file : *files) {
     if (file.size() <= kBegin.size() + kEnd.size()) continue;
     if (!file.starts_with(kBegin) || !file.ends_with(kEnd)) continue;
     std::string name = file.substr(kBegin.size(), file.size() - kBegin.size() - kEnd.size());
     if (isValidName(name)) names.push_back(std::move(name));
   }
-  if (error) failCouldNot(folder.string() + ": " + reasonOf(error.value()));
   std::sort(names.begin(), names.end());
   return names;
 }

@@ -34,12 +34,8 @@ std::string textOf(const PropertyListSize& size) {
 
 void report(const Session& session, const CheckedFile& file) {
   if (session.wants_json) {
-    Json list = Json::array();
-    for (const Finding& each : file.findings) {
-      list.push_back({{"path", each.path}, {"code", each.code}, {"message", each.message}});
-    }
     print(session, {{"file", file.path},
-                    {"findings", list},
+                    {"findings", control::findingsJson(file.findings)},
                     {"size", file.size ? jsonOf(*file.size) : Json()},
                     {"bound", jsonOf(kPropertyListBound)}});
     return;

@@ -18,13 +18,12 @@ ExitStatus importFrom(const Session& session, const Options& options) {
   };
   const control::Edit edit = control::replacePreferences(contents, control::Sameness::Dictionary,
                                                          !options.edit.is_dry_run);
-  Json warnings = Json::array();
   for (const control::Finding& each : file.findings) {
-    warnings.push_back({{"path", each.path}, {"code", each.code}, {"message", each.message}});
-    if (session.wants_json) continue;
+    if (session.wants_json) break;
     printError(session, tr("warning: %s: %s", pathText(each.path), each.message));
   }
-  return applyAndReport(session, options.edit, edit, {{"warnings", warnings}});
+  return applyAndReport(session, options.edit, edit,
+                        {{"warnings", control::findingsJson(file.findings)}});
 }
 
 Run prepare(Arguments& arguments) {

@@ -20,8 +20,8 @@ Json jsonOfTarget(const PlannedTarget& target) {
 }
 
 void show(const Session& session, const PlannedTarget& target) {
-  printLine(session, target.key + ": " + target.reason +
-                         (target.is_held ? " " + tr("(held already)") : std::string()));
+  printLine(session, target.key + ": " +
+                         (target.is_held ? tr("%s (held already)", target.reason) : target.reason));
   for (const std::string& step : target.steps) printLine(session, "  " + step);
   printLine(session, "  " + target.afterwards);
 }

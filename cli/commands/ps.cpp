@@ -100,16 +100,20 @@ ExitStatus listProcesses(const Session& session, const Options& options) {
   }
   Table table({{.heading = english("PID")},
                {.heading = english("NAME"), .is_typed = true},
-               {.heading = english("BUNDLE IDENTIFIER"), .rank = 3, .is_typed = true},
-               {.heading = english("BAND"), .rank = 1},
+               {.heading = english("BUNDLE IDENTIFIER"), .rank = 1, .is_typed = true},
+               {.heading = english("BAND"), .rank = 2},
                {.heading = english("NICE"), .rank = 4},
-               {.heading = english("LIMIT MB"), .rank = 2},
+               {.heading = english("LIMIT MB"), .rank = 3},
                {.heading = english("MEMORY MB")}});
+  // On a narrower screen, the bundle identifier is worth more than a bar.
+  constexpr std::size_t kBarColumns = 100;
+  const Terminal& terminal = session.terminal;
+  const bool with_bar = terminal.is_terminal && terminal.columns() >= kBarColumns;
   for (const Row& row : rows) {
     table.add({std::to_string(row.process->pid), row.process->name,
                row.process->bundle_identifier.value_or("-"), numberText(row.band),
                numberText(row.nice_value), numberText(row.limit_mb),
-               control::memoryText(row.memory, session.terminal.is_terminal)});
+               control::memoryText(row.memory, with_bar)});
   }
   if (table.isEmpty()) {
     printLine(session,

@@ -31,12 +31,14 @@ ExitStatus set(const Session& session, const Options& options) {
   const control::Edit edit = control::editPreferences(guarded, !options.edit.is_dry_run);
   // A target that was there before needs no second warning.
   const bool is_new = !appConfigs(edit.before).contains(options.target);
-  const std::vector<std::string> warnings =
-      is_new ? control::warningsOnTarget(options.target, edit.after) : std::vector<std::string>{};
-  if (!session.wants_json) {
-    for (const std::string& warning : warnings) printError(session, tr("warning: %s", warning));
+  std::vector<control::Finding> warnings;
+  if (is_new) warnings = control::warningsOnTarget(options.target, edit.after);
+  for (const control::Finding& warning : warnings) {
+    if (session.wants_json) break;
+    printError(session, tr("warning: %s", warning.message));
   }
-  return applyAndReport(session, options.edit, edit, {{"warnings", warnings}});
+  return applyAndReport(session, options.edit, edit,
+                        {{"warnings", control::findingsJson(warnings)}});
 }
 
 Run prepare(Arguments& arguments) {

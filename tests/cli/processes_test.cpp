@@ -145,9 +145,14 @@ TEST(Ps, FiltersAndSorts) {
   EXPECT_EQ(story.answer("ps --sort size"),
             "err: vorlatchctl: ps cannot sort by size; it sorts by: memory band name nice pid\n"
             "exit 2\n");
-  // On a phone's screen, names that must be typed stay whole.
-  story.columns = 40;
-  EXPECT_EQ(rows(story, "ps large"), "101 | large | 290, peak 290, 20 % ##.....…\n");
+  story.columns = 100;
+  EXPECT_EQ(rows(story, "ps large"),
+            "101 | large | - | 180 | -5 | 1450 | 290, peak 290, 20 % ##........\n");
+  // On a phone's screen, names that must be typed stay whole, and other columns are left out.
+  story.columns = 56;
+  EXPECT_EQ(rows(story, "ps large"), "101 | large | - | 290, peak 290, 20 %\n");
+  story.columns = 30;
+  EXPECT_EQ(rows(story, "ps large"), "101 | large | 290, peak 290, 20…\n");
 }
 
 const std::string kUnknown =
