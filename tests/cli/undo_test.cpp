@@ -115,9 +115,10 @@ TEST(UndoRefuses, WhatWasNotKept) {
             std::string("err: vorlatchctl: ") + kNothingToTakeBack + "exit 3\n");
   story.writePreferences({});
   ASSERT_EQ(story.run({"enable"}).status, 0);
-  EXPECT_EQ(story.edit("undo 2"),
-            "err: vorlatchctl: edits that can be taken back: 1; vorlatchctl undo --list shows them\n"
-            "exit 2\n");
+  EXPECT_EQ(
+      story.edit("undo 2"),
+      "err: vorlatchctl: edits that can be taken back: 1; vorlatchctl undo --list shows them\n"
+      "exit 2\n");
   const std::string secret = story.rootPath("/secret.plist");
   writeAll(secret, xml({{"Secret", true}}));
   fs::remove(story.copyPath(1));
