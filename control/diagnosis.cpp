@@ -183,8 +183,8 @@ void lookAtMemory(Diagnosis& diagnosis, const Observation& observation) {
   }
   std::vector<std::pair<MemoryView, const RunningProcess*>> by_size;
   for (const RunningProcess& process : observation.processes) {
-    MemoryView view = memoryOf(observation, process.pid);
-    if (view.memory) by_size.emplace_back(std::move(view), &process);
+    const MemoryView view = memoryOf(observation, process.pid);
+    if (view.memory) by_size.emplace_back(view, &process);
   }
   std::stable_sort(by_size.begin(), by_size.end(), [](const auto& a, const auto& b) {
     return a.first.memory->footprint_bytes > b.first.memory->footprint_bytes;

@@ -31,8 +31,8 @@ std::string shortened(const std::string& text) {
 // those that are needed. A function that returns false ends the parsing.
 class ReportHandler {
  public:
-  bool null() { return true; }
-  bool boolean(bool /*value*/) { return true; }
+  static bool null() { return true; }
+  static bool boolean(bool /*value*/) { return true; }
   bool number_integer(std::int64_t value) {
     takeNumber(value);
     return true;
@@ -43,8 +43,8 @@ class ReportHandler {
     }
     return true;
   }
-  bool number_float(double /*value*/, const std::string& /*text*/) { return true; }
-  bool binary(const std::vector<std::uint8_t>& /*bytes*/) { return true; }
+  static bool number_float(double /*value*/, const std::string& /*text*/) { return true; }
+  static bool binary(const std::vector<std::uint8_t>& /*bytes*/) { return true; }
   bool string(const std::string& value);
   bool key(const std::string& value) {
     // Elsewhere, keys mean nothing.
