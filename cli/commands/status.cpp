@@ -181,16 +181,35 @@ Picture take(const Session& session, const Options& options, control::KillFinder
           .status = all_held && !observation.daemon_pids.empty() ? kDone : kFinding};
 }
 
+// Returns how many rows the line takes at most on a terminal that wraps it.
+std::size_t rowsOf(const std::string& line, std::size_t columns) {
+  if (columns == 0) return 1;
+  std::string plain;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    if (line[i] == '\x1b') {
+      i = line.find('m', i);  // a colour
+    } else {
+      plain += line[i];
+    }
+  }
+  return wrappedToWidth(plain, columns).size();
+}
+
 // Returns the text that draws a picture over the last one in a single write, to avoid flicker.
 // Erases each line before it is drawn, because erasing behind a line that fills the terminal would
-// erase its last character. Prevents scrolling: draws fewer lines than the terminal has, and turns
-// line wrapping off.
-std::string drawnOver(const std::string& picture, std::size_t rows) {
+// erase its last character. Prevents scrolling: draws fewer rows than the terminal has, and turns
+// line wrapping off except for lines that are too long, whose names would be cut.
+std::string drawnOver(const std::string& picture, const Terminal& terminal) {
+  const std::size_t rows = terminal.rows();
   std::string drawn = "\x1b[?7l\x1b[H";
-  std::size_t begin = 0;
-  for (std::size_t row = 1; begin < picture.size() && (rows == 0 || row < rows); ++row) {
+  std::size_t drawn_rows = 0;
+  for (std::size_t begin = 0; begin < picture.size();) {
     const std::size_t end = picture.find('\n', begin);
-    drawn += "\x1b[K" + picture.substr(begin, end - begin) + "\n";
+    const std::string line = picture.substr(begin, end - begin);
+    const std::size_t taken = rowsOf(line, terminal.columns());
+    drawn_rows += taken;
+    if (rows != 0 && drawn_rows >= rows) break;
+    drawn += taken > 1 ? "\x1b[J\x1b[?7h" + line + "\x1b[?7l\n" : "\x1b[K" + line + "\n";
     begin = end + 1;
   }
   return drawn + "\x1b[J\x1b[?7h";
@@ -205,7 +224,7 @@ ExitStatus status(const Session& session, const Options& options) {
   while (true) {
     const std::chrono::nanoseconds begin = terminal.now();
     const Picture picture = take(session, options, finder);
-    terminal.out(draws_over ? drawnOver(picture.text, terminal.rows()) : picture.text);
+    terminal.out(draws_over ? drawnOver(picture.text, terminal) : picture.text);
     if (!options.watches) return picture.status;
     // Waits at least 100 times as long as the look took, to use at most 1 % of the time.
     const auto taken =

@@ -229,6 +229,21 @@ TEST(StatusWatch, DrawsNoMoreLinesThanFit) {
                 "exit 1\n");
 }
 
+// The second line and the third are one line, which the terminal wraps.
+TEST(StatusWatch, WrapsNamesThatAreTooLong) {
+  ControlStory story;
+  story.writeTargets({{"a-name-of-30-characters-in-all", kLeftAlone}, {"b", kLeftAlone}});
+  story.columns = 40;
+  story.is_interrupted = [](int) { return true; };
+  const std::string begin =
+      "\x1b[2J\x1b[?7l\x1b[H\x1b[Kswitched on, the daemon does not run\n"
+      "\x1b[J\x1b[?7hnot running  a-name-of-30-characters-in-all\x1b[?7l\n";
+  const std::string end = "\x1b[J\x1b[?7hexit 1\n";
+  EXPECT_EQ(story.answer("status --watch"), begin + "\x1b[Knot running  b\n" + end);
+  story.rows = 4;
+  EXPECT_EQ(story.answer("status --watch"), begin + end);
+}
+
 // A pipe gets numbers, a terminal a bar, too.
 TEST(Status, ShowsMemoryAgainstTheLimit) {
   HeldStory story(kAlphaSettings, {.name = "alpha"});
