@@ -13,6 +13,7 @@ namespace vorlatch::control {
 namespace {
 
 constexpr std::size_t kLongestWord = 100;  // longer words get no suggestion
+constexpr std::size_t kShortestPart = 3;   // shorter parts of words are in too many
 
 bool isSameLetter(char a, char b) {
   return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
@@ -53,7 +54,11 @@ std::optional<std::string> nearest(std::string_view word, std::span<const std::s
     fewest = edits;
     best = candidate;
   }
-  return best;
+  if (best || word.size() < kShortestPart) return best;
+  const auto whole = std::find_if(words.begin(), words.end(), [word](const std::string& candidate) {
+    return containsIgnoringCase(candidate, word);
+  });
+  return whole != words.end() ? std::optional(*whole) : std::nullopt;
 }
 
 bool containsIgnoringCase(std::string_view text, std::string_view part) {

@@ -9,7 +9,8 @@
 namespace vorlatch::control {
 
 // Returns the word that needs the fewest edits of one character or swaps of two neighbours,
-// ignoring case; std::nullopt if that is more than a third of `word`'s length and more than one.
+// ignoring case. If that is more than a third of `word`'s length and more than one, returns the
+// first word that contains `word`, if it has three bytes or more, or std::nullopt.
 std::optional<std::string> nearest(std::string_view word, std::span<const std::string> words);
 
 // Returns true if the part occurs in the text, with ASCII letters of either case as equal. An empty

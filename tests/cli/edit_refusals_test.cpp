@@ -44,6 +44,7 @@ TEST(EditRefuses, WrongCommandsAndKeys) {
   const std::string longest(1000, 'N');
   const std::string no_key = "there is no key ";
   expectWrongUsage({{"set alpha NiceValu=5", no_key + "NiceValu; did you mean NiceValue?"},
+                    {"set alpha nice=5", no_key + "nice; did you mean NiceValue?"},
                     {"set alpha Zzz=1", no_key + "Zzz"},
                     {"set alpha " + longest + "=1", no_key + longest},
                     {"set alpha \x1b[31m=1", no_key + "^[[31m"},

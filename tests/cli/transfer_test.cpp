@@ -39,6 +39,7 @@ struct TransferStory : EditStory {
 TEST(Export, PrintsXml) {
   TransferStory story;
   EXPECT_EQ(story.edit("export"), xml(kPair));
+  EXPECT_EQ(story.edit("export -"), xml(kPair));
   writeAll(story.preferencesFile(), platform::writeBinaryPropertyList(kPair));
   EXPECT_EQ(story.edit("export"), xml(kPair));
   EXPECT_EQ(story.edit("export --json"), pretty(R"({"preferences": {"AppConfigs": {
@@ -111,14 +112,16 @@ TEST(Import, WarnsOfWhatCheckFinds) {
 AppConfigs / alpha / Nice: (none) -> 5
 AppConfigs / beta / Remark: β -> (none)
 )";
-  EXPECT_EQ(story.edit("import --no-apply " + file),
-            changes +
-                "err: vorlatchctl: warning: AppConfigs / alpha / Nice: is unknown to the daemon\n" +
-                writes(odd));
+  EXPECT_EQ(
+      story.edit("import --no-apply " + file),
+      changes +
+          "err: vorlatchctl: warning: AppConfigs / alpha / Nice: is unknown to the daemon; did you "
+          "mean NiceValue?\n" +
+          writes(odd));
   EXPECT_EQ(story.edit("import --json " + file), pretty(R"({
       "changes": [], "written": false, "applied": false, "warnings": [
         {"path": ["AppConfigs", "alpha", "Nice"], "code": "unknown-key",
-         "message": "is unknown to the daemon"}]})"));
+         "message": "is unknown to the daemon; did you mean NiceValue?"}]})"));
 }
 
 TEST(Import, RefusesWhatTheDaemonWouldNotRead) {
