@@ -9,7 +9,7 @@ namespace vorlatch::cli {
 namespace {
 
 struct Options {
-  std::optional<std::string> file;  // empty: the standard output
+  std::optional<std::string> file;  // empty or "-": the standard output
   bool replaces = false;
 };
 
@@ -27,7 +27,7 @@ void printLines(const Session& session, std::string_view xml) {
 
 ExitStatus exportTo(const Session& session, const Options& options) {
   const std::string xml = control::preferencesAsXml();
-  if (options.file) {
+  if (options.file && *options.file != "-") {
     control::writeUserFile(*options.file, xml, options.replaces);
     if (session.wants_json) {
       print(session, {{"file", *options.file}});
