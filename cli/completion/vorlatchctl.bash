@@ -60,7 +60,7 @@ _vorlatchctl() {
     word=${word:kept}
     [[ -z $word ]] || COMPREPLY+=("$(_vorlatchctl_quoted "$word" "$quote")")
   done < <(command "$program" __complete -- "${words[@]:1}" 2>/dev/null)
-  # Only the command check takes a file.
-  [[ " ${words[*]} " != *' check '* ]] || compopt -o default
+  # Only these commands take a file.
+  [[ ! " ${words[*]} " =~ ' '(check|import|export)' ' ]] || compopt -o default
 }
 complete -F _vorlatchctl vorlatchctl

@@ -28,6 +28,8 @@ set vor:\ it\'s\ r~Nice~-3      -> <set><vor: it's run><NiceValue=-3>
 set "cost of \"a\" \$b" Jet~m~  -> <set><cost of "a" $b><JetsamPriority=mail>
 check edit~                     -> <check><edited.plist>
 check --no-p~edit~              -> <check><--no-processes><edited.plist>
+import edit~                    -> <import><edited.plist>
+export --force edit~            -> <export><--force><edited.plist>
 status edit~                    -> <status><edit>
 CASES
 )
