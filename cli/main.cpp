@@ -30,7 +30,8 @@ int main(int argc, char** argv) {
   std::set_terminate(endForWantOfMemory);
   cli::Terminal terminal = cli::processTerminal();
   const int status = cli::runCommandLine({argv + (argc > 0 ? 1 : 0), argv + argc}, terminal);
-  if (cli::outputError() == 0 || status != vorlatch::control::kDone) return status;
+  // A finding that nobody could read is a failure, too.
+  if (cli::outputError() == 0 || status > vorlatch::control::kFinding) return status;
   terminal.err("vorlatchctl: standard output: " + vorlatch::control::reasonOf(cli::outputError()) +
                "\n");
   return vorlatch::control::kCouldNot;

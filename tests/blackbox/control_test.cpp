@@ -95,6 +95,23 @@ TEST_F(PrivilegedControl, PutsPreferencesBackWhenInterrupted) {
 }
 
 // The lock on the file is for all vorlatchctl at once.
+// A finding is exit status 1, unless nobody could read it.
+TEST(FullOutput, IsAFailureOfAFindingToo) {
+  const Installation installation;
+  tests::writeAll(installation.preferencesPath(), "damaged");
+  const std::string check = installation.path("usr/bin/vorlatchctl") + " check ";
+  const auto said = [&check](const std::string& redirected) {
+    const Launch launch{.arguments = {"-c", check + redirected + "; exit $?"},
+                        .gives_output = true};
+    return ChildProcess("/bin/sh", launch).output();
+  };
+  EXPECT_EQ(said(">/dev/null"), (Output{1, "", ""}));
+  EXPECT_EQ(said(">/dev/full"),
+            (Output{3, "",
+                    "vorlatchctl: standard output: No space left on device; make room on the "
+                    "disk\n"}));
+}
+
 TEST(ConcurrentEdits, LoseNothing) {
   Installation installation;
   plist::Dictionary all;
