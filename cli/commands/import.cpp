@@ -1,5 +1,8 @@
 // vorlatchctl import
+#include "base/files.h"
 #include "cli/edit_report.h"
+#include "config/property_list_guard.h"
+#include "control/guards.h"
 #include "control/transfer.h"
 
 namespace vorlatch::cli {
@@ -8,11 +11,20 @@ namespace {
 struct Options {
   std::string file;
   EditOptions edit;
+  bool forces = false;
 };
+
+// Refuses limits that would do harm, unless the preferences have them already.
+void refuseNewHarm(const std::string& path, const plist::Dictionary& imported) {
+  const auto bytes = readFileToPublish(path, kPropertyListBound.file_bytes);
+  const auto before = bytes ? control::dictionaryIn(*bytes) : std::nullopt;
+  control::refuseHarm(before.value_or(plist::Dictionary{}), imported);
+}
 
 ExitStatus importFrom(const Session& session, const Options& options) {
   const control::UserFile file = control::readUserFile(options.file);
-  const auto contents = [&file](const std::string& path) {
+  const auto contents = [&](const std::string& path) {
+    if (!options.forces) refuseNewHarm(path, file.preferences.dictionary);
     control::requireWhole(path, file.preferences);
     return control::writtenForm(path, file.preferences);
   };
@@ -33,6 +45,9 @@ Run prepare(Arguments& arguments) {
                 .value = &options->file,
                 .is_required = true}};
   addEditOptions(arguments, options->edit);
+  arguments.push_back({.name = "--force",
+                       .description = english("set a memory limit that would do harm, too"),
+                       .value = &options->forces});
   return [options](const Session& session) { return importFrom(session, *options); };
 }
 

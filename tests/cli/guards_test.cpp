@@ -49,6 +49,19 @@ TEST(Guards, RefuseLimitsThatDoHarm) {
                   .starts_with("AppConfigs / com.tencent.xin / MemLimitInactive: (none) -> 0\n"));
 }
 
+TEST(Guards, RefuseHarmfulLimitsInAnImport) {
+  Phone phone;
+  const std::string file = phone.rootPath("/limits.plist");
+  writeAll(file, xml(dictionary(R"({"AppConfigs": {"SpringBoard": {"MemLimitActive": 5}}})")));
+  EXPECT_EQ(phone.edit("import " + file),
+            "err: vorlatchctl: MemLimitActive of SpringBoard is refused: a limit can end it, and "
+            "without it there is no home screen; --force sets it\nexit 2\n");
+  const std::string changes = "AppConfigs / SpringBoard / MemLimitActive: (none) -> 5\n";
+  EXPECT_NE(phone.answer("import --force --no-apply " + file).find(changes), std::string::npos);
+  // What the preferences say already is not asked about again.
+  EXPECT_EQ(phone.answer("import --json " + file).find("error"), std::string::npos);
+}
+
 TEST(Guards, LeaveANewTargetsBandAlone) {
   Phone phone;
   EXPECT_EQ(
