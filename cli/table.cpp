@@ -59,6 +59,14 @@ std::vector<Table::Shown> Table::fitInto(std::size_t columns) const {
   return shown;
 }
 
+bool Table::fits(std::size_t columns) const {
+  std::size_t least = 0;  // without the columns that may be left out
+  for (const Shown& column : fitInto(0)) {
+    if (columns_[column.index].rank == 0) least += column.width + kGap;
+  }
+  return least <= columns + kGap;
+}
+
 std::string Table::text(const Terminal& terminal) const {
   const std::vector<Shown> shown = fitInto(terminal.columns());
   std::string all;

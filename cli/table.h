@@ -37,6 +37,9 @@ class Table {
   // a number or '-'.
   [[nodiscard]] std::string text(const Terminal& terminal) const;
 
+  // Returns true if no cell needs to be cut on a screen of so many columns.
+  [[nodiscard]] bool fits(std::size_t columns) const;
+
   // Returns a block per row: the first cell and the last one, which names it and its state, then
   // the other cells behind their headings, as many in a line as fit. Leaves out cells that are '-'.
   [[nodiscard]] std::string blocks(const Terminal& terminal) const;

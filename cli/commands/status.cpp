@@ -20,7 +20,7 @@ using control::LastKills;
 using control::TargetView;
 using control::Verdict;
 
-// A narrower terminal shows a block per target.
+// A narrower terminal shows a block per target, and so does one that would cut the table's cells.
 constexpr std::size_t kTableColumns = 100;
 
 struct Options {
@@ -172,8 +172,9 @@ Picture take(const Session& session, const Options& options, control::KillFinder
     if (views.empty()) {
       text += tr("no targets") + "\n";
     } else {
-      text += columns != 0 && columns < kTableColumns ? table.blocks(session.terminal)
-                                                      : table.text(session.terminal);
+      const bool is_narrow = columns < kTableColumns || !table.fits(columns);
+      text +=
+          columns != 0 && is_narrow ? table.blocks(session.terminal) : table.text(session.terminal);
     }
     text += samePidNotes(views);
   }

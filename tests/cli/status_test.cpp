@@ -276,6 +276,19 @@ TEST(Status, IsABlockPerTargetOnANarrowScreen) {
             "  DAEMON WROTE 101 n:-7 b:100\n");
 }
 
+// A table of 100 columns would cut the verdict.
+TEST(Status, IsNoTableThatWouldBeCut) {
+  HeldStory story;
+  story.writeTargets({{"alpha", kAlphaSettings}, {"a target of quite a long name", kLeftAlone}});
+  story.columns = 100;
+  EXPECT_TRUE(
+      story.answer("status").starts_with("switched on, the daemon runs as 100\n"
+                                         "not running  a target of quite a long name\n"
+                                         "held  alpha\n"));
+  story.columns = 200;
+  EXPECT_TRUE(story.answer("status").starts_with("switched on, the daemon runs as 100\nTARGET "));
+}
+
 TEST(Status, NamesTargetsThatAreOneProcess) {
   ControlStory story;
   const auto app = story.installApp("App.app", Dictionary{{"CFBundleIdentifier", "org.app"}});
