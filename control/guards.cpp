@@ -119,8 +119,8 @@ void refuseImpossibleTarget(const std::string& target) {
   if (target.empty() || !isValidUtf8(target) || target.find('\0') != target.npos) {
     failWrongUsage(tr("a target is a bundle identifier or a process name"));
   }
-  // Blanks of ASCII, without a break, and of full width.
-  for (const std::string_view blank : {" ", "\t", "\u00a0", "\u3000"}) {
+  // Blanks and line breaks of ASCII, blanks without a break, and those of full width.
+  for (const std::string_view blank : {" ", "\t", "\n", "\r", "\u00a0", "\u3000"}) {
     if (target.starts_with(blank) || target.ends_with(blank)) {
       failWrongUsage(tr("\"%s\" begins or ends with a blank; leave it out", target));
     }

@@ -83,6 +83,8 @@ TEST(Guards, RefuseImpossibleTargets) {
     EXPECT_EQ(refusal(target), "err: vorlatchctl: \"" + std::string(target) +
                                    "\" begins or ends with a blank; leave it out\nexit 2\n");
   }
+  EXPECT_EQ(refusal("kbd\n"),
+            "err: vorlatchctl: \"kbd^J\" begins or ends with a blank; leave it out\nexit 2\n");
   EXPECT_EQ(refusal("“kbd”"),
             "err: vorlatchctl: “kbd” has typographic quotes; leave them out, or type ' or \"\n"
             "exit 2\n");
