@@ -81,7 +81,8 @@ std::string readCopy(const std::string& path) {
   errno = 0;
   std::optional<std::string> bytes = readFileToPublish(path, kPropertyListBound.file_bytes);
   if (bytes) return *std::move(bytes);
-  failCouldNot(tr("%s: %s; nothing is changed", path, whyNotRead(errno)));
+  failCouldNot(tr("%s: %s; nothing is changed; vorlatchctl undo --list shows the others", path,
+                  whyNotRead(errno)));
 }
 
 }  // namespace

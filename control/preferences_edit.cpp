@@ -194,12 +194,16 @@ StoredPreferences readStoredPreferences(const std::string& path) {
   errno = 0;
   std::optional<std::string> bytes = readFileToPublish(path, kPropertyListBound.file_bytes);
   if (!bytes && errno == ENOENT) return {};
-  if (!bytes) failCouldNot(path + ": " + whyNotRead(errno));
+  if (!bytes && errno == 0) {
+    failCouldNot(tr("%s: %s; move it away, then run this again", path, whyNotRead(0)));
+  }
+  if (!bytes) failCouldNot(path + ": " + reasonOf(errno));
   std::optional<StoredPreferences> stored = storedPreferencesIn(*std::move(bytes));
   if (stored) return *std::move(stored);
   failCouldNot(
       tr("%s is no property list with a dictionary, and is left as it is; vorlatchctl check "
-         "says more, vorlatchctl preset --replace-file starts afresh",
+         "says more, vorlatchctl undo puts an earlier one back, vorlatchctl preset --replace-file "
+         "starts afresh",
          path));
 }
 

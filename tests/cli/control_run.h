@@ -68,6 +68,7 @@ Arguments wordsOf(const std::string& line);
 // The answer of a command that cannot read the preferences.
 inline constexpr const char* kNoPreferences =
     "err: vorlatchctl: {preferences} is no property list with a dictionary, and is left as it is; "
-    "vorlatchctl check says more, vorlatchctl preset --replace-file starts afresh\nexit 3\n";
+    "vorlatchctl check says more, vorlatchctl undo puts an earlier one back, vorlatchctl preset "
+    "--replace-file starts afresh\nexit 3\n";
 
 }  // namespace vorlatch::tests

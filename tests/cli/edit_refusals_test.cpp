@@ -129,7 +129,8 @@ void expectRefusals(EditStory& story, const std::string& answer, std::size_t cou
 }
 
 constexpr const char* kNoFile =
-    "err: vorlatchctl: {preferences}: a link, or no file of at most 512 kB\nexit 3\n";
+    "err: vorlatchctl: {preferences}: a link, or no file of at most 512 kB; move it away, then run "
+    "this again\nexit 3\n";
 
 constexpr const char* kNotKept =
     "err: vorlatchctl: {preferences} cannot be kept for vorlatchctl undo (a link, or no file of at "

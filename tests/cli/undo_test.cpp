@@ -125,7 +125,7 @@ TEST(UndoRefuses, WhatWasNotKept) {
   fs::create_symlink(secret, story.copyPath(1));
   EXPECT_EQ(story.answer("undo"),
             "err: vorlatchctl: {preferences}.undo.1: a link, or no file of at most 512 kB; nothing "
-            "is changed\nexit 3\n");
+            "is changed; vorlatchctl undo --list shows the others\nexit 3\n");
   EXPECT_EQ(story.bytes(), xml({{"Enabled", true}}));
 }
 
