@@ -108,6 +108,16 @@ TEST(Guards, WarnOfTargetsThatNothingBears) {
   }
 }
 
+TEST(Guards, WarnInJsonWithACode) {
+  Phone phone;
+  const std::vector<std::pair<std::string, std::string>> cases{{"nobody", "no-match"},
+                                                               {"WeChat", "same-process"}};
+  for (const auto& [target, code] : cases) {
+    const std::string json = phone.answer("set " + target + " NiceValue=1 --dry-run --json");
+    EXPECT_NE(json.find("\"code\": \"" + code + "\""), json.npos) << json;
+  }
+}
+
 TEST(Set, TakesUnitsCapitalsAndFullWidth) {
   Phone phone;
   const std::vector<std::pair<std::string, std::string>> cases{
