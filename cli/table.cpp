@@ -13,7 +13,8 @@ constexpr std::size_t kGap = 2;
 constexpr std::size_t kNarrowest = 4;
 
 std::string padding(std::size_t width, std::string_view shown) {
-  return std::string(width - std::min(width, displayWidth(shown)), ' ');
+  std::string blanks(width - std::min(width, displayWidth(shown)), ' ');
+  return blanks;
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <deque>
 #include <set>
 #include <utility>
@@ -58,13 +60,11 @@ std::deque<ExitLine> exitLines() {
 
 // The stamp has no year, so it may be of the year after or before the kill's, at New Year.
 bool isNear(const std::string& stamp, const Moment& moment) {
-  for (const std::int32_t years : {0, 1, -1}) {
+  constexpr std::array<std::int32_t, 3> kYears = {0, 1, -1};
+  return std::ranges::any_of(kYears, [&](std::int32_t years) {
     const auto seconds = localSecondsOf(stamp, yearOf(moment) + years);
-    if (!seconds) continue;
-    const std::int64_t distance = *seconds - moment.localSeconds();
-    if (distance >= -kLogDistanceSeconds && distance <= kLogDistanceSeconds) return true;
-  }
-  return false;
+    return seconds && std::abs(*seconds - moment.localSeconds()) <= kLogDistanceSeconds;
+  });
 }
 
 // Copies of a report, for example in a subfolder, have its name and its identifier.

@@ -44,7 +44,9 @@ std::optional<Dictionary> withNiceValue(Dictionary preferences) {
   auto* targets =
       preferences.try_emplace(keys::kAppConfigs, Dictionary{}).first->second.as<Dictionary>();
   if (targets == nullptr) return std::nullopt;
-  auto* settings = targets->try_emplace(kTarget, Dictionary{}).first->second.as<Dictionary>();
+  const Dictionary settings_of_new_target{{keys::kJetsamPriority, -1}};
+  auto* settings =
+      targets->try_emplace(kTarget, settings_of_new_target).first->second.as<Dictionary>();
   if (settings == nullptr) return std::nullopt;
   settings->insert_or_assign(keys::kNiceValue, -5);
   return preferences;

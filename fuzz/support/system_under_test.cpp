@@ -19,6 +19,7 @@
 #include "config/target_settings.h"
 #include "control/failure.h"
 #include "control/preferences_edit.h"
+#include "control/setting_text.h"
 #include "fuzz/support/scene.h"
 #include "log/log_file.h"
 #include "platform/property_list.h"
@@ -102,6 +103,16 @@ bool holdsPrefix(const Words& words, std::string_view prefix) {
                      [prefix](const std::string& word) { return word.starts_with(prefix); });
 }
 
+bool isAssignedIn(const Words& words, const std::string& key) {
+  return std::any_of(words.begin(), words.end(), [&key](const std::string& word) {
+    try {
+      return control::splitAssignment(word).key == key;
+    } catch (const control::Failure&) {
+      return false;
+    }
+  });
+}
+
 // The preferences in the file, without everything that the command may change.
 Dictionary unnamedIn(const Files::node_type& file, const Words& words) {
   Dictionary preferences;
@@ -109,6 +120,7 @@ Dictionary unnamedIn(const Files::node_type& file, const Words& words) {
   const std::string command = commandOf(words);
   if (holds({"enable", "disable", "release"}, command)) preferences.erase(keys::kEnabled);
   if (!holds({"set", "unset", "remove", "preset", "apply"}, command)) return preferences;
+  static const Dictionary kNewTarget{{keys::kJetsamPriority, -1}};  // beside what `set` names
   const auto place = preferences.try_emplace(keys::kAppConfigs, Dictionary{}).first;
   auto* const targets = place->second.as<Dictionary>();
   if (targets == nullptr) return preferences;
@@ -116,7 +128,7 @@ Dictionary unnamedIn(const Files::node_type& file, const Words& words) {
     auto* const settings = target.as<Dictionary>();
     if (settings == nullptr || !holds(words, name)) continue;
     std::erase_if(*settings, [&](const auto& setting) {
-      return command == "set"     ? holdsPrefix(words, setting.first + "=")
+      return command == "set"     ? isAssignedIn(words, setting.first)
              : command == "unset" ? holds(words, setting.first)
              : command == "apply" ? setting.first == keys::kApplyAgain
                                   : false;
@@ -125,7 +137,8 @@ Dictionary unnamedIn(const Files::node_type& file, const Words& words) {
   std::erase_if(*targets, [&](const auto& entry) {
     const auto& [name, target] = entry;
     if (command == "preset") return appConfigs(defaultPreset()).contains(name);
-    const bool may_be_new = command == "set" && target == Value(Dictionary{});
+    const bool may_be_new =
+        command == "set" && (target == Value(Dictionary{}) || target == Value(kNewTarget));
     return holds(words, name) && (command == "remove" || may_be_new);
   });
   return preferences;

@@ -44,9 +44,9 @@ inline const std::string kAlphaKilled =
 // The device's zone is that of the reports, and its clock shows 2026-03-04 05:06:07 in it. alpha is
 // held with the limits 1500 and 1000 MB and at band 100.
 struct KillsStory : HeldStory {
-  KillsStory() : HeldStory() {
+  KillsStory() {
     setenv("TZ", "UTC-8", 1);
-    device.stepWallClock(-8 * 3600);
+    device.stepWallClock(std::int64_t{-8} * 3600);
     device.crash_reports = rootPath("/CrashReporter");
     std::filesystem::create_directory(device.crash_reports);
   }
