@@ -25,13 +25,11 @@ struct VitalProcess {
   std::string_view name;
   const char* reason;
 };
-constexpr const char* kOfTheScreen = english("without it there is no home screen");
 constexpr const char* kOfTheKernel = english("the system restarts without it");
 constexpr const char* kOfApps = english("no app starts or stays alive without it");
 constexpr const char* kOfEverything = english("most other processes wait for it");
-constexpr std::array<VitalProcess, 14> kVitalProcesses = {{
-    {"SpringBoard", kOfTheScreen},
-    {"com.apple.springboard", kOfTheScreen},
+constexpr std::array<VitalProcess, 13> kVitalProcesses = {{
+    {"SpringBoard", english("without it there is no home screen")},
     {"backboardd", english("without it there is no touch and no picture")},
     {"launchd", kOfTheKernel},
     {"watchdogd", kOfTheKernel},
@@ -54,10 +52,19 @@ constexpr std::array<Limit, 2> kLimits = {
     {{keys::kMemLimitActive, &TargetSettings::active_limit_mb},
      {keys::kMemLimitInactive, &TargetSettings::inactive_limit_mb}}};
 
+// Returns true if the target is the process, by its name or its bundle identifier.
+bool isTargetOf(const Observation& observation, const std::string& target,
+                std::string_view process_name) {
+  return target == process_name ||
+         std::ranges::any_of(observation.processes, [&](const RunningProcess& process) {
+           return process.name == process_name && isIdentifiedBy(process, target);
+         });
+}
+
 void refuseLimit(const Observation& observation, const std::string& target, const char* key,
                  std::int32_t limit_mb) {
   for (const VitalProcess& vital : kVitalProcesses) {
-    if (target != vital.name) continue;
+    if (!isTargetOf(observation, target, vital.name)) continue;
     failWrongUsage(tr("%s of %s is refused: a limit can end it, and %s; --force sets it", key,
                       target, translated(vital.reason)));
   }

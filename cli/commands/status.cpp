@@ -8,6 +8,7 @@
 #include "cli/completion.h"
 #include "cli/table.h"
 #include "config/preferences.h"
+#include "control/check.h"
 #include "control/edits.h"
 #include "control/kills.h"
 #include "control/preferences_edit.h"
@@ -129,20 +130,21 @@ std::string headLine(const control::Observation& observation) {
                : tr("switched off, the daemon runs as %s", pid);
 }
 
-// Returns a line for each two targets that are one process: the daemon applies both to it.
-std::string samePidNotes(const std::vector<TargetView>& views) {
-  std::string notes;
+// Returns a finding for each target that is the process of one before it.
+std::vector<control::Finding> sharedProcesses(const std::vector<TargetView>& views) {
+  std::vector<control::Finding> findings;
   std::map<std::int32_t, const TargetView*> first_by_pid;
   for (const TargetView& view : views) {
     if (view.pid == 0) continue;
     const auto [other, is_first] = first_by_pid.emplace(view.pid, &view);
     if (is_first) continue;
-    notes +=
-        visible(tr("%s and %s are the same process: the daemon applies both, one after the other",
-                   other->second->key, view.key)) +
-        "\n";
+    findings.push_back(
+        {{keys::kAppConfigs, view.key},
+         "same-process",
+         tr("%s and %s are the same process: the daemon applies both, one after the other",
+            other->second->key, view.key)});
   }
-  return notes;
+  return findings;
 }
 
 struct Picture {
@@ -158,11 +160,13 @@ Picture take(const Session& session, const Options& options, control::KillFinder
     return view.pid == 0 || view.verdict == Verdict::Held;
   });
   const LastKills kills = control::lastKillsOfTargets(observation, finder);
+  const std::vector<control::Finding> findings = sharedProcesses(views);
   std::string text;
   if (session.wants_json) {
     Json json{{"enabled", observation.isSwitchedOn()},
               {"daemon_pids", observation.daemon_pids},
-              {"targets", Json::array()}};
+              {"targets", Json::array()},
+              {"findings", control::findingsJson(findings)}};
     for (const TargetView& view : views) json["targets"].push_back(jsonOfTarget(view, kills));
     text = options.watches ? streamed(json) : whole(json);
   } else {
@@ -176,7 +180,7 @@ Picture take(const Session& session, const Options& options, control::KillFinder
       text +=
           columns != 0 && is_narrow ? table.blocks(session.terminal) : table.text(session.terminal);
     }
-    text += samePidNotes(views);
+    for (const control::Finding& each : findings) text += visible(each.message) + "\n";
   }
   return {.text = std::move(text),
           .status = all_held && !observation.daemon_pids.empty() ? kDone : kFinding};

@@ -20,6 +20,9 @@ struct Phone : EditStory {
         {.name = "WeChat",
          .executable_path = app,
          .memory = {{.footprint_bytes = 812 * kMegabyte, .peak_bytes = 1020 * kMegabyte}}});
+    const auto touch =
+        installApp("backboardd.app", Dictionary{{"CFBundleIdentifier", "com.apple.backboardd"}});
+    device.launch({.name = "backboardd", .executable_path = touch});
     launchDaemon();
     writeTargets({{"com.tencent.xin", Dictionary{}}});
   }
@@ -35,7 +38,10 @@ TEST(Guards, RefuseLimitsThatDoHarm) {
        "MemLimitInactive of 4096 MB is refused: the device has 3925 MB; --force sets it"},
       {"set SpringBoard MemLimitActive=3000",
        "MemLimitActive of SpringBoard is refused: a limit can end it, and without it there is no "
-       "home screen; --force sets it"}};
+       "home screen; --force sets it"},
+      {"set com.apple.backboardd MemLimitActive=3000",
+       "MemLimitActive of com.apple.backboardd is refused: a limit can end it, and without it "
+       "there is no touch and no picture; --force sets it"}};
   for (const auto& [line, message] : cases) {
     EXPECT_EQ(phone.edit(line), "err: vorlatchctl: " + message + "\nexit 2\n") << line;
   }

@@ -170,7 +170,7 @@ TEST(Status, AsJson) {
     {"target": "beta", "verdict": "not-running", "verdict_text": "not running",
      "wanted": {"interval_s": 30, "band": 0, "active_limit_mb": 0, "inactive_limit_mb": 0,
                 "nice": 0, "strip_managed": null},
-     "daemon_wrote": null, "now": null, "last_kill": null}]})");
+     "daemon_wrote": null, "now": null, "last_kill": null}], "findings": []})");
   };
   EXPECT_EQ(story.answer("status --json"), json(R"("band": 100, "nice": -7,
       "active_limit_mb": 1500, "inactive_limit_mb": 1450, "managed": false)"));
@@ -299,6 +299,11 @@ TEST(Status, NamesTargetsThatAreOneProcess) {
                         "the other\n"),
             std::string::npos)
       << status;
+  EXPECT_TRUE(story.answer("status --json")
+                  .ends_with("      \"code\": \"same-process\",\n"
+                             "      \"message\": \"App and org.app are the same process: the "
+                             "daemon applies both, one after the other\"\n"
+                             "    }\n  ]\n}\nexit 1\n"));
 }
 
 }  // namespace
