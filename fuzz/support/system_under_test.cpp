@@ -120,7 +120,7 @@ Dictionary unnamedIn(const Files::node_type& file, const Words& words) {
   const std::string command = commandOf(words);
   if (holds({"enable", "disable", "release"}, command)) preferences.erase(keys::kEnabled);
   if (!holds({"set", "unset", "remove", "preset", "apply"}, command)) return preferences;
-  static const Dictionary kNewTarget{{keys::kJetsamPriority, -1}};  // beside what `set` names
+  static const Dictionary new_target{{keys::kJetsamPriority, -1}};  // beside what `set` names
   const auto place = preferences.try_emplace(keys::kAppConfigs, Dictionary{}).first;
   auto* const targets = place->second.as<Dictionary>();
   if (targets == nullptr) return preferences;
@@ -138,7 +138,7 @@ Dictionary unnamedIn(const Files::node_type& file, const Words& words) {
     const auto& [name, target] = entry;
     if (command == "preset") return appConfigs(defaultPreset()).contains(name);
     const bool may_be_new =
-        command == "set" && (target == Value(Dictionary{}) || target == Value(kNewTarget));
+        command == "set" && (target == Value(Dictionary{}) || target == Value(new_target));
     return holds(words, name) && (command == "remove" || may_be_new);
   });
   return preferences;
