@@ -92,6 +92,35 @@ std::optional<std::string> contentsOf(const Descriptor& file, const struct stat&
   return contents;
 }
 
+// Writes a temporary file beside `path`, which `prepare` gives its mode and owner, and renames it
+// to `path`. On failure returns false with errno and removes the temporary file.
+bool replaceFile(const std::string& path, std::string_view bytes,
+                 const std::function<bool(const Descriptor&)>& prepare,
+                 const std::function<bool()>& may_replace) {
+  std::string temporary = path + kTemporaryMark + "XXXXXX";
+  const Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
+  if (!file.isOpen()) return false;
+  bool written = prepare(file) && writeWhole(file, bytes);
+  if (written && may_replace && !may_replace()) {
+    errno = ESTALE;
+    written = false;
+  }
+  written = written && ::rename(temporary.c_str(), path.c_str()) == 0;
+  if (!written) {
+    const int error = errno;
+    ::unlink(temporary.c_str());
+    errno = error;
+  }
+  return written;
+}
+
+// Returns root if the directory cannot be looked at.
+uid_t ownerOfDirectoryOf(const std::string& path) {
+  struct stat status {};
+  const std::string directory = path.substr(0, path.rfind('/') + 1);
+  return ::stat(directory.c_str(), &status) == 0 ? status.st_uid : 0;
+}
+
 }  // namespace
 
 bool fileExists(const std::string& path) {
@@ -208,22 +237,30 @@ void removeTemporariesOf(const std::string& path) {
 
 bool writeFileAtomically(const std::string& path, std::string_view bytes,
                          const std::function<bool()>& may_replace) {
-  std::string temporary = path + kTemporaryMark + "XXXXXX";
-  const Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
-  if (!file.isOpen()) return false;
   // Sets the mode before the rename, so that readers are never locked out.
-  bool written = ::fchmod(file.get(), kEveryoneReadsAndWrites) == 0 && writeWhole(file, bytes);
-  if (written && may_replace && !may_replace()) {
-    errno = ESTALE;
-    written = false;
-  }
-  written = written && ::rename(temporary.c_str(), path.c_str()) == 0;
-  if (!written) {
-    const int error = errno;
-    ::unlink(temporary.c_str());
-    errno = error;
-  }
-  return written;
+  const auto publish = [](const Descriptor& file) {
+    return ::fchmod(file.get(), kEveryoneReadsAndWrites) == 0;
+  };
+  return replaceFile(path, bytes, publish, may_replace);
+}
+
+std::optional<std::string> readSecretFile(const std::string& path, std::size_t limit_bytes) {
+  struct stat status {};
+  const Descriptor file = openPlainFile(path, O_RDONLY, status);
+  if (!file.isOpen() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) return std::nullopt;
+  const bool is_own = status.st_uid == ::geteuid();
+  const bool is_of_directory = ::geteuid() == 0 && status.st_uid == ownerOfDirectoryOf(path);
+  if (!is_own && !is_of_directory) return std::nullopt;
+  return contentsOf(file, status, limit_bytes);
+}
+
+bool writeSecretFile(const std::string& path, std::string_view bytes) {
+  // The temporary file has mode 0600 from its beginning.
+  const auto hand_over = [&path](const Descriptor& file) {
+    const uid_t owner = ownerOfDirectoryOf(path);
+    return ::geteuid() != 0 || ::fchown(file.get(), owner, static_cast<gid_t>(-1)) == 0;
+  };
+  return replaceFile(path, bytes, hand_over, nullptr);
 }
 
 }  // namespace vorlatch

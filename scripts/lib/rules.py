@@ -13,7 +13,7 @@ from collections.abc import Iterator
 
 LINES_MAX = 400
 # The folders of installed code. The build enforces which of them may include which.
-PRODUCT = "base|platform|rootprefix|log|config|kernel|proc|reconcile|daemon|control|cli"
+PRODUCT = "base|platform|rootprefix|log|config|kernel|proc|reconcile|daemon|control|cli|web"
 # Excludes the folders of single platforms, and the header that may test for the compiler.
 PORTABLE = rf"(?!platform/(darwin|linux|model)/|base/thread_safety\.h$)({PRODUCT})/.*\.(cpp|h)"
 # Fuzzing inputs, and stub headers that follow the conventions of the headers they replace.

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/listening_socket.h"
 #include "platform/local_time.h"
 #include "platform/memory_use.h"
 #include "platform/memorystatus.h"
@@ -267,6 +268,14 @@ std::vector<std::string> applicationDirectories() {
 
 std::string globalPreferencesPath() {
   return Device::get().global_preferences;
+}
+
+std::vector<int> activatedSockets() {
+  return {};
+}
+
+bool startsServersOnDemand() {
+  return true;
 }
 
 const char* rootPrefixLibraryName() {

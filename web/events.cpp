@@ -1,0 +1,73 @@
+#include "web/events.h"
+
+#include <algorithm>
+
+#include "control/access_key.h"
+#include "web/commands.h"
+
+namespace vorlatch::web {
+namespace {
+
+// Returns the status as an event; the reason as another one if there is none. The browser itself
+// calls a broken connection "error".
+std::string takeEvent(control::Language language) {
+  const CommandResult result = runCommand({"status"}, language);
+  if (result.output == "null") return "event: failure\ndata: " + result.error + "\n\n";
+  return "event: status\ndata: " + result.output + "\n\n";
+}
+
+void sendTo(const std::vector<Listener*>& listeners, const EventText& event) {
+  // A listener that cannot be reached removes itself.
+  const std::vector<Listener*> all = listeners;
+  for (Listener* const listener : all) listener->send(event);
+}
+
+}  // namespace
+
+void Events::add(control::Language language, Listener& listener) {
+  if (channels_.empty()) key_ = control::storedAccessKey();
+  Channel& channel = channels_[language];
+  if (!channel.last) channel.last = std::make_shared<const std::string>(takeEvent(language));
+  channel.listeners.push_back(&listener);
+  listener.send(channel.last);
+}
+
+void Events::remove(const Listener& listener) {
+  for (auto channel = channels_.begin(); channel != channels_.end();) {
+    std::erase(channel->second.listeners, &listener);
+    channel = channel->second.listeners.empty() ? channels_.erase(channel) : std::next(channel);
+  }
+}
+
+void Events::look() {
+  if (control::storedAccessKey() != key_) return dismissAll();
+  std::vector<control::Language> languages;
+  for (const auto& [language, channel] : channels_) languages.push_back(language);
+  for (const control::Language language : languages) {
+    const auto channel = channels_.find(language);
+    if (channel == channels_.end()) continue;
+    std::string event = takeEvent(language);
+    if (event == *channel->second.last) continue;
+    channel->second.last = std::make_shared<const std::string>(std::move(event));
+    sendTo(channel->second.listeners, channel->second.last);
+  }
+}
+
+void Events::sendComment() {
+  static const EventText& comment = *new EventText(std::make_shared<const std::string>(":\n\n"));
+  std::vector<Listener*> all;
+  for (const auto& [language, channel] : channels_) {
+    all.insert(all.end(), channel.listeners.begin(), channel.listeners.end());
+  }
+  sendTo(all, comment);
+}
+
+void Events::dismissAll() {
+  std::vector<Listener*> all;
+  for (const auto& [language, channel] : channels_) {
+    all.insert(all.end(), channel.listeners.begin(), channel.listeners.end());
+  }
+  for (Listener* const listener : all) listener->dismiss();
+}
+
+}  // namespace vorlatch::web

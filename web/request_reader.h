@@ -1,0 +1,41 @@
+// Reads requests from the bytes of a connection, within bounds.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string_view>
+#include <variant>
+
+#include "web/request.h"
+
+namespace vorlatch::web {
+
+inline constexpr std::size_t kHeaderBytesMax = 8 * 1024;
+inline constexpr std::size_t kBodyBytesMax = 16 * 1024;
+
+// More bytes are needed.
+struct Incomplete {};
+// The bytes are no request that the server takes; nothing behind them can be read.
+struct BadRequest {
+  int status;  // of HTTP: 400, 413 or 431
+};
+using Reading = std::variant<Incomplete, Request, BadRequest>;
+
+class RequestReader {
+ public:
+  RequestReader();
+  RequestReader(const RequestReader&) = delete;
+  RequestReader& operator=(const RequestReader&) = delete;
+  ~RequestReader();
+
+  // Adds bytes of the connection, and returns the next request if it is complete.
+  Reading take(std::string_view bytes);
+  // Returns true if bytes of an unfinished request are there.
+  [[nodiscard]] bool hasBegun() const;
+
+ private:
+  struct State;
+  const std::unique_ptr<State> state_;
+};
+
+}  // namespace vorlatch::web
