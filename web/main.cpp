@@ -1,5 +1,5 @@
 // vorlatchweb: serves the page on this machine. Takes the sockets that the service manager listens
-// on, or binds 127.0.0.1 at the port that is its argument.
+// on, or binds 127.0.0.1 at the port that is its argument. With port 0, prints the one that it got.
 #include <unistd.h>
 
 #include <cerrno>
@@ -65,8 +65,10 @@ int serveAt(std::uint16_t port) {
     return complain("port " + std::to_string(port) + ": " + control::reasonOf(errno),
                     control::kCouldNot);
   }
-  std::printf("http://127.0.0.1:%d/\n", int{*loopbackPort(socket)});
-  std::fflush(stdout);
+  if (port == 0) {
+    std::printf("%d\n", int{*loopbackPort(socket)});
+    std::fflush(stdout);
+  }
   return serve({socket}, {});
 }
 

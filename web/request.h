@@ -7,9 +7,9 @@
 namespace vorlatch::web {
 
 struct Request {
-  std::string method;
-  std::string path;   // up to the question mark
-  std::string query;  // behind the question mark
+  std::string method = {};
+  std::string path = {};   // up to the question mark
+  std::string query = {};  // behind the question mark
   // Every value of a header that guards the server, because a second one could contradict the
   // first.
   std::vector<std::string> hosts = {};

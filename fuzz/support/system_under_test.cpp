@@ -17,6 +17,7 @@
 #include "config/property_list_file.h"
 #include "config/status_file.h"
 #include "config/target_settings.h"
+#include "control/access_key.h"
 #include "control/failure.h"
 #include "control/preferences_edit.h"
 #include "control/setting_text.h"
@@ -262,7 +263,9 @@ Files SystemUnderTest::files() const {
   for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
     const std::string name = entry.path().filename();
     const bool is_kept = name.starts_with(kKeptFiles) || name.starts_with(kProfileFiles);
-    if (name == kStatusFileName || name == kLogFileName || is_kept) continue;
+    const bool is_own = name == kStatusFileName || name == kLogFileName ||
+                        name == control::kAccessKeyFileName;
+    if (is_own || is_kept) continue;
     files.emplace(name, tests::readAll(entry.path()));
   }
   return files;
