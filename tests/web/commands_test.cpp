@@ -134,9 +134,8 @@ TEST(PageCommands, ExcludeAllOthers) {
 TEST(PageCommands, GiveTheOutputInOneLine) {
   ControlStory story;
   story.writeTargets({{"alpha", Dictionary{{"NiceValue", 5}}}});
-  EXPECT_EQ(
-      resultOf("list"),
-      R"(0 {"schema": 1,"targets": [{"target": "alpha","settings": {"NiceValue": 5}}]} null)");
+  EXPECT_EQ(resultOf("list"),
+            R"(0 {"schema": 1,"enabled": true,"targets": {"alpha": {"NiceValue": 5}}} null)");
   const std::string status = web::runCommand({"status"}, Language::English).output;
   EXPECT_EQ(PrintedJson::parse(status), PrintedJson::parse(story.run({"status", "--json"}).out));
   EXPECT_EQ(status.find('\n'), status.npos);
@@ -176,8 +175,8 @@ TEST(PageCommands, EditWithTheGuards) {
   EXPECT_NE(story.bytes().find("<key>kbd</key>"), std::string::npos);
   const std::string before = story.bytes();
   const web::CommandResult harm =
-      web::runCommand({"set", "kbd", "MemLimitActive=1"}, Language::English);
-  const Output refusal = story.run({"set", "kbd", "MemLimitActive=1", "--json"});
+      web::runCommand({"set", "SpringBoard", "MemLimitActive=3000"}, Language::English);
+  const Output refusal = story.run({"set", "SpringBoard", "MemLimitActive=3000", "--json"});
   EXPECT_EQ(harm.status, refusal.status);
   EXPECT_NE(harm.status, 0);
   EXPECT_EQ(PrintedJson::parse(harm.error), PrintedJson::parse(refusal.err)["error"]);

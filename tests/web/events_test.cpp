@@ -71,7 +71,7 @@ TEST(Events, SpeakEachPagesLanguage) {
   story.events.add(Language::English, story.first);
   story.events.add(Language::Chinese, story.second);
   EXPECT_TRUE(isStatusWith(story.first.take(), "\"verdict_text\": \"not running\""));
-  EXPECT_TRUE(isStatusWith(story.second.take(), "\"verdict_text\": \"未运行\""));
+  EXPECT_TRUE(isStatusWith(story.second.take(), "\"verdict_text\": \"没有运行\""));
 }
 
 TEST(Events, StopForAPageThatHasGone) {

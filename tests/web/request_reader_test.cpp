@@ -83,7 +83,7 @@ TEST(RequestReader, ReadsChunkedBodies) {
   EXPECT_EQ(read(post(chunked, "2\r\nbo\r\n")), "incomplete");
   EXPECT_EQ(read(post(chunked, "x\r\n")), "400");
   EXPECT_EQ(read(post(chunked, "-2\r\nbo\r\n")), "400");
-  EXPECT_EQ(read(post(chunked, "2\r\nboo\r\n")), "400");
+  EXPECT_EQ(read(post(chunked, "2\r\nbooo\r\n0\r\n\r\n")), "400");
   EXPECT_EQ(read(post(chunked, "ffffffffffffffff\r\n")), "413");
   EXPECT_EQ(read(post(chunked, "fffffffffffffffff\r\n")), "400");
   EXPECT_EQ(read(post(chunked, "5000\r\n")), "413");

@@ -163,7 +163,8 @@ TEST(Routes, RunCommandsWithTheKeyAlone) {
   RoutesStory story;
   const std::string list = R"({"words": ["list"], "lang": "en"})";
   EXPECT_EQ(story.command(list),
-            "200 {\"status\":0,\"output\":{\"schema\": 1,\"targets\": []},\"error\":null}\n");
+            "200 {\"status\":0,\"output\":{\"schema\": 1,\"enabled\": true,\"targets\": "
+            "{}},\"error\":null}\n");
   Request request = story.post("/api/command", list);
   request.cookies = {"vorlatch=0123456789abcdef0123456789abcdef"};
   const std::string refused =
