@@ -35,7 +35,7 @@ TEST(Completion, OfCommandsOptionsAndNames) {
       "status,list,show,kills,set,unset,remove,enable,disable,preset,undo,export,import,profile,"
       "apply,"
       "release,plan,match,ps,check,"
-      "log,bands,doctor,help";
+      "log,bands,doctor,web,help";
   shell.expectOffers({{"", all},
                       {"--json ", all},
                       {"re", "remove,release"},
