@@ -35,6 +35,7 @@ Installation::Installation() : files_(path("var/mobile/Library/Preferences")) {
   const std::pair<const char*, const char*> installed[] = {
       {VORLATCH_DAEMON, kDaemon},
       {VORLATCH_CONTROL, kControl},
+      {VORLATCH_WEB, "usr/libexec/vorlatchweb"},
       {VORLATCH_LIBROOT, "usr/lib/libroot.so"}};
   for (const auto& [built, place] : installed) {
     fs::create_directories(fs::path(path(place)).parent_path());

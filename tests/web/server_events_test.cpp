@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/web/raw_client.h"
+#include "tests/web/server_process.h"
 
 namespace vorlatch::tests {
 namespace {
