@@ -135,6 +135,11 @@ ENTER
   chmod +x "$enter"
 }
 
+# Prints the address of the page, and serves it.
+servePage() {
+  setpriv --pdeathsig KILL "$jbroot/usr/bin/vorlatchctl" web </dev/null 8>&- &
+}
+
 stayInView() {
   writeEnter
   startDaemon
@@ -151,6 +156,8 @@ stayInView() {
   say "  vorlatchctl disable"
   say "  vorlatchctl --help"
   sayWhatIsRefused
+  say "The page that does all this in a browser:"
+  servePage
   say
   wait "$daemon_pid" || true
   die "the daemon has ended"
