@@ -8,12 +8,12 @@
 namespace vorlatch::web {
 namespace {
 
-// Returns the status as an event; the reason as another one if there is none. The browser itself
-// calls a broken connection "error".
+// Returns the status as an event, or the reason why there is none.
 std::string takeEvent(control::Language language) {
   const CommandResult result = runCommand({"status"}, language);
-  if (result.output == "null") return "event: failure\ndata: " + result.error + "\n\n";
-  return "event: status\ndata: " + result.output + "\n\n";
+  const std::string data =
+      result.output != "null" ? result.output : "{\"error\":" + result.error + "}";
+  return "event: status\ndata: " + data + "\n\n";
 }
 
 void sendTo(const std::vector<Listener*>& listeners, const EventText& event) {

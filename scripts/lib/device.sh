@@ -4,7 +4,7 @@
 # Packages that a device build needs.
 # shellcheck disable=SC2034 # for the scripts
 device_packages=(dpkg cmake ninja-build clang-19 lld-19 llvm-19 libc++-19-dev
-  libboost1.81-dev nlohmann-json3-dev lowdown gettext)
+  libboost1.81-dev libjs-chart.js nlohmann-json3-dev lowdown gettext)
 
 device=$root/build/device
 # The build folder of the programs; a build with Apple's SDK uses another one.

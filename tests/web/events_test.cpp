@@ -108,7 +108,8 @@ TEST(Events, TellWhyThereIsNoStatus) {
   story.events.add(Language::English, story.first);
   const Lines seen = story.first.take();
   ASSERT_EQ(seen.size(), 1U);
-  EXPECT_TRUE(seen[0].starts_with("event: failure\ndata: {\"code\":\"failed\",\"message\":\""))
+  EXPECT_TRUE(seen[0].starts_with(R"(event: status
+data: {"error":{"code":"failed","message":")"))
       << seen[0];
   story.writeTargets({});
   story.events.look();
