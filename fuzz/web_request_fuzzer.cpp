@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "config/property_list_file.h"
 #include "fuzz/support/fuzzer.h"
 #include "fuzz/support/scene.h"
 #include "fuzz/support/system_under_test.h"

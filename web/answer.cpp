@@ -33,6 +33,8 @@ const char* phraseOf(int status) {
       return "Not Found";
     case 405:
       return "Method Not Allowed";
+    case 411:
+      return "Length Required";
     case 413:
       return "Content Too Large";
     case 429:

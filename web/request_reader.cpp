@@ -13,7 +13,8 @@ namespace http = boost::beast::http;
 constexpr int kBadRequest = 400;
 constexpr int kTooLarge = 413;
 constexpr int kHeaderTooLarge = 431;
-// Of a request that is not yet read. A chunk's size is one line, for which the parser has no bound.
+constexpr int kLengthRequired = 411;
+// Of a request that is not yet read.
 constexpr std::size_t kUnreadBytesMax = kHeaderBytesMax + kBodyBytesMax;
 
 using Parser = http::request_parser<http::string_body>;
@@ -47,9 +48,9 @@ Request requestOf(const Parser::value_type& message) {
           .keeps_connection = message.keep_alive()};
 }
 
-BadRequest badRequest(const boost::system::error_code& error) {
-  if (error == http::error::header_limit) return {kHeaderTooLarge};
-  return {error == http::error::body_limit ? kTooLarge : kBadRequest};
+int statusOf(const boost::system::error_code& error) {
+  if (error == http::error::header_limit) return kHeaderTooLarge;
+  return error == http::error::body_limit ? kTooLarge : kBadRequest;
 }
 
 }  // namespace
@@ -63,7 +64,6 @@ struct RequestReader::State {
     parser.emplace();
     parser->header_limit(kHeaderBytesMax);
     parser->body_limit(kBodyBytesMax);
-    parser->eager(true);
   }
 };
 
@@ -82,16 +82,21 @@ Reading RequestReader::take(std::string_view bytes) {
   while (!unread.empty() && !parser.is_done() && !error) {
     const std::size_t read = parser.put(boost::asio::buffer(unread), error);
     unread.erase(0, read);
+    // No browser sends chunks, and Beast 1.81 stops the program in debug builds if the last chunk
+    // comes in pieces.
+    if (parser.is_header_done() && parser.chunked()) return refuse(kLengthRequired);
   }
   if (error == http::error::need_more && unread.size() <= kUnreadBytesMax) error = {};
-  if (error) {
-    state_->has_failed = true;
-    return badRequest(error);
-  }
+  if (error) return refuse(statusOf(error));
   if (!parser.is_done()) return Incomplete{};
   Request request = requestOf(parser.get());
   state_->startNext();
   return request;
+}
+
+BadRequest RequestReader::refuse(int status) {
+  state_->has_failed = true;
+  return {status};
 }
 
 bool RequestReader::hasBegun() const {

@@ -17,7 +17,7 @@ inline constexpr std::size_t kBodyBytesMax = 16 * 1024;
 struct Incomplete {};
 // The bytes are no request that the server takes; nothing behind them can be read.
 struct BadRequest {
-  int status;  // of HTTP: 400, 413 or 431
+  int status;  // of HTTP: 400, 411, 413 or 431
 };
 using Reading = std::variant<Incomplete, Request, BadRequest>;
 
@@ -34,6 +34,8 @@ class RequestReader {
   [[nodiscard]] bool hasBegun() const;
 
  private:
+  BadRequest refuse(int status);
+
   struct State;
   const std::unique_ptr<State> state_;
 };

@@ -77,20 +77,19 @@ TEST(RequestReader, KeepsTheNextRequest) {
   EXPECT_EQ(textOf(reader.take(" HTTP/1.1\r\nConnection: close\r\n\r\n")), "GET /z? {}  close");
 }
 
-TEST(RequestReader, ReadsChunkedBodies) {
+// A body has a length.
+TEST(RequestReader, RefusesChunkedBodies) {
   const std::string chunked = "Transfer-Encoding: chunked\r\n";
-  EXPECT_EQ(read(post(chunked, "2\r\nbo\r\n2;x=y\r\ndy\r\n0\r\n\r\n")), kWholeText);
-  EXPECT_EQ(read(post(chunked, "2\r\nbo\r\n")), "incomplete");
-  EXPECT_EQ(read(post(chunked, "x\r\n")), "400");
-  EXPECT_EQ(read(post(chunked, "-2\r\nbo\r\n")), "400");
-  EXPECT_EQ(read(post(chunked, "2\r\nbooo\r\n0\r\n\r\n")), "400");
-  EXPECT_EQ(read(post(chunked, "ffffffffffffffff\r\n")), "413");
-  EXPECT_EQ(read(post(chunked, "fffffffffffffffff\r\n")), "400");
-  EXPECT_EQ(read(post(chunked, "5000\r\n")), "413");
-  std::string many;
-  for (std::size_t i = 0; i <= web::kBodyBytesMax; ++i) many += "1\r\nx\r\n";
-  EXPECT_EQ(read(post(chunked, many)), "413");
-  EXPECT_EQ(read(post(chunked, "1;" + std::string(100'000, 'x'))), "400");
+  for (const char* body : {"", "0\r\n\r\n", "2\r\nbo\r\n2;x=y\r\ndy\r\n0\r\n\r\n", "x\r\n"}) {
+    EXPECT_EQ(read(post(chunked, body)), "411") << body;
+  }
+  RequestReader reader;
+  std::string answer = "incomplete";
+  for (const char& byte : post(chunked, "0\r\n\r\n")) {
+    const std::string next = textOf(reader.take({&byte, 1}));
+    if (answer == "incomplete") answer = next;
+  }
+  EXPECT_EQ(answer, "411");
 }
 
 TEST(RequestReader, RefusesContradictoryLengths) {

@@ -96,7 +96,7 @@ TEST(Server, RefusesWhatItCannotRead) {
       {begin + "Content-Length: 2\r\nContent-Length: 3\r\n\r\n{} ", "400 Bad Request"},
       {begin + "Content-Length: 2\r\nTransfer-Encoding: chunked\r\n\r\n{}", "400 Bad Request"},
       {begin + "Content-Length: 99999999\r\n\r\n", "413 Content Too Large"},
-      {begin + "Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n0\r\n\r\n", "400 Bad Request"},
+      {begin + "Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n0\r\n\r\n", "411 Length Required"},
       {"GET /" + std::string(10'000, '.') + " HTTP/1.1\r\n\r\n",
        "431 Request Header Fields Too Large"},
       {"GET / HTTP/1.1\r\n\r\n", "403 Forbidden"},
