@@ -21,7 +21,12 @@ from check_signature import lief
 PACKAGE = "com.zel.vorlatch"
 HERE = pathlib.Path(__file__).resolve().parent
 
-PROGRAMS = {"usr/libexec/vorlatchd": 200_000, "usr/bin/vorlatchctl": 1_000_000}  # bytes, at most
+# The most bytes of each program.
+PROGRAMS = {
+    "usr/libexec/vorlatchd": 200_000,
+    "usr/bin/vorlatchctl": 1_000_000,
+    "usr/libexec/vorlatchweb": 1_000_000,
+}
 LAUNCH_DAEMON = f"Library/LaunchDaemons/{PACKAGE}.plist"
 DOCUMENTS = ("device.md", "device.zh-CN.md", "log.md", "preferences.md", "vorlatchctl.md", "vorlatchctl.zh-CN.md")
 OTHER_FILES = (

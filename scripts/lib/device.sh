@@ -54,7 +54,7 @@ configurePrograms() {
     die "the device build cannot be configured"
 }
 
-# buildPrograms SDK: builds the targets, by default the unsigned vorlatchd and vorlatchctl, in $programs.
+# buildPrograms SDK: builds the targets, by default the unsigned programs, in $programs.
 buildPrograms() {
   note "building for the device"
   configurePrograms "$1"
@@ -80,7 +80,7 @@ layOutPackage() {
   rm -rf "$1"
   quietly "$programs.log" cmake --install "$programs" --prefix "$jb" --strip ||
     die "the package's files cannot be laid out"
-  python3 "$root/packaging/sign.py" "$jb"/usr/libexec/vorlatchd "$jb"/usr/bin/vorlatchctl ||
+  python3 "$root/packaging/sign.py" "$jb"/usr/libexec/vorlatch{d,web} "$jb"/usr/bin/vorlatchctl ||
     die "the programs cannot be signed"
 }
 

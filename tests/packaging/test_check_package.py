@@ -42,6 +42,7 @@ class Packages(unittest.TestCase):
         self.tree = self.folder / "tree"
         self.put(DAEMON, good_program(), 0o755)
         self.put("var/jb/usr/bin/vorlatchctl", good_program(), 0o755)
+        self.put("var/jb/usr/libexec/vorlatchweb", good_program(), 0o755)
         for path in check_package.OTHER_FILES:
             self.put(f"var/jb/{path}", plistlib.dumps(LAUNCH))
         for path, mode in check_package.CONTROL_FILES.items():
@@ -174,6 +175,7 @@ class Packages(unittest.TestCase):
     def test_an_import_that_no_program_has(self):
         fewer = signed(program(imports={**IMPORTS, LIB_CXX: []}), ENTITLEMENTS)
         self.put("var/jb/usr/bin/vorlatchctl", fewer, 0o755)
+        self.put("var/jb/usr/libexec/vorlatchweb", fewer, 0o755)
         self.assertEqual(self.findings_for(fewer), ["imports.txt: no program asks for __Znwm of libc++"])
 
 
