@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kAnyNumber = std::numeric_limits<std::size_t>::max();
 // Longer output is not kept. The longest are thousands of lines of the log.
-constexpr std::size_t kOutputBytesMax = 4 * 1024 * 1024;
+constexpr std::size_t kOutputBytesMax = std::size_t{4} << 20U;
 
 enum class Takes { Nothing, Text, SmallNumber };
 

@@ -16,12 +16,6 @@ std::string takeEvent(control::Language language) {
   return "event: status\ndata: " + data + "\n\n";
 }
 
-void sendTo(const std::vector<Listener*>& listeners, const EventText& event) {
-  // A listener that cannot be reached removes itself.
-  const std::vector<Listener*> all = listeners;
-  for (Listener* const listener : all) listener->send(event);
-}
-
 }  // namespace
 
 void Events::add(control::Language language, Listener& listener) {
@@ -41,25 +35,17 @@ void Events::remove(const Listener& listener) {
 
 void Events::look() {
   if (control::storedAccessKey() != key_) return dismissAll();
-  std::vector<control::Language> languages;
-  for (const auto& [language, channel] : channels_) languages.push_back(language);
-  for (const control::Language language : languages) {
-    const auto channel = channels_.find(language);
-    if (channel == channels_.end()) continue;
+  for (auto& [language, channel] : channels_) {
     std::string event = takeEvent(language);
-    if (event == *channel->second.last) continue;
-    channel->second.last = std::make_shared<const std::string>(std::move(event));
-    sendTo(channel->second.listeners, channel->second.last);
+    if (event == *channel.last) continue;
+    channel.last = std::make_shared<const std::string>(std::move(event));
+    channel.send(channel.last);
   }
 }
 
 void Events::sendComment() {
   static const EventText& comment = *new EventText(std::make_shared<const std::string>(":\n\n"));
-  std::vector<Listener*> all;
-  for (const auto& [language, channel] : channels_) {
-    all.insert(all.end(), channel.listeners.begin(), channel.listeners.end());
-  }
-  sendTo(all, comment);
+  for (const auto& [language, channel] : channels_) channel.send(comment);
 }
 
 void Events::dismissAll() {

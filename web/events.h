@@ -22,6 +22,7 @@ class Listener {
   Listener& operator=(const Listener&) = delete;
   virtual ~Listener() = default;
 
+  // Removes no listener before it returns.
   virtual void send(const EventText& event) = 0;
   // Ends the connection, because its key opens nothing any more.
   virtual void dismiss() = 0;
@@ -44,6 +45,10 @@ class Events {
   struct Channel {
     std::vector<Listener*> listeners;
     EventText last;
+
+    void send(const EventText& event) const {
+      for (Listener* const listener : listeners) listener->send(event);
+    }
   };
   void dismissAll();
 

@@ -10,8 +10,8 @@
 
 namespace vorlatch::web {
 
-inline constexpr std::size_t kHeaderBytesMax = 8 * 1024;
-inline constexpr std::size_t kBodyBytesMax = 16 * 1024;
+inline constexpr std::size_t kHeaderBytesMax = std::size_t{8} << 10U;
+inline constexpr std::size_t kBodyBytesMax = std::size_t{16} << 10U;
 
 // More bytes are needed.
 struct Incomplete {};

@@ -1,5 +1,6 @@
 #include "web/server.h"
 
+#include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <list>
 
@@ -90,14 +91,13 @@ class Server::State final : public ConnectionOwner {
   // Ends the oldest connection, and rather one without events: nobody can keep the page out by
   // holding all connections.
   void dropOne() {
-    for (const auto& connection : connections_) {
-      if (!connection->isListening()) return close(connection);
-    }
-    close(connections_.front());
+    const auto dropped = std::find_if(connections_.begin(), connections_.end(),
+                                      [](const auto& each) { return !each->isListening(); });
+    // Outlives the close, which removes it from the list.
+    const std::shared_ptr<Connection> kept =
+        dropped != connections_.end() ? *dropped : connections_.front();
+    kept->close();
   }
-
-  // Keeps the connection until it is closed, because closing removes it from the list.
-  static void close(std::shared_ptr<Connection> connection) { connection->close(); }
 
   void awaitLook() {
     look_timer_.async_wait([this](const error_code& error) {
