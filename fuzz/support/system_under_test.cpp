@@ -263,8 +263,8 @@ Files SystemUnderTest::files() const {
   for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
     const std::string name = entry.path().filename();
     const bool is_kept = name.starts_with(kKeptFiles) || name.starts_with(kProfileFiles);
-    const bool is_own = name == kStatusFileName || name == kLogFileName ||
-                        name == control::kAccessKeyFileName;
+    const bool is_own =
+        name == kStatusFileName || name == kLogFileName || name == control::kAccessKeyFileName;
     if (is_own || is_kept) continue;
     files.emplace(name, tests::readAll(entry.path()));
   }
