@@ -1,0 +1,69 @@
+// Asks the server: log in, run a command, open the live events.
+import { language, t } from "./text.js";
+
+// Why the server gave no answer. `kind`: unreachable, no-key, too-many or refused.
+export class Failure extends Error {
+  constructor(kind, message) {
+    super(message);
+    this.kind = kind;
+  }
+}
+
+const kindOfStatus = { 401: "no-key", 403: "refused", 429: "too-many" };
+const patienceMs = 20000;
+
+async function post(path, value) {
+  const aborter = new AbortController();
+  const timer = setTimeout(() => aborter.abort(), patienceMs);
+  try {
+    return await fetch(path, {
+      method: "POST",
+      credentials: "same-origin",
+      headers: { "Content-Type": "application/json" },
+      body: JSON.stringify(value),
+      signal: aborter.signal,
+    });
+  } catch {
+    throw new Failure("unreachable", t("Vorlatch does not answer."));
+  } finally {
+    clearTimeout(timer);
+  }
+}
+
+async function failureOf(answer) {
+  let message = t("Vorlatch answered with the error %s.", answer.status);
+  try {
+    message = (await answer.json()).error.message;
+  } catch {
+    // The answer is not from Vorlatch, or was cut short: the status has to do.
+  }
+  return new Failure(kindOfStatus[answer.status] || "refused", message);
+}
+
+// Exchanges the key for a cookie that scripts cannot read.
+export async function logIn(key) {
+  const answer = await post("/api/login", { key });
+  if (!answer.ok) throw await failureOf(answer);
+}
+
+// Runs a command of vorlatchctl. Returns {status, output, error}; throws a Failure.
+export async function run(words) {
+  const answer = await post("/api/command", { words, lang: language() });
+  if (!answer.ok) throw await failureOf(answer);
+  try {
+    return await answer.json();
+  } catch {
+    throw new Failure("unreachable", t("The answer was cut short."));
+  }
+}
+
+// The output of a command that only looks; throws a Failure if it gives none.
+export async function look(words) {
+  const { output, error } = await run(words);
+  if (error || output === null) throw new Failure("refused", error ? error.message : t("There is no answer."));
+  return output;
+}
+
+export function openEvents() {
+  return new EventSource(`/api/events?lang=${language()}`);
+}

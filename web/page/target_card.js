@@ -1,0 +1,81 @@
+// A target's card on the first view: is it held, its memory as a curve, its band, its last kill.
+import { bandText } from "./bands.js";
+import { memoryCurve } from "./curve.js";
+import { element, replace, setText } from "./dom.js";
+import { samplesOf } from "./live.js";
+import { avatar, kindOf, limitBar } from "./pieces.js";
+import { targetAddress } from "./router.js";
+import { agoText, numberText, sizeText, t } from "./text.js";
+
+const reasons = {
+  overridden: "The system changed it since. A timer would hold it again.",
+  "not-applied-yet": "The daemon has not applied it yet.",
+  "stale-status": "The daemon's entry is of an earlier process.",
+  "not-running": "It is held as soon as it runs.",
+  "switched-off": "The daemon is switched off.",
+};
+
+// Why a target is not held, in words; null if it is.
+export function reasonText(verdict) {
+  return reasons[verdict] ? t(reasons[verdict]) : null;
+}
+
+function memoryText(now) {
+  if (!now) return "";
+  if (!now.memory) return t("hidden");
+  return sizeText(now.memory.used_bytes);
+}
+
+function limitText(now) {
+  if (!now || !now.memory || !now.memory.limit_mb) return "";
+  return t("of %s MB", numberText(now.memory.limit_mb));
+}
+
+function killText(kill) {
+  return kill ? t("Ended %s: %s", agoText(kill.time), kill.reason_text) : "";
+}
+
+// Returns {node, draw(target), remark(text)}.
+export function targetCard(name) {
+  const curve = memoryCurve();
+  const parts = {
+    title: element("strong", { class: "card-title" }), subtitle: element("span", { class: "card-subtitle" }),
+    mark: element("span", {}), memory: element("strong", {}), limit: element("span", { class: "hint" }),
+    band: element("span", { class: "hint" }), bar: element("span", { class: "bar-place" }),
+    reason: element("p", { class: "card-note" }), kill: element("p", { class: "card-note" }),
+  };
+  let remark = "";
+  const drawNames = (now) => {
+    const shown = now && now.name && now.name !== name ? now.name : name;
+    setText(parts.title, shown);
+    setText(parts.subtitle, [shown === name ? "" : name, remark].filter(Boolean).join(" · "));
+  };
+  let last = null;
+  const node = element("li", {}, element("a", { class: "card target-card", href: targetAddress(name) },
+    element("span", { class: "card-head" }, avatar(name),
+      element("span", { class: "card-names" }, parts.title, parts.subtitle), parts.mark),
+    element("span", { class: "card-figures" },
+      element("span", { class: "figure" }, parts.memory, parts.limit), curve.node, parts.band),
+    parts.bar, parts.reason, parts.kill));
+  return {
+    node,
+    draw(target) {
+      last = target.now;
+      drawNames(target.now);
+      setText(parts.mark, target.verdict_text);
+      parts.mark.className = `mark ${kindOf(target.verdict)}`;
+      setText(parts.memory, memoryText(target.now));
+      setText(parts.limit, limitText(target.now));
+      setText(parts.band, target.now ? t("band %s", bandText(target.now.band)) : "");
+      node.classList.toggle("without-figures", !target.now);
+      replace(parts.bar, limitBar(target.now && target.now.memory));
+      setText(parts.reason, reasonText(target.verdict) || "");
+      setText(parts.kill, killText(target.last_kill));
+      curve.draw(samplesOf(name));
+    },
+    remark(text) {
+      remark = typeof text === "string" ? text : "";
+      drawNames(last);
+    },
+  };
+}
