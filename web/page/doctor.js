@@ -54,7 +54,7 @@ function factNodes(doctor) {
 
 function helpNodes() {
   return section(t("For a bug report"), card(
-    element("p", {}, t("Everything that helps to find a fault, without the names of your apps, remarks and paths of your own.")),
+    element("p", {}, t("Everything that helps to find a fault, without the names of your apps and your remarks.")),
     element("div", { class: "buttons" }, button(t("Show the report"), openReport, "primary"),
       button(t("Show the settings"), openExport))));
 }

@@ -9,7 +9,7 @@ function setProperty(node, name, value) {
 }
 
 function fill(node, children) {
-  for (const child of children.flat()) {
+  for (const child of children.flat(Infinity)) {
     if (child !== null && child !== undefined && child !== false) node.append(child);
   }
   return node;

@@ -9,6 +9,8 @@ import { agoText, dayText, megabytesOf, numberText, sizeText, t, timeText } from
 
 const shownAtOnce = 30;
 const barsMax = 8;
+const dayMs = 86400000;
+const daysShown = 4;
 const verdictKinds = {
   held: "good", "held-to-the-last": "good", "band-of-system": "idle", "over-system-limit": "idle", unknown: "idle",
 };
@@ -31,20 +33,29 @@ export function killRow(kill) {
       kill.log_lines.map((line) => element("code", { class: "kill-log" }, line))));
 }
 
+// Whole days, from the day of the first kill to the end of today.
+function dayAxis(timesMs) {
+  const min = new Date(Math.min(Date.now(), ...timesMs)).setHours(0, 0, 0, 0);
+  const max = new Date().setHours(24, 0, 0, 0);
+  const days = Math.max(1, Math.round((max - min) / dayMs));
+  const ticks = {
+    stepSize: Math.ceil(days / daysShown) * dayMs,
+    callback: (value) => dayText(new Date(value)),
+  };
+  return axis({ type: "linear", grid: { display: false }, min, max, ticks });
+}
+
 function timeLineConfig(kills) {
   const spot = (kill) => ({ x: new Date(kill.time).getTime(), y: megabytesOf(kill.memory_bytes), kill });
   const known = kills.filter((kill) => kill.time && kill.memory_bytes !== null);
-  const set = (chosen, name) => ({ data: chosen.map(spot), backgroundColor: colour(name), pointRadius: 6, pointHoverRadius: 8 });
-  const day = 86400000;
+  const set = (chosen, name) => ({ data: chosen.map(spot), backgroundColor: colour(name), pointRadius: 6, pointHoverRadius: 8, clip: false });
   return {
     type: "scatter",
     data: { datasets: [set(known.filter((kill) => kill.target), "bad"), set(known.filter((kill) => !kill.target), "idle")] },
     options: {
       plugins: { tooltip: { callbacks: { label: ({ raw }) => `${raw.kill.process}, ${sizeText(raw.kill.memory_bytes)}` } } },
       scales: {
-        x: axis({ type: "linear", grid: { display: false }, max: Date.now(),
-          min: Math.min(Date.now() - day, ...known.map((kill) => new Date(kill.time).getTime() - day / 8)),
-          ticks: { maxTicksLimit: 5, callback: (value) => dayText(new Date(value)) } }),
+        x: dayAxis(known.map((kill) => new Date(kill.time).getTime())),
         y: axis({ beginAtZero: true, grace: "10%", ticks: { maxTicksLimit: 4, callback: (value) => `${numberText(value)} MB` } }),
       },
     },

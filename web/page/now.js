@@ -72,7 +72,7 @@ async function memoryNodes() {
     element("div", { class: "memory-bar", "aria-hidden": "true" }, memoryPart("used", used, memory.total_bytes),
       memoryPart("compressed", compressed, memory.total_bytes)),
     element("ul", { class: "legend" }, legend("used", t("in use"), used),
-      legend("compressed", t("compressed"), compressed), legend("free", t("free"), memory.free_bytes))];
+      compressed > 0 ? legend("compressed", t("compressed"), compressed) : null, legend("free", t("free"), memory.free_bytes))];
 }
 
 function addPreset() {

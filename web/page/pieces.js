@@ -105,9 +105,9 @@ function keyForm(retry) {
 
 const sentences = {
   "no-key": ["This browser does not have the key yet.",
-    "Open the address that “vorlatchctl web” prints, or paste it here. The home screen asks for it once more."],
+    "Paste the address that “vorlatchctl web” prints. The home screen asks for it once more."],
   unreachable: ["Vorlatch does not answer.",
-    "It starts by itself when this page asks. If this stays, run “vorlatchctl web” in a terminal, or install the package again."],
+    "It starts when this page asks. If this stays, install the package again."],
   "too-many": ["That was too much at once.", "Wait a few seconds, then try again."],
 };
 

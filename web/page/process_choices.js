@@ -30,13 +30,17 @@ function keepAlive(process) {
       bandText(band)) };
 }
 
+function limitWords(memory, limitMb) {
+  return memory ? t("The system ends it above %s MB, which is 1.5 times the most that it has used so far.", limitMb)
+    : t("The system ends it above %s MB. How much it uses now is unknown.", limitMb);
+}
+
 function limit(process) {
   const limitMb = suggestedLimitMb(process.memory);
   return { title: t("Limit %s", process.name),
     words: ["set", targetOf(process), `MemLimitActive=${limitMb}`, `MemLimitInactive=${limitMb}`],
     confirm: t("Set the limit"),
-    explain: t("The system ends it as soon as it uses more than %s MB, which is half more than it has used so far.",
-      numberText(limitMb)) };
+    explain: limitWords(process.memory, numberText(limitMb)) };
 }
 
 function lower(process) {

@@ -92,7 +92,7 @@ async function killNodes(name) {
 function applyAgain(name) {
   proposeEdit({
     title: t("Apply again"), words: ["apply", "--again", name], hasNoDryRun: true, confirm: t("Apply again"),
-    explain: t("The daemon applies all settings of this target once more. To see that they are new, it counts up the key ApplyAgain."),
+    explain: [t("The daemon applies all settings of this target once more."), t("Its counter ApplyAgain goes up by one.")],
   });
 }
 

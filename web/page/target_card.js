@@ -40,23 +40,24 @@ export function targetCard(name) {
   const curve = memoryCurve();
   const parts = {
     title: element("strong", { class: "card-title" }), subtitle: element("span", { class: "card-subtitle" }),
-    mark: element("span", {}), memory: element("strong", {}), limit: element("span", { class: "hint" }),
-    band: element("span", { class: "hint" }), bar: element("span", { class: "bar-place" }),
+    avatar: element("span", { class: "avatar-place" }), mark: element("span", {}), memory: element("strong", {}), limit: element("span", { class: "hint" }),
+    band: element("p", { class: "card-note" }), bar: element("span", { class: "bar-place" }),
     reason: element("p", { class: "card-note" }), kill: element("p", { class: "card-note" }),
   };
   let remark = "";
   const drawNames = (now) => {
     const shown = now && now.name && now.name !== name ? now.name : name;
+    if (parts.title.textContent !== shown) replace(parts.avatar, avatar(shown));
     setText(parts.title, shown);
     setText(parts.subtitle, [shown === name ? "" : name, remark].filter(Boolean).join(" · "));
   };
   let last = null;
   const node = element("li", {}, element("a", { class: "card target-card", href: targetAddress(name) },
-    element("span", { class: "card-head" }, avatar(name),
+    element("span", { class: "card-head" }, parts.avatar,
       element("span", { class: "card-names" }, parts.title, parts.subtitle), parts.mark),
     element("span", { class: "card-figures" },
-      element("span", { class: "figure" }, parts.memory, parts.limit), curve.node, parts.band),
-    parts.bar, parts.reason, parts.kill));
+      element("span", { class: "figure" }, parts.memory, parts.limit), curve.node),
+    parts.bar, parts.band, parts.reason, parts.kill));
   return {
     node,
     draw(target) {
@@ -66,7 +67,7 @@ export function targetCard(name) {
       parts.mark.className = `mark ${kindOf(target.verdict)}`;
       setText(parts.memory, memoryText(target.now));
       setText(parts.limit, limitText(target.now));
-      setText(parts.band, target.now ? t("band %s", bandText(target.now.band)) : "");
+      setText(parts.band, target.now ? t("Band %s", bandText(target.now.band)) : "");
       node.classList.toggle("without-figures", !target.now);
       replace(parts.bar, limitBar(target.now && target.now.memory));
       setText(parts.reason, reasonText(target.verdict) || "");
