@@ -22,7 +22,7 @@ export function killRow(kill) {
   const facts = [t("memory %s", sizeText(kill.memory_bytes)), t("at most %s", sizeText(kill.highest_bytes)),
     t("band %s", bandText(kill.band)), kill.states.join(", ")].filter(Boolean).join(" · ");
   const name = kill.process || t("unknown");
-  return element("li", { class: "kill" }, avatar(kill.target || name),
+  return element("li", { class: "kill" }, avatar(name),
     element("div", { class: "row-words" },
       element("span", { class: "kill-head" }, kill.target
         ? element("a", { href: targetAddress(kill.target), class: "kill-name" }, name) : element("strong", { class: "kill-name" }, name),
@@ -84,7 +84,7 @@ function barConfig(largest) {
       backgroundColor: largest.map((kill) => colour(kill.target ? "bad" : "idle")) }] },
     options: {
       indexAxis: "y", events: [],
-      scales: { x: axis({ beginAtZero: true, ticks: { maxTicksLimit: 4, callback: (value) => `${numberText(value)} MB` } }),
+      scales: { x: axis({ beginAtZero: true, ticks: { maxTicksLimit: 3, callback: (value) => `${numberText(value)} MB` } }),
         y: axis({ grid: { display: false }, ticks: { color: colour("text") } }) },
     },
   };

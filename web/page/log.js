@@ -32,7 +32,7 @@ function lineNode(line) {
   return element("li", { class: `log-line ${lineKind(line.code)}` },
     element("span", { class: "log-stamp" }, line.stamp.replace(/^\d\d-\d\d /, "")),
     line.category ? element("span", { class: `log-category category${colours[line.category] || 0}` }, line.category) : null,
-    element("span", { class: "log-text" }, line.text.trim()));
+    element("span", { class: "log-text" }, line.text.trim().replace(/->/g, "→")));
 }
 
 // Lines of the log, the oldest first; a new day begins with its date.

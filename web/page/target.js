@@ -24,13 +24,16 @@ function makeHead(name) {
   const state = element("span", { class: "head-state", role: "status" });
   const words = element("p", {});
   const bar = element("span", { class: "bar-place" });
-  const node = card(element("div", { class: "card-head" }, avatar(name),
+  const picture = element("span", {}, avatar(name));
+  const node = card(element("div", { class: "card-head" }, picture,
     element("span", { class: "card-names" }, heading, subtitle), state), words, bar);
   return {
     node,
     draw(target) {
       const now = target && target.now;
-      setText(heading, (now && now.name) || name);
+      const shown = (now && now.name) || name;
+      if (heading.textContent !== shown) replace(picture, avatar(shown));
+      setText(heading, shown);
       setText(subtitle, [now && now.name !== name ? name : "", now ? t("process %s", now.pid) : ""].filter(Boolean).join(" · "));
       const verdict = target ? target.verdict_text : t("no target");
       if (state.textContent !== verdict) replace(state, mark(target ? kindOf(target.verdict) : "idle", verdict));
@@ -53,7 +56,8 @@ function wantedText(row, target, stored) {
 function kernelText(row, target) {
   if (!row.now || !target || !target.now) return null;
   const value = target.now[row.now];
-  return value === null || value === undefined ? t("the kernel does not say") : row.atNow(value);
+  if (value === null || value === undefined) return t("the kernel does not say");
+  return t("the kernel says: %s", row.atNow(value));
 }
 
 function settingNode(name, row, target, stored) {
@@ -61,11 +65,10 @@ function settingNode(name, row, target, stored) {
   const memory = target && target.now ? target.now.memory : null;
   const open = () => editSetting({ target: name, row, stored: stored[row.key], now: target && target.now, memory });
   return element("li", {}, element("button", { type: "button", class: "setting", onClick: open },
-    element("span", { class: "row-words" }, element("span", { class: "setting-name" }, t(row.label)),
-      element("span", { class: "hint" }, t(row.meaning))),
-    element("span", { class: "row-end" }, element("strong", {}, wantedText(row, target, stored)),
-      kernel ? element("span", { class: "hint" }, t("now: %s", kernel)) : null),
-    icon("forward")));
+    element("span", { class: "setting-head" }, element("span", { class: "setting-name" }, t(row.label)),
+      element("strong", {}, wantedText(row, target, stored)), icon("forward")),
+    kernel ? element("span", { class: "setting-now" }, kernel) : null,
+    element("span", { class: "hint" }, t(row.meaning))));
 }
 
 async function planNodes(name) {
