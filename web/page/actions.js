@@ -1,10 +1,10 @@
 // An edit in three steps: what it will do, by the command's own dry run; the edit; the way back.
-import { run } from "./api.js";
-import { button, element, replace } from "./dom.js";
-import { failureCard, loading } from "./pieces.js";
-import { keyLabel, valueText } from "./settings.js";
-import { closeSheet, openSheet } from "./sheet.js";
-import { t, withoutOptions } from "./text.js";
+import {run} from "./api.js";
+import {button, element, replace} from "./dom.js";
+import {failureCard, loading} from "./pieces.js";
+import {keyLabel, valueText} from "./settings.js";
+import {closeSheet, openSheet} from "./sheet.js";
+import {t, withoutOptions} from "./text.js";
 
 const shownMax = 12;
 const toastMs = 12000;
@@ -21,26 +21,31 @@ function told(...sentences) {
   return sentences.flat().filter(Boolean).map((sentence) => element("p", {}, sentence));
 }
 
-function changeRow({ path, before, after }) {
+function changeRow({path, before, after}) {
   const key = path[path.length - 1];
   const target = path.length > 2 ? path[1] : null;
-  return element("li", { class: "change" },
-    element("span", { class: "change-key" }, target ? `${target} · ${keyLabel(key)}` : keyLabel(key)),
-    element("span", { class: "change-values" },
-      element("span", { class: "before" }, valueText(key, before)),
-      element("span", { "aria-label": t("becomes") }, " → "),
-      element("strong", {}, valueText(key, after))));
+  return element(
+      "li", {class: "change"},
+      element("span", {class: "change-key"}, target ? `${target} · ${keyLabel(key)}` : keyLabel(key)),
+      element(
+          "span", {class: "change-values"}, element("span", {class: "before"}, valueText(key, before)),
+          element("span", {"aria-label": t("becomes")}, " → "),
+          element("strong", {}, valueText(key, after))));
 }
 
 // The differences of an edit, for people.
 export function changeList(changes) {
   const more = changes.length - shownMax;
-  return [element("ul", { class: "changes" }, changes.slice(0, shownMax).map(changeRow)),
-    more > 0 ? element("p", { class: "hint" }, t("and %s more", more)) : null];
+  return [
+    element("ul", {class: "changes"}, changes.slice(0, shownMax).map(changeRow)),
+    more > 0 ? element("p", {class: "hint"}, t("and %s more", more)) : null
+  ];
 }
 
 function warningList(warnings = []) {
-  return warnings.map((warning) => element("p", { class: "problem" }, `${warning.path.slice(1).join(" · ")} ${warning.message}`));
+  return warnings.map(
+      (warning) =>
+          element("p", {class: "problem"}, `${warning.path.slice(1).join(" · ")} ${warning.message}`));
 }
 
 function cancelButton(sheet) {
@@ -50,13 +55,15 @@ function cancelButton(sheet) {
 // The guard's reason. Only a refusal that --force overrides offers to go on.
 function showRefusal(sheet, edit, error) {
   const canForce = /--force/.test(error.message) && !edit.words.includes("--force");
-  const forced = { ...edit, words: [...edit.words, "--force"], danger: true };
+  const forced = {...edit, words: [...edit.words, "--force"], danger: true};
   sheet.show(
-    element("div", { class: "refusal", role: "alert" },
-      element("h3", {}, t("Vorlatch advises against this")), element("p", {}, withoutOptions(error.message))),
-    element("div", { class: "buttons" },
-      canForce ? button(t("Set it anyway"), () => preview(sheet, forced), "danger") : null,
-      edit.back ? button(t("Change it"), edit.back, "primary") : null, cancelButton(sheet)));
+      element(
+          "div", {class: "refusal", role: "alert"}, element("h3", {}, t("Vorlatch advises against this")),
+          element("p", {}, withoutOptions(error.message))),
+      element(
+          "div", {class: "buttons"},
+          canForce ? button(t("Set it anyway"), () => preview(sheet, forced), "danger") : null,
+          edit.back ? button(t("Change it"), edit.back, "primary") : null, cancelButton(sheet)));
 }
 
 function showPreview(sheet, edit, output) {
@@ -64,21 +71,24 @@ function showPreview(sheet, edit, output) {
   const isNothing = output.changes !== undefined && changes.length === 0;
   const go = () => carryOut(sheet, edit);
   sheet.show(
-    told(edit.explain), changes.length > 0 ? changeList(changes) : null,
-    isNothing ? element("p", {}, t("Nothing would change: it is set like this already.")) : null,
-    warningList(output.warnings),
-    element("div", { class: "buttons" },
-      isNothing ? null : button(edit.confirm || t("Do it"), go, edit.danger ? "danger" : "primary"),
-      edit.back ? button(t("Change it"), edit.back) : null, cancelButton(sheet)));
+      told(edit.explain), changes.length > 0 ? changeList(changes) : null,
+      isNothing ? element("p", {}, t("Nothing would change: it is set like this already.")) : null,
+      warningList(output.warnings),
+      element(
+          "div", {class: "buttons"},
+          isNothing ? null : button(edit.confirm || t("Do it"), go, edit.danger ? "danger" : "primary"),
+          edit.back ? button(t("Change it"), edit.back) : null, cancelButton(sheet)));
 }
 
 async function preview(sheet, edit) {
   sheet.show(told(edit.explain), loading());
   try {
-    const { output, error } = edit.hasNoDryRun ? { output: {} } : await run([...edit.words, "--dry-run"]);
+    const {output, error} = edit.hasNoDryRun ? {output: {}} : await run([...edit.words, "--dry-run"]);
     if (!sheet.isOpen()) return;
-    if (error) showRefusal(sheet, edit, error);
-    else showPreview(sheet, edit, output || {});
+    if (error)
+      showRefusal(sheet, edit, error);
+    else
+      showPreview(sheet, edit, output || {});
   } catch (failure) {
     sheet.show(failureCard(failure, () => preview(sheet, edit)));
   }
@@ -87,7 +97,7 @@ async function preview(sheet, edit) {
 async function carryOut(sheet, edit) {
   sheet.show(loading());
   try {
-    const { output, error } = await run(edit.words);
+    const {output, error} = await run(edit.words);
     if (error) return showRefusal(sheet, edit, error);
     sheet.close();
     showToast(doneText(edit, output || {}), !edit.hasNoUndo);
@@ -124,14 +134,21 @@ export function proposeUndo(number = 1) {
 
 export function showToast(text, canUndo = false) {
   const place = document.getElementById("toast");
-  const hide = () => replace(place);
+  const hide = () => {
+    replace(place);
+    document.documentElement.classList.remove("has-toast");
+  };
+  document.documentElement.classList.add("has-toast");
   clearTimeout(toastTimer);
   const undo = () => {
     hide();
     closeSheet();
     proposeUndo();
   };
-  replace(place, element("div", { class: "toast" }, element("span", {}, text),
-    canUndo ? button(t("Undo"), undo, "toast-button") : null));
+  replace(
+      place,
+      element(
+          "div", {class: "toast"}, element("span", {}, text),
+          canUndo ? button(t("Undo"), undo, "toast-button") : null));
   toastTimer = setTimeout(hide, toastMs);
 }

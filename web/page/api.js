@@ -1,5 +1,5 @@
 // Asks the server: log in, run a command, open the live events.
-import { language, t } from "./text.js";
+import {language, t} from "./text.js";
 
 // Why the server gave no answer. `kind`: unreachable, no-key, too-many or refused.
 export class Failure extends Error {
@@ -9,7 +9,11 @@ export class Failure extends Error {
   }
 }
 
-const kindOfStatus = { 401: "no-key", 403: "refused", 429: "too-many" };
+const kindOfStatus = {
+  401: "no-key",
+  403: "refused",
+  429: "too-many"
+};
 const patienceMs = 20000;
 
 async function post(path, value) {
@@ -19,7 +23,7 @@ async function post(path, value) {
     return await fetch(path, {
       method: "POST",
       credentials: "same-origin",
-      headers: { "Content-Type": "application/json" },
+      headers: {"Content-Type": "application/json"},
       body: JSON.stringify(value),
       signal: aborter.signal,
     });
@@ -42,13 +46,13 @@ async function failureOf(answer) {
 
 // Exchanges the key for a cookie that scripts cannot read.
 export async function logIn(key) {
-  const answer = await post("/api/login", { key });
+  const answer = await post("/api/login", {key});
   if (!answer.ok) throw await failureOf(answer);
 }
 
 // Runs a command of vorlatchctl. Returns {status, output, error}; throws a Failure.
 export async function run(words) {
-  const answer = await post("/api/command", { words, lang: language() });
+  const answer = await post("/api/command", {words, lang: language()});
   if (!answer.ok) throw await failureOf(answer);
   try {
     return await answer.json();
@@ -59,8 +63,9 @@ export async function run(words) {
 
 // The output of a command that only looks; throws a Failure if it gives none.
 export async function look(words) {
-  const { output, error } = await run(words);
-  if (error || output === null) throw new Failure("refused", error ? error.message : t("There is no answer."));
+  const {output, error} = await run(words);
+  if (error || output === null)
+    throw new Failure("refused", error ? error.message : t("There is no answer."));
   return output;
 }
 

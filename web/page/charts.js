@@ -1,16 +1,17 @@
 // Charts by Chart.js, which is loaded when the first view draws one.
-import { element } from "./dom.js";
+import {element} from "./dom.js";
 
 let loaded = null;
 
 function loadChart() {
   loaded = loaded || new Promise((resolve, reject) => {
-    const fail = () => {
-      loaded = null;
-      reject(new Error("chart.js"));
-    };
-    document.head.append(element("script", { src: "/chart.js", onLoad: () => resolve(window.Chart), onError: fail }));
-  });
+             const fail = () => {
+               loaded = null;
+               reject(new Error("chart.js"));
+             };
+             document.head.append(
+                 element("script", {src: "/chart.js", onLoad: () => resolve(window.Chart), onError: fail}));
+           });
   return loaded;
 }
 
@@ -25,31 +26,31 @@ function sharedOptions() {
     animation: false,
     responsive: true,
     maintainAspectRatio: false,
-    font: { family: "-apple-system, system-ui, sans-serif", size: rem * 0.75 },
-    plugins: { legend: { display: false } },
+    font: {family: "-apple-system, system-ui, sans-serif", size: rem * 0.75},
+    plugins: {legend: {display: false}},
   };
 }
 
 // An axis with thin lines and the colour of secondary text.
 export function axis(options) {
   return {
-    grid: { color: colour("line"), drawBorder: false },
+    grid: {color: colour("line"), drawBorder: false},
     ...options,
-    ticks: { color: colour("secondary"), maxRotation: 0, autoSkipPadding: 12, ...options.ticks },
+    ticks: {color: colour("secondary"), maxRotation: 0, autoSkipPadding: 12, ...options.ticks},
   };
 }
 
 // Draws into a box of fixed height. Without Chart.js the box disappears: the numbers stand beside it.
 // Returns a promise of the chart, or of null.
 export async function drawChart(page, box, label, config) {
-  const canvas = element("canvas", { role: "img", "aria-label": label });
+  const canvas = element("canvas", {role: "img", "aria-label": label});
   box.append(canvas);
   try {
     const Chart = await loadChart();
     if (!page.isShown || !canvas.isConnected) return null;
-    const options = { ...sharedOptions(), ...config.options };
-    options.plugins = { ...sharedOptions().plugins, ...(config.options || {}).plugins };
-    const chart = new Chart(canvas, { ...config, options });
+    const options = {...sharedOptions(), ...config.options};
+    options.plugins = {...sharedOptions().plugins, ...(config.options || {}).plugins};
+    const chart = new Chart(canvas, {...config, options});
     page.onLeave(() => chart.destroy());
     return chart;
   } catch {

@@ -1,5 +1,5 @@
 // A small curve of a target's memory, drawn as one line. Cards use it; large charts use Chart.js.
-import { svg } from "./dom.js";
+import {svg} from "./dom.js";
 
 const width = 120;
 const height = 32;
@@ -13,7 +13,7 @@ function pointsOf(samples) {
   // A curve of a process that hardly changes stays flat: at least 2 % of its memory is the full height.
   const range = Math.max(highest - lowest, highest * 0.02, 1);
   const middle = (highest + lowest) / 2;
-  return samples.map(({ timeMs, bytes: used }) => {
+  return samples.map(({timeMs, bytes: used}) => {
     const x = last > first ? ((timeMs - first) / (last - first)) * width : width;
     const y = height / 2 - ((used - middle) / range) * (height - 2 * margin);
     return `${x.toFixed(1)},${y.toFixed(1)}`;
@@ -22,9 +22,10 @@ function pointsOf(samples) {
 
 // Returns {node, draw(samples)}.
 export function memoryCurve() {
-  const line = svg("polyline", { class: "curve-line", points: "" });
-  const area = svg("polygon", { class: "curve-area", points: "" });
-  const box = { class: "curve", viewBox: `0 0 ${width} ${height}`, preserveAspectRatio: "none", "aria-hidden": "true" };
+  const line = svg("polyline", {class: "curve-line", points: ""});
+  const area = svg("polygon", {class: "curve-area", points: ""});
+  const box =
+      {class: "curve", viewBox: `0 0 ${width} ${height}`, preserveAspectRatio: "none", "aria-hidden": "true"};
   return {
     node: svg("svg", box, area, line),
     draw(samples) {

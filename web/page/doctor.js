@@ -1,33 +1,46 @@
 // Doctor: what is wrong and the next step, the edits that can be taken back, and what helps a bug report.
-import { look } from "./api.js";
-import { onEdit } from "./actions.js";
-import { bandText } from "./bands.js";
-import { button, element, replace } from "./dom.js";
-import { historySection } from "./history.js";
-import { card, failureCard, loading, memoryWords, refreshButton, section } from "./pieces.js";
-import { openExport, openReport } from "./report.js";
-import { t } from "./text.js";
+import {onEdit} from "./actions.js";
+import {look} from "./api.js";
+import {bandText} from "./bands.js";
+import {button, element, replace} from "./dom.js";
+import {historySection} from "./history.js";
+import {card, failureCard, loading, memoryWords, refreshButton, section} from "./pieces.js";
+import {openExport, openReport} from "./report.js";
+import {t} from "./text.js";
 
 export const title = () => t("Doctor");
 
 function findingNode(message, nextStep) {
-  return element("li", { class: "finding" }, element("strong", {}, message),
-    nextStep ? element("p", {}, t("Next step: %s", nextStep)) : null);
+  return element(
+      "li", {class: "finding"}, element("strong", {}, message),
+      nextStep ? element("p", {}, t("Next step: %s", nextStep)) : null);
 }
 
 function verdictNodes(findings) {
   if (findings.length === 0) {
-    return element("div", { class: "card all-well" }, element("span", { class: "big-mark good", "aria-hidden": "true" }, "✓"),
-      element("div", {}, element("h2", {}, t("All in order")), element("p", { class: "hint" }, t("The installation has no finding."))));
+    return element(
+        "div", {class: "card all-well"},
+        element("span", {class: "big-mark good", "aria-hidden": "true"}, "✓"),
+        element(
+            "div", {}, element("h2", {}, t("All in order")),
+            element("p", {class: "hint"}, t("The installation has no finding."))));
   }
-  return section(t("Findings"), card(element("ul", { class: "rows" },
-    findings.map((finding) => findingNode(finding.message, finding.next_step)))));
+  return section(
+      t("Findings"),
+      card(element(
+          "ul", {class: "rows"},
+          findings.map((finding) => findingNode(finding.message, finding.next_step)))));
 }
 
-function checkNodes({ findings }) {
+function checkNodes({findings}) {
   if (findings.length === 0) return null;
-  return section(t("Findings in the settings"), card(element("ul", { class: "rows" },
-    findings.map(({ path, message }) => findingNode(`${path.slice(1).join(" · ") || path.join("")} ${message}`.trim(), null)))));
+  return section(
+      t("Findings in the settings"),
+      card(element(
+          "ul", {class: "rows"},
+          findings.map(
+              ({path, message}) =>
+                  findingNode(`${path.slice(1).join(" · ") || path.join("")} ${message}`.trim(), null)))));
 }
 
 function fact(name, value) {
@@ -41,22 +54,37 @@ function fileText(file) {
 
 function daemonFacts(daemons) {
   if (daemons.length === 0) return fact(t("Daemon"), t("does not run"));
-  return daemons.flatMap((daemon) => fact(t("Daemon"), [t("process %s", daemon.pid), t("band %s", bandText(daemon.band)),
-    `nice ${daemon.nice === null ? "–" : daemon.nice}`, memoryWords(daemon.memory)].join(" · ")));
+  return daemons.flatMap((daemon) => fact(t("Daemon"), [
+                           t("process %s", daemon.pid), t("band %s", bandText(daemon.band)),
+                           `nice ${daemon.nice === null ? "–" : daemon.nice}`, memoryWords(daemon.memory)
+                         ].join(" · ")));
 }
 
 function factNodes(doctor) {
-  return section(t("This installation"), card(element("dl", { class: "facts" },
-    daemonFacts(doctor.daemons), fact(t("System"), doctor.kernel.system), fact(t("Root"), doctor.root_prefix.path),
-    doctor.files.flatMap((file, index) => fact([t("Settings"), t("State"), t("Log")][index] || t("File"), fileText(file))),
-    fact(t("Rights"), doctor.is_root ? t("root: the kernel answers in full") : t("not root: the kernel answers only in part")))));
+  return section(
+      t("This installation"),
+      card(element(
+          "dl", {class: "facts"}, daemonFacts(doctor.daemons), fact(t("System"), doctor.kernel.system),
+          fact(t("Root"), doctor.root_prefix.path),
+          doctor.files.flatMap(
+              (file, index) =>
+                  fact([t("Settings"), t("State"), t("Log")][index] || t("File"), fileText(file))),
+          fact(
+              t("Rights"),
+              doctor.is_root ? t("root: the kernel answers in full") :
+                               t("not root: the kernel answers only in part")))));
 }
 
 function helpNodes() {
-  return section(t("For a bug report"), card(
-    element("p", {}, t("Everything that helps to find a fault, without the names of your apps and your remarks.")),
-    element("div", { class: "buttons" }, button(t("Show the report"), openReport, "primary"),
-      button(t("Show the settings"), openExport))));
+  return section(
+      t("For a bug report"),
+      card(
+          element(
+              "p", {},
+              t("Everything that helps to find a fault, without the names of your apps and your remarks.")),
+          element(
+              "div", {class: "buttons"}, button(t("Show the report"), openReport, "primary"),
+              button(t("Show the settings"), openExport))));
 }
 
 export function show(page) {
@@ -74,8 +102,12 @@ export function show(page) {
       if (page.isShown) replace(state, failureCard(failure, load));
     }
   };
-  replace(page.body, element("div", { class: "tools" }, element("p", { class: "lead" }, t("How Vorlatch stands on this device")),
-    refreshButton(load)), state, history, facts, helpNodes());
+  replace(
+      page.body,
+      element(
+          "div", {class: "tools"}, element("p", {class: "lead"}, t("How Vorlatch stands on this device")),
+          refreshButton(load)),
+      state, history, facts, helpNodes());
   page.onLeave(onEdit(load));
   historySection(page, history);
   load();

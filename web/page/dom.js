@@ -4,8 +4,10 @@ const svgNamespace = "http://www.w3.org/2000/svg";
 
 function setProperty(node, name, value) {
   if (value === null || value === undefined || value === false) return;
-  if (typeof value === "function") node.addEventListener(name.replace(/^on/, "").toLowerCase(), value);
-  else node.setAttribute(name, value === true ? "" : value);
+  if (typeof value === "function")
+    node.addEventListener(name.replace(/^on/, "").toLowerCase(), value);
+  else
+    node.setAttribute(name, value === true ? "" : value);
 }
 
 function fill(node, children) {
@@ -34,13 +36,26 @@ export function replace(node, ...children) {
   return fill(node, children);
 }
 
+// Replaces what a list holds; what had the keyboard's focus has it again, by its attribute data-key.
+export function redraw(node, ...children) {
+  const focused = document.activeElement;
+  const key = node.contains(focused) ? focused.dataset.key : undefined;
+  replace(node, ...children);
+  if (key !== undefined) focusKey(key);
+}
+
+export function focusKey(key) {
+  const found = document.querySelector(`[data-key="${CSS.escape(key)}"]`);
+  if (found) found.focus({preventScroll: true});
+}
+
 // Leaves an unchanged text alone, because screen readers announce what is written again.
 export function setText(node, text) {
   if (node.textContent !== text) node.textContent = text;
 }
 
 export function button(text, onClick, kind = "plain") {
-  return element("button", { type: "button", class: `button ${kind}`, onClick }, text);
+  return element("button", {type: "button", class: `button ${kind}`, onClick}, text);
 }
 
 const shapes = {
@@ -48,7 +63,8 @@ const shapes = {
   processes: "M4 6h16M4 12h16M4 18h10",
   kills: "M12 3 2.5 20h19L12 3zm0 6.5v5m0 2.6v.4",
   log: "M6 3h9l4 4v14H6zM9 11h7M9 15h7",
-  doctor: "M12 20s-8-4.6-8-10.4A4.6 4.6 0 0 1 12 7a4.6 4.6 0 0 1 8 2.6C20 15.4 12 20 12 20zM12 10.5v5M9.5 13h5",
+  doctor:
+      "M12 20s-8-4.6-8-10.4A4.6 4.6 0 0 1 12 7a4.6 4.6 0 0 1 8 2.6C20 15.4 12 20 12 20zM12 10.5v5M9.5 13h5",
   forward: "M9 5l7 7-7 7",
   back: "M15 5l-7 7 7 7",
   close: "M6 6l12 12M18 6L6 18",
@@ -57,6 +73,6 @@ const shapes = {
 
 // A drawing beside a text that says the same, so screen readers pass over it.
 export function icon(name) {
-  const box = { class: "icon", viewBox: "0 0 24 24", "aria-hidden": "true", focusable: "false" };
-  return svg("svg", box, svg("path", { d: shapes[name] }));
+  const box = {class: "icon", viewBox: "0 0 24 24", "aria-hidden": "true", focusable: "false"};
+  return svg("svg", box, svg("path", {d: shapes[name]}));
 }

@@ -1,36 +1,50 @@
 // Kills: which processes the system ended for their memory, as a time line and as a list.
-import { look } from "./api.js";
-import { bandText } from "./bands.js";
-import { axis, colour, drawChart } from "./charts.js";
-import { element, replace } from "./dom.js";
-import { avatar, card, emptyCard, failureCard, loading, mark, refreshButton, section } from "./pieces.js";
-import { targetAddress } from "./router.js";
-import { agoText, dayText, megabytesOf, numberText, sizeText, t, timeText } from "./text.js";
+import {look} from "./api.js";
+import {bandText} from "./bands.js";
+import {axis, colour, drawChart} from "./charts.js";
+import {element, replace} from "./dom.js";
+import {avatar, card, emptyCard, failureCard, loading, mark, refreshButton, section} from "./pieces.js";
+import {targetAddress} from "./router.js";
+import {agoText, dayText, megabytesOf, numberText, sizeText, t, timeText} from "./text.js";
 
 const shownAtOnce = 30;
 const barsMax = 8;
 const dayMs = 86400000;
 const daysShown = 4;
 const verdictKinds = {
-  held: "good", "held-to-the-last": "good", "band-of-system": "idle", "over-system-limit": "idle", unknown: "idle",
+  held: "good",
+  "held-to-the-last": "good",
+  "band-of-system": "idle",
+  "over-system-limit": "idle",
+  unknown: "idle",
 };
 
 export const title = () => t("Kills");
 
 // A kill as a row: what, when, why, and whether it was held then.
 export function killRow(kill) {
-  const facts = [t("memory %s", sizeText(kill.memory_bytes)), t("at most %s", sizeText(kill.highest_bytes)),
-    t("band %s", bandText(kill.band)), kill.states.join(", ")].filter(Boolean).join(" · ");
+  const facts = [
+    t("memory %s", sizeText(kill.memory_bytes)), t("at most %s", sizeText(kill.highest_bytes)),
+    t("band %s", bandText(kill.band)), kill.states.join(", ")
+  ].filter(Boolean).join(" · ");
   const name = kill.process || t("unknown");
-  return element("li", { class: "kill" }, avatar(name),
-    element("div", { class: "row-words" },
-      element("span", { class: "kill-head" }, kill.target
-        ? element("a", { href: targetAddress(kill.target), class: "kill-name" }, name) : element("strong", { class: "kill-name" }, name),
-      element("time", { datetime: kill.time, class: "hint", title: kill.time }, kill.time ? agoText(kill.time) : "–")),
-      element("span", {}, kill.reason_text),
-      kill.verdict_text ? element("span", {}, mark(verdictKinds[kill.verdict] || "bad", kill.verdict_text)) : null,
-      element("span", { class: "hint" }, timeText(kill.time), " · ", facts),
-      kill.log_lines.map((line) => element("code", { class: "kill-log" }, line))));
+  return element(
+      "li", {class: "kill"}, avatar(name),
+      element(
+          "div", {class: "row-words"},
+          element(
+              "span", {class: "kill-head"},
+              kill.target ? element("a", {href: targetAddress(kill.target), class: "kill-name"}, name) :
+                            element("strong", {class: "kill-name"}, name),
+              element(
+                  "time", {datetime: kill.time, class: "hint", title: kill.time},
+                  kill.time ? agoText(kill.time) : "–")),
+          element("span", {}, kill.reason_text),
+          kill.verdict_text ?
+              element("span", {}, mark(verdictKinds[kill.verdict] || "bad", kill.verdict_text)) :
+              null,
+          element("span", {class: "hint"}, timeText(kill.time), " · ", facts),
+          kill.log_lines.map((line) => element("code", {class: "kill-log"}, line))));
 }
 
 // Whole days, from the day of the first kill to the end of today.
@@ -42,21 +56,36 @@ function dayAxis(timesMs) {
     stepSize: Math.ceil(days / daysShown) * dayMs,
     callback: (value) => dayText(new Date(value)),
   };
-  return axis({ type: "linear", grid: { display: false }, min, max, ticks });
+  return axis({type: "linear", grid: {display: false}, min, max, ticks});
 }
 
 function timeLineConfig(kills) {
-  const spot = (kill) => ({ x: new Date(kill.time).getTime(), y: megabytesOf(kill.memory_bytes), kill });
+  const spot = (kill) => ({x: new Date(kill.time).getTime(), y: megabytesOf(kill.memory_bytes), kill});
   const known = kills.filter((kill) => kill.time && kill.memory_bytes !== null);
-  const set = (chosen, name) => ({ data: chosen.map(spot), backgroundColor: colour(name), pointRadius: 6, pointHoverRadius: 8, clip: false });
+  const set = (chosen, name) => ({
+    data: chosen.map(spot),
+    backgroundColor: colour(name),
+    pointRadius: 6,
+    pointHoverRadius: 8,
+    clip: false
+  });
   return {
     type: "scatter",
-    data: { datasets: [set(known.filter((kill) => kill.target), "bad"), set(known.filter((kill) => !kill.target), "idle")] },
+    data: {
+      datasets:
+          [set(known.filter((kill) => kill.target), "bad"), set(known.filter((kill) => !kill.target), "idle")]
+    },
     options: {
-      plugins: { tooltip: { callbacks: { label: ({ raw }) => `${raw.kill.process}, ${sizeText(raw.kill.memory_bytes)}` } } },
+      plugins: {
+        tooltip: {callbacks: {label: ({raw}) => `${raw.kill.process}, ${sizeText(raw.kill.memory_bytes)}`}}
+      },
       scales: {
         x: dayAxis(known.map((kill) => new Date(kill.time).getTime())),
-        y: axis({ beginAtZero: true, grace: "10%", ticks: { maxTicksLimit: 4, callback: (value) => `${numberText(value)} MB` } }),
+        y: axis({
+          beginAtZero: true,
+          grace: "10%",
+          ticks: {maxTicksLimit: 4, callback: (value) => `${numberText(value)} MB`}
+        }),
       },
     },
   };
@@ -67,7 +96,8 @@ function largestKills(kills) {
   const largest = new Map();
   for (const kill of kills) {
     const before = largest.get(kill.process);
-    if (kill.memory_bytes !== null && (!before || kill.memory_bytes > before.memory_bytes)) largest.set(kill.process, kill);
+    if (kill.memory_bytes !== null && (!before || kill.memory_bytes > before.memory_bytes))
+      largest.set(kill.process, kill);
   }
   return [...largest.values()].sort((a, b) => b.memory_bytes - a.memory_bytes).slice(0, barsMax);
 }
@@ -79,34 +109,45 @@ function shortened(name) {
 function barConfig(largest) {
   return {
     type: "bar",
-    data: { labels: largest.map((kill) => shortened(kill.process)), datasets: [{
-      data: largest.map((kill) => megabytesOf(kill.memory_bytes)), borderRadius: 4, maxBarThickness: 18,
-      backgroundColor: largest.map((kill) => colour(kill.target ? "bad" : "idle")) }] },
+    data: {
+      labels: largest.map((kill) => shortened(kill.process)),
+      datasets: [{
+        data: largest.map((kill) => megabytesOf(kill.memory_bytes)),
+        borderRadius: 4,
+        maxBarThickness: 18,
+        backgroundColor: largest.map((kill) => colour(kill.target ? "bad" : "idle"))
+      }]
+    },
     options: {
-      indexAxis: "y", events: [],
-      scales: { x: axis({ beginAtZero: true, ticks: { maxTicksLimit: 3, callback: (value) => `${numberText(value)} MB` } }),
-        y: axis({ grid: { display: false }, ticks: { color: colour("text") } }) },
+      indexAxis: "y",
+      events: [],
+      scales: {
+        x: axis(
+            {beginAtZero: true, ticks: {maxTicksLimit: 3, callback: (value) => `${numberText(value)} MB`}}),
+        y: axis({grid: {display: false}, ticks: {color: colour("text")}})
+      },
     },
   };
 }
 
 function chartCard(page, heading, legend, height, config) {
-  const box = element("div", { class: `chart ${height}` });
+  const box = element("div", {class: `chart ${height}`});
   const node = section(heading, card(box, legend));
   drawChart(page, box, heading, config);
   return node;
 }
 
 function killLegend() {
-  return element("ul", { class: "legend" },
-    element("li", {}, element("span", { class: "dot kill-target" }), t("your targets")),
-    element("li", {}, element("span", { class: "dot kill-other" }), t("others")));
+  return element(
+      "ul", {class: "legend"},
+      element("li", {}, element("span", {class: "dot kill-target"}), t("your targets")),
+      element("li", {}, element("span", {class: "dot kill-other"}), t("others")));
 }
 
 function killList(kills) {
-  const list = element("ul", { class: "rows" });
+  const list = element("ul", {class: "rows"});
   let shown = 0;
-  const more = element("button", { type: "button", class: "button plain" }, t("Show more"));
+  const more = element("button", {type: "button", class: "button plain"}, t("Show more"));
   const showMore = () => {
     list.append(...kills.slice(shown, shown + shownAtOnce).map(killRow));
     shown += shownAtOnce;
@@ -119,30 +160,48 @@ function killList(kills) {
 
 function problemNodes(problems) {
   if (problems.length === 0) return null;
-  return section(t("Reports that could not be read"), card(element("ul", { class: "rows" }, problems.map((problem) =>
-    element("li", { class: "problem-row" }, element("code", {}, problem.report.split("/").pop()), " ", problem.message)))));
+  return section(
+      t("Reports that could not be read"),
+      card(element(
+          "ul", {class: "rows"},
+          problems.map(
+              (problem) => element(
+                  "li", {class: "problem-row"}, element("code", {}, problem.report.split("/").pop()), " ",
+                  problem.message)))));
 }
 
 function emptyText(reports) {
-  return reports === 0
-    ? t("There are no reports: the system has ended nothing for its memory, or has removed them.")
-    : t("The system's %s reports name no process that was ended.", numberText(reports));
+  return reports === 0 ?
+      t("There are no reports: the system has ended nothing for its memory, or has removed them.") :
+      t("The system's %s reports name no process that was ended.", numberText(reports));
 }
 
 export function show(page) {
   const load = async () => {
     try {
-      const { reports, kills, problems } = await look(["kills"]);
+      const {reports, kills, problems} = await look(["kills"]);
       if (!page.isShown) return;
       const charts = element("div", {});
-      replace(page.body,
-        element("div", { class: "tools" }, element("p", { class: "lead" }, kills.length > 0
-          ? t("%s kills in %s reports of the system", numberText(kills.length), numberText(reports)) : ""), refreshButton(load)),
-        charts, kills.length > 0 ? section(t("Newest first"), card(killList(kills))) : emptyCard(emptyText(reports)),
-        problemNodes(problems));
+      replace(
+          page.body,
+          element(
+              "div", {class: "tools"},
+              element(
+                  "p", {class: "lead"},
+                  kills.length > 0 ? t("%s kills in %s reports of the system", numberText(kills.length),
+                                       numberText(reports)) :
+                                     ""),
+              refreshButton(load)),
+          charts,
+          kills.length > 0 ? section(t("Newest first"), card(killList(kills))) :
+                             emptyCard(emptyText(reports)),
+          problemNodes(problems));
       if (kills.length === 0) return;
-      replace(charts, chartCard(page, t("When, and how much memory it had"), killLegend(), "", timeLineConfig(kills)),
-        chartCard(page, t("The largest kill of each process"), null, "tall", barConfig(largestKills(kills))));
+      replace(
+          charts,
+          chartCard(page, t("When, and how much memory it had"), killLegend(), "", timeLineConfig(kills)),
+          chartCard(
+              page, t("The largest kill of each process"), null, "tall", barConfig(largestKills(kills))));
     } catch (failure) {
       if (page.isShown) replace(page.body, failureCard(failure, load));
     }

@@ -1,11 +1,16 @@
 // The live status: kept up to date while the page is visible, and silent while it is not.
-import { Failure, look, openEvents } from "./api.js";
+import {Failure, look, openEvents} from "./api.js";
 
 const samplesMax = 60;
 const retryMs = [2000, 4000, 8000, 15000, 30000];
 
 // state: connecting, live, lost or paused.
-export const live = { state: "connecting", status: null, failure: null, since: null };
+export const live = {
+  state: "connecting",
+  status: null,
+  failure: null,
+  since: null
+};
 
 const listeners = new Set();
 const samples = new Map();
@@ -31,18 +36,18 @@ export function samplesOf(target) {
 }
 
 // A new process begins a new curve.
-function keepSample({ target, now }) {
+function keepSample({target, now}) {
   if (!now || !now.memory) return samples.delete(target);
   const kept = samples.get(target) || [];
   const same = kept.length > 0 && kept[kept.length - 1].pid === now.pid ? kept : [];
-  same.push({ timeMs: Date.now(), bytes: now.memory.used_bytes, pid: now.pid });
+  same.push({timeMs: Date.now(), bytes: now.memory.used_bytes, pid: now.pid});
   return samples.set(target, same.slice(-samplesMax));
 }
 
 function takeStatus(status) {
   retries = 0;
   status.targets.forEach(keepSample);
-  publish({ state: "live", status, failure: null, since: new Date() });
+  publish({state: "live", status, failure: null, since: new Date()});
 }
 
 function close() {
@@ -67,7 +72,7 @@ async function findOutWhy() {
     retryLater();
   } catch (failure) {
     if (document.hidden) return;
-    publish({ state: "lost", failure: failure instanceof Failure ? failure : new Failure("unreachable", "") });
+    publish({state: "lost", failure: failure instanceof Failure ? failure : new Failure("unreachable", "")});
     if (failure.kind !== "no-key") retryLater();
   }
 }
@@ -75,7 +80,7 @@ async function findOutWhy() {
 export function connect() {
   close();
   if (document.hidden) return;
-  if (live.state !== "live") publish({ state: live.status ? live.state : "connecting" });
+  if (live.state !== "live") publish({state: live.status ? live.state : "connecting"});
   source = openEvents();
   source.addEventListener("status", (event) => takeStatus(JSON.parse(event.data)));
   source.addEventListener("error", findOutWhy);
@@ -91,7 +96,7 @@ export function startLive() {
   document.addEventListener("visibilitychange", () => {
     if (!document.hidden) return tryAgain();
     close();
-    return publish({ state: live.state === "lost" ? "lost" : "paused" });
+    return publish({state: live.state === "lost" ? "lost" : "paused"});
   });
   connect();
 }

@@ -1,18 +1,25 @@
 // Begins: takes the key out of the address, draws the frame, and shows the view that the address names.
-import { logIn } from "./api.js";
+import {logIn} from "./api.js";
 import * as doctor from "./doctor.js";
-import { button, element, icon, replace, setText } from "./dom.js";
+import {button, element, icon, replace, setText} from "./dom.js";
 import * as kills from "./kills.js";
-import { connect, live, onChange, startLive, tryAgain } from "./live.js";
+import {connect, live, onChange, startLive, tryAgain} from "./live.js";
 import * as log from "./log.js";
 import * as now from "./now.js";
 import * as processes from "./processes.js";
-import { showAgain, startRouter } from "./router.js";
-import { closeSheet } from "./sheet.js";
+import {showAgain, startRouter} from "./router.js";
+import {closeSheet} from "./sheet.js";
 import * as target from "./target.js";
-import { clockText, language, setLanguage, t } from "./text.js";
+import {clockText, language, setLanguage, t} from "./text.js";
 
-const views = { now, processes, target, kills, log, doctor };
+const views = {
+  now,
+  processes,
+  target,
+  kills,
+  log,
+  doctor
+};
 const tabs = ["now", "processes", "kills", "log", "doctor"];
 
 // The key must not stay in the address, where the history and a shared link would show it.
@@ -29,9 +36,12 @@ async function takeKey() {
 
 function drawTabs(shown) {
   const chosen = shown === "target" ? "now" : shown;
-  replace(document.getElementById("tabs"), tabs.map((name) => element("a",
-    { href: `#/${name}`, class: "tab", "aria-current": name === chosen ? "page" : null }, icon(name),
-    element("span", {}, views[name].title()))));
+  replace(
+      document.getElementById("tabs"),
+      tabs.map(
+          (name) => element(
+              "a", {href: `#/${name}`, class: "tab", "aria-current": name === chosen ? "page" : null},
+              icon(name), element("span", {}, views[name].title()))));
 }
 
 function drawTop(shown) {
@@ -44,7 +54,9 @@ function drawTop(shown) {
   };
   const switchButton = button(other, change, "small language");
   switchButton.setAttribute("lang", language() === "zh" ? "en" : "zh-CN");
-  replace(document.getElementById("top"), element("h1", { id: "title", tabindex: "-1" }, views[shown].title()), switchButton);
+  replace(
+      document.getElementById("top"), element("h1", {id: "title", tabindex: "-1"}, views[shown].title()),
+      switchButton);
 }
 
 function drawLanguage() {
@@ -75,7 +87,7 @@ function onShown(name, argument) {
   drawTabs(name);
   document.title = `${argument || views[name].title()} – Vorlatch`;
   // The first view leaves the focus where the browser puts it; later ones tell screen readers their name.
-  if (!isFirst) document.getElementById("title").focus({ preventScroll: true });
+  if (!isFirst) document.getElementById("title").focus({preventScroll: true});
   isFirst = false;
 }
 

@@ -1,8 +1,8 @@
 // Elements that several views use: headings, cards, marks of verdicts, and what is shown on a failure.
-import { logIn } from "./api.js";
-import { button, element, icon } from "./dom.js";
-import { tryAgain } from "./live.js";
-import { megabytesOf, sizeText, t } from "./text.js";
+import {logIn} from "./api.js";
+import {button, element, icon} from "./dom.js";
+import {tryAgain} from "./live.js";
+import {megabytesOf, sizeText, t} from "./text.js";
 
 const kinds = {
   held: "good",
@@ -19,23 +19,23 @@ export function kindOf(verdict) {
 }
 
 export function mark(kind, text) {
-  return element("span", { class: `mark ${kind}` }, text);
+  return element("span", {class: `mark ${kind}`}, text);
 }
 
 export function section(title, ...children) {
-  return element("section", { class: "section" }, element("h2", {}, title), children);
+  return element("section", {class: "section"}, element("h2", {}, title), children);
 }
 
 export function card(...children) {
-  return element("div", { class: "card" }, children);
+  return element("div", {class: "card"}, children);
 }
 
 export function loading() {
-  return element("div", { class: "card loading", role: "status" }, t("Loading…"));
+  return element("div", {class: "card loading", role: "status"}, t("Loading…"));
 }
 
 export function emptyCard(sentence, ...next) {
-  return element("div", { class: "card empty" }, element("p", {}, sentence), next);
+  return element("div", {class: "card empty"}, element("p", {}, sentence), next);
 }
 
 export function refreshButton(work) {
@@ -52,7 +52,8 @@ export function avatar(name) {
   let sum = 0;
   for (const letter of name) sum = (sum * 31 + letter.codePointAt(0)) % 9973;
   const letter = [...name.replace(/^com\.[^.]+\./, "")][0] || "?";
-  return element("span", { class: `avatar colour${sum % colours}`, "aria-hidden": "true" }, letter.toUpperCase());
+  return element(
+      "span", {class: `avatar colour${sum % colours}`, "aria-hidden": "true"}, letter.toUpperCase());
 }
 
 // "602 MB, at most 642 MB so far", or that the kernel tells nothing.
@@ -65,9 +66,9 @@ export function memoryWords(memory) {
 export function limitBar(memory) {
   if (!memory || !memory.limit_mb) return null;
   const used = Math.min(100, (megabytesOf(memory.used_bytes) / memory.limit_mb) * 100);
-  const bar = element("span", { class: used > 80 ? "bar-fill bad" : "bar-fill" });
+  const bar = element("span", {class: used > 80 ? "bar-fill bad" : "bar-fill"});
   bar.style.width = `${used}%`;
-  return element("span", { class: "bar", "aria-hidden": "true" }, bar);
+  return element("span", {class: "bar", "aria-hidden": "true"}, bar);
 }
 
 // A person may paste the key or the whole address.
@@ -78,10 +79,15 @@ function keyIn(text) {
 
 function keyForm(retry) {
   const input = element("input", {
-    type: "text", id: "key", class: "input", autocomplete: "off", autocapitalize: "off", spellcheck: "false",
+    type: "text",
+    id: "key",
+    class: "input",
+    autocomplete: "off",
+    autocapitalize: "off",
+    spellcheck: "false",
     placeholder: "http://127.0.0.1:8717/#key=…",
   });
-  const problem = element("p", { class: "problem", role: "alert" });
+  const problem = element("p", {class: "problem", role: "alert"});
   const submit = async (event) => {
     event.preventDefault();
     problem.textContent = "";
@@ -98,16 +104,20 @@ function keyForm(retry) {
       problem.textContent = failure.message;
     }
   };
-  return element("form", { class: "stack", onSubmit: submit },
-    element("label", { for: "key" }, t("Key, or the whole address")), input, problem,
-    element("button", { type: "submit", class: "button primary" }, t("Unlock")));
+  return element(
+      "form", {class: "stack", onSubmit: submit},
+      element("label", {"for": "key"}, t("Key, or the whole address")), input, problem,
+      element("button", {type: "submit", class: "button primary"}, t("Unlock")));
 }
 
 const sentences = {
-  "no-key": ["This browser does not have the key yet.",
-    "Paste the address that “vorlatchctl web” prints. The home screen asks for it once more."],
-  unreachable: ["Vorlatch does not answer.",
-    "It starts when this page asks. If this stays, install the package again."],
+  "no-key": [
+    "This browser does not have the key yet.",
+    "Paste the address that “vorlatchctl web” prints. The home screen asks for it once more."
+  ],
+  unreachable: [
+    "Vorlatch does not answer.", "It starts when this page asks. If this stays, install the package again."
+  ],
   "too-many": ["That was too much at once.", "Wait a few seconds, then try again."],
 };
 
@@ -118,8 +128,9 @@ export function failureCard(failure, retry) {
     tryAgain();
     retry();
   };
-  return element("div", { class: "card failure", role: "alert" },
-    element("h2", {}, sentence ? t(sentence) : t("That did not work.")),
-    element("p", {}, next ? t(next) : failure.message),
-    failure.kind === "no-key" ? keyForm(retry) : button(t("Try again"), again, "primary"));
+  return element(
+      "div", {class: "card failure", role: "alert"},
+      element("h2", {}, sentence ? t(sentence) : t("That did not work.")),
+      element("p", {}, next ? t(next) : failure.message),
+      failure.kind === "no-key" ? keyForm(retry) : button(t("Try again"), again, "primary"));
 }

@@ -1,11 +1,11 @@
 // What can be done about a process, each with what it means: keep it alive, limit it, lower it, by hand.
-import { proposeEdit } from "./actions.js";
-import { bandText } from "./bands.js";
-import { element, icon } from "./dom.js";
-import { memoryWords } from "./pieces.js";
-import { goTo } from "./router.js";
-import { closeSheet, openSheet } from "./sheet.js";
-import { megabytesOf, numberText, t } from "./text.js";
+import {proposeEdit} from "./actions.js";
+import {bandText} from "./bands.js";
+import {element, icon} from "./dom.js";
+import {memoryWords} from "./pieces.js";
+import {goTo} from "./router.js";
+import {closeSheet, openSheet} from "./sheet.js";
+import {megabytesOf, numberText, t} from "./text.js";
 
 const homeBand = 160;
 const lowNice = 10;
@@ -24,50 +24,68 @@ export function suggestedLimitMb(memory) {
 
 function keepAlive(process) {
   const band = Math.max(homeBand, process.band || 0);
-  return { title: t("Keep %s alive", process.name), words: ["set", targetOf(process), `JetsamPriority=${band}`],
+  return {
+    title: t("Keep %s alive", process.name),
+    words: ["set", targetOf(process), `JetsamPriority=${band}`],
     confirm: t("Keep alive"),
-    explain: t("The daemon holds it in the band %s. When memory is short, the system first ends what stands lower.",
-      bandText(band)) };
+    explain: t(
+        "The daemon holds it in the band %s. When memory is short, the system first ends what stands lower.",
+        bandText(band))
+  };
 }
 
 function limitWords(memory, limitMb) {
-  return memory ? t("The system ends it above %s MB, which is 1.5 times the most that it has used so far.", limitMb)
-    : t("The system ends it above %s MB. How much it uses now is unknown.", limitMb);
+  return memory ?
+      t("The system ends it above %s MB, which is 1.5 times the most that it has used so far.", limitMb) :
+      t("The system ends it above %s MB. How much it uses now is unknown.", limitMb);
 }
 
 function limit(process) {
   const limitMb = suggestedLimitMb(process.memory);
-  return { title: t("Limit %s", process.name),
+  return {
+    title: t("Limit %s", process.name),
     words: ["set", targetOf(process), `MemLimitActive=${limitMb}`, `MemLimitInactive=${limitMb}`],
     confirm: t("Set the limit"),
-    explain: limitWords(process.memory, numberText(limitMb)) };
+    explain: limitWords(process.memory, numberText(limitMb))
+  };
 }
 
 function lower(process) {
-  return { title: t("Lower %s", process.name), words: ["set", targetOf(process), `NiceValue=${lowNice}`],
+  return {
+    title: t("Lower %s", process.name),
+    words: ["set", targetOf(process), `NiceValue=${lowNice}`],
     confirm: t("Lower its priority"),
-    explain: t("It gets less processor time while others need it. Its memory is not touched.") };
+    explain: t("It gets less processor time while others need it. Its memory is not touched.")
+  };
 }
 
 function choice(name, meaning, onClick) {
-  return element("li", {}, element("button", { type: "button", class: "choice", onClick },
-    element("span", { class: "row-words" }, element("strong", {}, name), element("span", { class: "hint" }, meaning)),
-    icon("forward")));
+  return element(
+      "li", {},
+      element(
+          "button", {type: "button", class: "choice", onClick},
+          element(
+              "span", {class: "row-words"}, element("strong", {}, name),
+              element("span", {class: "hint"}, meaning)),
+          icon("forward")));
 }
 
 // Opens the sheet that offers the choices.
 export function offerChoices(process) {
   const sheet = openSheet(process.name);
-  const offer = (edit) => () => proposeEdit({ ...edit, back: () => offerChoices(process) });
+  const offer = (edit) => () => proposeEdit({...edit, back: () => offerChoices(process)});
   const byHand = () => {
     closeSheet();
     goTo("target", targetOf(process));
   };
   sheet.show(
-    element("p", { class: "hint" }, process.bundle_identifier || t("process %s", process.pid), " · ", memoryWords(process.memory)),
-    element("ul", { class: "choices" },
-      choice(t("Keep alive"), t("The system ends it later than others"), offer(keepAlive(process))),
-      choice(t("Limit"), t("The system ends it when it uses too much memory"), offer(limit(process))),
-      choice(t("Lower priority"), t("Others get processor time first"), offer(lower(process))),
-      choice(t("By hand"), t("See and change every setting"), byHand)));
+      element(
+          "p", {class: "hint"}, process.bundle_identifier || t("process %s", process.pid), " · ",
+          memoryWords(process.memory)),
+      element(
+          "ul", {class: "choices"},
+          choice(t("Keep alive"), t("The system ends it later than others"), offer(keepAlive(process))),
+          choice(t("Limit"), t("The system ends it when it uses too much memory"), offer(limit(process))),
+          choice(t("Lower priority"), t("Others get processor time first"), offer(lower(process))),
+          choice(t("By hand"), t("See and change every setting"), byHand)));
 }

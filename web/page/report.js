@@ -1,17 +1,17 @@
 // What a bug report needs, as text to read, copy or share; names of apps and remarks are replaced.
-import { look, run } from "./api.js";
-import { showToast } from "./actions.js";
-import { button, element } from "./dom.js";
-import { failureCard, loading } from "./pieces.js";
-import { openSheet } from "./sheet.js";
-import { t } from "./text.js";
+import {showToast} from "./actions.js";
+import {look, run} from "./api.js";
+import {button, element} from "./dom.js";
+import {failureCard, loading} from "./pieces.js";
+import {openSheet} from "./sheet.js";
+import {t} from "./text.js";
 
 const commands = [["doctor"], ["status"], ["check"], ["plan"], ["kills"], ["log", "-n", "200"]];
 
 // Processes of the system have the same names on every device; an app's name tells about its owner.
 function privateNames(processes, targets) {
   const names = new Set();
-  for (const { name, bundle_identifier: identifier } of processes) {
+  for (const {name, bundle_identifier: identifier} of processes) {
     if (!identifier || identifier.startsWith("com.apple.")) continue;
     names.add(identifier);
     if (name) names.add(name);
@@ -23,7 +23,8 @@ function privateNames(processes, targets) {
 }
 
 function withoutNames(text, names) {
-  const numbered = names.map((name, index) => [name, `app-${index + 1}`]).sort((a, b) => b[0].length - a[0].length);
+  const numbered =
+      names.map((name, index) => [name, `app-${index + 1}`]).sort((a, b) => b[0].length - a[0].length);
   return numbered.reduce((changed, [name, stand]) => changed.split(name).join(stand), text);
 }
 
@@ -32,15 +33,19 @@ function withoutRemarks(key, value) {
 }
 
 async function answerText(words) {
-  const { status, output, error } = await run(words);
+  const {status, output, error} = await run(words);
   return `## ${words.join(" ")} (${status})\n${JSON.stringify(output || error, withoutRemarks, 1)}\n`;
 }
 
 async function collectReport() {
-  const { processes } = await look(["ps"]);
-  const { targets } = await look(["list"]);
-  const killed = (await look(["kills"])).kills.filter((kill) => kill.target).map((kill) =>
-    ({ name: kill.process, bundle_identifier: kill.target.includes(".") ? kill.target : null }));
+  const {processes} = await look(["ps"]);
+  const {targets} = await look(["list"]);
+  const killed =
+      (await look(["kills"]))
+          .kills.filter((kill) => kill.target)
+          .map(
+              (kill) =>
+                  ({name: kill.process, bundle_identifier: kill.target.includes(".") ? kill.target : null}));
   const texts = [`${navigator.userAgent}\n`];
   for (const words of commands) texts.push(await answerText(words));
   return withoutNames(texts.join("\n"), privateNames([...processes, ...killed], targets));
@@ -59,28 +64,34 @@ async function copy(area) {
 function shareButton(area) {
   if (!navigator.share) return null;
   // A reader who changes their mind ends the share with an error that means nothing.
-  return button(t("Share…"), () => navigator.share({ text: area.value }).catch(() => {}));
+  return button(t("Share…"), () => navigator.share({text: area.value}).catch(() => {}));
 }
 
 async function openText(heading, sentence, collect) {
   const sheet = openSheet(heading);
   sheet.show(loading());
   try {
-    const area = element("textarea", { class: "input report", readonly: true, rows: "14", "aria-label": heading });
+    const area =
+        element("textarea", {class: "input report", readonly: true, rows: "14", "aria-label": heading});
     area.value = await collect();
     if (!sheet.isOpen()) return;
-    sheet.show(element("p", {}, sentence), area,
-      element("div", { class: "buttons" }, button(t("Copy"), () => copy(area), "primary"), shareButton(area)));
+    sheet.show(
+        element("p", {}, sentence), area,
+        element(
+            "div", {class: "buttons"}, button(t("Copy"), () => copy(area), "primary"), shareButton(area)));
   } catch (failure) {
     sheet.show(failureCard(failure, () => openText(heading, sentence, collect)));
   }
 }
 
 export function openReport() {
-  openText(t("Report"), t("Read it before you pass it on. Apps are called app-1, app-2 and so on."), collectReport);
+  openText(
+      t("Report"), t("Read it before you pass it on. Apps are called app-1, app-2 and so on."),
+      collectReport);
 }
 
 export function openExport() {
-  openText(t("Settings"), t("All settings as they are stored, with your remarks."),
-    async () => JSON.stringify((await look(["export"])).preferences, null, 2));
+  openText(
+      t("Settings"), t("All settings as they are stored, with your remarks."),
+      async () => JSON.stringify((await look(["export"])).preferences, null, 2));
 }

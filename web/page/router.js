@@ -1,6 +1,6 @@
 // Shows the view that the address names: #/now, #/target/NAME.
-import { element, replace } from "./dom.js";
-import { failureCard } from "./pieces.js";
+import {element, replace} from "./dom.js";
+import {failureCard} from "./pieces.js";
 
 let views = {};
 let main = null;
@@ -15,7 +15,7 @@ function parseHash() {
   } catch {
     // Somebody typed a lone %: the name is taken as it stands.
   }
-  return views[name] ? { name, argument } : { name: "now", argument: "" };
+  return views[name] ? {name, argument} : {name: "now", argument: ""};
 }
 
 // What a view gets: where to put its elements, and what ends when the reader leaves it.
@@ -48,9 +48,9 @@ function openPage(body) {
 }
 
 function show() {
-  const { name, argument } = parseHash();
+  const {name, argument} = parseHash();
   if (page) page.leave();
-  const body = element("div", { class: `view ${name}` });
+  const body = element("div", {class: `view ${name}`});
   page = openPage(body);
   replace(main, body);
   views[name].show(page, argument);

@@ -1,11 +1,12 @@
 // A sheet that slides up from below: a dialogue that keeps the keyboard and the screen reader inside.
-import { button, element, icon, replace } from "./dom.js";
-import { t } from "./text.js";
+import {button, element, focusKey, icon, replace} from "./dom.js";
+import {t} from "./text.js";
 
 let open = null;
 
 function focusable(node) {
-  return [...node.querySelectorAll("button, input, select, textarea, a[href]")].filter((found) => !found.disabled);
+  return [...node.querySelectorAll("button, input, select, textarea, a[href]")].filter(
+      (found) => !found.disabled);
 }
 
 // The Tab key goes round inside the sheet, and Escape closes it.
@@ -38,24 +39,28 @@ export function closeSheet() {
 export function openSheet(title) {
   closeSheet();
   const opener = document.activeElement;
-  const body = element("div", { class: "sheet-body" });
-  const heading = element("h2", { id: "sheet-title", tabindex: "-1" }, title);
-  const box = element("div", { class: "sheet", role: "dialog", "aria-modal": "true", "aria-labelledby": "sheet-title" });
-  const shade = element("div", { class: "shade" }, box);
+  const body = element("div", {class: "sheet-body"});
+  const heading = element("h2", {id: "sheet-title", tabindex: "-1"}, title);
+  const box = element(
+      "div", {class: "sheet", role: "dialog", "aria-modal": "true", "aria-labelledby": "sheet-title"});
+  const shade = element("div", {class: "shade"}, box);
   const close = () => {
     shade.remove();
     open = null;
     behind().forEach((node) => node.removeAttribute("aria-hidden"));
     document.documentElement.classList.remove("has-sheet");
-    if (opener && opener.isConnected) opener.focus();
+    if (opener && opener.isConnected)
+      opener.focus({preventScroll: true});
+    else if (opener && opener.dataset.key !== undefined)
+      focusKey(opener.dataset.key);
   };
-  replace(box, element("header", { class: "sheet-head" }, heading, closeButton(close)), body);
+  replace(box, element("header", {class: "sheet-head"}, heading, closeButton(close)), body);
   shade.addEventListener("click", (event) => event.target === shade && close());
   shade.addEventListener("keydown", (event) => onKey(event, box, close));
   behind().forEach((node) => node.setAttribute("aria-hidden", "true"));
   document.documentElement.classList.add("has-sheet");
   document.body.append(shade);
   heading.focus();
-  open = { close };
-  return { show: (...nodes) => replace(body, nodes), close, isOpen: () => shade.isConnected };
+  open = {close};
+  return {show: (...nodes) => replace(body, nodes), close, isOpen: () => shade.isConnected};
 }

@@ -1,18 +1,17 @@
 // A target's card on the first view: is it held, its memory as a curve, its band, its last kill.
-import { bandText } from "./bands.js";
-import { memoryCurve } from "./curve.js";
-import { element, replace, setText } from "./dom.js";
-import { samplesOf } from "./live.js";
-import { avatar, kindOf, limitBar } from "./pieces.js";
-import { targetAddress } from "./router.js";
-import { agoText, numberText, sizeText, t } from "./text.js";
+import {bandText} from "./bands.js";
+import {memoryCurve} from "./curve.js";
+import {element, replace, setText} from "./dom.js";
+import {samplesOf} from "./live.js";
+import {avatar, kindOf, limitBar} from "./pieces.js";
+import {targetAddress} from "./router.js";
+import {agoText, numberText, sizeText, t} from "./text.js";
 
 const reasons = {
   overridden: "The system changed it since. A timer would hold it again.",
   "not-applied-yet": "The daemon has not applied it yet.",
   "stale-status": "The daemon's entry is of an earlier process.",
   "not-running": "It is held as soon as it runs.",
-  "switched-off": "The daemon is switched off.",
 };
 
 // Why a target is not held, in words; null if it is.
@@ -39,10 +38,16 @@ function killText(kill) {
 export function targetCard(name) {
   const curve = memoryCurve();
   const parts = {
-    title: element("strong", { class: "card-title" }), subtitle: element("span", { class: "card-subtitle" }),
-    avatar: element("span", { class: "avatar-place" }), mark: element("span", {}), memory: element("strong", {}), limit: element("span", { class: "hint" }),
-    band: element("p", { class: "card-note" }), bar: element("span", { class: "bar-place" }),
-    reason: element("p", { class: "card-note" }), kill: element("p", { class: "card-note" }),
+    title: element("strong", {class: "card-title"}),
+    subtitle: element("span", {class: "card-subtitle"}),
+    avatar: element("span", {class: "avatar-place"}),
+    mark: element("span", {}),
+    memory: element("strong", {}),
+    limit: element("span", {class: "hint"}),
+    band: element("p", {class: "card-note"}),
+    bar: element("span", {class: "bar-place"}),
+    reason: element("p", {class: "card-note"}),
+    kill: element("p", {class: "card-note"}),
   };
   let remark = "";
   const drawNames = (now) => {
@@ -52,12 +57,17 @@ export function targetCard(name) {
     setText(parts.subtitle, [shown === name ? "" : name, remark].filter(Boolean).join(" · "));
   };
   let last = null;
-  const node = element("li", {}, element("a", { class: "card target-card", href: targetAddress(name) },
-    element("span", { class: "card-head" }, parts.avatar,
-      element("span", { class: "card-names" }, parts.title, parts.subtitle), parts.mark),
-    element("span", { class: "card-figures" },
-      element("span", { class: "figure" }, parts.memory, parts.limit), curve.node),
-    parts.bar, parts.band, parts.reason, parts.kill));
+  const node = element(
+      "li", {},
+      element(
+          "a", {class: "card target-card", href: targetAddress(name)},
+          element(
+              "span", {class: "card-head"}, parts.avatar,
+              element("span", {class: "card-names"}, parts.title, parts.subtitle), parts.mark),
+          element(
+              "span", {class: "card-figures"}, element("span", {class: "figure"}, parts.memory, parts.limit),
+              curve.node),
+          parts.bar, parts.band, parts.reason, parts.kill));
   return {
     node,
     draw(target) {

@@ -1,11 +1,11 @@
 // A target's memory over the last samples, with its limit as a line.
-import { axis, colour, drawChart } from "./charts.js";
-import { element, setText } from "./dom.js";
-import { samplesOf } from "./live.js";
-import { megabytesOf, numberText, sizeText, t } from "./text.js";
+import {axis, colour, drawChart} from "./charts.js";
+import {element, setText} from "./dom.js";
+import {samplesOf} from "./live.js";
+import {megabytesOf, numberText, sizeText, t} from "./text.js";
 
 function points(samples) {
-  return samples.map(({ timeMs, bytes }) => ({ x: (timeMs - Date.now()) / 1000, y: megabytesOf(bytes) }));
+  return samples.map(({timeMs, bytes}) => ({x: (timeMs - Date.now()) / 1000, y: megabytesOf(bytes)}));
 }
 
 // Seconds before now, without the minus sign.
@@ -16,20 +16,37 @@ function agoTick(value) {
 function configOf(samples) {
   return {
     type: "line",
-    data: { datasets: [{ data: points(samples), borderColor: colour("accent"), backgroundColor: colour("accent-soft"),
-      borderWidth: 2, pointRadius: 0, fill: true, tension: 0.25 }] },
-    options: { events: [], scales: {
-      x: axis({ type: "linear", max: 0, grid: { display: false }, ticks: { callback: agoTick, maxTicksLimit: 4 } }),
-      y: axis({ beginAtZero: false, grace: "20%", ticks: { maxTicksLimit: 4, callback: (value) => `${numberText(value)} MB` } }),
-    } },
+    data: {
+      datasets: [{
+        data: points(samples),
+        borderColor: colour("accent"),
+        backgroundColor: colour("accent-soft"),
+        borderWidth: 2,
+        pointRadius: 0,
+        fill: true,
+        tension: 0.25
+      }]
+    },
+    options: {
+      events: [],
+      scales: {
+        x: axis(
+            {type: "linear", max: 0, grid: {display: false}, ticks: {callback: agoTick, maxTicksLimit: 4}}),
+        y: axis({
+          beginAtZero: false,
+          grace: "20%",
+          ticks: {maxTicksLimit: 4, callback: (value) => `${numberText(value)} MB`}
+        }),
+      }
+    },
   };
 }
 
 // Returns {node, draw(target)}. The box shows only while there are two samples or more.
 export function targetChart(page, name) {
-  const box = element("div", { class: "chart" });
-  const words = element("p", { class: "hint" });
-  const node = element("div", { class: "card", hidden: true }, box, words);
+  const box = element("div", {class: "chart"});
+  const words = element("p", {class: "hint"});
+  const node = element("div", {class: "card", hidden: true}, box, words);
   let drawing = null;
   let chart = null;
   return {
@@ -40,14 +57,18 @@ export function targetChart(page, name) {
       if (node.hidden) return;
       const last = samples[samples.length - 1];
       const limit = target.now.memory && target.now.memory.limit_mb;
-      setText(words, limit ? t("Memory since this page was opened. The limit is %s MB.", numberText(limit))
-        : t("Memory since this page was opened."));
+      setText(
+          words,
+          limit ? t("Memory since this page was opened. The limit is %s MB.", numberText(limit)) :
+                  t("Memory since this page was opened."));
       if (chart) {
         chart.data.datasets[0].data = points(samples);
         chart.update("none");
       } else if (!drawing) {
         drawing = drawChart(page, box, t("Memory: %s now", sizeText(last.bytes)), configOf(samples));
-        drawing.then((drawn) => { chart = drawn; });
+        drawing.then((drawn) => {
+          chart = drawn;
+        });
       }
     },
   };

@@ -1,5 +1,5 @@
 // The page's texts in the reader's language, and numbers and times as words. English texts are the keys.
-import { chinese } from "./zh.js";
+import {chinese} from "./zh.js";
 
 const storageKey = "vorlatch-language";
 
@@ -46,17 +46,17 @@ function locale() {
 }
 
 function withDigits(number, digits) {
-  return number.toLocaleString(locale(), { maximumFractionDigits: digits });
+  return number.toLocaleString(locale(), {maximumFractionDigits: digits});
 }
 
 const bytesPerMegabyte = 1024 * 1024;
 
-// "602 MB", or "1.5 GB" from 1024 MB on; a dash if the kernel tells no number.
+// "602 MB", or "1.5 GB" from 1024 MB on, which no line break divides; a dash if the kernel tells no number.
 export function sizeText(bytes) {
   if (bytes === null || bytes === undefined) return "–";
   const megabytes = bytes / bytesPerMegabyte;
-  if (megabytes >= 1024) return `${withDigits(megabytes / 1024, 1)} GB`;
-  return `${withDigits(megabytes, megabytes < 10 ? 1 : 0)} MB`;
+  if (megabytes >= 1024) return `${withDigits(megabytes / 1024, 1)}\u00a0GB`;
+  return `${withDigits(megabytes, megabytes < 10 ? 1 : 0)}\u00a0MB`;
 }
 
 export function megabytesOf(bytes) {
@@ -70,16 +70,16 @@ export function numberText(number) {
 // "22 Nov, 19:12:45" of an ISO 8601 time; a dash for none.
 export function timeText(iso) {
   if (!iso) return "–";
-  const options = { month: "short", day: "numeric", hour: "2-digit", minute: "2-digit", hourCycle: "h23" };
+  const options = {month: "short", day: "numeric", hour: "2-digit", minute: "2-digit", hourCycle: "h23"};
   return new Date(iso).toLocaleString(locale(), options);
 }
 
 export function clockText(date) {
-  return date.toLocaleTimeString(locale(), { hourCycle: "h23" });
+  return date.toLocaleTimeString(locale(), {hourCycle: "h23"});
 }
 
 export function dayText(date) {
-  return date.toLocaleDateString(locale(), { month: "short", day: "numeric" });
+  return date.toLocaleDateString(locale(), {month: "short", day: "numeric"});
 }
 
 const units = [["day", 86400], ["hour", 3600], ["minute", 60]];
@@ -87,7 +87,7 @@ const units = [["day", 86400], ["hour", 3600], ["minute", 60]];
 // "2 hours ago" of an ISO 8601 time.
 export function agoText(iso) {
   const seconds = (Date.now() - new Date(iso).getTime()) / 1000;
-  const format = new Intl.RelativeTimeFormat(locale(), { numeric: "auto" });
+  const format = new Intl.RelativeTimeFormat(locale(), {numeric: "auto"});
   for (const [unit, length] of units) {
     if (seconds >= length) return format.format(-Math.floor(seconds / length), unit);
   }
