@@ -58,7 +58,8 @@ function showRefusal(sheet, edit, error) {
   const forced = {...edit, words: [...edit.words, "--force"], danger: true};
   sheet.show(
       element(
-          "div", {class: "refusal", role: "alert"}, element("h3", {}, t("Vorlatch advises against this")),
+          "div", {class: "refusal", role: "alert"},
+          element("h3", {}, canForce ? t("Vorlatch advises against this") : t("That did not work.")),
           element("p", {}, withoutOptions(error.message))),
       element(
           "div", {class: "buttons"},

@@ -77,12 +77,25 @@ async function findOutWhy() {
   }
 }
 
+function takeEvent(event) {
+  let status = null;
+  try {
+    status = JSON.parse(event.data);
+  } catch {
+    // Cut short: the command finds out whether the server still answers.
+  }
+  if (status && status.targets)
+    takeStatus(status);
+  else
+    findOutWhy();
+}
+
 export function connect() {
   close();
   if (document.hidden) return;
   if (live.state !== "live") publish({state: live.status ? live.state : "connecting"});
   source = openEvents();
-  source.addEventListener("status", (event) => takeStatus(JSON.parse(event.data)));
+  source.addEventListener("status", takeEvent);
   source.addEventListener("error", findOutWhy);
 }
 

@@ -66,6 +66,7 @@ function drawLanguage() {
 
 function lostText() {
   if (live.state !== "lost" || !live.status) return "";
+  if (live.failure && live.failure.kind !== "unreachable") return live.failure.message;
   return t("No connection. This is how it stood at %s.", clockText(live.since));
 }
 
@@ -77,6 +78,15 @@ function drawLost() {
   if (text === "") return replace(place);
   if (!place.firstChild) replace(place, element("span", {}), button(t("Try again"), tryAgain, "small"));
   return setText(place.firstChild, text);
+}
+
+let wasLost = false;
+
+// A view that failed while the server was away is loaded again when it is back.
+function showWhenBack() {
+  const isBack = wasLost && live.state === "live";
+  wasLost = live.state === "lost" || (wasLost && !isBack);
+  if (isBack && document.querySelector("#main .failure")) showAgain();
 }
 
 let isFirst = true;
@@ -96,6 +106,7 @@ async function begin() {
   await takeKey();
   startLive();
   onChange(drawLost);
+  onChange(showWhenBack);
   startRouter(document.getElementById("main"), views, onShown);
   // Charts take their colours when they are drawn.
   window.matchMedia("(prefers-color-scheme: dark)").addEventListener("change", showAgain);

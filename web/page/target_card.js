@@ -10,7 +10,7 @@ import {agoText, numberText, sizeText, t} from "./text.js";
 const reasons = {
   overridden: "The system changed it since. A timer would hold it again.",
   "not-applied-yet": "The daemon has not applied it yet.",
-  "stale-status": "The daemon's entry is of an earlier process.",
+  "stale-status": "The daemon does not run, or its entry is of an earlier process.",
   "not-running": "It is held as soon as it runs.",
 };
 

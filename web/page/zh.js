@@ -163,6 +163,8 @@ export const chinese = {
   "The daemon does not change its band": "守护进程不改变它的优先级",
   "The daemon does not run: nothing is held. Doctor says what to do.":
       "守护进程没有运行，没有守护任何目标。“诊断”会告诉你怎么办。",
+  "The daemon does not run, or its entry is of an earlier process.":
+      "守护进程没有运行，或它的记录属于之前的进程。",
   "The daemon hands every target back to the system, and holds none until you switch it on again.":
       "守护进程会把所有目标交还系统，在你再次打开之前不守护任何目标。",
   "The daemon hands its process back to the system. These settings go:":
@@ -170,7 +172,6 @@ export const chinese = {
   "The daemon has not applied it yet.": "守护进程尚未应用。",
   "The daemon holds it in the band %s. When memory is short, the system first ends what stands lower.":
       "守护进程让它保持在优先级 %s。内存不足时，系统先结束优先级更低的进程。",
-  "The daemon's entry is of an earlier process.": "守护进程的记录属于之前的进程。",
   "The installation has no finding.": "安装没有问题。",
   "The kernel does not tell its memory.": "内核没有说明它的内存。",
   "The kernel does not tell this user how much memory is free.": "内核没有告诉此用户有多少空闲内存。",
