@@ -1,5 +1,5 @@
 // An edit in three steps: what it will do, by the command's own dry run; the edit; the way back.
-import {run} from "./api.js";
+import {firstFailure, run} from "./api.js";
 import {button, element, replace} from "./dom.js";
 import {failureCard, loading} from "./pieces.js";
 import {keyLabel, valueText} from "./settings.js";
@@ -52,10 +52,15 @@ function cancelButton(sheet) {
   return button(t("Cancel"), sheet.close);
 }
 
+// Options stand behind the command's name, before "--".
+function withOption(words, option) {
+  return [words[0], option, ...words.slice(1)];
+}
+
 // The guard's reason. Only a refusal that --force overrides offers to go on.
 function showRefusal(sheet, edit, error) {
   const canForce = /--force/.test(error.message) && !edit.words.includes("--force");
-  const forced = {...edit, words: [...edit.words, "--force"], danger: true};
+  const forced = {...edit, words: withOption(edit.words, "--force"), danger: true};
   sheet.show(
       element(
           "div", {class: "refusal", role: "alert"},
@@ -84,9 +89,10 @@ function showPreview(sheet, edit, output) {
 async function preview(sheet, edit) {
   sheet.show(told(edit.explain), loading());
   try {
-    const {output, error} = edit.hasNoDryRun ? {output: {}} : await run([...edit.words, "--dry-run"]);
+    const dryRun = withOption(edit.words, "--dry-run");
+    const {status, output, error} = edit.hasNoDryRun ? {status: 0, output: {}} : await run(dryRun);
     if (!sheet.isOpen()) return;
-    if (error)
+    if (status >= firstFailure)
       showRefusal(sheet, edit, error);
     else
       showPreview(sheet, edit, output || {});
@@ -98,8 +104,8 @@ async function preview(sheet, edit) {
 async function carryOut(sheet, edit) {
   sheet.show(loading());
   try {
-    const {output, error} = await run(edit.words);
-    if (error) return showRefusal(sheet, edit, error);
+    const {status, output, error} = await run(edit.words);
+    if (status >= firstFailure) return showRefusal(sheet, edit, error);
     sheet.close();
     showToast(doneText(edit, output || {}), !edit.hasNoUndo);
     changeListeners.forEach((listener) => listener());

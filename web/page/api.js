@@ -15,6 +15,8 @@ const kindOfStatus = {
   429: "too-many"
 };
 const patienceMs = 20000;
+// The first exit status with which a command has failed; 1 is a finding.
+export const firstFailure = 2;
 
 async function post(path, value) {
   const aborter = new AbortController();
@@ -63,9 +65,10 @@ export async function run(words) {
 
 // The output of a command that only looks; throws a Failure if it gives none.
 export async function look(words) {
-  const {output, error} = await run(words);
-  if (error || output === null)
+  const {status, output, error} = await run(words);
+  if (status >= firstFailure || output === null) {
     throw new Failure("refused", error ? error.message : t("There is no answer."));
+  }
   return output;
 }
 

@@ -16,31 +16,32 @@ function findingNode(message, nextStep) {
       nextStep ? element("p", {}, t("Next step: %s", nextStep)) : null);
 }
 
-function verdictNodes(findings) {
-  if (findings.length === 0) {
-    return element(
-        "div", {class: "card all-well"},
-        element("span", {class: "big-mark good", "aria-hidden": "true"}, "✓"),
-        element(
-            "div", {}, element("h2", {}, t("All in order")),
-            element("p", {class: "hint"}, t("The installation has no finding."))));
-  }
-  return section(
-      t("Findings"),
-      card(element(
-          "ul", {class: "rows"},
-          findings.map((finding) => findingNode(finding.message, finding.next_step)))));
+function wellNode() {
+  const words = element(
+      "div", {}, element("h2", {}, t("All in order")),
+      element("p", {class: "hint"}, t("The installation has no finding.")));
+  return element(
+      "div", {class: "card all-well"}, element("span", {class: "big-mark good", "aria-hidden": "true"}, "✓"),
+      words);
 }
 
-function checkNodes({findings}) {
-  if (findings.length === 0) return null;
-  return section(
-      t("Findings in the settings"),
-      card(element(
-          "ul", {class: "rows"},
-          findings.map(
-              ({path, message}) =>
-                  findingNode(`${path.slice(1).join(" · ") || path.join("")} ${message}`.trim(), null)))));
+function findingSection(title, nodes) {
+  return nodes.length > 0 ? section(title, card(element("ul", {class: "rows"}, nodes))) : null;
+}
+
+// Where a finding of "check" is: target and key, or the file itself.
+function placeOf(path, file) {
+  return path.length > 1 ? path.slice(1).join(" · ") : path[0] || file.split("/").pop();
+}
+
+function findingNodes(doctor, check) {
+  const installation = doctor.findings.map((finding) => findingNode(finding.message, finding.next_step));
+  const settings =
+      check.findings.map(({path, message}) => findingNode(`${placeOf(path, check.file)} ${message}`, null));
+  if (installation.length + settings.length === 0) return wellNode();
+  return [
+    findingSection(t("Findings"), installation), findingSection(t("Findings in the settings"), settings)
+  ];
 }
 
 function fact(name, value) {
@@ -96,7 +97,7 @@ export function show(page) {
       const doctor = await look(["doctor"]);
       const check = await look(["check"]);
       if (!page.isShown) return;
-      replace(state, verdictNodes(doctor.findings), checkNodes(check));
+      replace(state, findingNodes(doctor, check));
       replace(facts, factNodes(doctor));
     } catch (failure) {
       if (page.isShown) replace(state, failureCard(failure, load));

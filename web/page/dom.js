@@ -36,12 +36,22 @@ export function replace(node, ...children) {
   return fill(node, children);
 }
 
-// Replaces what a list holds; what had the keyboard's focus has it again, by its attribute data-key.
+// Shows the children in place of the present ones, of which it keeps those that look the same, so that
+// a tap or the screen reader's place on them is not lost. What had the focus has it again, by data-key.
 export function redraw(node, ...children) {
   const focused = document.activeElement;
   const key = node.contains(focused) ? focused.dataset.key : undefined;
-  replace(node, ...children);
-  if (key !== undefined) focusKey(key);
+  const fresh = fill(node.cloneNode(false), children);
+  const count = fresh.childNodes.length;
+  [...fresh.childNodes].forEach((child, index) => {
+    const old = node.childNodes[index];
+    if (!old)
+      node.append(child);
+    else if (!old.isEqualNode(child))
+      node.replaceChild(child, old);
+  });
+  while (node.childNodes.length > count) node.lastChild.remove();
+  if (key !== undefined && !focused.isConnected) focusKey(key);
 }
 
 export function focusKey(key) {

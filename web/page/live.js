@@ -77,17 +77,9 @@ async function findOutWhy() {
   }
 }
 
-function takeEvent(event) {
-  let status = null;
-  try {
-    status = JSON.parse(event.data);
-  } catch {
-    // Cut short: the command finds out whether the server still answers.
-  }
-  if (status && status.targets)
-    takeStatus(status);
-  else
-    findOutWhy();
+// The server is there, but the command has no status: the preferences may be damaged.
+function takeFailure(event) {
+  publish({state: "lost", failure: new Failure("refused", JSON.parse(event.data).message)});
 }
 
 export function connect() {
@@ -95,7 +87,8 @@ export function connect() {
   if (document.hidden) return;
   if (live.state !== "live") publish({state: live.status ? live.state : "connecting"});
   source = openEvents();
-  source.addEventListener("status", takeEvent);
+  source.addEventListener("status", (event) => takeStatus(JSON.parse(event.data)));
+  source.addEventListener("failure", takeFailure);
   source.addEventListener("error", findOutWhy);
 }
 

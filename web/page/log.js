@@ -108,7 +108,8 @@ function isAtEnd(box) {
   return box.scrollHeight - box.scrollTop - box.clientHeight < 40;
 }
 
-export function show(page) {
+export function show(page, target) {
+  if (target) wish.target = target;
   const box =
       element("div", {class: "card log-box", tabindex: "0", role: "log", "aria-label": t("Log")}, loading());
   const filters = element("div", {class: "filters"});

@@ -26,7 +26,7 @@ function keepAlive(process) {
   const band = Math.max(homeBand, process.band || 0);
   return {
     title: t("Keep %s alive", process.name),
-    words: ["set", targetOf(process), `JetsamPriority=${band}`],
+    words: ["set", "--", targetOf(process), `JetsamPriority=${band}`],
     confirm: t("Keep alive"),
     explain: t(
         "The daemon holds it in the band %s. When memory is short, the system first ends what stands lower.",
@@ -44,7 +44,7 @@ function limit(process) {
   const limitMb = suggestedLimitMb(process.memory);
   return {
     title: t("Limit %s", process.name),
-    words: ["set", targetOf(process), `MemLimitActive=${limitMb}`, `MemLimitInactive=${limitMb}`],
+    words: ["set", "--", targetOf(process), `MemLimitActive=${limitMb}`, `MemLimitInactive=${limitMb}`],
     confirm: t("Set the limit"),
     explain: limitWords(process.memory, numberText(limitMb))
   };
@@ -53,7 +53,7 @@ function limit(process) {
 function lower(process) {
   return {
     title: t("Lower %s", process.name),
-    words: ["set", targetOf(process), `NiceValue=${lowNice}`],
+    words: ["set", "--", targetOf(process), `NiceValue=${lowNice}`],
     confirm: t("Lower its priority"),
     explain: t("It gets less processor time while others need it. Its memory is not touched.")
   };

@@ -9,7 +9,7 @@ import {numberText, t} from "./text.js";
 function proposeUse(name) {
   proposeEdit({
     title: t("Use “%s”", name),
-    words: ["profile", "use", name],
+    words: ["profile", "use", "--", name],
     confirm: t("Use it"),
     explain: t("This replaces all targets by those of the profile."),
   });
@@ -18,7 +18,7 @@ function proposeUse(name) {
 function proposeRemove(name) {
   proposeEdit({
     title: t("Remove “%s”", name),
-    words: ["profile", "remove", name],
+    words: ["profile", "remove", "--", name],
     confirm: t("Remove"),
     danger: true,
     hasNoUndo: true,
@@ -39,7 +39,7 @@ function askName() {
     proposeEdit(
         {
           title: t("Save as a profile"),
-          words: ["profile", "save", input.value.trim()],
+          words: ["profile", "save", "--", input.value.trim()],
           confirm: t("Save"),
           hasNoUndo: true,
           explain: t("This keeps the present targets under the name “%s”.", input.value.trim()),

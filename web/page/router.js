@@ -1,5 +1,5 @@
 // Shows the view that the address names: #/now, #/target/NAME.
-import {element, replace} from "./dom.js";
+import {element, redraw, replace} from "./dom.js";
 import {failureCard} from "./pieces.js";
 
 let views = {};
@@ -34,7 +34,7 @@ function openPage(body) {
     async load(place, load) {
       try {
         const nodes = await load();
-        if (opened.isShown) replace(place, nodes);
+        if (opened.isShown) redraw(place, nodes);
       } catch (failure) {
         if (opened.isShown) replace(place, failureCard(failure, () => opened.load(place, load)));
       }

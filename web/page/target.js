@@ -13,7 +13,7 @@ import {targetChart} from "./target_chart.js";
 import {editSetting} from "./target_editor.js";
 import {t} from "./text.js";
 
-const logLines = 24;
+const logLines = 10;
 const loadEveryMs = 15000;
 
 export const title = () => t("Target");
@@ -70,13 +70,12 @@ function kernelText(row, target) {
   return t("the kernel says: %s", row.atNow(value));
 }
 
-function settingNode(name, row, target, stored) {
+function settingNode(row, target, stored, edit) {
   const kernel = kernelText(row, target);
-  const open = () => editSetting({target: name, row, stored: stored[row.key], now: target && target.now});
   return element(
       "li", {},
       element(
-          "button", {type: "button", class: "setting", "data-key": row.key, onClick: open},
+          "button", {type: "button", class: "setting", "data-key": row.key, onClick: () => edit(row)},
           element(
               "span", {class: "setting-head"}, element("span", {class: "setting-name"}, t(row.label)),
               element("strong", {}, wantedText(row, target, stored)), icon("forward")),
@@ -100,11 +99,14 @@ async function planNodes(name) {
 
 async function logNodes(name) {
   const lines = await look(["log", "-n", String(logLines), "--target", name]);
-  return lines.length > 0 ? logList(lines) : element("p", {class: "hint"}, t("The log does not name it."));
+  const all =
+      element("a", {class: "button plain", href: `#/log/${encodeURIComponent(name)}`}, t("All of its log"));
+  return lines.length > 0 ? [logList(lines), element("div", {class: "buttons"}, all)] :
+                            element("p", {class: "hint"}, t("The log does not name it."));
 }
 
 async function killNodes(name) {
-  const {kills} = await look(["kills", name]);
+  const {kills} = await look(["kills", "--", name]);
   if (kills.length === 0)
     return element("p", {class: "hint"}, t("The system has not ended it, as far as its reports go back."));
   return element("ul", {class: "rows"}, kills.slice(0, 5).map(killRow));
@@ -113,7 +115,7 @@ async function killNodes(name) {
 function applyAgain(name) {
   proposeEdit({
     title: t("Apply again"),
-    words: ["apply", "--again", name],
+    words: ["apply", "--again", "--", name],
     hasNoDryRun: true,
     confirm: t("Apply again"),
     explain: [
@@ -126,7 +128,7 @@ function applyAgain(name) {
 function removeTarget(name) {
   proposeEdit({
     title: t("Remove the target"),
-    words: ["remove", name],
+    words: ["remove", "--", name],
     confirm: t("Remove"),
     danger: true,
     explain: t("The daemon hands its process back to the system. These settings go:"),
@@ -163,7 +165,7 @@ async function storedSettings(name) {
 
 // A process that is no target, as far as "ps" tells of it, in the form of a target.
 async function processNamed(name) {
-  const {processes} = await look(["ps", name]);
+  const {processes} = await look(["ps", "--", name]);
   const found = processes.find((process) => process.bundle_identifier === name || process.name === name);
   if (!found) return null;
   const {pid, name: processName, band, nice, memory} = found;
@@ -186,10 +188,12 @@ export function show(page, name) {
   let stored = null;
   let drawn = "";
 
+  const edit = (row) =>
+      editSetting({target: name, row, stored: (stored || {})[row.key], now: target && target.now});
   const drawSettings = () => {
     const shown = signature(target, stored);
     if (shown !== drawn)
-      redraw(settings, settingRows.map((row) => settingNode(name, row, target, stored || {})));
+      redraw(settings, settingRows.map((row) => settingNode(row, target, stored || {}, edit)));
     drawn = shown;
   };
   const draw = (shown) => {

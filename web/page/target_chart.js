@@ -2,7 +2,7 @@
 import {axis, colour, drawChart} from "./charts.js";
 import {element, setText} from "./dom.js";
 import {samplesOf} from "./live.js";
-import {megabytesOf, numberText, sizeText, t} from "./text.js";
+import {bytesPerMegabyte, megabytesOf, numberText, sizeText, t} from "./text.js";
 
 function points(samples) {
   return samples.map(({timeMs, bytes}) => ({x: (timeMs - Date.now()) / 1000, y: megabytesOf(bytes)}));
@@ -11,6 +11,15 @@ function points(samples) {
 // Seconds before now, without the minus sign.
 function agoTick(value) {
   return value === 0 ? t("now") : t("%s s ago", numberText(Math.abs(Math.round(value))));
+}
+
+// A little room above and below the curve, but nothing below zero.
+function rangeOf(samples) {
+  const used = samples.map((sample) => megabytesOf(sample.bytes));
+  const lowest = Math.min(...used);
+  const highest = Math.max(...used);
+  const room = Math.max((highest - lowest) * 0.2, highest * 0.05, 0.1);
+  return {min: Math.max(0, lowest - room), max: highest + room};
 }
 
 function configOf(samples) {
@@ -33,9 +42,8 @@ function configOf(samples) {
         x: axis(
             {type: "linear", max: 0, grid: {display: false}, ticks: {callback: agoTick, maxTicksLimit: 4}}),
         y: axis({
-          beginAtZero: false,
-          grace: "20%",
-          ticks: {maxTicksLimit: 4, callback: (value) => `${numberText(value)} MB`}
+          ...rangeOf(samples),
+          ticks: {maxTicksLimit: 4, callback: (value) => sizeText(value * bytesPerMegabyte)}
         }),
       }
     },
@@ -63,6 +71,7 @@ export function targetChart(page, name) {
                   t("Memory since this page was opened."));
       if (chart) {
         chart.data.datasets[0].data = points(samples);
+        Object.assign(chart.options.scales.y, rangeOf(samples));
         chart.update("none");
       } else if (!drawing) {
         drawing = drawChart(page, box, t("Memory: %s now", sizeText(last.bytes)), configOf(samples));

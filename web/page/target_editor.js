@@ -164,7 +164,7 @@ const editors = {
 
 // The command for a chosen value; null takes the key out.
 function wordsFor({target, row}, value) {
-  return value === null ? ["unset", target, row.key] : ["set", target, `${row.key}=${value}`];
+  return value === null ? ["unset", "--", target, row.key] : ["set", "--", target, `${row.key}=${value}`];
 }
 
 function editOf(context, value, back) {

@@ -49,7 +49,7 @@ function withDigits(number, digits) {
   return number.toLocaleString(locale(), {maximumFractionDigits: digits});
 }
 
-const bytesPerMegabyte = 1024 * 1024;
+export const bytesPerMegabyte = 1024 * 1024;
 
 // "602 MB", or "1.5 GB" from 1024 MB on, which no line break divides; a dash if the kernel tells no number.
 export function sizeText(bytes) {

@@ -24,6 +24,7 @@ export const chinese = {
   All: "全部",
   "All categories": "所有类别",
   "All in order": "一切正常",
+  "All of its log": "它的全部日志",
   "All settings as they are stored, with your remarks.": "保存的全部设置，包括你的备注。",
   "All targets": "所有目标",
   "All targets are with the system.": "所有目标都由系统管理。",
