@@ -172,12 +172,6 @@ async function processNamed(name) {
   return {target: name, now: {pid, name: processName, band, nice, memory}};
 }
 
-// What the settings show. Memory is no part of it, because it changes all the time.
-function signature(target, stored) {
-  const now = target && target.now ? {...target.now, memory: null} : null;
-  return JSON.stringify([stored, target && target.wanted, now]);
-}
-
 export function show(page, name) {
   const head = makeHead(name);
   const chart = targetChart(page, name);
@@ -186,15 +180,11 @@ export function show(page, name) {
   const details = makeDetails(page, name);
   let target = null;
   let stored = null;
-  let drawn = "";
 
   const edit = (row) =>
       editSetting({target: name, row, stored: (stored || {})[row.key], now: target && target.now});
   const drawSettings = () => {
-    const shown = signature(target, stored);
-    if (shown !== drawn)
-      redraw(settings, settingRows.map((row) => settingNode(row, target, stored || {}, edit)));
-    drawn = shown;
+    redraw(settings, settingRows.map((row) => settingNode(row, target, stored || {}, edit)));
   };
   const draw = (shown) => {
     target = shown;
