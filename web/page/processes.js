@@ -2,7 +2,7 @@
 import {onEdit} from "./actions.js";
 import {look} from "./api.js";
 import {bandText} from "./bands.js";
-import {element, icon, redraw, replace, setText} from "./dom.js";
+import {element, redraw, replace, setText} from "./dom.js";
 import {live} from "./live.js";
 import {avatar, emptyCard, failureCard, limitBar, loading, mark, refreshButton} from "./pieces.js";
 import {offerChoices} from "./process_choices.js";
@@ -65,15 +65,14 @@ function processRow(process, targets, isMember) {
             "data-key": process.pid,
             onClick: () => offerChoices(process)
           },
-          isMember ? null : avatar(process.bundle_identifier || process.name),
+          isMember ? null : avatar(process.name),
           element(
               "span", {class: "row-words"}, element("strong", {}, process.name),
               element("span", {class: "hint"}, subtitle), limitBar(process.memory)),
           element(
               "span", {class: "row-end"},
               element("strong", {}, process.memory ? sizeText(process.memory.used_bytes) : t("hidden")),
-              isTarget ? mark("good", t("target")) : null),
-          icon("forward")));
+              isTarget ? mark("good", t("target")) : null)));
 }
 
 function groupNode(group, targets) {

@@ -43,7 +43,11 @@ function configOf(samples) {
             {type: "linear", max: 0, grid: {display: false}, ticks: {callback: agoTick, maxTicksLimit: 4}}),
         y: axis({
           ...rangeOf(samples),
-          ticks: {maxTicksLimit: 4, callback: (value) => sizeText(value * bytesPerMegabyte)}
+          ticks: {
+            maxTicksLimit: 5,
+            includeBounds: false,
+            callback: (value) => sizeText(value * bytesPerMegabyte)
+          }
         }),
       }
     },
