@@ -45,7 +45,7 @@ function makeHead(name) {
       if (state.textContent !== verdict)
         replace(state, mark(isTarget ? kindOf(target.verdict) : "idle", verdict));
       setText(words, [
-        isTarget ? reasonText(target.verdict) :
+        isTarget ? reasonText(target) :
                    t("Nothing is set for it yet. Choose a setting below to make it a target."),
         now ? memoryWords(now.memory) : null
       ].filter(Boolean).join(" "));
@@ -117,6 +117,7 @@ function applyAgain(name) {
     title: t("Apply again"),
     words: ["apply", "--again", "--", name],
     hasNoDryRun: true,
+    hasNoUndo: true,
     confirm: t("Apply again"),
     explain: [
       t("The daemon applies all settings of this target once more."),

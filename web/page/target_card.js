@@ -15,7 +15,9 @@ const reasons = {
 };
 
 // Why a target is not held, in words; null if it is.
-export function reasonText(verdict) {
+export function reasonText({verdict, now}) {
+  if (verdict === "stale-status" && !now)
+    return t("Its process has ended. The daemon sees that at its next look.");
   return reasons[verdict] ? t(reasons[verdict]) : null;
 }
 
@@ -80,7 +82,7 @@ export function targetCard(name) {
       setText(parts.band, target.now ? t("Band %s", bandText(target.now.band)) : "");
       node.classList.toggle("without-figures", !target.now);
       replace(parts.bar, limitBar(target.now && target.now.memory));
-      setText(parts.reason, reasonText(target.verdict) || "");
+      setText(parts.reason, reasonText(target) || "");
       setText(parts.kill, killText(target.last_kill));
       curve.draw(samplesOf(name));
     },

@@ -68,6 +68,8 @@ export const chinese = {
   "It is no target: the daemon does nothing.": "它不是目标：守护进程什么也不做。",
   "It starts when this page asks. If this stays, install the package again.":
       "此页面请求时它会启动。如果一直这样，请重新安装软件包。",
+  "Its process has ended. The daemon sees that at its next look.":
+      "它的进程已结束。守护进程下次检测时会发现。",
   "Its counter ApplyAgain goes up by one.": "它的计数 ApplyAgain 加一。",
   "Its kills": "结束记录",
   "Its log": "日志",
