@@ -8,18 +8,23 @@ import {t} from "./text.js";
 
 const commands = [["doctor"], ["status"], ["check"], ["plan"], ["kills"], ["log", "-n", "200"]];
 
+// A bundle identifier, as it stands anywhere: in the log, also that of a former target.
+const identifierPattern = /\b[A-Za-z][\w-]*(?:\.[\w-]+){2,}/g;
+
+function isOfSystem(identifier) {
+  return !identifier || /^com\.(apple|zel)\./.test(identifier);
+}
+
 // Processes of the system have the same names on every device; an app's name tells about its owner.
-function privateNames(processes, targets) {
-  const names = new Set();
-  for (const {name, bundle_identifier: identifier} of processes) {
-    if (!identifier || identifier.startsWith("com.apple.")) continue;
-    names.add(identifier);
-    if (name) names.add(name);
-  }
-  for (const target of Object.keys(targets)) {
-    if (target.includes(".") && !target.startsWith("com.apple.")) names.add(target);
-  }
-  return [...names].filter((name) => name.length > 2);
+// A process that was ended counts as an app unless one of the system with this name runs.
+function privateNames(text, processes, kills) {
+  const system = new Set(
+      processes.filter((process) => isOfSystem(process.bundle_identifier)).map((process) => process.name));
+  const apps = processes.filter((process) => !isOfSystem(process.bundle_identifier));
+  const ended = kills.map((kill) => kill.process).filter((name) => !system.has(name));
+  const identifiers = (text.match(identifierPattern) || []).filter((name) => !isOfSystem(name));
+  const names = [...apps.map((process) => process.name), ...ended, ...identifiers];
+  return [...new Set(names)].filter((name) => name.length > 2 && !name.startsWith("com.apple."));
 }
 
 function withoutNames(text, names) {
@@ -39,16 +44,11 @@ async function answerText(words) {
 
 async function collectReport() {
   const {processes} = await look(["ps"]);
-  const {targets} = await look(["list"]);
-  const killed =
-      (await look(["kills"]))
-          .kills.filter((kill) => kill.target)
-          .map(
-              (kill) =>
-                  ({name: kill.process, bundle_identifier: kill.target.includes(".") ? kill.target : null}));
+  const {kills} = await look(["kills"]);
   const texts = [`${navigator.userAgent}\n`];
   for (const words of commands) texts.push(await answerText(words));
-  return withoutNames(texts.join("\n"), privateNames([...processes, ...killed], targets));
+  const text = texts.join("\n");
+  return withoutNames(text, privateNames(text, processes, kills));
 }
 
 async function copy(area) {
