@@ -13,35 +13,33 @@
 namespace vorlatch::control {
 namespace {
 
-constexpr std::size_t kKeyBytes = 16;
-constexpr std::size_t kKeyDigits = 2 * kKeyBytes;
 constexpr std::string_view kDigits = "0123456789abcdef";
-
-std::string newKey() {
-  std::array<unsigned char, kKeyBytes> random{};
-  ::arc4random_buf(random.data(), random.size());
-  std::string key;
-  for (const unsigned char byte : random) {
-    key += kDigits[byte >> 4U];
-    key += kDigits[byte & 0xFU];
-  }
-  return key;
-}
-
-bool isKey(std::string_view text) {
-  return text.size() == kKeyDigits && text.find_first_not_of(kDigits) == text.npos;
-}
 
 }  // namespace
 
+std::string newSecret() {
+  std::array<unsigned char, kSecretDigits / 2> random{};
+  ::arc4random_buf(random.data(), random.size());
+  std::string secret;
+  for (const unsigned char byte : random) {
+    secret += kDigits[byte >> 4U];
+    secret += kDigits[byte & 0xFU];
+  }
+  return secret;
+}
+
+bool isSecret(std::string_view text) {
+  return text.size() == kSecretDigits && text.find_first_not_of(kDigits) == text.npos;
+}
+
 std::optional<std::string> storedAccessKey() {
-  constexpr std::size_t kLineBytes = kKeyDigits + 1;
+  constexpr std::size_t kLineBytes = kSecretDigits + 1;
   const std::optional<std::string> path = getPrefPath(kAccessKeyFileName);
   if (!path) return std::nullopt;
   std::optional<std::string> text = readSecretFile(*path, kLineBytes);
   if (!text || !text->ends_with('\n')) return std::nullopt;
   text->pop_back();
-  return isKey(*text) ? std::move(text) : std::nullopt;
+  return isSecret(*text) ? std::move(text) : std::nullopt;
 }
 
 std::string accessKey() {
@@ -51,7 +49,7 @@ std::string accessKey() {
 
 std::string replaceAccessKey() {
   const std::string path = daemonFile(kAccessKeyFileName);
-  std::string key = newKey();
+  std::string key = newSecret();
   if (!writeSecretFile(path, key + "\n")) failCouldNot(path + ": " + reasonOf(errno));
   return key;
 }

@@ -2,6 +2,7 @@
 // knows the key may do through the page what vorlatchctl does.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -9,12 +10,20 @@
 
 namespace vorlatch::control {
 
+inline constexpr std::size_t kSecretDigits = 32;
+
+// Returns 128 random bits as hexadecimal digits in lower case.
+std::string newSecret();
+
+// Returns true if the text has the form of a secret.
+bool isSecret(std::string_view text);
+
 inline constexpr const char* kAccessKeyFileName = "com.zel.vorlatch.web.key";
 
 // The port of the page, unless the user chooses another one.
 inline constexpr std::uint16_t kPagePort = 8717;
 
-// Returns the key in the file, 32 hexadecimal digits in lower case; std::nullopt if the file is
+// Returns the key in the file, which is a secret; std::nullopt if the file is
 // missing, others could know its contents, or it holds something else.
 std::optional<std::string> storedAccessKey();
 

@@ -47,7 +47,7 @@ const char* phraseOf(int status) {
 }
 
 bool mayHaveBody(int status) {
-  return status != 204 && status != 304;
+  return status != 304;
 }
 
 }  // namespace

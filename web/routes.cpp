@@ -58,6 +58,8 @@ std::optional<std::string> textIn(const Json& object, const char* key) {
   return value->get<std::string>();
 }
 
+// The page then stays below a folder with a random name. The browser sends the cookie only there,
+// so that a server of another program, at another port of this machine, never gets it.
 Answer login(const Request& request) {
   const std::optional<Json> body = objectIn(request);
   const std::optional<std::string> key = body ? textIn(*body, "key") : std::nullopt;
@@ -66,9 +68,11 @@ Answer login(const Request& request) {
   if (!wanted || !control::isSameKey(*key, *wanted)) {
     return errorAnswer(403, "wrong-key", tr("this is not the key; vorlatchctl web prints it"));
   }
-  return {.status = 204,
+  const std::string folder = "/" + control::newSecret() + "/";
+  return {.body = cli::textOf(Json{{"folder", folder}}, -1) + "\n",
           .headers = {{"Set-Cookie", std::string(kCookieName) + "=" + *wanted +
-                                         "; HttpOnly; SameSite=Strict; Path=/; Max-Age=" + kYear}}};
+                                         "; HttpOnly; SameSite=Strict; Path=" + folder +
+                                         "; Max-Age=" + kYear}}};
 }
 
 // Returns the words of the command line; std::nullopt if they could be no program's arguments.
@@ -105,6 +109,14 @@ Answer events(const Request& request) {
   return {.type = "text/event-stream", .listens = control::language()};
 }
 
+// Returns the path below the folder that a login has named, of which only the browser keeps count.
+std::string_view withoutFolder(std::string_view path) {
+  constexpr std::size_t kFolderEnd = 1 + control::kSecretDigits;
+  const bool has_folder = path.size() > kFolderEnd && path[kFolderEnd] == '/' &&
+                          control::isSecret(path.substr(1, control::kSecretDigits));
+  return has_folder ? path.substr(kFolderEnd) : path;
+}
+
 struct Route {
   std::string_view path;
   Door door;
@@ -128,16 +140,17 @@ void chooseLanguage(const Request& request) {
 
 Answer Routes::answer(const Request& request) const {
   chooseLanguage(request);
+  const std::string_view path = withoutFolder(request.path);
   for (const Route& route : kRoutes) {
-    if (route.path != request.path) continue;
+    if (route.path != path) continue;
     const Entry entry = judge(request, route.door, control::storedAccessKey());
     return entry == Entry::Granted ? route.answer(request) : refusal(entry, route.door);
   }
   const Entry entry = judge(request, kPageDoor, std::nullopt);
   if (entry == Entry::WrongHost || entry == Entry::WrongOrigin) return refusal(entry, kPageDoor);
   for (const PageFile& file : files_) {
-    const bool is_first = request.path == "/" && file.name == kFirstFile;
-    if (!is_first && request.path != "/" + std::string(file.name)) continue;
+    const bool is_first = path == "/" && file.name == kFirstFile;
+    if (!is_first && path != "/" + std::string(file.name)) continue;
     return entry == Entry::Granted ? fileAnswer(file, request) : refusal(entry, kPageDoor);
   }
   return errorAnswer(404, "not-found", tr("there is nothing at this address"));

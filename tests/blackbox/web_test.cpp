@@ -74,7 +74,7 @@ TEST(InstalledWeb, ServesOnASocketThatItIsGiven) {
       tests::readAll(installation.preferencesDirectory() + "/com.zel.vorlatch.web.key");
   const std::string key = file.substr(0, 32);
   client.send(requestTo("/api/login", "", R"({"key": ")" + key + "\"}"));
-  EXPECT_EQ(tests::statusOf(client.readAnswer()), "204 No Content");
+  EXPECT_EQ(tests::statusOf(client.readAnswer()), "200 OK");
   client.send(requestTo("/api/command", key, R"({"words": ["set", "org.none", "NiceValue=5"]})"));
   EXPECT_EQ(json::parse(tests::bodyOf(client.readAnswer()))["status"], 0);
   client.send(requestTo("/api/command", key, R"({"words": ["status"], "lang": "en"})"));

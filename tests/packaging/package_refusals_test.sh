@@ -73,7 +73,7 @@ printf '#!/bin/sh\nexit 1\n' >"$here/apt/dpkg-query"
 printf '#!/bin/sh\necho "E: Unable to locate package" >&2\nexit 100\n' >"$here/apt/apt-get"
 chmod +x "$here/apt/"*
 wanted='git dpkg cmake ninja-build clang-19 lld-19 llvm-19'
-wanted+=' libc++-19-dev nlohmann-json3-dev lowdown gettext'
+wanted+=' libc++-19-dev libboost1.81-dev libjs-chart.js nlohmann-json3-dev lowdown gettext'
 why="these packages could not be installed: $wanted"
 ((EUID == 0)) || why="packages are missing; as root: apt-get update && apt-get install $wanted"
 cannot 'packages that cannot be had' "$why" env PATH="$here/apt:$PATH" "$copy/scripts/package"

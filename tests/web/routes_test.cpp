@@ -2,6 +2,7 @@
 #include "web/routes.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include <gtest/gtest.h>
 
@@ -135,7 +136,13 @@ TEST(Routes, RefuseStrangersEverywhere) {
   }
 }
 
-TEST(Routes, ExchangeTheKeyForACookie) {
+// Returns the folder that a login names.
+std::string folderIn(const Answer& answer) {
+  return nlohmann::json::parse(answer.body).at("folder").get<std::string>();
+}
+
+// Nobody can guess the folder, so no server at another port is sent the cookie.
+TEST(Routes, ExchangeTheKeyForACookieOfOneFolder) {
   RoutesStory story;
   const auto login = [&](const std::string& body) {
     Request request = story.post("/api/login", body);
@@ -143,10 +150,15 @@ TEST(Routes, ExchangeTheKeyForACookie) {
     return request;
   };
   const Answer answer = story.routes.answer(login(R"({"key": ")" + story.key + "\"}"));
-  EXPECT_EQ(answer.status, 204);
-  EXPECT_EQ(answer.headers.size(), 1U);
-  EXPECT_EQ(answer.headers.at(0).second,
-            "vorlatch=" + story.key + "; HttpOnly; SameSite=Strict; Path=/; Max-Age=31536000");
+  EXPECT_EQ(answer.status, 200);
+  const std::string folder = folderIn(answer);
+  EXPECT_TRUE(control::isSecret(folder.substr(1, 32))) << folder;
+  EXPECT_EQ(folder, "/" + folder.substr(1, 32) + "/");
+  using Headers = std::vector<std::pair<const char*, std::string>>;
+  EXPECT_EQ(answer.headers,
+            (Headers{{"Set-Cookie", "vorlatch=" + story.key + "; HttpOnly; SameSite=Strict; Path=" +
+                                        folder + "; Max-Age=31536000"}}));
+  EXPECT_NE(folderIn(story.routes.answer(login(R"({"key": ")" + story.key + "\"}"))), folder);
   const std::string wrong =
       refusalText("403", "wrong-key", "this is not the key; vorlatchctl web prints it");
   EXPECT_EQ(story.answerTo(login(R"({"key": ""})")), wrong);
@@ -157,6 +169,22 @@ TEST(Routes, ExchangeTheKeyForACookie) {
     EXPECT_EQ(story.answerTo(login(body)), kUnreadable) << body;
   }
   EXPECT_EQ(story.answerTo(login(std::string(16'000, '['))), kUnreadable);
+}
+
+TEST(Routes, AreTheSameBelowEachFolder) {
+  RoutesStory story;
+  const std::string folder = "/0123456789abcdef0123456789abcdef";
+  EXPECT_EQ(story.answerTo(PageStory::get(folder + "/")), "200 packed page");
+  EXPECT_EQ(story.answerTo(PageStory::get(folder + "/app.js")), "200 code");
+  Request request = PageStory::get(folder + "/api/events");
+  EXPECT_EQ(story.routes.answer(request).status, 401);
+  request.cookies = {"vorlatch=" + story.key};
+  EXPECT_EQ(story.routes.answer(request).listens, control::Language::English);
+  for (const std::string& path :
+       {folder, folder + "0/", folder + folder + "/", folder + "//", folder + "/../app.js",
+        std::string("/0123456789ABCDEF0123456789ABCDEF/"), "/" + folder + "/"}) {
+    EXPECT_EQ(story.answerTo(PageStory::get(path)), kNothing) << path;
+  }
 }
 
 TEST(Routes, RunCommandsWithTheKeyAlone) {

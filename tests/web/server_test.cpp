@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -52,12 +53,13 @@ TEST(Server, LogsInAndEditsTheFile) {
   EXPECT_EQ(statusOf(client.readAnswer()), "403 Forbidden");
   client.send(postTo("/api/login", "", R"({"key": ")" + story.key + "\"}"));
   const std::string login = client.readAnswer();
-  EXPECT_EQ(statusOf(login), "204 No Content");
+  EXPECT_EQ(statusOf(login), kOk);
   const std::size_t begin = login.find("Set-Cookie: ") + 12;
   const std::string cookie = login.substr(begin, login.find(';', begin) - begin);
   EXPECT_EQ(cookie, "vorlatch=" + story.key);
+  const std::string folder = nlohmann::json::parse(bodyOf(login)).at("folder");
   const auto run = [&](const std::string& words) {
-    client.send(postTo("/api/command", cookie, R"({"words": [)" + words + "]}"));
+    client.send(postTo(folder + "api/command", cookie, R"({"words": [)" + words + "]}"));
     return bodyOf(client.readAnswer());
   };
   EXPECT_TRUE(run(R"("set", "kbd", "NiceValue=5")").starts_with(R"({"status":0,)"));

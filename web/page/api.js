@@ -1,4 +1,5 @@
 // Asks the server: log in, run a command, open the live events.
+import {keep, kept} from "./storage.js";
 import {language, t} from "./text.js";
 
 // Why the server gave no answer. `kind`: unreachable, no-key, too-many or refused.
@@ -46,15 +47,27 @@ async function failureOf(answer) {
   return new Failure(kindOfStatus[answer.status] || "refused", message);
 }
 
-// Exchanges the key for a cookie that scripts cannot read.
+// Exchanges the key for a cookie that scripts cannot read, and goes to the folder for which it is good.
 export async function logIn(key) {
-  const answer = await post("/api/login", {key});
+  const answer = await post("api/login", {key});
   if (!answer.ok) throw await failureOf(answer);
+  const {folder} = await answer.json();
+  keep("folder", folder);
+  location.replace(`${folder}#/now`);
+}
+
+// For an address that somebody typed: goes to the folder of the last login, if there was one. Returns true if
+// the page is left.
+export function goToFolder() {
+  const folder = kept("folder");
+  if (!folder || location.pathname !== "/") return false;
+  location.replace(folder + location.hash);
+  return true;
 }
 
 // Runs a command of vorlatchctl. Returns {status, output, error}; throws a Failure.
 export async function run(words) {
-  const answer = await post("/api/command", {words, lang: language()});
+  const answer = await post("api/command", {words, lang: language()});
   if (!answer.ok) throw await failureOf(answer);
   try {
     return await answer.json();
@@ -73,5 +86,5 @@ export async function look(words) {
 }
 
 export function openEvents() {
-  return new EventSource(`/api/events?lang=${language()}`);
+  return new EventSource(`api/events?lang=${language()}`);
 }

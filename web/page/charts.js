@@ -10,7 +10,7 @@ function loadChart() {
                reject(new Error("chart.js"));
              };
              document.head.append(
-                 element("script", {src: "/chart.js", onLoad: () => resolve(window.Chart), onError: fail}));
+                 element("script", {src: "chart.js", onLoad: () => resolve(window.Chart), onError: fail}));
            });
   return loaded;
 }

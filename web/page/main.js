@@ -1,5 +1,5 @@
 // Begins: takes the key out of the address, draws the frame, and shows the view that the address names.
-import {logIn} from "./api.js";
+import {goToFolder, logIn} from "./api.js";
 import * as doctor from "./doctor.js";
 import {button, element, icon, replace, setText} from "./dom.js";
 import * as kills from "./kills.js";
@@ -22,15 +22,18 @@ const views = {
 };
 const tabs = ["now", "processes", "kills", "log", "doctor"];
 
-// The key must not stay in the address, where the history and a shared link would show it.
+// Returns true if the page is left. The key must not stay in the address, where the history and a shared link
+// would show it.
 async function takeKey() {
   const found = /[#&]key=([0-9a-f]{32})/i.exec(location.hash);
-  if (!found) return;
+  if (!found) return goToFolder();
   history.replaceState(null, "", `${location.pathname}#/now`);
   try {
     await logIn(found[1].toLowerCase());
+    return true;
   } catch {
     // The first answer says the same, with the next step.
+    return false;
   }
 }
 
@@ -103,7 +106,7 @@ function onShown(name, argument) {
 
 async function begin() {
   drawLanguage();
-  await takeKey();
+  if (await takeKey()) return;
   startLive();
   onChange(drawLost);
   onChange(showWhenBack);

@@ -98,8 +98,6 @@ function keyForm(retry) {
     }
     try {
       await logIn(key);
-      tryAgain();
-      retry();
     } catch (failure) {
       problem.textContent = failure.message;
     }

@@ -1,19 +1,9 @@
 // The page's texts in the reader's language, and numbers and times as words. English texts are the keys.
+import {keep, kept} from "./storage.js";
 import {chinese} from "./zh.js";
 
-const storageKey = "vorlatch-language";
-
-// A browser may forbid storage; the switch then lasts until the page is closed.
-function storedLanguage() {
-  try {
-    return localStorage.getItem(storageKey);
-  } catch {
-    return null;
-  }
-}
-
 function preferredLanguage() {
-  const stored = storedLanguage();
+  const stored = kept("language");
   if (stored === "en" || stored === "zh") return stored;
   return /^zh\b/i.test(navigator.language || "") ? "zh" : "en";
 }
@@ -27,11 +17,7 @@ export function language() {
 
 export function setLanguage(chosen) {
   current = chosen;
-  try {
-    localStorage.setItem(storageKey, chosen);
-  } catch {
-    // See storedLanguage.
-  }
+  keep("language", chosen);
 }
 
 // The text in the reader's language; each %s is replaced by the next value.
