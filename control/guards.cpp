@@ -75,7 +75,7 @@ void refuseLimit(const Observation& observation, const std::string& target, cons
   }
   for (const RunningProcess& process : observation.processes) {
     if (!isFoundBy(process, target)) continue;
-    const auto memory = platform::memoryOfProcess(process.pid);
+    const auto memory = observation.memoryOf(process.pid);
     if (!memory) continue;
     const std::int64_t peak_mb = megabytesOf(memory->peak_bytes);
     const std::int64_t least_mb =

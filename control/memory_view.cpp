@@ -27,7 +27,7 @@ std::optional<std::int32_t> MemoryView::percentOfLimit() const {
 }
 
 MemoryView memoryOf(const Observation& observation, std::int32_t pid) {
-  MemoryView view{.memory = platform::memoryOfProcess(pid), .limit_mb = {}};
+  MemoryView view{.memory = observation.memoryOf(pid), .limit_mb = {}};
   const JetsamEntry* entry = observation.jetsamEntry(pid);
   if (entry != nullptr && entry->limit_mb > 0) view.limit_mb = entry->limit_mb;
   return view;

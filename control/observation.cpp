@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <utility>
@@ -152,6 +153,14 @@ const JetsamEntry* Observation::jetsamEntry(std::int32_t pid) const {
 std::optional<std::int32_t> Observation::band(std::int32_t pid) const {
   const JetsamEntry* entry = jetsamEntry(pid);
   return entry != nullptr ? std::optional(entry->band) : std::nullopt;
+}
+
+std::optional<platform::ProcessMemory> Observation::memoryOf(std::int32_t pid) const {
+  const auto memory = platform::memoryOfProcess(pid);
+  if (memory || errno != EPERM) return memory;
+  if (!jetsam_snapshot_) jetsam_snapshot_ = takeJetsamSnapshot();
+  const auto entry = jetsam_snapshot_->find(pid);
+  return entry == jetsam_snapshot_->end() ? std::nullopt : std::optional(entry->second);
 }
 
 std::optional<std::int32_t> Observation::highestBand() const {

@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "config/preferences.h"
+#include "control/jetsam_snapshot.h"
+#include "platform/memory_use.h"
 #include "proc/process_lookup.h"
 
 namespace vorlatch::control {
@@ -54,6 +56,9 @@ class Observation {
   [[nodiscard]] const StatusEntry* statusEntry(const std::string& key) const;
   [[nodiscard]] const JetsamEntry* jetsamEntry(std::int32_t pid) const;
   [[nodiscard]] std::optional<std::int32_t> band(std::int32_t pid) const;
+  // Returns the memory of a process, of another user's, too, if the kernel tells it. Empty if it is
+  // hidden, or the process has ended.
+  [[nodiscard]] std::optional<platform::ProcessMemory> memoryOf(std::int32_t pid) const;
   // Returns this kernel's highest band. Kernels number their bands up to 21 or up to 210; a band
   // above 21 in the kernel's list means 210. Empty without a list.
   [[nodiscard]] std::optional<std::int32_t> highestBand() const;
@@ -65,6 +70,7 @@ class Observation {
   RunningProcessMap running_;
   std::unordered_map<std::int32_t, std::size_t> index_by_pid_;
   std::unordered_map<std::int32_t, JetsamEntry> list_;
+  mutable std::optional<MemoryByPid> jetsam_snapshot_;  // taken for the first hidden process
 };
 
 // Returns the path where the daemon's program is installed.

@@ -12,6 +12,7 @@ namespace vorlatch::platform {
 
 inline constexpr std::uint32_t MEMORYSTATUS_CMD_GET_PRIORITY_LIST = 1;
 inline constexpr std::uint32_t MEMORYSTATUS_CMD_SET_PRIORITY_PROPERTIES = 2;
+inline constexpr std::uint32_t MEMORYSTATUS_CMD_GET_JETSAM_SNAPSHOT = 3;
 inline constexpr std::uint32_t MEMORYSTATUS_CMD_SET_MEMLIMIT_PROPERTIES = 7;
 inline constexpr std::uint32_t MEMORYSTATUS_CMD_GET_MEMLIMIT_PROPERTIES = 8;
 inline constexpr std::uint32_t MEMORYSTATUS_CMD_ELEVATED_INACTIVEJETSAMPRIORITY_ENABLE = 14;
@@ -22,6 +23,8 @@ inline constexpr std::uint32_t MEMORYSTATUS_CMD_SET_PROCESS_IS_FREEZABLE = 18;
 
 // Flag of SET_PRIORITY_PROPERTIES: changes the effective band and keeps the requested one.
 inline constexpr std::uint32_t MEMORYSTATUS_SET_PRIORITY_ASSERTION = 0x1;
+// Flag of GET_JETSAM_SNAPSHOT: takes one now, and leaves the one of the last kills alone.
+inline constexpr std::uint32_t MEMORYSTATUS_SNAPSHOT_ON_DEMAND = 0x1;
 // Attribute of a memory limit: the kernel ends a process that exceeds the limit.
 inline constexpr std::uint32_t MEMORYSTATUS_MEMLIMIT_ATTR_FATAL = 0x1;
 
@@ -55,8 +58,8 @@ inline constexpr int PRIO_DARWIN_ROLE = 6;
 inline constexpr int PRIO_DARWIN_ROLE_UI_FOCAL = 1;
 
 // The kernel's memorystatus_control(2). Returns -1 with errno on failure. On success returns the
-// number of bytes for GET_PRIORITY_LIST, 0 or 1 for GET_PROCESS_IS_MANAGED, and 0 for the others.
-// Safe to call from any thread, as are the two functions below.
+// number of bytes for GET_PRIORITY_LIST and GET_JETSAM_SNAPSHOT, 0 or 1 for GET_PROCESS_IS_MANAGED,
+// and 0 for the others. Safe to call from any thread, as are the two functions below.
 int memorystatus_control(std::uint32_t command, std::int32_t pid, std::uint32_t flags, void* buffer,
                          std::size_t buffersize);
 
