@@ -19,6 +19,7 @@
 
 #include "base/files.h"
 #include "benchmarks/installation.h"
+#include "benchmarks/running_program.h"
 #include "config/preferences.h"
 #include "config/property_list_file.h"
 #include "platform/notifications.h"
@@ -28,6 +29,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using benchmarks::Installation;
+using benchmarks::RunningProgram;
 using std::chrono::milliseconds;
 
 constexpr int kRuns = 50;
@@ -57,54 +59,13 @@ void writeTarget(int remark) {
                               plist::Dictionary{{"Remark", remark}, {"JetsamPriority", -1}}}}}});
 }
 
-class Daemon {
- public:
-  explicit Daemon(const Installation& installation) : pid_(installation.start({})) {}
-  Daemon(const Daemon&) = delete;
-  Daemon& operator=(const Daemon&) = delete;
-  ~Daemon() {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
+// Waits until start-up is complete, which ends with the main thread waiting for notifications.
+// Reads the name of the kernel function that it sleeps in, because a query for its system call is
+// delayed by up to a tick while the thread leaves the processor.
+void waitUntilServing(const RunningProgram& daemon) {
+  while (readFile(daemon.proc("wchan"), 4096).value_or("") != "wait_woken") {
   }
-  // Waits until start-up is complete, which ends with the main thread waiting for notifications.
-  // Reads the name of the kernel function that it sleeps in, because a query for its system call is
-  // delayed by up to a tick while the thread leaves the processor.
-  void waitUntilServing() const {
-    while (readFile(proc("wchan"), 4096).value_or("") != "wait_woken") {
-    }
-  }
-  [[nodiscard]] long contextSwitches() const {
-    return perThread("status", "voluntary_ctxt_switches:") +
-           perThread("status", "nonvoluntary_ctxt_switches:");
-  }
-  [[nodiscard]] double cpuMs() const {
-    return static_cast<double>(perThread("schedstat", "")) / 1e6;
-  }
-  [[nodiscard]] long memoryKb(const std::string& field) const {
-    return number(proc("smaps_rollup"), field);
-  }
-
- private:
-  [[nodiscard]] std::string proc(const std::string& name) const {
-    return "/proc/" + std::to_string(pid_) + "/" + name;
-  }
-  // The number that follows the field.
-  static long number(const std::string& file, const std::string& field) {
-    const std::string text = readFile(file, 1 << 20).value_or("");
-    const std::size_t at = text.find(field);
-    return at == text.npos ? -1 : std::atol(text.c_str() + at + field.size());
-  }
-  // The sum over all threads.
-  [[nodiscard]] long perThread(const char* file, const std::string& field) const {
-    long sum = 0;
-    for (const auto& thread : std::filesystem::directory_iterator(proc("task"))) {
-      sum += number(thread.path() / file, field);
-    }
-    return sum;
-  }
-
-  const pid_t pid_;
-};
+}
 
 // Watches the log for new lines.
 class Log {
@@ -145,9 +106,9 @@ void measureStart(const Installation& installation) {
     // This program polls without pause, so it must not share the daemon's processor.
     runOn({1});
     const auto begin = Clock::now();
-    const Daemon daemon(installation);
+    const RunningProgram daemon(installation, {});
     runOn({0});
-    daemon.waitUntilServing();
+    waitUntilServing(daemon);
     starts_ms.push_back(millisecondsSince(begin));
   }
   runOn({0, 1});
@@ -166,7 +127,7 @@ void measurePosts(const Log& log) {
   report("post to the pass's first line", answers_ms);
 }
 
-void measureIdleness(const Daemon& daemon, const Log& log, int seconds) {
+void measureIdleness(const RunningProgram& daemon, const Log& log, int seconds) {
   log.waitUntilQuiet();
   const long switches_before = daemon.contextSwitches();
   const double cpu_before_ms = daemon.cpuMs();
@@ -182,12 +143,12 @@ void measureAll(int idle_seconds) {
   writeTarget(-1);
   measureStart(installation);
   {
-    const Daemon daemon(installation);
-    daemon.waitUntilServing();
+    const RunningProgram daemon(installation, {});
+    waitUntilServing(daemon);
     measurePosts(Log());
   }
-  const Daemon daemon(installation);
-  daemon.waitUntilServing();
+  const RunningProgram daemon(installation, {});
+  waitUntilServing(daemon);
   measureIdleness(daemon, Log(), idle_seconds);
 }
 
