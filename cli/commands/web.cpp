@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "cli/command.h"
+#include "cli/qr_code.h"
 #include "control/access_key.h"
 #include "platform/listening_socket.h"
 #include "rootprefix/libroot.h"
@@ -30,6 +31,12 @@ struct Options {
   failCouldNot(program + ": " + control::reasonOf(errno));
 }
 
+// Prints the address as a picture where somebody may look at it with the phone's camera.
+void printCode(const Session& session, const std::string& address) {
+  if (session.terminal.columns() < kQrColumns || address.size() > kQrTextBytesMax) return;
+  session.terminal.out(qrCode(address));
+}
+
 ExitStatus web(const Session& session, const Options& options) {
   const std::string key = options.replaces_key ? control::replaceAccessKey() : control::accessKey();
   const std::string address = "http://127.0.0.1:" + std::to_string(options.port) + "/#key=" + key;
@@ -37,6 +44,7 @@ ExitStatus web(const Session& session, const Options& options) {
     print(session, {{"address", address}});
     return kDone;
   }
+  printCode(session, address);
   printLine(session, address);
   printLine(session, tr("open it in a browser on this device; whoever has the address may do "
                         "there what vorlatchctl does"));

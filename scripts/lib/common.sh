@@ -11,7 +11,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
 # Packages that every build needs; the clang presets also need clang_packages.
 # shellcheck disable=SC2034 # for the scripts
 build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libbenchmark-dev libplist-dev
-  libboost1.81-dev libjs-chart.js nlohmann-json3-dev lowdown gettext util-linux)
+  libboost1.81-dev libjs-chart.js libzbar-dev nlohmann-json3-dev lowdown gettext util-linux)
 # shellcheck disable=SC2034
 clang_packages=(clang libclang-rt-14-dev llvm)
 # Packages that the tests of the optimised build need.

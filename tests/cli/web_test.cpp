@@ -2,6 +2,7 @@
 // the server.
 #include <gtest/gtest.h>
 
+#include "cli/qr_code.h"
 #include "control/access_key.h"
 #include "tests/cli/control_run.h"
 
@@ -21,6 +22,16 @@ TEST(Web, PrintsTheAddressWithTheKey) {
   EXPECT_EQ(story.answer("web"), answer);
   EXPECT_EQ(story.answer("web --port 80 --json"),
             pretty(R"({"address": "http://127.0.0.1:80/#key=)" + *key + "\"}"));
+}
+
+// The phone's camera reads it from the terminal of a computer.
+TEST(Web, ShowsACodeOnATerminalWithRoomForIt) {
+  ControlStory story;
+  const std::string text = story.answer("web");
+  story.columns = cli::kQrColumns;
+  EXPECT_EQ(story.answer("web"), cli::qrCode(text.substr(0, text.find('\n'))) + text);
+  story.columns = cli::kQrColumns - 1;
+  EXPECT_EQ(story.answer("web"), text);
 }
 
 TEST(Web, ReplacesTheKey) {
