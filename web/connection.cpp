@@ -55,8 +55,10 @@ void Connection::readMore() {
 void Connection::take(std::string_view bytes) {
   const Reading reading = reader_.take(bytes);
   if (const auto* const request = std::get_if<Request>(&reading)) {
+    sends_content_ = request->method != "HEAD";
     write(owner_.answer(*request), request->keeps_connection);
   } else if (const auto* const bad = std::get_if<BadRequest>(&reading)) {
+    sends_content_ = true;
     write(badRequestAnswer(bad->status), false);
   } else {
     readMore();
@@ -67,7 +69,7 @@ void Connection::write(Answer answer, bool keeps_connection) {
   answer_ = std::move(answer);
   const bool goes_on = keeps_connection && !answer_.listens;
   head_ = headOf(answer_, goes_on);
-  const std::string_view content = answer_.content();
+  const std::string_view content = sends_content_ ? answer_.content() : std::string_view();
   const std::array<boost::asio::const_buffer, 2> buffers{
       boost::asio::buffer(head_), boost::asio::buffer(content.data(), content.size())};
   limitTime();

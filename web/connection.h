@@ -64,8 +64,9 @@ class Connection final : public Listener, public std::enable_shared_from_this<Co
   std::array<char, 4096> bytes_{};
   Answer answer_;
   std::string head_;
-  EventText event_;    // that is being written
-  EventText pending_;  // that follows
+  EventText event_;            // that is being written
+  EventText pending_;          // that follows
+  bool sends_content_ = true;  // behind the head
   bool is_listening_ = false;
   bool is_closed_ = false;
 };

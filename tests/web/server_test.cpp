@@ -43,6 +43,17 @@ TEST(Server, AnswersOverOneConnection) {
   EXPECT_EQ(bodyOf(client.readAnswer()), "packed page");
 }
 
+TEST(Server, AnswersAQuestionForTheHeadWithoutABody) {
+  PageStory story;
+  const ServerProcess server;
+  RawClient client = server.connect();
+  client.send("HEAD / HTTP/1.1\r\nHost: localhost\r\n\r\n" + kGetPage);
+  const std::string answers = client.readUntil("packed page");
+  const std::size_t end = answers.find("\r\n\r\n") + 4;
+  EXPECT_EQ(statusOf(answers), "405 Method Not Allowed");
+  EXPECT_EQ(statusOf(answers.substr(end)), kOk);
+}
+
 TEST(Server, LogsInAndEditsTheFile) {
   PageStory story;
   const ServerProcess server;
