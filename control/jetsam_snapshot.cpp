@@ -50,8 +50,9 @@ T readAt(std::string_view bytes, std::size_t offset) {
 
 // Returns true for a text and zeros behind it, as the kernel leaves them.
 bool isName(const std::array<char, 33>& name) {
-  const auto end = std::ranges::find(name, '\0');
-  return end != name.end() && std::all_of(end, name.end(), [](char byte) { return byte == '\0'; });
+  const std::string_view text(name.data(), name.size());
+  const std::size_t end = text.find('\0');
+  return end != text.npos && text.find_first_not_of('\0', end) == text.npos;
 }
 
 // Returns the processes if the entries have this size; empty if they cannot have it.
