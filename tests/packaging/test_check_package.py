@@ -5,6 +5,7 @@ import functools
 import os
 import pathlib
 import plistlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -23,6 +24,7 @@ KEPT_IMPORTS = {
 }
 ENTITLEMENTS = check_package.ENTITLEMENTS
 FIELDS = {**check_package.CONTROL_FIELDS, "Version": "1.2.3", "Installed-Size": "50"}
+CHECKOUT = pathlib.Path(__file__).resolve().parents[2]
 DAEMON = "var/jb/usr/libexec/vorlatchd"
 LISTENER = {"SockNodeName": "127.0.0.1", "SockServiceName": "8717", "SockFamily": "IPv4", "SockType": "stream"}
 SOCKETS = {"Listeners": LISTENER}
@@ -187,6 +189,14 @@ class Packages(unittest.TestCase):
         self.put("var/jb/usr/bin/vorlatchctl", fewer, 0o755)
         self.put("var/jb/usr/libexec/vorlatchweb", fewer, 0o755)
         self.assertEqual(self.findings_for(fewer), ["imports.txt: no program asks for __Znwm of libc++"])
+
+    def test_the_page_is_where_its_address_says(self):
+        def in_source(pattern, path):
+            return re.search(pattern, (CHECKOUT / path).read_text(encoding="utf-8"))[1]
+
+        port = in_source(r"kPagePort = (\d+);", "control/access_key.h")
+        name = in_source(r'launch_activate_socket\("(\w+)"', "platform/darwin/listening_socket.cpp")
+        self.assertEqual(SOCKETS, {name: {**LISTENER, "SockServiceName": port}})
 
 
 if __name__ == "__main__":
