@@ -114,11 +114,12 @@ bool replaceFile(const std::string& path, std::string_view bytes,
   return written;
 }
 
-// Returns root if the directory cannot be looked at.
-uid_t ownerOfDirectoryOf(const std::string& path) {
+// Returns this process's user; for root, the owner of the directory, or root if that is unknown.
+uid_t ownerOfSecret(const std::string& path) {
   struct stat status {};
   const std::string directory = path.substr(0, path.rfind('/') + 1);
-  return ::stat(directory.c_str(), &status) == 0 ? status.st_uid : 0;
+  const bool is_root = ::geteuid() == 0;
+  return is_root && ::stat(directory.c_str(), &status) == 0 ? status.st_uid : ::geteuid();
 }
 
 }  // namespace
@@ -248,17 +249,14 @@ std::optional<std::string> readSecretFile(const std::string& path, std::size_t l
   struct stat status {};
   const Descriptor file = openPlainFile(path, O_RDONLY, status);
   if (!file.isOpen() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) return std::nullopt;
-  const bool is_own = status.st_uid == ::geteuid();
-  const bool is_of_directory = ::geteuid() == 0 && status.st_uid == ownerOfDirectoryOf(path);
-  if (!is_own && !is_of_directory) return std::nullopt;
+  if (status.st_uid != ownerOfSecret(path)) return std::nullopt;
   return contentsOf(file, status, limit_bytes);
 }
 
 bool writeSecretFile(const std::string& path, std::string_view bytes) {
   // The temporary file has mode 0600 from its beginning.
   const auto hand_over = [&path](const Descriptor& file) {
-    const uid_t owner = ownerOfDirectoryOf(path);
-    return ::geteuid() != 0 || ::fchown(file.get(), owner, static_cast<gid_t>(-1)) == 0;
+    return ::fchown(file.get(), ownerOfSecret(path), static_cast<gid_t>(-1)) == 0;
   };
   return replaceFile(path, bytes, hand_over, nullptr);
 }

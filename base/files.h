@@ -74,9 +74,9 @@ bool writeFileAtomically(const std::string& path, std::string_view bytes,
                          const std::function<bool()>& may_replace = nullptr);
 
 // Returns the contents of a secret: a plain file that nobody but its owner may read or change. The
-// owner is this process's user; for root, it may also be the owner of the directory. Returns
-// std::nullopt for any other file, because others may know its contents or have put them there, and
-// for a file that cannot be read or is longer than `limit_bytes`.
+// owner is this process's user; for root, the owner of the directory, whose programs then accept
+// the same file. Returns std::nullopt for any other file, because others may know its contents or
+// have put them there, and for a file that cannot be read or is longer than `limit_bytes`.
 std::optional<std::string> readSecretFile(const std::string& path, std::size_t limit_bytes);
 
 // Like writeFileAtomically, with mode 0600. A file that root writes belongs to the owner of the

@@ -27,10 +27,36 @@ PROGRAMS = {
     "usr/bin/vorlatchctl": 1_000_000,
     "usr/libexec/vorlatchweb": 1_000_000,
 }
-LAUNCH_DAEMON = f"Library/LaunchDaemons/{PACKAGE}.plist"
-DOCUMENTS = ("device.md", "device.zh-CN.md", "log.md", "preferences.md", "vorlatchctl.md", "vorlatchctl.zh-CN.md")
+# The property list of each launchd job.
+JOBS = {
+    f"Library/LaunchDaemons/{PACKAGE}.plist": {
+        "Label": PACKAGE,
+        "ProgramArguments": ["/var/jb/usr/libexec/vorlatchd"],
+        "UserName": "root",
+        "RunAtLoad": True,
+        "KeepAlive": True,
+    },
+    f"Library/LaunchDaemons/{PACKAGE}.web.plist": {
+        "Label": f"{PACKAGE}.web",
+        "ProgramArguments": ["/var/jb/usr/libexec/vorlatchweb"],
+        "UserName": "mobile",
+        "ProcessType": "Interactive",
+        "Sockets": {
+            "Listeners": {
+                "SockNodeName": "127.0.0.1",
+                "SockServiceName": "8717",
+                "SockFamily": "IPv4",
+                "SockType": "stream",
+            }
+        },
+    },
+}
+DOCUMENTS = (
+    *("copyright", "device.md", "device.zh-CN.md", "log.md", "preferences.md"),
+    *("vorlatchctl.md", "vorlatchctl.zh-CN.md"),
+)
 OTHER_FILES = (
-    LAUNCH_DAEMON,
+    *JOBS,
     "usr/share/bash-completion/completions/vorlatchctl",
     "usr/share/man/man1/vorlatchctl.1",
     "usr/share/man/man8/vorlatchd.8",
@@ -49,13 +75,6 @@ CONTROL_FIELDS = {
     "Maintainer": "Vorlatch maintainers",
     "Depends": "firmware (>= 15.0)",
     "Description": "keeps chosen processes at chosen memory and priority settings",
-}
-LAUNCH = {
-    "Label": PACKAGE,
-    "ProgramArguments": ["/var/jb/usr/libexec/vorlatchd"],
-    "UserName": "root",
-    "RunAtLoad": True,
-    "KeepAlive": True,
 }
 ENTITLEMENTS = [
     "com.apple.private.memorystatus",
@@ -199,8 +218,8 @@ def check_files(folder: pathlib.Path) -> Iterator[str]:
         yield from (f"{pathlib.Path(path).name}: {finding}" for finding in findings)
     for library, name in sorted(kept_imports() - imports):
         yield f"imports.txt: no program asks for {name} of {library}"
-    launch = plistlib.loads((folder / LAUNCH_DAEMON).read_bytes())
-    yield from differences(LAUNCH_DAEMON, LAUNCH, launch)
+    for path, job in JOBS.items():
+        yield from differences(path, job, plistlib.loads((folder / path).read_bytes()))
 
 
 def examine(package: pathlib.Path, version: str) -> list[str]:

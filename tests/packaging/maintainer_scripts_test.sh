@@ -18,57 +18,7 @@ fi
 shell=$1
 package=com.zel.vorlatch
 
-# The stand-in for every program. Each line of $FAKE/rules is a status or a deed, a blank, and the
-# pattern of a call.
-fake=$here/fake
-cat >"$fake" <<'FAKE'
-#!/bin/bash
-PATH=/usr/bin:/bin
-call="${0##*/} $*"
-call=${call//"$VORLATCH_JBROOT"/ROOT}
-[[ $call == sleep* ]] && exec sleep 0.01
-printf '  %s\n' "$call" >>"$FAKE/record"
-while read -r deed pattern; do
-  # shellcheck disable=SC2053 # a pattern
-  [[ $call == $pattern ]] || continue
-  case $deed in
-    kill) kill -KILL "$PPID" && exit 1 ;;
-    hang)
-      echo "$$" >"$FAKE/hung"
-      sleep 60 &
-      trap 'kill %1; echo "  interrupted" >>"$FAKE/record"; exit 3' TERM
-      wait
-      ;;
-    hang-on) trap '' TERM && echo "$$" >"$FAKE/hung" && exec sleep 60 ;;
-    *) exit "$deed" ;;
-  esac
-done <"$FAKE/rules"
-loaded() { [[ -e $FAKE/loaded ]]; }
-# Gone at the third look from now.
-unloaded() { loaded && rm "$FAKE/loaded" && printf '2\n' >"$FAKE/lingers"; }
-seen() {
-  loaded && return
-  local looks=0
-  [[ ! -e $FAKE/lingers ]] || looks=$(<"$FAKE/lingers")
-  ((looks > 0)) && printf '%d\n' "$((looks - 1))" >"$FAKE/lingers"
-}
-case $call in
-  'launchctl bootstrap system '*)
-    ! loaded || exit 37
-    [[ -f $3 ]] || exit 5
-    : >"$FAKE/loaded"
-    ;;
-  'launchctl bootout system/com.zel.vorlatch') unloaded || exit 3 ;;
-  'launchctl print system/com.zel.vorlatch' | 'launchctl list com.zel.vorlatch') seen || exit 113 ;;
-  'launchctl load -w '*) [[ ! -f $3 ]] || : >"$FAKE/loaded" ;;
-  'launchctl unload '* | 'launchctl remove com.zel.vorlatch') unloaded || true ;;
-  'vorlatchctl release --keep-preferences') loaded || exit 3 ;;
-  'chown -h 501:501 '*) ;;
-  'rm -f '*) exec rm "$@" ;;
-  *) echo "unexpected: $call" >>"$FAKE/record" ;;
-esac
-FAKE
-chmod +x "$fake"
+fake=$checkout/tests/packaging/stand_in.sh
 
 # makePackage VERSION: makes a package whose scripts first note their arguments. $shell runs them, because
 # this machine does not have the device's shell.
@@ -79,12 +29,15 @@ makePackage() {
   copyOfCheckout "$copy"
   cp "$fake" "$staging/usr/bin/vorlatchctl"
   printf '%s\n' "$version" >"$staging/usr/libexec/vorlatchd"
-  cp "$checkout/packaging/$package.plist" "$staging/Library/LaunchDaemons"
+  cp "$checkout/packaging/$package"{,.web}.plist "$staging/Library/LaunchDaemons"
   for script in "$copy"/packaging/debian/p*; do
     # shellcheck disable=SC2016 # for the script
     note="echo \"$version ${script##*/}:"'$(printf " <%s>" "$@")" >>"$FAKE/record"'
     sed -i "1c #!$shell\n$note" "$script"
+    # A version that has no page, whose scripts do nothing else.
+    [[ $version != 0.9 ]] || sed -i '3,$d' "$script"
   done
+  [[ $version != 0.9 ]] || rm "$staging/Library/LaunchDaemons/$package.web.plist"
   makeIn "$copy" "$here/staging" "$version" "$here/$version.deb"
 }
 
@@ -93,7 +46,7 @@ begin() {
   scenario="${shell##*/}: $1"
   rm -rf "$here/device" "$here/admin" "$here/state"
   mkdir -p "$here/device/var/jb/usr/bin" "$here/device/var/jb/Library/LaunchDaemons" \
-    "$here/admin/updates" "$here/admin/info" "$here/state"
+    "$here/admin/updates" "$here/admin/info" "$here/state/loaded"
   touch "$here/admin/status" "$here/admin/available" "$here/state/rules" "$here/state/record"
   export FAKE=$here/state VORLATCH_JBROOT=$here/device/var/jb
   preferences=$VORLATCH_JBROOT/var/mobile/Library/Preferences
@@ -105,11 +58,12 @@ rules() { printf '%s\n' "$@" >"$FAKE/rules"; }
 
 # In the order in which a purge names them; and files of others with similar names.
 files_to_purge=("$package.plist" "$package.plist.tmp.aB3xYz" "$package.profile.at home.plist" "$package.profile.x.plist"
-  "$package.profile.x.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000" Vorlatch.log
+  "$package.profile.x.plist.tmp.aB3xYz" "$package.status.plist" "$package.status.plist.tmp.000000"
+  "$package.web.key" "$package.web.key.tmp.aB3xYz" Vorlatch.log
   Vorlatch.log.aside.0123456789abcdef0123456789abcdef "$package.plist.undo.10" "$package.plist.undo.9"
   "$package.plist.undo.9.tmp.aB3xYz")
 theirs_to_keep=(com.other.plist "$package.plist.tmp.backups" "$package.plist.undo.9.backup" "$package.plist.undo."
-  "$package.profile..plist")
+  "$package.profile..plist" "$package.web.key.backup")
 
 # As the daemon and its user leave it.
 writeFiles() {
@@ -128,17 +82,25 @@ run() {
     "$@" >"$here/output" 2>&1 </dev/null || status=$?
 }
 
-# expect STATUS OF DPKG, STATE OF THE PACKAGE, WHETHER IT IS LOADED, LINE...: the lines are the record, and
-# behind "! " what the scripts said. Nothing may stand outside the jailbreak root.
+# expect STATUS OF DPKG, STATE OF THE PACKAGE, LOADED JOBS, LINE...: the lines are the record, and behind
+# "! " what the scripts said, and behind "> " the address of the page. Nothing may stand outside the jailbreak
+# root.
 expect() {
   local state is_loaded
   state=$(dpkg-query --admindir="$here/admin" -W -f '${db:Status-Status} ${Version}' "$package" \
     2>/dev/null || echo none)
-  is_loaded=$([[ -e $FAKE/loaded ]] && echo yes || echo no)
+  is_loaded=$(cd "$FAKE/loaded" && echo *)
+  case $is_loaded in
+    "$package $package.web") is_loaded=both ;;
+    "$package.web") is_loaded=page ;;
+    "$package") is_loaded=daemon ;;
+    '*') is_loaded=none ;;
+  esac
   check 'state and record' "$(lines "$1, $2, loaded: $3" device/var device/var/jb "${@:4}" | grep .)" \
     "$((status != 0)), $state, loaded: $is_loaded
 $(cd "$here" && find device -mindepth 1 -maxdepth 2 | sort)
-$(cat "$FAKE/record" && sed -n "s,$VORLATCH_JBROOT,ROOT,; s/^$package: /! /p" "$here/output")"
+$(cat "$FAKE/record" && sed -n "s,$VORLATCH_JBROOT,ROOT,; s/^$package: /! /p; s/^http/> &/p" \
+      "$here/output")"
 }
 
 files() { (cd "$VORLATCH_JBROOT" && find "$@" ! -type d | sort); }
@@ -151,20 +113,31 @@ unload='  launchctl unload ROOT/Library/LaunchDaemons/com.zel.vorlatch.plist'
 bootstrap='  launchctl bootstrap system ROOT/Library/LaunchDaemons/com.zel.vorlatch.plist'
 load='  launchctl load -w ROOT/Library/LaunchDaemons/com.zel.vorlatch.plist'
 release='  vorlatchctl release --keep-preferences'
+web='  vorlatchctl web'
 lines() { printf '%s\n' "$@"; }
+# The same for the job of the page; for one job after the other.
+ofPage() { lines "${@//$package/$package.web}"; }
+both() { lines "$@" && ofPage "$@"; }
 configured='1.0 postinst: <configure> <>'
-will_start='! the daemon could not be started; it will be when the jailbreak next starts its daemons'
+cannot_start='could not be started; it will be when the jailbreak next starts its daemons'
+no_address='! the address of the page could not be printed; the command vorlatchctl web prints it'
+new_address='> http://127.0.0.1:8717/#key=new'
+address="> http://127.0.0.1:8717/#key=of $package.web.key"
 gone=$(lines "$look" "$look_again")
-removing=$(lines '1.0 prerm: <remove>' "$release")
-was_removed=$(lines '1.0 postrm: <remove>' "$gone")
-# A daemon that goes is seen twice more.
+# A program that ends is seen twice more.
 stopped=$(lines "$stop" "$look" "$look" "$gone")
 not_there=$(lines "$stop" "$unload" "$gone")
 will_not_go=$(lines "$stop" "$unload" "$look" "$look" "$look" "$look" "$look")
+unload_helps=$(lines "$stop" "$unload" "$look" "$look" "$gone")
+will_go_later=$(lines "$look" "$stop" '  launchctl remove com.zel.vorlatch')
+started=$(lines "$not_there" "$bootstrap")
 restarted=$(lines "$stopped" "$bootstrap")
+removing=$(lines '1.0 prerm: <remove>' "$release")
+was_removed=$(lines '1.0 postrm: <remove>' "$(both "$gone")")
 upgraded=$(lines '1.0 prerm: <upgrade> <2.0>' '1.0 postrm: <upgrade> <2.0>' '2.0 postinst: <configure> <1.0>')
-removed=$(lines "$removing" "$stopped" "$was_removed")
+removed=$(lines "$removing" "$(both "$stopped")" "$was_removed")
 
+makePackage 0.9
 makePackage 1.0
 makePackage 2.0
 
@@ -198,7 +171,7 @@ onceMore() {
   run "$@"
 }
 
-theirs='./Library/LaunchDaemons/com.zel.vorlatch.plist'
+theirs=$(lines ./Library/LaunchDaemons/com.zel.vorlatch{,.web}.plist)
 programs=$(lines ./usr/bin/vorlatchctl ./usr/libexec/vorlatchd)
 inPreferences() { printf './var/mobile/Library/Preferences/%s\n' "$@" | sort; }
 settings=$(inPreferences "${files_to_purge[@]}" "${theirs_to_keep[@]}")
@@ -215,117 +188,148 @@ expectKept() {
 # A whole life.
 begin 'install'
 run -i "$here/1.0.deb"
-expect 0 'installed 1.0' yes "$configured" '  chown -h 501:501 ROOT/var/mobile' \
+expect 0 'installed 1.0' both "$configured" '  chown -h 501:501 ROOT/var/mobile' \
   '  chown -h 501:501 ROOT/var/mobile/Library' '  chown -h 501:501 ROOT/var/mobile/Library/Preferences' \
-  "$not_there" "$bootstrap"
-expectFiles <<<"$theirs"$'\n'"$programs"
+  "$(both "$started")" "$web" "$new_address"
+expectFiles <<<"$theirs"$'\n'"$programs"$'\n'"$(inPreferences "$package.web.key")"
 writeFiles
 
 scenario+=', upgrade'
 run -i "$here/2.0.deb"
-expect 0 'installed 2.0' yes "$upgraded" "$restarted"
+expect 0 'installed 2.0' both "$upgraded" "$(both "$restarted")" "$web" "$address"
 expectKept 2.0
 
 scenario+=', remove'
 run -r "$package"
-expect 0 'config-files 2.0' no '2.0 prerm: <remove>' "$release" "$stopped" '2.0 postrm: <remove>' \
-  "$look" "$look_again"
+expect 0 'config-files 2.0' none '2.0 prerm: <remove>' "$release" "$(both "$stopped")" \
+  '2.0 postrm: <remove>' "$(both "$gone")"
 expectFiles <<<"$settings"
 
 scenario+=', install again'
 run -i "$here/1.0.deb"
-expect 0 'installed 1.0' yes '1.0 postinst: <configure> <2.0>' "$not_there" "$bootstrap"
+expect 0 'installed 1.0' both '1.0 postinst: <configure> <2.0>' "$(both "$started")" "$web" "$address"
 expectKept 1.0
 
 scenario+=', purge'
 echo aside >"$preferences/$package.plist.released"
 run -P "$package"
-expect 0 none no "$removed" '1.0 postrm: <purge>' "$purged"
+expect 0 none none "$removed" '1.0 postrm: <purge>' "$purged"
 expectFiles <<<"$foreign"
+
+begin 'upgrade from a version without the page'
+mkdir -p "$preferences"
+run -i "$here/0.9.deb"
+: >"$FAKE/loaded/$package"
+run -i "$here/1.0.deb"
+expect 0 'installed 1.0' both '0.9 prerm: <upgrade> <1.0>' '0.9 postrm: <upgrade> <1.0>' \
+  '1.0 postinst: <configure> <0.9>' "$restarted" "$(ofPage "$started")" "$web" "$new_address"
 
 # Installing fails.
 install 'install, bootstrap refused' '5 launchctl bootstrap *'
-expect 0 'installed 1.0' yes "$configured" "$not_there" "$bootstrap" "$load" "$look"
+expect 0 'installed 1.0' both "$configured" "$(both "$started" "$load" "$look")" "$web" "$new_address"
 
-begin 'install, nothing starts it, nor can the directory be given to mobile'
+begin 'install, nothing starts, nor can the directory be given to mobile'
 rules '5 launchctl bootstrap *' '1 launchctl load *' '1 chown *'
 run -i "$here/1.0.deb"
-expect 0 'installed 1.0' no "$configured" '  chown -h 501:501 ROOT/var/mobile' \
-  "$not_there" "$bootstrap" "$load" '! ROOT/var/mobile could not be made for the user mobile' "$will_start"
+expect 0 'installed 1.0' none "$configured" '  chown -h 501:501 ROOT/var/mobile' \
+  "$(both "$started" "$load")" "$web" '! ROOT/var/mobile could not be made for the user mobile' \
+  "! the daemon $cannot_start" "! the page's server $cannot_start" "$no_address"
 
 install 'install, load says that it loaded, and did not' '5 launchctl bootstrap *' '0 launchctl load *'
-expect 0 'installed 1.0' no "$configured" "$not_there" "$bootstrap" "$load" "$gone" "$will_start"
+expect 0 'installed 1.0' none "$configured" "$(both "$started" "$load" "$gone")" "$web" \
+  "! the daemon $cannot_start" "! the page's server $cannot_start" "$new_address"
+
+install 'install, no key can be made' '3 vorlatchctl web'
+expect 0 'installed 1.0' both "$configured" "$(both "$started")" "$web" "$no_address"
 
 begin 'install without launchctl'
 mkdir -p "$preferences"
 rm "$VORLATCH_JBROOT/usr/bin/launchctl"
 run -i "$here/1.0.deb"
-expect 0 'installed 1.0' no "$configured" "$will_start"
+expect 0 'installed 1.0' none "$configured" "$web" "! the daemon $cannot_start" \
+  "! the page's server $cannot_start" "$new_address"
 
-install 'install, killed half-way' 'kill launchctl bootstrap *'
-expect 1 'half-configured 1.0' no "$configured" "$not_there" "$bootstrap"
+install 'install, killed half-way' 'kill launchctl bootstrap *.web.plist'
+expect 1 'half-configured 1.0' daemon "$configured" "$(both "$started")"
 onceMore --configure -a
-expect 0 'installed 1.0' yes "$configured" "$not_there" "$bootstrap"
+expect 0 'installed 1.0' both "$configured" "$restarted" "$(ofPage "$started")" "$web" "$new_address"
 
 # Upgrading fails.
 upgrade 'upgrade, bootout refused' '36 launchctl bootout *'
-expect 0 'installed 2.0' yes "$upgraded" "$stop" "$unload" "$look" "$look" "$gone" "$bootstrap"
-expectKept 2.0
-
-upgrade 'upgrade, the daemon cannot be stopped' '36 launchctl bootout *' '1 launchctl unload *'
-expect 0 'installed 2.0' yes "$upgraded" "$will_not_go" \
-  '! the daemon that runs could not be stopped; it goes on until the device is restarted'
+expect 0 'installed 2.0' both "$upgraded" "$(both "$unload_helps" "$bootstrap")" "$web" "$address"
 expectKept 2.0
 
 # Removing fails.
 remove 'remove, the release fails' '3 vorlatchctl *'
-expect 0 'config-files 1.0' no "$removed" \
+expect 0 'config-files 1.0' none "$removed" \
   '! not every target was handed back; they stay as they are until they end'
 expectFiles <<<"$settings"
 
 for deed in hang hang-on; do
   remove "remove, the release does not end ($deed)" "$deed vorlatchctl *"
   interrupted=$([[ $deed != hang ]] || printf '\n  interrupted')
-  expect 0 'config-files 1.0' no "${removed/"$release"/"$release$interrupted"}" \
+  expect 0 'config-files 1.0' none "${removed/"$release"/"$release$interrupted"}" \
     '! not every target was handed back; they stay as they are until they end'
   check 'vorlatchctl is ended' no "$(kill -0 "$(<"$FAKE/hung")" 2>/dev/null && echo yes || echo no)"
 done
 
 remove 'remove, bootout refused' '36 launchctl bootout *'
-expect 0 'config-files 1.0' no "$removing" "$stop" "$unload" "$look" "$look" "$gone" "$was_removed"
-
-kept_on=$(lines "$removing" "$will_not_go" '1.0 postrm: <remove>' "$look" "$stop" \
-  '  launchctl remove com.zel.vorlatch' '! the daemon could not be stopped yet')
-remove 'remove, the daemon cannot be stopped before' '36 launchctl bootout *' '1 launchctl unload *'
-expect 0 'config-files 1.0' no "$kept_on"
-
-remove 'remove, the daemon cannot be stopped at all' '36 launchctl bootout *' '1 launchctl unload *' \
-  '1 launchctl remove *'
-expect 0 'config-files 1.0' yes "$kept_on" \
-  '! the daemon could not be stopped; it ends with the next restart of the device'
+expect 0 'config-files 1.0' none "$removing" "$(both "$unload_helps")" "$was_removed"
 
 remove 'remove, killed half-way, called off' 'kill vorlatchctl *'
-expect 1 'installed 1.0' yes "$removing" '1.0 postinst: <abort-remove>' "$restarted"
+expect 1 'installed 1.0' both "$removing" '1.0 postinst: <abort-remove>' "$(both "$restarted")"
 expectKept 1.0
 onceMore -r "$package"
-expect 0 'config-files 1.0' no "$removed"
+expect 0 'config-files 1.0' none "$removed"
 expectFiles <<<"$settings"
+
+# One job fails, the other does not.
+for failing in "$package" "$package.web"; do
+  if [[ $failing == "$package" ]]; then
+    name='the daemon' fails=daemon works=page
+    # inTurn FAILING WORKING: what is done to both jobs.
+    inTurn() { lines "$1" && ofPage "$2"; }
+  else
+    name="the page's server" fails=page works=daemon
+    inTurn() { lines "$2" && ofPage "$1"; }
+  fi
+  will_not_stop=("36 launchctl bootout *$failing" "1 launchctl unload *$failing.plist")
+
+  install "install, $name cannot be started" "5 launchctl bootstrap *$failing.plist" \
+    "1 launchctl load *$failing.plist"
+  expect 0 'installed 1.0' "$works" "$configured" "$(inTurn "$started"$'\n'"$load" "$started")" "$web" \
+    "! $name $cannot_start" "$new_address"
+
+  upgrade "upgrade, $name cannot be stopped" "${will_not_stop[@]}"
+  expect 0 'installed 2.0' both "$upgraded" "$(inTurn "$will_not_go" "$restarted")" "$web" \
+    "! $name that runs could not be stopped; it goes on until the device is restarted" "$address"
+  expectKept 2.0
+
+  kept_on=$(lines "$removing" "$(inTurn "$will_not_go" "$stopped")" '1.0 postrm: <remove>' \
+    "$(inTurn "$will_go_later" "$gone")" "! $name could not be stopped yet")
+  remove "remove, $name cannot be stopped before" "${will_not_stop[@]}"
+  expect 0 'config-files 1.0' none "$kept_on"
+
+  remove "remove, $name cannot be stopped at all" "${will_not_stop[@]}" "1 launchctl remove *$failing"
+  expect 0 'config-files 1.0' "$fails" "$kept_on" \
+    "! $name could not be stopped; it ends with the next restart of the device"
+done
 
 # Purging fails.
 remove 'purge, killed half-way'
 rules 'kill rm *'
 run -P "$package"
-expect 1 'config-files 1.0' no '1.0 postrm: <purge>' "$purged"
+expect 1 'config-files 1.0' none '1.0 postrm: <purge>' "$purged"
 expectFiles <<<"$settings"
 onceMore -P "$package"
-expect 0 none no '1.0 postrm: <purge>' "$purged"
+expect 0 none none '1.0 postrm: <purge>' "$purged"
 expectFiles <<<"$foreign"
 
 remove 'purge, a file cannot be removed'
 rm "$preferences/$package.status.plist"
 mkdir "$preferences/$package.status.plist"
 run -P "$package"
-expect 0 none no '1.0 postrm: <purge>' "$purged" \
+expect 0 none none '1.0 postrm: <purge>' "$purged" \
   '! not every file could be removed from ROOT/var/mobile/Library/Preferences'
 expectFiles <<<"$foreign"
 
@@ -339,7 +343,7 @@ for words in 'abort-upgrade 2.0' 'abort-remove' 'abort-deconfigure in-favour oth
   installed "$words"
   # shellcheck disable=SC2086 # words
   say postinst $words
-  check 'the daemon is restarted' "0 $restarted" "$status $(cat "$here/output" "$FAKE/record")"
+  check 'both jobs are restarted' "0 $(both "$restarted")" "$status $(cat "$here/output" "$FAKE/record")"
 done
 begin 'words that ask nothing of a script'
 for words in 'postinst triggered' 'prerm upgrade 2.0' 'prerm failed-upgrade 1.0 2.0' \

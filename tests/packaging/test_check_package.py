@@ -5,6 +5,7 @@ import functools
 import os
 import pathlib
 import plistlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -21,9 +22,12 @@ KEPT_IMPORTS = {
     *(("CoreFoundation", "_CFRelease"), ("libc++", "__Znwm")),
     *(("libSystem", "_memorystatus_control"), ("libSystem", "dyld_stub_binder")),
 }
-ENTITLEMENTS, LAUNCH = check_package.ENTITLEMENTS, check_package.LAUNCH
+ENTITLEMENTS = check_package.ENTITLEMENTS
 FIELDS = {**check_package.CONTROL_FIELDS, "Version": "1.2.3", "Installed-Size": "50"}
+CHECKOUT = pathlib.Path(__file__).resolve().parents[2]
 DAEMON = "var/jb/usr/libexec/vorlatchd"
+LISTENER = {"SockNodeName": "127.0.0.1", "SockServiceName": "8717", "SockFamily": "IPv4", "SockType": "stream"}
+SOCKETS = {"Listeners": LISTENER}
 
 
 @functools.cache
@@ -44,7 +48,7 @@ class Packages(unittest.TestCase):
         self.put("var/jb/usr/bin/vorlatchctl", good_program(), 0o755)
         self.put("var/jb/usr/libexec/vorlatchweb", good_program(), 0o755)
         for path in check_package.OTHER_FILES:
-            self.put(f"var/jb/{path}", plistlib.dumps(LAUNCH))
+            self.put(f"var/jb/{path}", plistlib.dumps(check_package.JOBS.get(path, {})))
         for path, mode in check_package.CONTROL_FILES.items():
             self.put(f"DEBIAN/{path}", b"#!/var/jb/bin/sh\n", mode)
         self.put_control(FIELDS)
@@ -119,13 +123,21 @@ class Packages(unittest.TestCase):
             ],
         )
 
-    def test_launch_daemon(self):
-        where = "Library/LaunchDaemons/com.zel.vorlatch.plist"
-        changed = {**LAUNCH, "KeepAlive": False, "EnvironmentVariables": {"A": "B"}}
-        del changed["UserName"]
-        self.put(f"var/jb/{where}", plistlib.dumps(changed))
-        found = ("EnvironmentVariables: {'A': 'B'}, not None", "KeepAlive: False, not True", "UserName: None, not root")
-        self.assertEqual(self.findings(), [f"{where} {line}" for line in found])
+    def test_jobs(self):
+        anywhere = {"Listeners": {"SockServiceName": "8717"}}
+        for name, removed, changes, *found in (
+            ("com.zel.vorlatch", "UserName", {"KeepAlive": False, "EnvironmentVariables": {"A": "B"}},
+             "EnvironmentVariables: {'A': 'B'}, not None", "KeepAlive: False, not True", "UserName: None, not root"),
+            ("com.zel.vorlatch.web", "ProcessType", {"RunAtLoad": True, "Sockets": anywhere, "UserName": "root"},
+             "ProcessType: None, not Interactive", "RunAtLoad: True, not None",
+             f"Sockets: {anywhere}, not {SOCKETS}", "UserName: root, not mobile"),
+        ):  # fmt: skip
+            path = f"Library/LaunchDaemons/{name}.plist"
+            job = {**check_package.JOBS[path], **changes}
+            del job[removed]
+            self.put(f"var/jb/{path}", plistlib.dumps(job))
+            self.assertEqual(self.findings(), [f"{path} {line}" for line in found])
+            self.put(f"var/jb/{path}", plistlib.dumps(check_package.JOBS[path]))
 
     def test_program(self):
         more = {**IMPORTS, "/usr/lib/libobjc.A.dylib": []}
@@ -177,6 +189,14 @@ class Packages(unittest.TestCase):
         self.put("var/jb/usr/bin/vorlatchctl", fewer, 0o755)
         self.put("var/jb/usr/libexec/vorlatchweb", fewer, 0o755)
         self.assertEqual(self.findings_for(fewer), ["imports.txt: no program asks for __Znwm of libc++"])
+
+    def test_the_page_is_where_its_address_says(self):
+        def in_source(pattern, path):
+            return re.search(pattern, (CHECKOUT / path).read_text(encoding="utf-8"))[1]
+
+        port = in_source(r"kPagePort = (\d+);", "control/access_key.h")
+        name = in_source(r'launch_activate_socket\("(\w+)"', "platform/darwin/listening_socket.cpp")
+        self.assertEqual(SOCKETS, {name: {**LISTENER, "SockServiceName": port}})
 
 
 if __name__ == "__main__":
