@@ -105,10 +105,11 @@ class Grid {
 
  private:
   static bool isInside(int i) { return i >= 0 && i < kSize; }
-  [[nodiscard]] const Module& at(int x, int y) const {
-    return modules_[static_cast<std::size_t>(y * kSize + x)];
+  static std::size_t indexOf(int x, int y) {
+    return static_cast<std::size_t>(y) * kSize + static_cast<std::size_t>(x);
   }
-  Module& at(int x, int y) { return modules_[static_cast<std::size_t>(y * kSize + x)]; }
+  [[nodiscard]] const Module& at(int x, int y) const { return modules_[indexOf(x, y)]; }
+  Module& at(int x, int y) { return modules_[indexOf(x, y)]; }
   void fix(int x, int y, bool is_dark) {
     if (isInside(x) && isInside(y)) at(x, y) = {.is_dark = is_dark, .is_fixed = true};
   }
