@@ -188,9 +188,10 @@ std::string timeText(const Kill& kill) {
   return kill.time ? textOf(*kill.time) : "-";
 }
 
-Json processJson(const ReportedProcess& process, const std::string& target) {
+Json processJson(const ReportedProcess& process, const std::string& target, AppNames& names) {
   const bool was_ended = !process.reason.empty();
   return {{"process", process.name},
+          {"display_name", jsonOf(names.ofReported(process.name, target))},
           {"pid", jsonOf(process.pid)},
           {"target", target.empty() ? Json() : Json(target)},
           {"memory_bytes", jsonOf(process.memory_bytes)},
@@ -201,9 +202,9 @@ Json processJson(const ReportedProcess& process, const std::string& target) {
           {"reason_text", was_ended ? Json(reasonText(process.reason)) : Json()}};
 }
 
-Json killJson(const Kill& kill) {
+Json killJson(const Kill& kill, AppNames& names) {
   Json json{{"time", kill.time ? Json(isoTextOf(*kill.time)) : Json()}};
-  json.update(processJson(kill.process, kill.target));
+  json.update(processJson(kill.process, kill.target, names));
   json["verdict"] = kill.verdict ? Json(kill.verdict->code) : Json();
   json["verdict_text"] = kill.verdict ? Json(kill.verdict->text) : Json();
   json["report"] = kill.report;

@@ -100,8 +100,9 @@ Json reportJson(const ReportView& view) {
             {"processes", Json::array()},
             {"rest", sum(view.rest)},
             {"problems", problemsJson(view.problems)}};
+  AppNames names;
   for (const ReportView::Row& row : view.rows) {
-    json["processes"].push_back(processJson(row.process, row.target));
+    json["processes"].push_back(processJson(row.process, row.target, names));
   }
   return json;
 }

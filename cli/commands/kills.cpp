@@ -140,8 +140,9 @@ Json jsonOfList(const KillList& list) {
   Json json{{"reports", list.reports},
             {"kills", Json::array()},
             {"problems", control::problemsJson(list.problems)}};
+  control::AppNames names;
   for (const Kill& kill : list.kills) {
-    Json entry = control::killJson(kill);
+    Json entry = control::killJson(kill, names);
     entry["log_lines"] = kill.log_lines;
     json["kills"].push_back(std::move(entry));
   }

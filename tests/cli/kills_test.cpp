@@ -196,13 +196,15 @@ TEST(Kills, AsJson) {
   KillsStory story;
   story.put(reportWith("[" + kAlphaKilled + R"(, {"name": "other", "reason": "new-one"}])"));
   EXPECT_EQ(story.answer("kills --json"), pretty(R"json({"reports": 1, "kills": [
-      {"time": "2026-03-04T04:00:00+08:00", "process": "alpha", "pid": 8, "target": "alpha",
+      {"time": "2026-03-04T04:00:00+08:00", "process": "alpha", "display_name": null,
+       "pid": 8, "target": "alpha",
        "memory_bytes": 1572864000, "highest_bytes": 1583349760, "band": 100,
        "states": ["frontmost"], "reason": "per-process-limit",
        "reason_text": "it went over its own hard limit", "verdict": "over-wanted-limit",
        "verdict_text": "over the limit that you set (1500 MB)",
        "report": "{root}/CrashReporter/JetsamEvent-2026-03-04-040000.ips", "log_lines": []},
-      {"time": "2026-03-04T04:00:00+08:00", "process": "other", "pid": null, "target": null,
+      {"time": "2026-03-04T04:00:00+08:00", "process": "other", "display_name": null,
+       "pid": null, "target": null,
        "memory_bytes": null, "highest_bytes": null, "band": null, "states": [],
        "reason": "new-one", "reason_text": "new-one", "verdict": null, "verdict_text": null,
        "report": "{root}/CrashReporter/JetsamEvent-2026-03-04-040000.ips", "log_lines": []}],

@@ -80,8 +80,9 @@ TEST(ReportView, AsJson) {
   const ReportJson kill = ReportJson::parse(story.answer("kills --json"))["kills"][0];
   const ReportJson alpha = json["processes"][0];
   for (const auto& [key, value] : alpha.items()) EXPECT_EQ(value, kill[key]) << key;
-  EXPECT_EQ(alpha.size(), 9U);
-  EXPECT_EQ(json["processes"][1], ReportJson::parse(R"({"process": "p20", "pid": null,
+  EXPECT_EQ(alpha.size(), 10U);
+  EXPECT_EQ(json["processes"][1],
+            ReportJson::parse(R"({"process": "p20", "display_name": null, "pid": null,
       "target": null, "memory_bytes": 20971520, "highest_bytes": 20971520, "band": 40,
       "states": [], "reason": null, "reason_text": null})"));
   json.erase("processes");

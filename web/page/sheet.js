@@ -66,7 +66,11 @@ export function openSheet(title) {
   heading.focus();
   open = {close};
   return {
-    show: (...nodes) => replace(body, nodes),
+    show(...nodes) {
+      const hadFocus = body.contains(document.activeElement);
+      replace(body, nodes);
+      if (hadFocus) heading.focus();
+    },
     close,
     get isShown() {
       return shade.isConnected;
