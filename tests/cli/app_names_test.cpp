@@ -49,7 +49,7 @@ TEST(AppNames, StandBesideEachApp) {
       for (const auto& object : list) add(object);
     }
     add(story.json("show com.tencent.xin" + language));
-    add(story.json("show com.tencent.xin" + language)["last_kill"]);
+    add(story.json("show WeChat" + language)["last_kill"]);
     add(story.json("kills" + language)["kills"][0]);
     add(story.json("kills --report " + kReport + language)["processes"][0]);
     return all;

@@ -9,6 +9,11 @@ import {numberText, sizeText, t, timeText} from "./text.js";
 
 const largestMax = 10;
 
+// What the home screen calls a process in a report, or its own name.
+export function killedName(process) {
+  return process.display_name || process.process || t("unknown");
+}
+
 function isOf(kill) {
   return (process) => process.process === kill.process && process.pid === kill.pid && process.reason !== null;
 }
@@ -24,7 +29,7 @@ function barsOf(report, kill) {
   const killed = report.processes.find(isOf(kill));
   if (killed && !shown.includes(killed)) shown.push(killed);
   const bars = shown.map((process) => ({
-                           name: process.process || t("unknown"),
+                           name: killedName(process),
                            bytes: process.memory_bytes,
                            band: process.band,
                            wasEnded: process.reason !== null,
@@ -83,7 +88,7 @@ function showReport(sheet, report, kill) {
 
 // Opens a sheet with the report that tells of the kill.
 export function openKillReport(kill) {
-  const sheet = openSheet(t("When %s was ended", kill.process || t("unknown")));
+  const sheet = openSheet(t("When %s was ended", killedName(kill)));
   const load = async () => {
     sheet.show(loading());
     try {

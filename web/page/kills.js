@@ -3,7 +3,7 @@ import {look} from "./api.js";
 import {bandText} from "./bands.js";
 import {axis, barConfig, colour, drawChart, memoryAxis} from "./charts.js";
 import {button, element, replace} from "./dom.js";
-import {openKillReport} from "./kill_report.js";
+import {killedName, openKillReport} from "./kill_report.js";
 import {avatar, card, emptyCard, failureCard, loading, mark, refreshButton, section} from "./pieces.js";
 import {targetAddress} from "./router.js";
 import {agoText, dayText, megabytesOf, numberText, sizeText, t, timeText} from "./text.js";
@@ -28,7 +28,7 @@ export function killRow(kill) {
     t("memory %s", sizeText(kill.memory_bytes)), t("at most %s", sizeText(kill.highest_bytes)),
     t("band %s", bandText(kill.band)), kill.states.join(", ")
   ].filter(Boolean).join(" · ");
-  const name = kill.process || t("unknown");
+  const name = killedName(kill);
   // The button tells the keyboard and the screen reader of what a tap anywhere on the row does.
   const open = (event) => event.target.closest("a") || openKillReport(kill);
   return element(
@@ -46,7 +46,9 @@ export function killRow(kill) {
           kill.verdict_text ?
               element("span", {}, mark(verdictKinds[kill.verdict] || "bad", kill.verdict_text)) :
               null,
-          element("span", {class: "hint"}, timeText(kill.time), " · ", facts),
+          element(
+              "span", {class: "hint"}, kill.display_name ? `${kill.target || kill.process} · ` : "",
+              timeText(kill.time), " · ", facts),
           kill.log_lines.map((line) => element("code", {class: "kill-log"}, line)),
           button(t("All processes then"), () => {}, "small")));
 }
@@ -81,7 +83,8 @@ function timeLineConfig(kills) {
     },
     options: {
       plugins: {
-        tooltip: {callbacks: {label: ({raw}) => `${raw.kill.process}, ${sizeText(raw.kill.memory_bytes)}`}}
+        tooltip:
+            {callbacks: {label: ({raw}) => `${killedName(raw.kill)}, ${sizeText(raw.kill.memory_bytes)}`}}
       },
       scales: {
         x: dayAxis(known.map((kill) => new Date(kill.time).getTime())),
@@ -102,7 +105,9 @@ function largestKills(kills) {
   return [...largest.values()]
       .sort((a, b) => b.memory_bytes - a.memory_bytes)
       .slice(0, barsMax)
-      .map((kill) => ({name: kill.process, bytes: kill.memory_bytes, colour: kill.target ? "bad" : "idle"}));
+      .map(
+          (kill) =>
+              ({name: killedName(kill), bytes: kill.memory_bytes, colour: kill.target ? "bad" : "idle"}));
 }
 
 function chartCard(page, heading, legend, height, config) {
