@@ -32,7 +32,7 @@ export function killRow(kill) {
   // The button tells the keyboard and the screen reader of what a tap anywhere on the row does.
   const open = (event) => event.target.closest("a") || openKillReport(kill);
   return element(
-      "li", {class: "kill", onClick: open}, avatar(name),
+      "li", {class: "kill", onClick: open}, avatar(name, kill.display_name && kill.target),
       element(
           "div", {class: "row-words"},
           element(

@@ -66,7 +66,7 @@ function processRow(process, targets, isMember) {
             "data-key": process.pid,
             onClick: () => offerChoices(process)
           },
-          isMember ? null : avatar(shown),
+          isMember ? null : avatar(shown, process.display_name && process.bundle_identifier),
           element(
               "span", {class: "row-words"}, element("strong", {}, shown),
               element("span", {class: "hint"}, subtitle), limitBar(process.memory)),

@@ -35,7 +35,8 @@ function makeHead(name) {
     draw(target) {
       const now = target && target.now;
       const shown = target ? shownName(target) : name;
-      if (heading.textContent !== shown) replace(picture, avatar(shown));
+      if (heading.textContent !== shown)
+        replace(picture, avatar(shown, target && target.display_name && name));
       setText(heading, shown);
       setText(
           subtitle,

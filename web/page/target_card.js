@@ -59,7 +59,7 @@ export function targetCard(name) {
   let remark = "";
   const drawNames = (target) => {
     const shown = shownName(target);
-    if (parts.title.textContent !== shown) replace(parts.avatar, avatar(shown));
+    if (parts.title.textContent !== shown) replace(parts.avatar, avatar(shown, target.display_name && name));
     setText(parts.title, shown);
     setText(parts.subtitle, [shown === name ? "" : name, remark].filter(Boolean).join(" · "));
   };
