@@ -31,6 +31,8 @@ std::string shortened(const std::string& text) {
 // those that are needed. A function that returns false ends the parsing.
 class ReportHandler {
  public:
+  explicit ReportHandler(WantedProcesses wanted) : wanted_(wanted) {}
+
   static bool null() { return true; }
   static bool boolean(bool /*value*/) { return true; }
   bool number_integer(std::int64_t value) {
@@ -65,9 +67,18 @@ class ReportHandler {
   JetsamReport take(bool has_reached_end);
 
  private:
-  enum class Place { Outside, Report, MemoryStatus, Processes, Process, States, Elsewhere };
+  enum class Place {
+    Outside,
+    Report,
+    MemoryStatus,
+    MemoryPages,
+    Processes,
+    Process,
+    States,
+    Elsewhere
+  };
   struct ReadProcess {
-    KilledProcess killed;
+    ReportedProcess process;
     std::optional<std::int64_t> pages;
     std::optional<std::int64_t> most_pages;
   };
@@ -78,7 +89,10 @@ class ReportHandler {
   bool leave();
   void takeNumber(std::int64_t value);
   void endProcess();
+  [[nodiscard]] std::optional<std::uint64_t> bytesOf(std::optional<std::int64_t> pages) const;
+  [[nodiscard]] std::vector<ReportedProcess> finished(std::vector<ReadProcess> all) const;
 
+  const WantedProcesses wanted_;
   std::array<Place, kDeepest> places_{};
   std::size_t depth_ = 0;
   std::string key_;
@@ -87,8 +101,10 @@ class ReportHandler {
   std::optional<std::int32_t> lowest_left_;
   std::size_t processes_ = 0;
   std::optional<std::int64_t> page_bytes_;
-  ReadProcess process_;
+  std::optional<std::int64_t> free_pages_;
+  ReadProcess read_;
   std::vector<ReadProcess> killed_;
+  std::vector<ReadProcess> left_;
   JetsamReport report_;
 };
 
@@ -96,6 +112,9 @@ ReportHandler::Place ReportHandler::placeInside(bool is_object) const {
   const Place outer = place();
   if (outer == Place::Outside && is_object) return Place::Report;
   if (outer == Place::Report && is_object && key_ == "memoryStatus") return Place::MemoryStatus;
+  if (outer == Place::MemoryStatus && is_object && key_ == "memoryPages") {
+    return Place::MemoryPages;
+  }
   if (outer == Place::Report && !is_object && key_ == "processes") return Place::Processes;
   if (outer == Place::Processes && is_object) return Place::Process;
   if (outer == Place::Process && !is_object && key_ == "states") return Place::States;
@@ -106,7 +125,7 @@ bool ReportHandler::enter(bool is_object) {
   if (depth_ == kDeepest) return false;
   const Place inside = placeInside(is_object);
   if (inside == Place::Process && ++processes_ > kMostProcesses) return false;
-  if (inside == Place::Process) process_ = {};
+  if (inside == Place::Process) read_ = {};
   if (inside == Place::Report) has_begun_ = true;
   places_[depth_++] = inside;
   return true;
@@ -119,12 +138,12 @@ bool ReportHandler::leave() {
 }
 
 bool ReportHandler::string(const std::string& value) {
-  KilledProcess& killed = process_.killed;
+  ReportedProcess& process = read_.process;
   if (place() == Place::Process) {
-    if (key_ == "name") killed.name = shortened(value);
-    if (key_ == "reason") killed.reason = shortened(value);
+    if (key_ == "name") process.name = shortened(value);
+    if (key_ == "reason") process.reason = shortened(value);
   } else if (place() == Place::States) {
-    if (killed.states.size() < kMostStates) killed.states.push_back(shortened(value));
+    if (process.states.size() < kMostStates) process.states.push_back(shortened(value));
   } else if (place() == Place::Report) {
     // The report has "date", the line above it "timestamp".
     if (key_ == "date" || (key_ == "timestamp" && !report_.time)) report_.time = momentIn(value);
@@ -138,56 +157,74 @@ void ReportHandler::takeNumber(std::int64_t value) {
     if (key_ == "pageSize" && value >= kSmallestPage && value <= kLargestPage) page_bytes_ = value;
     return;
   }
+  if (place() == Place::MemoryPages) {
+    if (key_ == "free" && value >= 0 && value <= kMostPages) free_pages_ = value;
+    return;
+  }
   if (place() != Place::Process || value < 0) return;
   const bool is_int32 = value <= std::numeric_limits<std::int32_t>::max();
   const bool is_band = value <= platform::kHighestBandSinceIOS16;
-  if (key_ == "pid" && is_int32) process_.killed.pid = static_cast<std::int32_t>(value);
-  if (key_ == "priority" && is_band) process_.killed.band = static_cast<std::int32_t>(value);
-  if (key_ == "rpages" && value <= kMostPages) process_.pages = value;
-  if (key_ == "lifetimeMax" && value <= kMostPages) process_.most_pages = value;
+  if (key_ == "pid" && is_int32) read_.process.pid = static_cast<std::int32_t>(value);
+  if (key_ == "priority" && is_band) read_.process.band = static_cast<std::int32_t>(value);
+  if (key_ == "rpages" && value <= kMostPages) read_.pages = value;
+  if (key_ == "lifetimeMax" && value <= kMostPages) read_.most_pages = value;
 }
 
 void ReportHandler::endProcess() {
-  const KilledProcess& process = process_.killed;
+  const ReportedProcess& process = read_.process;
   if (process.band > platform::kHighestBandToIOS15) report_.has_tenfold_bands = true;
   if (!process.reason.empty()) {
-    killed_.push_back(std::exchange(process_, {}));
-  } else if (process.pid != 0) {  // the kernel itself, which nothing ends
+    killed_.push_back(std::exchange(read_, {}));
+    return;
+  }
+  if (process.pid != 0) {  // the kernel itself, which nothing ends
     if (!process.band) {
       has_unknown_band_ = true;
     } else {
       lowest_left_ = std::min(lowest_left_.value_or(*process.band), *process.band);
     }
   }
+  if (wanted_ == WantedProcesses::All) left_.push_back(std::exchange(read_, {}));
+}
+
+std::optional<std::uint64_t> ReportHandler::bytesOf(std::optional<std::int64_t> pages) const {
+  if (!pages || !page_bytes_) return std::nullopt;
+  return static_cast<std::uint64_t>(*pages * *page_bytes_);
+}
+
+// The size of a page may stand behind the processes.
+std::vector<ReportedProcess> ReportHandler::finished(std::vector<ReadProcess> all) const {
+  std::vector<ReportedProcess> processes;
+  processes.reserve(all.size());
+  for (ReadProcess& read : all) {
+    read.process.memory_bytes = bytesOf(read.pages);
+    read.process.highest_bytes = bytesOf(std::max(read.pages, read.most_pages));
+    processes.push_back(std::move(read.process));
+  }
+  return processes;
 }
 
 JetsamReport ReportHandler::take(bool has_reached_end) {
   // The last process of a report that was cut short counts if it says that it was ended.
   const bool is_in_process = depth_ >= 3 && places_[2] == Place::Process;
-  if (is_in_process && !process_.killed.reason.empty()) endProcess();
+  if (is_in_process && !read_.process.reason.empty()) endProcess();
   report_.is_whole = has_reached_end;
   if (has_reached_end && !has_unknown_band_) report_.lowest_band_left = lowest_left_;
-  for (ReadProcess& read : killed_) {
-    const auto bytes = [this](std::optional<std::int64_t> pages) -> std::optional<std::uint64_t> {
-      if (!pages || !page_bytes_) return std::nullopt;
-      return static_cast<std::uint64_t>(*pages * *page_bytes_);
-    };
-    read.killed.memory_bytes = bytes(read.pages);
-    read.killed.highest_bytes = bytes(std::max(read.pages, read.most_pages));
-    report_.killed.push_back(std::move(read.killed));
-  }
+  report_.free_bytes = bytesOf(free_pages_);
+  report_.killed = finished(std::move(killed_));
+  report_.left = finished(std::move(left_));
   return std::move(report_);
 }
 
 }  // namespace
 
-std::optional<JetsamReport> jetsamReportIn(std::string_view bytes) {
+std::optional<JetsamReport> jetsamReportIn(std::string_view bytes, WantedProcesses wanted) {
   const std::size_t line_end = std::min(bytes.find('\n'), bytes.size());
   const std::string_view first = bytes.substr(0, line_end);
   const std::string_view second = bytes.substr(line_end);
-  ReportHandler heading;
+  ReportHandler heading(WantedProcesses::Killed);
   nlohmann::json::sax_parse(first.begin(), first.end(), &heading);
-  ReportHandler handler;
+  ReportHandler handler(wanted);
   const bool has_reached_end = nlohmann::json::sax_parse(second.begin(), second.end(), &handler);
   if (!handler.hasBegun()) return std::nullopt;
   JetsamReport report = handler.take(has_reached_end);

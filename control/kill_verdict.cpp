@@ -63,7 +63,7 @@ KillVerdict unknown() {
 }
 
 // A process counts as inactive below the foreground band. Without a band, its states decide.
-bool wasActive(const KilledProcess& process, const JetsamReport& report) {
+bool wasActive(const ReportedProcess& process, const JetsamReport& report) {
   constexpr std::int32_t kForeground = 10;
   constexpr std::array<const char*, 3> kActiveStates = {"frontmost", "foreground", "active"};
   if (process.band) return *process.band >= kForeground * (report.has_tenfold_bands ? 10 : 1);
@@ -71,7 +71,7 @@ bool wasActive(const KilledProcess& process, const JetsamReport& report) {
                             kActiveStates.end()) != process.states.end();
 }
 
-KillVerdict judgeLimit(const KilledProcess& process, const JetsamReport& report,
+KillVerdict judgeLimit(const ReportedProcess& process, const JetsamReport& report,
                        const TargetSettings& wanted) {
   const std::int32_t limit_mb =
       wasActive(process, report) ? wanted.active_limit_mb : wanted.inactive_limit_mb;
@@ -88,7 +88,7 @@ KillVerdict judgeLimit(const KilledProcess& process, const JetsamReport& report,
       tr("over a lower limit than the one that you set (%s MB): not held then", limit_mb));
 }
 
-KillVerdict judgeBand(const KilledProcess& process, const JetsamReport& report,
+KillVerdict judgeBand(const ReportedProcess& process, const JetsamReport& report,
                       const TargetSettings& wanted) {
   if (!process.band) return unknown();
   const std::int32_t band = *process.band;
@@ -120,7 +120,7 @@ std::string reasonText(const std::string& reason) {
   return known != nullptr ? translated(known->text) : reason;
 }
 
-KillVerdict judgeKill(const KilledProcess& process, const JetsamReport& report,
+KillVerdict judgeKill(const ReportedProcess& process, const JetsamReport& report,
                       const TargetSettings& wanted) {
   const Reason* reason = findReason(process.reason);
   const Cause cause = reason != nullptr ? reason->cause : Cause::Other;

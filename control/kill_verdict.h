@@ -32,7 +32,7 @@ struct KillVerdict {
 
 // Judges by the present settings: the limit of the process's state for a reason that is a limit,
 // and the band for any other reason.
-KillVerdict judgeKill(const KilledProcess& process, const JetsamReport& report,
+KillVerdict judgeKill(const ReportedProcess& process, const JetsamReport& report,
                       const TargetSettings& wanted);
 
 }  // namespace vorlatch::control

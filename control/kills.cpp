@@ -78,7 +78,7 @@ class SeenReports {
   std::set<std::pair<std::string, std::string>> seen_;
 };
 
-Kill killOf(const KilledProcess& process, const JetsamReport& report, const ReportFile& file,
+Kill killOf(const ReportedProcess& process, const JetsamReport& report, const ReportFile& file,
             const Observation& observation, const std::string* target) {
   Kill kill{.process = process,
             .time = report.time,
@@ -142,7 +142,7 @@ KillList KillFinder::find(const Observation& observation, const KillQuery& query
     const auto& report = read_report.report;
     if (!report || !seen.isNew(file, *report)) continue;
     if (query.since && (!report->time || report->time->seconds < *query.since)) continue;
-    for (const KilledProcess& process : report->killed) {
+    for (const ReportedProcess& process : report->killed) {
       if (list.kills.size() == kMostKills) break;
       if (!query.target.empty() && !names.isProcessOf(query.target, process.name)) continue;
       const std::string* target = is_target ? &query.target : names.targetOf(process.name);
@@ -188,24 +188,26 @@ std::string timeText(const Kill& kill) {
   return kill.time ? textOf(*kill.time) : "-";
 }
 
-Json killJson(const Kill& kill) {
-  Json json{{"time", kill.time ? Json(isoTextOf(*kill.time)) : Json()},
-            {"process", kill.process.name},
-            {"pid", jsonOf(kill.process.pid)},
-            {"target", kill.target.empty() ? Json() : Json(kill.target)},
-            {"memory_bytes", jsonOf(kill.process.memory_bytes)},
-            {"highest_bytes", jsonOf(kill.process.highest_bytes)},
-            {"band", jsonOf(kill.process.band)},
-            {"states", kill.process.states},
-            {"reason", kill.process.reason},
-            {"reason_text", reasonText(kill.process.reason)},
-            {"verdict", nullptr},
-            {"verdict_text", nullptr},
-            {"report", kill.report}};
-  if (kill.verdict) {
-    json["verdict"] = kill.verdict->code;
-    json["verdict_text"] = kill.verdict->text;
-  }
+Json processJson(const ReportedProcess& process, const std::string& target, AppNames& names) {
+  const bool was_ended = !process.reason.empty();
+  return {{"process", process.name},
+          {"display_name", jsonOf(names.ofReported(process.name, target))},
+          {"pid", jsonOf(process.pid)},
+          {"target", target.empty() ? Json() : Json(target)},
+          {"memory_bytes", jsonOf(process.memory_bytes)},
+          {"highest_bytes", jsonOf(process.highest_bytes)},
+          {"band", jsonOf(process.band)},
+          {"states", process.states},
+          {"reason", was_ended ? Json(process.reason) : Json()},
+          {"reason_text", was_ended ? Json(reasonText(process.reason)) : Json()}};
+}
+
+Json killJson(const Kill& kill, AppNames& names) {
+  Json json{{"time", kill.time ? Json(isoTextOf(*kill.time)) : Json()}};
+  json.update(processJson(kill.process, kill.target, names));
+  json["verdict"] = kill.verdict ? Json(kill.verdict->code) : Json();
+  json["verdict_text"] = kill.verdict ? Json(kill.verdict->text) : Json();
+  json["report"] = kill.report;
   return json;
 }
 

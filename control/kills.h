@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "control/app_names.h"
 #include "control/kill_verdict.h"
 #include "control/observation.h"
 #include "control/report_files.h"
@@ -19,7 +20,7 @@
 namespace vorlatch::control {
 
 struct Kill {
-  KilledProcess process;
+  ReportedProcess process;
   std::optional<Moment> time;
   std::string report;                  // path
   std::string target;                  // empty: of no target
@@ -74,6 +75,9 @@ LastKills lastKillsOfTargets(const Observation& observation, KillFinder& finder)
 
 // Returns "2026-11-22 15:15:28", or "-" if the time is unknown.
 std::string timeText(const Kill& kill);
-nlohmann::ordered_json killJson(const Kill& kill);
+nlohmann::ordered_json killJson(const Kill& kill, AppNames& names);
+// Returns what a report says of a process; `target` is empty if it is of no target.
+nlohmann::ordered_json processJson(const ReportedProcess& process, const std::string& target,
+                                   AppNames& names);
 
 }  // namespace vorlatch::control

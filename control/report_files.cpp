@@ -99,8 +99,18 @@ std::string problemText(const ReportProblem& problem) {
   return problem.path + " " + translated(kProblems.at(static_cast<std::size_t>(problem.kind)).text);
 }
 
-std::optional<JetsamReport> readReport(const ReportFile& file,
-                                       std::vector<ReportProblem>& problems) {
+nlohmann::ordered_json problemsJson(const std::vector<ReportProblem>& problems) {
+  auto json = nlohmann::ordered_json::array();
+  for (const ReportProblem& problem : problems) {
+    json.push_back({{"report", problem.path},
+                    {"code", problemCode(problem.kind)},
+                    {"message", problemText(problem)}});
+  }
+  return json;
+}
+
+std::optional<JetsamReport> readReport(const ReportFile& file, std::vector<ReportProblem>& problems,
+                                       WantedProcesses wanted) {
   using Kind = ReportProblem::Kind;
   // Others can put files into the folder, so follows no link to a file that they may not read.
   const std::optional<std::string> bytes = readFileToPublish(file.path, kMostReportBytes);
@@ -108,7 +118,7 @@ std::optional<JetsamReport> readReport(const ReportFile& file,
     problems.push_back({.path = file.path, .kind = Kind::Unreadable});
     return std::nullopt;
   }
-  std::optional<JetsamReport> report = jetsamReportIn(*bytes);
+  std::optional<JetsamReport> report = jetsamReportIn(*bytes, wanted);
   if (!report || !report->is_whole) {
     problems.push_back({.path = file.path, .kind = report ? Kind::Incomplete : Kind::NoReport});
   }

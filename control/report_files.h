@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,10 +34,11 @@ struct ReportProblem {
 const char* problemCode(ReportProblem::Kind kind);
 // Returns a line for people.
 std::string problemText(const ReportProblem& problem);
+nlohmann::ordered_json problemsJson(const std::vector<ReportProblem>& problems);
 
 // Returns std::nullopt if the file is no regular file, a link, longer than a report may be, or
 // holds no report. Adds to `problems` what is wrong.
-std::optional<JetsamReport> readReport(const ReportFile& file,
-                                       std::vector<ReportProblem>& problems);
+std::optional<JetsamReport> readReport(const ReportFile& file, std::vector<ReportProblem>& problems,
+                                       WantedProcesses wanted = WantedProcesses::Killed);
 
 }  // namespace vorlatch::control

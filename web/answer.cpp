@@ -10,7 +10,7 @@ using control::tr;
 
 constexpr const char* kSecurityHeaders =
     "Content-Security-Policy: default-src 'none'; script-src 'self'; style-src 'self'; img-src "
-    "'self'; connect-src 'self'; manifest-src 'self'; base-uri 'none'; form-action 'none'; "
+    "'self' blob:; connect-src 'self'; manifest-src 'self'; base-uri 'none'; form-action 'none'; "
     "frame-ancestors 'none'\r\n"
     "X-Content-Type-Options: nosniff\r\n"
     "Referrer-Policy: no-referrer\r\n"
@@ -66,8 +66,7 @@ Answer badRequestAnswer(int status) {
 std::string headOf(const Answer& answer, bool keeps_connection) {
   std::string head = "HTTP/1.1 " + std::to_string(answer.status) + " " + phraseOf(answer.status) +
                      "\r\n" + kSecurityHeaders;
-  head += answer.file.empty() && answer.status != 304 ? "Cache-Control: no-store\r\n"
-                                                      : "Cache-Control: no-cache\r\n";
+  head += std::string("Cache-Control: ") + answer.caching + "\r\n";
   for (const auto& [name, value] : answer.headers) {
     head += std::string(name) + ": " + value + "\r\n";
   }

@@ -17,6 +17,7 @@ struct Answer {
   std::string body = {};
   std::string_view file = {};  // a body that is compiled in, instead of `body`
   std::vector<std::pair<const char*, std::string>> headers = {};
+  const char* caching = "no-store";  // for Cache-Control
   // The language of the events that the connection carries from now on, if the request asked for
   // them.
   std::optional<control::Language> listens = {};

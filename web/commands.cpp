@@ -46,7 +46,7 @@ const std::vector<AllowedCommand>& allowedCommands() {
         {"--english"}}},
       {"bands", 0},
       {"doctor", 0},
-      {"kills", 1, {{"--since", Takes::Text}}},
+      {"kills", 1, {{"--since", Takes::Text}, {"--report", Takes::Text}}},
       {"set", kAnyNumber, {{"--force"}, {"--dry-run"}}},
       {"unset", kAnyNumber, {{"--dry-run"}}},
       {"remove", kAnyNumber, {{"--dry-run"}}},

@@ -2,6 +2,7 @@
 
 #include "cli/session.h"
 #include "control/access_key.h"
+#include "control/app_icon.h"
 #include "web/commands.h"
 #include "web/gate.h"
 
@@ -36,7 +37,8 @@ Answer refusal(Entry entry, const Door& door) {
 }
 
 Answer fileAnswer(const PageFile& file, const Request& request) {
-  Answer answer{.type = file.type, .file = file.gzip, .headers = {{"ETag", file.tag}}};
+  Answer answer{
+      .type = file.type, .file = file.gzip, .headers = {{"ETag", file.tag}}, .caching = "no-cache"};
   if (request.known_tag == file.tag) {
     answer.status = 304;
     answer.file = {};
@@ -109,6 +111,18 @@ Answer events(const Request& request) {
   return {.type = "text/event-stream", .listens = control::language()};
 }
 
+Answer nothingThere() {
+  return errorAnswer(404, "not-found", tr("there is nothing at this address"));
+}
+
+Answer icon(const Request& request) {
+  constexpr std::string_view kApp = "app=";
+  if (!request.query.starts_with(kApp)) return nothingThere();
+  std::optional<std::string> png = control::iconOfApp(request.query.substr(kApp.size()));
+  if (!png) return nothingThere();
+  return {.type = "image/png", .body = std::move(*png), .caching = "private, max-age=86400"};
+}
+
 // Returns the path below the folder that a login has named, of which only the browser keeps count.
 std::string_view withoutFolder(std::string_view path) {
   constexpr std::size_t kFolderEnd = 1 + control::kSecretDigits;
@@ -126,6 +140,7 @@ struct Route {
 constexpr Route kRoutes[] = {
     {"/api/login", {.method = "POST", .needs_key = false}, login},
     {"/api/command", {.method = "POST", .needs_key = true}, command},
+    {"/api/icon", {.method = "GET", .needs_key = true}, icon},
     {"/api/events", {.method = "GET", .needs_key = true}, events},
 };
 
@@ -153,7 +168,7 @@ Answer Routes::answer(const Request& request) const {
     if (!is_first && path != "/" + std::string(file.name)) continue;
     return entry == Entry::Granted ? fileAnswer(file, request) : refusal(entry, kPageDoor);
   }
-  return errorAnswer(404, "not-found", tr("there is nothing at this address"));
+  return nothingThere();
 }
 
 }  // namespace vorlatch::web

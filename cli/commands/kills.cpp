@@ -7,6 +7,7 @@
 #include "cli/completion.h"
 #include "cli/table.h"
 #include "control/memory_view.h"
+#include "control/report_view.h"
 #include "platform/system_paths.h"
 
 namespace vorlatch::cli {
@@ -16,22 +17,24 @@ using control::Kill;
 using control::KillList;
 using control::numberText;
 using control::ReportProblem;
+using control::ReportView;
 
 // A narrower terminal shows a block per kill, because a verdict is a sentence.
 constexpr std::size_t kTableColumns = 150;
 constexpr std::size_t kMostProblems = 3;  // that are described
 
 struct Options {
-  std::string target;  // empty: all
-  std::string since;   // empty: all
+  std::string target;                 // empty: all
+  std::string since;                  // empty: all
+  std::optional<std::string> report;  // that is shown as a whole; empty: the kills of all
 };
 
 std::string megabytesText(const std::optional<std::uint64_t>& bytes) {
   return bytes ? std::to_string(control::megabytesOf(*bytes)) : "-";
 }
 
-std::string nameText(const Kill& kill) {
-  return kill.process.name.empty() ? "-" : kill.process.name;
+std::string textOr(const std::string& text) {
+  return text.empty() ? "-" : text;
 }
 
 std::string joined(const std::vector<std::string>& words, std::string_view between) {
@@ -40,7 +43,7 @@ std::string joined(const std::vector<std::string>& words, std::string_view betwe
     if (!text.empty()) text += between;
     text += word;
   }
-  return text.empty() ? "-" : text;
+  return textOr(text);
 }
 
 Colour colourOf(const Kill& kill) {
@@ -61,12 +64,14 @@ Table tableOf(const std::vector<Kill>& kills) {
                {.heading = english("STATE"), .rank = 4},
                {.heading = english("REASON"), .rank = 1},
                {.heading = english("LOG"), .rank = 5},
+               {.heading = english("REPORT"), .rank = 6},
                {.heading = english("VERDICT")}});
   for (const Kill& kill : kills) {
-    table.add({control::timeText(kill), nameText(kill), kill.target.empty() ? "-" : kill.target,
+    table.add({control::timeText(kill), textOr(kill.process.name), textOr(kill.target),
                megabytesText(kill.process.memory_bytes), megabytesText(kill.process.highest_bytes),
                numberText(kill.process.band), joined(kill.process.states, ", "),
                control::reasonText(kill.process.reason), joined(kill.log_lines, "; "),
+               control::reportNameIn(kill.report),
                Cell(kill.verdict ? kill.verdict->text : tr("no target"), colourOf(kill))});
   }
   return table;
@@ -79,7 +84,7 @@ std::string blockOf(const Terminal& terminal, const Kill& kill) {
   const std::size_t width =
       terminal.columns() > kIndentation ? terminal.columns() - kIndentation : 1;
   std::string text = visible(control::timeText(kill)) + "  " +
-                     terminal.in(Colour::Bold, visible(nameText(kill))) + "\n";
+                     terminal.in(Colour::Bold, visible(textOr(kill.process.name))) + "\n";
   const auto add = [&](const std::string& words, Colour colour = Colour::Plain) {
     for (const std::string& line : wrappedToWidth(visible(words), width)) {
       text += std::string(kIndentation, ' ') + terminal.in(colour, line) + "\n";
@@ -92,6 +97,7 @@ std::string blockOf(const Terminal& terminal, const Kill& kill) {
   add(control::reasonText(kill.process.reason));
   if (kill.verdict) add(kill.verdict->text, colourOf(kill));
   for (const std::string& line : kill.log_lines) add(line);
+  add(control::reportNameIn(kill.report), Colour::Dim);
   return text;
 }
 
@@ -131,18 +137,61 @@ void printText(const Session& session, const KillList& list, const Options& opti
 }
 
 Json jsonOfList(const KillList& list) {
-  Json json{{"reports", list.reports}, {"kills", Json::array()}, {"problems", Json::array()}};
+  Json json{{"reports", list.reports},
+            {"kills", Json::array()},
+            {"problems", control::problemsJson(list.problems)}};
+  control::AppNames names;
   for (const Kill& kill : list.kills) {
-    Json entry = control::killJson(kill);
+    Json entry = control::killJson(kill, names);
     entry["log_lines"] = kill.log_lines;
     json["kills"].push_back(std::move(entry));
   }
-  for (const ReportProblem& problem : list.problems) {
-    json["problems"].push_back({{"report", problem.path},
-                                {"code", control::problemCode(problem.kind)},
-                                {"message", control::problemText(problem)}});
-  }
   return json;
+}
+
+std::string headLineOf(const ReportView& view) {
+  const std::string time = view.time ? textOf(*view.time) : "-";
+  const std::int64_t used_mb = control::megabytesOf(view.all.memory_bytes);
+  if (!view.free_bytes) {
+    return tr("%s: %s processes used %s MB", time, view.all.processes, used_mb);
+  }
+  return tr("%s: %s processes used %s MB, %s MB were free", time, view.all.processes, used_mb,
+            control::megabytesOf(*view.free_bytes));
+}
+
+Table tableOf(const ReportView& view) {
+  Table table({{.heading = english("PROCESS"), .is_typed = true},
+               {.heading = english("TARGET"), .rank = 1, .is_typed = true},
+               {.heading = english("MEMORY MB")},
+               {.heading = english("HIGHEST MB"), .rank = 2},
+               {.heading = english("BAND")},
+               {.heading = english("STATE"), .rank = 3},
+               {.heading = english("REASON")}});
+  for (const auto& [process, target] : view.rows) {
+    const bool was_ended = !process.reason.empty();
+    table.add({textOr(process.name), textOr(target), megabytesText(process.memory_bytes),
+               megabytesText(process.highest_bytes), numberText(process.band),
+               joined(process.states, ", "),
+               Cell(was_ended ? control::reasonText(process.reason) : "-",
+                    was_ended ? Colour::Red : Colour::Plain)});
+  }
+  return table;
+}
+
+ExitStatus showReport(const Session& session, const std::string& name) {
+  const ReportView view = control::readReportNamed(name, control::Observation::now());
+  if (session.wants_json) {
+    print(session, control::reportJson(view));
+    return kDone;
+  }
+  printLine(session, headLineOf(view));
+  if (!view.rows.empty()) session.terminal.out(tableOf(view).text(session.terminal));
+  if (view.rest.processes > 0) {
+    printLine(session, tr("%s more processes used %s MB", view.rest.processes,
+                          control::megabytesOf(view.rest.memory_bytes)));
+  }
+  printProblems(session, view.problems);
+  return kDone;
 }
 
 ExitStatus showKills(const Session& session, const Options& options) {
@@ -165,6 +214,10 @@ ExitStatus showKills(const Session& session, const Options& options) {
   return kDone;
 }
 
+Words namesOfReports(const std::string& /*unfinished*/) {
+  return control::reportNames();
+}
+
 Run prepare(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
   arguments = {{.name = "TARGET",
@@ -173,14 +226,25 @@ Run prepare(Arguments& arguments) {
                 .offer = configuredTargets},
                {.name = "--since",
                 .description = english("only kills since then: 30m, 2h, 3d, 2026-11-20"),
-                .value = &options->since}};
-  return [options](const Session& session) { return showKills(session, *options); };
+                .value = &options->since},
+               {.name = "--report",
+                .description = english("every process of this report, the largest first"),
+                .value = &options->report,
+                .offer = namesOfReports}};
+  return [options](const Session& session) {
+    if (!options->report) return showKills(session, *options);
+    if (!options->target.empty() || !options->since.empty()) {
+      failWrongUsage(tr("kills takes --report without a target and without --since"));
+    }
+    return showReport(session, *options->report);
+  };
 }
 
 const RegisteredCommand kKills({
     .name = "kills",
     .description = english("which processes the system ended for their memory, and why"),
-    .examples = "  vorlatchctl kills\n  vorlatchctl kills com.tencent.xin --since 3d",
+    .examples = "  vorlatchctl kills\n  vorlatchctl kills com.tencent.xin --since 3d\n"
+                "  vorlatchctl kills --report JetsamEvent-2026-11-22-105718.ips",
     .place = 35,
     .prepare = prepare,
 });

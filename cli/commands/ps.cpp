@@ -4,6 +4,7 @@
 
 #include "cli/completion.h"
 #include "cli/table.h"
+#include "control/app_names.h"
 #include "control/memory_view.h"
 #include "control/nearest.h"
 #include "kernel/nice_value.h"
@@ -78,10 +79,11 @@ std::vector<Row> rowsOf(const control::Observation& observation, const std::stri
   return rows;
 }
 
-Json jsonOfRow(const Row& row) {
+Json jsonOfRow(const Row& row, control::AppNames& names) {
   return {{"pid", row.process->pid},
           {"name", row.process->name},
           {"bundle_identifier", jsonOf(row.process->bundle_identifier)},
+          {"display_name", jsonOf(names.ofProcess(row.process))},
           {"band", jsonOf(row.band)},
           {"nice", jsonOf(row.nice_value)},
           {"limit_mb", jsonOf(row.limit_mb)},
@@ -94,7 +96,8 @@ ExitStatus listProcesses(const Session& session, const Options& options) {
   sort(rows, options.order);
   if (session.wants_json) {
     Json processes = Json::array();
-    for (const Row& row : rows) processes.push_back(jsonOfRow(row));
+    control::AppNames names;
+    for (const Row& row : rows) processes.push_back(jsonOfRow(row, names));
     print(session, {{"processes", processes}});
     return kDone;
   }

@@ -40,14 +40,17 @@ ExitStatus show(const Session& session, const std::string& target) {
   const control::LastKills kills = control::lastKillsOfTargets(observation, finder);
   const auto last_kill = kills.find(target);
   if (session.wants_json) {
-    print(session, {{"target", target},
-                    {"settings", jsonOf(entry->second)},
-                    {"pid", view.pid != 0 ? Json(view.pid) : Json()},
-                    {"verdict", control::verdictCode(view.verdict)},
-                    {"verdict_text", control::verdictText(view.verdict)},
-                    {"memory", control::memoryJson(view.memory)},
-                    {"last_kill",
-                     last_kill != kills.end() ? control::killJson(last_kill->second) : Json()}});
+    control::AppNames names;
+    print(session,
+          {{"target", target},
+           {"display_name", jsonOf(names.ofTarget(view))},
+           {"settings", jsonOf(entry->second)},
+           {"pid", view.pid != 0 ? Json(view.pid) : Json()},
+           {"verdict", control::verdictCode(view.verdict)},
+           {"verdict_text", control::verdictText(view.verdict)},
+           {"memory", control::memoryJson(view.memory)},
+           {"last_kill",
+            last_kill != kills.end() ? control::killJson(last_kill->second, names) : Json()}});
     return kDone;
   }
   Table table({{.heading = english("KEY"), .is_typed = true},

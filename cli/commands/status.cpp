@@ -76,9 +76,10 @@ Table tableOf(const std::vector<TargetView>& targets, const LastKills& kills, bo
   return table;
 }
 
-Json jsonOfTarget(const TargetView& target, const LastKills& kills) {
+Json jsonOfTarget(const TargetView& target, const LastKills& kills, control::AppNames& names) {
   Json json;
   json["target"] = target.key;
+  json["display_name"] = jsonOf(names.ofTarget(target));
   json["verdict"] = control::verdictCode(target.verdict);
   json["verdict_text"] = control::verdictText(target.verdict);
   json["wanted"] = control::wantedJson(target.wanted);
@@ -97,7 +98,7 @@ Json jsonOfTarget(const TargetView& target, const LastKills& kills) {
     now["memory"] = control::memoryJson(target.memory);
   }
   const auto kill = kills.find(target.key);
-  json["last_kill"] = kill != kills.end() ? control::killJson(kill->second) : Json();
+  json["last_kill"] = kill != kills.end() ? control::killJson(kill->second, names) : Json();
   return json;
 }
 
@@ -167,7 +168,10 @@ Picture take(const Session& session, const Options& options, control::KillFinder
               {"daemon_pids", observation.daemon_pids},
               {"targets", Json::array()},
               {"findings", control::findingsJson(findings)}};
-    for (const TargetView& view : views) json["targets"].push_back(jsonOfTarget(view, kills));
+    control::AppNames names;
+    for (const TargetView& view : views) {
+      json["targets"].push_back(jsonOfTarget(view, kills, names));
+    }
     text = options.watches ? streamed(json) : whole(json);
   } else {
     text = headLine(observation) + "\n";

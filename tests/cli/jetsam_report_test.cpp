@@ -9,28 +9,38 @@ namespace vorlatch::tests {
 namespace {
 
 using control::jetsamReportIn;
-using control::KilledProcess;
+using control::ReportedProcess;
 
 std::string shown(const std::optional<std::int32_t>& number) {
   return number ? std::to_string(*number) : "-";
 }
 
+std::string described(const ReportedProcess& process) {
+  std::string text = process.name + " " + process.reason + " pid " + shown(process.pid) + " band " +
+                     shown(process.band);
+  for (const std::string& state : process.states) text += " " + state;
+  for (const auto& bytes_used : {process.memory_bytes, process.highest_bytes}) {
+    text += " " + (bytes_used ? std::to_string(*bytes_used) : "-");
+  }
+  return text;
+}
+
 // Describes all that was read, or "none".
-std::string readFrom(const std::string& bytes) {
-  const auto report = jetsamReportIn(bytes);
+std::string readFrom(const std::string& bytes,
+                     control::WantedProcesses wanted = control::WantedProcesses::Killed) {
+  const auto report = jetsamReportIn(bytes, wanted);
   if (!report) return "none";
   std::string text = report->time ? control::isoTextOf(*report->time) : "no time";
   text += " " + report->incident + ", lowest left " + shown(report->lowest_band_left);
   if (report->has_tenfold_bands) text += ", tenfold";
   if (!report->is_whole) text += ", not whole";
-  for (const KilledProcess& process : report->killed) {
-    text += "\n" + process.name + " " + process.reason + " pid " + shown(process.pid) + " band " +
-            shown(process.band);
-    for (const std::string& state : process.states) text += " " + state;
-    for (const auto& bytes_used : {process.memory_bytes, process.highest_bytes}) {
-      text += " " + (bytes_used ? std::to_string(*bytes_used) : "-");
-    }
+  for (const ReportedProcess& process : report->killed) text += "\n" + described(process);
+  if (wanted == control::WantedProcesses::Killed) {
+    EXPECT_TRUE(report->left.empty());
+    return text;
   }
+  text += ", free " + (report->free_bytes ? std::to_string(*report->free_bytes) : "-");
+  for (const ReportedProcess& process : report->left) text += "\nleft: " + described(process);
   return text;
 }
 
@@ -56,6 +66,34 @@ TEST(JetsamReport, OfIOS13) {
       {"reason": "vm-pageshortage", "rpages": 10, "lifetimeMax": 20, "name": "alpha"}])",
                                 R"({"memoryStatus": {"pageSize": 4096}})")),
             kTime + "-\nalpha vm-pageshortage pid - band - 40960 81920");
+}
+
+// Also when the size of a page comes behind the processes.
+TEST(JetsamReport, AllProcesses) {
+  const auto read = [](const std::string& report) {
+    return readFrom(report, control::WantedProcesses::All);
+  };
+  const std::string processes = R"([{"name": "l", "states": ["idle"], "rpages": 3, "pid": 4},
+      {"name": "a", "reason": "r", "rpages": 2}, {"pid": 0, "priority": 0, "lifetimeMax": 1}, {}])";
+  EXPECT_EQ(read(kReportHeading + R"({"date": "2026-03-04 04:00:00 +0800", "processes": )" +
+                 processes + R"(, "memoryStatus": {"memoryPages": {"active": 1, "free": 5,
+                 "x": {"free": 6}}, "free": 7, "pageSize": 4096}, "free": 8})"),
+            kTime +
+                "-\na r pid - band - 8192 8192, free 20480\nleft: l  pid 4 band - idle 12288 12288"
+                "\nleft:   pid 0 band 0 - 4096\nleft:   pid - band - - -");
+  for (const char* unknown : {"{}", R"({"memoryPages": [{"free": 5}], "pageSize": 4096})",
+                              R"({"memoryPages": {"free": "5"}, "pageSize": 4096})",
+                              R"({"memoryPages": {"free": -1}, "pageSize": 4096})",
+                              R"({"memoryPages": {"free": 4294967297}, "pageSize": 4096})",
+                              R"({"memoryPages": {"free": 5}})"}) {
+    EXPECT_EQ(read(reportWith("[]", R"({"memoryStatus": )" + std::string(unknown) + "}")),
+              kTime + "-, free -")
+        << unknown;
+  }
+  // What was left counts only with its end.
+  const std::string all = reportWith(R"([{"name": "l"}, {"name": "m"}])");
+  EXPECT_EQ(read(all.substr(0, all.rfind("\"m\"") + 4)),
+            kTime + "-, not whole, free 114688\nleft: l  pid - band - - -");
 }
 
 TEST(JetsamReport, SeveralKilled) {

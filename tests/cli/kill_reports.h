@@ -41,6 +41,9 @@ inline const std::string kAlphaKilled =
     R"({"name": "alpha", "pid": 8, "priority": 100, "states": ["frontmost"], "rpages": 96000,
         "lifetimeMax": 96640, "reason": "per-process-limit"})";
 
+// The name of the report that is put if no other is given.
+inline const std::string kReport = "JetsamEvent-2026-03-04-040000.ips";
+
 // The device's zone is that of the reports, and its clock shows 2026-03-04 05:06:07 in it. alpha is
 // held with the limits 1500 and 1000 MB and at band 100.
 struct KillsStory : HeldStory {
@@ -54,8 +57,7 @@ struct KillsStory : HeldStory {
   [[nodiscard]] std::string reportPath(const std::string& name) const {
     return device.crash_reports + "/" + name;
   }
-  void put(const std::string& report,
-           const std::string& name = "JetsamEvent-2026-03-04-040000.ips") const {
+  void put(const std::string& report, const std::string& name = kReport) const {
     std::filesystem::create_directories(std::filesystem::path(reportPath(name)).parent_path());
     writeAll(reportPath(name), report);
   }

@@ -85,8 +85,9 @@ TEST(KillReports, TakesTheTimeOfTheName) {
       R"({"processes": [{"name": "b", "reason": "r"}]})",
       "JetsamEvent-x.ips");
   EXPECT_EQ(killRows(story),
-            "2026-03-04 05:00:00 | a | - | - | - | - | - | r | - | no target\n"
-            "- | b | - | - | - | - | - | r | - | no target\n");
+            "2026-03-04 05:00:00 | a | - | - | - | - | - | r | - | "
+            "JetsamEvent-2026-03-04-050000.ips | no target\n"
+            "- | b | - | - | - | - | - | r | - | JetsamEvent-x.ips | no target\n");
   EXPECT_EQ(killedNames(story, " --since 1d"), "a ");
 }
 

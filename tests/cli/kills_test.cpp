@@ -12,7 +12,8 @@ namespace {
 
 const std::string kAlphaRow =
     "2026-03-04 04:00:00 | alpha | alpha | 1500 | 1510 | 100 | frontmost | it went over its own "
-    "hard limit | - | over the limit that you set (1500 MB)\n";
+    "hard limit | - | " +
+    kReport + " | over the limit that you set (1500 MB)\n";
 
 TEST(Kills, ShowsATable) {
   KillsStory story;
@@ -20,11 +21,12 @@ TEST(Kills, ShowsATable) {
   EXPECT_EQ(
       story.answer("kills"),
       "TIME                 PROCESS  TARGET  MEMORY MB  HIGHEST MB  BAND  STATE      REASON   "
-      "                        LOG  VERDICT\n"
+      "                        LOG  REPORT                             VERDICT\n"
       "2026-03-04 04:00:00  alpha    alpha        1500        1510   100  frontmost  it went "
-      "over its own hard limit  -    over the limit that you set (1500 MB)\n"
+      "over its own hard limit  -    JetsamEvent-2026-03-04-040000.ips  over the limit that you "
+      "set (1500 MB)\n"
       "2026-03-04 04:00:00  other    -               -           -     -  -          new-one "
-      "                         -    no target\n");
+      "                         -    JetsamEvent-2026-03-04-040000.ips  no target\n");
   story.has_colour = true;
   const std::string coloured = story.answer("kills");
   EXPECT_NE(coloured.find("\x1b[33mover the limit"), coloured.npos) << coloured;
@@ -40,10 +42,12 @@ TEST(Kills, ShowsBlocksOnNarrowScreens) {
   100, state frontmost
   it went over its own hard limit
   over the limit that you set (1500 MB)
+  JetsamEvent-2026-03-04-040000.ips
 2026-03-04 04:00:00  o^[
   memory MB -, highest -, band -, state
   -
   new-one
+  JetsamEvent-2026-03-04-040000.ips
 )");
 }
 
@@ -103,12 +107,15 @@ TEST(Kills, VerdictsOnWhatIsLeftToTheSystem) {
   story.put(reportWith("[" + kAlphaKilled + R"(,
       {"name": "alpha", "reason": "jettisoned", "priority": 5},
       {"name": "beta", "reason": "jettisoned", "priority": 21}])"));
-  const std::string unknown = " | for another reason, which the system does not say | - | ";
+  const std::string unknown =
+      " | for another reason, which the system does not say | - | " + kReport + " | ";
   EXPECT_EQ(
       killRows(story),
       "2026-03-04 04:00:00 | alpha | alpha | 1500 | 1510 | 100 | frontmost | it went over its "
-      "own hard limit | - | over the system's limit; you set none for it\n"
-      "2026-03-04 04:00:00 | alpha | alpha | - | - | 5 | -" +
+      "own hard limit | - | " +
+          kReport +
+          " | over the system's limit; you set none for it\n"
+          "2026-03-04 04:00:00 | alpha | alpha | - | - | 5 | -" +
           unknown +
           "it stood in band 5; you left its band to the system\n"
           "2026-03-04 04:00:00 | beta | beta | - | - | 21 | -" +
@@ -169,8 +176,9 @@ TEST(Kills, FindsTargetsByNameAndBundle) {
   EXPECT_EQ(target_of("Running"), "\"Running\"");
   // Asked for by its other key, the same kill is that target's.
   EXPECT_EQ(killRows(story, " org.running"),
-            "2026-03-04 04:00:00 | Running | org.running | - | - | - | - | r | - | the report does "
-            "not say enough to judge\n");
+            "2026-03-04 04:00:00 | Running | org.running | - | - | - | - | r | - | " + kReport +
+                " | the report does "
+                "not say enough to judge\n");
 }
 
 TEST(Kills, OfOneTarget) {
@@ -188,13 +196,15 @@ TEST(Kills, AsJson) {
   KillsStory story;
   story.put(reportWith("[" + kAlphaKilled + R"(, {"name": "other", "reason": "new-one"}])"));
   EXPECT_EQ(story.answer("kills --json"), pretty(R"json({"reports": 1, "kills": [
-      {"time": "2026-03-04T04:00:00+08:00", "process": "alpha", "pid": 8, "target": "alpha",
+      {"time": "2026-03-04T04:00:00+08:00", "process": "alpha", "display_name": null,
+       "pid": 8, "target": "alpha",
        "memory_bytes": 1572864000, "highest_bytes": 1583349760, "band": 100,
        "states": ["frontmost"], "reason": "per-process-limit",
        "reason_text": "it went over its own hard limit", "verdict": "over-wanted-limit",
        "verdict_text": "over the limit that you set (1500 MB)",
        "report": "{root}/CrashReporter/JetsamEvent-2026-03-04-040000.ips", "log_lines": []},
-      {"time": "2026-03-04T04:00:00+08:00", "process": "other", "pid": null, "target": null,
+      {"time": "2026-03-04T04:00:00+08:00", "process": "other", "display_name": null,
+       "pid": null, "target": null,
        "memory_bytes": null, "highest_bytes": null, "band": null, "states": [],
        "reason": "new-one", "reason_text": "new-one", "verdict": null, "verdict_text": null,
        "report": "{root}/CrashReporter/JetsamEvent-2026-03-04-040000.ips", "log_lines": []}],
@@ -218,7 +228,8 @@ TEST(Kills, ShowsTheLogLinesBesideThem) {
       killRows(story),
       "2025-12-31 23:59:55 | alpha | alpha | 1500 | 1510 | 100 | frontmost | it went over its "
       "own hard limit | [12-31 23:59:45] 目标: alpha 已退出; [01-01 00:00:05] 目标: alpha "
-      "已退出 | over the limit that you set (1500 MB)\n");
+      "已退出 | " +
+          kReport + " | over the limit that you set (1500 MB)\n");
 }
 
 TEST(Kills, TheLastInStatusAndShow) {

@@ -116,7 +116,7 @@ TEST(Ps, AsJsonWithAndWithoutPrivilege) {
   story.device.launch({.name = "a\xff", .nice_value = -7});
   const auto json = [](const std::string& told) {
     return pretty(R"({"processes": [
-        {"pid": 100, "name": "a�", "bundle_identifier": null, )" +
+        {"pid": 100, "name": "a�", "bundle_identifier": null, "display_name": null, )" +
                   told + R"(, "memory": null}]})");
   };
   EXPECT_EQ(story.answer("ps --json"), json(R"("band": 180, "nice": -7, "limit_mb": 1450)"));

@@ -74,8 +74,10 @@ Wann              date        unknown to the daemon
 a real            1048576.5   unknown to the daemon
 not running
 )");
-  EXPECT_EQ(story.answer("show alpha --json"),
-            pretty(R"({"target": "alpha", "settings": {"CheckInterval": 60, "JetsamPriority": 160,
+  EXPECT_EQ(
+      story.answer("show alpha --json"),
+      pretty(
+          R"({"target": "alpha", "display_name": null, "settings": {"CheckInterval": 60, "JetsamPriority": 160,
   "MemLimitActive": 1024, "MemLimitInactive": 0, "NiceValue": -5, "Own": {"data": "01ff"},
   "Remark": "微信\u001b[31m", "StripManaged": false, "Wann": {"date": 1234.0},
   "a real": 1048576.5},

@@ -161,13 +161,14 @@ TEST(Status, AsJson) {
   story.postAndRun();
   const auto json = [](const std::string& told) {
     return pretty(R"({"enabled": true, "daemon_pids": [100], "targets": [
-    {"target": "alpha", "verdict": "held", "verdict_text": "held",
+    {"target": "alpha", "display_name": null, "verdict": "held", "verdict_text": "held",
      "wanted": {"interval_s": 0, "band": 100, "active_limit_mb": 1500, "inactive_limit_mb": 0,
                 "nice": -7, "strip_managed": true},
      "daemon_wrote": {"pid": 101, "nice": -7, "band": 100},
      "now": {"pid": 101, "name": "alpha", )" +
                   told + R"(, "memory": null}, "last_kill": null},
-    {"target": "beta", "verdict": "not-running", "verdict_text": "not running",
+    {"target": "beta", "display_name": null, "verdict": "not-running",
+     "verdict_text": "not running",
      "wanted": {"interval_s": 30, "band": 0, "active_limit_mb": 0, "inactive_limit_mb": 0,
                 "nice": 0, "strip_managed": null},
      "daemon_wrote": null, "now": null, "last_kill": null}], "findings": []})");

@@ -49,6 +49,7 @@ TEST(PageCommands, AreAllowedByATable) {
                            "doctor",
                            "kills",
                            "kills kbd --since 3d",
+                           "kills --report JetsamEvent-2026-11-22-105718.ips",
                            "set kbd NiceValue=5",
                            "set kbd NiceValue=5 --force",
                            "set --dry-run kbd NiceValue=5",

@@ -91,7 +91,7 @@ async function preview(sheet, edit) {
   try {
     const dryRun = withOption(edit.words, "--dry-run");
     const {status, output, error} = edit.hasNoDryRun ? {status: 0, output: {}} : await run(dryRun);
-    if (!sheet.isOpen()) return;
+    if (!sheet.isShown) return;
     if (status >= firstFailure)
       showRefusal(sheet, edit, error);
     else

@@ -1,5 +1,6 @@
 // Charts by Chart.js, which is loaded when the first view draws one.
 import {element} from "./dom.js";
+import {megabytesOf, numberText} from "./text.js";
 
 let loaded = null;
 
@@ -40,8 +41,42 @@ export function axis(options) {
   };
 }
 
-// Draws into a box of fixed height. Without Chart.js the box disappears: the numbers stand beside it.
-// Returns a promise of the chart, or of null.
+function shortened(name) {
+  return name.length > 16 ? `${name.slice(0, 15)}…` : name;
+}
+
+// An axis of megabytes.
+export function memoryAxis(options) {
+  const ticks = {...options.ticks, callback: (value) => `${numberText(value)} MB`};
+  return axis({beginAtZero: true, ...options, ticks});
+}
+
+// Bars from left to right, each with a name, its bytes and the name of a colour.
+export function barConfig(bars) {
+  return {
+    type: "bar",
+    data: {
+      labels: bars.map((bar) => shortened(bar.name)),
+      datasets: [{
+        data: bars.map((bar) => megabytesOf(bar.bytes)),
+        borderRadius: 4,
+        maxBarThickness: 18,
+        backgroundColor: bars.map((bar) => colour(bar.colour))
+      }]
+    },
+    options: {
+      indexAxis: "y",
+      events: [],
+      scales: {
+        x: memoryAxis({ticks: {maxTicksLimit: 3}}),
+        y: axis({grid: {display: false}, ticks: {color: colour("text"), autoSkip: false}})
+      },
+    },
+  };
+}
+
+// Draws into a box of fixed height on a page or a sheet. Without Chart.js the box disappears: the numbers
+// stand beside it. Returns a promise of the chart, or of null.
 export async function drawChart(page, box, label, config) {
   const canvas = element("canvas", {role: "img", "aria-label": label});
   box.append(canvas);

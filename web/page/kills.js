@@ -1,8 +1,9 @@
 // Kills: which processes the system ended for their memory, as a time line and as a list.
 import {look} from "./api.js";
 import {bandText} from "./bands.js";
-import {axis, colour, drawChart} from "./charts.js";
-import {element, replace} from "./dom.js";
+import {axis, barConfig, colour, drawChart, memoryAxis} from "./charts.js";
+import {button, element, replace} from "./dom.js";
+import {killedName, openKillReport} from "./kill_report.js";
 import {avatar, card, emptyCard, failureCard, loading, mark, refreshButton, section} from "./pieces.js";
 import {targetAddress} from "./router.js";
 import {agoText, dayText, megabytesOf, numberText, sizeText, t, timeText} from "./text.js";
@@ -27,9 +28,11 @@ export function killRow(kill) {
     t("memory %s", sizeText(kill.memory_bytes)), t("at most %s", sizeText(kill.highest_bytes)),
     t("band %s", bandText(kill.band)), kill.states.join(", ")
   ].filter(Boolean).join(" · ");
-  const name = kill.process || t("unknown");
+  const name = killedName(kill);
+  // The button tells the keyboard and the screen reader of what a tap anywhere on the row does.
+  const open = (event) => event.target.closest("a") || openKillReport(kill);
   return element(
-      "li", {class: "kill"}, avatar(name),
+      "li", {class: "kill", onClick: open}, avatar(name, kill.display_name && kill.target),
       element(
           "div", {class: "row-words"},
           element(
@@ -43,8 +46,11 @@ export function killRow(kill) {
           kill.verdict_text ?
               element("span", {}, mark(verdictKinds[kill.verdict] || "bad", kill.verdict_text)) :
               null,
-          element("span", {class: "hint"}, timeText(kill.time), " · ", facts),
-          kill.log_lines.map((line) => element("code", {class: "kill-log"}, line))));
+          element(
+              "span", {class: "hint"}, kill.display_name ? `${kill.target || kill.process} · ` : "",
+              timeText(kill.time), " · ", facts),
+          kill.log_lines.map((line) => element("code", {class: "kill-log"}, line)),
+          button(t("All processes then"), () => {}, "small")));
 }
 
 // Whole days, from the day of the first kill to the end of today.
@@ -77,21 +83,18 @@ function timeLineConfig(kills) {
     },
     options: {
       plugins: {
-        tooltip: {callbacks: {label: ({raw}) => `${raw.kill.process}, ${sizeText(raw.kill.memory_bytes)}`}}
+        tooltip:
+            {callbacks: {label: ({raw}) => `${killedName(raw.kill)}, ${sizeText(raw.kill.memory_bytes)}`}}
       },
       scales: {
         x: dayAxis(known.map((kill) => new Date(kill.time).getTime())),
-        y: axis({
-          beginAtZero: true,
-          grace: "10%",
-          ticks: {maxTicksLimit: 4, callback: (value) => `${numberText(value)} MB`}
-        }),
+        y: memoryAxis({grace: "10%", ticks: {maxTicksLimit: 4}}),
       },
     },
   };
 }
 
-// The largest kill of each process, the largest first.
+// A bar for the largest kill of each process, the largest first.
 function largestKills(kills) {
   const largest = new Map();
   for (const kill of kills) {
@@ -99,35 +102,12 @@ function largestKills(kills) {
     if (kill.memory_bytes !== null && (!before || kill.memory_bytes > before.memory_bytes))
       largest.set(kill.process, kill);
   }
-  return [...largest.values()].sort((a, b) => b.memory_bytes - a.memory_bytes).slice(0, barsMax);
-}
-
-function shortened(name) {
-  return name.length > 16 ? `${name.slice(0, 15)}…` : name;
-}
-
-function barConfig(largest) {
-  return {
-    type: "bar",
-    data: {
-      labels: largest.map((kill) => shortened(kill.process)),
-      datasets: [{
-        data: largest.map((kill) => megabytesOf(kill.memory_bytes)),
-        borderRadius: 4,
-        maxBarThickness: 18,
-        backgroundColor: largest.map((kill) => colour(kill.target ? "bad" : "idle"))
-      }]
-    },
-    options: {
-      indexAxis: "y",
-      events: [],
-      scales: {
-        x: axis(
-            {beginAtZero: true, ticks: {maxTicksLimit: 3, callback: (value) => `${numberText(value)} MB`}}),
-        y: axis({grid: {display: false}, ticks: {color: colour("text")}})
-      },
-    },
-  };
+  return [...largest.values()]
+      .sort((a, b) => b.memory_bytes - a.memory_bytes)
+      .slice(0, barsMax)
+      .map(
+          (kill) =>
+              ({name: killedName(kill), bytes: kill.memory_bytes, colour: kill.target ? "bad" : "idle"}));
 }
 
 function chartCard(page, heading, legend, height, config) {

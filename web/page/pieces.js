@@ -1,6 +1,6 @@
 // Elements that several views use: headings, cards, marks of verdicts, and what is shown on a failure.
-import {logIn} from "./api.js";
-import {button, element, icon} from "./dom.js";
+import {logIn, withIcon} from "./api.js";
+import {button, element, icon, replace} from "./dom.js";
 import {tryAgain} from "./live.js";
 import {megabytesOf, sizeText, t} from "./text.js";
 
@@ -47,13 +47,16 @@ export function refreshButton(work) {
 
 const colours = 6;
 
-// A letter on a colour that stays the same for the same name.
-export function avatar(name) {
+// The icon of the app with this bundle identifier, or a letter on a colour that stays the same for the
+// same name.
+export function avatar(name, app = null) {
   let sum = 0;
   for (const letter of name) sum = (sum * 31 + letter.codePointAt(0)) % 9973;
   const letter = [...name.replace(/^com\.[^.]+\./, "")][0] || "?";
-  return element(
-      "span", {class: `avatar colour${sum % colours}`, "aria-hidden": "true"}, letter.toUpperCase());
+  const node =
+      element("span", {class: `avatar colour${sum % colours}`, "aria-hidden": "true"}, letter.toUpperCase());
+  if (app) withIcon(app, (address) => replace(node, element("img", {src: address, alt: ""})));
+  return node;
 }
 
 // "602 MB, at most 642 MB so far", or that the kernel tells nothing.

@@ -11,6 +11,10 @@ const homeBand = 160;
 const lowNice = 10;
 const limitStepMb = 50;
 
+function shownName(process) {
+  return process.display_name || process.name;
+}
+
 // The name under which the daemon finds the process.
 function targetOf(process) {
   return process.bundle_identifier || process.name;
@@ -25,7 +29,7 @@ export function suggestedLimitMb(memory) {
 function keepAlive(process) {
   const band = Math.max(homeBand, process.band || 0);
   return {
-    title: t("Keep %s alive", process.name),
+    title: t("Keep %s alive", shownName(process)),
     words: ["set", "--", targetOf(process), `JetsamPriority=${band}`],
     confirm: t("Keep alive"),
     explain: t(
@@ -43,7 +47,7 @@ function limitWords(memory, limitMb) {
 function limit(process) {
   const limitMb = suggestedLimitMb(process.memory);
   return {
-    title: t("Limit %s", process.name),
+    title: t("Limit %s", shownName(process)),
     words: ["set", "--", targetOf(process), `MemLimitActive=${limitMb}`, `MemLimitInactive=${limitMb}`],
     confirm: t("Set the limit"),
     explain: limitWords(process.memory, numberText(limitMb))
@@ -52,7 +56,7 @@ function limit(process) {
 
 function lower(process) {
   return {
-    title: t("Lower %s", process.name),
+    title: t("Lower %s", shownName(process)),
     words: ["set", "--", targetOf(process), `NiceValue=${lowNice}`],
     confirm: t("Lower its priority"),
     explain: t("It gets less processor time while others need it. Its memory is not touched.")
@@ -72,7 +76,7 @@ function choice(name, meaning, onClick) {
 
 // Opens the sheet that offers the choices.
 export function offerChoices(process) {
-  const sheet = openSheet(process.name);
+  const sheet = openSheet(shownName(process));
   const offer = (edit) => () => proposeEdit({...edit, back: () => offerChoices(process)});
   const byHand = () => {
     closeSheet();

@@ -54,6 +54,7 @@ function targetNames() {
 
 function processRow(process, targets, isMember) {
   const isTarget = targets.has(process.bundle_identifier) || targets.has(process.name);
+  const shown = process.display_name || process.name;
   const subtitle =
       [process.bundle_identifier, t("band %s", bandText(process.band))].filter(Boolean).join(" · ");
   return element(
@@ -65,9 +66,9 @@ function processRow(process, targets, isMember) {
             "data-key": process.pid,
             onClick: () => offerChoices(process)
           },
-          isMember ? null : avatar(process.name),
+          isMember ? null : avatar(shown, process.display_name && process.bundle_identifier),
           element(
-              "span", {class: "row-words"}, element("strong", {}, process.name),
+              "span", {class: "row-words"}, element("strong", {}, shown),
               element("span", {class: "hint"}, subtitle), limitBar(process.memory)),
           element(
               "span", {class: "row-end"},
@@ -95,7 +96,10 @@ function isWished(group) {
   const isApp = group.members.some((process) => process.bundle_identifier);
   if (wish.kind !== "all" && (wish.kind === "apps") !== isApp) return false;
   return group.members.some(
-      (process) => `${process.name}\n${process.bundle_identifier || ""}`.toLowerCase().includes(text));
+      (process) => [process.name, process.bundle_identifier, process.display_name]
+                       .join("\n")
+                       .toLowerCase()
+                       .includes(text));
 }
 
 function kindButtons(draw) {

@@ -74,7 +74,7 @@ async function openText(heading, sentence, collect) {
     const area =
         element("textarea", {class: "input report", readonly: true, rows: "14", "aria-label": heading});
     area.value = await collect();
-    if (!sheet.isOpen()) return;
+    if (!sheet.isShown) return;
     sheet.show(
         element("p", {}, sentence), area,
         element(

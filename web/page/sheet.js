@@ -35,10 +35,12 @@ export function closeSheet() {
   if (open) open.close();
 }
 
-// Opens a sheet. Returns {show(...nodes), close(), isOpen()}; `show` replaces what it holds.
+// Opens a sheet. Returns {show(...nodes), close(), isShown, onLeave(ending)}; `show` replaces what it holds,
+// and what was given to `onLeave` is called when the sheet closes.
 export function openSheet(title) {
   closeSheet();
   const opener = document.activeElement;
+  const endings = [];
   const body = element("div", {class: "sheet-body"});
   const heading = element("h2", {id: "sheet-title", tabindex: "-1"}, title);
   const box = element(
@@ -47,6 +49,7 @@ export function openSheet(title) {
   const close = () => {
     shade.remove();
     open = null;
+    endings.forEach((ending) => ending());
     behind().forEach((node) => node.removeAttribute("aria-hidden"));
     document.documentElement.classList.remove("has-sheet");
     if (opener && opener.isConnected)
@@ -62,5 +65,16 @@ export function openSheet(title) {
   document.body.append(shade);
   heading.focus();
   open = {close};
-  return {show: (...nodes) => replace(body, nodes), close, isOpen: () => shade.isConnected};
+  return {
+    show(...nodes) {
+      const hadFocus = body.contains(document.activeElement);
+      replace(body, nodes);
+      if (hadFocus) heading.focus();
+    },
+    close,
+    get isShown() {
+      return shade.isConnected;
+    },
+    onLeave: (ending) => endings.push(ending),
+  };
 }

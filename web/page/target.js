@@ -8,7 +8,7 @@ import {logList} from "./log.js";
 import {avatar, card, kindOf, limitBar, loading, mark, memoryWords, section} from "./pieces.js";
 import {goTo} from "./router.js";
 import {settingRows} from "./settings.js";
-import {reasonText} from "./target_card.js";
+import {reasonText, shownName} from "./target_card.js";
 import {targetChart} from "./target_chart.js";
 import {editSetting} from "./target_editor.js";
 import {t} from "./text.js";
@@ -34,12 +34,13 @@ function makeHead(name) {
     node,
     draw(target) {
       const now = target && target.now;
-      const shown = (now && now.name) || name;
-      if (heading.textContent !== shown) replace(picture, avatar(shown));
+      const shown = target ? shownName(target) : name;
+      if (heading.textContent !== shown)
+        replace(picture, avatar(shown, target && target.display_name && name));
       setText(heading, shown);
-      setText(subtitle, [
-        now && now.name !== name ? name : "", now ? t("process %s", now.pid) : ""
-      ].filter(Boolean).join(" · "));
+      setText(
+          subtitle,
+          [shown !== name ? name : "", now ? t("process %s", now.pid) : ""].filter(Boolean).join(" · "));
       const isTarget = Boolean(target && target.verdict);
       const verdict = isTarget ? target.verdict_text : t("no target");
       if (state.textContent !== verdict)
@@ -169,8 +170,8 @@ async function processNamed(name) {
   const {processes} = await look(["ps", "--", name]);
   const found = processes.find((process) => process.bundle_identifier === name || process.name === name);
   if (!found) return null;
-  const {pid, name: processName, band, nice, memory} = found;
-  return {target: name, now: {pid, name: processName, band, nice, memory}};
+  const {pid, name: processName, display_name: displayName, band, nice, memory} = found;
+  return {target: name, display_name: displayName, now: {pid, name: processName, band, nice, memory}};
 }
 
 export function show(page, name) {

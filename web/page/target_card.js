@@ -36,6 +36,11 @@ function killText(kill) {
   return kill ? t("Ended %s: %s", agoText(kill.time), kill.reason_text) : "";
 }
 
+// The home screen's name of the target's app, otherwise its process's, otherwise its own.
+export function shownName(target) {
+  return target.display_name || (target.now && target.now.name) || target.target;
+}
+
 // Returns {node, draw(target), remark(text)}.
 export function targetCard(name) {
   const curve = memoryCurve();
@@ -52,13 +57,13 @@ export function targetCard(name) {
     kill: element("p", {class: "card-note"}),
   };
   let remark = "";
-  const drawNames = (now) => {
-    const shown = now && now.name && now.name !== name ? now.name : name;
-    if (parts.title.textContent !== shown) replace(parts.avatar, avatar(shown));
+  const drawNames = (target) => {
+    const shown = shownName(target);
+    if (parts.title.textContent !== shown) replace(parts.avatar, avatar(shown, target.display_name && name));
     setText(parts.title, shown);
     setText(parts.subtitle, [shown === name ? "" : name, remark].filter(Boolean).join(" · "));
   };
-  let last = null;
+  let last = {target: name};
   const node = element(
       "li", {},
       element(
@@ -73,8 +78,8 @@ export function targetCard(name) {
   return {
     node,
     draw(target) {
-      last = target.now;
-      drawNames(target.now);
+      last = target;
+      drawNames(target);
       setText(parts.mark, target.verdict_text);
       parts.mark.className = `mark ${kindOf(target.verdict)}`;
       setText(parts.memory, memoryText(target.now));

@@ -197,7 +197,7 @@ export async function editSetting(context) {
             "div", {class: "buttons"},
             element("button", {type: "submit", class: "button primary"}, t("Continue")),
             context.stored === undefined ? null : button(t("Take it out"), () => propose(null))));
-    if (sheet.isOpen()) back();
+    if (sheet.isShown) back();
   } catch (failure) {
     sheet.show(failureCard(failure, () => editSetting(context)));
   }
