@@ -10,7 +10,7 @@ using control::tr;
 
 constexpr const char* kSecurityHeaders =
     "Content-Security-Policy: default-src 'none'; script-src 'self'; style-src 'self'; img-src "
-    "'self' blob:; connect-src 'self'; manifest-src 'self'; base-uri 'none'; form-action 'none'; "
+    "'self'; connect-src 'self'; manifest-src 'self'; base-uri 'none'; form-action 'none'; "
     "frame-ancestors 'none'\r\n"
     "X-Content-Type-Options: nosniff\r\n"
     "Referrer-Policy: no-referrer\r\n"
@@ -21,6 +21,8 @@ const char* phraseOf(int status) {
   switch (status) {
     case 200:
       return "OK";
+    case 204:
+      return "No Content";
     case 204:
       return "No Content";
     case 304:
@@ -47,7 +49,7 @@ const char* phraseOf(int status) {
 }
 
 bool mayHaveBody(int status) {
-  return status != 304;
+  return status != 204 && status != 304;
 }
 
 }  // namespace

@@ -111,16 +111,14 @@ Answer events(const Request& request) {
   return {.type = "text/event-stream", .listens = control::language()};
 }
 
-Answer nothingThere() {
-  return errorAnswer(404, "not-found", tr("there is nothing at this address"));
-}
-
+// Browsers complain of an error, though an app without a readable icon is no fault.
 Answer icon(const Request& request) {
   constexpr std::string_view kApp = "app=";
-  if (!request.query.starts_with(kApp)) return nothingThere();
-  std::optional<std::string> png = control::iconOfApp(request.query.substr(kApp.size()));
-  if (!png) return nothingThere();
-  return {.type = "image/png", .body = std::move(*png), .caching = "private, max-age=86400"};
+  constexpr const char* kOneDay = "private, max-age=86400";
+  std::optional<std::string> png;
+  if (request.query.starts_with(kApp)) png = control::iconOfApp(request.query.substr(kApp.size()));
+  if (!png) return {.status = 204, .caching = kOneDay};
+  return {.type = "image/png", .body = std::move(*png), .caching = kOneDay};
 }
 
 // Returns the path below the folder that a login has named, of which only the browser keeps count.
@@ -168,7 +166,7 @@ Answer Routes::answer(const Request& request) const {
     if (!is_first && path != "/" + std::string(file.name)) continue;
     return entry == Entry::Granted ? fileAnswer(file, request) : refusal(entry, kPageDoor);
   }
-  return nothingThere();
+  return errorAnswer(404, "not-found", tr("there is nothing at this address"));
 }
 
 }  // namespace vorlatch::web

@@ -56,7 +56,7 @@ TEST(Icon, IsGivenWithTheKeyAlone) {
   request.query = "app=org.a";
   EXPECT_EQ(story.routes.answer(request).status, 401);
   for (const char* query : {"", "app=", "app=org.b", "app=org", "org.a", "app=../A.app"}) {
-    EXPECT_EQ(story.icon(query), "404") << query;
+    EXPECT_EQ(story.icon(query), "204") << query;
   }
 }
 
@@ -85,7 +85,7 @@ TEST(Icon, IsTheOneThatTheBundleNames) {
   for (const plist::Value& wrong :
        {plist::Value("old"), plist::Value(Array{}), plist::Value(Array{7})}) {
     story.describe({{"CFBundleIconFiles", wrong}});
-    EXPECT_EQ(story.icon(), "404");
+    EXPECT_EQ(story.icon(), "204");
   }
 }
 
@@ -95,22 +95,22 @@ TEST(Icon, IsAPlainPictureInTheBundle) {
   const std::string path = story.inBundle("Icon.png");
   const std::string outside = story.rootPath("/Apps/outside.png");
   writeAll(outside, kPng);
-  EXPECT_EQ(story.icon(), "404");
+  EXPECT_EQ(story.icon(), "204");
   writeAll(path, "text");
-  EXPECT_EQ(story.icon(), "404");
+  EXPECT_EQ(story.icon(), "204");
   writeAll(path, kPng + std::string(256 * 1024 - kPng.size(), 'x'));
   EXPECT_EQ(story.icon().size(), 256U * 1024);
   writeAll(path, kPng + std::string(256 * 1024 - kPng.size() + 1, 'x'));
-  EXPECT_EQ(story.icon(), "404");
+  EXPECT_EQ(story.icon(), "204");
   std::filesystem::remove(path);
   std::filesystem::create_symlink(outside, path);
-  EXPECT_EQ(story.icon(), "404");
+  EXPECT_EQ(story.icon(), "204");
   std::filesystem::create_directories(story.inBundle("Inner"));
   writeAll(story.inBundle("Inner/Icon.png"), kPng);
   writeAll(story.inBundle(".Icon.png"), kPng);
   for (const char* name : {"../outside", "Inner/Icon", ".Icon", ""}) {
     story.describeIcon(name);
-    EXPECT_EQ(story.icon(), "404") << name;
+    EXPECT_EQ(story.icon(), "204") << name;
   }
   // A link in place of the bundle.
   writeAll(story.inBundle("Plain.png"), kPng);
@@ -119,7 +119,7 @@ TEST(Icon, IsAPlainPictureInTheBundle) {
   std::filesystem::rename(story.rootPath("/Apps/A.app"), story.rootPath("/Elsewhere"));
   std::filesystem::create_directory_symlink(story.rootPath("/Elsewhere"),
                                             story.rootPath("/Apps/A.app"));
-  EXPECT_EQ(story.icon(), "404");
+  EXPECT_EQ(story.icon(), "204");
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ TEST(Routes, GiveThePageWithoutAKey) {
   EXPECT_EQ(web::headOf(answer, true),
             "HTTP/1.1 200 OK\r\n"
             "Content-Security-Policy: default-src 'none'; script-src 'self'; style-src 'self'; "
-            "img-src 'self' blob:; connect-src 'self'; manifest-src 'self'; base-uri 'none'; form-action "
+            "img-src 'self'; connect-src 'self'; manifest-src 'self'; base-uri 'none'; form-action "
             "'none'; frame-ancestors 'none'\r\n"
             "X-Content-Type-Options: nosniff\r\n"
             "Referrer-Policy: no-referrer\r\n"

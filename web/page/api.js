@@ -85,24 +85,8 @@ export async function look(words) {
   return output;
 }
 
-// The icons of apps, as addresses of what is in memory; null for an app that has none.
-const icons = new Map();
-
-// An image element sends no header of ours, so the page fetches the picture itself.
-async function fetchIcon(app) {
-  try {
-    const answer = await fetch(`/api/icon?app=${encodeURIComponent(app)}`, {credentials: "same-origin"});
-    icons.set(app, answer.ok ? URL.createObjectURL(await answer.blob()) : null);
-  } catch {
-    icons.delete(app);
-  }
-}
-
-// Calls `show` with the address of the app's icon if it has one: at once if it is known.
-export async function withIcon(app, show) {
-  if (!icons.has(app)) icons.set(app, fetchIcon(app));
-  if (icons.get(app) instanceof Promise) await icons.get(app);
-  if (icons.get(app)) show(icons.get(app));
+export function iconAddress(app) {
+  return `api/icon?app=${encodeURIComponent(app)}`;
 }
 
 export function openEvents() {

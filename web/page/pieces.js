@@ -1,5 +1,5 @@
 // Elements that several views use: headings, cards, marks of verdicts, and what is shown on a failure.
-import {logIn, withIcon} from "./api.js";
+import {logIn, iconAddress} from "./api.js";
 import {button, element, icon, replace} from "./dom.js";
 import {tryAgain} from "./live.js";
 import {megabytesOf, sizeText, t} from "./text.js";
@@ -55,7 +55,10 @@ export function avatar(name, app = null) {
   const letter = [...name.replace(/^com\.[^.]+\./, "")][0] || "?";
   const node =
       element("span", {class: `avatar colour${sum % colours}`, "aria-hidden": "true"}, letter.toUpperCase());
-  if (app) withIcon(app, (address) => replace(node, element("img", {src: address, alt: ""})));
+  if (app) {
+    const image = element("img", {alt: "", onLoad: () => replace(node, image)});
+    image.src = iconAddress(app);
+  }
   return node;
 }
 
