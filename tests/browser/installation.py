@@ -60,6 +60,7 @@ class Installation:
 
     def set_targets(self, targets, is_on=True):
         self.preferences.write_bytes(plistlib.dumps({"Enabled": is_on, "AppConfigs": targets}))
+        self.preferences.chmod(0o666)
 
     def targets(self):
         return plistlib.loads(self.preferences.read_bytes())["AppConfigs"]

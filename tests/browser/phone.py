@@ -97,6 +97,12 @@ class Phone:
             if option.text == choice:
                 option.click()
 
+    def set_hidden(self, is_hidden):
+        """Puts the browser into the background, or shows it again."""
+        window = self.driver.execute_cdp_cmd("Browser.getWindowForTarget", {})["windowId"]
+        bounds = {"windowState": "minimized" if is_hidden else "normal"}
+        self.driver.execute_cdp_cmd("Browser.setWindowBounds", {"windowId": window, "bounds": bounds})
+
     def read_logs(self):
         self.complaints += [entry["message"] for entry in self.driver.get_log("browser")]
         for entry in self.driver.get_log("performance"):

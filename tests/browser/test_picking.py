@@ -53,7 +53,12 @@ class Picking(PageCase):
         limits = {"JetsamPriority": -1, "MemLimitActive": 250, "MemLimitInactive": 250}
         self.assertEqual(self.installation.targets()["com.apple.mobileslideshow"], limits)
         self.tap("Now")
-        self.expect(".target-card", "z")
+        self.expect(
+            ".target-card",
+            "P | Photos | com.apple.mobileslideshow | held | 150 MB | of 250 MB | Band 180 important",
+            "W | WeChat | com.tencent.xin | held | 60 MB | of 2,048 MB | Band 160 home",
+            "K | kbd | held | 20 MB | of 2,048 MB | Band 0 idle",
+        )
 
     def test_lower_priority(self):
         self.tap("Photos", "Lower priority")
@@ -95,7 +100,11 @@ class Picking(PageCase):
         self.expect(".toast", "Done. The daemon applies it now. | Undo")
         self.assertEqual(self.installation.targets()["com.apple.mobileslideshow"], {"JetsamPriority": -1, "MemLimitActive": 20})
         self.tap("Undo")
-        self.expect_sheet("x")
+        self.expect_sheet(
+            "This puts the settings back as they were before. You can undo this, too.",
+            "com.apple.mobileslideshow · Band | left alone → not set",
+            "com.apple.mobileslideshow · Memory limit while active | 20 MB → not set | Put it back | Cancel",
+        )
         self.tap("Put it back")
         self.expect(".head-state", "no target")
         self.assertNotIn("com.apple.mobileslideshow", self.installation.targets())

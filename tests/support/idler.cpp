@@ -1,5 +1,5 @@
-// A process for tests to observe: it sleeps until it is killed. Its argument is how many MB of memory it
-// uses; none without one. It prints a line when it uses them.
+// A process for tests to observe: it sleeps until it is killed. Its argument is how many MB of
+// memory it uses; none without one. It prints a line when it uses them.
 #include <unistd.h>
 
 #include <cstdio>

@@ -35,9 +35,16 @@ export function closeSheet() {
   if (open) open.close();
 }
 
+// What was said before would lie on the sheet's buttons.
+function endToast() {
+  replace(document.getElementById("toast"));
+  document.documentElement.classList.remove("has-toast");
+}
+
 // Opens a sheet. Returns {show(...nodes), close(), isOpen()}; `show` replaces what it holds.
 export function openSheet(title) {
   closeSheet();
+  endToast();
   const opener = document.activeElement;
   const body = element("div", {class: "sheet-body"});
   const heading = element("h2", {id: "sheet-title", tabindex: "-1"}, title);
