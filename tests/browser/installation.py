@@ -126,7 +126,14 @@ class Installation:
 def alive(name, used_mb, band=0):
     """A process in a report of the system."""
     pages = used_mb * BYTES_PER_MB // PAGE_BYTES
-    return {"name": name, "pid": 400, "priority": band, "states": ["suspended"], "rpages": pages, "lifetimeMax": pages}
+    return {
+        "name": name,
+        "pid": 400,
+        "priority": band,
+        "states": ["suspended"],
+        "rpages": pages,
+        "lifetimeMax": pages,
+    }
 
 
 def killed(name, used_mb, band=0, reason="vm-pageshortage"):

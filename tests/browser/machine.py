@@ -20,7 +20,11 @@ class Machine:
 
     def __init__(self):
         self.shell = subprocess.Popen(
-            [*namespace(), "sh"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, start_new_session=True
+            [*namespace(), "sh"],
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            text=True,
+            start_new_session=True,
         )
 
     def ask(self, command):
@@ -31,14 +35,18 @@ class Machine:
 
     def start(self, *words, output="/dev/null"):
         """Starts a program, and returns its process id as the other processes see it."""
-        return int(self.ask(f"{shlex.join(map(str, words))} </dev/null >{shlex.quote(str(output))} 2>&1 & echo $!"))
+        return int(
+            self.ask(f"{shlex.join(map(str, words))} </dev/null >{shlex.quote(str(output))} 2>&1 & echo $!")
+        )
 
     def stop(self, pid):
         self.ask(f"kill -KILL {pid}; wait {pid} 2>/dev/null; echo")
 
     def run(self, output, *words):
         """Runs a program to its end. Returns its exit status; what it prints goes to the file."""
-        return int(self.ask(f"{shlex.join(map(str, words))} </dev/null >{shlex.quote(str(output))} 2>&1; echo $?"))
+        return int(
+            self.ask(f"{shlex.join(map(str, words))} </dev/null >{shlex.quote(str(output))} 2>&1; echo $?")
+        )
 
     def end(self):
         os.killpg(self.shell.pid, signal.SIGKILL)

@@ -58,7 +58,11 @@ class PageCase(unittest.TestCase):
         here = f"http://127.0.0.1:{self.installation.port}/"
         local = ("about:", "data:", "chrome:", here)
         self.assertEqual([url for url in self.phone.requests if not url.startswith(local)], [])
-        unexpected = [text for text in self.phone.complaints if not any(part in text for part in self.expected_complaints)]
+        unexpected = [
+            text
+            for text in self.phone.complaints
+            if not any(part in text for part in self.expected_complaints)
+        ]
         self.assertEqual(unexpected, [])
 
     def until(self, look, wanted):

@@ -21,7 +21,10 @@ class Kills(PageCase):
 
     def kills(self):
         """The rows without their times."""
-        return [re.sub(r" \| (\d+ hours? ago|yesterday)| \w+ \d+, \d\d:\d\d ·", "", text) for text in self.texts(".kill")]
+        return [
+            re.sub(r" \| (\d+ hours? ago|yesterday)| \w+ \d+, \d\d:\d\d ·", "", text)
+            for text in self.texts(".kill")
+        ]
 
     def test_each_with_its_reason(self):
         self.tap("Kills")
@@ -46,7 +49,8 @@ class Kills(PageCase):
             "Reports that could not be read",
         )
         self.expect(
-            ".problem-row", f"{self.damaged.name} {self.damaged} is no report, or a damaged one; it is left out"
+            ".problem-row",
+            f"{self.damaged.name} {self.damaged} is no report, or a damaged one; it is left out",
         )
         self.tap("WeChat")
         self.expect(".head-name", "WeChat")
@@ -54,14 +58,17 @@ class Kills(PageCase):
         self.tap("Now")
         self.expect(
             ".target-card[href$=xin]",
-            "W | WeChat | com.tencent.xin | held | 60 MB | of 2,048 MB | Band 160 home | " + f"Ended 1 hour ago: {short}",
+            "W | WeChat | com.tencent.xin | held | 60 MB | of 2,048 MB | Band 160 home | "
+            + f"Ended 1 hour ago: {short}",
         )
 
     def test_no_report(self):
         for report in self.installation.reports.iterdir():
             report.unlink()
         self.tap("Kills")
-        self.expect(".card", "There are no reports: the system has ended nothing for its memory, or has removed them.")
+        self.expect(
+            ".card", "There are no reports: the system has ended nothing for its memory, or has removed them."
+        )
 
 
 class Log(PageCase):
@@ -108,14 +115,26 @@ class Doctor(PageCase):
         self.installation.control("set", "com.tencent.xin", "Remark=for my mother")
         self.installation.put_report(1, killed("Diary", 100))
         self.tap("Doctor", "Show the report")
-        self.expect(".sheet-body > p", "Read it before you pass it on. Apps are called app-1, app-2 and so on.")
+        self.expect(
+            ".sheet-body > p", "Read it before you pass it on. Apps are called app-1, app-2 and so on."
+        )
         report = self.phone.driver.execute_script("return document.querySelector('textarea').value")
         self.assertIn("## doctor (0)", report)
         self.assertIn('"target": "kbd"', report)
         self.assertIn('"app-1"', report)
         key = self.installation.address().split("=")[1]
-        private = [socket.gethostname(), key, "com.tencent.xin", "WeChat", "Diary", "org.example.diary", "my mother"]
-        self.assertEqual([word for word in private if re.search(rf"(?<![\w-]){re.escape(word)}(?![\w-])", report)], [])
+        private = [
+            socket.gethostname(),
+            key,
+            "com.tencent.xin",
+            "WeChat",
+            "Diary",
+            "org.example.diary",
+            "my mother",
+        ]
+        self.assertEqual(
+            [word for word in private if re.search(rf"(?<![\w-]){re.escape(word)}(?![\w-])", report)], []
+        )
 
     def test_export_is_what_is_stored(self):
         self.tap("Doctor", "Show the settings")

@@ -68,7 +68,8 @@ class Looks(PageCase):
 
     def try_to_press(self, css):
         return self.phone.driver.execute_script(
-            "const found = document.querySelector(arguments[0]); if (found) found.click(); return found !== null;", css
+            "const found = document.querySelector(arguments[0]); if (found) found.click(); return found !== null;",
+            css,
         )
 
     def open_place(self, view, presses, ready):
@@ -90,7 +91,9 @@ class Looks(PageCase):
         try:
             controls = self.phone.driver.find_elements(By.CSS_SELECTOR, CONTROLS)
             shown = [control for control in controls if control.is_displayed()]
-            return [control.get_attribute("outerHTML")[:100] for control in shown if not control.accessible_name]
+            return [
+                control.get_attribute("outerHTML")[:100] for control in shown if not control.accessible_name
+            ]
         except StaleElementReferenceException:
             return ["drawn anew meanwhile"]
 

@@ -69,7 +69,9 @@ class Picking(PageCase):
         )
         self.tap("Lower its priority")
         self.expect(".toast", "Done. The daemon applies it now. | Undo")
-        self.assertEqual(self.installation.targets()["com.apple.mobileslideshow"], {"JetsamPriority": -1, "NiceValue": 10})
+        self.assertEqual(
+            self.installation.targets()["com.apple.mobileslideshow"], {"JetsamPriority": -1, "NiceValue": 10}
+        )
         self.until(lambda: self.nice_value("Photos"), 10)
 
     def nice_value(self, name):
@@ -89,7 +91,9 @@ class Picking(PageCase):
             "Set it anyway | Change it | Cancel",
         )
         self.tap("Change it")
-        self.assertEqual(self.phone.driver.execute_script("return document.getElementById('number').value"), "20")
+        self.assertEqual(
+            self.phone.driver.execute_script("return document.getElementById('number').value"), "20"
+        )
         self.tap("Continue", "Set it anyway")
         self.expect_sheet(
             "com.apple.mobileslideshow: The system ends the process as soon as it uses more than this.",
@@ -98,7 +102,10 @@ class Picking(PageCase):
         )
         self.tap("Set it")
         self.expect(".toast", "Done. The daemon applies it now. | Undo")
-        self.assertEqual(self.installation.targets()["com.apple.mobileslideshow"], {"JetsamPriority": -1, "MemLimitActive": 20})
+        self.assertEqual(
+            self.installation.targets()["com.apple.mobileslideshow"],
+            {"JetsamPriority": -1, "MemLimitActive": 20},
+        )
         self.tap("Undo")
         self.expect_sheet(
             "This puts the settings back as they were before. You can undo this, too.",
@@ -120,7 +127,10 @@ class Picking(PageCase):
         )
         self.tap("Change it", "30 seconds", "Continue", "Set it")
         self.expect(".head-state", "held")
-        self.assertEqual(self.installation.targets()["com.apple.mobileslideshow"], {"CheckInterval": 30, "JetsamPriority": -1})
+        self.assertEqual(
+            self.installation.targets()["com.apple.mobileslideshow"],
+            {"CheckInterval": 30, "JetsamPriority": -1},
+        )
 
 
 if __name__ == "__main__":

@@ -49,7 +49,9 @@ class OneTarget(PageCase):
             "the system chose band 0",
             f"kbd PID {self.kbd} done",
         )
-        self.expect(".section:last-child .card", "The system has not ended it, as far as its reports go back.")
+        self.expect(
+            ".section:last-child .card", "The system has not ended it, as far as its reports go back."
+        )
 
     def test_band_by_name(self):
         self.tap("Band")
@@ -57,9 +59,9 @@ class OneTarget(PageCase):
             ".option",
             "Leave alone | The daemon does not change its band",
             "The system's default | The system moves it as it sees fit",
-            "210 highest", "190 telephony, critical", "180 important, default", "170 executive", "160 home", "150 driver",
-            "130 conductor", "120 audio and accessory", "100 foreground", "90 foreground support", "80 UI support",
-            "75 freezer", "50 phone", "40 mail", "30 background",
+            "210 highest", "190 telephony, critical", "180 important, default", "170 executive", "160 home",
+            "150 driver", "130 conductor", "120 audio and accessory", "100 foreground", "90 foreground support",
+            "80 UI support", "75 freezer", "50 phone", "40 mail", "30 background",
         )  # fmt: skip
         self.tap("160 home", "Continue")
         self.expect_sheet(
@@ -133,7 +135,8 @@ class OneTarget(PageCase):
         self.installation.machine.run("/dev/null", "renice", "-n", "15", "-p", self.kbd)
         self.expect(".head-state", "overridden by the system")
         self.expect(
-            ".card-head + p", "The system changed it since. A timer would hold it again. 20 MB, at most 20 MB so far"
+            ".card-head + p",
+            "The system changed it since. A timer would hold it again. 20 MB, at most 20 MB so far",
         )
         self.tap("Now")
         self.expect(".hero-sentence", "1 of 2 running targets held")

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""What the page says when something is missing, broken or gone: a sentence and the next step, never nothing."""
+"""When something is missing, broken or gone, the page says so and what to do; it is never empty."""
 
 import time
 import unittest
@@ -9,7 +9,8 @@ from page_case import PageCase, tearDownModule  # noqa: F401
 # Longer than the log and the server's look at the state wait.
 QUIET_S = 4
 NO_ANSWER = (
-    "Vorlatch does not answer. | It starts when this page asks. If this stays, install the package again. | Try again"
+    "Vorlatch does not answer. | It starts when this page asks. "
+    "If this stays, install the package again. | Try again"
 )
 
 
@@ -66,7 +67,10 @@ class Server(PageCase):
 
     def test_gone_and_back(self):
         self.installation.quit("vorlatchweb")
-        self.until(lambda: [text.split(" at ")[0] for text in self.phone.texts(".lost")], ["No connection. This is how it stood"])
+        self.until(
+            lambda: [text.split(" at ")[0] for text in self.phone.texts(".lost")],
+            ["No connection. This is how it stood"],
+        )
         self.expect(".hero-sentence", "2 of 2 running targets held")
         for view in ("processes", "target/kbd", "kills", "log", "doctor"):
             self.phone.go(view)
@@ -91,7 +95,9 @@ class Server(PageCase):
 class Daemon(PageCase):
     def test_does_not_run(self):
         self.installation.quit("vorlatchd")
-        self.expect(".hero", "Switched on | The daemon does not run: nothing is held. Doctor says what to do.")
+        self.expect(
+            ".hero", "Switched on | The daemon does not run: nothing is held. Doctor says what to do."
+        )
         self.expect(
             ".target-card[href$=kbd]",
             "K | kbd | stale status | 20 MB | of 2,048 MB | Band 0 idle | "
@@ -101,7 +107,8 @@ class Daemon(PageCase):
         self.expect(
             ".finding",
             "daemon: does not run | Next step: start it: sudo launchctl bootstrap system "
-            f"{self.installation.root}/Library/LaunchDaemons/com.zel.vorlatch.plist, or install the package again",
+            f"{self.installation.root}/Library/LaunchDaemons/com.zel.vorlatch.plist, "
+            "or install the package again",
         )
         self.phone.go("target/kbd")
         self.tap("Nice value", "Continue", "Cancel", "Timer", "30 seconds", "Continue", "Set it")
@@ -114,8 +121,9 @@ class Daemon(PageCase):
         self.installation.control("set", "kbd", "NiceValue=13")
         self.installation.preferences.write_bytes(b"garbage")
         problem = (
-            f"{self.installation.preferences} is no property list with a dictionary, and is left as it is; vorlatchctl "
-            "check says more, vorlatchctl undo puts an earlier one back, vorlatchctl preset --replace-file starts afresh"
+            f"{self.installation.preferences} is no property list with a dictionary, and is left as it is; "
+            "vorlatchctl check says more, vorlatchctl undo puts an earlier one back, "
+            "vorlatchctl preset --replace-file starts afresh"
         )
         self.expect(".lost", f"{problem} | Try again")
         self.phone.open(self.installation.address())
