@@ -1,4 +1,4 @@
-"""An installed tree in a temporary folder, apps and daemons that run, vorlatchd, and the server of the page."""
+"""An installed tree in a temporary folder, apps that run, vorlatchd, and the server of the page."""
 
 import datetime
 import json

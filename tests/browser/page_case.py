@@ -1,4 +1,4 @@
-"""What every test of the page has: an installation with a daemon and a server, and a phone that shows the page."""
+"""What every test of the page has: an installation that runs, and a phone that shows the page."""
 
 import re
 import sys
@@ -70,7 +70,7 @@ class PageCase(unittest.TestCase):
         deadline = time.monotonic() + PATIENCE_S
         while (found := look()) != wanted and time.monotonic() < deadline:
             time.sleep(0.05)
-        self.assertEqual(found, wanted)
+        self.assertEqual(found, wanted, f"the page says: {self.phone.texts('body')}")
 
     def texts(self, css):
         """The texts of the elements in sight, with sizes of memory rounded to 10 MB."""

@@ -9,8 +9,8 @@ from selenium.webdriver.common.by import By
 
 SCALE = 2
 FLAGS = [
-    "--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--disable-background-networking",
-    "--disable-component-update", "--no-first-run", "--disable-sync",
+    "--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
+    "--disable-background-networking", "--disable-component-update", "--no-first-run", "--disable-sync",
 ]  # fmt: skip
 LANGUAGES = {"en": "en-US", "zh": "zh-CN"}
 

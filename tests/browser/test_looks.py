@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Every view and sheet can be read and used: in both languages, dark and light, on small and large screens."""
+"""Every view and sheet can be read and used: in both languages, dark and light, at each size."""
 
 import itertools
 import pathlib
@@ -68,8 +68,7 @@ class Looks(PageCase):
 
     def try_to_press(self, css):
         return self.phone.driver.execute_script(
-            "const found = document.querySelector(arguments[0]); if (found) found.click(); return found !== null;",
-            css,
+            "const found = document.querySelector(arguments[0]); found?.click(); return Boolean(found);", css
         )
 
     def open_place(self, view, presses, ready):

@@ -77,7 +77,7 @@ class OneTarget(PageCase):
             "kbd · Band | 160 home → not set | Take it out | Change it | Cancel",
         )
         self.tap("Take it out")
-        self.until(lambda: self.installation.targets()["kbd"], {"NiceValue": 12})
+        self.until(lambda: self.installation.targets().get("kbd"), {"NiceValue": 12})
 
     def test_remark_is_only_text(self):
         remark = '-x --force=1 <b id="bold">&amp;'
@@ -120,7 +120,7 @@ class OneTarget(PageCase):
         self.tap("Doctor")
         self.expect(".edit .changes", "kbd · Nice value | 12 → not set")
         self.tap("Undo…", "Put it back")
-        self.until(lambda: self.installation.targets()["kbd"], {"NiceValue": 12})
+        self.until(lambda: self.installation.targets().get("kbd"), {"NiceValue": 12})
 
     def test_process_ends_and_comes_back(self):
         self.installation.quit("kbd")

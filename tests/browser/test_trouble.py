@@ -170,17 +170,16 @@ class HiddenPage(PageCase):
         self.phone.set_hidden(True)
         self.addCleanup(self.phone.set_hidden, False)
         self.until(lambda: self.phone.driver.execute_script("return document.hidden"), True)
-        self.until(self.server_rests, True)
         before = self.requests()
-        self.assertTrue(self.server_rests())
+        self.until(self.server_rests, True)
         self.assertEqual(self.requests(), before)
         self.phone.set_hidden(False)
         self.until(lambda: self.requests() > before, True)
 
     def server_rests(self):
+        """Whether the server does not run for a while."""
         before, end = self.wakeups(), time.monotonic() + QUIET_S
-        while time.monotonic() < end:
-            time.sleep(0.1)
+        self.until(lambda: time.monotonic() > end, True)
         return self.wakeups() == before
 
     def wakeups(self):
