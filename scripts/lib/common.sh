@@ -16,8 +16,8 @@ build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libbenchmark-dev l
 clang_packages=(clang libclang-rt-14-dev llvm)
 # Packages that the tests of the optimised build need.
 # shellcheck disable=SC2034
-test_packages=(apt-utils chromium chromium-driver clang clang-format lld procps python3-selenium shellcheck
-  xz-utils zsh)
+test_packages=(apt-utils chromium chromium-driver clang clang-format lld procps python3-pil python3-selenium
+  shellcheck xz-utils zsh)
 
 say() { printf '%s\n' "$*"; }
 
