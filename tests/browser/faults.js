@@ -1,6 +1,6 @@
 // Returns what a reader would find wrong in what is in sight: text cut or out of the screen, too little
-// contrast, controls too small to tap. arguments[0]: the width of the screen.
-const width = arguments[0];
+// contrast, controls too small to tap. arguments: the width of the screen, and whether it is dark.
+const [width, isDark] = arguments;
 const smallestTapPx = 43.5;
 const faults = new Set();
 const nameOf = (node) =>
@@ -24,7 +24,6 @@ function backgroundOf(node) {
   const layers = [];
   for (let each = node; each; each = each.parentElement)
     layers.unshift(numbersOf(getComputedStyle(each).backgroundColor));
-  const isDark = matchMedia("(prefers-color-scheme: dark)").matches;
   return layers.reduce((back, front) => over(front, back), isDark ? [18, 18, 18, 1] : [255, 255, 255, 1]);
 }
 
@@ -48,6 +47,8 @@ function isLarge({fontSize, fontWeight}) {
   return parseFloat(fontSize) >= 24 || (parseFloat(fontSize) >= 18.66 && Number(fontWeight) >= 700);
 }
 
+if (innerWidth !== width) faults.add(`the screen is ${innerWidth} wide`);
+if (matchMedia("(prefers-color-scheme: dark)").matches !== isDark) faults.add("the other colour scheme");
 if (document.documentElement.scrollWidth > width)
   faults.add(`scrolls sideways: ${document.documentElement.scrollWidth}`);
 for (const node of [...document.body.querySelectorAll("*")].filter(isInSight)) {

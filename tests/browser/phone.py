@@ -42,8 +42,6 @@ def options(language):
     chosen.binary_location = os.environ.get("VORLATCH_CHROMIUM", "/usr/bin/chromium")
     for flag in [*FLAGS, f"--lang={LANGUAGES[language]}"]:
         chosen.add_argument(flag)
-    screen = {"width": 320, "height": 700, "pixelRatio": float(SCALE), "touch": True, "mobile": True}
-    chosen.add_experimental_option("mobileEmulation", {"deviceMetrics": screen})
     chosen.add_experimental_option("prefs", {"intl.accept_languages": LANGUAGES[language]})
     chosen.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
     return chosen
@@ -69,6 +67,7 @@ class Phone:
         screen = {"width": width, "height": height, "deviceScaleFactor": SCALE, "mobile": True}
         scheme = [{"name": "prefers-color-scheme", "value": "dark" if is_dark else "light"}]
         self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", screen)
+        self.driver.execute_cdp_cmd("Emulation.setScrollbarsHidden", {"hidden": True})
         self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": scheme})
 
     def open(self, address):

@@ -78,10 +78,10 @@ class Looks(PageCase):
             self.press(css)
         self.until(lambda: len(self.phone.texts(ready)) > 0, True)
 
-    def faults(self, width):
+    def faults(self, width, is_dark):
         """What is still wrong after a moment, in which a sheet rises and a font is applied."""
         deadline = time.monotonic() + 2
-        while (found := self.phone.driver.execute_script(FAULTS, width)) and time.monotonic() < deadline:
+        while (found := self.phone.driver.execute_script(FAULTS, width, is_dark)) and time.monotonic() < deadline:
             time.sleep(0.1)
         return found
 
@@ -104,7 +104,7 @@ class Looks(PageCase):
         for view, presses, ready in PLACES:
             with self.subTest(view=view, presses=presses, is_dark=is_dark, width=width, text_px=text_px):
                 self.open_place(view, presses, ready)
-                self.assertEqual(self.faults(width), [])
+                self.assertEqual(self.faults(width, is_dark), [])
 
     def test_no_text_is_cut_or_pale(self):
         for is_dark, width in itertools.product((False, True), WIDTHS):

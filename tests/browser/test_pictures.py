@@ -10,7 +10,7 @@ from page_case import PageCase, tearDownModule  # noqa: F401
 
 FOLDER = ROOT / "docs" / "screenshots"
 WIDTH, HEIGHT = 430, 860
-COLOURS = 64
+COLOURS = 128
 APPS = {"WeChat": ("com.tencent.xin", 320), "Photos": ("com.apple.mobileslideshow", 210),
         "MobileSafari": ("com.apple.mobilesafari", 180), "Notes": ("com.apple.mobilenotes", 64)}  # fmt: skip
 DAEMONS = {"SpringBoard": 90, "mediaserverd": 42, "kbd": 24, "dasd": 12}
