@@ -9,8 +9,9 @@ OWN_PROCESSES = ["unshare", "--fork", "--pid", "--mount-proc", "--kill-child"]
 
 
 def namespace():
-    """The command that starts another in a process namespace; nothing where that is not allowed."""
-    command = [*OWN_PROCESSES, *([] if os.geteuid() == 0 else ["--user", "--map-current-user"])]
+    """The command that starts another in a process namespace; nothing where that is not allowed. There an
+    ordinary user is root, to whom alone the model of the kernel gives what root has on a phone."""
+    command = [*OWN_PROCESSES, *([] if os.geteuid() == 0 else ["--user", "--map-root-user"])]
     allowed = subprocess.run([*command, "true"], capture_output=True, check=False).returncode == 0
     return command if allowed else []
 

@@ -81,7 +81,9 @@ class Looks(PageCase):
     def faults(self, width, is_dark):
         """What is still wrong after a moment, in which a sheet rises and a font is applied."""
         deadline = time.monotonic() + 2
-        while (found := self.phone.driver.execute_script(FAULTS, width, is_dark)) and time.monotonic() < deadline:
+        while (
+            found := self.phone.driver.execute_script(FAULTS, width, is_dark)
+        ) and time.monotonic() < deadline:
             time.sleep(0.1)
         return found
 

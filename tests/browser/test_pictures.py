@@ -52,7 +52,9 @@ class Pictures(PageCase):
         self.until(lambda: len(self.phone.texts(".memory .legend li")) > 1, True)
         self.picture("now")
         self.tap("Processes")
-        self.until(lambda: self.phone.texts(".group .row-words > strong")[:3], ["WeChat", "Photos", "MobileSafari"])
+        self.until(
+            lambda: self.phone.texts(".group .row-words > strong")[:3], ["WeChat", "Photos", "MobileSafari"]
+        )
         self.picture("processes")
         self.phone.go("target/com.tencent.xin")
         self.expect(".head-state", "held")
