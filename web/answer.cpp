@@ -23,8 +23,6 @@ const char* phraseOf(int status) {
       return "OK";
     case 204:
       return "No Content";
-    case 204:
-      return "No Content";
     case 304:
       return "Not Modified";
     case 401:

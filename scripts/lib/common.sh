@@ -16,7 +16,8 @@ build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libbenchmark-dev l
 clang_packages=(clang libclang-rt-14-dev llvm)
 # Packages that the tests of the optimised build need.
 # shellcheck disable=SC2034
-test_packages=(apt-utils clang clang-format lld procps shellcheck xz-utils zsh)
+test_packages=(apt-utils chromium chromium-driver clang clang-format lld procps python3-pil python3-selenium
+  shellcheck xz-utils zsh)
 
 say() { printf '%s\n' "$*"; }
 
@@ -149,6 +150,9 @@ cppFiles() {
   find . \( -path ./build -o -path ./dist \) -prune -o \
     -type f \( -name '*.cpp' -o -name '*.h' \) -printf '%P\n' | sort
 }
+# The page's scripts, and those of its tests.
+scriptFiles() { find web tests -name '*.js' | sort; }
+formattedFiles() { cppFiles && scriptFiles; }
 shellFiles() {
   grep -rlE --exclude-dir={build,dist,.git} '^(#!/.*\b(ba)?sh|# shellcheck shell=bash)$' .
 }

@@ -1,16 +1,19 @@
-"""Checks that the Chinese documents match the English ones.
+"""Checks that the Chinese documents match the English ones, and that the page has every text in Chinese.
 
 Usage: translations.py ROOT. X.zh-CN.md must have headings of the same levels as X.md, and between them the same
 commands, list items, table rows, defined terms and links to other pages. In a code block that shows a session
 only the lines that begin with "$ " are compared; in any other block all lines, without comments. A row's names in
-code (keys, options, files) and a term stay as they are in English. Prints the differences; exits with 1 if there
-are any.
+code (keys, options, files) and a term stay as they are in English. A text of the page is what its scripts pass to
+t(), or any other string that begins like a sentence; zh.js must have each, and none that no script has. Prints the
+differences; exits with 1 if there are any.
 """
 
 import difflib
+import json
 import pathlib
 import re
 import sys
+from collections.abc import Iterator
 
 from markdown_it import MarkdownIt
 from markdown_it.token import Token
@@ -30,6 +33,28 @@ COMMENT = re.compile(r"(^|\s+)#(\s.*)?$")
 NAME = re.compile(r"(?=.*[a-z])(?=.*[A-Z_.\[-])\S+")
 # A term of a definition list, with the line that defines it, or an argument at the start of a line.
 TERM = re.compile(r"^(\*.+)(?=\n: )|^(\*[^:：]+\*)(?=[:：])", re.MULTILINE)
+
+# A comment, or strings that are added; before them the call that takes them.
+SCRIPT_TOKEN = re.compile(r'//.*|(?P<call>\bt\(\s*)?(?P<strings>"(?:[^"\\\n]|\\.)*"(?:\s*\+\s*"(?:[^"\\\n]|\\.)*")*)')
+STRING = re.compile(r'"(?:[^"\\]|\\.)*"')
+SENTENCE = re.compile(r"[A-Z][a-z']* [^<>]*")
+TEXT_KEY = re.compile(r'^  ("(?:[^"\\]|\\.)*"|\w+):', re.MULTILINE)
+
+
+def check_page(folder: pathlib.Path) -> Iterator[str]:
+    """Compares the texts of the page's scripts with those in zh.js."""
+    chinese = {json.loads(key) if key[0] == '"' else key for key in TEXT_KEY.findall((folder / "zh.js").read_text("utf-8"))}
+    strings: set[str] = set()
+    for path in sorted(folder.glob("*.js")):
+        if path.name == "zh.js":
+            continue
+        for token in SCRIPT_TOKEN.finditer(path.read_text(encoding="utf-8")):
+            text = "".join(map(json.loads, STRING.findall(token["strings"] or "")))
+            strings.add(text)
+            if text not in chinese and (token["call"] or SENTENCE.fullmatch(text)):
+                yield f'{path.name}: zh.js does not have "{text}"'
+    for text in sorted(chinese - strings):
+        yield f'zh.js: no script has "{text}"'
 
 
 def outline_of_text(inline: Token, is_cell: bool) -> list[str]:
@@ -75,6 +100,9 @@ def main() -> int:
         for line in found:
             print(line)
             differ = True
+    for line in check_page(root / "web" / "page"):
+        print(f"web/page/{line}")
+        differ = True
     return 1 if differ else 0
 
 

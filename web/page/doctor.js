@@ -25,8 +25,8 @@ function wellNode() {
       words);
 }
 
-function findingSection(title, nodes) {
-  return nodes.length > 0 ? section(title, card(element("ul", {class: "rows"}, nodes))) : null;
+function findingSection(heading, nodes) {
+  return nodes.length > 0 ? section(heading, card(element("ul", {class: "rows"}, nodes))) : null;
 }
 
 // Where a finding of "check" is: target and key, or the file itself.

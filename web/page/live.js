@@ -77,9 +77,13 @@ async function findOutWhy() {
   }
 }
 
-// The server is there, but the command has no status: the preferences may be damaged.
-function takeFailure(event) {
-  publish({state: "lost", failure: new Failure("refused", JSON.parse(event.data).message)});
+// The server may be there without a status, if the preferences are damaged: it then says why.
+function takeEvent(event) {
+  const {error, ...status} = JSON.parse(event.data);
+  if (error)
+    publish({state: "lost", failure: new Failure("refused", error.message)});
+  else
+    takeStatus(status);
 }
 
 export function connect() {
@@ -87,8 +91,7 @@ export function connect() {
   if (document.hidden) return;
   if (live.state !== "live") publish({state: live.status ? live.state : "connecting"});
   source = openEvents();
-  source.addEventListener("status", (event) => takeStatus(JSON.parse(event.data)));
-  source.addEventListener("failure", takeFailure);
+  source.addEventListener("status", takeEvent);
   source.addEventListener("error", findOutWhy);
 }
 

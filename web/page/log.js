@@ -149,9 +149,9 @@ export function show(page, target) {
             }));
   };
   const load = async () => {
-    const target = wish.target ? ["--target", wish.target] : [];
+    const option = wish.target ? ["--target", wish.target] : [];
     try {
-      lines = await look(["log", "-n", String(linesMax), ...target]);
+      lines = await look(["log", "-n", String(linesMax), ...option]);
       const found = JSON.stringify(lines);
       if (!page.isShown || found === last) return;
       drawFilters();

@@ -35,10 +35,17 @@ export function closeSheet() {
   if (open) open.close();
 }
 
+// What was said before would lie on the sheet's buttons.
+function endToast() {
+  replace(document.getElementById("toast"));
+  document.documentElement.classList.remove("has-toast");
+}
+
 // Opens a sheet. Returns {show(...nodes), close(), isShown, onLeave(ending)}; `show` replaces what it holds,
 // and what was given to `onLeave` is called when the sheet closes.
 export function openSheet(title) {
   closeSheet();
+  endToast();
   const opener = document.activeElement;
   const endings = [];
   const body = element("div", {class: "sheet-body"});

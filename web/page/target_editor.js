@@ -27,7 +27,8 @@ function radios(choices, chosen) {
           "span", {class: "row-words"}, element("span", {}, choice.label),
           choice.hint ? element("span", {class: "hint"}, choice.hint) : null));
   return {
-    nodes: element("div", {class: "options", role: "radiogroup"}, choices.map(row)),
+    nodes: element(
+        "div", {class: "options", role: "radiogroup", "aria-labelledby": "sheet-title"}, choices.map(row)),
     value: () => value
   };
 }
