@@ -114,8 +114,9 @@ class Picking(PageCase):
             "com.apple.mobileslideshow · Memory limit while active | 20 MB → not set | Put it back | Cancel",
         )
         self.tap("Put it back")
-        self.expect(".head-state", "no target")
+        self.expect(".toast", "Put back. The daemon applies it now. | Undo")
         self.assertNotIn("com.apple.mobileslideshow", self.installation.targets())
+        self.expect(".head-state", "no target")
 
     def test_wrong_value_is_explained(self):
         self.tap("Photos", "By hand", "Timer")
