@@ -31,7 +31,7 @@ PLACES = [
     ("target/com.tencent.xin", [".danger-quiet"], ".sheet .changes"),
     ("target/com.tencent.xin", ["[data-key=JetsamPriority]"], ".option"),
     ("target/com.tencent.xin", ["[data-key=MemLimitActive]"], "#number"),
-    ("target/com.tencent.xin", ["[data-key=MemLimitActive]", ".chips button:nth-child(3)", ".primary"], ".sheet .changes"),
+    ("target/kbd", ["[data-key=MemLimitActive]", ".chips :nth-child(3)", ".primary"], ".sheet .changes"),
     ("target/com.tencent.xin", ["[data-key=NiceValue]"], "#nice"),
     ("target/com.tencent.xin", ["[data-key=StripManaged]"], ".option"),
     ("target/com.tencent.xin", ["[data-key=CheckInterval]"], "#number"),

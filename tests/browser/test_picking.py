@@ -86,8 +86,8 @@ class Picking(PageCase):
         self.tap("Continue")
         self.expect_sheet(
             "Vorlatch advises against this",
-            "MemLimitActive of 20 MB is refused: com.apple.mobileslideshow uses 150 MB now and has used 150 MB, "
-            "and the system ends it above the limit; set at least 190 MB",
+            "MemLimitActive of 20 MB is refused: com.apple.mobileslideshow uses 150 MB now and has used "
+            "150 MB, and the system ends it above the limit; set at least 190 MB",
             "Set it anyway | Change it | Cancel",
         )
         self.tap("Change it")
@@ -98,7 +98,8 @@ class Picking(PageCase):
         self.expect_sheet(
             "com.apple.mobileslideshow: The system ends the process as soon as it uses more than this.",
             "com.apple.mobileslideshow · Band | not set → left alone",
-            "com.apple.mobileslideshow · Memory limit while active | not set → 20 MB | Set it | Change it | Cancel",
+            "com.apple.mobileslideshow · Memory limit while active | not set → 20 MB",
+            "Set it | Change it | Cancel",
         )
         self.tap("Set it")
         self.expect(".toast", "Done. The daemon applies it now. | Undo")
@@ -113,8 +114,9 @@ class Picking(PageCase):
             "com.apple.mobileslideshow · Memory limit while active | 20 MB → not set | Put it back | Cancel",
         )
         self.tap("Put it back")
-        self.expect(".head-state", "no target")
+        self.expect(".toast", "Put back. The daemon applies it now. | Undo")
         self.assertNotIn("com.apple.mobileslideshow", self.installation.targets())
+        self.expect(".head-state", "no target")
 
     def test_wrong_value_is_explained(self):
         self.tap("Photos", "By hand", "Timer")

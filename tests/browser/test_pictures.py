@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The phone of the pictures in the documents. VORLATCH_WRITE_SCREENSHOTS=1 writes them to docs/screenshots."""
+"""The pictures in the documents. VORLATCH_WRITE_SCREENSHOTS=1 writes them to docs/screenshots."""
 
 import io
 import os

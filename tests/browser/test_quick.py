@@ -23,7 +23,8 @@ class FirstSteps(PageCase):
         self.installation.launch("Notes", 90, "com.apple.mobilenotes")
         self.tap("Processes", "Apps", "Notes", "Keep alive")
         self.expect_sheet(
-            "The daemon holds it in the band 180 important. When memory is short, the system first ends what stands lower.",
+            "The daemon holds it in the band 180 important. When memory is short, "
+            "the system first ends what stands lower.",
             "com.apple.mobilenotes · Band | not set → 180 important | Keep alive | Change it | Cancel",
         )
         self.tap("Keep alive")

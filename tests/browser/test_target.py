@@ -27,7 +27,8 @@ class OneTarget(PageCase):
             "Nice value | 12 | the kernel says: 12 | A process with a low value gets more processor time.",
             "Out of the system's management | not set | the kernel says: managed | "
             "The system then neither freezes the process nor moves it to a low band.",
-            "Timer | none | How often the daemon looks at this target and holds it again. Without a timer: every 1800 s.",
+            "Timer | none | How often the daemon looks at this target and holds it again. "
+            "Without a timer: every 1800 s.",
             "Remark | not set | A note for yourself; the daemon never reads it.",
         )
         self.expect(".section h2", "Settings", "What the daemon does", "Its log", "Its kills")
@@ -60,8 +61,8 @@ class OneTarget(PageCase):
             "Leave alone | The daemon does not change its band",
             "The system's default | The system moves it as it sees fit",
             "210 highest", "190 telephony, critical", "180 important, default", "170 executive", "160 home",
-            "150 driver", "130 conductor", "120 audio and accessory", "100 foreground", "90 foreground support",
-            "80 UI support", "75 freezer", "50 phone", "40 mail", "30 background",
+            "150 driver", "130 conductor", "120 audio and accessory", "100 foreground",
+            "90 foreground support", "80 UI support", "75 freezer", "50 phone", "40 mail", "30 background",
         )  # fmt: skip
         self.tap("160 home", "Continue")
         self.expect_sheet(
