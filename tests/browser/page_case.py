@@ -1,5 +1,6 @@
 """What every test of the page has: an installation that runs, and a phone that shows the page."""
 
+import os
 import re
 import sys
 import time
@@ -27,6 +28,19 @@ def phone_in(language):
 def tearDownModule():
     while phones:
         phones.popitem()[1].end()
+
+
+# The nice value of the tests, which their processes have, too.
+NICE_VALUE = os.nice(0)
+# The first pass says less of a target that has the nice value already.
+LOG_LINES = 25 - (NICE_VALUE in (0, 12))
+
+
+def nice_line(wanted):
+    """The log's line on the nice value of a target."""
+    if wanted == NICE_VALUE:
+        return f"is {wanted} already"
+    return f"current:{NICE_VALUE} wanted:{wanted} → [succeeded]"
 
 
 class PageCase(unittest.TestCase):

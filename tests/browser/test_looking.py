@@ -2,13 +2,12 @@
 """Kills, the log, and what a bug report needs."""
 
 import json
-import os
 import re
 import socket
 import unittest
 
 from installation import alive, killed
-from page_case import PageCase, tearDownModule  # noqa: F401
+from page_case import LOG_LINES, PageCase, nice_line, tearDownModule  # noqa: F401
 
 
 class Kills(PageCase):
@@ -32,13 +31,13 @@ class Kills(PageCase):
         short = "memory was short, and it was in the lowest band that had anything to give"
         of_wechat = (
             f"W | WeChat | {short} | memory was short; held at 160, everything below had gone already |"
-            " memory 600 MB · at most 600 MB · band 160 home · suspended"
+            " memory 600 MB · at most 600 MB · band 160 home · suspended | All processes then"
         )
         kills = [
             of_wechat,
-            f"P | Photos | {short} | memory 210 MB · at most 210 MB · band 0 idle · suspended",
+            f"P | Photos | {short} | memory 210 MB · at most 210 MB · band 0 idle · suspended | All processes then",
             "K | kbd | it went over its own hard limit | over the system's limit; you set none for it |"
-            " memory 60 MB · at most 60 MB · band 0 idle · suspended",
+            " memory 60 MB · at most 60 MB · band 0 idle · suspended | All processes then",
         ]
         self.until(self.kills, kills)
         self.expect(
@@ -74,10 +73,10 @@ class Kills(PageCase):
 class Log(PageCase):
     def test_filtered_in_both_languages(self):
         self.tap("Log")
-        self.expect(".count", "The last 25 lines; new ones come by themselves")
+        self.expect(".count", f"The last {LOG_LINES} lines; new ones come by themselves")
         self.phone.choose("Category", "nice")
-        of_kbd = f"current:{os.nice(0)} wanted:12 → [succeeded]"
-        self.expect(".log-text", f"current:{os.nice(0)} wanted:0 → [succeeded]", of_kbd)
+        of_kbd = nice_line(wanted=12)
+        self.expect(".log-text", nice_line(wanted=0), of_kbd)
         self.phone.choose("Target", "kbd")
         self.expect(".log-text", of_kbd)
         self.phone.choose("Category", "All categories")

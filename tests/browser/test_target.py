@@ -1,10 +1,9 @@
 #!/usr/bin/python3
 """One target: its settings, what the daemon does, what becomes of it."""
 
-import os
 import unittest
 
-from page_case import PageCase, tearDownModule  # noqa: F401
+from page_case import PageCase, nice_line, tearDownModule  # noqa: F401
 
 
 class OneTarget(PageCase):
@@ -43,7 +42,7 @@ class OneTarget(PageCase):
             f"kbd started, PID {self.kbd}",
             "wanted Act:0 Inact:0 | final Act:2048 Inact:2048 → [succeeded]",
             "succeeded",
-            f"current:{os.nice(0)} wanted:12 → [succeeded]",
+            nice_line(wanted=12),
             "succeeded",
             "wanted:0 → [default, left to the system]",
             "is:0",

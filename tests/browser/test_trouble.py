@@ -4,7 +4,7 @@
 import time
 import unittest
 
-from page_case import PageCase, tearDownModule  # noqa: F401
+from page_case import LOG_LINES, PageCase, tearDownModule  # noqa: F401
 
 # Longer than the log and the server's look at the state wait.
 QUIET_S = 4
@@ -39,10 +39,11 @@ class Keys(PageCase):
         self.expect(".hero-sentence", "2 of 2 running targets held")
 
     def test_key_leaves_the_address(self):
-        self.assertEqual(self.phone.driver.current_url, self.without_key() + "#/now")
+        self.assertRegex(self.phone.driver.current_url, self.without_key() + "[0-9a-f]{32}/#/now")
+        # The page goes to the folder of the last login.
         self.phone.open(self.without_key() + "#/log")
         self.expect("h1", "Log")
-        self.expect(".count", "The last 25 lines; new ones come by themselves")
+        self.expect(".count", f"The last {LOG_LINES} lines; new ones come by themselves")
 
     def test_wrong_key_in_the_address(self):
         self.phone.forget()

@@ -73,7 +73,8 @@ class ControlEditor {
 
   // Each starts an edit; the editor must not be busy.
   void beginSet(const std::string& key, const plist::Dictionary& settings) {
-    std::vector<std::string> arguments{"set", key};
+    // Forced, because some limits are near what an idle process has used.
+    std::vector<std::string> arguments{"set", "--force", key};
     for (const auto& [name, value] : settings) {
       const auto* text = value.as<std::string>();
       arguments.push_back(name + "=" +
