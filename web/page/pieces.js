@@ -1,5 +1,5 @@
 // Elements that several views use: headings, cards, marks of verdicts, and what is shown on a failure.
-import {logIn, iconAddress} from "./api.js";
+import {iconAddress, logIn} from "./api.js";
 import {button, element, icon, replace} from "./dom.js";
 import {tryAgain} from "./live.js";
 import {megabytesOf, sizeText, t} from "./text.js";
@@ -83,7 +83,7 @@ function keyIn(text) {
   return found ? found[0].toLowerCase() : "";
 }
 
-function keyForm(retry) {
+function keyForm() {
   const input = element("input", {
     type: "text",
     id: "key",
@@ -136,5 +136,5 @@ export function failureCard(failure, retry) {
       "div", {class: "card failure", role: "alert"},
       element("h2", {}, sentence ? t(sentence) : t("That did not work.")),
       element("p", {}, next ? t(next) : failure.message),
-      failure.kind === "no-key" ? keyForm(retry) : button(t("Try again"), again, "primary"));
+      failure.kind === "no-key" ? keyForm() : button(t("Try again"), again, "primary"));
 }
