@@ -11,6 +11,7 @@
 namespace vorlatch::tests {
 namespace {
 
+constexpr std::size_t kMostBytes = std::size_t{256} * 1024;
 const std::string kPng("\x89PNG\r\n\x1a\n\0pixels", 15);
 
 struct IconStory : PageStory {
@@ -98,9 +99,9 @@ TEST(Icon, IsAPlainPictureInTheBundle) {
   EXPECT_EQ(story.icon(), "204");
   writeAll(path, "text");
   EXPECT_EQ(story.icon(), "204");
-  writeAll(path, kPng + std::string(256 * 1024 - kPng.size(), 'x'));
-  EXPECT_EQ(story.icon().size(), 256U * 1024);
-  writeAll(path, kPng + std::string(256 * 1024 - kPng.size() + 1, 'x'));
+  writeAll(path, kPng + std::string(kMostBytes - kPng.size(), 'x'));
+  EXPECT_EQ(story.icon().size(), kMostBytes);
+  writeAll(path, kPng + std::string(kMostBytes - kPng.size() + 1, 'x'));
   EXPECT_EQ(story.icon(), "204");
   std::filesystem::remove(path);
   std::filesystem::create_symlink(outside, path);
