@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "config/property_list_file.h"
+#include "control/access_key.h"
 #include "fuzz/support/fuzzer.h"
 #include "fuzz/support/scene.h"
 #include "fuzz/support/system_under_test.h"
@@ -122,7 +123,8 @@ void expectHarmlessAnswer(const Site& site, const Request& request) {
   if (is_login) EXPECT_NE(request.body.find(site.key), std::string::npos);
   const Files after = site.files();
   if (!knows_key) EXPECT_EQ(after, before);
-  // Even a command leaves the key, and creates nothing but what belongs to the preferences.
+  EXPECT_EQ(after.at(control::kAccessKeyFileName), before.at(control::kAccessKeyFileName));
+  // Even a command creates nothing but what belongs to the preferences.
   for (const auto& [name, contents] : after) {
     EXPECT_TRUE(name.starts_with("com.zel.vorlatch.")) << name;
   }

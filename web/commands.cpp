@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <exception>
 #include <limits>
 #include <string_view>
 
@@ -174,7 +175,13 @@ CommandResult runCommand(const Words& words, control::Language language) {
   terminal.wall_seconds = [] { return std::int64_t{std::time(nullptr)}; };
   Words line{"--json", "--lang", language == control::Language::Chinese ? "zh" : "en"};
   line.insert(line.end(), words.begin(), words.end());
-  const int status = cli::runCommandLine(line, terminal);
+  int status = control::kCouldNot;
+  try {
+    status = cli::runCommandLine(line, terminal);
+  } catch (const std::exception& unforeseen) {
+    // One command must not end the server of all pages.
+    err.add(unforeseen.what());
+  }
   if (out.is_too_long) {
     const control::Json error{{"code", "too-long"},
                               {"message", control::tr("the output is too long for the page")}};

@@ -9,6 +9,8 @@ namespace {
 using boost::system::error_code;
 
 constexpr char kCommentBegin = ':';
+// A connection without a request may last so many times as long as one with a part of a request.
+constexpr int kIdlePatience = 4;
 
 }  // namespace
 
@@ -26,8 +28,8 @@ void Connection::close() {
   owner_.forget(*this);
 }
 
-void Connection::limitTime() {
-  deadline_.expires_after(patience_);
+void Connection::limitTime(std::chrono::milliseconds patience) {
+  deadline_.expires_after(patience);
   deadline_.async_wait([self = shared_from_this()](const error_code& error) {
     if (!error) self->close();
   });
@@ -38,7 +40,9 @@ void Connection::unlimitTime() {
 }
 
 void Connection::awaitRequest() {
-  limitTime();
+  // A page asks again every 30 s at the latest, and a browser may not repeat a request whose
+  // connection ends.
+  limitTime(kIdlePatience * patience_);
   // The next request may have come with the last one.
   take({});
 }
@@ -54,6 +58,7 @@ void Connection::readMore() {
 
 void Connection::take(std::string_view bytes) {
   const Reading reading = reader_.take(bytes);
+  if (!std::holds_alternative<Incomplete>(reading)) is_reading_request_ = false;
   if (const auto* const request = std::get_if<Request>(&reading)) {
     sends_content_ = request->method != "HEAD";
     write(owner_.answer(*request), request->keeps_connection);
@@ -61,6 +66,8 @@ void Connection::take(std::string_view bytes) {
     sends_content_ = true;
     write(badRequestAnswer(bad->status), false);
   } else {
+    if (!bytes.empty() && !is_reading_request_) limitTime(patience_);
+    is_reading_request_ = reader_.hasBegun();
     readMore();
   }
 }
@@ -72,7 +79,7 @@ void Connection::write(Answer answer, bool keeps_connection) {
   const std::string_view content = sends_content_ ? answer_.content() : std::string_view();
   const std::array<boost::asio::const_buffer, 2> buffers{
       boost::asio::buffer(head_), boost::asio::buffer(content.data(), content.size())};
-  limitTime();
+  limitTime(patience_);
   boost::asio::async_write(
       socket_, buffers, [self = shared_from_this(), goes_on](const error_code& error, std::size_t) {
         if (self->is_closed_) return;
@@ -114,7 +121,7 @@ void Connection::send(const EventText& event) {
 }
 
 void Connection::writeEvent() {
-  limitTime();
+  limitTime(patience_);
   boost::asio::async_write(socket_, boost::asio::buffer(*event_),
                            [self = shared_from_this()](const error_code& error, std::size_t) {
                              if (self->is_closed_) return;

@@ -34,7 +34,7 @@ class Connection final : public Listener, public std::enable_shared_from_this<Co
  public:
   using Socket = boost::asio::ip::tcp::socket;
 
-  // A request must be there, and an answer must be taken, within `patience`.
+  // A request must be there `patience` after its first byte, and an answer must be taken within it.
   Connection(Socket socket, ConnectionOwner& owner, std::chrono::milliseconds patience);
 
   void start() { awaitRequest(); }
@@ -53,7 +53,7 @@ class Connection final : public Listener, public std::enable_shared_from_this<Co
   void writeEvent();
   // Reads without looking at the bytes, until the other side ends the connection.
   void drain();
-  void limitTime();
+  void limitTime(std::chrono::milliseconds patience);
   void unlimitTime();
 
   Socket socket_;
@@ -67,6 +67,7 @@ class Connection final : public Listener, public std::enable_shared_from_this<Co
   EventText event_;            // that is being written
   EventText pending_;          // that follows
   bool sends_content_ = true;  // behind the head
+  bool is_reading_request_ = false;
   bool is_listening_ = false;
   bool is_closed_ = false;
 };

@@ -25,7 +25,8 @@ bool isThisMachine(std::string_view host) {
   return false;
 }
 
-// Browsers leave Origin out only where no other page could have caused the request.
+// Browsers leave Origin out of requests that change nothing. Another page can cause these, but
+// neither send the key with them nor read the answer.
 bool isOwnOrigin(const Request& request) {
   if (request.origins.empty()) return true;
   return request.origins.size() == 1 &&
@@ -52,24 +53,25 @@ bool holdsKeyCookie(std::string_view cookies, const std::string& key) {
   return false;
 }
 
-bool holdsKey(const Request& request, const std::string& key) {
+}  // namespace
+
+bool holdsKey(const Request& request, const std::optional<std::string>& key) {
+  if (!key) return false;
   constexpr std::string_view kScheme = "Bearer ";
   for (const std::string_view value : request.authorizations) {
-    if (value.starts_with(kScheme) && control::isSameKey(value.substr(kScheme.size()), key)) {
+    if (value.starts_with(kScheme) && control::isSameKey(value.substr(kScheme.size()), *key)) {
       return true;
     }
   }
   return std::any_of(request.cookies.begin(), request.cookies.end(),
-                     [&key](const std::string& cookies) { return holdsKeyCookie(cookies, key); });
+                     [&key](const std::string& cookies) { return holdsKeyCookie(cookies, *key); });
 }
-
-}  // namespace
 
 Entry judge(const Request& request, const Door& door, const std::optional<std::string>& key) {
   if (request.hosts.size() != 1 || !isThisMachine(request.hosts.front())) return Entry::WrongHost;
   if (!isOwnOrigin(request)) return Entry::WrongOrigin;
   if (request.method != door.method) return Entry::WrongMethod;
-  if (door.needs_key && (!key || !holdsKey(request, *key))) return Entry::NoKey;
+  if (door.needs_key && !holdsKey(request, key)) return Entry::NoKey;
   return Entry::Granted;
 }
 

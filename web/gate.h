@@ -21,6 +21,9 @@ enum class Entry { Granted, WrongHost, WrongOrigin, WrongMethod, NoKey };
 // The key comes in the cookie that a login has set, or behind "Authorization: Bearer".
 Entry judge(const Request& request, const Door& door, const std::optional<std::string>& key);
 
+// Returns true if the request comes with the key, wherever it comes from.
+bool holdsKey(const Request& request, const std::optional<std::string>& key);
+
 // The name of the cookie with the key.
 inline constexpr const char* kCookieName = "vorlatch";
 

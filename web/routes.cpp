@@ -48,12 +48,12 @@ Answer fileAnswer(const PageFile& file, const Request& request) {
   return answer;
 }
 
-// Returns the text at a key of the object in the body; std::nullopt if the body is another one.
 std::optional<Json> objectIn(const Request& request) {
   Json json = Json::parse(request.body, nullptr, false);
   return json.is_object() ? std::optional(std::move(json)) : std::nullopt;
 }
 
+// Returns std::nullopt if there is no text at the key.
 std::optional<std::string> textIn(const Json& object, const char* key) {
   const auto value = object.find(key);
   if (value == object.end() || !value->is_string()) return std::nullopt;

@@ -4,9 +4,11 @@
 #include <boost/asio/io_context.hpp>
 #include <list>
 
+#include "control/access_key.h"
 #include "control/translation.h"
 #include "web/connection.h"
 #include "web/events.h"
+#include "web/gate.h"
 #include "web/rate_limit.h"
 
 namespace vorlatch::web {
@@ -18,8 +20,9 @@ using Timer = boost::asio::steady_timer;
 
 // After an accept that failed, as for lack of descriptors.
 constexpr std::chrono::milliseconds kRetryInterval{100};
-// A look takes at most one part of so many of the time.
+// A look takes at most one part of so many of the time, unless the page would then be too old.
 constexpr int kLookShare = 200;
+constexpr std::chrono::seconds kLongestLookInterval{30};
 
 }  // namespace
 
@@ -28,7 +31,8 @@ class Server::State final : public ConnectionOwner {
   State(const std::vector<int>& listening, const Routes& routes, const Limits& limits)
       : routes_(routes),
         limits_(limits),
-        rate_(limits.requests_per_second, limits.request_burst),
+        page_rate_(limits.requests_per_second, limits.request_burst),
+        strangers_rate_(limits.requests_per_second, limits.request_burst),
         look_timer_(context_),
         comment_timer_(context_),
         idle_timer_(context_) {
@@ -42,7 +46,9 @@ class Server::State final : public ConnectionOwner {
   }
 
   Answer answer(const Request& request) override {
-    if (rate_.admit(RateLimit::Clock::now())) return routes_.answer(request);
+    // Who has no key cannot use up what the page may ask.
+    RateLimit& rate = holdsKey(request, control::storedAccessKey()) ? page_rate_ : strangers_rate_;
+    if (rate.admit(RateLimit::Clock::now())) return routes_.answer(request);
     chooseLanguage(request);
     return errorAnswer(429, "too-many",
                        control::tr("there are too many requests; wait for a moment"));
@@ -105,8 +111,9 @@ class Server::State final : public ConnectionOwner {
       const auto begin = Timer::clock_type::now();
       events_.look();
       const auto taken = Timer::clock_type::now() - begin;
-      look_timer_.expires_after(
-          std::max<Timer::duration>(limits_.look_interval, kLookShare * taken));
+      look_timer_.expires_after(std::clamp<Timer::duration>(
+          kLookShare * taken, limits_.look_interval,
+          std::max<Timer::duration>(limits_.look_interval, kLongestLookInterval)));
       if (events_.hasListeners()) awaitLook();
     });
   }
@@ -131,7 +138,8 @@ class Server::State final : public ConnectionOwner {
   const Routes& routes_;
   const Limits limits_;
   boost::asio::io_context context_{1};
-  RateLimit rate_;
+  RateLimit page_rate_;
+  RateLimit strangers_rate_;
   Events events_;
   std::list<std::shared_ptr<Connection>> connections_;  // the oldest first
   std::list<tcp::acceptor> acceptors_;

@@ -229,7 +229,8 @@ ExitStatus status(const Session& session, const Options& options) {
   const bool draws_over = options.watches && terminal.is_terminal && !session.wants_json;
   if (options.watches) terminal.catch_signals();
   if (draws_over) terminal.out("\x1b[2J");
-  control::KillFinder finder(true);
+  // Kept for the next look, also of the page's server, because reports take long to read.
+  static control::KillFinder& finder = *new control::KillFinder(true);
   while (true) {
     const std::chrono::nanoseconds begin = terminal.now();
     const Picture picture = take(session, options, finder);

@@ -65,7 +65,7 @@ class Installation:
     def targets(self):
         return plistlib.loads(self.preferences.read_bytes())["AppConfigs"]
 
-    def launch(self, name, used_mb=0, identifier=None):
+    def launch(self, name, used_mb=0, identifier=None, display_name=None):
         """Starts a process that uses so much memory; with an identifier, that of an app."""
         place = self.root / (f"Applications/{name}.app/{name}" if identifier else f"usr/sbin/{name}")
         place.parent.mkdir(parents=True, exist_ok=True)
@@ -73,6 +73,8 @@ class Installation:
             shutil.copy(BUILD / "tests/idler", place)
         if identifier:
             info = {"CFBundleExecutable": name, "CFBundleIdentifier": identifier}
+            if display_name:
+                info["CFBundleDisplayName"] = display_name
             (place.parent / "Info.plist").write_bytes(plistlib.dumps(info))
         self.pids[name], _ = self.start(place, used_mb)
         return self.pids[name]

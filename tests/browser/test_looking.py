@@ -110,7 +110,9 @@ class Doctor(PageCase):
         self.assertIn(f"{self.installation.root}", self.phone.texts(".facts dd"))
 
     def test_report_keeps_private_things(self):
-        self.installation.launch("Diary", 20, "org.example.diary")
+        self.installation.launch("Diary", 20, "org.example.diary", "Secrets")
+        self.installation.launch("QQ", 20, "com.tencent.mqq")
+        self.installation.control("set", "Neverseen", "NiceValue=5")
         self.installation.control("set", "com.tencent.xin", "Remark=for my mother")
         self.installation.put_report(1, killed("Diary", 100))
         self.tap("Doctor", "Show the report")
@@ -130,6 +132,9 @@ class Doctor(PageCase):
             "Diary",
             "org.example.diary",
             "my mother",
+            "Secrets",
+            "QQ",
+            "Neverseen",
         ]
         self.assertEqual(
             [word for word in private if re.search(rf"(?<![\w-]){re.escape(word)}(?![\w-])", report)], []

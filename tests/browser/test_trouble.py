@@ -25,8 +25,8 @@ class Keys(PageCase):
         self.phone.open(self.without_key())
         self.expect(
             "#main",
-            "This browser does not have the key yet. | Paste the address that “vorlatchctl web” prints. "
-            "The home screen asks for it once more. | Key, or the whole address | Unlock",
+            "This browser does not have the key yet. | Paste the address that the installation printed, or "
+            "the line of the file com.zel.vorlatch.web.key. The home screen asks for it once more. | Key, or the whole address | Unlock",
         )
         self.phone.type("#key", "hello")
         self.tap("Unlock")
@@ -44,6 +44,26 @@ class Keys(PageCase):
         self.phone.open(self.without_key() + "#/log")
         self.expect("h1", "Log")
         self.expect(".count", f"The last {LOG_LINES} lines; new ones come by themselves")
+
+    def test_icon_of_an_earlier_folder(self):
+        """The home screen keeps the address of the folder from which the page was put there."""
+        earlier = self.phone.driver.current_url.split("#")[0]
+        self.phone.open(self.installation.address())
+        self.expect(".hero-sentence", "2 of 2 running targets held")
+        latest = self.phone.driver.current_url.split("#")[0]
+        self.assertNotEqual(latest, earlier)
+        self.phone.open(earlier)
+        self.expect(".hero-sentence", "2 of 2 running targets held")
+        self.assertEqual(self.phone.driver.current_url.split("#")[0], latest)
+
+    def test_address_pasted_into_the_page_itself(self):
+        self.phone.forget()
+        self.phone.open(self.without_key())
+        self.expect(".failure h2", "This browser does not have the key yet.")
+        key = self.installation.address().split("#")[1]
+        self.phone.driver.execute_script("location.hash = arguments[0]", key)
+        self.expect(".hero-sentence", "2 of 2 running targets held")
+        self.assertNotIn(key, self.phone.driver.current_url)
 
     def test_wrong_key_in_the_address(self):
         self.phone.forget()

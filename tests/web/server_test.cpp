@@ -210,6 +210,11 @@ TEST(Server, BoundsTheRate) {
   const ServerProcess server(limits);
   for (int i = 0; i < 3; ++i) EXPECT_EQ(statusOf(server.answerTo(kGetPage)), kOk);
   EXPECT_EQ(statusOf(server.answerTo(kGetPage)), "429 Too Many Requests");
+  // The page itself can still ask.
+  const std::string list =
+      postTo("/api/command", "vorlatch=" + story.key, R"({"words": ["list"]})");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(statusOf(server.answerTo(list)), kOk);
+  EXPECT_EQ(statusOf(server.answerTo(list)), "429 Too Many Requests");
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ async function post(path, value) {
     return await fetch(path, {
       method: "POST",
       credentials: "same-origin",
-      headers: {"Content-Type": "application/json"},
+      headers: {"Content-Type": "application/json", "Accept-Language": language()},
       body: JSON.stringify(value),
       signal: aborter.signal,
     });
@@ -56,11 +56,11 @@ export async function logIn(key) {
   location.replace(`${folder}#/now`);
 }
 
-// For an address that somebody typed: goes to the folder of the last login, if there was one. Returns true if
-// the page is left.
+// For an address that somebody typed, the icon on the home screen, or a bookmark of an earlier folder: goes
+// to the folder of the last login, if there was one. Returns true if the page is left.
 export function goToFolder() {
   const folder = kept("folder");
-  if (!folder || location.pathname !== "/") return false;
+  if (!folder || location.pathname === folder) return false;
   location.replace(folder + location.hash);
   return true;
 }

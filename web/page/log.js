@@ -149,9 +149,12 @@ export function show(page, target) {
             }));
   };
   const load = async () => {
-    const option = wish.target ? ["--target", wish.target] : [];
+    const asked = wish.target;
+    const option = asked ? ["--target", asked] : [];
     try {
-      lines = await look(["log", "-n", String(linesMax), ...option]);
+      const answer = await look(["log", "-n", String(linesMax), ...option]);
+      if (asked !== wish.target) return;
+      lines = answer;
       const found = JSON.stringify(lines);
       if (!page.isShown || found === last) return;
       drawFilters();

@@ -1,4 +1,5 @@
 // Begins: takes the key out of the address, draws the frame, and shows the view that the address names.
+import {onEdit} from "./actions.js";
 import {goToFolder, logIn} from "./api.js";
 import * as doctor from "./doctor.js";
 import {button, element, icon, replace, setText} from "./dom.js";
@@ -12,6 +13,8 @@ import {closeSheet} from "./sheet.js";
 import * as target from "./target.js";
 import {clockText, language, setLanguage, t} from "./text.js";
 
+// The daemon waits for 150 ms after an edit.
+const afterEditMs = 500;
 const views = {
   now,
   processes,
@@ -35,6 +38,11 @@ async function takeKey() {
     // The first answer says the same, with the next step.
     return false;
   }
+}
+
+// An address that somebody pastes into this very page changes only its fragment.
+function takePastedKey() {
+  if (location.hash.includes("key=")) takeKey();
 }
 
 function drawTabs(shown) {
@@ -110,9 +118,13 @@ async function begin() {
   startLive();
   onChange(drawLost);
   onChange(showWhenBack);
+  window.addEventListener("hashchange", takePastedKey);
   startRouter(document.getElementById("main"), views, onShown);
-  // Charts take their colours when they are drawn.
-  window.matchMedia("(prefers-color-scheme: dark)").addEventListener("change", showAgain);
+  onEdit(() => setTimeout(connect, afterEditMs));
+  // Charts take their colours when they are drawn. The system also changes the scheme of pages that nobody
+  // sees, for its pictures of them.
+  const scheme = window.matchMedia("(prefers-color-scheme: dark)");
+  scheme.addEventListener("change", () => document.hidden || showAgain());
 }
 
 begin();

@@ -46,6 +46,13 @@ export function refreshButton(work) {
 }
 
 const colours = 6;
+// The apps whose icons this page has shown: they are drawn at once, so that a list that is drawn anew stays
+// the same.
+const loadedIcons = new Set();
+
+function iconOf(app) {
+  return element("img", {alt: "", src: iconAddress(app)});
+}
 
 // The icon of the app with this bundle identifier, or a letter on a colour that stays the same for the
 // same name.
@@ -53,12 +60,14 @@ export function avatar(name, app = null) {
   let sum = 0;
   for (const letter of name) sum = (sum * 31 + letter.codePointAt(0)) % 9973;
   const letter = [...name.replace(/^com\.[^.]+\./, "")][0] || "?";
-  const node =
-      element("span", {class: `avatar colour${sum % colours}`, "aria-hidden": "true"}, letter.toUpperCase());
-  if (app) {
-    const image = element("img", {alt: "", onLoad: () => replace(node, image)});
-    image.src = iconAddress(app);
-  }
+  const shown = loadedIcons.has(app) ? iconOf(app) : letter.toUpperCase();
+  const node = element("span", {class: `avatar colour${sum % colours}`, "aria-hidden": "true"}, shown);
+  if (!app || loadedIcons.has(app)) return node;
+  const image = iconOf(app);
+  image.addEventListener("load", () => {
+    loadedIcons.add(app);
+    replace(node, image);
+  });
   return node;
 }
 
@@ -117,7 +126,8 @@ function keyForm() {
 const sentences = {
   "no-key": [
     "This browser does not have the key yet.",
-    "Paste the address that “vorlatchctl web” prints. The home screen asks for it once more."
+    "Paste the address that the installation printed, or the line of the file com.zel.vorlatch.web.key. " +
+        "The home screen asks for it once more."
   ],
   unreachable: [
     "Vorlatch does not answer.", "It starts when this page asks. If this stays, install the package again."

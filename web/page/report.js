@@ -17,38 +17,47 @@ function isOfSystem(identifier) {
 
 // Processes of the system have the same names on every device; an app's name tells about its owner.
 // A process that was ended counts as an app unless one of the system with this name runs.
-function privateNames(text, processes, kills) {
+function privateNames(text, processes, kills, targets) {
   const system = new Set(
       processes.filter((process) => isOfSystem(process.bundle_identifier)).map((process) => process.name));
   const apps = processes.filter((process) => !isOfSystem(process.bundle_identifier));
   const ended = kills.map((kill) => kill.process).filter((name) => !system.has(name));
+  const others = targets.map(({target}) => target).filter((name) => !system.has(name));
   const identifiers = (text.match(identifierPattern) || []).filter((name) => !isOfSystem(name));
-  const names = [...apps.map((process) => process.name), ...ended, ...identifiers];
-  return [...new Set(names)].filter((name) => name.length > 2 && !name.startsWith("com.apple."));
+  const names = [...apps.map((process) => process.name), ...ended, ...others, ...identifiers];
+  return [...new Set(names)].filter((name) => name && !/^com\.(apple|zel)\./.test(name));
+}
+
+// A short name is replaced only where no letter or digit touches it.
+function replaced(text, name, stand) {
+  if (name.length > 3) return text.split(name).join(stand);
+  const escaped = name.replace(/[.*+?^${}()|[\]\\]/g, "\\$&");
+  return text.replace(new RegExp(`(^|[^\\w-])${escaped}(?![\\w-])`, "g"), `$1${stand}`);
 }
 
 function withoutNames(text, names) {
   const numbered =
       names.map((name, index) => [name, `app-${index + 1}`]).sort((a, b) => b[0].length - a[0].length);
-  return numbered.reduce((changed, [name, stand]) => changed.split(name).join(stand), text);
+  return numbered.reduce((changed, [name, stand]) => replaced(changed, name, stand), text);
 }
 
-function withoutRemarks(key, value) {
-  return key === "Remark" ? "…" : value;
+function withoutWords(key, value) {
+  return value && (key === "Remark" || key === "display_name") ? "…" : value;
 }
 
 async function answerText(words) {
   const {status, output, error} = await run(words);
-  return `## ${words.join(" ")} (${status})\n${JSON.stringify(output || error, withoutRemarks, 1)}\n`;
+  return `## ${words.join(" ")} (${status})\n${JSON.stringify(output || error, withoutWords, 1)}\n`;
 }
 
 async function collectReport() {
   const {processes} = await look(["ps"]);
   const {kills} = await look(["kills"]);
+  const {targets} = await look(["status"]);
   const texts = [`${navigator.userAgent}\n`];
   for (const words of commands) texts.push(await answerText(words));
   const text = texts.join("\n");
-  return withoutNames(text, privateNames(text, processes, kills));
+  return withoutNames(text, privateNames(text, processes, kills, targets));
 }
 
 async function copy(area) {

@@ -25,9 +25,20 @@ function openPage(body) {
     body,
     isShown: true,
     onLeave: (ending) => endings.push(ending),
-    // Repeats the work while the view is shown and the page is visible.
+    // Repeats the work while the view is shown and the page is visible, but not while the last one runs, nor
+    // while the reader is asked for the key.
     every(intervalMs, work) {
-      const timer = setInterval(() => !document.hidden && work(), intervalMs);
+      let isBusy = false;
+      const repeat = async () => {
+        if (document.hidden || isBusy || body.querySelector("#key")) return;
+        isBusy = true;
+        try {
+          await work();
+        } finally {
+          isBusy = false;
+        }
+      };
+      const timer = setInterval(repeat, intervalMs);
       endings.push(() => clearInterval(timer));
     },
     // Shows what `load` returns; on a failure its reason, with a button that tries again.

@@ -145,17 +145,23 @@ function actionButtons(name, isTarget) {
       isTarget ? button(t("Remove the target"), () => removeTarget(name), "danger-quiet") : null);
 }
 
-// The parts below the settings, each loaded by itself so that one failure leaves the others.
+// The parts below the settings, each loaded by itself so that one failure leaves the others. Its kills are in
+// all reports of the system, which take long to read: they are loaded once, and again after a kill.
 function makeDetails(page, name) {
   const places = [
     [t("What the daemon does"), planNodes], [t("Its log"), logNodes], [t("Its kills"), killNodes]
   ].map(([heading, load]) => ({heading, load, box: element("div", {class: "card"}, loading())}));
+  let knownKill = null;
   const node = element("div", {hidden: true}, places.map(({heading, box}) => section(heading, box)));
   return {
     node,
-    load(isTarget) {
+    load(isTarget, lastKill) {
       node.hidden = !isTarget;
-      if (isTarget) places.forEach(({load, box}) => page.load(box, () => load(name)));
+      if (!isTarget) return;
+      const hasNewKill = lastKill !== knownKill;
+      knownKill = lastKill;
+      places.filter(({load}) => load !== killNodes || hasNewKill)
+          .forEach(({load, box}) => page.load(box, () => load(name)));
     },
   };
 }
@@ -201,7 +207,8 @@ export function show(page, name) {
       drawSettings();
       return actionButtons(name, stored !== null);
     });
-    details.load(stored !== null);
+    const lastKill = target && target.last_kill;
+    details.load(stored !== null, lastKill ? lastKill.time : undefined);
   };
   replace(
       page.body, element("a", {class: "back", href: "#/now"}, icon("back"), t("All targets")), head.node,

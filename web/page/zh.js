@@ -117,8 +117,8 @@ export const chinese = {
   Now: "现在",
   "Others get processor time first": "其他进程优先得到处理器时间",
   "Out of the system's management": "脱离系统管理",
-  "Paste the address that “vorlatchctl web” prints. The home screen asks for it once more.":
-      "请粘贴“vorlatchctl web”显示的地址。从主屏幕打开时会再问一次。",
+  "Paste the address that the installation printed, or the line of the file com.zel.vorlatch.web.key. The home screen asks for it once more.":
+      "请粘贴安装时显示的地址，或文件 com.zel.vorlatch.web.key 里的那一行。从主屏幕打开时会再问一次。",
   Process: "进程",
   Processes: "进程",
   Profiles: "方案",
