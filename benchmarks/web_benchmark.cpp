@@ -10,11 +10,9 @@
 
 #include "base/descriptor.h"
 #include "benchmarks/crowd.h"
+#include "benchmarks/held_crowd.h"
 #include "benchmarks/installation.h"
 #include "benchmarks/running_program.h"
-#include "config/preferences.h"
-#include "config/property_list_file.h"
-#include "config/status_file.h"
 #include "tests/web/raw_client.h"
 #include "web/loopback.h"
 #include "web/page_files.h"
@@ -25,7 +23,6 @@ namespace {
 using benchmarks::Installation;
 using benchmarks::RunningProgram;
 using Clock = std::chrono::steady_clock;
-using plist::Dictionary;
 using tests::RawClient;
 
 constexpr std::size_t kTargets = 100;
@@ -34,20 +31,6 @@ constexpr int kRequests = 1000;
 
 double secondsSince(Clock::time_point begin) {
   return std::chrono::duration<double>(Clock::now() - begin).count();
-}
-
-void writeFiles(const benchmarks::Crowd& crowd) {
-  Dictionary targets;
-  Dictionary entries;
-  for (const pid_t pid : crowd.pids()) {
-    if (targets.size() == kTargets) break;
-    const std::string name = "target-" + std::to_string(targets.size());
-    targets.insert_or_assign(name, Dictionary{{"JetsamPriority", -1}, {"NiceValue", 0}});
-    entries.insert_or_assign(name, Dictionary{{"pid", pid}, {"n", 0}, {"p", 180}});
-  }
-  writePropertyList(Installation::preferences(kPreferencesFileName),
-                    Dictionary{{"Enabled", true}, {"AppConfigs", targets}});
-  writePropertyList(Installation::preferences(kStatusFileName), entries);
 }
 
 // A port that was free a moment ago.
@@ -126,8 +109,8 @@ void measureTime(const char* what, const RunningProgram& server, int seconds) {
 
 void measureAll(int seconds) {
   const Installation installation(VORLATCH_WEB, "/usr/libexec/vorlatchweb");
-  const benchmarks::Crowd crowd(kProcesses, "target-");
-  writeFiles(crowd);
+  const benchmarks::Crowd crowd(kProcesses, benchmarks::kTargetPrefix);
+  benchmarks::writeFilesOf(crowd, kTargets);
   const std::uint16_t port = freePort();
   const RunningProgram server(installation, {std::to_string(port)});
   const Site site{.port = port, .key = awaitKey()};
