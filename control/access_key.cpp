@@ -43,6 +43,9 @@ std::optional<std::string> storedAccessKey() {
 }
 
 std::string accessKey() {
+  if (std::optional<std::string> key = storedAccessKey()) return *std::move(key);
+  // vorlatchctl and the server may find no key at the same moment.
+  const Descriptor lock = lockPreferences();
   std::optional<std::string> key = storedAccessKey();
   return key ? *std::move(key) : replaceAccessKey();
 }

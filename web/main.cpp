@@ -53,13 +53,13 @@ int serve(const std::vector<int>& sockets, const Limits& limits) {
       return complain("it serves only sockets that listen on 127.0.0.1", control::kWrongUsage);
     }
   }
-  makeKey();
   const Routes routes(pageFiles());
   Server(sockets, routes, limits).run();
   return control::kDone;
 }
 
 int serveAt(std::uint16_t port) {
+  makeKey();
   const int socket = listenOnThisMachine(port);
   if (socket < 0) {
     return complain("port " + std::to_string(port) + ": " + control::reasonOf(errno),
@@ -74,7 +74,10 @@ int serveAt(std::uint16_t port) {
 
 int run(int argc, char** argv) {
   const std::vector<int> activated = platform::activatedSockets();
-  if (!activated.empty()) return serve(activated, {.idle = kIdle});
+  if (!activated.empty()) {
+    makeKey();
+    return serve(activated, {.idle = kIdle});
+  }
   const std::optional<std::uint16_t> port = portIn(argc, argv);
   if (!port) return complain("it takes a port, from 0 to 65535", control::kWrongUsage);
   return serveAt(*port);

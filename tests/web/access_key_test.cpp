@@ -4,11 +4,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
+#include <future>
+#include <thread>
 
 #include <gtest/gtest.h>
 
 #include "control/failure.h"
+#include "control/preferences_edit.h"
 #include "tests/cli/control_run.h"
 
 namespace vorlatch::tests {
@@ -38,6 +42,19 @@ TEST(AccessKey, IsMadeOnceAndOnlyForItsOwner) {
   EXPECT_EQ(modeOf(story.path), 0600U);
   EXPECT_EQ(control::accessKey(), key);
   EXPECT_EQ(control::storedAccessKey(), key);
+}
+
+TEST(AccessKey, IsTheOneThatAnotherProgramMakes) {
+  KeyStory story;
+  std::future<std::string> key;
+  {
+    const Descriptor lock = control::lockPreferences();
+    key = std::async(std::launch::async, control::accessKey);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    story.put(story.known + "\n");
+  }
+  EXPECT_EQ(key.get(), story.known);
+  EXPECT_EQ(control::storedAccessKey(), story.known);
 }
 
 TEST(AccessKey, IsReplacedByAnotherOne) {
