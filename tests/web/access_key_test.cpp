@@ -19,6 +19,7 @@ namespace vorlatch::tests {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 
 constexpr uid_t kOtherUser = 65534;
 
@@ -44,13 +45,20 @@ TEST(AccessKey, IsMadeOnceAndOnlyForItsOwner) {
   EXPECT_EQ(control::storedAccessKey(), key);
 }
 
+std::ptrdiff_t openDescriptors() {
+  return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+}
+
 TEST(AccessKey, IsTheOneThatAnotherProgramMakes) {
   KeyStory story;
   std::future<std::string> key;
   {
     const Descriptor lock = control::lockPreferences();
+    const std::ptrdiff_t before = openDescriptors();
     key = std::async(std::launch::async, control::accessKey);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    // Who waits for the lock has the folder open.
+    const auto is_done = [&key] { return key.wait_for(0s) == std::future_status::ready; };
+    while (openDescriptors() == before && !is_done()) std::this_thread::yield();
     story.put(story.known + "\n");
   }
   EXPECT_EQ(key.get(), story.known);
